@@ -1,0 +1,781 @@
+// SPDX-License-Identifier: MIT
+#include "standins.h"
+#include "testsupport.h"
+
+#include <QtTest>
+
+#include <algorithm>
+#include <memory>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace VORN_FILE_HANDLER;
+
+namespace {
+
+using Arguments = QList<QByteArray>;
+using Calls = QList<Arguments>;
+using Tree = QList<QByteArray>;
+
+QByteArray contentOf(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("unreadable");
+}
+
+/// tree() with the content behind each regular file: "100ABC/DCF_0001.jpg = content".
+Tree treeWithContents(const QString &path)
+{
+    Tree entries;
+    for (const QByteArray &entry : tree(path)) {
+        const bool isFile = !entry.endsWith('/') && !entry.contains(" -> ");
+        entries.append(isFile ? entry + " = " + contentOf(path + "/" + QString::fromUtf8(entry)) : entry);
+    }
+    return entries;
+}
+
+void makeLink(const QString &path, const QByteArray &target)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    ::symlink(target.constData(), QFile::encodeName(path).constData());
+}
+
+/// The line that treeWithContents() gives is what makes the entry: "a/", "a -> b", "a = content".
+void make(const QString &base, const Tree &entries)
+{
+    for (const QByteArray &entry : entries) {
+        const int link = entry.indexOf(" -> ");
+        const int file = entry.indexOf(" = ");
+        if (link >= 0)
+            makeLink(base + "/" + QString::fromUtf8(entry.left(link)), entry.mid(link + 4));
+        else if (file >= 0)
+            writeFile(base + "/" + QString::fromUtf8(entry.left(file)), entry.mid(file + 3));
+        else
+            QDir().mkpath(base + "/" + QString::fromUtf8(entry));
+    }
+}
+
+} // namespace
+
+class TransferTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void cleanup();
+
+    void clash_data();
+    void clash();
+    void lastCounter_data();
+    void lastCounter();
+    void sources_data();
+    void sources();
+    void severalFiles_data();
+    void severalFiles();
+    void folders_data();
+    void folders();
+    void eachStorage_data();
+    void eachStorage();
+    void unsupportedStorage();
+    void relativeLocation();
+    void emptyList_data();
+    void emptyList();
+    void emptyListWithAFileInTheWay();
+    void commandOfEachFile_data();
+    void commandOfEachFile();
+    void markersInTheLocation();
+    void oneProcessPerFileInOrder();
+    void failingProgram_data();
+    void failingProgram();
+    void missingProgram();
+    void aFailureDoesNotStopTheRest();
+    void modeOwnerAndTimesAreKept();
+    void largeFile();
+    void relativeSource();
+    void sourceThatLooksLikeAnOption();
+    void moveWithinOneFolder();
+    void deleteFile_data();
+    void deleteFile();
+    void deleteRelativeFile();
+    void deleteFileWithZeroByte();
+
+private:
+    QString source(const QString &name) const { return mStorages->path() + "/in/" + name; }
+
+    std::unique_ptr<Storages> mStorages;
+    std::unique_ptr<StandardErrorCapture> mStandardError;
+    QString mCurrentDirectory;
+};
+
+void TransferTest::init()
+{
+    mCurrentDirectory = QDir::currentPath();
+    mStorages = std::make_unique<Storages>();
+    mStandardError = std::make_unique<StandardErrorCapture>();
+}
+
+void TransferTest::cleanup()
+{
+    const QByteArray printed = mStandardError->take();
+    mStandardError.reset();
+    QDir::setCurrent(mCurrentDirectory);
+    mStorages.reset();
+    QCOMPARE(printed, QByteArray());
+}
+
+void TransferTest::clash_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<Tree>("present");
+    QTest::addColumn<Tree>("added");
+
+    const auto row = [](const char *title, const char *name, const Tree &present, const Tree &added) {
+        QTest::newRow(title) << QString::fromUtf8(name) << present << added;
+    };
+    row("empty-folder", "DCF_0001.jpg", {}, {"DCF_0001.jpg = new"});
+    row("other-names", "DCF_0001.jpg", {"DCF_0001.png = old", "DCF_0001_1.jpg = old"},
+        {"DCF_0001.jpg = new"});
+    row("taken", "DCF_0001.jpg", {"DCF_0001.jpg = old"}, {"DCF_0001_1.jpg = new"});
+    row("taken-and-counted", "DCF_0001.jpg", {"DCF_0001.jpg = old", "DCF_0001_1.jpg = old"},
+        {"DCF_0001_2.jpg = new"});
+    row("gap-in-the-counters", "a.b", {"a.b = old", "a_1.b = old", "a_3.b = old"}, {"a_2.b = new"});
+    row("counters-with-zeros-are-others", "a.b", {"a.b = old", "a_01.b = old"}, {"a_1.b = new"});
+    row("counted-source", "a_1.b", {"a_1.b = old"}, {"a_1_1.b = new"});
+    row("other-case-is-another-name", "a.b", {"A.B = old"}, {"a.b = new"});
+    row("same-content", "a.b", {"a.b = new"}, {"a_1.b = new"});
+    row("taken-by-a-folder", "a.b", {"a.b/"}, {"a_1.b = new"});
+    row("taken-by-a-full-folder", "a.b", {"a.b/x = old"}, {"a_1.b = new"});
+    row("counter-taken-by-a-folder", "a.b", {"a.b = old", "a_1.b/"}, {"a_2.b = new"});
+    row("taken-by-a-link", "a.b", {"a.b -> x", "x = old"}, {"a_1.b = new"});
+    row("taken-by-a-link-to-a-folder", "a.b", {"a.b -> x", "x/"}, {"a_1.b = new"});
+    // A dangling link does not exist to the look, and cp does not write through it.
+    row("dangling-link", "a.b", {"a.b -> missing"}, {});
+    row("counter-dangling-link", "a.b", {"a.b = old", "a_1.b -> missing"}, {});
+    row("two-dots", "a.b.c", {"a.b.c = old"}, {"a_1.c = new"});
+    row("two-dots-counted", "a.b.c", {"a.b.c = old", "a_1.c = old"}, {"a_2.c = new"});
+    row("many-dots", "a.b..c.d", {"a.b..c.d = old"}, {"a_1.d = new"});
+    row("no-dot", "README", {"README = old"}, {"README_1.README = new"});
+    row("no-dot-counted", "README", {"README = old", "README_1.README = old"}, {"README_2.README = new"});
+    row("leading-dot", ".hidden", {".hidden = old"}, {"_1.hidden = new"});
+    row("leading-dot-and-extension", ".a.b", {".a.b = old"}, {"_1.b = new"});
+    row("trailing-dot", "a.", {"a. = old"}, {"a_1. = new"});
+    row("two-trailing-dots", "a..", {"a.. = old"}, {"a_1. = new"});
+    row("three-dots", "...", {"... = old"}, {"_1. = new"});
+    row("blanks", " a b . c ", {" a b . c  = old"}, {" a b _1. c  = new"});
+    row("beyond-ascii", "f\xC3\xB6to.j\xE2\x82\xACg", {"f\xC3\xB6to.j\xE2\x82\xACg = old"},
+        {"f\xC3\xB6to_1.j\xE2\x82\xACg = new"});
+    row("marker-in-the-extension", "a.%1", {"a.%1 = old"}, {"a_1.%1 = new"});
+    row("high-marker-in-the-base", "a%7.b", {"a%7.b = old"}, {"a%7_1.b = new"});
+    // Each value fills the lowest marker left, those of an earlier value included.
+    row("marker-in-the-base", "a%1.b", {"a%1.b = old"}, {"a1_b.%4 = new"});
+    row("marker-in-the-base-counted", "a%1.b", {"a%1.b = old", "a1_b.%4 = old"}, {"a2_b.%4 = new"});
+    row("third-marker-in-the-base", "a%3.b", {"a%3.b = old"}, {"a1_1.b = new"});
+    row("fourth-marker-in-the-base", "a%4.b", {"a%4.b = old"}, {"ab_1.b = new"});
+    row("marker-without-a-clash", "a%1%2.b", {}, {"a%1%2.b = new"});
+}
+
+void TransferTest::clash()
+{
+    QFETCH(QString, name);
+    QFETCH(Tree, present);
+    QFETCH(Tree, added);
+    make(mStorages->sd() + "/100ABC", present);
+    writeFile(source(name), "new");
+    Tree expected = treeWithContents(mStorages->sd() + "/100ABC") + added;
+    std::sort(expected.begin(), expected.end());
+
+    VornFileHandler::copyToFolder({source(name)}, STORAGE_SD, "100ABC");
+
+    Tree actual = treeWithContents(mStorages->sd() + "/100ABC");
+    std::sort(actual.begin(), actual.end());
+    QCOMPARE(actual, expected);
+    QCOMPARE(contentOf(source(name)), QByteArray("new"));
+}
+
+void TransferTest::lastCounter_data()
+{
+    QTest::addColumn<int>("missing");
+    QTest::addColumn<QString>("written");
+
+    QTest::newRow("all-taken") << 1000 << "README_999.README";
+    QTest::newRow("last-free") << 999 << "README_999.README";
+    QTest::newRow("one-before-the-last-free") << 998 << "README_998.README";
+    QTest::newRow("one-in-the-middle-free") << 500 << "README_500.README";
+}
+
+void TransferTest::lastCounter()
+{
+    QFETCH(int, missing);
+    QFETCH(QString, written);
+    const QString folder = mStorages->sd() + "/100ABC/";
+    writeFile(folder + "README", "old");
+    for (int counter = 1; counter <= 1000; ++counter) {
+        if (counter != missing || missing == 1000)
+            writeFile(folder + QString("README_%1.README").arg(counter), "old");
+    }
+    writeFile(source("README"), "new");
+    Tree expected = treeWithContents(folder);
+    const QByteArray name = written.toLatin1();
+    expected.removeOne(name + " = old");
+    expected.append(name + " = new");
+    std::sort(expected.begin(), expected.end());
+
+    VornFileHandler::copyToFolder({source("README")}, STORAGE_SD, "100ABC");
+
+    Tree actual = treeWithContents(folder);
+    std::sort(actual.begin(), actual.end());
+    QCOMPARE(actual, expected);
+}
+
+void TransferTest::sources_data()
+{
+    QTest::addColumn<Tree>("entries");
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<Tree>("copied");
+    QTest::addColumn<Tree>("left");
+
+    const auto row = [](const char *title, const Tree &entries, const char *file, const Tree &copied,
+                        const Tree &left) {
+        QTest::newRow(title) << entries << QString::fromUtf8(file) << copied << left;
+    };
+    row("plain", {"a.jpg = x"}, "a.jpg", {"a.jpg = x"}, {});
+    row("empty-file", {"a.jpg = "}, "a.jpg", {"a.jpg = "}, {});
+    row("in-a-sub-folder", {"b/c/a.jpg = x"}, "b/c/a.jpg", {"a.jpg = x"}, {"b/", "b/c/"});
+    row("two-slashes", {"b/a.jpg = x"}, "b//a.jpg", {"a.jpg = x"}, {"b/"});
+    row("through-the-parent", {"a.jpg = x", "b/"}, "b/../a.jpg", {"a.jpg = x"}, {"b/"});
+    row("missing", {"b.jpg = x"}, "a.jpg", {}, {"b.jpg = x"});
+    row("missing-folder", {"b.jpg = x"}, "b/a.jpg", {}, {"b.jpg = x"});
+    row("folder", {"b/a.jpg = x"}, "b", {}, {"b/", "b/a.jpg = x"});
+    row("empty-folder", {"b/"}, "b", {}, {"b/"});
+    row("folder-with-slash-behind", {"b/a.jpg = x"}, "b/", {}, {"b/", "b/a.jpg = x"});
+    row("file-with-slash-behind", {"a.jpg = x"}, "a.jpg/", {}, {"a.jpg = x"});
+    row("parent-folder", {"b/a.jpg = x"}, "b/..", {}, {"b/", "b/a.jpg = x"});
+    row("link", {"b -> a.jpg", "a.jpg = x"}, "b", {"b = x"}, {"a.jpg = x"});
+    row("dangling-link", {"b -> missing"}, "b", {}, {});
+    row("link-to-a-folder", {"b -> c", "c/a.jpg = x"}, "b", {}, {"c/", "c/a.jpg = x"});
+    row("blanks", {" a  b .jpg = x"}, " a  b .jpg", {" a  b .jpg = x"}, {});
+    row("double-quotes", {"\"a\"\"\"b\".jpg = x"}, "\"a\"\"\"b\".jpg", {"\"a\"\"\"b\".jpg = x"}, {});
+    row("single-quotes", {"it's.jpg = x"}, "it's.jpg", {"it's.jpg = x"}, {});
+    row("shell-characters", {"$(id);*?`>|&.jpg = x"}, "$(id);*?`>|&.jpg", {"$(id);*?`>|&.jpg = x"}, {});
+    row("backslash", {"a\\b.jpg = x"}, "a\\b.jpg", {"a\\b.jpg = x"}, {});
+    row("line-feed", {"a\nb.jpg = x"}, "a\nb.jpg", {"a\nb.jpg = x"}, {});
+    row("hidden", {".a = x"}, ".a", {".a = x"}, {});
+    row("dash-in-front", {"-r = x"}, "-r", {"-r = x"}, {});
+    row("beyond-ascii", {"f\xC3\xB6to\xF0\x9F\x93\xB7 = x"}, "f\xC3\xB6to\xF0\x9F\x93\xB7",
+        {"f\xC3\xB6to\xF0\x9F\x93\xB7 = x"}, {});
+    row("other-unicode-form", {"fo\xCC\x88to = x"}, "fo\xCC\x88to", {"fo\xCC\x88to = x"}, {});
+}
+
+void TransferTest::sources()
+{
+    QFETCH(Tree, entries);
+    QFETCH(QString, file);
+    QFETCH(Tree, copied);
+    QFETCH(Tree, left);
+    make(source(""), entries);
+    const Tree before = treeWithContents(source(""));
+
+    VornFileHandler::copyToFolder({source(file)}, STORAGE_SD, "copies");
+    QCOMPARE(treeWithContents(source("")), before);
+    VornFileHandler::moveToFolder({source(file)}, STORAGE_USB, "moved");
+
+    QCOMPARE(treeWithContents(source("")), left);
+    QCOMPARE(treeWithContents(mStorages->sd() + "/copies"), copied);
+    QCOMPARE(treeWithContents(mStorages->location(STORAGE_USB) + "/moved"), copied);
+}
+
+void TransferTest::severalFiles_data()
+{
+    QTest::addColumn<QStringList>("files");
+    QTest::addColumn<Tree>("copied");
+    QTest::addColumn<Tree>("left");
+
+    const auto row = [](const char *title, const QStringList &files, const Tree &copied, const Tree &left) {
+        QTest::newRow(title) << files << copied << left;
+    };
+    row("all", {"a.jpg", "b.jpg", "x/a.jpg"}, {"a.jpg = 1", "a_1.jpg = 3", "b.jpg = 2"}, {"x/"});
+    row("first-come-first-named", {"x/a.jpg", "a.jpg"}, {"a.jpg = 3", "a_1.jpg = 1"}, {"b.jpg = 2", "x/"});
+    row("the-same-twice", {"a.jpg", "a.jpg"}, {"a.jpg = 1", "a_1.jpg = 1"},
+        {"b.jpg = 2", "x/", "x/a.jpg = 3"});
+    row("missing-between", {"a.jpg", "missing.jpg", "b.jpg"}, {"a.jpg = 1", "b.jpg = 2"},
+        {"x/", "x/a.jpg = 3"});
+    row("missing-first", {"missing.jpg", "b.jpg"}, {"b.jpg = 2"}, {"a.jpg = 1", "x/", "x/a.jpg = 3"});
+    row("folder-between", {"a.jpg", "x", "b.jpg"}, {"a.jpg = 1", "b.jpg = 2"}, {"x/", "x/a.jpg = 3"});
+}
+
+void TransferTest::severalFiles()
+{
+    QFETCH(QStringList, files);
+    QFETCH(Tree, copied);
+    QFETCH(Tree, left);
+    make(source(""), {"a.jpg = 1", "b.jpg = 2", "x/a.jpg = 3"});
+    for (QString &file : files)
+        file = source(file);
+    const Tree before = treeWithContents(source(""));
+
+    VornFileHandler::copyToFolder(files, STORAGE_SD, "copies");
+    QCOMPARE(treeWithContents(source("")), before);
+    VornFileHandler::moveToFolder(files, STORAGE_USB, "moved");
+
+    QCOMPARE(treeWithContents(source("")), left);
+    QCOMPARE(treeWithContents(mStorages->sd() + "/copies"), copied);
+    QCOMPARE(treeWithContents(mStorages->location(STORAGE_USB) + "/moved"), copied);
+}
+
+void TransferTest::folders_data()
+{
+    QTest::addColumn<Tree>("present");
+    QTest::addColumn<QString>("folder");
+    QTest::addColumn<Tree>("after");
+
+    // Below the mount point of the storage, whose location is the folder DCIM in it.
+    const auto row = [](const char *title, const Tree &present, const char *folder, const Tree &after) {
+        QTest::newRow(title) << present << QString::fromUtf8(folder) << after;
+    };
+    row("location-missing", {}, "100ABC", {"DCIM/", "DCIM/100ABC/", "DCIM/100ABC/a.jpg = x"});
+    row("folder-missing", {"DCIM/"}, "100ABC", {"DCIM/", "DCIM/100ABC/", "DCIM/100ABC/a.jpg = x"});
+    row("folder-present", {"DCIM/100ABC/"}, "100ABC", {"DCIM/", "DCIM/100ABC/", "DCIM/100ABC/a.jpg = x"});
+    row("name-without-suffix", {}, "MISC", {"DCIM/", "DCIM/MISC/", "DCIM/MISC/a.jpg = x"});
+    row("no-name", {}, "", {"DCIM/", "DCIM/a.jpg = x"});
+    row("no-name-and-taken", {"DCIM/a.jpg = y"}, "", {"DCIM/", "DCIM/a.jpg = y", "DCIM/a_1.jpg = x"});
+    row("current", {}, ".", {"DCIM/", "DCIM/a.jpg = x"});
+    row("parent", {"DCIM/"}, "..", {"DCIM/", "a.jpg = x"});
+    row("beside-the-location", {"DCIM/"}, "../MISC", {"DCIM/", "MISC/", "MISC/a.jpg = x"});
+    row("nested", {}, "b/c", {"DCIM/", "DCIM/b/", "DCIM/b/c/", "DCIM/b/c/a.jpg = x"});
+    row("slash-behind", {}, "b/", {"DCIM/", "DCIM/b/", "DCIM/b/a.jpg = x"});
+    row("blanks-and-quotes", {}, " b \"c' ", {"DCIM/", "DCIM/ b \"c' /", "DCIM/ b \"c' /a.jpg = x"});
+    row("beyond-ascii", {}, "\xC3\xA4", {"DCIM/", "DCIM/\xC3\xA4/", "DCIM/\xC3\xA4/a.jpg = x"});
+    row("link-to-a-folder", {"DCIM/b -> ../c", "c/"}, "b", {"DCIM/", "DCIM/b -> ../c", "c/", "c/a.jpg = x"});
+    row("dangling-link", {"DCIM/b -> ../c"}, "b", {"DCIM/", "DCIM/b -> ../c"});
+    row("file-in-the-way", {"DCIM/b = y"}, "b", {"DCIM/", "DCIM/b = y"});
+    row("file-instead-of-the-location", {"DCIM = y"}, "b", {"DCIM = y"});
+    // The name of the file goes into the marker of the folder.
+    row("marker", {}, "%1", {"DCIM/", "DCIM/%1/"});
+    row("marker-that-meets-a-folder", {"DCIM/a.jpg/"}, "%1",
+        {"DCIM/", "DCIM/%1/", "DCIM/a.jpg/", "DCIM/a.jpg/%2 = x"});
+}
+
+void TransferTest::folders()
+{
+    QFETCH(Tree, present);
+    QFETCH(QString, folder);
+    QFETCH(Tree, after);
+    const QString mountPoint = mStorages->path() + "/sd";
+    make(mountPoint, present);
+    writeFile(source("a.jpg"), "x");
+
+    VornFileHandler::copyToFolder({source("a.jpg")}, STORAGE_SD, folder);
+
+    QCOMPARE(treeWithContents(mountPoint), after);
+}
+
+void TransferTest::eachStorage_data()
+{
+    QTest::addColumn<int>("storage");
+    QTest::addColumn<Tree>("after");
+
+    QTest::newRow("mmc") << int(STORAGE_MMC) << Tree{"mmc/", "mmc/DCIM/", "mmc/DCIM/1/", "mmc/DCIM/1/a = x"};
+    QTest::newRow("sd") << int(STORAGE_SD) << Tree{"sd/", "sd/DCIM/", "sd/DCIM/1/", "sd/DCIM/1/a = x"};
+    QTest::newRow("usb") << int(STORAGE_USB) << Tree{"usb/", "usb/DCIM/", "usb/DCIM/1/", "usb/DCIM/1/a = x"};
+}
+
+void TransferTest::eachStorage()
+{
+    QFETCH(int, storage);
+    QFETCH(Tree, after);
+    writeFile(source("a"), "x");
+
+    VornFileHandler::moveToFolder({source("a")}, anyStorage(storage), "1");
+
+    QCOMPARE(treeWithContents(mStorages->path()), Tree{"in/"} + after);
+}
+
+/// The location is then /tmp; the folder name leads from there into the temporary directory of the test.
+void TransferTest::unsupportedStorage()
+{
+    const QString folder = "../" + mStorages->path() + "/out";
+    StandIns standIns;
+    standIns.add("cp", standIns.becomes("cp"));
+    writeFile(source("a"), "x");
+
+    for (const int storage : {3, -1})
+        VornFileHandler::copyToFolder({source("a")}, anyStorage(storage), folder);
+    VornFileHandler::moveToFolder({source("a")}, anyStorage(3), folder);
+
+    QCOMPARE(treeWithContents(mStorages->path()),
+             (Tree{"in/", "out/", "out/a = x", "out/a_1.a = x", "out/a_2.a = x"}));
+    const QByteArray target = "/tmp/" + QFile::encodeName(folder);
+    QCOMPARE(standIns.calls("cp").value(0), (Arguments{"-p", QFile::encodeName(source("a")), target + "/a"}));
+}
+
+void TransferTest::relativeLocation()
+{
+    VornFileHandler::mSDLocation = QDir("card/DCIM");
+    writeFile(source("a"), "x");
+    QVERIFY(QDir::setCurrent(mStorages->path()));
+
+    VornFileHandler::copyToFolder({source("a")}, STORAGE_SD, "1");
+
+    QCOMPARE(treeWithContents(mStorages->path()),
+             (Tree{"card/", "card/DCIM/", "card/DCIM/1/", "card/DCIM/1/a = x", "in/", "in/a = x"}));
+}
+
+void TransferTest::emptyList_data()
+{
+    QTest::addColumn<bool>("move");
+
+    QTest::newRow("copy") << false;
+    QTest::newRow("move") << true;
+}
+
+void TransferTest::emptyList()
+{
+    QFETCH(bool, move);
+    StandIns standIns;
+    standIns.add("cp");
+
+    if (move)
+        VornFileHandler::moveToFolder({}, STORAGE_SD, "100ABC");
+    else
+        VornFileHandler::copyToFolder({}, STORAGE_SD, "100ABC");
+
+    QCOMPARE(tree(mStorages->path()), (Tree{"sd/", "sd/DCIM/", "sd/DCIM/100ABC/"}));
+    QCOMPARE(standIns.calls("cp"), Calls());
+}
+
+void TransferTest::emptyListWithAFileInTheWay()
+{
+    writeFile(mStorages->sd() + "/100ABC", "old");
+
+    VornFileHandler::copyToFolder({}, STORAGE_SD, "100ABC");
+
+    QCOMPARE(treeWithContents(mStorages->path()), (Tree{"sd/", "sd/DCIM/", "sd/DCIM/100ABC = old"}));
+}
+
+void TransferTest::commandOfEachFile_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QString>("folder");
+    QTest::addColumn<QString>("target");
+
+    QTest::newRow("plain") << "/x/a.jpg"
+                           << "1"
+                           << "/1/a.jpg";
+    QTest::newRow("bare-name") << "a.jpg"
+                               << "1"
+                               << "/1/a.jpg";
+    QTest::newRow("relative") << "x/a.jpg"
+                              << "1"
+                              << "/1/a.jpg";
+    QTest::newRow("option") << "-a.jpg"
+                            << "1"
+                            << "/1/-a.jpg";
+    QTest::newRow("empty-folder-name") << "/x/a.jpg"
+                                       << ""
+                                       << "//a.jpg";
+    QTest::newRow("slash-behind-the-folder") << "/x/a.jpg"
+                                             << "1/"
+                                             << "/1//a.jpg";
+    QTest::newRow("parent-folder") << "/x/a.jpg"
+                                   << ".."
+                                   << "/../a.jpg";
+    QTest::newRow("empty-source") << ""
+                                  << "1"
+                                  << "/1/_1.";
+    QTest::newRow("source-root") << "/"
+                                 << "1"
+                                 << "/1/_1.";
+    QTest::newRow("source-with-slash-behind") << "/x/a.jpg/"
+                                              << "1"
+                                              << "/1/_1.";
+    QTest::newRow("source-current-folder") << "/x/."
+                                           << "1"
+                                           << "/1/_1.";
+    QTest::newRow("source-parent-folder") << "/x/.."
+                                          << "1"
+                                          << "/1/_1.";
+    QTest::newRow("blanks-and-quotes") << " /x y/ \"a' b\".jpg "
+                                       << "1"
+                                       << "/1/ \"a' b\".jpg ";
+    QTest::newRow("line-feed") << "/x/a\nb"
+                               << "1"
+                               << "/1/a\nb";
+    QTest::newRow("backslash-is-no-separator") << "/x/b\\a.jpg"
+                                               << "1"
+                                               << "/1/b\\a.jpg";
+    QTest::newRow("marker-in-the-name") << "/x/%1%2%3.%4"
+                                        << "1"
+                                        << "/1/%1%2%3.%4";
+    QTest::newRow("marker-in-the-folder") << "/x/a.jpg"
+                                          << "%1"
+                                          << "/a.jpg/%2";
+    QTest::newRow("marker-at-the-end-of-the-folder") << "/x/a.jpg"
+                                                     << "b%2"
+                                                     << "/ba.jpg/a.jpg";
+    QTest::newRow("high-marker-in-the-folder") << "/x/a.jpg"
+                                               << "b%3"
+                                               << "/b%3/a.jpg";
+}
+
+void TransferTest::commandOfEachFile()
+{
+    QFETCH(QString, file);
+    QFETCH(QString, folder);
+    QFETCH(QString, target);
+    StandIns standIns;
+    standIns.add("cp");
+    QVERIFY(QDir::setCurrent(mStorages->path()));
+
+    VornFileHandler::copyToFolder({file}, STORAGE_SD, folder);
+
+    QCOMPARE(standIns.calls("cp"),
+             (Calls{{"-p", file.toUtf8(), QFile::encodeName(mStorages->sd() + target)}}));
+}
+
+/// The folder's name fills the marker, and what was the place of the folder takes the file's name.
+void TransferTest::markersInTheLocation()
+{
+    VornFileHandler::mSDLocation = QDir(mStorages->path() + "/a%1b");
+    StandIns standIns;
+    standIns.add("cp");
+
+    VornFileHandler::copyToFolder({"/x/c"}, STORAGE_SD, "1");
+
+    QCOMPARE(tree(mStorages->path()), (Tree{"a1b/", "a1b/%2/"}));
+    QCOMPARE(standIns.calls("cp"),
+             (Calls{{"-p", "/x/c", QFile::encodeName(mStorages->path() + "/a1b/c/c")}}));
+}
+
+void TransferTest::oneProcessPerFileInOrder()
+{
+    StandIns standIns;
+    for (const char *const program : {"cp", "sh", "mv", "rm", "mkdir"})
+        standIns.add(program);
+    standIns.add("cp", standIns.becomes("cp"));
+    const QStringList files = {source("c"), source("a"), source("b/a"), source("missing"), source("a")};
+    make(source(""), {"a = 1", "b/a = 2", "c = 3"});
+
+    VornFileHandler::moveToFolder(files, STORAGE_SD, "1");
+
+    const QByteArray folder = QFile::encodeName(mStorages->sd()) + "/1/";
+    const Arguments names = {"c", "a", "a_1.a", "missing", "a_2.a"};
+    Calls expected;
+    for (int i = 0; i < files.size(); ++i)
+        expected.append({"-p", QFile::encodeName(files.at(i)), folder + names.at(i)});
+    QCOMPARE(standIns.calls("cp"), expected);
+    QCOMPARE(standIns.callOrder(), (Arguments{"cp", "cp", "cp", "cp", "cp"}));
+    // All are copied before the first is deleted, so the second copy of the same file succeeds as well.
+    QCOMPARE(treeWithContents(mStorages->sd()),
+             (Tree{"1/", "1/a = 1", "1/a_1.a = 2", "1/a_2.a = 1", "1/c = 3"}));
+    QCOMPARE(treeWithContents(source("")), Tree{"b/"});
+}
+
+void TransferTest::failingProgram_data()
+{
+    QTest::addColumn<QByteArray>("script");
+
+    QTest::newRow("fails") << QByteArray("exit 1");
+    QTest::newRow("fails-with-255") << QByteArray("exit 255");
+    QTest::newRow("complains") << QByteArray("echo out; echo error >&2; exit 1");
+    QTest::newRow("is-killed") << QByteArray("kill -9 $$");
+    QTest::newRow("only-says-that-it-succeeds") << QByteArray("exit 0");
+}
+
+/// The sources of a move go in any case: the host has been told so.
+void TransferTest::failingProgram()
+{
+    QFETCH(QByteArray, script);
+    StandIns standIns;
+    standIns.add("cp", script);
+    make(source(""), {"a = 1", "b = 2", "c = 3"});
+    make(mStorages->sd(), {"1/b = old"});
+    const QStringList files = {source("a"), source("b")};
+
+    VornFileHandler::copyToFolder(files, STORAGE_SD, "1");
+    QCOMPARE(treeWithContents(source("")), (Tree{"a = 1", "b = 2", "c = 3"}));
+    VornFileHandler::moveToFolder(files, STORAGE_SD, "1");
+
+    QCOMPARE(treeWithContents(source("")), Tree{"c = 3"});
+    QCOMPARE(treeWithContents(mStorages->sd()), (Tree{"1/", "1/b = old"}));
+    QCOMPARE(standIns.calls("cp").size(), 4);
+}
+
+void TransferTest::missingProgram()
+{
+    const StandIns nothing(StandIns::Alone);
+    make(source(""), {"a = 1", "b = 2"});
+
+    VornFileHandler::copyToFolder({source("a")}, STORAGE_SD, "1");
+    QCOMPARE(treeWithContents(source("")), (Tree{"a = 1", "b = 2"}));
+    VornFileHandler::moveToFolder({source("a")}, STORAGE_SD, "1");
+
+    QCOMPARE(treeWithContents(source("")), Tree{"b = 2"});
+    QCOMPARE(treeWithContents(mStorages->sd()), Tree{"1/"});
+}
+
+void TransferTest::aFailureDoesNotStopTheRest()
+{
+    StandIns standIns;
+    standIns.add("cp", "case \"$2\" in *bad*) exit 1;; esac\n" + standIns.becomes("cp"));
+    make(source(""), {"a = 1", "bad = 2", "c = 3"});
+
+    VornFileHandler::moveToFolder({source("a"), source("bad"), source("c")}, STORAGE_SD, "1");
+
+    QCOMPARE(treeWithContents(mStorages->sd()), (Tree{"1/", "1/a = 1", "1/c = 3"}));
+    QCOMPARE(treeWithContents(source("")), Tree());
+}
+
+void TransferTest::modeOwnerAndTimesAreKept()
+{
+    const QByteArray file = QFile::encodeName(source("a.jpg"));
+    writeFile(file, "x");
+    QCOMPARE(::chmod(file.constData(), 0741), 0);
+    if (::geteuid() == 0)
+        QCOMPARE(::chown(file.constData(), 1234, 5678), 0);
+    const timespec times[] = {{1000000000, 123456789}, {1100000000, 987654321}};
+    QCOMPARE(::utimensat(AT_FDCWD, file.constData(), times, 0), 0);
+    struct stat before = {};
+    QCOMPARE(::lstat(file.constData(), &before), 0);
+
+    VornFileHandler::copyToFolder({source("a.jpg")}, STORAGE_SD, "1");
+    VornFileHandler::moveToFolder({source("a.jpg")}, STORAGE_USB, "1");
+
+    for (const eStorageType storage : {STORAGE_SD, STORAGE_USB}) {
+        const QByteArray copy = QFile::encodeName(mStorages->location(storage) + "/1/a.jpg");
+        struct stat after = {};
+        QCOMPARE(::lstat(copy.constData(), &after), 0);
+        QCOMPARE(after.st_mode, before.st_mode);
+        QCOMPARE(after.st_uid, before.st_uid);
+        QCOMPARE(after.st_gid, before.st_gid);
+        QCOMPARE(after.st_mtim.tv_sec, before.st_mtim.tv_sec);
+        QCOMPARE(after.st_mtim.tv_nsec, before.st_mtim.tv_nsec);
+    }
+}
+
+void TransferTest::largeFile()
+{
+    QByteArray content(5 * 1024 * 1024, '\0');
+    for (int i = 0; i < content.size(); ++i)
+        content[i] = static_cast<char>(i * 31 % 251);
+    writeFile(source("a.avi"), content);
+
+    VornFileHandler::moveToFolder({source("a.avi")}, STORAGE_SD, "1");
+
+    QVERIFY(contentOf(mStorages->sd() + "/1/a.avi") == content);
+    QCOMPARE(tree(source("")), Tree());
+}
+
+void TransferTest::relativeSource()
+{
+    make(source(""), {"a = 1", "b/c = 2"});
+    QVERIFY(QDir::setCurrent(source("")));
+
+    VornFileHandler::moveToFolder({"a", "b/c"}, STORAGE_SD, "1");
+
+    QCOMPARE(treeWithContents(mStorages->sd()), (Tree{"1/", "1/a = 1", "1/c = 2"}));
+    QCOMPARE(treeWithContents(source("")), Tree{"b/"});
+}
+
+/// cp fails on its unknown option; the move deletes the file as after any failed copy.
+void TransferTest::sourceThatLooksLikeAnOption()
+{
+    make(source(""), {"-Z! = 1"});
+    QVERIFY(QDir::setCurrent(source("")));
+
+    VornFileHandler::copyToFolder({"-Z!"}, STORAGE_SD, "1");
+    QCOMPARE(treeWithContents(source("")), Tree{"-Z! = 1"});
+    VornFileHandler::moveToFolder({"-Z!"}, STORAGE_SD, "1");
+
+    QCOMPARE(treeWithContents(source("")), Tree());
+    QCOMPARE(treeWithContents(mStorages->sd()), Tree{"1/"});
+}
+
+void TransferTest::moveWithinOneFolder()
+{
+    make(mStorages->sd(), {"1/a.jpg = x"});
+
+    VornFileHandler::moveToFolder({mStorages->sd() + "/1/a.jpg"}, STORAGE_SD, "1");
+
+    QCOMPARE(treeWithContents(mStorages->sd()), (Tree{"1/", "1/a_1.jpg = x"}));
+}
+
+void TransferTest::deleteFile_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<Tree>("gone");
+
+    QTest::newRow("file") << "/a.jpg" << Tree{"a.jpg = x"};
+    QTest::newRow("read-only-file") << "/read-only" << Tree{"read-only = x"};
+    QTest::newRow("hidden") << "/.a" << Tree{".a = x"};
+    QTest::newRow("in-a-folder") << "/full/b" << Tree{"full/b = x"};
+    QTest::newRow("blanks-and-line-feed") << "/ a\nb " << Tree{" a\nb  = x"};
+    QTest::newRow("wildcard-is-a-name") << "/*" << Tree{};
+    QTest::newRow("beyond-ascii") << QString::fromUtf8("/\xC3\xA4") << Tree{"\xC3\xA4 = x"};
+    QTest::newRow("missing") << "/missing" << Tree{};
+    QTest::newRow("missing-folder") << "/missing/a.jpg" << Tree{};
+    QTest::newRow("file-as-a-folder") << "/a.jpg/b" << Tree{};
+    QTest::newRow("slash-behind") << "/a.jpg/" << Tree{};
+    QTest::newRow("empty-folder") << "/empty" << Tree{};
+    QTest::newRow("full-folder") << "/full" << Tree{};
+    QTest::newRow("link") << "/link" << Tree{"link -> a.jpg"};
+    QTest::newRow("link-to-a-folder") << "/folder-link" << Tree{"folder-link -> full"};
+    QTest::newRow("dangling-link") << "/dangling" << Tree{"dangling -> missing"};
+    QTest::newRow("too-long") << "/" + QString(300, 'x') << Tree{};
+    QTest::newRow("test-directory") << "" << Tree{};
+}
+
+void TransferTest::deleteFile()
+{
+    QFETCH(QString, file);
+    QFETCH(Tree, gone);
+    const QString base = source("");
+    make(base, {" a\nb  = x", ".a = x", "a.jpg = x", "read-only = x", "empty/", "full/b = x", "link -> a.jpg",
+                "folder-link -> full", "dangling -> missing", "\xC3\xA4 = x"});
+    QVERIFY(QFile::setPermissions(base + "read-only", QFile::ReadOwner));
+    Tree expected = treeWithContents(base);
+    for (const QByteArray &entry : gone)
+        QVERIFY(expected.removeOne(entry));
+
+    VornFileHandler::deleteFile(mStorages->path() + "/in" + file);
+
+    QCOMPARE(treeWithContents(base), expected);
+}
+
+void TransferTest::deleteRelativeFile()
+{
+    make(source(""), {"a = 1", "b/a = 2"});
+    QVERIFY(QDir::setCurrent(source("b")));
+
+    VornFileHandler::deleteFile("a");
+    VornFileHandler::deleteFile("");
+    VornFileHandler::deleteFile(QString());
+    VornFileHandler::deleteFile(".");
+    VornFileHandler::moveToFolder({""}, STORAGE_SD, "1");
+
+    QCOMPARE(treeWithContents(source("")), (Tree{"a = 1", "b/"}));
+    QCOMPARE(treeWithContents(mStorages->sd()), Tree{"1/"});
+}
+
+void TransferTest::deleteFileWithZeroByte()
+{
+    make(source(""), {"a = 1"});
+
+    VornFileHandler::deleteFile(source("a") + QChar(QChar::Null) + "b");
+    VornFileHandler::deleteFile(source("a") + QChar(QChar::Null));
+    VornFileHandler::deleteFile(QString(QChar::Null) + source("a"));
+
+    QCOMPARE(treeWithContents(source("")), Tree{"a = 1"});
+}
+
+int main(int argc, char *argv[])
+{
+    qputenv("LC_ALL", "C.UTF-8"); // names on disk are in the encoding of the locale
+    const QCoreApplication application(argc, argv);
+    TransferTest test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_transfer.moc"
