@@ -1,0 +1,146 @@
+// SPDX-License-Identifier: MIT
+#include "shim.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdarg>
+#include <cstring>
+#include <map>
+
+#include <dirent.h>
+#include <dlfcn.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+Faults faults;
+
+namespace {
+
+std::map<DIR *, int> entriesRead;
+
+template <typename Function>
+Function *real(const char *name)
+{
+    return reinterpret_cast<Function *>(::dlsym(RTLD_NEXT, name));
+}
+
+bool concerns(const char *wanted, const char *path)
+{
+    const char *slash = std::strrchr(path, '/');
+    return !wanted || std::strcmp(wanted, slash ? slash + 1 : path) == 0;
+}
+
+int fail(int error)
+{
+    errno = error;
+    return -1;
+}
+
+/// What one more readdir() of @p stream gives; DT_UNKNOWN and the errors are the same for both its forms.
+template <typename Entry>
+Entry *read(DIR *stream, Entry *(*realRead)(DIR *))
+{
+    const int count = entriesRead[stream]++;
+    if (faults.whileReading && count == faults.afterEntries) {
+        const auto change = faults.whileReading;
+        faults.whileReading = nullptr;
+        change();
+    }
+    if (faults.readError && count >= faults.readErrorAfter) {
+        errno = faults.readError;
+        return nullptr;
+    }
+    Entry *entry = realRead(stream);
+    if (entry && faults.unknownTypes)
+        entry->d_type = DT_UNKNOWN;
+    return entry;
+}
+
+} // namespace
+
+extern "C" {
+
+DIR *opendir(const char *path)
+{
+    static const auto next = real<DIR *(const char *)>("opendir");
+    if (faults.openError) {
+        errno = faults.openError;
+        return nullptr;
+    }
+    DIR *stream = next(path);
+    entriesRead.erase(stream);
+    return stream;
+}
+
+dirent *readdir(DIR *stream)
+{
+    static const auto next = real<dirent *(DIR *)>("readdir");
+    return read(stream, next);
+}
+
+dirent64 *readdir64(DIR *stream)
+{
+    static const auto next = real<dirent64 *(DIR *)>("readdir64");
+    return read(stream, next);
+}
+
+int statx(int directory, const char *path, int flags, unsigned mask, struct statx *status) noexcept
+{
+    static const auto next = real<int(int, const char *, int, unsigned, struct statx *)>("statx");
+    if (faults.statxError && concerns(faults.statxName, path))
+        return fail(faults.statxError);
+    return next(directory, path, flags, mask, status);
+}
+
+int mkdir(const char *path, mode_t mode) noexcept
+{
+    static const auto next = real<int(const char *, mode_t)>("mkdir");
+    return faults.mkdirError ? fail(faults.mkdirError) : next(path, mode);
+}
+
+int unlink(const char *path) noexcept
+{
+    static const auto next = real<int(const char *)>("unlink");
+    return faults.removeError && concerns(faults.removeName, path) ? fail(faults.removeError) : next(path);
+}
+
+int rmdir(const char *path) noexcept
+{
+    static const auto next = real<int(const char *)>("rmdir");
+    return faults.removeError && concerns(faults.removeName, path) ? fail(faults.removeError) : next(path);
+}
+
+int kill(pid_t process, int number) noexcept
+{
+    static const auto next = real<int(pid_t, int)>("kill");
+    if (process != -1)
+        return next(process, number);
+    faults.killedAll = true; // and the machine that runs the test lives on
+    return 0;
+}
+
+pid_t fork() noexcept
+{
+    static const auto next = real<pid_t()>("fork");
+    return faults.forkError ? fail(faults.forkError) : next();
+}
+
+// Qt makes its children with clone(), for a descriptor of the child, and takes fork() where that is missing.
+long syscall(long number, ...) noexcept
+{
+    static const auto next = real<long(long, ...)>("syscall");
+    va_list list;
+    va_start(list, number);
+    long values[6];
+    for (long &value : values)
+        value = va_arg(list, long);
+    va_end(list);
+    if (faults.forkError && number == SYS_clone) {
+        // Qt 5.15.8 goes on with this as the child's descriptor, and with -1 as its process id.
+        *reinterpret_cast<int *>(values[2]) = faults.unsetDescriptor;
+        return fail(faults.forkError);
+    }
+    return next(number, values[0], values[1], values[2], values[3], values[4], values[5]);
+}
+}

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: MIT
+#ifndef SHIM_H
+#define SHIM_H
+
+#include <functional>
+
+#include <sys/types.h>
+
+/// What the C library answers from now on, to Qt and to the library alike: the program's own definitions
+/// stand before those of libc. An error of 0 is none; a name restricts the error to files of that name.
+struct Faults {
+    int openError = 0; ///< opendir()
+    int readError = 0; ///< readdir(), after so many entries of each directory:
+    int readErrorAfter = 0;
+    bool unknownTypes = false; ///< readdir() tells no types
+    int statxError = 0;
+    const char *statxName = nullptr;
+    int mkdirError = 0;
+    int removeError = 0; ///< unlink() and rmdir()
+    const char *removeName = nullptr;
+    int forkError = 0;          ///< fork() and clone()
+    int unsetDescriptor = 1000; ///< what clone() leaves where the child's descriptor belongs
+    bool killedAll = false;     ///< whether kill() was asked to signal every process of the system
+    int afterEntries = 0;
+    std::function<void()> whileReading; ///< called once, when so many entries of a directory were read
+};
+
+extern Faults faults;
+
+/// Sets the faults for a block.
+class WithFaults
+{
+public:
+    explicit WithFaults(const Faults &wanted) { faults = wanted; }
+    ~WithFaults() { faults = Faults(); }
+    WithFaults(const WithFaults &) = delete;
+    WithFaults &operator=(const WithFaults &) = delete;
+};
+
+#endif // SHIM_H

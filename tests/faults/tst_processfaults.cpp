@@ -1,0 +1,277 @@
+// SPDX-License-Identifier: MIT
+#include "resources.h"
+#include "shim.h"
+#include "standins.h"
+#include "testsupport.h"
+
+#include <QTest>
+
+#include <cerrno>
+#include <csignal>
+
+#include <sys/resource.h>
+#include <unistd.h>
+
+using namespace VORN_FILE_HANDLER;
+
+namespace {
+
+struct Outcome {
+    int code;
+    QString output;
+    QString errors;
+};
+
+Outcome run(const QString &command, const QStringList &arguments = {}, int timeout = -1)
+{
+    Outcome outcome = {0, "before", "before"};
+    outcome.code = VornFileHandler::execCmdLine(command, arguments, outcome.output, outcome.errors, timeout);
+    return outcome;
+}
+
+Faults forkFails(int error, int unsetDescriptor = 1000)
+{
+    Faults wanted;
+    wanted.forkError = error;
+    wanted.unsetDescriptor = unsetDescriptor;
+    return wanted;
+}
+
+/// One call of everything that starts programs.
+void useAllPrograms(const QString &file)
+{
+    run("true", {"x"});
+    VornFileHandler::isMounted(STORAGE_SD);
+    VornFileHandler::getRemainingPercent(STORAGE_SD);
+    VornFileHandler::copyToFolder({file}, STORAGE_SD, "100ABC");
+    Metadata metadata;
+    metadata.set(FILE_TYPE_VIDEO, QFileInfo(file));
+}
+
+} // namespace
+
+class TestProcessFaults : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase() { run("true", {"x"}); } // what Qt opens once and for all is open
+    void init() { mDescriptors = openDescriptors(); }
+    void cleanup()
+    {
+        faults = Faults();
+        ::alarm(0);
+        QCOMPARE(openDescriptors(), mDescriptors);
+        QVERIFY(!hasChildren());
+    }
+
+    void noProcessCanBeMade_data();
+    void noProcessCanBeMade();
+    void shellIsMissing();
+    void moveWithoutProcessesLosesTheFile();
+    void muchOutput();
+    void grandchildHoldsTheOutputOpen();
+    void outputsAreClosedEarly();
+    void childIsKilled_data();
+    void childIsKilled();
+    void childThatIgnoresTheEndIsKilledAtTheLimit();
+    void probeIsKilled();
+    void noDescriptorsAreLeft();
+    void processesLeakNoBytes_data() { noProcessCanBeMade_data(); }
+    void processesLeakNoBytes();
+    void otherDescriptorsAreNeitherAwaitedNorClosed();
+
+private:
+    QByteArrayList mDescriptors;
+};
+
+void TestProcessFaults::noProcessCanBeMade_data()
+{
+    QTest::addColumn<int>("error");
+    QTest::addColumn<int>("unsetDescriptor");
+    QTest::newRow("process-limit") << EAGAIN << 1000;
+    QTest::newRow("no-memory") << ENOMEM << 1000;
+    QTest::newRow("process-limit-seen-by-Qt") << EAGAIN << -1;
+}
+
+void TestProcessFaults::noProcessCanBeMade()
+{
+    QFETCH(const int, error);
+    QFETCH(const int, unsetDescriptor);
+    ::alarm(60); // a wait for a process that was never made would have no end
+    Storages storages;
+    VornFileHandler::mSdBlk = "vda";
+    const QString file = storages.sd() + "/100ABC/DCF_0001.avi";
+    writeFile(file);
+    StandardErrorCapture capture;
+    const WithFaults broken(forkFails(error, unsetDescriptor));
+    const Outcome outcome = run("echo", {"hi"});
+    QCOMPARE(outcome.code, 0);
+    QCOMPARE(outcome.output, QString());
+    QCOMPARE(outcome.errors, QString());
+    QCOMPARE(run("sh -c \"echo hi").output, QString());
+    QCOMPARE(VornFileHandler::isMounted(STORAGE_SD), false);
+    QCOMPARE(VornFileHandler::getStorageSize(STORAGE_SD), qint64(0));
+    Metadata metadata;
+    metadata.mWidth = 7;
+    VornFileHandler::getMetadata(QFileInfo(file), metadata);
+    QCOMPARE(metadata.mWidth, 7);
+    VornFileHandler::copyToFolder({file}, STORAGE_USB, "100ABC");
+    QCOMPARE(tree(storages.path() + "/usb"), (QList<QByteArray>{"DCIM/", "DCIM/100ABC/"}));
+    run("echo", {"hi"}, 100);
+    QVERIFY(!faults.killedAll);
+    QCOMPARE(capture.take(), QByteArray());
+}
+
+void TestProcessFaults::shellIsMissing()
+{
+    Storages storages;
+    VornFileHandler::mSdBlk = "vda";
+    const StandIns nothing(StandIns::Alone);
+    StandardErrorCapture capture;
+    const Outcome outcome = run("sh -c \"echo hi");
+    QCOMPARE(outcome.code, 0);
+    QCOMPARE(outcome.output, QString());
+    QCOMPARE(VornFileHandler::isMounted(STORAGE_SD), false);
+    QCOMPARE(VornFileHandler::getRemainingPercent(STORAGE_SD), 0);
+    QCOMPARE(VornFileHandler::getUsedBytes(STORAGE_SD), qint64(0));
+    QCOMPARE(capture.take(), QByteArray());
+}
+
+void TestProcessFaults::moveWithoutProcessesLosesTheFile()
+{
+    Storages storages;
+    const QString file = storages.sd() + "/100ABC/DCF_0001.avi";
+    writeFile(file);
+    const WithFaults broken(forkFails(EAGAIN));
+    VornFileHandler::moveToFolder({file}, STORAGE_SD, "101ABC");
+    QCOMPARE(tree(storages.sd()), (QList<QByteArray>{"100ABC/", "101ABC/"}));
+}
+
+void TestProcessFaults::muchOutput()
+{
+    const int size = 64 * 1024 * 1024;
+    const Outcome outcome = run(
+        QString(
+            "sh -c \"head -c %1 /dev/zero | tr '\\000' o; head -c %2 /dev/zero | tr '\\000' e >&2; exit 5")
+            .arg(size)
+            .arg(1024 * 1024));
+    QCOMPARE(outcome.code, 5);
+    QCOMPARE(outcome.output.size(), size);
+    QCOMPARE(outcome.output.count('o'), size);
+    QCOMPARE(outcome.errors, QString(1024 * 1024, 'e'));
+}
+
+void TestProcessFaults::grandchildHoldsTheOutputOpen()
+{
+    QTemporaryDir directory;
+    const QString stop = directory.filePath("stop");
+    const QString gone = directory.filePath("gone");
+    // It ends when the call has returned: a call that waited for it would not return at all.
+    const Outcome outcome =
+        run(QString("sh -c \"(while ! test -e %1; do sleep 0.02; done; echo > %2) & echo hi; exit 4")
+                .arg(stop, gone));
+    QCOMPARE(outcome.code, 4);
+    QCOMPARE(outcome.output, QString("hi\n"));
+    writeFile(stop);
+    QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(gone), 60000);
+}
+
+void TestProcessFaults::outputsAreClosedEarly()
+{
+    const Outcome outcome = run("sh -c \"echo out; echo err >&2; exec >&- 2>&-; sleep 0.2; exit 6");
+    QCOMPARE(outcome.code, 6);
+    QCOMPARE(outcome.output, QString("out\n"));
+    QCOMPARE(outcome.errors, QString("err\n"));
+}
+
+void TestProcessFaults::childIsKilled_data()
+{
+    QTest::addColumn<int>("number");
+    QTest::newRow("kill") << SIGKILL;
+    QTest::newRow("segmentation-fault") << SIGSEGV;
+    QTest::newRow("terminate") << SIGTERM;
+    QTest::newRow("pipe") << SIGPIPE;
+}
+
+void TestProcessFaults::childIsKilled()
+{
+    QFETCH(const int, number);
+    StandardErrorCapture capture;
+    const Outcome outcome = run(QString("sh -c \"ulimit -c 0; echo out; kill -%1 $$").arg(number));
+    QCOMPARE(outcome.code, number);
+    QCOMPARE(outcome.output, QString("out\n"));
+    QCOMPARE(capture.take(), QByteArray());
+}
+
+void TestProcessFaults::childThatIgnoresTheEndIsKilledAtTheLimit()
+{
+    StandardErrorCapture capture;
+    const Outcome outcome = run("sh -c \"trap '' TERM; echo out; while :; do read x; done", {}, 500);
+    QCOMPARE(outcome.code, 0);
+    QCOMPARE(outcome.output, QString("out\n"));
+    QCOMPARE(capture.take(), QByteArray());
+}
+
+void TestProcessFaults::probeIsKilled()
+{
+    Storages storages;
+    StandIns programs;
+    programs.add("ffprobe", "kill -9 $$");
+    const QString file = storages.sd() + "/100ABC/DCF_0001.avi";
+    writeFile(file);
+    StandardErrorCapture capture;
+    Metadata metadata;
+    metadata.mWidth = 7;
+    VornFileHandler::getMetadata(QFileInfo(file), metadata);
+    QCOMPARE(metadata.mWidth, 7);
+    QCOMPARE(capture.take(), QByteArray());
+}
+
+void TestProcessFaults::noDescriptorsAreLeft()
+{
+    Storages storages;
+    const QString file = storages.sd() + "/100ABC/DCF_0001.avi";
+    writeFile(file);
+    rlimit former = {};
+    ::getrlimit(RLIMIT_NOFILE, &former);
+    rlimit none = former;
+    none.rlim_cur = 0;
+    ::setrlimit(RLIMIT_NOFILE, &none);
+    useAllPrograms(file);
+    const Outcome outcome = run("echo", {"hi"});
+    ::setrlimit(RLIMIT_NOFILE, &former);
+    QCOMPARE(outcome.code, 0);
+    QCOMPARE(outcome.output, QString());
+}
+
+void TestProcessFaults::processesLeakNoBytes()
+{
+    QFETCH(const int, error);
+    QFETCH(const int, unsetDescriptor);
+    ::alarm(60); // a wait for a process that was never made would have no end
+    Storages storages;
+    const QString file = storages.sd() + "/100ABC/DCF_0001.avi";
+    writeFile(file);
+    const StandardErrorCapture capture;
+    const WithFaults broken(forkFails(error, unsetDescriptor));
+    QVERIFY(heapGrowth([&file] { useAllPrograms(file); }) < SMALLEST_LEAK);
+}
+
+void TestProcessFaults::otherDescriptorsAreNeitherAwaitedNorClosed()
+{
+    int pipe[2];
+    QCOMPARE(::pipe(pipe), 0);
+    ::alarm(30); // a wait for what no one writes would have no end
+    {
+        const WithFaults broken(forkFails(EAGAIN, pipe[0]));
+        QCOMPARE(run("echo", {"hi"}, 100).code, 0);
+        QCOMPARE(run("echo", {"hi"}).code, 0);
+        QVERIFY(!faults.killedAll);
+    }
+    QCOMPARE(::close(pipe[0]), 0);
+    QCOMPARE(::close(pipe[1]), 0);
+}
+
+QTEST_GUILESS_MAIN(TestProcessFaults)
+#include "tst_processfaults.moc"

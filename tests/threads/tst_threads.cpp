@@ -1,0 +1,154 @@
+// SPDX-License-Identifier: MIT
+#include "literal.h"
+#include "media.h"
+#include "standins.h"
+#include "testsupport.h"
+
+#include <QImage>
+#include <QTest>
+
+#include <cerrno>
+#include <functional>
+#include <thread>
+#include <vector>
+
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace VORN_FILE_HANDLER;
+
+#if defined(__SANITIZE_THREAD__)
+// Without descriptors of processes, Qt makes its children with fork() in place of a bare clone(), of which
+// ThreadSanitizer knows nothing: the child would wait for its locks for ever.
+extern "C" int waitid(idtype_t type, id_t id, siginfo_t *info, int options)
+{
+    if (type != P_PIDFD)
+        return static_cast<int>(::syscall(SYS_waitid, type, id, info, options, nullptr));
+    errno = EINVAL;
+    return -1;
+}
+#endif
+
+namespace {
+
+constexpr int THREADS = 4;
+constexpr int ROUNDS = 6;
+
+/// What @p action(number of the thread) gives in each round of each of several threads that run at once.
+std::vector<QByteArray> onThreads(const std::function<QByteArray(int)> &action)
+{
+    std::vector<QByteArray> results(THREADS * ROUNDS);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < THREADS; ++i)
+        threads.emplace_back([&results, &action, i] {
+            for (int round = 0; round < ROUNDS; ++round)
+                results[static_cast<size_t>(i * ROUNDS + round)] = action(i);
+        });
+    for (std::thread &thread : threads)
+        thread.join();
+    return results;
+}
+
+void compareWithOneThread(const std::function<QByteArray(int)> &action)
+{
+    std::vector<QByteArray> expected;
+    for (int i = 0; i < THREADS; ++i)
+        expected.insert(expected.end(), ROUNDS, action(i));
+    const std::vector<QByteArray> results = onThreads(action);
+    for (size_t i = 0; i < expected.size(); ++i)
+        QCOMPARE(results[i], expected[i]);
+}
+
+QByteArray describe(const QString &path)
+{
+    Metadata record;
+    VornFileHandler::getMetadata(QFileInfo(path), record);
+    QByteArray text = record.mFileName.toUtf8() + record.mLastModified.toString(Qt::ISODateWithMs).toUtf8();
+    for (const qint64 figure : {qint64(record.mType), record.mSize, qint64(record.mWidth),
+                                qint64(record.mHeight), qint64(record.mLength), qint64(record.mImageCount)})
+        text += " " + QByteArray::number(figure);
+    return text;
+}
+
+} // namespace
+
+class TestThreads : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void recordsOfFilesAndFolders();
+    void commands();
+    void sameStorage();
+    void differentStorages();
+    void storageWithNamesForQDir();
+};
+
+void TestThreads::recordsOfFilesAndFolders()
+{
+    Storages storages;
+    StandIns programs;
+    programs.add("ffprobe", programs.prints("1920\n1080\n"));
+    const QString folder = storages.sd() + "/100ABC/";
+    makeEntries(storages.sd(), {"100ABC/DCF_0001.avi", "100ABC/DCF_0002.mkv", "100ABC/DCF_0005.wav"});
+    QImage(7, 5, QImage::Format_RGB32).save(folder + "DCF_0003.jpg");
+    QImage(9, 3, QImage::Format_RGB32).save(folder + "DCF_0004.png");
+    compareWithOneThread([&folder](int) {
+        QByteArray text;
+        for (const char *name : {"DCF_0001.avi", "DCF_0002.mkv", "DCF_0003.jpg", "DCF_0004.png",
+                                 "DCF_0005.wav", "missing.jpg", "missing.avi", ""})
+            text += describe(folder + name) + "\n";
+        return text;
+    });
+}
+
+void TestThreads::commands()
+{
+    compareWithOneThread([](int thread) {
+        QString output;
+        QString errors;
+        const QString script = QString("echo out %1; echo err %1 >&2; exit %1").arg(thread);
+        QByteArray code =
+            QByteArray::number(VornFileHandler::execCmdLine("sh", {"-c", script}, output, errors, -1));
+        code += VornFileHandler::execCmdLine("missing-program", {"x"}, output, errors, -1) == 0 ? "" : "!";
+        VornFileHandler::execCmdLine("sh -c \"" + script, {}, output, errors, -1);
+        return code + output.toUtf8() + errors.toUtf8();
+    });
+}
+
+void TestThreads::sameStorage()
+{
+    Storages storages;
+    makeEntries(storages.sd(), {"100ABC/DCF_0001.jpg", "=100ABC/DCF_0002.png", "101ABC/DCF_0009.wav",
+                                "MISC/x.avi", "100abc/DCF_0003.JPG", "XYZABC/"});
+    const StandardErrorCapture capture;
+    compareWithOneThread([](int) { return literal::libraryReport(STORAGE_SD); });
+}
+
+void TestThreads::differentStorages()
+{
+    Storages storages;
+    for (int i = 0; i < 3; ++i)
+        makeEntries(storages.location(anyStorage(i)),
+                    {"100ABC/DCF_000" + QByteArray::number(i) + ".jpg", "101ABC/DCF_9999.avi"});
+    const StandardErrorCapture capture;
+    literal::libraryReport(STORAGE_MMC);
+    compareWithOneThread([](int thread) { return literal::libraryReport(anyStorage(thread % 3)); });
+}
+
+void TestThreads::storageWithNamesForQDir()
+{
+    Storages storages(QString::fromUtf8("\xc3\x84[BC]"));
+    makeEntries(storages.sd(), {"100\xc3\x84"
+                                "B/DCF_0001.jpg",
+                                "100\xc3\x84"
+                                "B/\xc3\xa9.png",
+                                "101\xc3\xa4"
+                                "c/x.wav"});
+    const StandardErrorCapture capture;
+    compareWithOneThread([](int) { return literal::libraryReport(STORAGE_SD); });
+}
+
+QTEST_GUILESS_MAIN(TestThreads)
+#include "tst_threads.moc"
