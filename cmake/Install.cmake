@@ -1,0 +1,39 @@
+# Components: Runtime (what a program needs to run), Development (what is needed to build one), Tool (vornfh).
+include(CMakePackageConfigHelpers)
+
+install(TARGETS vornFileHandler EXPORT vornFileHandlerTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Runtime NAMELINK_COMPONENT Development)
+install(FILES vornfilehandler.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT Development)
+
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/vornFileHandler)
+install(EXPORT vornFileHandlerTargets NAMESPACE vornFileHandler::
+    DESTINATION ${package_dir} COMPONENT Development)
+configure_package_config_file(cmake/vornFileHandlerConfig.cmake.in vornFileHandlerConfig.cmake
+    INSTALL_DESTINATION ${package_dir} NO_SET_AND_CHECK_MACRO)
+write_basic_package_version_file(vornFileHandlerConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES
+    ${PROJECT_BINARY_DIR}/vornFileHandlerConfig.cmake
+    ${PROJECT_BINARY_DIR}/vornFileHandlerConfigVersion.cmake
+    DESTINATION ${package_dir} COMPONENT Development)
+
+# A path below the prefix is written as such, so that pkg-config --define-prefix can move it.
+foreach(dir IN ITEMS LIBDIR INCLUDEDIR)
+    set(pc_${dir} "${CMAKE_INSTALL_${dir}}")
+    if(NOT IS_ABSOLUTE "${pc_${dir}}")
+        string(PREPEND pc_${dir} "\${prefix}/")
+    endif()
+endforeach()
+configure_file(cmake/vornFileHandler.pc.in vornFileHandler.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/vornFileHandler.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT Development)
+
+if(VORN_FILE_HANDLER_TOOLS)
+    install(TARGETS vornfh RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT Tool)
+    if(EXISTS ${PROJECT_SOURCE_DIR}/tools/vornfh/vornfh.1)
+        install(FILES tools/vornfh/vornfh.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT Tool)
+    endif()
+    if(EXISTS ${PROJECT_SOURCE_DIR}/tools/vornfh/vornfh.bash)
+        install(FILES tools/vornfh/vornfh.bash
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME vornfh COMPONENT Tool)
+    endif()
+endif()
