@@ -19,8 +19,8 @@
 /// The enumerations and constants of the storage layout.
 namespace VORN_FILE_HANDLER {
 
-/// The storages of the device. Any other value is an unsupported storage, which every operation accepts
-/// and answers as its own comment says.
+/// The storages of the device. Any other value is an unsupported storage: an operation whose comment names no
+/// answer of its own to it works on the directory /tmp.
 enum eStorageType : int {
     STORAGE_MMC = 0, ///< internal eMMC
     STORAGE_SD = 1,  ///< SD card
@@ -162,11 +162,12 @@ public:
     /// empty suffix "." and ".." are in the list. Hidden folders and symbolic links are not.
     ///
     /// A missing location is created, with the line "root dir <location> doesn't exist. Create it". Where
-    /// no folder matches, folder 100 is created. Reads the location once, after such a creation twice.
+    /// no folder matches, folder 100 is created; where that fails, or does not match either because of
+    /// wildcards in the suffix, the list is empty. Reads the location once, after such a creation twice.
     static QList<QFileInfo> getDCIMFolders(VORN_FILE_HANDLER::eStorageType storage);
 
     /// Number of the current folder: the last of getDCIMFolders() whose name, less every occurrence of the
-    /// suffix in just this case, is a number. That is the last in name order: 1000 sorts before 101.
+    /// suffix (its case minded), is a decimal number. That is the last in name order: 1000 sorts before 101.
     /// 100 when there is none, whether or not such a folder exists.
     ///
     /// Creates and prints what getDCIMFolders() does; for each folder passed over prints the line
@@ -177,14 +178,15 @@ public:
 
     /// The number in the last media file of a numbered folder in name order; 0 when there is none.
     /// Media files are DCF_*.jpg, .png, .avi, .mkv and .wav, case ignored; thumbnails do not count. The
-    /// number is the first eight characters less every "DCF_", in capitals.
+    /// number is the first eight characters less every "DCF_" (capitals only), read as a decimal number.
     ///
     /// For a missing folder prints the line "directory <folder> doesn't exist"; for each file passed over
     /// the line "problem finding the file number in this filename, continue to the next file".
     static int getLastFileNum(VORN_FILE_HANDLER::eStorageType storage, int folderNumber);
 
     /// The number for the next file in the current folder: getLastFileNum() plus one, gaps are never
-    /// filled. After 9999 it creates the folder after the current one and gives 1.
+    /// filled. After 9999 it creates the folder after the current one and gives 1, whether or not that
+    /// succeeded. Foreign names may make it 0 or negative: "DCF_-005" gives -4.
     /// Creates and prints what getLastDirectoryNum() and getLastFileNum() do.
     static int getNextFileNum(VORN_FILE_HANDLER::eStorageType storage);
 
@@ -202,7 +204,7 @@ public:
     //
     // A file listing holds regular files only: no folders, no symbolic links, no hidden files. Name filters
     // are QDir wildcards, case ignored; an empty list takes every file. Names that are no valid UTF-8 are
-    // never listed. Size and times of an entry are those of the listing only if it was ordered by time;
+    // never listed. Size and times of an entry are those of the listing if it was ordered by time or size;
     // otherwise they are read when first asked for.
 
     /// The files of one directory in the order @p sort. A directory with name filters of its own keeps
@@ -226,7 +228,7 @@ public:
     /// The files of all folders that @p filter takes: folder by folder in the order of getFolders(), in
     /// each the oldest modification first (QDir::Time | QDir::Reversed; equal times in descending name
     /// order). Files beside the folders and files further down are not listed. Creates and prints what
-    /// getFolders() does.
+    /// getFolders() does; for a folder that has gone meanwhile prints "directory <folder> doesn't exist".
     static QList<QFileInfo> getDirectoryContents(VORN_FILE_HANDLER::eStorageType storage,
                                                  QStringList nameFilters,
                                                  VORN_FILE_HANDLER::eDIRECTORY_FILTER filter);
@@ -299,8 +301,12 @@ public:
     //
     // Each query starts processes, blocks until they have ended, without a time limit, and remembers
     // nothing. Block name and mount path reach the shell unquoted: whoever may choose them may run any
-    // command. A mount path with a blank in it gives 0. An unsupported storage gives false or 0, with the
-    // line "Unsupported storage type" for each look at its block device.
+    // command, and a mount path with a blank in it is taken apart, which gives 0 or the figures of another
+    // file system. An unsupported storage gives false or 0, with the line "Unsupported storage type" for each
+    // look at its block device.
+    //
+    // Qt needs SIGCHLD to learn that a process has ended: a host may block it on the calling thread, but must
+    // not replace or ignore it after the first process was started.
 
     /// Runs a program and waits until it ends.
     ///
@@ -323,15 +329,16 @@ public:
     /// is found in mmcblk1p1); false for an empty name. Starts sh, cat and grep once.
     static bool isMounted(VORN_FILE_HANDLER::eStorageType type);
 
-    /// Bytes free for users on the file system at the storage's mount path; 0 when not mounted, on any
-    /// failure, and beyond 2 TiB. Starts isMounted()'s processes, then sh, df and awk.
+    /// Bytes free for users on the file system at the storage's mount path, as df reports them; 0 when not
+    /// mounted, when the answer is not one number, and beyond 2 TiB. Starts isMounted()'s processes, then sh,
+    /// df and awk.
     static qint64 getRemainingBytes(VORN_FILE_HANDLER::eStorageType type);
 
     /// Size in bytes of that file system; 0 as above. Starts isMounted()'s processes, then sh, df and awk.
     static qint64 getStorageSize(VORN_FILE_HANDLER::eStorageType type);
 
-    /// Free space in percent of the size, rounded; 0 when not mounted, on any failure, and when df reports
-    /// more free space than size. Starts five pipelines.
+    /// Free space in percent of the size, rounded; 0 as above, and when df reports more free space than size.
+    /// Starts five pipelines.
     static int getRemainingPercent(VORN_FILE_HANDLER::eStorageType type);
 
     /// Size less free space in bytes, reckoned in single precision: for tens of gigabytes it is a few
@@ -346,13 +353,14 @@ public:
     /// A name that is taken gets a counter: DCF_0001_1.jpg to DCF_0001_999.jpg, from the text before the
     /// first dot and behind the last (a.b.c gives a_1.c, README gives README_1.README). If all are taken,
     /// the last one is overwritten. Starts one "cp -p" per file, without a shell, and waits for each
-    /// without a time limit. Failures are not reported, and the copies are not flushed to the device; a
-    /// relative source that begins with "-" is an option to cp. @p folder is not checked: "../x" leaves
-    /// the location.
+    /// without a time limit. Failures are not reported, and the copies are not flushed to the device. A
+    /// folder is not copied, of a symbolic link its target is; a relative source that begins with "-" is an
+    /// option to cp. @p folder is not checked: "../x" leaves the location.
     static void copyToFolder(QStringList files, VORN_FILE_HANDLER::eStorageType type, QString folder);
 
-    /// copyToFolder(), then deletes every source, whether or not its copy succeeded: a move whose copy
-    /// failed loses the file. A host that cannot afford that copies, compares and deletes by itself.
+    /// copyToFolder(), then deletes every source (of a symbolic link the link, a folder not), whether or not
+    /// its copy succeeded: a move whose copy failed loses the file. A host that cannot afford that copies,
+    /// compares and deletes by itself.
     static void moveToFolder(QStringList files, VORN_FILE_HANDLER::eStorageType type, QString folder);
 
     /// Deletes one file. A failure is not reported.
@@ -429,9 +437,11 @@ public:
     /// Writes @p comment into the picture @p file as the EXIF tag Exif.Photo.UserComment, in place of an
     /// earlier one. The file is rewritten in place; the record is neither read nor changed.
     ///
-    /// @return 0 when written; 1, with the line "Error: File does not exist: <path>" or "Error: Cannot open
-    ///         input file <path>", in no colour, on standard error
-    /// @throws Exiv2::AnyError for everything else that Exiv2 reports; the file is then as Exiv2 left it
+    /// @return 0 when written; 1, with the line "Error: File does not exist: <path>" or (where Exiv2 gives no
+    ///         image and no exception) "Error: Cannot open input file <path>", in no colour, on standard
+    ///         error
+    /// @throws an exception of Exiv2, derived from std::exception, for everything else, a file that is no
+    ///         picture or cannot be read above all; the file is then as Exiv2 left it
     ///
     /// Exiv2 drops or mangles some comments without an error (characters beyond U+FFFF, more than about
     /// 32,000 characters in a JPEG): where that matters, write to a copy and read it back. Each call

@@ -90,6 +90,7 @@ private slots:
     void standardInputStaysOpen();
     void threads();
     void descriptors();
+    void childSignalBlocked();
 
 private:
     std::unique_ptr<StandardErrorCapture> mStandardError;
@@ -511,6 +512,24 @@ void CommandsTest::descriptors()
     }
 
     QCOMPARE(openDescriptors(), before);
+}
+
+/// As hosts do that read their signals from a descriptor.
+void CommandsTest::childSignalBlocked()
+{
+    sigset_t childSignal;
+    sigset_t before;
+    ::sigemptyset(&childSignal);
+    ::sigaddset(&childSignal, SIGCHLD);
+    ::pthread_sigmask(SIG_BLOCK, &childSignal, &before);
+    ::alarm(60); // a wait for a signal that never comes would have no end
+    QString output;
+    QString errors;
+    const int code = VornFileHandler::execCmdLine("sh", {"-c", "echo hi; exit 3"}, output, errors, -1);
+    ::alarm(0);
+    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    QCOMPARE(code, 3);
+    QCOMPARE(output, QString("hi\n"));
 }
 
 /// A host need not have an application object, so all of it runs without one first.

@@ -60,7 +60,7 @@ bool throwsExiv2Error(const QString &path)
 {
     try {
         setComment(path, "comment");
-    } catch (const Exiv2::AnyError &) {
+    } catch (const Exiv2::Error &) {
         return true;
     }
     return false;

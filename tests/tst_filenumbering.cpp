@@ -272,6 +272,9 @@ void FileNumberingTest::next_data()
         {"100ABC/"});
     row("rollover-behind-folder-999", "ABC", {"999ABC/", "999ABC/DCF_9999.jpg"}, "", "", 1,
         "999ABC/DCF_0001.jpg", {"1000ABC/"});
+    row("rollover-behind-the-largest-number-there-is", "ABC",
+        {"2147483647ABC/", "2147483647ABC/DCF_9999.jpg"}, "", "", 1, "2147483647ABC/DCF_0001.jpg",
+        {"-2147483648ABC/"});
     row("rollover-where-a-file-is-in-the-way", "ABC", {"100ABC/", "100ABC/DCF_9999.jpg", "101ABC"}, "", "", 1,
         "100ABC/DCF_0001.jpg", {});
     row("rollover-by-a-number-in-another-spelling", "ABC", {"+12ABC/", "12ABC/", "12ABC/DCF_9999.jpg"}, "",

@@ -425,6 +425,12 @@ void PathsTest::deleteByPath_data()
     row("name-that-is-no-utf-8-stays", {"a/", "a/file", "a/\xff"}, "/a", {"a/", "a/\xff"});
     row("beyond-ascii", {"\u00e4/", "\u00e4/\u00f6"}, QString::fromUtf8("/\u00e4"), {});
     row("zero-byte", {"a/"}, "/a" + ZERO_BYTE, {"a/"});
+    row("zero-byte-behind-dots", {"a/", "a/b/"}, "/a/b/../c" + ZERO_BYTE, {"a/", "a/b/"});
+    row("parent-of-a-folder", {"a/", "a/b/", "a/b/file", "a/c", "a/d/", "a/d/file"}, "/a/b/..", {});
+    row("parent-of-a-missing-folder", {"a/", "a/file"}, "/a/none/..", {"a/", "a/file"});
+    row("parent-of-a-file", {"a/", "a/file"}, "/a/file/..", {"a/", "a/file"});
+    row("parent-of-what-a-link-leads-to", {"a/", "a/link -> ../b/c", "b/", "b/c/", "b/file"}, "/a/link/..",
+        {"a/", "a/link -> ../b/c"});
 }
 
 void PathsTest::deleteByPath()
@@ -565,8 +571,7 @@ void PathsTest::deleteNamed()
 void PathsTest::parentAsNameDeletesTheDirectoryAbove()
 {
     const Storages storages;
-    // Nothing lies beside the location: once that is gone, what does could no longer be reached through it.
-    makeTree(storages.path(), {"kept", "sd/DCIM/100ABC/x", "sd/DCIM/file"});
+    makeTree(storages.path(), {"kept", "sd/beside/x", "sd/DCIM/100ABC/x", "sd/DCIM/file", "sd/more"});
     StandardErrorCapture capture;
     REMOVE_NAMED(STORAGE_SD, "..");
     QCOMPARE(capture.take(), QByteArray());
