@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: MIT
+#ifndef SURROUNDINGS_H
+#define SURROUNDINGS_H
+
+#include "toolsupport.h"
+
+#include <QFile>
+
+#include <string>
+#include <vector>
+
+#include <pty.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+/// Gives this process mounts of its own, which end with it. False where that is not allowed.
+inline bool takeOwnMounts()
+{
+    return ::unshare(CLONE_NEWNS) == 0 && ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+}
+
+/// A tmpfs on a folder for as long as the object lives.
+class TmpfsMount
+{
+public:
+    TmpfsMount(const QString &path, const QByteArray &options) : mPath(QFile::encodeName(path))
+    {
+        mIsMounted = ::mount("tmpfs", mPath.constData(), "tmpfs", 0, options.constData()) == 0;
+    }
+    ~TmpfsMount()
+    {
+        if (mIsMounted)
+            ::umount2(mPath.constData(), MNT_DETACH);
+    }
+    TmpfsMount(const TmpfsMount &) = delete;
+    TmpfsMount &operator=(const TmpfsMount &) = delete;
+
+    bool isMounted() const { return mIsMounted; }
+    bool makeReadOnly() const
+    {
+        return ::mount("tmpfs", mPath.constData(), "tmpfs", MS_REMOUNT | MS_RDONLY, nullptr) == 0;
+    }
+
+private:
+    QByteArray mPath;
+    bool mIsMounted = false;
+};
+
+/// Replaces this process by the tool, with the storages of ToolRun::runOnStorages().
+[[noreturn]] inline void becomeTool(const ToolRun &tool, const QList<QByteArray> &arguments)
+{
+    std::vector<std::string> words{VORNFH_PATH};
+    for (const QByteArray &argument : ToolRun::storageOptions() + arguments)
+        words.push_back(tool.expand(argument).toStdString());
+    std::vector<char *> pointers;
+    for (std::string &word : words)
+        pointers.push_back(word.data());
+    pointers.push_back(nullptr);
+    ::setenv("HOME", tool.path().toUtf8().constData(), 1);
+    if (::chdir(tool.path().toUtf8().constData()) == 0)
+        ::execv(VORNFH_PATH, pointers.data());
+    ::_exit(127);
+}
+
+/// Runs the tool on a terminal and types @p answer. What it prints on both channels is in Outcome::out, and
+/// so is what was typed.
+inline Outcome runOnTerminal(const ToolRun &tool, const QList<QByteArray> &arguments,
+                             const QByteArray &answer)
+{
+    Outcome outcome;
+    int terminal = -1;
+    const pid_t child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
+    if (child == 0)
+        becomeTool(tool, arguments);
+    if (::write(terminal, answer.constData(), static_cast<size_t>(answer.size())) != answer.size())
+        return outcome;
+    char buffer[4096];
+    ssize_t count = 0;
+    while ((count = ::read(terminal, buffer, sizeof buffer)) > 0)
+        outcome.out.append(buffer, static_cast<int>(count));
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    ::close(terminal);
+    outcome.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return outcome;
+}
+
+#endif // SURROUNDINGS_H

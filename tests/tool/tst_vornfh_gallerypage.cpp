@@ -1,0 +1,215 @@
+// SPDX-License-Identifier: MIT
+#include "media.h"
+#include "toolsupport.h"
+
+#include <QImage>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSet>
+#include <QStandardPaths>
+#include <QTest>
+
+#include <cstdio>
+
+namespace {
+
+/// Behind the page, in a copy of it: chooses each type in turn and tells what can be seen then, whether all
+/// pictures are there, whether anything is wider than the window, and the lowest contrast of any text.
+constexpr char LOOK[] = R"js(<script>
+const isSeen = element => element.getClientRects().length > 0;
+const numbers = colour => colour.match(/[\d.]+/g).map(Number);
+const light = colour => numbers(colour).slice(0, 3).map(c => c / 255)
+    .map(c => c <= .04045 ? c / 12.92 : ((c + .055) / 1.055) ** 2.4)
+    .reduce((sum, c, i) => sum + c * [.2126, .7152, .0722][i], 0);
+const ground = element => {
+    const colour = getComputedStyle(element).backgroundColor;
+    return numbers(colour)[3] === 0 && element.parentElement ? ground(element.parentElement) : colour;
+};
+const contrast = element => {
+    const both = [light(getComputedStyle(element).color), light(ground(element))].sort((a, b) => b - a);
+    return (both[0] + .05) / (both[1] + .05);
+};
+addEventListener('load', () => {
+    document.head.insertAdjacentHTML('beforeend', '<style>* { transition: none !important }</style>');
+    const result = {shown: {}, sections: {}};
+    for (const choice of document.querySelectorAll('.filter input')) {
+        choice.click();
+        result.shown[choice.id] = [...document.querySelectorAll('figure')].filter(isSeen)
+            .map(figure => figure.querySelector('.name').textContent);
+        result.sections[choice.id] = [...document.querySelectorAll('section')].filter(isSeen).length;
+    }
+    document.getElementById('only-all').click();
+    const texts = document.querySelectorAll('h1, h2, p, .facts span, label, .name, time, .size span, footer');
+    result.contrast = Math.min(...[...texts].map(contrast));
+    result.pictures = [...document.images].map(image => image.naturalWidth);
+    result.window = innerWidth;
+    result.tooWide = [...document.querySelectorAll('main, header, figure, .picture, figcaption *')]
+        .filter(element => element.getBoundingClientRect().right > innerWidth).length
+        + (document.documentElement.scrollWidth > innerWidth);
+    result.columns = new Set([...document.querySelectorAll('figure')]
+        .map(figure => figure.getBoundingClientRect().left)).size;
+    parent.document.body.textContent = 'RESULT' + JSON.stringify(result) + 'END';
+});
+</script>)js";
+
+QStringList namesIn(const QJsonValue &array)
+{
+    QStringList names;
+    const QJsonArray all = array.toArray();
+    for (const QJsonValue &name : all)
+        names.append(name.toString());
+    return names;
+}
+
+int countColours(const QImage &image)
+{
+    QSet<QRgb> colours;
+    for (int y = 0; y < image.height(); y += 3) {
+        for (int x = 0; x < image.width(); x += 3)
+            colours.insert(image.pixel(x, y));
+    }
+    return colours.size();
+}
+
+} // namespace
+
+class VornfhGalleryPageTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void looksRightInABrowser_data();
+    void looksRightInABrowser();
+
+private:
+    QJsonObject look(const QStringList &view, QSize window) const;
+    Outcome browse(const QStringList &arguments) const;
+
+    ToolRun mTool;
+    QString mPage; // with LOOK behind it
+};
+
+void VornfhGalleryPageTest::initTestCase()
+{
+    for (const char *name : {"100ABC/DCF_0001", "100ABC/DCF_0002",
+                             "101ABC/a rather long name of a photo in one "
+                             "word_of_forty_characters_that_cannot_break"}) {
+        const QString path = mTool.sd() + "/" + name;
+        QDir().mkpath(QFileInfo(path).path());
+        makePicture(path + ".jpg", {640, 480});
+        writeFile(path + ".thumb", pictureData("jpg", {160, 120}));
+    }
+    makeVideo(mTool.sd() + "/100ABC/DCF_0003.avi", {64, 48});
+    writeFile(mTool.sd() + "/100ABC/DCF_0003.thumb", pictureData("jpg", {160, 120}));
+    makeVideo(mTool.sd() + "/100ABC/DCF_0004.mkv", {64, 48});
+    makeSound(mTool.sd() + "/100ABC/DCF_0005.wav");
+    for (int i = 1; i <= 5; ++i)
+        setModified(QString("%1/100ABC/DCF_%2.%3")
+                        .arg(mTool.sd())
+                        .arg(i, 4, 10, QChar('0'))
+                        .arg(i < 3    ? "jpg"
+                             : i == 3 ? "avi"
+                             : i == 4 ? "mkv"
+                                      : "wav")
+                        .toUtf8(),
+                    1740492000000 + i * 60000LL);
+    QCOMPARE(mTool.runOnStorages({"gallery", "sd", "--probe", "-o", "page.html"}).exitCode, 0);
+    QByteArray page = mTool.content(mTool.path() + "/page.html");
+    // The page itself forbids scripts; pictures further down may otherwise not be loaded yet.
+    page.replace("<meta http-equiv", "<meta name").replace("loading=\"lazy\"", "");
+    mPage = page.replace("</body>", LOOK + QByteArray("</body>"));
+}
+
+Outcome VornfhGalleryPageTest::browse(const QStringList &arguments) const
+{
+    const QStringList quiet = {"--headless",
+                               "--no-sandbox",
+                               "--disable-gpu",
+                               "--disable-quic",
+                               "--no-first-run",
+                               "--disable-background-networking",
+                               "--disable-component-update",
+                               "--disable-sync",
+                               "--disable-dev-shm-usage",
+                               "--hide-scrollbars",
+                               "--force-device-scale-factor=1",
+                               "--user-data-dir=" + mTool.path() + "/browser"};
+    return mTool.runProgram("chromium", quiet + arguments);
+}
+
+/// What LOOK tells. The page is in a frame: a window without a screen does not get as narrow as a phone.
+QJsonObject VornfhGalleryPageTest::look(const QStringList &view, QSize window) const
+{
+    const QString frame =
+        "<body><iframe style='width:%1px;height:%2px;border:0' srcdoc=\"%3\"></iframe></body>";
+    writeFile(mTool.path() + "/look.html",
+              frame.arg(window.width()).arg(window.height()).arg(mPage.toHtmlEscaped()).toUtf8());
+    const QByteArray dom =
+        browse(view + QStringList{"--dump-dom", "file://" + mTool.path() + "/look.html"}).out;
+    const int begin = dom.indexOf("RESULT") + 6;
+    return QJsonDocument::fromJson(dom.mid(begin, dom.lastIndexOf("END") - begin)).object();
+}
+
+void VornfhGalleryPageTest::looksRightInABrowser_data()
+{
+    QTest::addColumn<QSize>("window");
+    QTest::addColumn<bool>("isDark");
+    QTest::addColumn<int>("columns");
+    QTest::newRow("desktop-light") << QSize(1280, 900) << false << 5;
+    QTest::newRow("desktop-dark") << QSize(1280, 900) << true << 5;
+    QTest::newRow("phone-light") << QSize(390, 844) << false << 2;
+    QTest::newRow("phone-dark") << QSize(390, 844) << true << 2;
+}
+
+void VornfhGalleryPageTest::looksRightInABrowser()
+{
+    QFETCH(QSize, window);
+    QFETCH(bool, isDark);
+    QFETCH(int, columns);
+    const QStringList view = {QString("--window-size=%1,%2").arg(window.width()).arg(window.height()),
+                              QString("--blink-settings=preferredColorScheme=%1").arg(isDark ? 0 : 1)};
+    const QJsonObject seen = look(view, window);
+    QCOMPARE(seen["window"].toInt(), window.width());
+    const QStringList photos = {"DCF_0001.jpg", "DCF_0002.jpg",
+                                "a rather long name of a photo in one "
+                                "word_of_forty_characters_that_cannot_break.jpg"};
+    const QStringList videos = {"DCF_0003.avi", "DCF_0004.mkv"};
+    const QJsonObject shown = seen["shown"].toObject();
+    QCOMPARE(namesIn(shown["only-all"]).size(), 6);
+    QCOMPARE(namesIn(shown["only-photo"]), photos);
+    QCOMPARE(namesIn(shown["only-video"]), videos);
+    QCOMPARE(namesIn(shown["only-sound"]), QStringList{"DCF_0005.wav"});
+    QCOMPARE(seen["sections"].toObject(),
+             (QJsonObject{{"only-all", 2}, {"only-photo", 2}, {"only-video", 1}, {"only-sound", 1}}));
+    QCOMPARE(seen["pictures"].toArray(), (QJsonArray{160, 160, 160, 160}));
+    QCOMPARE(seen["tooWide"].toInt(-1), 0);
+    QCOMPARE(seen["columns"].toInt(), columns);
+    QVERIFY2(seen["contrast"].toDouble() >= 4.5, QByteArray::number(seen["contrast"].toDouble()));
+
+    const QString picture = mTool.path() + "/page.png";
+    QFile::remove(picture);
+    QCOMPARE(browse(view + QStringList{"--screenshot=" + picture, "file://" + mTool.path() + "/page.html"})
+                 .exitCode,
+             0);
+    const QImage image(picture);
+    QCOMPARE(image.size(), window);
+    QVERIFY(countColours(image) > 100);
+    QCOMPARE(qGray(image.pixel(1, 1)) < 64, isDark);
+    QCOMPARE(qGray(image.pixel(1, 1)) > 192, !isDark);
+}
+
+int main(int argc, char *argv[])
+{
+    constexpr int SKIPPED = 77; // as the test is registered
+    if (QStandardPaths::findExecutable("chromium").isEmpty()) {
+        std::puts("SKIP: the page cannot be looked at: chromium is not installed");
+        return SKIPPED;
+    }
+
+    VornfhGalleryPageTest test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_vornfh_gallerypage.moc"

@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: MIT
+#ifndef NAMES_H
+#define NAMES_H
+
+#include <CLI/CLI.hpp>
+
+#include <QString>
+
+#include <string>
+
+/// A positional argument of any number of values, in results() exactly as they were given. @p name is what
+/// the help shows for all of them.
+CLI::Option *addNames(CLI::App &command, const std::string &name, const std::string &description);
+
+/// Throws UsageError unless @p name can be the name of a folder directly in a storage's location.
+void checkFolderName(const QString &name);
+
+#endif // NAMES_H

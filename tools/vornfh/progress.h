@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+#ifndef PROGRESS_H
+#define PROGRESS_H
+
+#include <QString>
+
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+/// One line on standard error that tells how far a transfer is. Nothing is shown unless that is a terminal.
+/// Files grow while the caller waits for the library, so the line is drawn by a thread of its own.
+class Progress
+{
+public:
+    Progress(int files, qint64 bytes);
+    ~Progress();
+    Progress(const Progress &) = delete;
+    Progress &operator=(const Progress &) = delete;
+
+    /// The file that grows from now on.
+    void startFile(const QString &target);
+    /// Counts the file, whether or not it was copied.
+    void finishFile(qint64 bytes);
+    /// Takes the line away, so that another one can be printed in its place.
+    void erase();
+
+private:
+    void drawNowAndAgain();
+    void draw();
+
+    const int mFiles;
+    const qint64 mBytes;
+    int mFilesDone = 0;
+    qint64 mBytesDone = 0;
+    QString mTarget;
+    bool mIsDrawn = false;
+    bool mIsEnding = false;
+    std::mutex mMutex;
+    std::condition_variable mEnd;
+    std::thread mThread;
+};
+
+#endif // PROGRESS_H

@@ -1,0 +1,105 @@
+# SPDX-License-Identifier: MIT
+# bash completion for vornfh                                                 -*- shell-script -*-
+
+# compgen into the reply. File names may hold blanks.
+_vornfh_reply()
+{
+    if [[ $1 == -o ]]; then
+        compopt -o filenames 2>/dev/null # fails where a test calls the function
+        shift 2
+    fi
+    mapfile -t COMPREPLY < <(compgen "$@")
+}
+
+# The values of an option; fails for one that takes none.
+_vornfh_values()
+{
+    case $1 in
+        --config | --output | -o | --input) _vornfh_reply -o filenames -f -- "$2" ;;
+        --mmc | --sd | --usb) _vornfh_reply -o filenames -d -- "$2" ;;
+        --mmc-block | --sd-block | --usb-block)
+            _vornfh_reply -W "$(awk 'NR > 2 { print $4 }' /proc/partitions)" -- "$2"
+            ;;
+        --type) _vornfh_reply -W 'avi mkv jpg png wav' -- "$2" ;;
+        --filter) _vornfh_reply -W 'dcim other all' -- "$2" ;;
+        --suffix | --count | --duration) COMPREPLY=() ;;
+        *) return 1 ;;
+    esac
+}
+
+# The options of a command, the common ones not among them.
+_vornfh_options()
+{
+    case $1 in
+        record) echo '--type --count --duration --input' ;;
+        folders) echo '--filter' ;;
+        list) echo '--images --videos --audio --thumbs --filter --json' ;;
+        info | status | check) echo '--json' ;;
+        gallery) echo '--output --force --probe' ;;
+        rmdir | wipe) echo '--yes' ;;
+    esac
+}
+
+# The argument of a command that stands behind $2 others.
+_vornfh_arguments()
+{
+    local storages='mmc sd usb'
+    case $1 in
+        info | comment | delete) _vornfh_reply -o filenames -f -- "$3" ;;
+        copy | move) _vornfh_reply -o filenames -f -W "$((( $2 > 0 )) && echo $storages)" -- "$3" ;;
+        next)
+            (($2 == 0)) && _vornfh_reply -W "$storages" -- "$3"
+            (($2 == 1)) && _vornfh_reply -W 'avi mkv jpg png wav thumb' -- "$3"
+            ;;
+        *) (($2 == 0)) && _vornfh_reply -W "$storages" -- "$3" ;;
+    esac
+}
+
+_vornfh()
+{
+    local IFS=$' \t\n'
+    local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
+    local commands='next record folders list count info comment status check gallery copy move delete
+                    mkdir rmdir wipe'
+    local common='--help --version --config --suffix --mmc --mmc-block --sd --sd-block --usb --usb-block'
+    local command='' word i arguments=0 isValue=''
+    COMPREPLY=()
+
+    # bash makes three words of --sd=DIR.
+    if [[ $current == = ]]; then
+        current=''
+    elif [[ $previous == = ]]; then
+        previous=${COMP_WORDS[COMP_CWORD - 2]}
+    fi
+    _vornfh_values "$previous" "$current" && return
+
+    for ((i = 1; i < COMP_CWORD; ++i)); do
+        word=${COMP_WORDS[i]}
+        case $word in
+            --config | --output | -o | --input | --mmc | --sd | --usb | --*-block | --type | --filter | \
+                --suffix | --count | --duration)
+                isValue=yes
+                continue
+                ;;
+            =) continue ;;
+        esac
+        if [[ $isValue ]]; then
+            isValue=''
+        elif [[ $word == -* ]]; then
+            continue
+        elif [[ ! $command ]]; then
+            command=$word
+        else
+            ((++arguments))
+        fi
+    done
+
+    if [[ $current == -* ]]; then
+        _vornfh_reply -W "$common $(_vornfh_options "$command")" -- "$current"
+    elif [[ $command ]]; then
+        _vornfh_arguments "$command" "$arguments" "$current"
+    else
+        _vornfh_reply -W "$commands" -- "$current"
+    fi
+} &&
+    complete -F _vornfh vornfh
