@@ -224,11 +224,9 @@ void JsonTest::objectOfNoFile_data()
     QTest::newRow("missing-folder") << QFileInfo("/card/100ABC")
                                     << QStringList{"100ABC", "", "", "0x0", "-1"};
     QTest::newRow("zero-character-in-the-path")
-        << QFileInfo("/card/a" + zero + "b.jpg")
-        << QStringList{"a" + zero + "b.jpg", "", "", "0x0", "16"};
+        << QFileInfo("/card/a" + zero + "b.jpg") << QStringList{"a" + zero + "b.jpg", "", "", "0x0", "16"};
     QTest::newRow("zero-character-in-a-relative-path")
-        << QFileInfo("a" + zero + "b.wav")
-        << QStringList{"a" + zero + "b.wav", "", "", "0x0", "64"};
+        << QFileInfo("a" + zero + "b.wav") << QStringList{"a" + zero + "b.wav", "", "", "0x0", "64"};
 }
 
 void JsonTest::objectOfNoFile()
