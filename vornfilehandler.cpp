@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 
 // Without it, readdir() of a 32-bit system ends at the first entry with a large inode number.
-#define _FILE_OFFSET_BITS 64
+#define _FILE_OFFSET_BITS 64 // NOLINT(bugprone-reserved-identifier): the name is the C library's
 
 #include "vornfilehandler.h"
 
