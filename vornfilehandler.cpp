@@ -15,7 +15,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -981,31 +980,18 @@ QJsonArray VornFileHandler::getJSONDirectoryContents(eStorageType storage, QStri
 
 namespace {
 
-/// Of a plain QProcess, Qt 5.15 makes the process by clone() and overlooks its failure; of a derived class it
-/// makes it by fork(), and sees.
-class ForkedProcess final : public QProcess
-{
-};
-
-/// Qt learns of the end of a forked process by SIGCHLD, of a cloned one by a descriptor.
-std::unique_ptr<QProcess> makeProcess()
-{
-    sigset_t blocked;
-    ::pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
-    if (sigismember(&blocked, SIGCHLD) == 1)
-        return std::make_unique<QProcess>();
-    return std::make_unique<ForkedProcess>();
-}
-
 /// Starts @p program with its standard input open. None if no process could be made.
 std::unique_ptr<QProcess> startProcess(const QString &program, const QStringList &arguments)
 {
-    std::unique_ptr<QProcess> process = makeProcess();
+    auto process = std::make_unique<QProcess>();
     process->start(program, arguments, QIODevice::ReadWrite);
-    // The failure that Qt overlooks. It would now wait for whatever descriptor it took for the process's, and
-    // at the end kill process -1, which is every process there is: the object must never be touched again.
-    if (process->processId() < 0)
+    // Qt 5.15 overlooks that clone() failed. It would now wait for whatever descriptor it took for the
+    // process's, and at the end kill process -1, which is every process there is: the object must never be
+    // touched again.
+    if (process->processId() < 0) {
+        process->moveToThread(nullptr); // out of reach of the host's event loop as well
         static_cast<void>(process.release());
+    }
     return process;
 }
 

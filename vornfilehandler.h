@@ -305,8 +305,8 @@ public:
     // file system. An unsupported storage gives false or 0, with the line "Unsupported storage type" for each
     // look at its block device.
     //
-    // Qt needs SIGCHLD to learn that a process has ended: a host may block it on the calling thread, but must
-    // not replace or ignore it after the first process was started.
+    // Before Linux 5.4, Qt needs SIGCHLD to learn that a process has ended: there a host must not block it,
+    // nor replace its handler after the first process was started.
 
     /// Runs a program and waits until it ends.
     ///
