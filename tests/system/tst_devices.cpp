@@ -572,6 +572,7 @@ int main(int argc, char *argv[])
         return SKIPPED;
     }
     qputenv("LC_ALL", "C.UTF-8"); // names on disk are in the encoding of the locale
+    qputenv("TZ", "UTC");         // fusefat writes times as UTC and reads them as local
     const QCoreApplication application(argc, argv);
     DevicesTest test;
     return QTest::qExec(&test, argc, argv);
