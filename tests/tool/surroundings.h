@@ -4,7 +4,9 @@
 
 #include "toolsupport.h"
 
+#include <QDir>
 #include <QFile>
+#include <QTest>
 
 #include <string>
 #include <vector>
@@ -14,6 +16,24 @@
 #include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+/// What a file holds: what a test counts, or what tells it from others.
+enum class Content { FourBytes, OwnName };
+
+/// Makes "folder/", "link -> target" and files.
+inline void make(const ToolRun &tool, const QList<QByteArray> &entries, Content content = Content::FourBytes)
+{
+    for (const QByteArray &entry : entries) {
+        const int arrow = entry.indexOf(" -> ");
+        const QByteArray path = tool.path().toUtf8() + "/" + (arrow < 0 ? entry : entry.left(arrow));
+        if (arrow >= 0)
+            QCOMPARE(::symlink(tool.expand(entry.mid(arrow + 4)).constData(), path.constData()), 0);
+        else if (entry.endsWith('/'))
+            QDir().mkpath(QFile::decodeName(path));
+        else
+            writeFile(path, content == Content::OwnName ? entry : "1234");
+    }
+}
 
 /// Gives this process mounts of its own, which end with it. False where that is not allowed.
 inline bool takeOwnMounts()

@@ -7,21 +7,6 @@ namespace {
 
 using Words = QList<QByteArray>;
 
-/// Makes "folder/", "link -> target" and files of four bytes.
-void make(const ToolRun &tool, const Words &entries)
-{
-    for (const QByteArray &entry : entries) {
-        const int arrow = entry.indexOf(" -> ");
-        const QByteArray path = tool.path().toUtf8() + "/" + (arrow < 0 ? entry : entry.left(arrow));
-        if (arrow >= 0)
-            QCOMPARE(::symlink(tool.expand(entry.mid(arrow + 4)).constData(), path.constData()), 0);
-        else if (entry.endsWith('/'))
-            QDir().mkpath(QFile::decodeName(path));
-        else
-            writeFile(path, "1234");
-    }
-}
-
 const Words MEDIA{"mmc/DCIM/100ABC/DCF_0001.jpg", "sd/DCIM/100ABC/DCF_0001.jpg",
                   "sd/DCIM/100ABC/DCF_0002.AVI", "sd/DCIM/101ABC/DCF_0001.wav"};
 

@@ -14,16 +14,6 @@ namespace {
 
 using Words = QList<QByteArray>;
 
-void make(const ToolRun &tool, const Words &entries)
-{
-    for (const QByteArray &entry : entries) {
-        if (entry.endsWith('/'))
-            QDir().mkpath(tool.path() + "/" + QFile::decodeName(entry));
-        else
-            writeFile(tool.path().toUtf8() + "/" + entry);
-    }
-}
-
 QJsonArray jsonOf(const Outcome &outcome)
 {
     return QJsonDocument::fromJson(outcome.out).array();

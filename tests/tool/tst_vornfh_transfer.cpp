@@ -15,21 +15,6 @@ namespace {
 
 using Words = QList<QByteArray>;
 
-/// Makes "folder/", "link -> target" and files, whose content is their own name.
-void make(const ToolRun &tool, const Words &entries)
-{
-    for (const QByteArray &entry : entries) {
-        const int arrow = entry.indexOf(" -> ");
-        const QByteArray path = tool.path().toUtf8() + "/" + (arrow < 0 ? entry : entry.left(arrow));
-        if (arrow >= 0)
-            QCOMPARE(::symlink(tool.expand(entry.mid(arrow + 4)).constData(), path.constData()), 0);
-        else if (entry.endsWith('/'))
-            QDir().mkpath(QFile::decodeName(path));
-        else
-            writeFile(path, entry);
-    }
-}
-
 /// A program "cp" in front of the real one. "real" calls that with the same arguments.
 void standInForCp(ToolRun &tool, const QByteArray &body)
 {
@@ -193,7 +178,7 @@ void VornfhTransferTest::copies()
     QFETCH(QByteArray, out);
     QFETCH(QByteArray, err);
     ToolRun tool;
-    make(tool, Words{"sd/DCIM/"} + before);
+    make(tool, Words{"sd/DCIM/"} + before, Content::OwnName);
     Words expected = tree(tool.path());
 
     const QByteArray folder = "sd/DCIM/" + arguments.last();
@@ -249,7 +234,7 @@ void VornfhTransferTest::moves()
     QFETCH(QByteArray, out);
     QFETCH(QByteArray, err);
     ToolRun tool;
-    make(tool, Words{"sd/DCIM/"} + before);
+    make(tool, Words{"sd/DCIM/"} + before, Content::OwnName);
     const Outcome outcome = tool.runOnStorages(Words{"move"} + arguments + Words{"sd", "100ABC"});
     QCOMPARE(outcome, (Outcome{err.isEmpty() ? 0 : 1, tool.expand(out), tool.expand(err)}));
     Words expected = after + Words{"sd/", "sd/DCIM/", "sd/DCIM/100ABC/"};
@@ -288,7 +273,7 @@ void VornfhTransferTest::refusesTheCommandLine()
     QFETCH(Words, arguments);
     QFETCH(QByteArray, reason);
     ToolRun tool;
-    make(tool, {"a.jpg", "sd/DCIM/"});
+    make(tool, {"a.jpg", "sd/DCIM/"}, Content::OwnName);
     QCOMPARE(tool.runOnStorages(Words{"copy"} + arguments), (Outcome{2, "", "vornfh: " + reason + "\n"}));
     QCOMPARE(tree(tool.path()), (Words{"a.jpg", "sd/", "sd/DCIM/"}));
 }
@@ -319,7 +304,7 @@ void VornfhTransferTest::survivesABadCp()
     QFETCH(QByteArray, reason);
     for (const QByteArray command : {"copy", "move"}) {
         ToolRun tool;
-        make(tool, {"sd/DCIM/", "bad.jpg", "good.jpg"});
+        make(tool, {"sd/DCIM/", "bad.jpg", "good.jpg"}, Content::OwnName);
         standInForCp(tool, "case $2 in */good.jpg) real \"$@\"; exit;; esac\n" + cp);
         const Outcome outcome = tool.runOnStorages({command, "bad.jpg", "good.jpg", "sd", "100ABC"});
         QCOMPARE(outcome.exitCode, 1);
@@ -341,12 +326,12 @@ void VornfhTransferTest::survivesABadCp()
 void VornfhTransferTest::refusesWhenAllCountersAreTaken()
 {
     ToolRun tool;
-    make(tool, {"README", "sd/DCIM/100ABC/README"});
+    make(tool, {"README", "sd/DCIM/100ABC/README"}, Content::OwnName);
     for (int i = 1; i <= 998; ++i)
         writeFile(QString("%1/100ABC/README_%2.README").arg(tool.sd()).arg(i), "old");
     QCOMPARE(tool.runOnStorages({"move", "README", "sd", "100ABC"}),
              (Outcome{0, tool.expand("@/README -> @/sd/DCIM/100ABC/README_999.README\n"), ""}));
-    make(tool, {"README"});
+    make(tool, {"README"}, Content::OwnName);
     writeFile(tool.sd() + "/100ABC/README_999.README", "old");
     const auto before = tool.contents();
     for (const QByteArray command : {"copy", "move"})
@@ -360,7 +345,7 @@ void VornfhTransferTest::refusesWhenAllCountersAreTaken()
 void VornfhTransferTest::keepsModeAndTimes()
 {
     ToolRun tool;
-    make(tool, {"a.jpg", "sd/DCIM/"});
+    make(tool, {"a.jpg", "sd/DCIM/"}, Content::OwnName);
     const QByteArray source = tool.path().toUtf8() + "/a.jpg";
     ::chmod(source.constData(), 0440);
     setModified(source, 1234567890123);
@@ -389,7 +374,7 @@ void VornfhTransferTest::keepsASourceThatChanges()
     QFETCH(QByteArray, change);
     QFETCH(QByteArray, content);
     ToolRun tool;
-    make(tool, {"a.jpg", "sd/DCIM/"});
+    make(tool, {"a.jpg", "sd/DCIM/"}, Content::OwnName);
     standInForCp(tool, change);
     const Outcome outcome = tool.runOnStorages({"move", "a.jpg", "sd", "100ABC"});
     QCOMPARE(outcome.exitCode, 1);
@@ -401,7 +386,7 @@ void VornfhTransferTest::keepsASourceThatChanges()
 void VornfhTransferTest::keepsACopyWhoseSourceVanished()
 {
     ToolRun tool;
-    make(tool, {"a.jpg", "sd/DCIM/"});
+    make(tool, {"a.jpg", "sd/DCIM/"}, Content::OwnName);
     standInForCp(tool, "real \"$@\"; rm \"$2\"");
     QCOMPARE(tool.runOnStorages({"move", "a.jpg", "sd", "100ABC"}),
              (Outcome{1, "",
@@ -413,7 +398,7 @@ void VornfhTransferTest::keepsACopyWhoseSourceVanished()
 void VornfhTransferTest::stopsBehindTheFileAtHand()
 {
     ToolRun tool;
-    make(tool, {"a.jpg", "b.jpg", "sd/DCIM/"});
+    make(tool, {"a.jpg", "b.jpg", "sd/DCIM/"}, Content::OwnName);
     standInForCp(tool, "head -c 2 \"$2\" > \"$3\"; kill -TERM $PPID; sleep 0.1");
     QCOMPARE(tool.runOnStorages({"move", "a.jpg", "b.jpg", "sd", "100ABC"}),
              (Outcome{1, "",
@@ -426,7 +411,7 @@ void VornfhTransferTest::stopsBehindTheFileAtHand()
 void VornfhTransferTest::refusesAFolderInUse()
 {
     ToolRun tool;
-    make(tool, {"a.jpg", "sd/DCIM/100ABC/"});
+    make(tool, {"a.jpg", "sd/DCIM/100ABC/"}, Content::OwnName);
     const int folder = ::open(QFile::encodeName(tool.sd() + "/100ABC").constData(), O_RDONLY | O_CLOEXEC);
     QCOMPARE(::flock(folder, LOCK_EX), 0);
     QCOMPARE(
@@ -442,7 +427,7 @@ void VornfhTransferTest::movesAcrossFileSystems()
     if (!mHasMounts)
         QSKIP("mounting needs root");
     ToolRun tool;
-    make(tool, {"sd/", "a.jpg"});
+    make(tool, {"sd/", "a.jpg"}, Content::OwnName);
     const TmpfsMount card(tool.path() + "/sd", "size=4m");
     QVERIFY(card.isMounted());
     QDir().mkpath(tool.sd());
@@ -476,7 +461,7 @@ void VornfhTransferTest::saysThatTheTargetIsFull()
     QFETCH(QByteArray, reason);
     for (const QByteArray command : {"copy", "move"}) {
         ToolRun tool;
-        make(tool, {"sd/"});
+        make(tool, {"sd/"}, Content::OwnName);
         const TmpfsMount card(tool.path() + "/sd", "size=1m");
         QVERIFY(card.isMounted());
         QDir().mkpath(tool.sd());
@@ -500,7 +485,7 @@ void VornfhTransferTest::saysThatTheTargetIsReadOnly()
     if (!mHasMounts)
         QSKIP("mounting needs root");
     ToolRun tool;
-    make(tool, {"sd/", "a.jpg"});
+    make(tool, {"sd/", "a.jpg"}, Content::OwnName);
     const TmpfsMount card(tool.path() + "/sd", "size=1m");
     QDir().mkpath(tool.sd());
     QVERIFY(card.isMounted() && card.makeReadOnly());
@@ -529,7 +514,7 @@ void VornfhTransferTest::saysThatTheTargetIsMissing()
     QFETCH(Words, options);
     QFETCH(QByteArray, reason);
     ToolRun tool;
-    make(tool, Words{"a.jpg"} + before);
+    make(tool, Words{"a.jpg"} + before, Content::OwnName);
     const auto contents = tool.contents();
     QCOMPARE(tool.runOnStorages(options + Words{"move", "a.jpg", "sd", "100ABC"}),
              (Outcome{1, "", tool.expand("vornfh: " + reason + "\n")}));
@@ -539,7 +524,7 @@ void VornfhTransferTest::saysThatTheTargetIsMissing()
 void VornfhTransferTest::showsProgressOnATerminalOnly()
 {
     ToolRun tool;
-    make(tool, {"a.jpg", "b.jpg", "sd/DCIM/"});
+    make(tool, {"a.jpg", "b.jpg", "sd/DCIM/"}, Content::OwnName);
     const Outcome shown = runOnTerminal(tool, {"copy", "a.jpg", "sd", "100ABC"}, "");
     QCOMPARE(shown.exitCode, 0);
     QVERIFY(shown.out.contains("] 0 of 1 files, "));
@@ -564,7 +549,7 @@ void VornfhTransferTest::losesNothingWhenKilled()
     int interrupted = 0;
     for (int run = 0; run < RUNS; ++run) {
         ToolRun tool;
-        make(tool, {"sd/DCIM/"});
+        make(tool, {"sd/DCIM/"}, Content::OwnName);
         for (int i = 0; i < names.size(); ++i)
             writeFile(tool.path() + "/card/" + names[i], contents[i]);
         QElapsedTimer timer;
