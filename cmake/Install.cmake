@@ -28,12 +28,14 @@ install(FILES ${PROJECT_BINARY_DIR}/vornFileHandler.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT Development)
 
 if(VORN_FILE_HANDLER_TOOLS)
+    set(man_page ${PROJECT_SOURCE_DIR}/tools/vornfh/vornfh.1)
+    if(VORN_FILE_HANDLER_PACKAGES) # Debian's policy wants it compressed
+        execute_process(COMMAND gzip --best --no-name --stdout ${man_page}
+            OUTPUT_FILE ${PROJECT_BINARY_DIR}/vornfh.1.gz COMMAND_ERROR_IS_FATAL ANY)
+        set(man_page ${PROJECT_BINARY_DIR}/vornfh.1.gz)
+    endif()
     install(TARGETS vornfh RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT Tool)
-    if(EXISTS ${PROJECT_SOURCE_DIR}/tools/vornfh/vornfh.1)
-        install(FILES tools/vornfh/vornfh.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT Tool)
-    endif()
-    if(EXISTS ${PROJECT_SOURCE_DIR}/tools/vornfh/vornfh.bash)
-        install(FILES tools/vornfh/vornfh.bash
-            DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME vornfh COMPONENT Tool)
-    endif()
+    install(FILES ${man_page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT Tool)
+    install(FILES tools/vornfh/vornfh.bash
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME vornfh COMPONENT Tool)
 endif()

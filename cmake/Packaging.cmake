@@ -9,7 +9,10 @@ set(debian_version ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
-set(CPACK_PACKAGE_CONTACT "vornFileHandler developers <developers@vornfilehandler.example>")
+# Whoever ships the packages names himself: -D CPACK_PACKAGE_CONTACT="Name <address>".
+if(NOT CPACK_PACKAGE_CONTACT)
+    set(CPACK_PACKAGE_CONTACT "vornFileHandler developers <developers@vornfilehandler.example>")
+endif()
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_STRIP_FILES ON)
@@ -29,11 +32,11 @@ set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
 
-# What the library starts: sh, cat, cp, df and grep are in packages that every Debian system has and that no other
-# package should name; awk and ffprobe are not.
+# What the library starts: cat, cp and df; grep; awk; ffprobe. Every Debian system has the first two packages,
+# which may be named only with a version: that of the oldest release they were tried on.
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libvornfilehandler${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "ffmpeg, mawk | gawk")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "coreutils (>= 9.1), ffmpeg, grep (>= 3.8), mawk | gawk")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${debian_dir}/triggers)
 set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "numbered folders and files on a camera's storages - library
 libvornFileHandler manages the media storages of an embedded camera or
