@@ -8,12 +8,15 @@
 #include <QFile>
 #include <QImageReader>
 #include <QJsonObject>
+#include <QMetaMethod>
+#include <QMutex>
 #include <QProcess>
 #include <QRegularExpression>
 
 #include <exiv2/exiv2.hpp>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -22,10 +25,12 @@
 #include <iterator>
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace VORN_FILE_HANDLER;
 
@@ -980,18 +985,75 @@ QJsonArray VornFileHandler::getJSONDirectoryContents(eStorageType storage, QStri
 
 namespace {
 
+/// Whether the pipes of a process can be opened. QProcess warns on standard error where it cannot.
+bool canOpenPipes()
+{
+    constexpr size_t NEEDED = 4; // input, output, errors, and one that tells that the program has begun
+    std::array<std::array<int, 2>, NEEDED> pipes;
+    size_t opened = 0;
+    while (opened < NEEDED && ::pipe2(pipes[opened].data(), O_CLOEXEC) == 0)
+        ++opened;
+    for (size_t i = 0; i < opened; ++i) {
+        ::close(pipes[i][0]);
+        ::close(pipes[i][1]);
+    }
+    return opened == NEEDED;
+}
+
+/// Objects whose process was not made, see keepSpare().
+struct Spares {
+    QMutex mutex;
+    std::vector<std::unique_ptr<QProcess>> processes;
+};
+
+Spares &spares()
+{
+    static auto *const kept = new Spares; // never destroyed, because it destroys no process
+    return *kept;
+}
+
+/// Qt 5.15 overlooks that clone() failed. It would wait for whatever descriptor it took for the process's,
+/// close that, and kill process -1, which is every process there is. Waiting and destroying are out of the
+/// question for such an object. Its pipes are at their ends, for nobody writes; it closes them and waits for
+/// the next start, which sets anew all that it took wrongly.
+void keepSpare(std::unique_ptr<QProcess> process)
+{
+    constexpr int MILLISECONDS = 100; // for children of other threads, which hold the pipes until their exec
+    process->waitForStarted(MILLISECONDS);
+    process->closeWriteChannel();
+    const QMetaObject &members = *process->metaObject();
+    for (const char *slot : {"_q_canReadStandardOutput()", "_q_canReadStandardError()"})
+        members.method(members.indexOfMethod(slot)).invoke(process.get(), Qt::DirectConnection);
+    struct Access : QProcess {
+        using QProcess::setProcessState;
+    };
+    (process.get()->*&Access::setProcessState)(QProcess::NotRunning);
+    const QMutexLocker lock(&spares().mutex);
+    spares().processes.push_back(std::move(process));
+}
+
+std::unique_ptr<QProcess> newProcess()
+{
+    const QMutexLocker lock(&spares().mutex);
+    if (spares().processes.empty()) {
+        auto process = std::make_unique<QProcess>();
+        process->moveToThread(nullptr); // its events are awaited here, never by the host's event loop
+        return process;
+    }
+    std::unique_ptr<QProcess> spare = std::move(spares().processes.back());
+    spares().processes.pop_back();
+    return spare;
+}
+
 /// Starts @p program with its standard input open. None if no process could be made.
 std::unique_ptr<QProcess> startProcess(const QString &program, const QStringList &arguments)
 {
-    auto process = std::make_unique<QProcess>();
+    if (program.isEmpty() || !canOpenPipes())
+        return nullptr;
+    auto process = newProcess();
     process->start(program, arguments, QIODevice::ReadWrite);
-    // Qt 5.15 overlooks that clone() failed. It would now wait for whatever descriptor it took for the
-    // process's, and at the end kill process -1, which is every process there is: the object must never be
-    // touched again.
-    if (process->processId() < 0) {
-        process->moveToThread(nullptr); // out of reach of the host's event loop as well
-        static_cast<void>(process.release());
-    }
+    if (process->processId() < 0)
+        keepSpare(std::move(process));
     return process;
 }
 
@@ -1003,12 +1065,9 @@ std::unique_ptr<QProcess> startLine(const QString &line)
     return startProcess(program, words);
 }
 
-/// All that @p process printed on @p channel, up to the first zero byte. QProcess warns when one reads from
-/// it that was never opened, as for an empty command.
+/// All that @p process printed on @p channel, up to the first zero byte.
 QString readText(QProcess &process, QProcess::ProcessChannel channel)
 {
-    if (!process.isOpen())
-        return QString();
     process.setReadChannel(channel);
     return QString::fromUtf8(process.readAll().constData());
 }
