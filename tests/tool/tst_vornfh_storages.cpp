@@ -98,6 +98,10 @@ void VornfhStoragesTest::refusesWrongCommandLines_data()
         << Arguments{"--suffix", "\x1b[1m", "count", "sd"}
         << QByteArray("--suffix: the suffix '\\x1b[1m' holds '\\x1b' as character 1, which cannot be part of "
                       "a folder's name");
+    QTest::newRow("placeholder-in-the-suffix")
+        << Arguments{"--suffix", "A%L2", "count", "sd"}
+        << QByteArray("--suffix: the suffix 'A%L2' holds '%' before a digit, which the library fills in when "
+                      "it builds a path");
 }
 
 void VornfhStoragesTest::refusesWrongCommandLines()

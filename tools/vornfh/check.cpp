@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "device.h"
 #include "filecheck.h"
+#include "names.h"
 #include "table.h"
 #include "vornfh.h"
 
@@ -25,10 +26,6 @@
 using namespace VORN_FILE_HANDLER;
 
 namespace {
-
-constexpr int FIRST_FOLDER = 100;
-constexpr int LAST_FOLDER = 999;
-constexpr int LAST_FILE = 9999;
 
 /// Something that a player would reject, or that the library passes over or never reaches again.
 struct Finding {

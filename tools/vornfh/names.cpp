@@ -33,6 +33,11 @@ CLI::Option *addNames(CLI::App &command, const std::string &name, const std::str
         ->option_text(" ");
 }
 
+bool holdsPlaceholder(const QString &text)
+{
+    return text.contains(QRegularExpression("%L?[0-9]"));
+}
+
 void checkFolderName(const QString &name)
 {
     const auto isControl = [](QChar c) { return c.category() == QChar::Other_Control; };
@@ -47,6 +52,6 @@ void checkFolderName(const QString &name)
         refuse("holds '/': only a folder directly in the storage's location can be named");
     if (std::any_of(name.begin(), name.end(), isControl))
         refuse("holds a control character");
-    if (name.contains(QRegularExpression("%L?[0-9]")))
+    if (holdsPlaceholder(name))
         refuse("holds '%' before a digit, which the library fills in when it builds a path");
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "device.h"
 #include "filecheck.h"
+#include "names.h"
 #include "table.h"
 #include "vornfh.h"
 
@@ -25,9 +26,6 @@ const std::map<std::string, eFileTypes> MEDIA_TYPES = {
     {"avi", FILE_TYPE_VIDEO_AVI}, {"mkv", FILE_TYPE_VIDEO_MKV}, {"jpg", FILE_TYPE_IMAGE_JPEG},
     {"png", FILE_TYPE_IMAGE_PNG}, {"wav", FILE_TYPE_AUDIO_WAV},
 };
-
-constexpr int LAST_FOLDER = 999;
-constexpr int LAST_FILE = 9999;
 
 struct Order {
     eStorageType storage = STORAGE_MMC;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "device.h"
 #include "filecheck.h"
+#include "names.h"
 #include "table.h"
 #include "vornfh.h"
 
@@ -99,7 +100,6 @@ bool hasFolders(eStorageType storage)
 /// The path of the next photo. The library itself would create a folder to answer that behind file 9999.
 QString nextPhoto(eStorageType storage, int folder)
 {
-    constexpr int LAST_FILE = 9999;
     const QString extension = VornFileHandler::getFileExtension(FILE_TYPE_IMAGE_JPEG);
     const int last = VornFileHandler::getLastFileNum(storage, folder);
     if (last != LAST_FILE)
@@ -111,7 +111,6 @@ QString nextPhoto(eStorageType storage, int folder)
 
 Folders foldersOf(eStorageType storage)
 {
-    constexpr int FIRST_FOLDER = 100;
     Folders folders;
     folders.areCreated = hasFolders(storage);
     if (!folders.areCreated) {

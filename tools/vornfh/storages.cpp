@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: MIT
+#include "device.h"
+#include "filecheck.h"
+#include "names.h"
 #include "table.h"
 #include "vornfh.h"
 
@@ -132,6 +135,9 @@ void StorageOptions::check() const
                                      "part of a folder's name")
                                  .arg(suffix, QString(suffix[i]), QString::number(i + 1)));
     }
+    if (holdsPlaceholder(suffix))
+        throw UsageError("--suffix: the suffix '" + suffix
+                         + "' holds '%' before a digit, which the library fills in when it builds a path");
     for (const Storage &storage : mStorages) {
         if (storage.locationOption->count() > 0) {
             const QString location = fromCommandLine(storage.location, "the location");
@@ -213,7 +219,7 @@ QString fromCommandLine(const std::string &text, const QString &what)
 
 QString absolutePath(const QString &path)
 {
-    return QDir::cleanPath(path.startsWith('/') ? path : QDir::currentPath() + "/" + path);
+    return QDir::cleanPath(fromRoot(path));
 }
 
 int unsafeCharacter(const QString &path)
@@ -227,9 +233,7 @@ void requireFolder(const QString &path)
         return;
     if (QFileInfo::exists(path))
         throw Failure(path + ": not a folder");
-    QString above = path;
-    while (!QFileInfo::exists(above))
-        above = above.left(std::max(above.lastIndexOf('/'), 1));
+    const QString above = nearestExisting(path);
     if (!QFileInfo(above).isDir())
         throw Failure(QString("%1: cannot be created: %2 is not a folder").arg(path, above));
     const bool writable = ::access(QFile::encodeName(above), W_OK | X_OK) == 0;
