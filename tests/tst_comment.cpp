@@ -50,6 +50,12 @@ QByteArray content(const QString &path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
+/// The bytes that hold the EXIF data: the JPEG file itself; of a PNG, which packs them, what exiv2 unpacks.
+QByteArray exifBytes(const QString &path)
+{
+    return path.endsWith("png") ? outputOf("exiv2", {"-ee-", path}) : content(path);
+}
+
 int setComment(const QString &path, const QString &comment)
 {
     return Metadata().setComment(QFileInfo(path), comment);
@@ -80,6 +86,8 @@ class CommentTest : public QObject
 private slots:
     void writesComment_data();
     void writesComment();
+    void bytesOfTheComment_data();
+    void bytesOfTheComment();
     void secondCommentReplacesTheFirst();
     void foreignCommentIsReplaced();
     void everythingElseInThePictureStays_data();
@@ -134,6 +142,41 @@ void CommentTest::writesComment()
         QCOMPARE(commentIn(path), "charset=Unicode " + comment);
     }
     QCOMPARE(tree(directory.path()), (QByteArrayList{"a.jpg", "a.png"}));
+}
+
+void CommentTest::bytesOfTheComment_data()
+{
+    QTest::addColumn<QString>("comment");
+    QTest::addColumn<QByteArray>("text");   // hexadecimal
+    QTest::addColumn<QByteArray>("length"); // of text and character set, hexadecimal, in four bytes
+
+    QTest::newRow("ascii") << "Sea" << QByteArray("530065006100") << QByteArray("0e000000");
+    QTest::newRow("empty") << "" << QByteArray() << QByteArray("08000000");
+    QTest::newRow("umlauts") << QString("Gr\u00FC\u00DF") << QByteArray("47007200fc00df00")
+                             << QByteArray("10000000");
+    QTest::newRow("letters-of-other-scripts")
+        << QString("\u0416\u3042\u05D0\u4E2D") << QByteArray("16044230d0052d4e") << QByteArray("10000000");
+    QTest::newRow("character-set-in-front")
+        << "charset=A" << QByteArray("63006800610072007300650074003d004100") << QByteArray("1a000000");
+}
+
+/// As other programs find it: the character set in eight bytes, then the text in UTF-16 without a byte-order
+/// mark, in the byte order that Exiv2 chooses where a picture has none yet.
+void CommentTest::bytesOfTheComment()
+{
+    QFETCH(const QString, comment);
+    QFETCH(const QByteArray, text);
+    QFETCH(const QByteArray, length);
+    const QTemporaryDir directory;
+    const QByteArray tagAndType = QByteArray::fromHex("86920700"); // a user comment of undefined type
+    for (const char *name : {"a.jpg", "a.png"}) {
+        const QString path = directory.filePath(name);
+        writePicture(path);
+        QCOMPARE(setComment(path, comment), 0);
+        const QByteArray exif = exifBytes(path);
+        QCOMPARE(exif.count(QByteArray("UNICODE\0", 8) + QByteArray::fromHex(text)), 1);
+        QCOMPARE(exif.count(tagAndType + QByteArray::fromHex(length)), 1);
+    }
 }
 
 void CommentTest::secondCommentReplacesTheFirst()

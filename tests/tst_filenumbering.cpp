@@ -399,6 +399,7 @@ void FileNumberingTest::numbersFollowWhatLiesOnTheStorage()
 {
     const Storages storages;
     makeTree(storages.sd(), {"100ABC/DCF_0001.jpg", "100ABC/DCF_0002.jpg", "100ABC/DCF_0003.jpg"});
+    StandardErrorCapture capture;
     QCOMPARE(NEXT_FILE_NUM(STORAGE_SD), 4);
     QVERIFY(QFile::remove(storages.sd() + "/100ABC/DCF_0003.jpg"));
     QCOMPARE(NEXT_FILE_NUM(STORAGE_SD), 3);
@@ -406,6 +407,7 @@ void FileNumberingTest::numbersFollowWhatLiesOnTheStorage()
     QCOMPARE(NEXT_FILE_NUM(STORAGE_SD), 3);
     writeFile(storages.sd() + "/100ABC/DCF_0500.wav");
     QCOMPARE(NEXT_FILE_NUM(STORAGE_SD), 501);
+    QCOMPARE(capture.take(), QByteArray());
 }
 
 void FileNumberingTest::rolloverIntoAnEmptyFolder()

@@ -252,7 +252,9 @@ void FolderNumberingTest::entriesCarryTheFullPath()
 {
     const Storages storages;
     makeTree(storages.sd(), {"100ABC/", "101ABC/"});
+    StandardErrorCapture capture;
     const QList<QFileInfo> folders = DCIM_FOLDERS(STORAGE_SD);
+    QCOMPARE(capture.take(), QByteArray());
     QCOMPARE(folders.size(), 2);
     QCOMPARE(folders.at(0).absoluteFilePath(), storages.sd() + "/100ABC");
     QCOMPARE(folders.at(1).absoluteFilePath(), storages.sd() + "/101ABC");

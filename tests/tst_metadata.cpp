@@ -3,6 +3,7 @@
 #include "standins.h"
 #include "testsupport.h"
 
+#include <QThread>
 #include <QtTest>
 
 #include <cstddef>
@@ -10,6 +11,8 @@
 #include <new>
 #include <type_traits>
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace VORN_FILE_HANDLER;
@@ -147,6 +150,8 @@ private slots:
     void fillsWithoutAFile_data();
     void fillsWithoutAFile();
     void setFileGoesByTheStoredType();
+    void setFileTakesNameDatesAndSizeForEveryType_data();
+    void setFileTakesNameDatesAndSizeForEveryType();
     void folderAfterAVideoKeepsTheFigures();
     void fileAfterAFolderKeepsTheCounts();
     void summary_data();
@@ -550,6 +555,40 @@ void MetadataTest::setFileGoesByTheStoredType()
     QCOMPARE(record.mFileName, QString("100ABC"));
     QCOMPARE(record.mSize, folder.size());
     QCOMPARE(counts(record), FORMER_COUNTS);
+}
+
+void MetadataTest::setFileTakesNameDatesAndSizeForEveryType_data()
+{
+    QTest::addColumn<int>("type");
+    QTest::addColumn<QString>("name");
+
+    QTest::newRow("unknown") << int(FILE_TYPE_UNKNOWN) << "notes.txt";
+    QTest::newRow("unknown-for-a-photo") << int(FILE_TYPE_UNKNOWN) << "a.jpg";
+    QTest::newRow("unknown-for-a-sound") << int(FILE_TYPE_UNKNOWN) << "a.wav";
+    QTest::newRow("no-type-of-the-list") << 0 << "a.avi";
+    QTest::newRow("image") << int(FILE_TYPE_IMAGE) << "notes.txt";
+    QTest::newRow("audio") << int(FILE_TYPE_AUDIO) << "a.jpg";
+}
+
+void MetadataTest::setFileTakesNameDatesAndSizeForEveryType()
+{
+    QFETCH(const int, type);
+    QFETCH(const QString, name);
+    const QTemporaryDir directory;
+    const QByteArray path = QFile::encodeName(directory.filePath(name));
+    writeFile(path, "12345");
+    QThread::msleep(100); // so that the last change of status is told apart from the creation
+    const timespec accessAndChange[] = {{1100000000, 0}, {1000000000, 123000000}};
+    QCOMPARE(::utimensat(AT_FDCWD, path.constData(), accessAndChange, 0), 0);
+    StandardErrorCapture capture;
+    Metadata record;
+    fill(record);
+    record.setType(anyType(type));
+    record.setFile(QFileInfo(directory.filePath(name)));
+    QCOMPARE(capture.take(), QByteArray());
+    QCOMPARE(copied(record).mid(0, 5),
+             (QVariantList{type, name, qint64(5), QDateTime::fromMSecsSinceEpoch(creationTime(path)),
+                           QDateTime::fromMSecsSinceEpoch(1000000000123)}));
 }
 
 void MetadataTest::folderAfterAVideoKeepsTheFigures()

@@ -92,6 +92,7 @@ private slots:
     void failingProgram();
     void missingProgram();
     void aFailureDoesNotStopTheRest();
+    void fullMedium();
     void modeOwnerAndTimesAreKept();
     void largeFile();
     void relativeSource();
@@ -626,6 +627,39 @@ void TransferTest::aFailureDoesNotStopTheRest()
 
     QCOMPARE(treeWithContents(mStorages->sd()), (Tree{"1/", "1/a = 1", "1/c = 3"}));
     QCOMPARE(treeWithContents(source("")), Tree());
+}
+
+/// What the real cp could not write to its end stays on the card, and is taken like any other name. The move
+/// deletes its sources all the same.
+void TransferTest::fullMedium()
+{
+    constexpr int SIZE = 1024 * 1024;
+    const QByteArray whole = QByteArray("0123456789").repeated(SIZE / 2);
+    make(source(""), {"a = 1", "c = ", "d = 4"});
+    writeFile(source("b.avi"), whole);
+    const QStringList files = {source("a"), source("b.avi"), source("c")};
+    const QString card = QFileInfo(mStorages->sd()).path();
+    QVERIFY(QDir().mkpath(card));
+
+    const auto answer = onSmallMedium(card, SIZE, [&] {
+        VornFileHandler::copyToFolder(files, STORAGE_SD, "1");
+        const Tree kept = tree(source(""));
+        VornFileHandler::moveToFolder(files, STORAGE_SD, "1");
+        const QByteArray copy = contentOf(mStorages->sd() + "/1/b.avi");
+        const bool isBeginning = !copy.isEmpty() && copy.size() < whole.size() && whole.startsWith(copy);
+        return (kept + Tree{"|"} + tree(card)
+                + Tree{"|", contentOf(mStorages->sd() + "/1/a"), "|", isBeginning ? "beginning" : "other",
+                       contentOf(mStorages->sd() + "/1/b_1.avi")})
+            .join(" ");
+    });
+    if (!answer)
+        QSKIP("this user may not mount");
+
+    QCOMPARE(*answer,
+             QByteArray("a b.avi c d | DCIM/ DCIM/1/ DCIM/1/a DCIM/1/a_1.a DCIM/1/b.avi DCIM/1/b_1.avi "
+                        "DCIM/1/c DCIM/1/c_1.c | 1 | beginning "));
+    QCOMPARE(treeWithContents(source("")), Tree{"d = 4"});
+    QCOMPARE(tree(card), Tree());
 }
 
 void TransferTest::modeOwnerAndTimesAreKept()

@@ -6,6 +6,7 @@
 #include <cstdarg>
 #include <cstring>
 #include <map>
+#include <utility>
 
 #include <dirent.h>
 #include <dlfcn.h>
@@ -64,6 +65,11 @@ extern "C" {
 DIR *opendir(const char *path)
 {
     static const auto next = real<DIR *(const char *)>("opendir");
+    if (faults.beforeOpening) {
+        const auto before = std::exchange(faults.beforeOpening, nullptr);
+        before(path);
+        faults.beforeOpening = before;
+    }
     if (faults.openError) {
         errno = faults.openError;
         return nullptr;

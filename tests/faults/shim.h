@@ -9,7 +9,8 @@
 /// What the C library answers from now on, to Qt and to the library alike: the program's own definitions
 /// stand before those of libc. An error of 0 is none; a name restricts the error to files of that name.
 struct Faults {
-    int openError = 0; ///< opendir()
+    int openError = 0;                                   ///< opendir()
+    std::function<void(const char *path)> beforeOpening; ///< called by each opendir(), never within itself
     int readError = 0; ///< readdir(), after so many entries of each directory:
     int readErrorAfter = 0;
     bool unknownTypes = false; ///< readdir() tells no types

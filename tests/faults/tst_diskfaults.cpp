@@ -5,6 +5,7 @@
 #include "shim.h"
 #include "testsupport.h"
 
+#include <QJsonObject>
 #include <QTest>
 
 #include <cerrno>
@@ -13,7 +14,11 @@
 
 using namespace VORN_FILE_HANDLER;
 
+/// Something asked about the SD card, with the answer as text.
+using Question = std::function<QByteArray()>;
+
 Q_DECLARE_METATYPE(Faults)
+Q_DECLARE_METATYPE(Question)
 
 namespace {
 
@@ -81,6 +86,98 @@ void fill(const QString &location)
                  "MISC/DCF_0003.mkv", "XYZABC/", "102ABC@101ABC", "loose.jpg"});
 }
 
+/// The paths of @p files relative to the location.
+QByteArray relative(const QList<QFileInfo> &files)
+{
+    QByteArrayList paths;
+    for (const QFileInfo &file : files)
+        paths.append(VornFileHandler::mSDLocation.relativeFilePath(file.absoluteFilePath()).toUtf8());
+    return paths.join(' ');
+}
+
+QByteArray fileNamesIn(const QJsonArray &array)
+{
+    QByteArrayList names;
+    for (const QJsonValue value : array)
+        names.append(value.toObject().value("filename").toString().toUtf8());
+    return names.join(' ');
+}
+
+Question photosOf(eDIRECTORY_FILTER filter)
+{
+    return [filter] {
+        return relative(VornFileHandler::getDirectoryContents(STORAGE_SD, QStringList{"*.jpg"}, filter));
+    };
+}
+
+QByteArray numberedFolders()
+{
+    return relative(VornFileHandler::getDCIMFolders(STORAGE_SD));
+}
+
+QByteArray otherFolders()
+{
+    return relative(VornFileHandler::getFolders(STORAGE_SD, DIRECTORY_FILTER_NON_DCIM));
+}
+
+QByteArray images()
+{
+    return relative(VornFileHandler::getImageList(STORAGE_SD, false, DIRECTORY_FILTER_DCIM));
+}
+
+QByteArray videos()
+{
+    return relative(VornFileHandler::getVideoList(STORAGE_SD, DIRECTORY_FILTER_DCIM));
+}
+
+QByteArray sounds()
+{
+    return relative(VornFileHandler::getAudioList(STORAGE_SD, DIRECTORY_FILTER_DCIM));
+}
+
+QByteArray jsonImages()
+{
+    return fileNamesIn(VornFileHandler::getJSONImageList(STORAGE_SD, false));
+}
+
+QByteArray jsonVideos()
+{
+    return fileNamesIn(VornFileHandler::getJSONVideoList(STORAGE_SD));
+}
+
+QByteArray mediaCount()
+{
+    return QByteArray::number(VornFileHandler::getMediaFileCount(STORAGE_SD));
+}
+
+QByteArray lastFolder()
+{
+    return QByteArray::number(VornFileHandler::getLastDirectoryNum(STORAGE_SD));
+}
+
+QByteArray nextNumber()
+{
+    return QByteArray::number(VornFileHandler::getNextFileNum(STORAGE_SD));
+}
+
+QByteArray nextName()
+{
+    return relative({QFileInfo(VornFileHandler::getNextFileName(STORAGE_SD, FILE_TYPE_IMAGE))});
+}
+
+/// Counts in @p openings how often the directory @p name is opened, and calls @p change just before the one
+/// with the number @p opening, from 1.
+Faults changeAtOpening(const QByteArray &name, int opening, int &openings,
+                       const std::function<void()> &change)
+{
+    Faults wanted;
+    wanted.beforeOpening = [=, &openings](const char *path) {
+        if (QByteArray(path).endsWith("/" + name) && ++openings == opening)
+            change();
+    };
+    return wanted;
+}
+
 } // namespace
 
 class TestDiskFaults : public QObject
@@ -111,6 +208,10 @@ private slots:
     void fileThatCannotBeRemovedStays();
     void directoryChangesWhileItIsRead_data();
     void directoryChangesWhileItIsRead();
+    void folderVanishesBeforeItIsListed_data();
+    void folderVanishesBeforeItIsListed();
+    void readingsOfTheLocation_data();
+    void readingsOfTheLocation();
     void faultsLeakNoBytes_data() { reportIsThatOfQDir_data(); }
     void faultsLeakNoBytes();
 
@@ -189,9 +290,11 @@ void TestDiskFaults::rolloverWithoutFolderToCreate()
 {
     Storages storages;
     writeFile(storages.sd() + "/100ABC/DCF_9999.jpg");
+    StandardErrorCapture capture;
     const WithFaults broken(mkdirFails(ENOSPC));
     QCOMPARE(VornFileHandler::getNextFileName(STORAGE_SD, FILE_TYPE_VIDEO_MKV),
              storages.sd() + "/100ABC/DCF_0001.mkv");
+    QCOMPARE(capture.take(), QByteArray());
     QCOMPARE(tree(storages.sd()), (QList<QByteArray>{"100ABC/", "100ABC/DCF_9999.jpg"}));
 }
 
@@ -200,12 +303,14 @@ void TestDiskFaults::transferWithoutFolderToCreate()
     Storages storages;
     const QString source = storages.sd() + "/100ABC/DCF_0001.jpg";
     writeFile(source);
+    StandardErrorCapture capture;
     const WithFaults broken(mkdirFails(ENOSPC));
     VornFileHandler::copyToFolder({source}, STORAGE_USB, "100ABC");
     QCOMPARE(tree(storages.path()),
              (QList<QByteArray>{"sd/", "sd/DCIM/", "sd/DCIM/100ABC/", "sd/DCIM/100ABC/DCF_0001.jpg"}));
     VornFileHandler::moveToFolder({source}, STORAGE_USB, "100ABC");
     QCOMPARE(tree(storages.path()), (QList<QByteArray>{"sd/", "sd/DCIM/", "sd/DCIM/100ABC/"}));
+    QCOMPARE(capture.take(), QByteArray());
 }
 
 void TestDiskFaults::whatCannotBeRemovedStays_data()
@@ -270,18 +375,130 @@ void TestDiskFaults::directoryChangesWhileItIsRead()
             writeFile(QString("%1/new%2.jpg").arg(folder).arg(i));
     };
     QStringList names;
+    StandardErrorCapture capture;
     {
         const WithFaults broken(wanted);
         names =
             fileNames(VornFileHandler::getDirectoryContents(folder, {"*.jpg"}, QDir::Time | QDir::Reversed));
     }
+    QCOMPARE(capture.take(), QByteArray());
     QCOMPARE(QSet<QString>(names.begin(), names.end()).size(), names.size());
     for (int i = 200; i < 300; ++i)
         QVERIFY(names.contains(QString("DCF_0%1.jpg").arg(i)));
     const QRegularExpression known("^(DCF_[0-9]{4}|new[0-9]{1,3})\\.jpg$");
     QCOMPARE(names.filter(known), names);
-    const StandardErrorCapture capture;
     QCOMPARE(literal::libraryReport(STORAGE_SD), literal::report(STORAGE_SD));
+}
+
+void TestDiskFaults::folderVanishesBeforeItIsListed_data()
+{
+    QTest::addColumn<Question>("question");
+    QTest::addColumn<int>("opening"); // of the folder in front of it
+    QTest::addColumn<QByteArray>("expected");
+    QTest::addColumn<QByteArray>("printed"); // %1 is the location
+
+    const QByteArray line = "directory %1/BABC doesn't exist";
+    const QByteArray photos = "AABC/a.jpg CABC/a.jpg";
+    const auto row = [](const char *name, const Question &question, int opening, const QByteArray &expected,
+                        const QByteArray &printed) {
+        QTest::newRow(name) << question << opening << expected << printed;
+    };
+    row("numbered-folders", photosOf(DIRECTORY_FILTER_DCIM), 1, photos, line);
+    row("other-folders", photosOf(DIRECTORY_FILTER_NON_DCIM), 1, photos, line);
+    row("all-folders", photosOf(static_cast<eDIRECTORY_FILTER>(0)), 1, photos, line);
+    row("images", images, 1, photos + " AABC/b.png CABC/b.png", line);
+    row("images-in-the-second-pass", images, 2, "AABC/a.jpg BABC/a.jpg CABC/a.jpg AABC/b.png CABC/b.png",
+        line);
+    row("videos", videos, 1, "AABC/c.avi CABC/c.avi", line);
+    row("sounds", sounds, 1, "AABC/d.wav CABC/d.wav", line);
+    row("json-images", jsonImages, 1, photos + " AABC/b.png CABC/b.png", line);
+    row("json-videos", jsonVideos, 1, "AABC/c.avi CABC/c.avi", line);
+    row("count", mediaCount, 1, "8", "%1/BABC doesn't exist");
+}
+
+void TestDiskFaults::folderVanishesBeforeItIsListed()
+{
+    QFETCH(const Question, question);
+    QFETCH(const int, opening);
+    QFETCH(const QByteArray, expected);
+    QFETCH(QByteArray, printed);
+    Storages storages;
+    for (const char *folder : {"/AABC", "/BABC", "/CABC"}) // which every folder filter selects
+        makeEntries(storages.sd() + folder, {"a.jpg", "b.png", "c.avi", "d.wav"});
+    const QString folder = storages.sd() + "/BABC";
+    int openings = 0;
+    StandardErrorCapture capture;
+    {
+        const WithFaults broken(changeAtOpening("AABC", opening, openings, [&folder] {
+            clearTree(folder);
+            ::rmdir(QFile::encodeName(folder));
+        }));
+        QCOMPARE(question(), expected);
+    }
+    QCOMPARE(capture.take(), diagnosticLine(printed.replace("%1", storages.sd().toUtf8())));
+    QVERIFY(!QFile::exists(folder));
+}
+
+void TestDiskFaults::readingsOfTheLocation_data()
+{
+    QTest::addColumn<Question>("question");
+    QTest::addColumn<QByteArrayList>("before");
+    QTest::addColumn<QByteArrayList>("made"); // just before the second reading
+    QTest::addColumn<int>("readings");
+    QTest::addColumn<QByteArray>("expected");
+
+    using Names = QByteArrayList;
+    const Names full = {"102ABC/DCF_0007.jpg", "102ABC/DCF_0008.png"};
+    const Names bare = {"MISC/DCF_0001.jpg"};
+    const Names other = {"105ABC/DCF_0003.jpg", "105ABC/DCF_0004.png"};
+    const auto row = [](const char *name, const Question &question, const Names &before, const Names &made,
+                        int readings, const QByteArray &expected) {
+        QTest::newRow(name) << question << before << made << readings << expected;
+    };
+    row("folders", numberedFolders, full, other, 1, "102ABC");
+    row("folders-that-are-missing", numberedFolders, bare, {}, 2, "100ABC");
+    row("folders-of-which-one-comes-between", numberedFolders, bare, other, 2, "100ABC 105ABC");
+    row("last-folder", lastFolder, full, other, 1, "102");
+    row("last-folder-that-is-missing", lastFolder, bare, {}, 2, "100");
+    row("last-folder-that-comes-between", lastFolder, bare, other, 2, "105");
+    row("next-number", nextNumber, full, other, 1, "9");
+    row("next-number-in-a-folder-that-comes-between", nextNumber, bare, other, 2, "5");
+    // The number first and its folder after that: a new folder keeps the number of the former one.
+    row("next-name", nextName, full, {}, 2, "102ABC/DCF_0009.jpg");
+    row("next-name-in-a-folder-that-comes-between", nextName, full, other, 2, "105ABC/DCF_0009.jpg");
+    row("next-name-without-a-folder", nextName, bare, {}, 3, "100ABC/DCF_0001.jpg");
+    row("other-folders", otherFolders, bare, other, 1, "MISC");
+    row("other-folders-that-are-missing", otherFolders, {"102ABC/"}, other, 1, "");
+    row("images", images, full, {}, 2, "102ABC/DCF_0007.jpg 102ABC/DCF_0008.png");
+    row("images-of-a-folder-that-comes-between-the-passes", images, full, other, 2,
+        "102ABC/DCF_0007.jpg 102ABC/DCF_0008.png 105ABC/DCF_0004.png");
+    row("images-without-a-folder", images, bare, {}, 3, "");
+    row("videos", videos, full, other, 1, "");
+    row("json-images", jsonImages, full, other, 2,
+        "102ABC/DCF_0007.jpg 102ABC/DCF_0008.png 105ABC/DCF_0004.png");
+    row("json-videos", jsonVideos, full, other, 1, "");
+    row("count", mediaCount, full, other, 1, "2");
+    row("count-without-a-folder", mediaCount, bare, other, 2, "2");
+}
+
+void TestDiskFaults::readingsOfTheLocation()
+{
+    QFETCH(const Question, question);
+    QFETCH(const QByteArrayList, before);
+    QFETCH(const QByteArrayList, made);
+    QFETCH(const int, readings);
+    QFETCH(const QByteArray, expected);
+    Storages storages;
+    makeEntries(storages.sd(), before);
+    int openings = 0;
+    StandardErrorCapture capture;
+    {
+        const auto makeOthers = [&storages, &made] { makeEntries(storages.sd(), made); };
+        const WithFaults broken(changeAtOpening("DCIM", 2, openings, makeOthers));
+        QCOMPARE(question(), expected);
+    }
+    QCOMPARE(openings, readings);
+    QCOMPARE(capture.take(), QByteArray());
 }
 
 void TestDiskFaults::faultsLeakNoBytes()

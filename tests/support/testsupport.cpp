@@ -236,6 +236,15 @@ std::optional<QByteArray> onReadOnlyMedium(const QString &folder, const std::fun
     return runApart(mountAll, work);
 }
 
+std::optional<QByteArray> onSmallMedium(const QString &folder, int bytes,
+                                        const std::function<QByteArray()> &work)
+{
+    const auto mountAll = [path = QFile::encodeName(folder), size = "size=" + QByteArray::number(bytes)] {
+        return ::mount("tmpfs", path.constData(), "tmpfs", 0, size.constData()) == 0;
+    };
+    return runApart(mountAll, work);
+}
+
 std::optional<QByteArray> withEmptyTmp(const std::function<QByteArray()> &work)
 {
     const auto mountAll = [] {

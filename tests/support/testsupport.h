@@ -90,6 +90,11 @@ private:
 /// where the system does not let this user do that. Standard error is the caller's.
 std::optional<QByteArray> onReadOnlyMedium(const QString &folder, const std::function<QByteArray()> &work);
 
+/// What @p work answers in a child process in which @p folder, empty, is a file system of @p bytes; nothing
+/// as above.
+std::optional<QByteArray> onSmallMedium(const QString &folder, int bytes,
+                                        const std::function<QByteArray()> &work);
+
 /// What @p work answers in a child process whose /tmp is another one, and empty; nothing as above.
 std::optional<QByteArray> withEmptyTmp(const std::function<QByteArray()> &work);
 

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <iterator>
 #include <memory>
 
 #include <sys/stat.h>
@@ -566,7 +567,10 @@ void DevicesTest::everythingDeleted()
 
 int main(int argc, char *argv[])
 {
-    const QString why = enterOwnMounts();
+    QString why = enterOwnMounts();
+    const auto isPossible = [](const Name &row) { return whyNot(row.fileSystem).isEmpty(); };
+    if (why.isEmpty() && std::none_of(std::begin(FILE_SYSTEMS), std::end(FILE_SYSTEMS), isPossible))
+        why = "no file system can be made and mounted"; // each test for itself would be skipped, and all pass
     if (!why.isEmpty()) {
         std::printf("tst_devices: skipped: %s\n", qPrintable(why));
         return SKIPPED;
