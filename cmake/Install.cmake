@@ -23,7 +23,11 @@ foreach(dir IN ITEMS LIBDIR INCLUDEDIR)
         string(PREPEND pc_${dir} "\${prefix}/")
     endif()
 endforeach()
-configure_file(cmake/vornFileHandler.pc.in vornFileHandler.pc @ONLY)
+# The prefix itself is filled in when it is known for certain: at "cmake --install --prefix".
+set(pc_prefix "@CMAKE_INSTALL_PREFIX@")
+configure_file(cmake/vornFileHandler.pc.in vornFileHandler.pc.in @ONLY)
+install(CODE "configure_file([[${PROJECT_BINARY_DIR}/vornFileHandler.pc.in]]
+    [[${PROJECT_BINARY_DIR}/vornFileHandler.pc]] @ONLY)" COMPONENT Development)
 install(FILES ${PROJECT_BINARY_DIR}/vornFileHandler.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT Development)
 
