@@ -94,9 +94,17 @@ dirent64 *readdir64(DIR *stream)
 int statx(int directory, const char *path, int flags, unsigned mask, struct statx *status) noexcept
 {
     static const auto next = real<int(int, const char *, int, unsigned, struct statx *)>("statx");
+    ++faults.looks;
     if (faults.statxError && concerns(faults.statxName, path))
         return fail(faults.statxError);
     return next(directory, path, flags, mask, status);
+}
+
+void tzset() noexcept
+{
+    static const auto next = real<void()>("tzset");
+    ++faults.zoneReadings;
+    next();
 }
 
 int mkdir(const char *path, mode_t mode) noexcept

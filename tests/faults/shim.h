@@ -14,6 +14,8 @@ struct Faults {
     int readError = 0; ///< readdir(), after so many entries of each directory:
     int readErrorAfter = 0;
     bool unknownTypes = false; ///< readdir() tells no types
+    int looks = 0;             ///< calls of statx() so far
+    int zoneReadings = 0;      ///< calls of tzset() so far
     int statxError = 0;
     const char *statxName = nullptr;
     int mkdirError = 0;

@@ -16,9 +16,11 @@ using namespace VORN_FILE_HANDLER;
 
 /// Something asked about the SD card, with the answer as text.
 using Question = std::function<QByteArray()>;
+using Action = std::function<void()>;
 
 Q_DECLARE_METATYPE(Faults)
 Q_DECLARE_METATYPE(Question)
+Q_DECLARE_METATYPE(Action)
 
 namespace {
 
@@ -212,6 +214,8 @@ private slots:
     void folderVanishesBeforeItIsListed();
     void readingsOfTheLocation_data();
     void readingsOfTheLocation();
+    void looksAtEachFile_data();
+    void looksAtEachFile();
     void faultsLeakNoBytes_data() { reportIsThatOfQDir_data(); }
     void faultsLeakNoBytes();
 
@@ -499,6 +503,50 @@ void TestDiskFaults::readingsOfTheLocation()
     }
     QCOMPARE(openings, readings);
     QCOMPARE(capture.take(), QByteArray());
+}
+
+void TestDiskFaults::looksAtEachFile_data()
+{
+    QTest::addColumn<Action>("action");
+    QTest::addColumn<int>("openings");
+    QTest::addColumn<int>("looks");
+    QTest::newRow("last-file-number")
+        << Action([] { VornFileHandler::getLastFileNum(STORAGE_SD, 100); }) << 1 << 0;
+    QTest::newRow("count") << Action([] {
+        VornFileHandler::getMediaFileCount(QDir(VornFileHandler::getDirPath(STORAGE_SD, 100)));
+    }) << 1 << 0;
+    QTest::newRow("files") << Action([] {
+        VornFileHandler::getDirectoryContents(STORAGE_SD, DIRECTORY_FILTER_DCIM);
+    }) << 1 << 2; // the order is made of the first; the second is kept in the QFileInfo
+    QTest::newRow("photos") << Action([] {
+        VornFileHandler::getImageList(STORAGE_SD, false, DIRECTORY_FILTER_DCIM);
+    }) << 2 << 2;
+    QTest::newRow("JSON") << Action([] { VornFileHandler::getJSONDirectoryContents(STORAGE_SD); }) << 1 << 1;
+}
+
+/// A folder on a slow card is read once, each file in it is not looked at more often than needed, and the
+/// time zone is read once for all files.
+void TestDiskFaults::looksAtEachFile()
+{
+    QFETCH(const Action, action);
+    QFETCH(const int, openings);
+    QFETCH(const int, looks);
+    Storages storages;
+    int opened = 0;
+    const auto costs = [&action, &opened] {
+        opened = 0;
+        const WithFaults counting(changeAtOpening("100ABC", 0, opened, [] {}));
+        action();
+        return qMakePair(faults.looks, faults.zoneReadings);
+    };
+    makeEntries(storages.sd(), {"100ABC/DCF_0001.jpg", "100ABC/DCF_0002.jpg"});
+    const auto few = costs();
+    for (int i = 3; i <= 22; ++i)
+        writeFile(QString("%1/100ABC/DCF_%2.jpg").arg(storages.sd()).arg(i, 4, 10, QChar('0')));
+    const auto many = costs();
+    QCOMPARE(opened, openings);
+    QCOMPARE(many.first - few.first, 20 * looks);
+    QCOMPARE(many.second, few.second);
 }
 
 void TestDiskFaults::faultsLeakNoBytes()

@@ -43,6 +43,14 @@ QByteArray noFileNumber()
     return diagnosticLine("problem finding the file number in this filename, continue to the next file");
 }
 
+/// The finding about a file that is no photo, video, sound or thumbnail.
+QByteArray unlisted(const QByteArray &name)
+{
+    return "@/" + name
+           + ": has none of the extensions jpg, png, avi, mkv, wav, thumb: the media lists, the count and the "
+             "numbering pass it over\n";
+}
+
 QJsonObject jsonOf(const Outcome &outcome)
 {
     return QJsonDocument::fromJson(outcome.out).object();
@@ -83,13 +91,14 @@ void VornfhCheckTest::findsNothingOnACleanStorage_data()
                       "sd: 8989100 recordings until 999ABC/DCF_9999\n");
     QTest::newRow("folders-and-files-of-others")
         << Words{"MISC/a b.txt",
-                 "loose.jpg",
+                 ".loose.jpg",
                  "103CANON/IMG_0001.JPG",
                  "100ABC/DCF_0001.jpg",
-                 "100ABC/notes.txt",
                  "100ABC/.hidden",
+                 "100ABC/.notes.txt",
+                 "100ABC/.jpg/",
                  ".101ABC/"}
-        << QByteArray("sd: no findings in 1 folder with 2 files\n"
+        << QByteArray("sd: no findings in 1 folder with 1 file\n"
                       "sd: 8999099 recordings until 999ABC/DCF_9999\n");
 }
 
@@ -160,11 +169,17 @@ void VornfhCheckTest::findsOddFolders_data()
         << QByteArray("@/101ABC: is named like a numbered folder but is none: the numbering cannot use it\n"
                       "@/102ABC: is named like a numbered folder but is none: the numbering cannot use it\n")
         << QByteArray();
+    QTest::newRow("loose-file-and-links-beside-the-folders")
+        << Words{"100ABC/", "loose.jpg", "link@100ABC", "dangling@nowhere", ".hidden"}
+        << QByteArray("@/dangling: lies beside the folders: the library lists only what lies in one\n"
+                      "@/link: lies beside the folders: the library lists only what lies in one\n"
+                      "@/loose.jpg: lies beside the folders: the library lists only what lies in one\n")
+        << QByteArray();
     QTest::newRow("names-that-nobody-can-use")
         << Words{"100ABC/", "a b/", "x\xff"}
         << QByteArray("@/a b: the name holds ' ', at which a shell takes it apart: the library hands names "
                       "of videos to one\n"
-                      "@/x\\xff: the name is no valid UTF-8: the library never lists it\n")
+                      "@/x\\xff: the name is not valid UTF-8: the library never lists it\n")
         << QByteArray();
 }
 
@@ -227,7 +242,7 @@ void VornfhCheckTest::findsOddFiles_data()
                                  << QByteArray(
                                         "@/DCF_0000.jpg: the number is 0000: a player takes 0001 to 9999\n")
                                  << QByteArray();
-    QTest::newRow("empty-file") << Words{"DCF_0001.avi!", "notes.txt!"}
+    QTest::newRow("empty-file") << Words{"DCF_0001.avi!"}
                                 << QByteArray("@/DCF_0001.avi: is empty: a recording that was never written, "
                                               "or was lost\n")
                                 << QByteArray();
@@ -235,6 +250,16 @@ void VornfhCheckTest::findsOddFiles_data()
         << Words{"DCF_0001.thumb", "DCF_0002.thumb", "DCF_0002.wav"}
         << QByteArray("@/DCF_0001.thumb: the thumbnail's photo or video is missing\n"
                       "@/DCF_0002.thumb: the thumbnail's photo or video is missing\n")
+        << QByteArray();
+    QTest::newRow("extensions-that-the-library-does-not-list")
+        << Words{"DCF_0001.jpeg", "DCF_0002.mp4", "DCF_0003", "archive.tar.gz", "notes.txt!"}
+        << unlisted("DCF_0001.jpeg") + unlisted("DCF_0002.mp4") + unlisted("DCF_0003")
+               + unlisted("archive.tar.gz") + unlisted("notes.txt")
+        << QByteArray();
+    QTest::newRow("hidden-media")
+        << Words{".DCF_0001.JPG", "._DCF_0002.thumb", ".DS_Store"}
+        << QByteArray("@/.DCF_0001.JPG: the name begins with '.': the library never lists it\n"
+                      "@/._DCF_0002.thumb: the name begins with '.': the library never lists it\n")
         << QByteArray();
     QTest::newRow("folder-and-links")
         << Words{"DCF_0001.jpg@nothing", "sub/"}
@@ -247,7 +272,8 @@ void VornfhCheckTest::findsOddFiles_data()
                       "hands names of videos to one\n"
                       "@/a;b.txt: the name holds ';', at which a shell takes it apart: the library hands "
                       "names of videos to one\n"
-                      "@/\\xe4.txt: the name is no valid UTF-8: the library never lists it\n")
+                      "@/\\xe4.txt: the name is not valid UTF-8: the library never lists it\n")
+               + unlisted("a\\x0ab.txt") + unlisted("a;b.txt") + unlisted("\xc3\xa4.txt")
         << QByteArray();
 }
 
@@ -317,7 +343,7 @@ void VornfhCheckTest::printsAnObject()
         {"findings",
          QJsonArray{QJsonObject{{"path", folder + "\\xff.jpg"},
                                 {"kind", "not-utf8"},
-                                {"text", "the name is no valid UTF-8: the library never lists it"}},
+                                {"text", "the name is not valid UTF-8: the library never lists it"}},
                     QJsonObject{{"path", folder + "DCF_0005.jpg"},
                                 {"kind", "empty-file"},
                                 {"text", "is empty: a recording that was never written, or was lost"}}}},

@@ -94,7 +94,9 @@ class VornfhGalleryTest : public QObject
     Q_OBJECT
 
 private slots:
-    void showsPhotosVideosAndSounds();
+    void showsEveryFile();
+    void showsOtherFilesWithAnIcon_data();
+    void showsOtherFilesWithAnIcon();
     void showsTheSizeOfVideosOnlyWhenAsked();
     void escapesNames_data();
     void escapesNames();
@@ -109,7 +111,7 @@ private slots:
     void refusesWhatCannotBeWritten();
 };
 
-void VornfhGalleryTest::showsPhotosVideosAndSounds()
+void VornfhGalleryTest::showsEveryFile()
 {
     ToolRun tool;
     const QString folder = tool.sd() + "/100ABC/";
@@ -126,6 +128,7 @@ void VornfhGalleryTest::showsPhotosVideosAndSounds()
     writeFile(tool.sd() + "/101ABC/DCF_0001.wav", "x");
     for (const char *name : {"1.jpg", "2.png", "3.jpg", "4.avi", "5.mkv"})
         setModified((folder + "DCF_000" + name).toUtf8(), 1740492000000 + name[0] * 60000LL);
+    setModified((folder + "notes.txt").toUtf8(), 1740498000000);
     const auto before = tool.contents();
     QCOMPARE(tool.runOnStorages({"gallery", "sd", "-o", "page.html"}), written(tool));
     auto after = tool.contents();
@@ -134,18 +137,20 @@ void VornfhGalleryTest::showsPhotosVideosAndSounds()
 
     QVERIFY(page.isValid);
     QCOMPARE(page.sections, (QStringList{"Folder 100ABC", "Folder 101ABC"}));
-    QCOMPARE(page.choices, (QStringList{"only-all", "only-photo", "only-video", "only-sound"}));
-    QCOMPARE(page.figures.size(), 6);
-    const QStringList kinds = {"photo", "photo", "photo", "video", "video", "sound"};
+    QCOMPARE(page.choices, (QStringList{"only-all", "only-photo", "only-video", "only-sound", "only-other"}));
+    QCOMPARE(page.figures.size(), 7);
+    const QStringList kinds = {"photo", "photo", "photo", "video", "video", "other", "sound"};
     const QStringList links = {"100ABC/DCF_0001.jpg", "100ABC/DCF_0002.png", "100ABC/DCF_0003.jpg",
-                               "100ABC/DCF_0004.avi", "100ABC/DCF_0005.mkv", "101ABC/DCF_0001.wav"};
+                               "100ABC/DCF_0004.avi", "100ABC/DCF_0005.mkv", "100ABC/notes.txt",
+                               "101ABC/DCF_0001.wav"};
     const QList<QByteArray> pictures = {tool.content(folder + "DCF_0001.thumb"),
                                         tool.content(folder + "DCF_0002.png"),
                                         "",
                                         tool.content(folder + "DCF_0004.thumb"),
                                         "",
+                                        "",
                                         ""};
-    for (int i = 0; i < 6; ++i) {
+    for (int i = 0; i < 7; ++i) {
         const Figure &figure = page.figures[i];
         QCOMPARE(figure.kind, kinds[i]);
         QCOMPARE(figure.link, "sd/DCIM/" + links[i]);
@@ -155,8 +160,45 @@ void VornfhGalleryTest::showsPhotosVideosAndSounds()
     QCOMPARE(page.figures[0].alt, QString("Photo DCF_0001.jpg"));
     QVERIFY(page.figures[0].caption.last().endsWith(QString("640\u00a0\u00d7\u00a0480")));
     QCOMPARE(page.figures[3].caption.last(), QString("1.5 KiB"));
-    QVERIFY(page.text.contains("3 photos 2 videos 1 sound"));
-    QVERIFY(page.text.contains("1 other file not shown"));
+    QVERIFY(page.text.contains("3 photos 2 videos 1 sound 1 other"));
+}
+
+void VornfhGalleryTest::showsOtherFilesWithAnIcon_data()
+{
+    QTest::addColumn<Words>("files");
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<bool>("hasPicture");
+    QTest::newRow("photo-in-capital-letters") << Words{"DCF_0003.JPG"} << QString("DCF_0003.JPG") << false;
+    QTest::newRow("photo-in-capital-letters-with-a-thumbnail")
+        << Words{"DCF_0003.JPG", "DCF_0003.thumb"} << QString("DCF_0003.JPG") << true;
+    QTest::newRow("unknown-extension") << Words{"DCF_0003.mp4"} << QString("DCF_0003.mp4") << false;
+    QTest::newRow("no-extension") << Words{"README"} << QString("README") << false;
+    QTest::newRow("thumbnail-alone") << Words{"DCF_0003.thumb"} << QString("DCF_0003.thumb") << false;
+    QTest::newRow("thumbnail-of-a-sound")
+        << Words{"DCF_0003.thumb", "DCF_0003.wav"} << QString("DCF_0003.thumb") << false;
+}
+
+void VornfhGalleryTest::showsOtherFilesWithAnIcon()
+{
+    QFETCH(Words, files);
+    QFETCH(QString, name);
+    QFETCH(bool, hasPicture);
+    ToolRun tool;
+    for (const QByteArray &file : files)
+        writeFile(QFile::encodeName(tool.sd()) + "/100ABC/" + file, pictureData("jpg", {16, 16}));
+    QCOMPARE(tool.runOnStorages({"gallery", "sd", "-o", "page.html"}), written(tool));
+    const QByteArray html = tool.content(pagePath(tool));
+    const Page page = parsed(html);
+    QVERIFY(page.isValid);
+    QVERIFY(page.choices.contains("only-other"));
+    QList<Figure> others;
+    std::copy_if(page.figures.begin(), page.figures.end(), std::back_inserter(others),
+                 [](const Figure &figure) { return figure.kind == "other"; });
+    QCOMPARE(others.size(), 1);
+    QCOMPARE(others[0].link, "sd/DCIM/100ABC/" + name);
+    QCOMPARE(others[0].caption.first(), name);
+    QCOMPARE(!others[0].picture.isEmpty(), hasPicture);
+    QCOMPARE(html.contains("aria-label=\"Other\""), !hasPicture);
 }
 
 void VornfhGalleryTest::showsTheSizeOfVideosOnlyWhenAsked()
@@ -249,7 +291,8 @@ void VornfhGalleryTest::tellsThatAStorageIsEmpty_data()
     QTest::newRow("location-only") << Words{"sd/", "sd/DCIM/"};
     QTest::newRow("other-folder") << Words{"sd/", "sd/DCIM/", "sd/DCIM/MISC/", "sd/DCIM/MISC/a.jpg"};
     QTest::newRow("empty-folder") << Words{"sd/", "sd/DCIM/", "sd/DCIM/100ABC/"};
-    QTest::newRow("other-files") << Words{"sd/", "sd/DCIM/", "sd/DCIM/100ABC/", "sd/DCIM/100ABC/a.txt"};
+    QTest::newRow("loose-and-hidden-files")
+        << Words{"sd/", "sd/DCIM/", "sd/DCIM/100ABC/", "sd/DCIM/100ABC/.a.jpg", "sd/DCIM/b.jpg"};
 }
 
 void VornfhGalleryTest::tellsThatAStorageIsEmpty()
@@ -260,7 +303,7 @@ void VornfhGalleryTest::tellsThatAStorageIsEmpty()
     QCOMPARE(tool.runOnStorages({"gallery", "sd", "-o", "page.html"}), written(tool));
     const Page page = parsed(tool.content(pagePath(tool)));
     QVERIFY(page.isValid);
-    QVERIFY(page.text.contains("There are no photos, videos or sounds on this storage."));
+    QVERIFY(page.text.contains("There are no files in the numbered folders of this storage."));
     QCOMPARE(page.choices, QStringList());
     QCOMPARE(page.sections, QStringList());
     auto after = tree(tool.path());

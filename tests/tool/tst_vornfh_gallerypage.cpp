@@ -105,6 +105,7 @@ void VornfhGalleryPageTest::initTestCase()
     writeFile(mTool.sd() + "/100ABC/DCF_0003.thumb", pictureData("jpg", {160, 120}));
     makeVideo(mTool.sd() + "/100ABC/DCF_0004.mkv", {64, 48});
     makeSound(mTool.sd() + "/100ABC/DCF_0005.wav");
+    writeFile(mTool.sd() + "/101ABC/notes.txt", "x");
     for (int i = 1; i <= 5; ++i)
         setModified(QString("%1/100ABC/DCF_%2.%3")
                         .arg(mTool.sd())
@@ -177,12 +178,17 @@ void VornfhGalleryPageTest::looksRightInABrowser()
                                 "word_of_forty_characters_that_cannot_break.jpg"};
     const QStringList videos = {"DCF_0003.avi", "DCF_0004.mkv"};
     const QJsonObject shown = seen["shown"].toObject();
-    QCOMPARE(namesIn(shown["only-all"]).size(), 6);
+    QCOMPARE(namesIn(shown["only-all"]).size(), 7);
     QCOMPARE(namesIn(shown["only-photo"]), photos);
     QCOMPARE(namesIn(shown["only-video"]), videos);
     QCOMPARE(namesIn(shown["only-sound"]), QStringList{"DCF_0005.wav"});
+    QCOMPARE(namesIn(shown["only-other"]), QStringList{"notes.txt"});
     QCOMPARE(seen["sections"].toObject(),
-             (QJsonObject{{"only-all", 2}, {"only-photo", 2}, {"only-video", 1}, {"only-sound", 1}}));
+             (QJsonObject{{"only-all", 2},
+                          {"only-photo", 2},
+                          {"only-video", 1},
+                          {"only-sound", 1},
+                          {"only-other", 1}}));
     QCOMPARE(seen["pictures"].toArray(), (QJsonArray{160, 160, 160, 160}));
     QCOMPARE(seen["tooWide"].toInt(-1), 0);
     QCOMPARE(seen["columns"].toInt(), columns);

@@ -225,12 +225,12 @@ void VornfhInfoTest::refusesWrongCommandLines_data()
     QTest::newRow("info-without-a-path") << Arguments{"info"} << QByteArray("PATH... is required");
     QTest::newRow("info-of-an-empty-path") << Arguments{"info", ""} << QByteArray("the path is empty");
     QTest::newRow("info-no-utf-8") << Arguments{"info", "a\xff"}
-                                   << QByteArray("the path 'a\\xff' is no valid UTF-8");
+                                   << QByteArray("the path 'a\\xff' is not valid UTF-8");
     QTest::newRow("comment-without-text") << Arguments{"comment", "p"} << QByteArray("TEXT is required");
     QTest::newRow("comment-no-utf-8")
-        << Arguments{"comment", "p", "\xc3"} << QByteArray("the comment '\\xc3' is no valid UTF-8");
+        << Arguments{"comment", "p", "\xc3"} << QByteArray("the comment '\\xc3' is not valid UTF-8");
     QTest::newRow("comment-path-no-utf-8")
-        << Arguments{"comment", "p\xff", "x"} << QByteArray("the path 'p\\xff' is no valid UTF-8");
+        << Arguments{"comment", "p\xff", "x"} << QByteArray("the path 'p\\xff' is not valid UTF-8");
 }
 
 void VornfhInfoTest::refusesWrongCommandLines()

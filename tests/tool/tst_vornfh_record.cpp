@@ -28,7 +28,9 @@ private slots:
     void rollsOverIntoTheNextFolder();
     void takenNamesAreNeverOverwritten_data();
     void takenNamesAreNeverOverwritten();
-    void anExistingThumbnailIsLeftAsItIs();
+    void theNumberOfAThumbnailLeftBehindIsPassedOver_data();
+    void theNumberOfAThumbnailLeftBehindIsPassedOver();
+    void aThumbnailThatCameInTheMeantimeIsAFailure();
     void aFailureLeavesNothingBehind_data();
     void aFailureLeavesNothingBehind();
     void recordingsBeforeAFailureStay();
@@ -209,6 +211,15 @@ void VornfhRecordTest::takenNamesAreNeverOverwritten_data()
         << QByteArray(
                "the numbers of storage sd are used up: @/sd/DCIM/999ABC/DCF_0001.avi would be next, and "
                "its number is taken");
+    QTest::newRow("numbers-used-up-with-thumbnails")
+        << QByteArrayList{"999ABC/DCF_0001.avi", "999ABC/DCF_0001.thumb", "999ABC/DCF_9999.avi", "1000ABC/"}
+        << QByteArray(
+               "the numbers of storage sd are used up: @/sd/DCIM/999ABC/DCF_0001.avi would be next, and "
+               "its number is taken");
+    QTest::newRow("a-thumbnail-has-the-last-number")
+        << QByteArrayList{"100ABC/DCF_9998.avi", "100ABC/DCF_9999.thumb"}
+        << QByteArray("@/sd/DCIM/100ABC/DCF_9999.avi: its number is taken by something that the numbering "
+                      "passes over");
     QTest::newRow("a-folder-has-the-name")
         << QByteArrayList{"100ABC/DCF_0001.avi", "100ABC/DCF_0002.avi/"}
         << QByteArray("@/sd/DCIM/100ABC/DCF_0002.avi: its number is taken by something that the numbering "
@@ -232,16 +243,50 @@ void VornfhRecordTest::takenNamesAreNeverOverwritten()
     QCOMPARE(tool.contents(), before);
 }
 
-void VornfhRecordTest::anExistingThumbnailIsLeftAsItIs()
+void VornfhRecordTest::theNumberOfAThumbnailLeftBehindIsPassedOver_data()
+{
+    QTest::addColumn<QByteArrayList>("entries");
+    QTest::addColumn<QByteArray>("type");
+    QTest::addColumn<QByteArray>("out");
+    QTest::newRow("in-an-empty-folder")
+        << QByteArrayList{"100ABC/DCF_0001.thumb"} << QByteArray("wav")
+        << QByteArray("@/sd/DCIM/100ABC/DCF_0002.wav\n@/sd/DCIM/100ABC/DCF_0003.wav\n");
+    QTest::newRow("behind-the-last-recording")
+        << QByteArrayList{"100ABC/DCF_0005.jpg", "100ABC/DCF_0006.thumb"} << QByteArray("jpg")
+        << QByteArray("@/sd/DCIM/100ABC/DCF_0007.jpg\n@/sd/DCIM/100ABC/DCF_0008.jpg\n");
+    QTest::newRow("several")
+        << QByteArrayList{"100ABC/DCF_0001.thumb", "100ABC/DCF_0002.thumb@nowhere", "100ABC/DCF_0004.thumb/"}
+        << QByteArray("avi")
+        << QByteArray("@/sd/DCIM/100ABC/DCF_0003.avi\n@/sd/DCIM/100ABC/DCF_0005.avi\n");
+}
+
+void VornfhRecordTest::theNumberOfAThumbnailLeftBehindIsPassedOver()
+{
+    QFETCH(QByteArrayList, entries);
+    QFETCH(QByteArray, type);
+    QFETCH(QByteArray, out);
+    ToolRun tool;
+    standInForFfmpeg(tool, FIND_TARGET + "echo data > \"$target\"");
+    QVERIFY(QDir().mkpath(tool.sd()));
+    makeEntries(tool.sd(), entries);
+    const auto before = tool.contents();
+    QCOMPARE(tool.runOnStorages({"record", "sd", "--type", type, "--count", "2"}),
+             (Outcome{0, tool.expand(out), ""}));
+    const auto after = tool.contents();
+    for (auto entry = before.begin(); entry != before.end(); ++entry)
+        QCOMPARE(after.value(entry.key(), "gone"), *entry);
+}
+
+void VornfhRecordTest::aThumbnailThatCameInTheMeantimeIsAFailure()
 {
     ToolRun tool;
-    writeFile(tool.sd() + "/100ABC/DCF_0001.thumb", "mine");
-    QCOMPARE(
-        tool.runOnStorages({"record", "sd", "--type", "jpg", "--count", "2"}),
-        (Outcome{
-            0, tool.expand("@/sd/DCIM/100ABC/DCF_0001.jpg\n@/sd/DCIM/100ABC/DCF_0002.jpg\n"),
-            tool.expand("vornfh: @/sd/DCIM/100ABC/DCF_0001.thumb: exists already and is left as it is\n")}));
-    QCOMPARE(tool.content(tool.sd() + "/100ABC/DCF_0001.thumb"), QByteArray("mine"));
+    standInForFfmpeg(tool, FIND_TARGET + "echo data > \"$target\"; echo mine > \"${target%.*}.thumb\"");
+    QVERIFY(QDir().mkpath(tool.sd()));
+    QCOMPARE(tool.runOnStorages({"record", "sd", "--type", "jpg"}),
+             (Outcome{1, tool.expand("@/sd/DCIM/100ABC/DCF_0001.jpg\n"),
+                      tool.expand("vornfh: @/sd/DCIM/100ABC/DCF_0001.thumb: came in the meantime and is left "
+                                  "as it is\n")}));
+    QCOMPARE(tool.content(tool.sd() + "/100ABC/DCF_0001.thumb"), QByteArray("mine\n"));
 }
 
 void VornfhRecordTest::aFailureLeavesNothingBehind_data()
@@ -342,7 +387,7 @@ void VornfhRecordTest::refusesWrongValues_data()
     QTest::newRow("duration-negative")
         << Arguments{"--duration=-1"} << QByteArray("--duration: '-1' is no number from 0.1 to 86400");
     QTest::newRow("input-no-utf-8") << Arguments{"--input", "\xff"}
-                                    << QByteArray("--input '\\xff' is no valid UTF-8");
+                                    << QByteArray("--input '\\xff' is not valid UTF-8");
 }
 
 void VornfhRecordTest::refusesWrongValues()

@@ -80,7 +80,7 @@ void VornfhRemoveTest::runsACommand_data()
     row("delete-brackets", {"sd/DCIM/[a]", "sd/DCIM/a"}, {"delete", "sd/DCIM/[a]"}, 0, "@/sd/DCIM/[a]\n", "",
         {"sd/DCIM/[a]"});
     row("delete-no-utf8", {}, {"delete", "sd/DCIM/\xff"}, 1, "",
-        "vornfh: PATH 'sd/DCIM/\\xff' is no valid UTF-8\n" + oneNot);
+        "vornfh: PATH 'sd/DCIM/\\xff' is not valid UTF-8\n" + oneNot);
     row("delete-nothing", {}, {"delete"}, 2, "", "vornfh: PATH... is required\n");
 
     row("mkdir", {}, {"mkdir", "sd", "MISC"}, 0, "@/sd/DCIM/MISC\n", "", {}, {"sd/DCIM/MISC/"});
@@ -119,7 +119,7 @@ void VornfhRemoveTest::runsACommand_data()
     row("rmdir-above", {}, {"rmdir", "sd", "..", "--yes"}, 2, "",
         "vornfh: the folder name '..' is no folder of the storage's own\n");
     row("rmdir-other-storage", {}, {"rmdir", "card", "100ABC", "--yes"}, 2, "",
-        "vornfh: STORAGE: 'card' is none of mmc, sd, usb\n");
+        "vornfh: STORAGE: 'card' is not one of mmc, sd, usb\n");
 
     row("wipe", {"sd/DCIM/loose.txt", "sd/beside.jpg"}, {"wipe", "sd", "--yes"}, 0,
         "@/sd/DCIM: deleted 4 files and 2 folders, 16 B\n",
@@ -284,7 +284,7 @@ void VornfhRemoveTest::tellsWhatCannotBeDeleted()
              (Outcome{1, "",
                       tool.expand("vornfh: @/sd/DCIM/100ABC: 2 files, 8 B will be deleted\n"
                                   "vornfh: @/sd/DCIM/100ABC: could not be deleted: x\\xff.jpg: names "
-                                  "that are no valid UTF-8 cannot be handled\n")}));
+                                  "that are not valid UTF-8 cannot be handled\n")}));
     QCOMPARE(left, (Words{"sd/", "sd/DCIM/", "sd/DCIM/100ABC/", "sd/DCIM/100ABC/x\xff.jpg"}));
 }
 

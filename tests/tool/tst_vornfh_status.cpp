@@ -185,7 +185,7 @@ void VornfhStatusTest::refusesAStorageThatIsNotConfigured_data()
     QTest::newRow("not-configured") << QByteArray("usb")
                                     << QByteArray("vornfh: storage usb is not configured\n");
     QTest::newRow("no-storage") << QByteArray("card")
-                                << QByteArray("vornfh: STORAGE: 'card' is none of mmc, sd, usb\n");
+                                << QByteArray("vornfh: STORAGE: 'card' is not one of mmc, sd, usb\n");
 }
 
 void VornfhStatusTest::refusesAStorageThatIsNotConfigured()

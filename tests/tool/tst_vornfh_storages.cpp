@@ -52,7 +52,7 @@ void VornfhStoragesTest::refusesWrongCommandLines_data()
                                     << QByteArray("The following argument was not expected: --bogus");
     QTest::newRow("no-storage") << Arguments{"count"} << QByteArray("STORAGE is required");
     QTest::newRow("unknown-storage") << Arguments{"count", "floppy"}
-                                     << QByteArray("STORAGE: 'floppy' is none of mmc, sd, usb");
+                                     << QByteArray("STORAGE: 'floppy' is not one of mmc, sd, usb");
     QTest::newRow("storage-not-configured")
         << Arguments{"--sd", "@/sd", "count", "usb"} << QByteArray("storage usb is not configured");
     QTest::newRow("block-without-location")
@@ -78,7 +78,7 @@ void VornfhStoragesTest::refusesWrongCommandLines_data()
     QTest::newRow("percent-sign") << Arguments{"--mmc", "/%1", "count", "mmc"}
                                   << refused("--mmc", "location", "/%1", "%", 2);
     QTest::newRow("location-no-utf-8")
-        << Arguments{"--sd", "/\xff", "count", "sd"} << QByteArray("the location '/\\xff' is no valid UTF-8");
+        << Arguments{"--sd", "/\xff", "count", "sd"} << QByteArray("the location '/\\xff' is not valid UTF-8");
     QTest::newRow("empty-location") << Arguments{"--sd", "", "count", "sd"}
                                     << QByteArray("--sd: the location is empty");
     QTest::newRow("dash-in-front-of-a-location")

@@ -144,7 +144,7 @@ void VornfhTransferTest::copies_data()
                       "vornfh: @/a.jpg/: Not a directory\n"
                       "vornfh: '': is no file name\n"
                       "vornfh: /dev/null: is no regular file\n"
-                      "vornfh: b\\xff: is no valid UTF-8\n"
+                      "vornfh: b\\xff: is not valid UTF-8\n"
                       "vornfh: 7 of 9 files not copied\n");
     QTest::newRow("already-in-the-folder")
         << Words{"sd/DCIM/100ABC/a.jpg"} << Words{"sd/DCIM/100ABC/a.jpg", "sd", "100ABC"}
@@ -250,7 +250,7 @@ void VornfhTransferTest::refusesTheCommandLine_data()
     const QByteArray single = "holds '/': only a folder directly in the storage's location can be named";
     QTest::newRow("no-folder") << Words{"a.jpg", "sd"} << QByteArray("copy needs FILES, STORAGE and FOLDER");
     QTest::newRow("no-such-storage") << Words{"a.jpg", "card", "100ABC"}
-                                     << QByteArray("STORAGE: 'card' is none of mmc, sd, usb");
+                                     << QByteArray("STORAGE: 'card' is not one of mmc, sd, usb");
     QTest::newRow("empty-folder") << Words{"a.jpg", "sd", ""} << QByteArray("the folder name '' is empty");
     QTest::newRow("dot") << Words{"a.jpg", "sd", "."}
                          << QByteArray("the folder name '.' is no folder of the storage's own");
@@ -261,7 +261,7 @@ void VornfhTransferTest::refusesTheCommandLine_data()
     QTest::newRow("line-feed") << Words{"a.jpg", "sd", "x\n"}
                                << QByteArray("the folder name 'x\\x0a' holds a control character");
     QTest::newRow("no-utf8") << Words{"a.jpg", "sd", "x\xff"}
-                             << QByteArray("FOLDER 'x\\xff' is no valid UTF-8");
+                             << QByteArray("FOLDER 'x\\xff' is not valid UTF-8");
     QTest::newRow("marker") << Words{"a.jpg", "sd", "50%2"}
                             << QByteArray(
                                    "the folder name '50%2' holds '%' before a digit, which the library "
