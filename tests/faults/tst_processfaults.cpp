@@ -80,6 +80,8 @@ private slots:
     void noDescriptorsAreLeft();
     void processesLeakNoBytes_data();
     void processesLeakNoBytes();
+    void startAfterFailure_data();
+    void startAfterFailure();
     void otherDescriptorsAreNeitherAwaitedNorClosed();
 
 private:
@@ -267,8 +269,43 @@ void TestProcessFaults::processesLeakNoBytes()
         const WithFaults broken(forkFails(EAGAIN, unsetDescriptor));
         QVERIFY(heapGrowth([&file] { useAllPrograms(file); }) < SMALLEST_LEAK);
     }
-    QCOMPARE(run("echo", {"hi"}).output, QString("hi\n")); // what was kept of the failures serves again
     QVERIFY(!faults.killedAll);
+}
+
+/// The object that a failed start leaves is used for the next one: nothing of the failure may show in it.
+void TestProcessFaults::startAfterFailure_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<int>("timeout");
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QString>("output");
+    QTest::addColumn<QString>("errors");
+    QTest::newRow("outputs") << QStringList{"-c", "echo out; echo err >&2; exit 3"} << -1 << 3 << "out\n"
+                             << "err\n";
+    QTest::newRow("signal") << QStringList{"-c", "kill -9 $$"} << -1 << 9 << ""
+                            << "";
+    QTest::newRow("input-stays-open")
+        << QStringList{"-c", "echo out; read line; echo end"} << 300 << 0 << "out\n"
+        << "";
+    QTest::newRow("no-such-program") << QStringList() << -1 << 0 << ""
+                                     << "";
+}
+
+void TestProcessFaults::startAfterFailure()
+{
+    QFETCH(const QStringList, arguments);
+    ::alarm(60); // a wait for a process that was never made would have no end
+    StandardErrorCapture capture;
+    {
+        const WithFaults broken(forkFails(EAGAIN));
+        run("true", {"x"});
+    }
+    QFETCH(const int, timeout);
+    const Outcome outcome = run(arguments.isEmpty() ? "missing-program" : "sh", arguments, timeout);
+    QTEST(outcome.code, "code");
+    QTEST(outcome.output, "output");
+    QTEST(outcome.errors, "errors");
+    QCOMPARE(capture.take(), QByteArray());
 }
 
 void TestProcessFaults::otherDescriptorsAreNeitherAwaitedNorClosed()
