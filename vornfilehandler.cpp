@@ -369,7 +369,7 @@ bool scan(const QDir &directory, unsigned char type, Visit visit)
     const std::unique_ptr<DIR, int (*)(DIR *)> stream(::opendir(QFile::encodeName(directory.path())),
                                                       ::closedir);
     if (!stream)
-        return false;
+        return false; // it is empty for QDir as well
     while (const dirent *entry = ::readdir(stream.get())) {
         // Of "." and ".." some file systems in user space do not tell even that they are folders.
         const bool dots = isDots(entry->d_name);

@@ -4,6 +4,9 @@
 #include <QFile>
 #include <QTest>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 char *toString(const Outcome &outcome)
 {
     return qstrdup("exit " + QByteArray::number(outcome.exitCode) + "\n--- out\n" + outcome.out + "--- err\n"
@@ -43,7 +46,7 @@ QString ToolRun::toolPath()
 void ToolRun::start(QProcess &process, const QList<QByteArray> &arguments) const
 {
     // QProcess encodes arguments by the locale of this process. A shell that reads them passes any bytes on.
-    QByteArray line = "exec '" VORNFH_PATH "'";
+    QByteArray line = "exec " + mLauncher + "'" VORNFH_PATH "'";
     for (const QByteArray &argument : arguments)
         line += " '" + expand(argument).replace('\'', "'\\''") + "'";
     process.setProcessEnvironment(environment);
@@ -52,6 +55,16 @@ void ToolRun::start(QProcess &process, const QList<QByteArray> &arguments) const
     process.write(line + "\n");
     process.closeWriteChannel();
     process.waitForStarted();
+}
+
+bool ToolRun::dropPrivileges()
+{
+    if (::geteuid() != 0)
+        return true;
+    ::umask(022);
+    ::chmod(QFile::encodeName(path()).constData(), 0755);
+    mLauncher = "setpriv --reuid=65534 --regid=65534 --clear-groups ";
+    return run({"--version"}).exitCode == 0;
 }
 
 Outcome ToolRun::run(const QList<QByteArray> &arguments) const
@@ -87,4 +100,14 @@ QMap<QByteArray, QByteArray> ToolRun::contents() const
     for (const QByteArray &name : tree(path()))
         files.insert(name, content(path() + "/" + QFile::decodeName(name)));
     return files;
+}
+
+FolderMode::FolderMode(const QString &path, mode_t mode) : mPath(QFile::encodeName(path))
+{
+    ::chmod(mPath.constData(), mode);
+}
+
+FolderMode::~FolderMode()
+{
+    ::chmod(mPath.constData(), 0755);
 }

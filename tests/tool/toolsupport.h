@@ -11,6 +11,8 @@
 #include <QStringList>
 #include <QTemporaryDir>
 
+#include <sys/types.h>
+
 /// What a program left behind.
 struct Outcome {
     int exitCode = -1; ///< 128 + n for a program that signal n ended, -1 for one that never started
@@ -39,6 +41,9 @@ public:
     Outcome runOnStorages(const QList<QByteArray> &arguments) const;
     /// The tool as a process that is still running.
     void start(QProcess &process, const QList<QByteArray> &arguments) const;
+    /// From here on the tool runs as a user to whom permissions apply. To be called before files are made.
+    /// False where that is not possible.
+    bool dropPrivileges();
     /// Waits for it to end.
     static Outcome finish(QProcess &process);
     /// Runs any other program in the same surroundings.
@@ -59,6 +64,20 @@ public:
 
 private:
     QTemporaryDir mDirectory;
+    QByteArray mLauncher; // in front of the tool
+};
+
+/// A folder with @p mode, 0 for instance, for as long as the object lives.
+class FolderMode
+{
+public:
+    FolderMode(const QString &path, mode_t mode);
+    ~FolderMode();
+    FolderMode(const FolderMode &) = delete;
+    FolderMode &operator=(const FolderMode &) = delete;
+
+private:
+    QByteArray mPath;
 };
 
 #endif // TOOLSUPPORT_H

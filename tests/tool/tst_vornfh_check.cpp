@@ -47,7 +47,8 @@ QByteArray noFileNumber()
 QByteArray unlisted(const QByteArray &name)
 {
     return "@/" + name
-           + ": has none of the extensions jpg, png, avi, mkv, wav, thumb: the media lists, the count and the "
+           + ": has none of the extensions jpg, png, avi, mkv, wav, thumb: the media lists, the count and "
+             "the "
              "numbering pass it over\n";
 }
 
@@ -73,6 +74,8 @@ private slots:
     void tellsHowManyRecordingsAreLeft();
     void printsAnObject();
     void worksWithoutASuffix();
+    void saysThatAFolderCannotBeRead_data();
+    void saysThatAFolderCannotBeRead();
     void refusesAMissingLocation();
 };
 
@@ -90,14 +93,8 @@ void VornfhCheckTest::findsNothingOnACleanStorage_data()
         << QByteArray("sd: no findings in 2 folders with 7 files\n"
                       "sd: 8989100 recordings until 999ABC/DCF_9999\n");
     QTest::newRow("folders-and-files-of-others")
-        << Words{"MISC/a b.txt",
-                 ".loose.jpg",
-                 "103CANON/IMG_0001.JPG",
-                 "100ABC/DCF_0001.jpg",
-                 "100ABC/.hidden",
-                 "100ABC/.notes.txt",
-                 "100ABC/.jpg/",
-                 ".101ABC/"}
+        << Words{"MISC/a b.txt",   ".loose.jpg",        "103CANON/IMG_0001.JPG", "100ABC/DCF_0001.jpg",
+                 "100ABC/.hidden", "100ABC/.notes.txt", "100ABC/.jpg/",          ".101ABC/"}
         << QByteArray("sd: no findings in 1 folder with 1 file\n"
                       "sd: 8999099 recordings until 999ABC/DCF_9999\n");
 }
@@ -374,6 +371,29 @@ void VornfhCheckTest::worksWithoutASuffix()
                           + "/101: is named like a numbered folder but is none: the numbering cannot use it\n"
                             "sd: 1 finding in 1 folder with 1 file\n"
                             "sd: 8999099 recordings until 999/DCF_9999\n",
+                      ""}));
+}
+
+void VornfhCheckTest::saysThatAFolderCannotBeRead_data()
+{
+    QTest::addColumn<int>("mode");
+    QTest::newRow("nothing-allowed") << 0;
+    QTest::newRow("names-can-be-read") << 0444;
+}
+
+void VornfhCheckTest::saysThatAFolderCannotBeRead()
+{
+    QFETCH(int, mode);
+    ToolRun tool;
+    if (!tool.dropPrivileges())
+        QSKIP("the tool cannot be run as another user");
+    make(tool, {"100ABC/DCF_0001.jpg", "101ABC/DCF_0001.jpg"});
+    const FolderMode unreadable(tool.sd() + "/100ABC", static_cast<mode_t>(mode));
+    QCOMPARE(tool.runOnStorages({"check", "sd"}),
+             (Outcome{1,
+                      tool.expand("@/sd/DCIM/100ABC: cannot be read: Permission denied\n"
+                                  "sd: 1 finding in 2 folders with 1 file\n"
+                                  "sd: 8989100 recordings until 999ABC/DCF_9999\n"),
                       ""}));
 }
 

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "toolsupport.h"
 
+#include <QJsonArray>
 #include <QJsonDocument>
+#include <QJsonObject>
 #include <QTest>
 
 using namespace VORN_FILE_HANDLER;
@@ -18,6 +20,8 @@ private slots:
     void optionsThatExcludeEachOtherAreRefused();
     void jsonIsTheLibrarysArray_data();
     void jsonIsTheLibrarysArray();
+    void foldersAndCountsAsJson_data();
+    void foldersAndCountsAsJson();
     void namesAreSafeForATerminal();
     void aMissingLocationIsCreated();
     void aLocationThatCannotBeCreatedIsAFailure();
@@ -116,7 +120,9 @@ void VornfhListTest::optionsThatExcludeEachOtherAreRefused_data()
     QTest::newRow("videos-and-audio")
         << Arguments{"list", "sd", "--videos", "--audio"} << QByteArray("--videos excludes --audio");
     QTest::newRow("videos-and-thumbs")
-        << Arguments{"list", "sd", "--videos", "--thumbs"} << QByteArray("--videos excludes --thumbs");
+        << Arguments{"list", "sd", "--videos", "--thumbs"} << QByteArray("--thumbs requires --images");
+    QTest::newRow("thumbs-alone") << Arguments{"list", "sd", "--thumbs"}
+                                  << QByteArray("--thumbs requires --images");
     QTest::newRow("unknown-filter") << Arguments{"list", "sd", "--filter", "some"}
                                     << QByteArray("--filter: some not in {dcim,other,all}");
 }
@@ -135,7 +141,6 @@ void VornfhListTest::jsonIsTheLibrarysArray_data()
     QTest::newRow("all") << Arguments{};
     QTest::newRow("images") << Arguments{"--images"};
     QTest::newRow("images-and-thumbs") << Arguments{"--images", "--thumbs"};
-    QTest::newRow("thumbs-alone") << Arguments{"--thumbs"};
     QTest::newRow("videos") << Arguments{"--videos"};
     QTest::newRow("audio") << Arguments{"--audio"};
     QTest::newRow("other-folders") << Arguments{"--filter", "other"};
@@ -169,6 +174,39 @@ void VornfhListTest::jsonIsTheLibrarysArray()
     QVERIFY(!expected.isEmpty());
     QCOMPARE(outcome.exitCode, 0);
     QCOMPARE(QJsonDocument::fromJson(outcome.out).array(), expected);
+}
+
+void VornfhListTest::foldersAndCountsAsJson_data()
+{
+    QTest::addColumn<Arguments>("arguments");
+    QTest::addColumn<QJsonDocument>("expected");
+    const auto folder = [](const QString &name, int files, int size, int mediaCount) {
+        return QJsonObject{{"name", name},
+                           {"path", "@/sd/DCIM/" + name},
+                           {"files", files},
+                           {"size", size},
+                           {"mediaCount", mediaCount}};
+    };
+    const QJsonObject first = folder("100ABC", 4, 1023 + 1536 + 10, 2);
+    const QJsonObject second = folder("101ABC", 3, 2048 + 1048576 + 102400, 3);
+    QTest::newRow("folders") << Arguments{"folders", "sd"} << QJsonDocument(QJsonArray{first, second});
+    QTest::newRow("other-folders") << Arguments{"folders", "sd", "--filter", "other"}
+                                   << QJsonDocument(QJsonArray{folder("holiday", 1, 5, 1)});
+    QTest::newRow("count") << Arguments{"count", "sd"}
+                           << QJsonDocument(
+                                  QJsonObject{{"images", 2}, {"videos", 2}, {"sounds", 1}, {"total", 5}});
+}
+
+void VornfhListTest::foldersAndCountsAsJson()
+{
+    QFETCH(Arguments, arguments);
+    QFETCH(QJsonDocument, expected);
+    ToolRun tool;
+    makeTree(tool);
+    const Outcome outcome = tool.runOnStorages(arguments + Arguments{"--json"});
+    QCOMPARE(outcome.exitCode, 0);
+    QCOMPARE(outcome.err, QByteArray());
+    QCOMPARE(QJsonDocument::fromJson(outcome.out), QJsonDocument::fromJson(tool.expand(expected.toJson())));
 }
 
 void VornfhListTest::namesAreSafeForATerminal()

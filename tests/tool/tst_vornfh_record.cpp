@@ -254,10 +254,10 @@ void VornfhRecordTest::theNumberOfAThumbnailLeftBehindIsPassedOver_data()
     QTest::newRow("behind-the-last-recording")
         << QByteArrayList{"100ABC/DCF_0005.jpg", "100ABC/DCF_0006.thumb"} << QByteArray("jpg")
         << QByteArray("@/sd/DCIM/100ABC/DCF_0007.jpg\n@/sd/DCIM/100ABC/DCF_0008.jpg\n");
-    QTest::newRow("several")
-        << QByteArrayList{"100ABC/DCF_0001.thumb", "100ABC/DCF_0002.thumb@nowhere", "100ABC/DCF_0004.thumb/"}
-        << QByteArray("avi")
-        << QByteArray("@/sd/DCIM/100ABC/DCF_0003.avi\n@/sd/DCIM/100ABC/DCF_0005.avi\n");
+    QTest::newRow("several") << QByteArrayList{"100ABC/DCF_0001.thumb", "100ABC/DCF_0002.thumb@nowhere",
+                                               "100ABC/DCF_0004.thumb/"}
+                             << QByteArray("avi")
+                             << QByteArray("@/sd/DCIM/100ABC/DCF_0003.avi\n@/sd/DCIM/100ABC/DCF_0005.avi\n");
 }
 
 void VornfhRecordTest::theNumberOfAThumbnailLeftBehindIsPassedOver()

@@ -3,6 +3,8 @@
 
 #include <QtTest>
 
+#include <sys/stat.h>
+
 namespace {
 
 using Words = QList<QByteArray>;
@@ -30,6 +32,8 @@ private slots:
     void leavesOtherFileSystemsAlone();
     void emptiesALocationThatIsAMountPoint();
     void tellsWhatCannotBeDeleted();
+    void refusesWhatCannotBeRead_data();
+    void refusesWhatCannotBeRead();
     void wipesWithoutASuffix();
     void saysThatTheStorageIsReadOnly_data();
     void saysThatTheStorageIsReadOnly();
@@ -286,6 +290,36 @@ void VornfhRemoveTest::tellsWhatCannotBeDeleted()
                                   "vornfh: @/sd/DCIM/100ABC: could not be deleted: x\\xff.jpg: names "
                                   "that are not valid UTF-8 cannot be handled\n")}));
     QCOMPARE(left, (Words{"sd/", "sd/DCIM/", "sd/DCIM/100ABC/", "sd/DCIM/100ABC/x\xff.jpg"}));
+}
+
+void VornfhRemoveTest::refusesWhatCannotBeRead_data()
+{
+    QTest::addColumn<Words>("arguments");
+    QTest::addColumn<QByteArray>("folder");
+    QTest::newRow("folder") << Words{"rmdir", "sd", "100ABC", "--yes"} << QByteArray("sd/DCIM/100ABC");
+    QTest::newRow("folder-further-down")
+        << Words{"rmdir", "sd", "101ABC", "--yes"} << QByteArray("sd/DCIM/101ABC/a/b");
+    QTest::newRow("folder-of-the-storage") << Words{"wipe", "sd", "--yes"} << QByteArray("sd/DCIM/100ABC");
+}
+
+void VornfhRemoveTest::refusesWhatCannotBeRead()
+{
+    QFETCH(Words, arguments);
+    QFETCH(QByteArray, folder);
+    ToolRun tool;
+    if (!tool.dropPrivileges())
+        QSKIP("the tool cannot be run as another user");
+    make(tool, MEDIA + Words{"sd/DCIM/101ABC/a/b/c.jpg"});
+    for (const char *parent : {"sd", "sd/DCIM", "sd/DCIM/100ABC", "sd/DCIM/101ABC"}) // else nothing could go
+        ::chmod(QFile::encodeName(tool.path() + "/" + parent).constData(), 0777);
+    const auto before = tool.contents();
+    Outcome outcome;
+    {
+        const FolderMode unreadable(tool.path() + "/" + folder, 0);
+        outcome = tool.runOnStorages(arguments);
+    }
+    QCOMPARE(outcome, (Outcome{1, "", tool.expand("vornfh: @/" + folder + ": Permission denied\n")}));
+    QCOMPARE(tool.contents(), before);
 }
 
 void VornfhRemoveTest::wipesWithoutASuffix()

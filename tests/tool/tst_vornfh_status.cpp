@@ -84,6 +84,8 @@ private slots:
     void showsTheStoragesThatAreConfigured();
     void refusesAStorageThatIsNotConfigured_data();
     void refusesAStorageThatIsNotConfigured();
+    void showsTheOthersWhereOneCannotBeRead();
+    void saysWhichProgramIsMissing();
     void takesTheBlockDeviceOfTheLocation();
     void tellsTheSpaceOfACard();
     void tellsThatTheCardIsNotMounted();
@@ -194,6 +196,43 @@ void VornfhStatusTest::refusesAStorageThatIsNotConfigured()
     QFETCH(QByteArray, err);
     const ToolRun tool;
     QCOMPARE(tool.run({"--sd", "@/sd/DCIM", "status", storage}), (Outcome{2, "", err}));
+}
+
+void VornfhStatusTest::showsTheOthersWhereOneCannotBeRead()
+{
+    ToolRun tool;
+    if (!tool.dropPrivileges())
+        QSKIP("the tool cannot be run as another user");
+    make(tool, {"mmc/DCIM/100ABC/", "sd/DCIM/100ABC/", "usb/DCIM/100ABC/"});
+    const FolderMode unreadable(tool.sd(), 0);
+    const QByteArray err = tool.expand("vornfh: @/sd/DCIM: Permission denied\n");
+    const Outcome text = tool.runOnStorages({"status"});
+    QVERIFY2(text.out.contains("mmc: ") && text.out.contains("usb: ") && !text.out.contains("sd: "),
+             text.out.constData());
+    QCOMPARE(text.err, err);
+    QCOMPARE(text.exitCode, 1);
+    const Outcome json = tool.runOnStorages({"status", "--json"});
+    QCOMPARE(jsonOf(json).size(), 2);
+    QCOMPARE(json.err, err);
+    QCOMPARE(json.exitCode, 1);
+}
+
+void VornfhStatusTest::saysWhichProgramIsMissing()
+{
+    ToolRun tool;
+    make(tool, {"sd/DCIM/"});
+    tool.environment.insert("PATH", tool.path() + "/nowhere");
+    const Words command = {"--sd-block", "vda", "status", "sd"};
+    const Outcome text = tool.runOnStorages(command);
+    QVERIFY2(text.out.contains("  block device    vda, presence unknown: sh is not on the search path\n"),
+             text.out.constData());
+    QVERIFY2(text.out.contains("  space           unknown: sh is not on the search path\n"),
+             text.out.constData());
+    QCOMPARE(jsonOf(tool.runOnStorages(command + Words{"--json"})).at(0).toObject()["present"], QJsonValue());
+    QCOMPARE(tool.runOnStorages({"--sd-block", "vda", "mkdir", "sd", "MISC"}),
+             (Outcome{1, "",
+                      tool.expand("vornfh: @/sd/DCIM: cannot tell whether vda is present: sh is not on the "
+                                  "search path\n")}));
 }
 
 void VornfhStatusTest::takesTheBlockDeviceOfTheLocation()

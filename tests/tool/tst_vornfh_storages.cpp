@@ -8,7 +8,7 @@ class VornfhStoragesTest : public QObject
     Q_OBJECT
 
 private slots:
-    void withoutArgumentsTheHelpIsPrinted();
+    void withoutArgumentsTheHelpIsNamed();
     void helpAndVersionAreResults();
     void refusesWrongCommandLines_data();
     void refusesWrongCommandLines();
@@ -17,23 +17,24 @@ private slots:
     void readsAConfigFile_data();
     void readsAConfigFile();
     void storagesOfItsOwnAreNamed();
+    void whatCannotBeReadIsNotTakenForEmpty_data();
+    void whatCannotBeReadIsNotTakenForEmpty();
     void resultsThatCannotBeWrittenAreAFailure();
 };
 
 using Arguments = QList<QByteArray>;
 
-void VornfhStoragesTest::withoutArgumentsTheHelpIsPrinted()
+void VornfhStoragesTest::withoutArgumentsTheHelpIsNamed()
 {
     ToolRun tool;
-    const Outcome help = tool.run({"--help"});
-    QCOMPARE(help.exitCode, 0);
-    QCOMPARE(tool.run({}), (Outcome{2, help.out, ""}));
+    QCOMPARE(tool.run({}), (Outcome{2, "", "vornfh: a command is required: vornfh --help lists them\n"}));
 }
 
 void VornfhStoragesTest::helpAndVersionAreResults()
 {
     ToolRun tool;
     QCOMPARE(tool.run({"--version"}), (Outcome{0, "vornfh 1.0.0\n", ""}));
+    QVERIFY(tool.run({"--help"}).out.contains("Usage: vornfh [OPTIONS] COMMAND\n"));
     for (const QByteArray option : {"--suffix TEXT", "--sd DIR", "--usb-block NAME", "--config FILE"})
         QVERIFY2(tool.run({"--help"}).out.contains(option), option);
     const Outcome record = tool.run({"record", "--help"});
@@ -47,7 +48,15 @@ void VornfhStoragesTest::refusesWrongCommandLines_data()
     QTest::addColumn<Arguments>("arguments");
     QTest::addColumn<QByteArray>("message");
 
-    QTest::newRow("no-command") << Arguments{"--sd", "@/sd"} << QByteArray("A subcommand is required");
+    QTest::newRow("no-command") << Arguments{"--sd", "@/sd"}
+                                << QByteArray("a command is required: vornfh --help lists them");
+    QTest::newRow("unknown-command") << Arguments{"--sd", "@/sd", "bogus", "sd"}
+                                     << QByteArray("'bogus' is not a command: vornfh --help lists them");
+    QTest::newRow("unknown-command-with-an-escape")
+        << Arguments{"\x1b[1m\xff"}
+        << QByteArray("'\\x1b[1m\\xff' is not a command: vornfh --help lists them");
+    QTest::newRow("unknown-option-without-a-command")
+        << Arguments{"--bogus"} << QByteArray("'--bogus' is not an option: vornfh --help lists them");
     QTest::newRow("unknown-option") << Arguments{"count", "sd", "--bogus"}
                                     << QByteArray("The following argument was not expected: --bogus");
     QTest::newRow("no-storage") << Arguments{"count"} << QByteArray("STORAGE is required");
@@ -77,8 +86,8 @@ void VornfhStoragesTest::refusesWrongCommandLines_data()
                                           << refused("--mmc", "location", "/\xc3\xa4", "\xc3\xa4", 2);
     QTest::newRow("percent-sign") << Arguments{"--mmc", "/%1", "count", "mmc"}
                                   << refused("--mmc", "location", "/%1", "%", 2);
-    QTest::newRow("location-no-utf-8")
-        << Arguments{"--sd", "/\xff", "count", "sd"} << QByteArray("the location '/\\xff' is not valid UTF-8");
+    QTest::newRow("location-no-utf-8") << Arguments{"--sd", "/\xff", "count", "sd"}
+                                       << QByteArray("the location '/\\xff' is not valid UTF-8");
     QTest::newRow("empty-location") << Arguments{"--sd", "", "count", "sd"}
                                     << QByteArray("--sd: the location is empty");
     QTest::newRow("dash-in-front-of-a-location")
@@ -147,18 +156,30 @@ void VornfhStoragesTest::readsAConfigFile_data()
     QTest::addColumn<QByteArray>("config");
     QTest::addColumn<Arguments>("options");
     QTest::addColumn<int>("exitCode");
-    QTest::addColumn<QByteArray>("output");
+    QTest::addColumn<QByteArray>("output"); // the line on standard error where it is refused
 
     QTest::newRow("ini") << QByteArray("suffix=XYZ\nsd=@/sd\n") << Arguments{} << 0
                          << QByteArray("@/sd/100XYZ/DCF_0001.avi\n");
     QTest::newRow("toml") << QByteArray("# storages\nsuffix = \"X Z\"\nsd = \"@/sd\"\nsd-block = \"sda1x\"\n")
-                          << Arguments{"--sd-block", ""} << 2 << QByteArray();
+                          << Arguments{"--sd-block", ""} << 2
+                          << QByteArray("--sd-block: the block name is empty");
     QTest::newRow("the-command-line-wins")
         << QByteArray("suffix=XYZ\nsd=@/other\n") << Arguments{"--sd", "@/sd"} << 0
         << QByteArray("@/sd/100XYZ/DCF_0001.avi\n");
-    QTest::newRow("misspelt-key") << QByteArray("sdd=@/sd\n") << Arguments{} << 2 << QByteArray();
-    QTest::newRow("blank-in-a-location") << QByteArray("sd=\"@/s d\"\n") << Arguments{} << 2 << QByteArray();
-    QTest::newRow("another-storage") << QByteArray("usb=@/usb\n") << Arguments{} << 2 << QByteArray();
+    QTest::newRow("misspelt-key") << QByteArray("sdd=@/sd\n") << Arguments{} << 2
+                                  << QByteArray("@/vornfh.ini: INI was not able to parse sdd");
+    QTest::newRow("word-alone") << QByteArray("sd=@/sd\nbogus\n") << Arguments{} << 2
+                                << QByteArray("@/vornfh.ini: INI was not able to parse bogus");
+    QTest::newRow("option-that-is-none-of-a-file")
+        << QByteArray("help=true\n") << Arguments{} << 2
+        << QByteArray("@/vornfh.ini: help: This option is not allowed in a configuration file");
+    QTest::newRow("blank-in-a-location")
+        << QByteArray("sd=\"/s d\"\n") << Arguments{} << 2
+        << QByteArray(
+               "--sd: the location '/s d' holds ' ' as character 3, which a shell would not take as part "
+               "of a name");
+    QTest::newRow("another-storage") << QByteArray("usb=@/usb\n") << Arguments{} << 2
+                                     << QByteArray("storage sd is not configured");
 }
 
 void VornfhStoragesTest::readsAConfigFile()
@@ -172,10 +193,8 @@ void VornfhStoragesTest::readsAConfigFile()
     if (exitCode == 0)
         QVERIFY(QDir().mkpath(tool.path() + "/sd"));
     const Outcome outcome = tool.run(Arguments{"--config", "@/vornfh.ini", "next", "sd", "avi"} + options);
-    QCOMPARE(outcome.exitCode, exitCode);
-    QCOMPARE(outcome.out, tool.expand(output));
-    QCOMPARE(outcome.err.count('\n'), exitCode == 0 ? 0 : 1);
-    QCOMPARE(outcome.err.startsWith("vornfh: "), exitCode != 0);
+    const QByteArray line = tool.expand(output) + (exitCode == 0 ? "" : "\n");
+    QCOMPARE(outcome, exitCode == 0 ? (Outcome{0, line, ""}) : (Outcome{exitCode, "", "vornfh: " + line}));
 }
 
 void VornfhStoragesTest::storagesOfItsOwnAreNamed()
@@ -188,6 +207,48 @@ void VornfhStoragesTest::storagesOfItsOwnAreNamed()
     QCOMPARE(tool.run({"count", "usb"}), (Outcome{0, "0\n", line}));
     QVERIFY(tree(tool.path()).contains("data/vornfh/usb/DCIM/100VORN/"));
     QVERIFY(!tree(tool.path()).contains("data/vornfh/sd/"));
+}
+
+void VornfhStoragesTest::whatCannotBeReadIsNotTakenForEmpty_data()
+{
+    QTest::addColumn<Arguments>("arguments");
+    QTest::addColumn<QString>("folder");
+    QTest::addColumn<int>("mode");
+    const QString location = "sd/DCIM";
+    const QString folder = "sd/DCIM/100ABC";
+    for (const Arguments &command :
+         {Arguments{"list", "sd"}, Arguments{"list", "sd", "--filter", "all", "--json"},
+          Arguments{"folders", "sd"}, Arguments{"count", "sd"}, Arguments{"next", "sd", "jpg"},
+          Arguments{"record", "sd"}, Arguments{"status", "sd"}, Arguments{"gallery", "sd", "-o", "p.html"}}) {
+        const QByteArray name = command.join('-').replace("--", "-");
+        QTest::newRow(name + "-location") << command << location << 0;
+        QTest::newRow(name + "-folder") << command << folder << 0;
+        QTest::newRow(name + "-folder-whose-names-can-be-read") << command << folder << 0444;
+    }
+    QTest::newRow("info-folder") << Arguments{"info", "@/sd/DCIM/100ABC"} << folder << 0;
+    QTest::newRow("check-location") << Arguments{"check", "sd"} << location << 0;
+    QTest::newRow("check-location-whose-names-can-be-read") << Arguments{"check", "sd"} << location << 0444;
+    QTest::newRow("list-above-the-location") << Arguments{"list", "sd"} << QString("sd") << 0;
+}
+
+void VornfhStoragesTest::whatCannotBeReadIsNotTakenForEmpty()
+{
+    QFETCH(Arguments, arguments);
+    QFETCH(QString, folder);
+    QFETCH(int, mode);
+    ToolRun tool;
+    if (!tool.dropPrivileges())
+        QSKIP("the tool cannot be run as another user");
+    writeFile(tool.sd() + "/100ABC/DCF_0001.jpg", "x");
+    const auto before = tree(tool.path());
+    Outcome outcome;
+    {
+        const FolderMode unreadable(tool.path() + "/" + folder, static_cast<mode_t>(mode));
+        outcome = tool.runOnStorages(arguments);
+    }
+    const QByteArray named = folder == "sd" ? QByteArray("sd/DCIM") : folder.toUtf8();
+    QCOMPARE(outcome, (Outcome{1, "", tool.expand("vornfh: @/" + named + ": Permission denied\n")}));
+    QCOMPARE(tree(tool.path()), before);
 }
 
 void VornfhStoragesTest::resultsThatCannotBeWrittenAreAFailure()

@@ -67,6 +67,7 @@ private slots:
     void refusesTheCommandLine();
     void survivesABadCp_data();
     void survivesABadCp();
+    void saysThatCpIsMissing();
     void refusesWhenAllCountersAreTaken();
     void keepsModeAndTimes();
     void keepsASourceThatChanges_data();
@@ -321,6 +322,18 @@ void VornfhTransferTest::survivesABadCp()
         const bool isLink = cp.startsWith("ln ");
         QCOMPARE(QFile::exists(tool.sd() + "/100ABC/bad.jpg"), isLink); // one file with two names stays
     }
+}
+
+void VornfhTransferTest::saysThatCpIsMissing()
+{
+    ToolRun tool;
+    make(tool, {"sd/DCIM/", "a.jpg"});
+    tool.environment.insert("PATH", tool.path() + "/nowhere");
+    QCOMPARE(tool.runOnStorages({"move", "a.jpg", "sd", "100ABC"}),
+             (Outcome{1, "",
+                      tool.expand("vornfh: @/a.jpg: cannot be copied: cp is not on the search path\n"
+                                  "vornfh: 1 of 1 files not moved\n")}));
+    QCOMPARE(tree(tool.path()), (Words{"a.jpg", "sd/", "sd/DCIM/", "sd/DCIM/100ABC/"}));
 }
 
 void VornfhTransferTest::refusesWhenAllCountersAreTaken()

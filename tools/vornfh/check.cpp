@@ -7,7 +7,6 @@
 
 #include <QFile>
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <QMap>
 #include <QRegularExpression>
@@ -50,14 +49,15 @@ struct Result {
 
 // Reading folders
 
-/// A name as it stands on the storage. The library and Qt never list one that is no valid UTF-8.
+/// A name as it stands on the storage. The library and Qt never list one that is not valid UTF-8.
 struct Entry {
     QByteArray path;
     QByteArray bytes;
-    std::optional<QString> name; // none if the bytes are no valid UTF-8
+    std::optional<QString> name; // none if the bytes are not valid UTF-8
     mode_t mode = 0;             // 0 if the entry cannot be looked at
     qint64 size = 0;
 
+    bool isHidden() const { return bytes.startsWith('.'); }
     bool isFolder() const { return S_ISDIR(mode); }
     bool isFile() const { return S_ISREG(mode); }
 };
@@ -70,7 +70,7 @@ std::optional<QString> decoded(const QByteArray &bytes)
     return state.invalidChars == 0 && state.remainingChars == 0 ? std::optional(text) : std::nullopt;
 }
 
-/// What lies in @p path, hidden names left out, in the order of the names; nothing with errno set.
+/// What lies in @p path, in the order of the names; nothing with errno set.
 std::optional<std::vector<Entry>> readEntries(const QByteArray &path)
 {
     const std::unique_ptr<DIR, int (*)(DIR *)> stream(::opendir(path.constData()), ::closedir);
@@ -78,11 +78,13 @@ std::optional<std::vector<Entry>> readEntries(const QByteArray &path)
         return std::nullopt;
     std::vector<Entry> entries;
     while (const dirent *found = ::readdir(stream.get())) {
-        if (found->d_name[0] == '.')
-            continue;
         const QByteArray name = found->d_name;
+        if (name == "." || name == "..")
+            continue;
         struct stat status = {};
-        static_cast<void>(::fstatat(::dirfd(stream.get()), name.constData(), &status, AT_SYMLINK_NOFOLLOW));
+        if (::fstatat(::dirfd(stream.get()), name.constData(), &status, AT_SYMLINK_NOFOLLOW) != 0
+            && errno == EACCES)
+            return std::nullopt;
         entries.push_back({path + "/" + name, name, decoded(name), status.st_mode, status.st_size});
     }
     std::sort(entries.begin(), entries.end(),
@@ -113,7 +115,7 @@ std::optional<int> playersNumber(const QString &folder)
 bool checkName(const Entry &entry, Result &result)
 {
     if (!entry.name) {
-        result.add(entry.path, "not-utf8", "the name is no valid UTF-8: the library never lists it");
+        result.add(entry.path, "not-utf8", "the name is not valid UTF-8: the library never lists it");
         return false;
     }
     QString ascii;
@@ -130,12 +132,18 @@ bool checkName(const Entry &entry, Result &result)
 
 // Files
 
+const QStringList &extensions()
+{
+    static const QStringList EXTENSIONS = {JPEG_FILE_EXT, PNG_FILE_EXT, AVI_FILE_EXT,
+                                           MKV_FILE_EXT,  WAV_FILE_EXT, THUMB_FILE_EXT};
+    return EXTENSIONS;
+}
+
+/// The extension that makes a file one of the library's, in small letters; empty if it has none of them.
 QString typeOf(const QString &name)
 {
     const QString extension = QFileInfo(name).suffix().toLower();
-    static const QStringList TYPES = {JPEG_FILE_EXT, PNG_FILE_EXT, AVI_FILE_EXT,
-                                      MKV_FILE_EXT,  WAV_FILE_EXT, THUMB_FILE_EXT};
-    return TYPES.contains(extension) ? extension : QString();
+    return extensions().contains(extension) ? extension : QString();
 }
 
 /// The number of a medium whose name is four characters, four digits and the extension.
@@ -175,8 +183,13 @@ void checkFile(const Entry &file, Result &result)
 {
     const QString extension = QFileInfo(*file.name).suffix();
     const QString type = typeOf(*file.name);
-    if (type.isEmpty())
+    if (type.isEmpty()) {
+        result.add(file.path, "file-type",
+                   QString("has none of the extensions %1: the media lists, the count and the numbering pass "
+                           "it over")
+                       .arg(extensions().join(", ")));
         return;
+    }
     if (file.size == 0)
         result.add(file.path, "empty-file", "is empty: a recording that was never written, or was lost");
     if (extension != type)
@@ -213,6 +226,23 @@ void checkCompany(const std::vector<Entry> &files, Result &result)
     }
 }
 
+/// Hidden media. Other hidden files are none of the storage's.
+void checkHidden(const Entry &entry, Result &result)
+{
+    if (entry.isFile() && entry.name && !typeOf(*entry.name).isEmpty())
+        result.add(entry.path, "hidden-file", "the name begins with '.': the library never lists it");
+}
+
+/// Whether it is a file, as all that lies in a numbered folder should be.
+bool checkKind(const Entry &entry, Result &result)
+{
+    if (!entry.isFile())
+        result.add(entry.path, "not-a-file",
+                   entry.isFolder() ? "is a folder in a numbered folder: the library lists nothing in it"
+                                    : "is a link or a special file: the library never lists it");
+    return entry.isFile();
+}
+
 void checkFiles(const QByteArray &folder, Result &result)
 {
     const auto entries = readEntries(folder);
@@ -222,14 +252,10 @@ void checkFiles(const QByteArray &folder, Result &result)
     }
     std::vector<Entry> files;
     for (const Entry &entry : *entries) {
-        if (!checkName(entry, result))
-            continue;
-        if (entry.isFile())
+        if (entry.isHidden())
+            checkHidden(entry, result);
+        else if (checkName(entry, result) && checkKind(entry, result))
             files.push_back(entry);
-        else
-            result.add(entry.path, "not-a-file",
-                       entry.isFolder() ? "is a folder in a numbered folder: the library lists nothing in it"
-                                        : "is a link or a special file: the library never lists it");
     }
     result.files += static_cast<int>(files.size());
     for (const Entry &file : files)
@@ -268,15 +294,21 @@ void checkFolder(const Entry &folder, int current, Result &result)
                    "the number has not three digits from 100 to 999: players pass it over");
 }
 
-/// What is no folder but stands where the numbering wants one.
+/// What is no folder but stands where the numbering wants one, or beside the folders. With an empty suffix
+/// the library takes the location itself for a numbered folder.
 void checkOther(const Entry &entry, Result &result)
 {
     const QString suffix = VornFileHandler::mFolderSuffix;
     const bool isNamedLikeOne =
         entry.name->endsWith(suffix) && toNumber(QString(*entry.name).remove(suffix)).has_value();
-    if (!entry.isFolder() && isNamedLikeOne)
+    if (entry.isFolder())
+        return;
+    if (isNamedLikeOne)
         result.add(entry.path, "not-a-folder",
                    "is named like a numbered folder but is none: the numbering cannot use it");
+    else if (!suffix.isEmpty())
+        result.add(entry.path, "loose-file",
+                   "lies beside the folders: the library lists only what lies in one");
 }
 
 /// Where recordings go and how many there can be. Unless folders are listed, the library would create one.
@@ -316,7 +348,7 @@ Result check(eStorageType storage)
     const int current = checkCurrent(storage, isListed, result);
     QMap<int, QByteArray> owners;
     for (const Entry &entry : *entries) {
-        if (!checkName(entry, result))
+        if (entry.isHidden() || !checkName(entry, result))
             continue;
         const auto number = entry.isFolder() ? playersNumber(*entry.name) : std::nullopt;
         if (number && owners.contains(*number))
@@ -375,7 +407,7 @@ void printJson(eStorageType storage, const Result &result)
         {"files", result.files},
         {"recordingsLeft", result.recordingsLeft},
     };
-    printLine(QString::fromUtf8(QJsonDocument(object).toJson()).trimmed());
+    printJson(QJsonDocument(object));
 }
 
 } // namespace

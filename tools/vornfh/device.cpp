@@ -59,6 +59,11 @@ QString blockDeviceOf(const QString &path)
     return isInPartitions(name) ? name : QString();
 }
 
+QString missingForPresence()
+{
+    return missingProgram({"sh", "cat", "grep"});
+}
+
 bool isMountMissing(eStorageType storage)
 {
     const QString existing = nearestExisting(locationOf(storage));
@@ -71,9 +76,14 @@ void requireWritable(eStorageType storage)
 {
     const QString location = locationOf(storage);
     const QString block = VornFileHandler::typeToMmcBlk(storage);
-    if (!block.isEmpty() && !VornFileHandler::isMounted(storage))
+    if (!block.isEmpty() && !VornFileHandler::isMounted(storage)) {
+        const QString missing = missingForPresence();
+        if (!missing.isEmpty())
+            throw Failure(QString("%1: cannot tell whether %2 is present: %3 is not on the search path")
+                              .arg(location, block, missing));
         throw Failure(QString("%1: the block device %2 of storage %3 is not present")
                           .arg(location, block, storageName(storage)));
+    }
     if (isMountMissing(storage))
         throw Failure(
             QString("%1: lies on the root file system: %2 is not mounted there").arg(location, block));

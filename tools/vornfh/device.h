@@ -18,6 +18,9 @@ bool isOnRootFileSystem(const QString &path);
 /// single block device, or none that /proc/partitions lists.
 QString blockDeviceOf(const QString &path);
 
+/// The program without which the library takes every block device for not present; empty if there is none.
+QString missingForPresence();
+
 /// Whether the storage's folder lies on the root file system although its block device is another one: the
 /// card is not mounted, and what is written does not get to it.
 bool isMountMissing(VORN_FILE_HANDLER::eStorageType storage);

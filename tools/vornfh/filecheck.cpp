@@ -3,6 +3,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QStandardPaths>
 
 #include <algorithm>
 #include <cerrno>
@@ -20,6 +21,15 @@ Descriptor::~Descriptor()
 QString errorText(int error)
 {
     return QString::fromLocal8Bit(std::strerror(error));
+}
+
+QString missingProgram(const QStringList &programs)
+{
+    const auto isMissing = [](const QString &program) {
+        return QStandardPaths::findExecutable(program).isEmpty();
+    };
+    const auto found = std::find_if(programs.begin(), programs.end(), isMissing);
+    return found == programs.end() ? QString() : *found;
 }
 
 QString fromRoot(const QString &path)

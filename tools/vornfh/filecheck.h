@@ -5,6 +5,7 @@
 #include "vornfh.h"
 
 #include <QString>
+#include <QStringList>
 
 #include <sys/stat.h>
 
@@ -33,6 +34,9 @@ private:
 
 /// The text of the system for an error number, "Permission denied".
 QString errorText(int error);
+
+/// The first of @p programs that is not on the search path; empty if all are.
+QString missingProgram(const QStringList &programs);
 
 /// From the root on and otherwise as it is: "a/../b" is not "b" where a is a symbolic link.
 QString fromRoot(const QString &path);

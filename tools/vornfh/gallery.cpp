@@ -28,10 +28,10 @@ constexpr char GENERATOR[] = "vornfh gallery";
 /// A picture of more bytes is not made part of the page.
 constexpr qint64 LARGEST_PICTURE = 300 << 10;
 
-enum Kind { PHOTO, VIDEO, SOUND };
-constexpr int KIND_COUNT = 3;
-constexpr const char *KIND_IDS[KIND_COUNT] = {"photo", "video", "sound"};
-constexpr const char *KIND_TITLES[KIND_COUNT] = {"Photo", "Video", "Sound"};
+enum Kind { PHOTO, VIDEO, SOUND, OTHER };
+constexpr int KIND_COUNT = 4;
+constexpr const char *KIND_IDS[KIND_COUNT] = {"photo", "video", "sound", "other"};
+constexpr const char *KIND_TITLES[KIND_COUNT] = {"Photo", "Video", "Sound", "Other"};
 
 /// Paths of SVG in a square of 24.
 constexpr const char *KIND_ICONS[KIND_COUNT] = {
@@ -39,6 +39,7 @@ constexpr const char *KIND_ICONS[KIND_COUNT] = {
     "6M15.5 7.5h.01",
     "M8 5.5v13l10.5-6.5Z",
     "M4 10v4M8 7v10M12 4v16M16 8v8M20 10.5v3",
+    "M13.5 3H7a2 2 0 0 0-2 2v14a2 2 0 0 0 2 2h10a2 2 0 0 0 2-2V8.5Zm0 0v5.5H19",
 };
 
 struct Item {
@@ -49,10 +50,8 @@ struct Item {
     QDateTime created; // local time
 };
 
-struct Folder {
-    QList<Item> items;
-    int others = 0; // files that are no media
-};
+/// What there is to show, by the names of the folders.
+using Folders = QMap<QString, QList<Item>>;
 
 struct Request {
     eStorageType storage = STORAGE_MMC;
@@ -83,6 +82,7 @@ QJsonArray filesOf(eStorageType storage)
         throw Failure(QString("%1: %2").arg(location, errorText(errno)));
     if (!S_ISDIR(status.st_mode))
         throw Failure(QString("%1: %2").arg(location, errorText(ENOTDIR)));
+    requireReadableFolders(storage);
     return listedFolders(storage).isEmpty() ? QJsonArray()
                                             : VornFileHandler::getJSONDirectoryContents(storage);
 }
@@ -92,6 +92,17 @@ QString withoutExtension(const QString &path)
     return path.left(path.lastIndexOf('.'));
 }
 
+Kind kindOf(int type)
+{
+    switch (type) {
+    case FILE_TYPE_IMAGE: return PHOTO;
+    case FILE_TYPE_VIDEO:
+    case FILE_TYPE_VIDEO_MKV: return VIDEO;
+    case FILE_TYPE_AUDIO: return SOUND;
+    default: return OTHER;
+    }
+}
+
 Item toItem(const QJsonObject &file, const QString &location)
 {
     Item item;
@@ -99,41 +110,51 @@ Item toItem(const QJsonObject &file, const QString &location)
     item.size = file["size"].toString().toLongLong(nullptr, 16);
     item.created = QDateTime(QDate::fromString(file["moddate"].toString(), Qt::ISODate),
                              QTime::fromString(file["modtime"].toString(), Qt::ISODate));
-    const int category = file["type"].toInt() & 0xF0;
-    item.kind = category == FILE_TYPE_IMAGE ? PHOTO : category == FILE_TYPE_VIDEO ? VIDEO : SOUND;
+    item.kind = kindOf(file["type"].toInt());
     return item;
 }
 
-bool isMedium(int type)
+bool isThumbnail(const QJsonValue &file)
 {
-    return type == FILE_TYPE_IMAGE || type == FILE_TYPE_VIDEO || type == FILE_TYPE_VIDEO_MKV
-           || type == FILE_TYPE_AUDIO;
+    return file["type"].toInt() == FILE_TYPE_THUMB;
 }
 
-QMap<QString, Folder> foldersOf(eStorageType storage)
+/// The names of the thumbnails by their files' names without the extension. A sound has none.
+QMap<QString, QString> thumbnailsIn(const QJsonArray &files)
+{
+    QMap<QString, QString> all;
+    for (const QJsonValue &file : files) {
+        if (isThumbnail(file))
+            all.insert(withoutExtension(file["filename"].toString()), file["filename"].toString());
+    }
+    QMap<QString, QString> used;
+    for (const QJsonValue &file : files) {
+        const QString base = withoutExtension(file["filename"].toString());
+        if (!isThumbnail(file) && kindOf(file["type"].toInt()) != SOUND && all.contains(base))
+            used.insert(base, all[base]);
+    }
+    return used;
+}
+
+/// Every file of the storage. A thumbnail is the picture of its photo or video, and a file of its own only
+/// where there is neither.
+Folders foldersOf(eStorageType storage)
 {
     const QJsonArray files = filesOf(storage);
     const QString location = locationOf(storage);
-    QMap<QString, QString> thumbnails;
-    for (const QJsonValue &file : files) {
-        const QString name = file["filename"].toString();
-        if (file["type"].toInt() == FILE_TYPE_THUMB)
-            thumbnails.insert(withoutExtension(name), location + "/" + name);
-    }
-    QMap<QString, Folder> folders;
+    const QMap<QString, QString> thumbnails = thumbnailsIn(files);
+    Folders folders;
     for (const QJsonValue &file : files) {
         const QString name = file["filename"].toString();
         const QString folder = name.section('/', 0, -2);
+        const QString thumbnail = thumbnails.value(withoutExtension(name));
         // With an empty suffix the location and the folder above it are listed as numbered folders, too.
-        if (folder.isEmpty() || folder.contains('/'))
+        if (folder.isEmpty() || folder.contains('/') || name == thumbnail)
             continue;
-        if (isMedium(file["type"].toInt())) {
-            Item item = toItem(file.toObject(), location);
-            item.thumbnail = item.kind == SOUND ? QString() : thumbnails.value(withoutExtension(name));
-            folders[folder].items.append(item);
-        } else if (file["type"].toInt() != FILE_TYPE_THUMB) {
-            ++folders[folder].others;
-        }
+        Item item = toItem(file.toObject(), location);
+        if (item.kind != SOUND && !thumbnail.isEmpty())
+            item.thumbnail = location + "/" + thumbnail;
+        folders[folder].append(item);
     }
     return folders;
 }
@@ -221,7 +242,7 @@ public:
     }
 
     /// Throws Failure if the tool is interrupted.
-    void write(const QMap<QString, Folder> &folders);
+    void write(const Folders &folders);
 
 private:
     using Attributes = QList<QPair<QString, QString>>;
@@ -235,7 +256,7 @@ private:
     void writeCapacity();
     void writeFilter(const QList<Item> &items);
     void writeChoice(const QString &id, const QString &title, int count);
-    void writeFolder(const QString &name, const Folder &folder);
+    void writeFolder(const QString &name, const QList<Item> &items);
     void writeItem(const Item &item);
     void writePicture(const Item &item);
     void writeCaption(const Item &item);
@@ -275,24 +296,22 @@ QString Page::title() const
     return TITLES[mRequest.storage];
 }
 
-void Page::write(const QMap<QString, Folder> &folders)
+void Page::write(const Folders &folders)
 {
     QList<Item> items;
-    for (const Folder &folder : folders)
-        items += folder.items;
+    for (const QList<Item> &folder : folders)
+        items += folder;
     open("html", QString(), {{"lang", "en"}, {"xmlns", "http://www.w3.org/1999/xhtml"}});
     writeHead(title());
     open("body");
     writeHeader(items);
     open("main");
     if (items.isEmpty())
-        text("p", "There are no photos, videos or sounds on this storage.", "empty");
+        text("p", "There are no files in the numbered folders of this storage.", "empty");
     else
         writeFilter(items);
-    for (auto folder = folders.begin(); folder != folders.end(); ++folder) {
-        if (!folder->items.isEmpty())
-            writeFolder(folder.key(), *folder);
-    }
+    for (auto folder = folders.begin(); folder != folders.end(); ++folder)
+        writeFolder(folder.key(), *folder);
     close();
     text("footer", QString("Made by vornfh %1 on %2").arg(VORNFH_VERSION, dateText(QDate::currentDate())));
     mXml.writeEndDocument();
@@ -394,19 +413,15 @@ void Page::writeChoice(const QString &id, const QString &title, int count)
     close();
 }
 
-void Page::writeFolder(const QString &name, const Folder &folder)
+void Page::writeFolder(const QString &name, const QList<Item> &items)
 {
     open("section", QString(), {{"aria-label", "Folder " + printable(name)}});
     open("div", "heading");
     text("h2", printable(name));
-    QString facts =
-        counted(folder.items.size(), "file") + QString(" %1 ").arg(QChar(0xb7)) + sizeOf(folder.items);
-    if (folder.others > 0)
-        facts += QString(" %1 %2 not shown").arg(QChar(0xb7)).arg(counted(folder.others, "other file"));
-    text("p", facts);
+    text("p", counted(items.size(), "file") + QString(" %1 ").arg(QChar(0xb7)) + sizeOf(items));
     close();
     open("div", "grid");
-    for (const Item &item : folder.items) {
+    for (const Item &item : items) {
         writeItem(item);
         if (stopRequested)
             throw Failure("interrupted, no page was written");
@@ -515,7 +530,7 @@ QString outputPath(const Request &request)
 void writeGallery(const Request &request)
 {
     const QString path = outputPath(request);
-    const QMap<QString, Folder> folders = foldersOf(request.storage);
+    const Folders folders = foldersOf(request.storage);
     catchStopSignals();
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly))
@@ -533,7 +548,7 @@ void addGalleryCommand(CLI::App &app, StorageOptions &storages, ExitCode &)
     const auto request = std::make_shared<Request>();
     CLI::App *command = app.add_subcommand(
         "gallery",
-        "Writes a page of HTML with the photos, videos and sounds of a storage, complete in one file.\n"
+        "Writes a page of HTML with the files in the numbered folders of a storage, complete in one file.\n"
         "Nothing is created on the storage");
     addStorageArgument(*command, request->storage);
     command->add_option("-o,--output", request->output, "The page; a gallery of that name is replaced")

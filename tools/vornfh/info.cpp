@@ -6,7 +6,6 @@
 
 #include <QFile>
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <QTemporaryDir>
 
@@ -61,6 +60,8 @@ void readRecord(const QString &path, Metadata &record)
         throw FileFailure(path, errorText(errno));
     if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) // a pipe would be waited for
         throw FileFailure(path, "neither a file nor a folder");
+    if (S_ISDIR(status.st_mode))
+        requireReadable(path);
     if (isVideo(file) && unsafeCharacter(file.absoluteFilePath()) >= 0)
         record = readThroughLink(file);
     else
@@ -185,7 +186,7 @@ ExitCode showInfo(const std::vector<std::string> &arguments, bool json)
         }
     }
     if (json)
-        printLine(QString::fromUtf8(QJsonDocument(array).toJson()).trimmed());
+        printJson(QJsonDocument(array));
     return exitCode;
 }
 
@@ -364,7 +365,7 @@ void addComment(CLI::App &app, StorageOptions &storages)
         "Other hard links to the photo keep the old content");
     storages.notNeededBy(*command);
     command->add_option("PATH", request->path, "The photo")->required()->type_name("");
-    command->add_option("TEXT", request->text, "The comment; one that begins with '-' goes behind '--'")
+    command->add_option("TEXT", request->text, "The comment; one that begins with '-' must follow '--'")
         ->required()
         ->type_name("");
     command->callback([request] {

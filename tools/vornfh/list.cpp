@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
+#include "device.h"
 #include "table.h"
 #include "vornfh.h"
 
 #include <QDateTime>
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
 
 #include <map>
@@ -40,6 +40,18 @@ void addFilterOption(CLI::App &command, Selection &selection)
         ->capture_default_str();
 }
 
+/// The folders that @p filter takes; the library creates what is missing. Throws Failure where it cannot, and
+/// where a folder cannot be read.
+QList<QFileInfo> readableFolders(eStorageType storage, eDIRECTORY_FILTER filter)
+{
+    requireReadable(locationOf(storage));
+    const QList<QFileInfo> folders = VornFileHandler::getFolders(storage, filter);
+    requireLocation(storage);
+    for (const QFileInfo &folder : folders)
+        requireReadable(folder.absoluteFilePath());
+    return folders;
+}
+
 QList<QFileInfo> selectedFiles(const Selection &selection)
 {
     if (selection.images)
@@ -55,7 +67,7 @@ QList<QFileInfo> selectedFiles(const Selection &selection)
 QString shortPath(const QFileInfo &file, eStorageType storage)
 {
     const QString path = file.absoluteFilePath();
-    const QString location = VornFileHandler::getStorageDir(storage).absolutePath() + "/";
+    const QString location = locationOf(storage) + "/";
     return path.startsWith(location) ? path.mid(location.size()) : path;
 }
 
@@ -82,29 +94,76 @@ void printFiles(const QList<QFileInfo> &files, const QJsonArray &array, eStorage
 
 void list(const Selection &selection)
 {
+    readableFolders(selection.storage, selection.folders());
     const QList<QFileInfo> files = selectedFiles(selection);
-    requireLocation(selection.storage);
     const QJsonArray array = VornFileHandler::getJsonFileList(selection.storage, files);
     if (selection.json)
-        printLine(QString::fromUtf8(QJsonDocument(array).toJson(QJsonDocument::Indented)).trimmed());
+        printJson(QJsonDocument(array));
     else
         printFiles(files, array, selection.storage);
 }
 
+/// A folder with what lies directly in it.
+struct Folder {
+    QFileInfo info;
+    int files = 0;
+    qint64 size = 0;
+};
+
+Folder lookInto(const QFileInfo &info)
+{
+    const QList<QFileInfo> files =
+        VornFileHandler::getDirectoryContents(info.absoluteFilePath(), QStringList(), QDir::Unsorted);
+    qint64 size = 0;
+    for (const QFileInfo &file : files)
+        size += file.size();
+    return {info, files.size(), size};
+}
+
+QJsonObject toJson(const Folder &folder)
+{
+    const QString path = folder.info.absoluteFilePath();
+    return {
+        {"name", folder.info.fileName()},
+        {"path", path},
+        {"files", folder.files},
+        {"size", folder.size},
+        {"mediaCount", VornFileHandler::getMediaFileCount(QDir(path))},
+    };
+}
+
 void listFolders(const Selection &selection)
 {
-    const QList<QFileInfo> folders = VornFileHandler::getFolders(selection.storage, selection.folders());
-    requireLocation(selection.storage);
+    QJsonArray array;
     Table table({"FOLDER", "FILES", "SIZE"}, {1, 2});
-    for (const QFileInfo &folder : folders) {
-        const QList<QFileInfo> files =
-            VornFileHandler::getDirectoryContents(folder.absoluteFilePath(), QStringList(), QDir::Unsorted);
-        qint64 size = 0;
-        for (const QFileInfo &file : files)
-            size += file.size();
-        table.add({folder.fileName(), QString::number(files.size()), humanSize(size)});
+    for (const QFileInfo &info : readableFolders(selection.storage, selection.folders())) {
+        const Folder folder = lookInto(info);
+        if (selection.json)
+            array.append(toJson(folder));
+        else
+            table.add({info.fileName(), QString::number(folder.files), humanSize(folder.size)});
     }
-    table.print();
+    if (selection.json)
+        printJson(QJsonDocument(array));
+    else
+        table.print();
+}
+
+void count(const Selection &selection)
+{
+    const eStorageType storage = selection.storage;
+    readableFolders(storage, DIRECTORY_FILTER_DCIM);
+    const int total = VornFileHandler::getMediaFileCount(storage);
+    if (!selection.json) {
+        printLine(QString::number(total));
+        return;
+    }
+    printJson(QJsonDocument(QJsonObject{
+        {"images", VornFileHandler::getImageList(storage, false, DIRECTORY_FILTER_DCIM).size()},
+        {"videos", VornFileHandler::getVideoList(storage, DIRECTORY_FILTER_DCIM).size()},
+        {"sounds", VornFileHandler::getAudioList(storage, DIRECTORY_FILTER_DCIM).size()},
+        {"total", total},
+    }));
 }
 
 void addList(CLI::App &app, StorageOptions &storages)
@@ -121,8 +180,7 @@ void addList(CLI::App &app, StorageOptions &storages)
     command
         ->add_flag("--thumbs", selection->thumbnails,
                    "With --images: the thumbnails as well, which a list of everything has anyway")
-        ->excludes(videos)
-        ->excludes(audio);
+        ->needs(images);
     addFilterOption(*command, *selection);
     command->add_flag("--json", selection->json,
                       "Print the library's JSON list: dates in it are those of the creation");
@@ -140,6 +198,8 @@ void addListCommands(CLI::App &app, StorageOptions &storages, ExitCode &)
     CLI::App *folders = app.add_subcommand("folders", "Lists the folders of a storage");
     addStorageArgument(*folders, selection->storage);
     addFilterOption(*folders, *selection);
+    folders->add_flag("--json", selection->json,
+                      "Print an array of objects, with the number of photos, videos and sounds as well");
     folders->callback([selection, &storages] {
         storages.require(selection->storage);
         listFolders(*selection);
@@ -147,13 +207,13 @@ void addListCommands(CLI::App &app, StorageOptions &storages, ExitCode &)
 
     addList(app, storages);
 
-    CLI::App *count = app.add_subcommand(
+    CLI::App *counter = app.add_subcommand(
         "count", "Counts the images, videos and sounds in the numbered folders of a storage");
-    addStorageArgument(*count, selection->storage);
-    count->callback([selection, &storages] {
+    addStorageArgument(*counter, selection->storage);
+    counter->add_flag("--json", selection->json,
+                      "Print an object with the number of each type and the total");
+    counter->callback([selection, &storages] {
         storages.require(selection->storage);
-        const int files = VornFileHandler::getMediaFileCount(selection->storage);
-        requireLocation(selection->storage);
-        printLine(QString::number(files));
+        count(*selection);
     });
 }

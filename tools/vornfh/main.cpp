@@ -19,6 +19,29 @@ ExitCode report(const std::exception &error, ExitCode exitCode)
     return exitCode;
 }
 
+/// A word, or none, where a command should stand.
+UsageError noCommand(const CLI::App &app)
+{
+    const std::vector<std::string> words = app.remaining();
+    if (words.empty())
+        return UsageError("a command is required: vornfh --help lists them");
+    const QString word = printable(QByteArray::fromStdString(words.front()));
+    return UsageError(QString(word.startsWith('-') ? "'%1' is not an option: vornfh --help lists them"
+                                                   : "'%1' is not a command: vornfh --help lists them")
+                          .arg(word));
+}
+
+/// The parser names neither the file of a config error nor a word that is no command.
+ExitCode reportParseError(const CLI::App &app, const CLI::ParseError &error)
+{
+    if (dynamic_cast<const CLI::ConfigError *>(&error))
+        return report(std::runtime_error(app.get_config_ptr()->as<std::string>() + ": " + error.what()),
+                      WRONG_COMMAND_LINE);
+    if (dynamic_cast<const CLI::RequiredError *>(&error) && app.get_subcommands().empty())
+        return report(noCommand(app), WRONG_COMMAND_LINE);
+    return report(error, WRONG_COMMAND_LINE);
+}
+
 ExitCode run(CLI::App &app, int argc, char *argv[], const ExitCode &result)
 {
     try {
@@ -27,7 +50,7 @@ ExitCode run(CLI::App &app, int argc, char *argv[], const ExitCode &result)
     } catch (const CLI::Success &help) { // --help and --version come as exceptions
         return app.exit(help);
     } catch (const CLI::ParseError &error) {
-        return report(error, WRONG_COMMAND_LINE);
+        return reportParseError(app, error);
     } catch (const UsageError &error) {
         return report(error, WRONG_COMMAND_LINE);
     } catch (const std::exception &error) {
@@ -55,6 +78,7 @@ int main(int argc, char *argv[])
     CLI::App app("Works on the media storages of a camera: numbered folders with numbered files.", "vornfh");
     app.set_version_flag("--version", "vornfh " VORNFH_VERSION);
     app.require_subcommand(1);
+    app.get_formatter()->label("SUBCOMMAND", "COMMAND");
     app.fallthrough(); // the storages may be named behind the command as well
 
     ExitCode exitCode = SUCCESS;
@@ -74,9 +98,7 @@ int main(int argc, char *argv[])
             storages.initLibrary();
     });
 
-    if (argc < 2) {
-        std::cout << app.help();
-        return finishOutput(WRONG_COMMAND_LINE);
-    }
+    for (CLI::App *command : app.get_subcommands([](CLI::App *) { return true; }))
+        command->group("Commands");
     return finishOutput(run(app, argc, argv, exitCode));
 }

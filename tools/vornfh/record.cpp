@@ -8,7 +8,6 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QProcess>
-#include <QStandardPaths>
 
 #include <cerrno>
 #include <csignal>
@@ -56,6 +55,18 @@ private:
     Descriptor mFolder;
 };
 
+QString thumbnailOf(const QString &path)
+{
+    const QFileInfo file(path);
+    return file.path() + "/" + file.completeBaseName() + "." + THUMB_FILE_EXT;
+}
+
+bool hasThumbnail(const QString &path)
+{
+    struct stat status = {};
+    return readLinkStatus(thumbnailOf(path), status);
+}
+
 /// Whether any medium has the number of @p path: DCF_0001.avi and DCF_0001.jpg are one number.
 bool isNumberTaken(const QString &path)
 {
@@ -65,6 +76,25 @@ bool isNumberTaken(const QString &path)
         names += file.completeBaseName() + "." + VornFileHandler::getFileExtension(type.second);
     const auto everything = QDir::AllEntries | QDir::Hidden | QDir::System;
     return !file.dir().entryList(names, everything).isEmpty();
+}
+
+int fileNumber(const QString &path)
+{
+    return QFileInfo(path).completeBaseName().section('_', -1).toInt();
+}
+
+/// The path that the library names, or one behind it: the numbering does not see a thumbnail that was left
+/// behind, which would show another picture than that of the recording.
+QString nextPath(eStorageType storage, eFileTypes type)
+{
+    QString path = VornFileHandler::getNextFileName(storage, type);
+    const auto isLeftBehind = [](const QString &one) { return hasThumbnail(one) && !isNumberTaken(one); };
+    if (!isLeftBehind(path))
+        return path;
+    const int folder = VornFileHandler::getLastDirectoryNum(storage);
+    for (int number = fileNumber(path); number < LAST_FILE && isLeftBehind(path);)
+        path = VornFileHandler::getFilePath(storage, folder, ++number, QFileInfo(path).suffix());
+    return path;
 }
 
 /// Creates @p path as an empty file. False if there is something of that name.
@@ -88,20 +118,29 @@ Failure clash(eStorageType storage, const QString &path)
     return Failure(QString("%1: its number is taken by something that the numbering passes over").arg(path));
 }
 
+/// Throws Failure unless the folder of @p path is there and can be read.
+void requireFolderOf(const QString &path)
+{
+    const QString folder = QFileInfo(path).absolutePath();
+    requireFolder(folder);
+    requireReadable(folder);
+}
+
 /// Reserves the next number of the storage by creating the file. What the numbering sees is passed at the
 /// second look; the same name twice is one that it will name for ever.
 QString claimPath(eStorageType storage, eFileTypes type)
 {
-    const QString location = VornFileHandler::getStorageDir(storage).absolutePath();
+    const QString location = locationOf(storage);
+    requireReadable(location);
     if (!QFileInfo(location).isDir())
         VornFileHandler::getDCIMFolders(storage); // creates it and says so
     requireFolder(location);
     const LocationLock lock(location);
     QString refused;
     while (true) {
-        const QString path = VornFileHandler::getNextFileName(storage, type);
-        requireFolder(QFileInfo(path).absolutePath());
-        if (!isNumberTaken(path) && createFile(path))
+        const QString path = nextPath(storage, type);
+        requireFolderOf(path);
+        if (!isNumberTaken(path) && !hasThumbnail(path) && createFile(path))
             return path;
         if (path == refused)
             throw clash(storage, path);
@@ -182,8 +221,7 @@ QStringList inputArguments(const Order &order, const QString &path)
 {
     const QString input = fromCommandLine(order.input, "--input");
     if (input.isEmpty())
-        return {"-f", "lavfi", "-i",
-                testSource(order, QFileInfo(path).completeBaseName().section('_', -1).toInt())};
+        return {"-f", "lavfi", "-i", testSource(order, fileNumber(path))};
     if (input.startsWith("/dev/video"))
         return {"-f", "v4l2", "-i", input};
     return {"-i", input};
@@ -211,16 +249,12 @@ QStringList outputArguments(const Order &order)
 
 // Recording
 
-/// Puts a small picture beside the recording @p path, unless there is something of its name.
-/// The reason of a failure, otherwise nothing.
+/// Puts a small picture beside the recording @p path. The reason of a failure, otherwise nothing.
 QString makeThumbnail(const QString &path)
 {
-    const QFileInfo recording(path);
-    const QString thumbnail = recording.path() + "/" + recording.completeBaseName() + "." + THUMB_FILE_EXT;
-    if (!createFile(thumbnail)) {
-        printError(thumbnail + ": exists already and is left as it is");
-        return QString();
-    }
+    const QString thumbnail = thumbnailOf(path);
+    if (!createFile(thumbnail))
+        return thumbnail + ": came in the meantime and is left as it is";
     const QString reason =
         runFfmpeg({"-i", "file:" + path, "-map", "0:v:0", "-frames:v", "1", "-vf", "scale=160:-2", "-c:v",
                    "mjpeg", "-pix_fmt", "yuvj420p", "-update", "1", "-f", "image2"},
@@ -248,7 +282,7 @@ void recordOne(const Order &order)
 void record(const Order &order)
 {
     static_cast<void>(fromCommandLine(order.input, "--input"));
-    if (QStandardPaths::findExecutable("ffmpeg").isEmpty())
+    if (!missingProgram({"ffmpeg"}).isEmpty())
         throw Failure("ffmpeg is not on the search path; recording needs it");
     requireWritable(order.storage);
     catchStopSignals();
@@ -280,7 +314,7 @@ void addNext(CLI::App &app, StorageOptions &storages)
     const auto request = std::make_shared<Request>();
     CLI::App *command = app.add_subcommand(
         "next", "Prints the path for the next recording. The file is not created, the folder "
-                "that it belongs into\nis, if it is missing");
+                "that it belongs in\nis, if it is missing");
     addStorageArgument(*command, request->storage);
     command->add_option("TYPE", request->type, "avi, mkv, jpg, png, wav or thumb")
         ->required()
@@ -289,10 +323,11 @@ void addNext(CLI::App &app, StorageOptions &storages)
     command->callback([request, &storages] {
         storages.require(request->storage);
         requireWritable(request->storage);
+        requireReadable(locationOf(request->storage));
         const auto type = MEDIA_TYPES.find(request->type);
         const QString path = VornFileHandler::getNextFileName(
             request->storage, type == MEDIA_TYPES.end() ? FILE_TYPE_THUMB : type->second);
-        requireFolder(QFileInfo(path).absolutePath());
+        requireFolderOf(path);
         printLine(path);
     });
 }

@@ -149,6 +149,7 @@ void count(const FTSENT &entry, int prefixLength, dev_t device, Content &content
         content.others.append(shown);
 }
 
+/// Throws Failure if a folder in @p folder, or that itself, cannot be read.
 Content contentOf(const QString &folder)
 {
     Content content;
@@ -161,8 +162,11 @@ Content contentOf(const QString &folder)
                                                     ::fts_close);
     if (!walk)
         throw Failure(folder + ": " + errorText(errno));
-    while (const FTSENT *entry = ::fts_read(walk.get()))
+    while (const FTSENT *entry = ::fts_read(walk.get())) {
+        if (entry->fts_info == FTS_DNR || entry->fts_info == FTS_ERR || entry->fts_info == FTS_NS)
+            throw Failure(printable(QByteArray(entry->fts_path)) + ": " + errorText(entry->fts_errno));
         count(*entry, path.size() + 1, status.st_dev, content);
+    }
     return content;
 }
 
@@ -207,7 +211,7 @@ void confirm(const QString &folder, const Content &content, bool isConfirmed)
 QString whyNotDeleted(const QByteArray &path)
 {
     if (QFile::encodeName(QFile::decodeName(path)) != path)
-        return "names that are no valid UTF-8 cannot be handled";
+        return "names that are not valid UTF-8 cannot be handled";
     return ::remove(path.constData()) == 0 ? QString("they came in the meantime") : errorText(errno);
 }
 

@@ -7,12 +7,10 @@
 
 #include <QFileInfo>
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <QStorageInfo>
 
 #include <algorithm>
-#include <cstdio>
 #include <memory>
 
 using namespace VORN_FILE_HANDLER;
@@ -23,6 +21,7 @@ namespace {
 struct Device {
     QString block; // empty if unknown
     bool isPresent = false;
+    QString missing;        // program without which the library cannot tell whether it is present
     bool isMounted = false; // anywhere but on the root file system
     bool isMountMissing = false;
     QStorageInfo fileSystem;
@@ -64,6 +63,7 @@ Device deviceOf(eStorageType storage)
     Device device;
     device.block = block;
     device.isPresent = !block.isEmpty() && VornFileHandler::isMounted(storage);
+    device.missing = device.isPresent ? QString() : missingForPresence();
     device.isMounted = !isOnRootFileSystem(existing);
     device.isMountMissing = isMountMissing(storage);
     device.fileSystem = QStorageInfo(existing);
@@ -134,13 +134,14 @@ QJsonObject toJson(eStorageType storage)
     const Device device = deviceOf(storage);
     const Space space = spaceOf(storage, device.isPresent);
     const Folders folders = foldersOf(storage);
+    const bool isPresenceKnown = !device.block.isEmpty() && device.missing.isEmpty();
     const bool isKnown = space.size > 0;
     return {
         {"storage", storageName(storage)},
         {"location", locationOf(storage)},
         {"exists", QFileInfo(locationOf(storage)).isDir()},
         {"block", knownText(device.block)},
-        {"present", device.block.isEmpty() ? QJsonValue() : QJsonValue(device.isPresent)},
+        {"present", isPresenceKnown ? QJsonValue(device.isPresent) : QJsonValue()},
         {"mounted", device.isMounted},
         {"mountPoint", knownText(device.fileSystem.rootPath())},
         {"readOnly", device.fileSystem.isReadOnly()},
@@ -163,10 +164,17 @@ void printField(const QString &name, const QString &value)
     printLine(QString("  %1  ").arg(name, -14) + printable(value));
 }
 
+QString notFound(const QString &program)
+{
+    return program + " is not on the search path";
+}
+
 QString blockText(const Device &device)
 {
     if (device.block.isEmpty())
         return "unknown";
+    if (!device.missing.isEmpty())
+        return QString("%1, presence unknown: %2").arg(device.block, notFound(device.missing));
     return device.block + (device.isPresent ? ", present" : ", not present");
 }
 
@@ -179,15 +187,22 @@ QString mountText(const Device &device)
                : QString("no: the location lies on the root file system");
 }
 
+QString whyNoSize(const Device &device, const Space &space)
+{
+    if (device.block.isEmpty())
+        return "no block device is known";
+    const QString missing = device.missing.isEmpty() ? missingProgram({"df", "awk"}) : device.missing;
+    if (!missing.isEmpty())
+        return notFound(missing);
+    return device.isPresent ? QString("df tells no size for %1").arg(space.path)
+                            : QString("%1 is not present").arg(device.block);
+}
+
 QString spaceText(const Device &device, const Space &space)
 {
     constexpr int WIDTH = 20;
-    if (device.block.isEmpty())
-        return "unknown: no block device is known";
-    if (!device.isPresent)
-        return QString("unknown: %1 is not present").arg(device.block);
     if (space.size <= 0)
-        return QString("unknown: df tells no size for %1").arg(space.path);
+        return "unknown: " + whyNoSize(device, space);
     const int usedPercent = 100 - space.freePercent;
     const int filled = usedPercent * WIDTH / 100;
     const QString bar = QString(filled, '#') + QString(WIDTH - filled, '-');
@@ -215,18 +230,26 @@ void print(eStorageType storage)
     printField("media files", QString::number(folders.mediaCount));
 }
 
-void printAll(const QList<eStorageType> &chosen)
+/// Shows what can be read. The exit code is 1 if a storage cannot.
+ExitCode show(const QList<eStorageType> &chosen, bool isJson)
 {
-    for (const eStorageType storage : chosen)
-        print(storage);
-}
-
-void printJson(const QList<eStorageType> &chosen)
-{
+    ExitCode exitCode = 0;
     QJsonArray array;
-    for (const eStorageType storage : chosen)
-        array.append(toJson(storage));
-    std::fputs(QJsonDocument(array).toJson().constData(), stdout);
+    for (const eStorageType storage : chosen) {
+        try {
+            requireReadableFolders(storage);
+            if (isJson)
+                array.append(toJson(storage));
+            else
+                print(storage);
+        } catch (const Failure &failure) {
+            printError(QString::fromUtf8(failure.what()));
+            exitCode = 1;
+        }
+    }
+    if (isJson)
+        printJson(QJsonDocument(array));
+    return exitCode;
 }
 
 /// The storage that was named, or else all that are configured.
@@ -246,7 +269,7 @@ QList<eStorageType> chosenStorages(const StorageOptions &storages, bool isNamed,
 
 } // namespace
 
-void addStatusCommand(CLI::App &app, StorageOptions &storages, ExitCode &)
+void addStatusCommand(CLI::App &app, StorageOptions &storages, ExitCode &exitCode)
 {
     struct Arguments {
         eStorageType storage = STORAGE_MMC;
@@ -257,11 +280,8 @@ void addStatusCommand(CLI::App &app, StorageOptions &storages, ExitCode &)
         app.add_subcommand("status", "Shows device, space and next recording of the storages");
     CLI::Option *storage = addStorageArgument(*command, arguments->storage)->required(false);
     command->add_flag("--json", arguments->isJson, "One array with an object for each storage");
-    command->callback([arguments, storage, &storages] {
+    command->callback([arguments, storage, &storages, &exitCode] {
         const auto chosen = chosenStorages(storages, storage->count() > 0, arguments->storage);
-        if (arguments->isJson)
-            printJson(chosen);
-        else
-            printAll(chosen);
+        exitCode = show(chosen, arguments->isJson);
     });
 }

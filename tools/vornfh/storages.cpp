@@ -195,7 +195,7 @@ CLI::Option *addStorageArgument(CLI::App &command, eStorageType &storage)
                 return;
             }
         }
-        throw CLI::ValidationError("STORAGE", "'" + text + "' is none of mmc, sd, usb");
+        throw CLI::ValidationError("STORAGE", "'" + text + "' is not one of mmc, sd, usb");
     };
     return command.add_option_function<std::string>("STORAGE", take, "mmc, sd or usb")
         ->required()
@@ -213,7 +213,7 @@ QString fromCommandLine(const std::string &text, const QString &what)
     const QString result =
         QTextCodec::codecForName("UTF-8")->toUnicode(text.data(), static_cast<int>(text.size()), &state);
     if (state.invalidChars > 0 || state.remainingChars > 0)
-        throw UsageError(what + " '" + printable(QByteArray::fromStdString(text)) + "' is no valid UTF-8");
+        throw UsageError(what + " '" + printable(QByteArray::fromStdString(text)) + "' is not valid UTF-8");
     return result;
 }
 
@@ -244,4 +244,20 @@ void requireFolder(const QString &path)
 void requireLocation(eStorageType storage)
 {
     requireFolder(VornFileHandler::getStorageDir(storage).absolutePath());
+}
+
+void requireReadable(const QString &path)
+{
+    const Descriptor folder(::open(QFile::encodeName(path).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const bool isReadable = folder.isOpen() && ::faccessat(folder.get(), ".", X_OK, 0) == 0;
+    if (!isReadable && errno != ENOENT && errno != ENOTDIR)
+        throw Failure(path + ": " + errorText(errno));
+}
+
+void requireReadableFolders(eStorageType storage)
+{
+    const QString location = locationOf(storage);
+    requireReadable(location);
+    for (const QString &folder : listedFolders(storage))
+        requireReadable(location + "/" + folder);
 }

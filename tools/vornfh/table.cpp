@@ -76,6 +76,11 @@ void printLine(const QString &line)
     std::fflush(stdout); // a reader sees each result as soon as it is there
 }
 
+void printJson(const QJsonDocument &document)
+{
+    printLine(QString::fromUtf8(document.toJson()).trimmed());
+}
+
 void printError(const QString &message)
 {
     std::fprintf(stderr, "vornfh: %s\n", printable(message).toUtf8().constData());

@@ -239,6 +239,11 @@ QString TargetFolder::take(const Source &source, Progress &progress) const
     return copy;
 }
 
+QString cpFailure()
+{
+    return missingProgram({"cp"}).isEmpty() ? "cp failed" : "cp is not on the search path";
+}
+
 void TargetFolder::check(const Source &source, const QString &copy) const
 {
     const Descriptor descriptor(
@@ -254,7 +259,7 @@ void TargetFolder::check(const Source &source, const QString &copy) const
     if (!hasSameContent(source.descriptor(), descriptor.get(), source.path(), isStopped)) {
         if (isStopped())
             throw FileFailure(source.path(), "interrupted");
-        const QString reason = status.st_size < source.size() ? whyNotWritten(copy) : QString("cp failed");
+        const QString reason = status.st_size < source.size() ? whyNotWritten(copy) : cpFailure();
         throw FileFailure(source.path(), "its copy is not the same: " + reason);
     }
 }
@@ -273,8 +278,7 @@ QString TargetFolder::whyNotWritten(const QString &copy) const
         count = ::fsync(file.get()) == 0 ? count : -1;
     else if (count >= 0)
         errno = ENOSPC;
-    const QString reason =
-        count == static_cast<ssize_t>(block.size()) ? QString("cp failed") : errorText(errno);
+    const QString reason = count == static_cast<ssize_t>(block.size()) ? cpFailure() : errorText(errno);
     ::unlink(path.constData());
     return reason;
 }
@@ -305,7 +309,7 @@ QString fileName(const std::string &text)
     try {
         return fromCommandLine(text, "the file name");
     } catch (const UsageError &error) { // of one file only, so no reason to leave the others
-        throw FileFailure(printable(QByteArray::fromStdString(text)), "is no valid UTF-8");
+        throw FileFailure(printable(QByteArray::fromStdString(text)), "is not valid UTF-8");
     }
 }
 
@@ -361,7 +365,7 @@ eStorageType storageFrom(const std::string &text)
         if (name.compare(storageName(storage), Qt::CaseInsensitive) == 0)
             return storage;
     }
-    throw UsageError(QString("STORAGE: '%1' is none of mmc, sd, usb").arg(name));
+    throw UsageError(QString("STORAGE: '%1' is not one of mmc, sd, usb").arg(name));
 }
 
 void runTransfer(std::vector<std::string> arguments, const StorageOptions &storages, bool isMove)
@@ -398,7 +402,8 @@ void addTransferCommands(CLI::App &app, StorageOptions &storages, ExitCode &)
         app, storages, false,
         "Copies files into a folder of a storage. Each copy is flushed to the device and compared byte for\n"
         "byte. The folder is created if missing; a name that is taken gets a counter");
-    addCommand(
-        app, storages, true,
-        "Copies files as copy does and deletes each one when its copy is safe, of a symbolic link the link");
+    addCommand(app, storages, true,
+               "Copies files as copy does, then deletes each one whose copy is safe. Where a symbolic link "
+               "is named,\n"
+               "the link is deleted, and the file that it leads to stays");
 }

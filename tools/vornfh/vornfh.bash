@@ -32,9 +32,9 @@ _vornfh_options()
 {
     case $1 in
         record) echo '--type --count --duration --input' ;;
-        folders) echo '--filter' ;;
+        folders) echo '--filter --json' ;;
         list) echo '--images --videos --audio --thumbs --filter --json' ;;
-        info | status | check) echo '--json' ;;
+        count | info | status | check) echo '--json' ;;
         gallery) echo '--output --force --probe' ;;
         rmdir | wipe) echo '--yes' ;;
     esac

@@ -74,7 +74,7 @@ CLI::Option *addStorageArgument(CLI::App &command, VORN_FILE_HANDLER::eStorageTy
 /// "mmc", "sd" or "usb".
 QString storageName(VORN_FILE_HANDLER::eStorageType storage);
 
-/// @p text from the command line, "PATH" for instance. Throws UsageError where it is no valid UTF-8.
+/// @p text from the command line, "PATH" for instance. Throws UsageError where it is not valid UTF-8.
 QString fromCommandLine(const std::string &text, const QString &what);
 
 /// The path from the root on, "//", "/." and "/.." resolved in the text; a relative one begins in the current
@@ -90,6 +90,12 @@ int unsafeCharacter(const QString &path);
 void requireFolder(const QString &path);
 /// The same for a storage's location.
 void requireLocation(VORN_FILE_HANDLER::eStorageType storage);
+
+/// Throws Failure, "<path>: Permission denied", if a folder is at @p path that cannot be read: Qt and the
+/// library take it for an empty one. What is missing, or is no folder, is left to the caller.
+void requireReadable(const QString &path);
+/// The same for a storage's location and the folders that the library lists as numbered ones.
+void requireReadableFolders(VORN_FILE_HANDLER::eStorageType storage);
 
 /// The names of the folders that the library lists as numbered ones. Its own listing would create a missing
 /// location, and a folder where there is none.
