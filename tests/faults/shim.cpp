@@ -128,6 +128,7 @@ int rmdir(const char *path) noexcept
 int kill(pid_t process, int number) noexcept
 {
     static const auto next = real<int(pid_t, int)>("kill");
+    faults.sentSignals.push_back(number);
     if (process != -1)
         return next(process, number);
     faults.killedAll = true; // and the machine that runs the test lives on

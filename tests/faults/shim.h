@@ -3,6 +3,7 @@
 #define SHIM_H
 
 #include <functional>
+#include <vector>
 
 #include <sys/types.h>
 
@@ -21,9 +22,10 @@ struct Faults {
     int mkdirError = 0;
     int removeError = 0; ///< unlink() and rmdir()
     const char *removeName = nullptr;
-    int forkError = 0;          ///< fork() and clone()
-    int unsetDescriptor = 1000; ///< what clone() leaves where the child's descriptor belongs
-    bool killedAll = false;     ///< whether kill() was asked to signal every process of the system
+    int forkError = 0;            ///< fork() and clone()
+    int unsetDescriptor = 1000;   ///< what clone() leaves where the child's descriptor belongs
+    bool killedAll = false;       ///< whether kill() was asked to signal every process of the system
+    std::vector<int> sentSignals; ///< what kill() sent so far
     int afterEntries = 0;
     std::function<void()> whileReading; ///< called once, when so many entries of a directory were read
 };

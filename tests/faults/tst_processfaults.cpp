@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <csignal>
 
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -77,6 +78,8 @@ private slots:
     void childIsKilled();
     void childThatIgnoresTheEndIsKilledAtTheLimit();
     void probeIsKilled();
+    void fewDescriptorsAreLeft_data();
+    void fewDescriptorsAreLeft();
     void noDescriptorsAreLeft();
     void processesLeakNoBytes_data();
     void processesLeakNoBytes();
@@ -213,6 +216,7 @@ void TestProcessFaults::childThatIgnoresTheEndIsKilledAtTheLimit()
     const Outcome outcome = run("sh -c \"trap '' TERM; echo out; while :; do read x; done", {}, 500);
     QCOMPARE(outcome.code, 0);
     QCOMPARE(outcome.output, QString("out\n"));
+    QCOMPARE(faults.sentSignals, (std::vector<int>{SIGTERM, SIGKILL}));
     QCOMPARE(capture.take(), QByteArray());
 }
 
@@ -228,6 +232,38 @@ void TestProcessFaults::probeIsKilled()
     metadata.mWidth = 7;
     VornFileHandler::getMetadata(QFileInfo(file), metadata);
     QCOMPARE(metadata.mWidth, 7);
+    QCOMPARE(capture.take(), QByteArray());
+}
+
+void TestProcessFaults::fewDescriptorsAreLeft_data()
+{
+    QTest::addColumn<int>("free");
+    QTest::addColumn<QString>("output");
+    QTest::newRow("enough") << 9 << "hi\n"; // both ends of four pipes, and one for the process
+    QTest::newRow("none-for-the-process") << 8 << "";
+    QTest::newRow("none-for-the-last-pipe") << 7 << "";
+    QTest::newRow("one") << 1 << "";
+    QTest::newRow("none") << 0 << "";
+}
+
+void TestProcessFaults::fewDescriptorsAreLeft()
+{
+    QFETCH(const int, free);
+    ::alarm(60); // a wait for a process that was never made would have no end
+    StandardErrorCapture capture;
+    rlimit former = {};
+    ::getrlimit(RLIMIT_NOFILE, &former);
+    rlimit few = former;
+    few.rlim_cur = 0;
+    for (int found = 0; found < free; ++few.rlim_cur)
+        found += ::fcntl(static_cast<int>(few.rlim_cur), F_GETFD) < 0 ? 1 : 0;
+    ::setrlimit(RLIMIT_NOFILE, &few);
+    const Outcome outcome = run("echo", {"hi"});
+    ::setrlimit(RLIMIT_NOFILE, &former);
+    QCOMPARE(outcome.code, 0);
+    QTEST(outcome.output, "output");
+    QCOMPARE(outcome.errors, QString());
+    QVERIFY(!faults.killedAll);
     QCOMPARE(capture.take(), QByteArray());
 }
 
