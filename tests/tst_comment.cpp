@@ -6,7 +6,45 @@
 
 #include <QtTest>
 
+#include <cstdlib>
+
+#include <dlfcn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 using namespace VORN_FILE_HANDLER;
+
+// The library's calls of these come here first: the program's own definitions stand before those of Exiv2.
+
+static int initializations = 0;
+static int terminations = -1; ///< descriptor to which each is told
+static bool givesNoImage = false;
+
+Exiv2::Image::AutoPtr Exiv2::ImageFactory::open(const std::string &path, bool useCurl)
+{
+    using Function = Image::AutoPtr(const std::string &, bool);
+    static const auto next = reinterpret_cast<Function *>(::dlsym(
+        RTLD_NEXT, "_ZN5Exiv212ImageFactory4openERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEEb"));
+    return givesNoImage ? Image::AutoPtr() : next(path, useCurl);
+}
+
+bool Exiv2::XmpParser::initialize(XmpLockFct lock, void *data)
+{
+    using Function = bool(XmpLockFct, void *);
+    static const auto next =
+        reinterpret_cast<Function *>(::dlsym(RTLD_NEXT, "_ZN5Exiv29XmpParser10initializeEPFvPvbES1_"));
+    ++initializations;
+    return next(lock, data);
+}
+
+void Exiv2::XmpParser::terminate()
+{
+    static const auto next =
+        reinterpret_cast<void (*)()>(::dlsym(RTLD_NEXT, "_ZN5Exiv29XmpParser9terminateEv"));
+    if (terminations >= 0 && ::write(terminations, "t", 1) != 1)
+        ::_exit(1);
+    next();
+}
 
 namespace {
 
@@ -61,6 +99,30 @@ int setComment(const QString &path, const QString &comment)
     return Metadata().setComment(QFileInfo(path), comment);
 }
 
+/// How often the XMP toolkit is set up and torn down by a process that comments @p count missing files and
+/// ends.
+QPair<int, int> toolkitCalls(int count)
+{
+    int ends[2] = {-1, -1};
+    if (::pipe(ends) != 0)
+        qFatal("no pipe");
+    const pid_t child = ::fork();
+    if (child == 0) {
+        terminations = ends[1];
+        initializations = 0;
+        for (int i = 0; i < count; ++i)
+            setComment("/missing.jpg", "x");
+        std::exit(initializations);
+    }
+    ::close(ends[1]);
+    QFile told;
+    told.open(ends[0], QIODevice::ReadOnly, QFile::AutoCloseHandle);
+    const int tornDown = told.readAll().size();
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return {WEXITSTATUS(status), tornDown};
+}
+
 /// Whether an exception of Exiv2 arrives.
 bool throwsExiv2Error(const QString &path)
 {
@@ -103,6 +165,8 @@ private slots:
     void mediaThatStayUnchanged();
     void recordStaysUnchanged();
     void oneCallAfterAnother();
+    void noImageAndNoException();
+    void toolkitIsSetUpAndTornDown();
     void widensBytes_data();
     void widensBytes();
     void widensEveryByte();
@@ -382,6 +446,31 @@ void CommentTest::oneCallAfterAnother()
     for (int i = 0; i < 100; ++i)
         QCOMPARE(setComment(path, "comment " + QString::number(i)), 0);
     QCOMPARE(commentIn(path), QString("charset=Unicode comment 99"));
+}
+
+void CommentTest::noImageAndNoException()
+{
+    const QTemporaryDir directory;
+    const QString path = directory.filePath("a.jpg");
+    writePicture(path);
+    const QByteArray before = content(path);
+    StandardErrorCapture capture;
+    givesNoImage = true;
+    const int result = setComment(path, "x");
+    givesNoImage = false;
+    QCOMPARE(result, 1);
+    QCOMPARE(capture.take(), "Error: Cannot open input file " + path.toUtf8() + "\n");
+    QCOMPARE(content(path), before);
+}
+
+/// Each call sets the XMP toolkit up, and has it torn down once more when the program ends.
+void CommentTest::toolkitIsSetUpAndTornDown()
+{
+    const StandardErrorCapture capture;
+    const auto none = toolkitCalls(0); // what the other tests have had registered
+    const auto two = toolkitCalls(2);
+    QCOMPARE(two.first - none.first, 2);
+    QCOMPARE(two.second - none.second, 2);
 }
 
 void CommentTest::widensBytes_data()

@@ -7,28 +7,11 @@
 #include <QImage>
 #include <QTest>
 
-#include <cerrno>
 #include <functional>
 #include <thread>
 #include <vector>
 
-#include <sys/syscall.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 using namespace VORN_FILE_HANDLER;
-
-#if defined(__SANITIZE_THREAD__)
-// Without descriptors of processes, Qt makes its children with fork() in place of a bare clone(), of which
-// ThreadSanitizer knows nothing: the child would wait for its locks for ever.
-extern "C" int waitid(idtype_t type, id_t id, siginfo_t *info, int options)
-{
-    if (type != P_PIDFD)
-        return static_cast<int>(::syscall(SYS_waitid, type, id, info, options, nullptr));
-    errno = EINVAL;
-    return -1;
-}
-#endif
 
 namespace {
 
