@@ -455,12 +455,15 @@ void CommandsTest::stillRunningAtTheLimit()
 
 void CommandsTest::nothingTimeToStart()
 {
+    // A child that is ended before it becomes its program would run the handler of Qt Test, which prints.
+    const auto handler = std::signal(SIGTERM, SIG_DFL);
     for (int i = 0; i < 20; ++i) {
         QCOMPARE(run("sleep", {"600"}, 0).code, 0);
         QCOMPARE(run("sleep 600", {}, 1).code, 0);
         QCOMPARE(run("missing", {}, 0).code, 0);
         QVERIFY(!hasChildren());
     }
+    std::signal(SIGTERM, handler);
 }
 
 void CommandsTest::standardInputStaysOpen()
