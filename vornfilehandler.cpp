@@ -1052,9 +1052,10 @@ std::unique_ptr<QProcess> startProcess(const QString &program, const QStringList
         return nullptr;
     auto process = newProcess();
     process->start(program, arguments, QIODevice::ReadWrite);
-    if (process->processId() < 0)
-        keepSpare(std::move(process));
-    return process;
+    if (process->processId() >= 0)
+        return process;
+    keepSpare(std::move(process));
+    return nullptr;
 }
 
 /// Starts a command line: its first word is the program. An unclosed quote reaches to the end of the line.

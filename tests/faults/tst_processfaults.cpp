@@ -8,10 +8,13 @@
 #include <QTest>
 
 #include <cerrno>
+#include <climits>
 #include <csignal>
 
 #include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 using namespace VORN_FILE_HANDLER;
@@ -239,7 +242,11 @@ void TestProcessFaults::fewDescriptorsAreLeft_data()
 {
     QTest::addColumn<int>("free");
     QTest::addColumn<QString>("output");
-    QTest::newRow("enough") << 9 << "hi\n"; // both ends of four pipes, and one for the process
+    // Both ends of four pipes, and one for the process; or two where the system has no descriptors of
+    // processes.
+    const bool isOne =
+        ::syscall(SYS_waitid, P_PIDFD, INT_MAX, nullptr, WEXITED | WNOHANG, nullptr) < 0 && errno == EBADF;
+    QTest::newRow("enough") << (isOne ? 9 : 10) << "hi\n";
     QTest::newRow("none-for-the-process") << 8 << "";
     QTest::newRow("none-for-the-last-pipe") << 7 << "";
     QTest::newRow("one") << 1 << "";
