@@ -207,8 +207,11 @@ void ConfigurationTest::initTakesAnyText()
                                   VornFileHandler::typeToMmcBlk(STORAGE_SD),
                                   VornFileHandler::typeToMmcBlk(STORAGE_USB)};
     QCOMPARE(expected, QStringList(QVector<QString>(7, text).toList()));
-    for (const eStorageType storage : {STORAGE_MMC, STORAGE_SD, STORAGE_USB})
+    const QString location = text.contains(QChar::Null) ? text : QDir(text).absolutePath();
+    for (const eStorageType storage : {STORAGE_MMC, STORAGE_SD, STORAGE_USB}) {
         QCOMPARE(VornFileHandler::getStorageDir(storage).path(), QDir(text).path());
+        QCOMPARE(VornFileHandler::typeToMountPath(storage), QString(location).remove("DCIM"));
+    }
     QCOMPARE(capture.take(), QByteArray());
 }
 

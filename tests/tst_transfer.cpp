@@ -519,6 +519,9 @@ void TransferTest::commandOfEachFile_data()
     QTest::newRow("high-marker-in-the-folder") << "/x/a.jpg"
                                                << "b%3"
                                                << "/b%3/a.jpg";
+    QTest::newRow("zero-character-in-the-folder") // at which every argument of a program ends
+        << "/x/a.jpg" << QString("1") + QChar::Null + "b"
+        << "/1";
 }
 
 void TransferTest::commandOfEachFile()

@@ -97,7 +97,10 @@ int statx(int directory, const char *path, int flags, unsigned mask, struct stat
     ++faults.looks;
     if (faults.statxError && concerns(faults.statxName, path))
         return fail(faults.statxError);
-    return next(directory, path, flags, mask, status);
+    const int result = next(directory, path, flags, mask, status);
+    if (result == 0 && faults.birth)
+        status->stx_btime = {faults.birth, 0, {}};
+    return result;
 }
 
 void tzset() noexcept

@@ -2,6 +2,7 @@
 #ifndef SHIM_H
 #define SHIM_H
 
+#include <cstdint>
 #include <functional>
 #include <vector>
 
@@ -17,6 +18,7 @@ struct Faults {
     bool unknownTypes = false; ///< readdir() tells no types
     int looks = 0;             ///< calls of statx() so far
     int zoneReadings = 0;      ///< calls of tzset() so far
+    std::int64_t birth = 0; ///< what statx() tells as the time of creation, in seconds since 1970, if not 0
     int statxError = 0;
     const char *statxName = nullptr;
     int mkdirError = 0;

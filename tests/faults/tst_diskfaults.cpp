@@ -51,6 +51,13 @@ Faults statxFails(int error, const char *name = nullptr, bool unknownTypes = fal
     return wanted;
 }
 
+Faults createdAt(std::int64_t birth)
+{
+    Faults wanted;
+    wanted.birth = birth;
+    return wanted;
+}
+
 Faults unknownTypes()
 {
     Faults wanted;
@@ -242,6 +249,9 @@ void TestDiskFaults::reportIsThatOfQDir_data()
         {"statx-error-for-a-folder", statxFails(EIO, "101ABC")},
         {"statx-error-for-the-location", statxFails(EIO, "DCIM")},
         {"types-unknown", unknownTypes()},
+        {"created-before-1970", createdAt(-86400)},
+        {"created-in-2037", createdAt(2145916798)},
+        {"created-after-2037", createdAt(4102444800)},
         {"types-unknown-and-statx-missing", statxFails(ENOSYS, nullptr, true)},
         {"types-unknown-and-statx-error-for-one-file", statxFails(EIO, "DCF_0150.jpg", true)},
     };
