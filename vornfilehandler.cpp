@@ -532,7 +532,8 @@ int VornFileHandler::getNextFileNum(eStorageType storage)
     const int last = getLastFileNum(storage, folder);
     if (last != LAST_FILE)
         return last + 1;
-    createDCIMFolder(storage, static_cast<int>(folder + 1U)); // a name may hold the largest number of all
+    // A name may hold the largest number of all.
+    createDCIMFolder(storage, static_cast<int>(static_cast<unsigned>(folder) + 1));
     return 1;
 }
 

@@ -145,7 +145,7 @@ void recordOnce()
         qFatal("a file is missing");
     if (files.size() <= KEPT)
         return;
-    const QFileInfo oldest = files.first();
+    const QFileInfo &oldest = files.first();
     VornFileHandler::deleteFile(oldest.filePath());
     if (oldest.path() != files.last().path() && VornFileHandler::getMediaFileCount(oldest.dir()) == 0)
         VornFileHandler::deleteFolder(oldest.path());
@@ -171,7 +171,7 @@ void printRecordings()
 int main(int argc, char *argv[])
 {
     const std::string part = argc > 1 ? argv[1] : "";
-    if (argc > 2 || (part != "" && part != "storages" && part != "recordings")) {
+    if (argc > 2 || (!part.empty() && part != "storages" && part != "recordings")) {
         std::fprintf(stderr, "usage: load [storages|recordings]\n");
         return 2;
     }

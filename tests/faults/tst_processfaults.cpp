@@ -242,11 +242,11 @@ void TestProcessFaults::fewDescriptorsAreLeft_data()
 {
     QTest::addColumn<int>("free");
     QTest::addColumn<QString>("output");
-    // Both ends of four pipes, and one for the process; or two where the system has no descriptors of
-    // processes.
+    // Both ends of four pipes, and one for the process; where the system has none for processes, both ends of
+    // a fifth pipe and one for the start.
     const bool isOne =
         ::syscall(SYS_waitid, P_PIDFD, INT_MAX, nullptr, WEXITED | WNOHANG, nullptr) < 0 && errno == EBADF;
-    QTest::newRow("enough") << (isOne ? 9 : 10) << "hi\n";
+    QTest::newRow("enough") << (isOne ? 9 : 11) << "hi\n";
     QTest::newRow("none-for-the-process") << 8 << "";
     QTest::newRow("none-for-the-last-pipe") << 7 << "";
     QTest::newRow("one") << 1 << "";

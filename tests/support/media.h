@@ -6,6 +6,8 @@
 #include <QSize>
 #include <QStringList>
 
+#include <utility>
+
 /// Standard output of a program that must end well.
 QByteArray outputOf(const QString &program, const QStringList &arguments);
 
@@ -48,7 +50,7 @@ void makeEntries(const QString &folder, const QByteArrayList &entries);
 class EmptiedAtTheEnd
 {
 public:
-    explicit EmptiedAtTheEnd(const QString &folder) : mFolder(folder) {}
+    explicit EmptiedAtTheEnd(QString folder) : mFolder(std::move(folder)) {}
     ~EmptiedAtTheEnd();
     EmptiedAtTheEnd(const EmptiedAtTheEnd &) = delete;
     EmptiedAtTheEnd &operator=(const EmptiedAtTheEnd &) = delete;

@@ -35,8 +35,8 @@ constexpr const char *KIND_TITLES[KIND_COUNT] = {"Photo", "Video", "Sound", "Oth
 
 /// Paths of SVG in a square of 24.
 constexpr const char *KIND_ICONS[KIND_COUNT] = {
-    "M5 4h14a2 2 0 0 1 2 2v12a2 2 0 0 1-2 2H5a2 2 0 0 1-2-2V6a2 2 0 0 1 2-2Zm-2 12 5-5 4.5 4.5M11 14l4-4 6 "
-    "6M15.5 7.5h.01",
+    ("M5 4h14a2 2 0 0 1 2 2v12a2 2 0 0 1-2 2H5a2 2 0 0 1-2-2V6a2 2 0 0 1 2-2Zm-2 12 5-5 4.5 4.5M11 14l4-4 6 "
+     "6M15.5 7.5h.01"),
     "M8 5.5v13l10.5-6.5Z",
     "M4 10v4M8 7v10M12 4v16M16 8v8M20 10.5v3",
     "M13.5 3H7a2 2 0 0 0-2 2v14a2 2 0 0 0 2 2h10a2 2 0 0 0 2-2V8.5Zm0 0v5.5H19",
