@@ -1,7 +1,16 @@
 // SPDX-License-Identifier: MIT
+//
+// The bands of this file follow the header: constants and configuration, paths and names, folder numbering,
+// file numbering, listings, media lists, JSON, devices and capacity, transfer, metadata. "Reading
+// directories" serves the four after it and has no public members. A band consists of its constants or table,
+// pure helpers and thin I/O, all in one unnamed namespace, and then the public members.
+//
+// Directories are read with readdir(). QDir is used instead if a name filter is anything but head*tail, if a
+// name or filter is not plain ASCII, if the path may be a Qt resource or search path, if the file system does
+// not report the types of its entries, and for the order by time if a file has no time.
 
-// Without it, readdir() of a 32-bit system ends at the first entry with a large inode number.
-#define _FILE_OFFSET_BITS 64 // NOLINT(bugprone-reserved-identifier): the name is the C library's
+// Without this, readdir() on a 32-bit system stops at the first entry with a large inode number.
+#define _FILE_OFFSET_BITS 64 // NOLINT(bugprone-reserved-identifier): the C library defines the name
 
 #include "vornfilehandler.h"
 
@@ -36,7 +45,7 @@ using namespace VORN_FILE_HANDLER;
 
 // Constants and configuration
 //
-// All of them are built in the order of this file when the library is loaded.
+// Everything here is constructed in the order of this file when the library is loaded.
 
 const QString VORN_FILE_HANDLER::JPEG_FILE_EXT = QStringLiteral("jpg");
 const QString VORN_FILE_HANDLER::PNG_FILE_EXT = QStringLiteral("png");
@@ -45,11 +54,7 @@ const QString VORN_FILE_HANDLER::AVI_FILE_EXT = QStringLiteral("avi");
 const QString VORN_FILE_HANDLER::MKV_FILE_EXT = QStringLiteral("mkv");
 const QString VORN_FILE_HANDLER::WAV_FILE_EXT = QStringLiteral("wav");
 
-namespace {
-
 constexpr char FALLBACK_LOCATION[] = "/tmp";
-
-} // namespace
 
 QString VornFileHandler::mFolderSuffix;
 QDir VornFileHandler::mMMCLocation(FALLBACK_LOCATION);
@@ -70,7 +75,7 @@ const QString MKV_FILE_EXT_FILTER = "*." + MKV_FILE_EXT;
 const QString THUMB_FILE_EXT_FILTER = "*." + THUMB_FILE_EXT;
 const QString WAV_FILE_EXT_FILTER = "*." + WAV_FILE_EXT;
 
-/// The media that are counted and numbered. Thumbnails belong to a photo or video and are neither.
+/// The media files that are counted and numbered. A thumbnail belongs to its photo or video and is neither.
 const QStringList MEDIA_FILTERS = {JPEG_FILE_EXT_FILTER, PNG_FILE_EXT_FILTER, AVI_FILE_EXT_FILTER,
                                    MKV_FILE_EXT_FILTER, WAV_FILE_EXT_FILTER};
 
@@ -82,14 +87,14 @@ constexpr char RESET[] = "\x1b[0m";
 constexpr int FIRST_FOLDER = 100;
 constexpr int LAST_FILE = 9999;
 
-/// The one way of printing a diagnostic line.
+/// Prints a diagnostic line. Nothing else does.
 void diagnose(const QByteArray &text)
 {
     std::fprintf(stderr, "%s %s %s\n", CYAN, text.constData(), RESET);
 }
 
-/// Whether Qt takes @p path for a file name at all. It prints a warning of its own where it does not, so
-/// whatever hands it a path of the host's looks here first.
+/// Returns whether Qt accepts @p path. Qt prints a warning for a path that it does not accept, so every path
+/// from the host is checked here first.
 bool isUsablePath(const QString &path)
 {
     return !path.isEmpty() && !path.contains(QChar::Null);
@@ -100,7 +105,7 @@ bool pathExists(const QString &path)
     return isUsablePath(path) && QFile::exists(path);
 }
 
-/// @p file, or one that does not exist where Qt would warn about its path at every question.
+/// @p file, or a file that does not exist if Qt would warn about its path on every query.
 QFileInfo withUsablePath(const QFileInfo &file)
 {
     return isUsablePath(file.filePath()) ? file : QFileInfo();
@@ -121,11 +126,12 @@ QString absolutePath(const QDir &directory)
     return isUsablePath(directory.path()) ? directory.absolutePath() : directory.path();
 }
 
-/// The path as a diagnostic line shows it: up to a zero character, if it should hold one.
+/// The path as a diagnostic line shows it: up to its first null character, if it has one.
 QByteArray pathText(const QDir &directory)
 {
-    const QString path = directory.path();
-    return QDir(path.left(path.indexOf(QChar::Null))).absolutePath().toUtf8();
+    const int end = directory.path().indexOf(QChar::Null);
+    const QDir shown = end < 0 ? directory : QDir(directory.path().left(end));
+    return shown.absolutePath().toUtf8();
 }
 
 bool existsOrDiagnose(const QDir &directory)
@@ -136,7 +142,7 @@ bool existsOrDiagnose(const QDir &directory)
     return false;
 }
 
-/// The location of @p type, none for an unsupported storage.
+/// The location of @p type; null for an unsupported storage.
 const QDir *findLocation(eStorageType type)
 {
     switch (type) {
@@ -147,7 +153,7 @@ const QDir *findLocation(eStorageType type)
     return nullptr;
 }
 
-/// The answer of the mappings to an unsupported storage.
+/// Result of the mappings for an unsupported storage.
 QString unsupportedStorage()
 {
     diagnose("Unsupported storage type");
@@ -194,14 +200,38 @@ QDir VornFileHandler::getStorageDir(eStorageType type)
     const QDir *location = findLocation(type);
     if (!location)
         return QDir(FALLBACK_LOCATION);
-    // Copies of a QDir share what it looks up lazily, without a lock. Setting the path parts this one from
-    // the configuration, so that operations on several threads never look up through the same object.
+    // Copies of a QDir share what it looks up lazily, without a lock. Setting the path detaches this copy
+    // from the configuration, so that operations on several threads never share that state.
     QDir copy = *location;
     copy.setPath(location->path());
     return copy;
 }
 
 // Paths and names
+
+namespace {
+
+/// @p path with everything but its last name resolved; empty if that does not exist. A link in the last place
+/// stays a link. A path that ends in "." or ".." has no last name and is resolved completely.
+QString withResolvedParent(QString path)
+{
+    while (path.endsWith('/'))
+        path.chop(1);
+    const QString name = path.section('/', -1);
+    if (name == "." || name == "..")
+        return QFileInfo(path).canonicalFilePath();
+    const QString parent = QFileInfo(path.left(path.size() - name.size())).canonicalFilePath();
+    return parent.isEmpty() ? QString() : parent + "/" + name;
+}
+
+/// Returns whether the current directory was deleted. Qt prints a warning if it then needs an absolute path.
+bool isCurrentDirectoryGone()
+{
+    const std::unique_ptr<char, void (*)(void *)> path(::getcwd(nullptr, 0), std::free);
+    return !path;
+}
+
+} // namespace
 
 QString VornFileHandler::getDirPath(eStorageType storage, int folderNumber)
 {
@@ -233,7 +263,7 @@ QString VornFileHandler::getFileExtension(eFileTypes fileType)
     case FILE_TYPE_VIDEO:
     case FILE_TYPE_VIDEO_AVI: return AVI_FILE_EXT;
     case FILE_TYPE_VIDEO_MKV: return MKV_FILE_EXT;
-    case FILE_TYPE_AUDIO: return AVI_FILE_EXT; // hosts ask with it for the container they record sound into
+    case FILE_TYPE_AUDIO: return AVI_FILE_EXT; // hosts ask for the container that they record audio into
     case FILE_TYPE_AUDIO_WAV: return WAV_FILE_EXT;
     case FILE_TYPE_DIRECTORY:
     case FILE_TYPE_UNKNOWN: break;
@@ -254,12 +284,12 @@ void VornFileHandler::createDCIMFolder(QString path)
 
 void VornFileHandler::deleteFolder(QString path)
 {
-    QDir directory(path); // that of an empty path is ".", the current directory
-    if (!isUsablePath(directory.path()))
+    QDir directory(path); // an empty path becomes ".", the current directory
+    if (!isUsablePath(directory.path()) || (directory.isRelative() && isCurrentDirectoryGone()))
         return;
-    // A path through ".." leads nowhere any more once the folder before it is deleted.
+    // A path through ".." stops resolving once the folder before the ".." is deleted.
     if (path.split('/').contains(".."))
-        directory.setPath(directory.canonicalPath());
+        directory.setPath(withResolvedParent(path));
     if (exists(directory))
         directory.removeRecursively();
 }
@@ -291,16 +321,16 @@ void VornFileHandler::deleteFolder(eStorageType storage, QString folderName)
 
 QString VornFileHandler::getDosBaseName(QString path)
 {
-    // The "/" stays in front of a name with a directory part: it takes one of the eight characters.
+    // The last "/", if there is one, is kept and counts as one of the eight characters.
     return path.right(path.length() - path.lastIndexOf('/')).left(8);
 }
 
 // Reading directories
 //
-// QDir makes a QFileInfo of every entry and runs a pattern engine over every name, at about ten times the
-// cost of reading the directory. Names of plain ASCII under the filters that the library itself uses need
-// neither. Whatever is not plain goes to QDir, which so stays the one judge of how names outside ASCII
-// decode, fold and sort, and which of them it never lists.
+// QDir creates a QFileInfo for every entry and matches every name with a pattern engine, which costs about
+// ten times as much as reading the directory. Plain ASCII names and the library's own filters need neither.
+// Everything else is left to QDir, which remains the only authority on how other names are decoded,
+// case-folded and sorted, and on which of them are never listed.
 
 namespace {
 
@@ -338,7 +368,7 @@ std::optional<PlainFilter> plainFilter(const QString &filter)
     return PlainFilter{text.left(star), text.mid(star + 1)};
 }
 
-/// The name filters of @p directory in plain form; none if one of them has no such form.
+/// The name filters of @p directory in plain form; nullopt if one of them has no such form.
 std::optional<QVector<PlainFilter>> plainFilters(const QDir &directory)
 {
     QVector<PlainFilter> plain;
@@ -357,26 +387,26 @@ bool isDots(const char *name)
 }
 
 /// Calls visit(descriptor of the directory, name, length) for each entry of @p type (DT_REG or DT_DIR) that
-/// is not hidden and matches the directory's name filters, in the order of the directory.
-/// False where QDir has to be asked instead: the caller drops what was visited by then.
+/// is not hidden and matches the directory's name filters, in directory order.
+/// Returns false if QDir must be used instead; the caller then discards what it has been given so far.
 template <typename Visit>
 bool scan(const QDir &directory, unsigned char type, Visit visit)
 {
     const auto filters = plainFilters(directory);
-    // ":" begins a path into the program's resources, or a search path of the host's.
+    // A ":" may begin a Qt resource path or a search path that the host has set.
     if (!filters || directory.path().contains(':'))
         return false;
     const std::unique_ptr<DIR, int (*)(DIR *)> stream(::opendir(QFile::encodeName(directory.path())),
                                                       ::closedir);
     if (!stream)
-        return false; // it is empty for QDir as well
+        return false; // QDir lists it as empty
     while (const dirent *entry = ::readdir(stream.get())) {
-        // Of "." and ".." some file systems in user space do not tell even that they are folders.
+        // Some file systems in user space report DT_UNKNOWN even for "." and "..".
         const bool dots = isDots(entry->d_name);
         const int entryType = dots ? int{DT_DIR} : int{entry->d_type};
         if (entryType == DT_UNKNOWN)
             return false;
-        if (entryType != type || (entry->d_name[0] == '.' && !dots)) // QDir hides names with a dot in front
+        if (entryType != type || (entry->d_name[0] == '.' && !dots)) // QDir hides names with a leading dot
             continue;
         const int length = static_cast<int>(qstrlen(entry->d_name));
         if (!isPlain(entry->d_name, length))
@@ -388,21 +418,21 @@ bool scan(const QDir &directory, unsigned char type, Visit visit)
     return true;
 }
 
-/// Whether QDir can match with @p filter. It warns at every entry of a directory where it can not.
+/// Returns whether QDir can match names with @p filter. If not, QDir prints a warning for every entry.
 bool isValidFilter(const QString &filter)
 {
     return plainFilter(filter)
            || QRegularExpression(QRegularExpression::wildcardToRegularExpression(filter)).isValid();
 }
 
-/// Takes the name filters that are no valid patterns out of @p directory: they match nothing.
-/// False if all that there were had to go, so that nothing is listed.
+/// Removes the name filters that are not valid patterns from @p directory; they match nothing. Returns false
+/// if no filter is left, so that nothing is to be listed.
 bool dropInvalidFilters(QDir &directory)
 {
     const QStringList filters = directory.nameFilters();
     QStringList valid;
     std::copy_if(filters.begin(), filters.end(), std::back_inserter(valid), isValidFilter);
-    directory.setNameFilters(valid); // and lets the QDir forget what it may have read before
+    directory.setNameFilters(valid); // also clears what the QDir has cached
     return filters.isEmpty() || !valid.isEmpty();
 }
 
@@ -416,7 +446,7 @@ QStringList entryList(QDir directory)
     return dropInvalidFilters(directory) ? directory.entryList() : QStringList();
 }
 
-/// Makes @p directory list its files under @p nameFilters; none leaves it the filters that it has.
+/// Sets up @p directory to list the files that match @p nameFilters; an empty list keeps its own filters.
 void setFileListing(QDir &directory, const QStringList &nameFilters, QDir::SortFlags sort)
 {
     directory.setFilter(QDir::Files | QDir::NoSymLinks);
@@ -431,7 +461,7 @@ void setFileListing(QDir &directory, const QStringList &nameFilters, QDir::SortF
 
 namespace {
 
-/// The location of @p storage, which is created first if it is missing.
+/// The location of @p storage, created first if it is missing.
 QDir existingLocation(eStorageType storage)
 {
     const QDir location = VornFileHandler::getStorageDir(storage);
@@ -442,13 +472,13 @@ QDir existingLocation(eStorageType storage)
     return location;
 }
 
-/// What list(location, restricted to the numbered folders) gives for a storage; folder 100 is created
-/// first if there would be none.
+/// Returns list(location), with the location restricted to the numbered folders. If that is empty, creates
+/// folder 100 and lists again.
 template <typename List>
 auto listNumberedFolders(eStorageType storage, List list)
 {
     QDir location = existingLocation(storage);
-    location.setFilter(QDir::Dirs | QDir::NoSymLinks); // "." and ".." stay: an empty suffix matches them
+    location.setFilter(QDir::Dirs | QDir::NoSymLinks); // keeps "." and "..", which an empty suffix matches
     location.setSorting(QDir::Name);
     location.setNameFilters({"*" + VornFileHandler::mFolderSuffix});
     auto folders = list(location);
@@ -459,8 +489,8 @@ auto listNumberedFolders(eStorageType storage, List list)
     return folders;
 }
 
-/// The names that QDir::entryList() gives for @p directory, sorted by QDir::Name, as a heap: what asks for
-/// the last name seldom needs another, and a heap costs far less than the whole order.
+/// The names that QDir::entryList() returns for @p directory, sorted by QDir::Name, as a heap: a caller that
+/// wants the last name rarely needs another, and building a heap costs far less than sorting.
 std::vector<QString> nameHeap(const QDir &directory, unsigned char type)
 {
     std::vector<QString> names;
@@ -475,8 +505,8 @@ std::vector<QString> nameHeap(const QDir &directory, unsigned char type)
     return names;
 }
 
-/// The number in the last name of @p names, in name order, for which number(name, &ok) succeeds; none if
-/// there is no such name. Prints @p complaint for each name passed over.
+/// The number in the last name of @p names, in name order, for which number(name, &ok) succeeds; nullopt if
+/// there is no such name. Prints @p complaint for each name skipped.
 template <typename Number>
 std::optional<int> lastNumber(std::vector<QString> names, Number number, const char *complaint)
 {
@@ -532,7 +562,7 @@ int VornFileHandler::getNextFileNum(eStorageType storage)
     const int last = getLastFileNum(storage, folder);
     if (last != LAST_FILE)
         return last + 1;
-    // A name may hold the largest number of all.
+    // Added as unsigned: the name of a folder may contain the largest int.
     createDCIMFolder(storage, static_cast<int>(static_cast<unsigned>(folder) + 1));
     return 1;
 }
@@ -540,7 +570,7 @@ int VornFileHandler::getNextFileNum(eStorageType storage)
 QString VornFileHandler::getNextFileName(eStorageType storage, eFileTypes fileType)
 {
     const int number = getNextFileNum(storage);
-    // Asked for only now: a folder that the line above created is the one to record into.
+    // Must come second: the line above may have created the folder to record into.
     const int folder = getLastDirectoryNum(storage);
     return getFilePath(storage, folder, number, getFileExtension(fileType));
 }
@@ -549,40 +579,42 @@ QString VornFileHandler::getNextFileName(eStorageType storage, eFileTypes fileTy
 
 namespace {
 
-/// Local time at @p msecs since 1970, as QDateTime reckons it; none where QDateTime has rules of its own
-/// (before 1970 and after 2037, the null time 0, leap seconds).
-/// QDateTime asks for the time zone at each conversion, which without TZ in the environment are three looks
-/// at /etc/localtime. localtime_r() does not look again: the caller calls tzset() once for a whole listing.
-std::optional<std::tm> localTime(qint64 msecs)
+constexpr QDir::SortFlags OLDEST_FIRST = QDir::Time | QDir::Reversed;
+
+/// A point in time as the local clock shows it: milliseconds since 1970 as if the clock ran in UTC.
+/// QDir::Time orders by it, so in the hour that repeats when summer time ends, a later file may come first.
+/// Nullopt if there is no time.
+using WallClock = std::optional<qint64>;
+
+WallClock wallClock(QDateTime time)
+{
+    time.setTimeSpec(Qt::UTC);
+    return time.isValid() ? std::make_optional(time.toMSecsSinceEpoch()) : std::nullopt;
+}
+
+/// The same for @p msecs since 1970 in UTC, 0 meaning no time as it does for QFileInfo. localtime_r() is used
+/// where it agrees with QDateTime: not before 1970, after 2037 and in leap seconds. QDateTime looks up the
+/// time zone at every conversion, which costs three stat() of /etc/localtime if TZ is unset; for
+/// localtime_r() the caller calls tzset() once per listing.
+WallClock wallClock(qint64 msecs)
 {
     constexpr qint64 END_OF_2037 = 2145916799;
+    constexpr qint64 EPOCH = 2440588; // the Julian day of 1970-01-01
     const std::time_t seconds = msecs / 1000;
     std::tm local = {};
     if (msecs <= 0 || seconds >= END_OF_2037 || !::localtime_r(&seconds, &local) || local.tm_sec > 59)
-        return std::nullopt;
-    return local;
+        return wallClock(msecs == 0 ? QDateTime() : QDateTime::fromMSecsSinceEpoch(msecs));
+    const qint64 day = QDate(local.tm_year + 1900, local.tm_mon + 1, local.tm_mday).toJulianDay() - EPOCH;
+    const qint64 second = (local.tm_hour * 60 + local.tm_min) * 60 + local.tm_sec;
+    return (day * 86400 + second) * 1000 + msecs % 1000;
 }
 
-/// What QDir::Time orders by: the clock on the wall, as if it were UTC. In the hour that summer time gives
-/// back, a later file may so come first. None for a file without a time.
-std::optional<qint64> wallClock(const QFileInfo &file)
+/// Equivalent of QFileInfo::created(), which is deprecated: the birth time, or the last status change if the
+/// file system keeps no birth time.
+QDateTime createdTime(const QFileInfo &file)
 {
-    QDateTime time = file.lastModified();
-    time.setTimeSpec(Qt::UTC);
-    if (!time.isValid())
-        return std::nullopt;
-    return time.date().toJulianDay() * 86400000 + time.time().msecsSinceStartOfDay();
-}
-
-/// The same from the time stamp, where that can be had without QDateTime.
-std::optional<qint64> wallClock(qint64 modified)
-{
-    const auto local = localTime(modified);
-    if (!local)
-        return std::nullopt;
-    const qint64 day = QDate(local->tm_year + 1900, local->tm_mon + 1, local->tm_mday).toJulianDay();
-    const qint64 second = (local->tm_hour * 60 + local->tm_min) * 60 + local->tm_sec;
-    return (day * 86400 + second) * 1000 + modified % 1000;
+    const QDateTime birth = file.birthTime();
+    return birth.isValid() ? birth : file.metadataChangeTime();
 }
 
 qint64 toMsecs(const statx_timestamp &time)
@@ -590,97 +622,95 @@ qint64 toMsecs(const statx_timestamp &time)
     return time.tv_sec * 1000 + time.tv_nsec / 1000000;
 }
 
-/// What QFileInfo takes for the time of creation: where the file system keeps no birth time, that of the last
-/// change of status. 0 where there is none.
+/// The same from the status of a file.
 qint64 createdMsecs(const struct statx &status)
 {
     const qint64 birth = status.stx_mask & STATX_BTIME ? toMsecs(status.stx_btime) : 0;
     return birth ? birth : toMsecs(status.stx_ctime);
 }
 
-/// A file of a listing by time. Where there is a QFileInfo, it has read the file, and what it says counts.
-struct TimedFile {
+/// What a listing knows about a file, read once.
+struct FileFacts {
     QString path;
-    std::optional<QFileInfo> info;
-    std::optional<qint64> wallClock;
     qint64 size;
-    qint64 created; ///< milliseconds since 1970 in UTC
+    qint64 created;      // milliseconds since 1970 in UTC, 0 if there is no time
+    WallClock wallClock; // of the last modification
 };
 
-/// What a listing needs of each of its files: a JSON list can do without the QFileInfo, which takes a second
-/// look at the file and two fifths of the time.
-enum class Need { QFileInfo, Facts };
-
-/// Looks at the file @p name, relative to @p descriptor. A system without statx() leaves all to QFileInfo.
-TimedFile timedFile(const QString &path, std::optional<QFileInfo> info, int descriptor, const char *name)
+/// Reads the status of the file @p path, which is @p name relative to @p descriptor.
+FileFacts readFacts(const QString &path, int descriptor, const char *name)
 {
     struct statx status = {};
-    const bool known = ::statx(descriptor, name, 0, STATX_BASIC_STATS | STATX_BTIME, &status) == 0;
-    auto clock = known ? wallClock(toMsecs(status.stx_mtime)) : std::nullopt;
-    if (!clock) {
-        if (!info)
-            info.emplace(path);
-        clock = wallClock(*info);
-    }
-    if (info)
-        static_cast<void>(info->size()); // makes it read the file, once and for all
-    return {path, info, clock, static_cast<qint64>(status.stx_size), createdMsecs(status)};
+    if (::statx(descriptor, name, 0, STATX_BASIC_STATS | STATX_BTIME, &status) == 0)
+        return {path, static_cast<qint64>(status.stx_size), createdMsecs(status),
+                wallClock(toMsecs(status.stx_mtime))};
+    const QFileInfo file(path); // for systems without statx()
+    const QDateTime created = createdTime(file);
+    return {path, file.size(), created.isValid() ? created.toMSecsSinceEpoch() : 0,
+            wallClock(file.lastModified())};
 }
 
-/// The files of @p directory in the order in which it gives them.
-std::vector<TimedFile> timedFiles(QDir directory, Need need)
+using Files = std::vector<FileFacts>;
+
+/// The files that QDir lists in @p directory, in its order.
+Files filesByQDir(const QDir &directory)
 {
-    ::tzset();
-    std::vector<TimedFile> files;
+    Files files;
+    for (const QFileInfo &file : entryInfoList(directory))
+        files.push_back(readFacts(file.filePath(), AT_FDCWD, QFile::encodeName(file.filePath())));
+    return files;
+}
+
+/// The files in @p directory, in any order.
+Files unsortedFiles(QDir directory)
+{
+    Files files;
     const QString prefix = directory.path() + (directory.path().endsWith('/') ? "" : "/");
     const bool plain = scan(directory, DT_REG, [&](int descriptor, const char *name, int length) {
         QString path;
         path.reserve(prefix.size() + length);
         path.append(prefix).append(QLatin1String(name, length));
-        const auto info = need == Need::QFileInfo ? std::make_optional<QFileInfo>(path) : std::nullopt;
-        files.push_back(timedFile(path, info, descriptor, name));
+        files.push_back(readFacts(path, descriptor, name));
     });
     if (plain)
         return files;
-    files.clear();
     directory.setSorting(QDir::Unsorted);
-    for (const QFileInfo &info : entryInfoList(directory))
-        files.push_back(timedFile(info.filePath(), info, AT_FDCWD, QFile::encodeName(info.filePath())));
-    return files;
+    return filesByQDir(directory);
 }
 
-/// The files of @p directory in the order QDir::Time | QDir::Reversed, at a fiftieth of the time that QDir
-/// takes with its conversions at each comparison. The comparison, the sort and the order that is sorted are
-/// those of QDir, so that the result is the same even where files without a time, equal to all others, make
-/// the order contradict itself.
-std::vector<TimedFile> filesByTime(const QDir &directory, Need need)
+/// The files in @p directory in the order OLDEST_FIRST, which is set in it. Sorting takes a fiftieth of the
+/// time that QDir takes, which converts times in every comparison. A file without a time compares equal to
+/// every other in QDir's order, which is then not transitive, so that only QDir itself can reproduce it.
+Files filesByTime(const QDir &directory)
 {
-    std::vector<TimedFile> files = timedFiles(directory, need);
-    std::sort(files.begin(), files.end(), [](const TimedFile &a, const TimedFile &b) {
-        if (a.wallClock && b.wallClock && *a.wallClock != *b.wallClock)
-            return *a.wallClock < *b.wallClock;
-        return a.path > b.path; // alike up to the names
+    ::tzset();
+    Files files = unsortedFiles(directory);
+    if (!std::all_of(files.begin(), files.end(), [](const FileFacts &file) { return file.wallClock; }))
+        return filesByQDir(directory);
+    std::sort(files.begin(), files.end(), [](const FileFacts &a, const FileFacts &b) {
+        return *a.wallClock != *b.wallClock ? *a.wallClock < *b.wallClock : a.path > b.path;
     });
     return files;
 }
 
-QFileInfoList infosByTime(const QDir &directory)
+/// @p files as the host gets them. Each entry keeps what it reads here: it describes the file as it was when
+/// it was listed.
+QFileInfoList toInfos(const Files &files)
 {
-    const std::vector<TimedFile> files = filesByTime(directory, Need::QFileInfo);
     QFileInfoList infos;
     infos.reserve(static_cast<int>(files.size()));
-    for (const TimedFile &file : files)
-        infos.append(*file.info);
+    for (const FileFacts &file : files) {
+        infos.append(QFileInfo(file.path));
+        static_cast<void>(infos.last().isSymLink()); // the one query that makes QFileInfo read everything
+    }
     return infos;
 }
 
-constexpr QDir::SortFlags OLDEST_FIRST = QDir::Time | QDir::Reversed;
-
-/// The listings that a list of files consists of, by their name filters: of images those of the JPEG files of
-/// all folders and then those of the PNG files of all folders, of anything else one.
+/// The passes over a storage that make up a list of files, each given by its name filters: two for images,
+/// the JPEG files of all folders and then the PNG files of all folders, and one for anything else.
 using Passes = QVector<QStringList>;
 
-/// Calls visit(directory, ready to be listed) for each folder of each pass.
+/// Calls visit(files of a folder, oldest first) for each folder of each pass.
 template <typename Visit>
 void forEachFolder(eStorageType storage, const Passes &passes, eDIRECTORY_FILTER filter, Visit visit)
 {
@@ -689,16 +719,16 @@ void forEachFolder(eStorageType storage, const Passes &passes, eDIRECTORY_FILTER
             QDir directory(folder.absoluteFilePath());
             setFileListing(directory, nameFilters, OLDEST_FIRST);
             if (existsOrDiagnose(directory))
-                visit(directory);
+                visit(filesByTime(directory));
         }
     }
 }
 
 QFileInfoList listStorage(eStorageType storage, const Passes &passes, eDIRECTORY_FILTER filter)
 {
-    QFileInfoList files;
-    forEachFolder(storage, passes, filter, [&files](const QDir &folder) { files += infosByTime(folder); });
-    return files;
+    QFileInfoList infos;
+    forEachFolder(storage, passes, filter, [&infos](const Files &files) { infos += toInfos(files); });
+    return infos;
 }
 
 } // namespace
@@ -709,7 +739,7 @@ QList<QFileInfo> VornFileHandler::getDirectoryContents(QDir directory, QStringLi
     if (!existsOrDiagnose(directory))
         return {};
     setFileListing(directory, nameFilters, sort);
-    return sort == OLDEST_FIRST ? infosByTime(directory) : entryInfoList(directory);
+    return sort == OLDEST_FIRST ? toInfos(filesByTime(directory)) : entryInfoList(directory);
 }
 
 QList<QFileInfo> VornFileHandler::getDirectoryContents(QString path, QStringList nameFilters,
@@ -729,7 +759,7 @@ QList<QFileInfo> VornFileHandler::getFolders(eStorageType storage, eDIRECTORY_FI
     if (filter != DIRECTORY_FILTER_NON_DCIM)
         return folders;
     const QRegularExpression numbered(QString("^[0-9]{3}%1$").arg(mFolderSuffix));
-    if (!numbered.isValid()) // it matches nothing, and QRegularExpression would warn at each name
+    if (!numbered.isValid()) // it matches nothing, and matching would print a warning for each name
         return folders;
     const auto isNumbered = [&numbered](const QFileInfo &folder) {
         return numbered.match(folder.fileName()).hasMatch();
@@ -753,7 +783,6 @@ QList<QFileInfo> VornFileHandler::getDirectoryContents(eStorageType storage, eDI
 
 namespace {
 
-/// Two passes: the PNG files of all folders follow the JPEG files of all folders.
 Passes imagePasses(bool thumbnails)
 {
     QStringList first = {JPEG_FILE_EXT_FILTER};
@@ -805,9 +834,9 @@ int VornFileHandler::getMediaFileCount(eStorageType storage)
 
 void VornFileHandler::deleteAllFiles(eStorageType storage)
 {
-    // Asked although the location is what goes: it creates what is missing, and where it finds and creates
-    // nothing there is nothing to delete. Not the folders' parents are deleted: with an empty suffix "." and
-    // ".." are among them, whose parents lie above the location.
+    // Called although the whole location is deleted: it creates what is missing, and if it neither finds nor
+    // creates a folder, nothing is deleted. The location is named here and not taken from the folders: with
+    // an empty suffix "." and ".." are among them, whose parents are above the location.
     if (!getDCIMFolders(storage).isEmpty())
         deleteFolder(absolutePath(getStorageDir(storage)));
 }
@@ -816,7 +845,7 @@ void VornFileHandler::deleteAllFiles(eStorageType storage)
 
 namespace {
 
-/// The type of a file by its suffix: the categories, but Matroska by itself.
+/// The type for an extension: that of its category, except that Matroska has its own.
 eFileTypes typeOfSuffix(const QStringRef &suffix)
 {
     struct Row {
@@ -843,53 +872,46 @@ eFileTypes typeOf(const QFileInfo &file)
     return typeOfSuffix(QStringRef(&suffix));
 }
 
-/// The same for a path that is known to be a file's.
+/// The same for a path that is known to be that of a file.
 eFileTypes typeOfFile(const QString &path)
 {
     const int dot = path.lastIndexOf('.');
     return typeOfSuffix(dot > path.lastIndexOf('/') ? path.midRef(dot + 1) : QStringRef());
 }
 
-/// What QFileInfo::created() was: the birth time, or the last change of status where none is kept.
-QDateTime createdTime(const QFileInfo &file)
-{
-    const QDateTime birth = file.birthTime();
-    return birth.isValid() ? birth : file.metadataChangeTime();
-}
-
-struct DateAndTime {
-    QString date;
-    QString time;
-};
-
-/// Writes the last @p digits digits of @p number to the place that ends before @p end.
+/// Writes the last @p digits digits of @p number, ending just before @p end.
 void putDigits(char *end, int number, int digits)
 {
     for (; digits > 0; --digits, number /= 10)
         *--end = static_cast<char>('0' + number % 10);
 }
 
-DateAndTime createdText(const QFileInfo &file)
+/// "2025-02-25"; empty if there is no time.
+QString dateText(WallClock clock)
 {
-    const QDateTime created = createdTime(file);
-    return {created.date().toString("yyyy-MM-dd"), created.time().toString(Qt::TextDate)};
+    if (!clock)
+        return QString();
+    const QDate date = QDateTime::fromMSecsSinceEpoch(*clock, Qt::UTC).date();
+    if (date.year() < 0 || date.year() > 9999)
+        return date.toString("yyyy-MM-dd"); // five times as slow
+    char text[] = "yyyy-MM-dd";
+    putDigits(text + 4, date.year(), 4);
+    putDigits(text + 7, date.month(), 2);
+    putDigits(text + 10, date.day(), 2);
+    return QLatin1String(text);
 }
 
-/// The same from the time stamp, where that can be had without QDateTime.
-std::optional<DateAndTime> createdText(qint64 created)
+/// "14:03:59"; empty if there is no time.
+QString timeText(WallClock clock)
 {
-    const auto local = localTime(created);
-    if (!local)
-        return std::nullopt;
-    char date[] = "yyyy-MM-dd";
-    putDigits(date + 4, local->tm_year + 1900, 4);
-    putDigits(date + 7, local->tm_mon + 1, 2);
-    putDigits(date + 10, local->tm_mday, 2);
-    char time[] = "hh:mm:ss";
-    putDigits(time + 2, local->tm_hour, 2);
-    putDigits(time + 5, local->tm_min, 2);
-    putDigits(time + 8, local->tm_sec, 2);
-    return DateAndTime{QLatin1String(date), QLatin1String(time)};
+    if (!clock)
+        return QString();
+    const QTime time = QDateTime::fromMSecsSinceEpoch(*clock, Qt::UTC).time();
+    char text[] = "HH:mm:ss";
+    putDigits(text + 2, time.hour(), 2);
+    putDigits(text + 5, time.minute(), 2);
+    putDigits(text + 8, time.second(), 2);
+    return QLatin1String(text);
 }
 
 class JsonList
@@ -901,35 +923,20 @@ public:
     {
     }
 
-    void append(const QFileInfo &file)
+    void append(QString path, qint64 size, WallClock created, eFileTypes type)
     {
-        const QFileInfo source = withUsablePath(file);
-        append(absolutePath(file), createdText(source), source.size(), typeOf(file));
-    }
-
-    void append(const TimedFile &file)
-    {
-        const auto created = createdText(file.created);
-        if (file.info || !created)
-            append(file.info ? *file.info : QFileInfo(file.path));
-        else
-            append(file.path, *created, file.size, typeOfFile(file.path));
-    }
-
-    QJsonArray array() const { return mArray; }
-
-private:
-    void append(QString path, const DateAndTime &created, qint64 size, eFileTypes type)
-    {
-        QJsonObject object = mBlank; // which takes two thirds of the time of putting in the keys one by one
+        QJsonObject object = mBlank; // a third faster than inserting the keys one by one
         object[QLatin1String("filename")] = path.remove(mPrefix);
-        object[QLatin1String("moddate")] = created.date;
-        object[QLatin1String("modtime")] = created.time;
+        object[QLatin1String("moddate")] = dateText(created);
+        object[QLatin1String("modtime")] = timeText(created);
         object[QLatin1String("size")] = "0x" + QString::number(size, 16);
         object[QLatin1String("type")] = type;
         mArray.append(object);
     }
 
+    QJsonArray array() const { return mArray; }
+
+private:
     const QString mPrefix;
     const QJsonObject mBlank{{"filename", {}}, {"moddate", {}}, {"modtime", {}}, {"size", {}}, {"type", {}}};
     QJsonArray mArray;
@@ -938,9 +945,9 @@ private:
 QJsonArray jsonOfStorage(eStorageType storage, const Passes &passes)
 {
     JsonList list(storage);
-    forEachFolder(storage, passes, DIRECTORY_FILTER_DCIM, [&list](const QDir &folder) {
-        for (const TimedFile &file : filesByTime(folder, Need::Facts))
-            list.append(file);
+    forEachFolder(storage, passes, DIRECTORY_FILTER_DCIM, [&list](const Files &files) {
+        for (const FileFacts &file : files)
+            list.append(file.path, file.size, wallClock(file.created), typeOfFile(file.path));
     });
     return findLocation(storage) ? list.array() : QJsonArray();
 }
@@ -952,8 +959,10 @@ QJsonArray VornFileHandler::getJsonFileList(eStorageType storage, QList<QFileInf
     if (!findLocation(storage))
         return {};
     JsonList list(storage);
-    for (const QFileInfo &file : files)
-        list.append(file);
+    for (const QFileInfo &file : files) {
+        const QFileInfo source = withUsablePath(file);
+        list.append(absolutePath(file), source.size(), wallClock(createdTime(source)), typeOf(file));
+    }
     return list.array();
 }
 
@@ -986,10 +995,10 @@ QJsonArray VornFileHandler::getJSONDirectoryContents(eStorageType storage, QStri
 
 namespace {
 
-/// Whether the pipes of a process can be opened. QProcess warns on standard error where it cannot.
+/// Returns whether the pipes of a process can be opened. If not, QProcess prints a warning.
 bool canOpenPipes()
 {
-    constexpr size_t NEEDED = 4; // input, output, errors, and one that tells that the program has begun
+    constexpr size_t NEEDED = 4; // input, output, errors, and one that reports that the program has started
     std::array<std::array<int, 2>, NEEDED> pipes;
     size_t opened = 0;
     while (opened < NEEDED && ::pipe2(pipes[opened].data(), O_CLOEXEC) == 0)
@@ -1001,23 +1010,26 @@ bool canOpenPipes()
     return opened == NEEDED;
 }
 
-/// Objects whose process was not made, see keepSpare().
-struct Spares {
+using Process = std::unique_ptr<QProcess>;
+
+/// Objects that must not be destroyed.
+struct KeptProcesses {
     QMutex mutex;
-    std::vector<std::unique_ptr<QProcess>> processes;
+    std::vector<Process> spare; // without a process, see keepSpare()
+    std::vector<Process> stuck; // with a process that cannot be killed, see isKilled()
 };
 
-Spares &spares()
+KeptProcesses &kept()
 {
-    static auto *const kept = new Spares; // never destroyed, because it destroys no process
-    return *kept;
+    static auto *const processes = new KeptProcesses; // never destroyed, and so neither are the objects in it
+    return *processes;
 }
 
-/// Qt 5.15 overlooks that clone() failed. It would wait for whatever descriptor it took for the process's,
-/// close that, and kill process -1, which is every process there is. Waiting and destroying are out of the
-/// question for such an object. Its pipes are at their ends, for nobody writes; it closes them and waits for
-/// the next start, which sets anew all that it took wrongly.
-void keepSpare(std::unique_ptr<QProcess> process)
+/// Qt 5.15 does not notice that clone() failed: it would wait for a descriptor that it never received, close
+/// it, and kill process -1, which means every process. Such an object must be neither waited for nor
+/// destroyed. Its pipes have no writer: reading them to their end closes them, and the next start of the
+/// object overwrites the rest of its state.
+void keepSpare(Process process)
 {
     constexpr int MILLISECONDS = 100; // for children of other threads, which hold the pipes until their exec
     process->waitForStarted(MILLISECONDS);
@@ -1029,29 +1041,29 @@ void keepSpare(std::unique_ptr<QProcess> process)
         using QProcess::setProcessState;
     };
     (process.get()->*&Access::setProcessState)(QProcess::NotRunning);
-    const QMutexLocker lock(&spares().mutex);
-    spares().processes.push_back(std::move(process));
+    const QMutexLocker lock(&kept().mutex);
+    kept().spare.push_back(std::move(process));
 }
 
-std::unique_ptr<QProcess> newProcess()
+Process newProcess()
 {
-    const QMutexLocker lock(&spares().mutex);
-    if (spares().processes.empty()) {
+    const QMutexLocker lock(&kept().mutex);
+    if (kept().spare.empty()) {
         auto process = std::make_unique<QProcess>();
-        process->moveToThread(nullptr); // its events are awaited here, never by the host's event loop
+        process->moveToThread(nullptr); // its events are handled here, never by the event loop of the host
         return process;
     }
-    std::unique_ptr<QProcess> spare = std::move(spares().processes.back());
-    spares().processes.pop_back();
+    Process spare = std::move(kept().spare.back());
+    kept().spare.pop_back();
     return spare;
 }
 
-/// Starts @p program with its standard input open. None if no process could be made.
-std::unique_ptr<QProcess> startProcess(const QString &program, const QStringList &arguments)
+/// Starts @p program with its standard input open. Returns null if no process could be created.
+Process startProcess(const QString &program, const QStringList &arguments)
 {
     if (program.isEmpty() || !canOpenPipes())
         return nullptr;
-    auto process = newProcess();
+    Process process = newProcess();
     process->start(program, arguments, QIODevice::ReadWrite);
     if (process->processId() >= 0)
         return process;
@@ -1059,56 +1071,40 @@ std::unique_ptr<QProcess> startProcess(const QString &program, const QStringList
     return nullptr;
 }
 
-/// Starts a command line: its first word is the program. An unclosed quote reaches to the end of the line.
-std::unique_ptr<QProcess> startLine(const QString &line)
+/// Starts a command line, whose first word is the program. An unclosed quote extends to the end of the line.
+Process startLine(const QString &line)
 {
     QStringList words = QProcess::splitCommand(line);
     const QString program = words.isEmpty() ? QString() : words.takeFirst();
     return startProcess(program, words);
 }
 
-/// All that @p process printed on @p channel, up to the first zero byte.
+/// Everything that @p process wrote to @p channel, up to the first zero byte.
 QString readText(QProcess &process, QProcess::ProcessChannel channel)
 {
     process.setReadChannel(channel);
     return QString::fromUtf8(process.readAll().constData());
 }
 
-} // namespace
-
-qint8 VornFileHandler::execCmdLine(QString command, QStringList arguments, QString &stdOut, QString &stdErr,
-                                   int timeout)
+/// Kills a running process, as the destructor would, but without its warning. Returns false if the process is
+/// still there after the time that the destructor waits: it is blocked in the kernel, for instance by a file
+/// system that does not respond.
+bool isKilled(QProcess &process)
 {
-    stdOut.clear();
-    stdErr.clear();
-    const auto process = arguments.isEmpty() ? startLine(command) : startProcess(command, arguments);
-    if (!process)
-        return 0;
-    process->waitForFinished(timeout);
-    stdOut = readText(*process, QProcess::StandardOutput);
-    stdErr = readText(*process, QProcess::StandardError);
-    const bool running = process->state() != QProcess::NotRunning;
-    // A program that was not found has 255 in QProcess, from the child that failed to become it.
-    const bool ended = !running && process->error() != QProcess::FailedToStart;
-    process->terminate();
-    if (running) { // the destructor would kill it just so, but say so on standard error
-        process->kill();
-        process->waitForFinished(-1);
-    }
-    return ended ? static_cast<qint8>(process->exitCode()) : qint8(0);
+    constexpr int MILLISECONDS = 30000;
+    process.kill();
+    return process.waitForFinished(MILLISECONDS);
 }
 
-namespace {
-
-/// Runs a command line in a shell. The double quote is not closed: the splitting of the line ends it.
+/// Runs a command line in a shell. The double quote is left open; splitting the line closes it.
 bool runShell(const QString &line, QString &output)
 {
     QString errors;
     return VornFileHandler::execCmdLine("sh -c \"" + line, QStringList(), output, errors, -1) == 0;
 }
 
-/// Runs "df" on the storage's mount path and gives the wanted column as awk prints it, its header included;
-/// an empty text where that fails.
+/// Runs df on the mount path of @p type and returns the requested column as awk prints it, including its
+/// header; an empty string on failure.
 QString dfColumn(eStorageType type, const QString &column)
 {
     if (!VornFileHandler::isMounted(type))
@@ -1118,7 +1114,7 @@ QString dfColumn(eStorageType type, const QString &column)
     return runShell("df " + path + " | awk '{ print $" + column + " }'", output) ? output : QString();
 }
 
-/// Bytes in @p blocks, a number of 1024-byte blocks; 0 for anything else, and beyond 32 bits.
+/// Converts @p blocks, a number of 1024-byte blocks, to bytes; 0 if it is not a number or exceeds 32 bits.
 qint64 blocksToBytes(QString blocks)
 {
     return qint64(blocks.remove('\n').toInt()) * 1024;
@@ -1126,12 +1122,37 @@ qint64 blocksToBytes(QString blocks)
 
 } // namespace
 
+qint8 VornFileHandler::execCmdLine(QString command, QStringList arguments, QString &stdOut, QString &stdErr,
+                                   int timeout)
+{
+    stdOut.clear();
+    stdErr.clear();
+    Process process = arguments.isEmpty() ? startLine(command) : startProcess(command, arguments);
+    if (!process)
+        return 0;
+    process->waitForFinished(timeout);
+    stdOut = readText(*process, QProcess::StandardOutput);
+    stdErr = readText(*process, QProcess::StandardError);
+    process->terminate();
+    if (process->state() == QProcess::NotRunning) {
+        // For a program that was not found, QProcess reports 255, from the child whose exec failed.
+        const bool isStarted = process->error() != QProcess::FailedToStart;
+        return isStarted ? static_cast<qint8>(process->exitCode()) : qint8(0);
+    }
+    if (!isKilled(*process)) {
+        const QMutexLocker lock(&kept().mutex);
+        kept().stuck.push_back(std::move(process));
+    }
+    return 0;
+}
+
 bool VornFileHandler::isMounted(eStorageType type)
 {
     const QString name = typeToMmcBlk(type);
     QString output;
     const bool found = runShell("cat /proc/partitions | grep " + name, output);
-    // Every text contains an empty name, but a storage without one is not there, whatever grep makes of it.
+    // Every string contains the empty string, but a storage without a block name is never present, whatever
+    // grep returns.
     return found && !name.isEmpty() && output.contains(name);
 }
 
@@ -1152,8 +1173,8 @@ int VornFileHandler::getRemainingPercent(eStorageType type)
     const auto free = static_cast<float>(getRemainingBytes(type));
     const auto size = static_cast<float>(getStorageSize(type));
     const float percent = std::round(free / size * 100.0F);
-    // 0 / 0 is no number, and what df makes up may lie anywhere.
-    return free <= size && std::abs(percent) < 2147483648.0F ? static_cast<int>(percent) : 0;
+    const bool isInt = percent >= -2147483648.0F && percent < 2147483648.0F; // 0 / 0 is NaN
+    return free <= size && isInt ? static_cast<int>(percent) : 0;
 }
 
 qint64 VornFileHandler::getUsedBytes(eStorageType type)
@@ -1169,8 +1190,8 @@ qint64 VornFileHandler::getUsedBytes(eStorageType type)
 
 namespace {
 
-/// The path of @p name in @p folder, with a counter if that is taken. The last counter is handed out even
-/// when it is taken as well.
+/// The path of @p name in @p folder, with a counter added if the name is taken. The last counter is used even
+/// if that name is taken too.
 QString freePath(const QString &folder, const QString &name)
 {
     constexpr int LAST_COUNTER = 999;
@@ -1222,6 +1243,13 @@ constexpr int VIDEO = 0x20;
 constexpr int AUDIO = 0x40;
 constexpr int FOLDER = 0x80;
 
+/// The files directly in @p folder, unsorted: no total depends on the order, and sorting by time is the most
+/// expensive part of a listing.
+QFileInfoList filesOf(const QFileInfo &folder)
+{
+    return VornFileHandler::getDirectoryContents(absolutePath(folder), QStringList(), QDir::Unsorted);
+}
+
 } // namespace
 
 void VornFileHandler::getMetadata(QFileInfo file, Metadata &metadata)
@@ -1243,7 +1271,7 @@ Metadata::Metadata(const Metadata &other)
 
 Metadata &Metadata::operator=(const Metadata &other)
 {
-    // The counts belong to the folder that a record was filled from, and stay with it.
+    // The counts describe the folder that a record was filled from; they are not copied.
     mType = other.mType;
     mFileName = other.mFileName;
     mSize = other.mSize;
@@ -1334,17 +1362,6 @@ void Metadata::setResolution(QFileInfo &file)
     }
 }
 
-namespace {
-
-/// The files directly in @p folder. In no order: none of the sums over them depends on one, and the order
-/// by time is what a listing costs most for.
-QFileInfoList filesOf(const QFileInfo &folder)
-{
-    return VornFileHandler::getDirectoryContents(absolutePath(folder), QStringList(), QDir::Unsorted);
-}
-
-} // namespace
-
 void Metadata::setDirectoryContent(QFileInfo &folder)
 {
     if (getMediaCategory() != FOLDER)
@@ -1386,7 +1403,7 @@ int Metadata::setComment(QFileInfo file, QString comment)
     }
     image->readMetadata();
     Exiv2::ExifData exif = image->exifData();
-    // Exiv2 encodes the text itself, by the character set named in front of it.
+    // Exiv2 converts the text itself, as the prefix requests.
     exif["Exif.Photo.UserComment"] = "charset=\"Unicode\" " + comment.toStdString();
     image->setExifData(exif);
     image->writeMetadata();

@@ -16,38 +16,37 @@
 
 #define VORN_FILE_HANDLER_EXPORT Q_DECL_EXPORT
 
-/// The enumerations and constants of the storage layout.
+/// Enumerations and constants of the storage layout.
 namespace VORN_FILE_HANDLER {
 
-/// The storages of the device. Any other value is an unsupported storage: an operation works on /tmp then,
-/// unless its comment says otherwise.
+/// The camera's storage devices. Any other value is an unsupported storage, for which operations use /tmp
+/// unless documented otherwise.
 enum eStorageType : int {
     STORAGE_MMC = 0, ///< internal eMMC
     STORAGE_SD = 1,  ///< SD card
     STORAGE_USB = 2, ///< USB mass storage
 };
 
-/// Kinds of files. A value's media category is the value AND 0xF0: 16 image, 32 video, 64 audio,
-/// 128 folder.
+/// File types. A value's media category is the value AND 0xF0: 16 image, 32 video, 64 audio, 128 folder.
 enum eFileTypes : int {
-    FILE_TYPE_IMAGE = 16,      ///< an image of any format
+    FILE_TYPE_IMAGE = 16,      ///< an image in any format
     FILE_TYPE_IMAGE_JPEG = 17, ///< a JPEG image
     FILE_TYPE_IMAGE_PNG = 18,  ///< a PNG image
-    FILE_TYPE_THUMB = 20,      ///< a thumbnail, an image too
-    FILE_TYPE_VIDEO = 32,      ///< a video of any format
+    FILE_TYPE_THUMB = 20,      ///< a thumbnail, which is also an image
+    FILE_TYPE_VIDEO = 32,      ///< a video in any format
     FILE_TYPE_VIDEO_AVI = 33,  ///< an AVI video
     FILE_TYPE_VIDEO_MKV = 34,  ///< a Matroska video
-    FILE_TYPE_AUDIO = 64,      ///< a sound of any format
-    FILE_TYPE_AUDIO_WAV = 65,  ///< a WAV sound
+    FILE_TYPE_AUDIO = 64,      ///< an audio file in any format
+    FILE_TYPE_AUDIO_WAV = 65,  ///< a WAV file
     FILE_TYPE_DIRECTORY = 128, ///< a folder
     FILE_TYPE_UNKNOWN = -1,    ///< anything else
 };
 
-/// Which folders of a storage a listing covers. The two values are not complementary: with the suffix ABC, a
-/// folder 1000ABC is covered by both. Any other value covers every folder.
+/// Selects the folders of a listing. The two values are not complementary: with the suffix ABC, both select
+/// folder 1000ABC. Any other value selects every folder.
 enum eDIRECTORY_FILTER : int {
-    DIRECTORY_FILTER_DCIM = 1,      ///< the folders of VornFileHandler::getDCIMFolders
-    DIRECTORY_FILTER_NON_DCIM = 16, ///< all but those named with three digits and the suffix
+    DIRECTORY_FILTER_DCIM = 1,      ///< the folders that VornFileHandler::getDCIMFolders() returns
+    DIRECTORY_FILTER_NON_DCIM = 16, ///< all folders except those named three digits plus the suffix
 };
 
 VORN_FILE_HANDLER_EXPORT extern const QString JPEG_FILE_EXT;  ///< "jpg"
@@ -61,238 +60,244 @@ VORN_FILE_HANDLER_EXPORT extern const QString WAV_FILE_EXT;   ///< "wav"
 
 class Metadata;
 
-/// The media storages of a camera: numbered folders with numbered files on up to three storages. This class
-/// and Metadata are in the global namespace, their enumerations in VORN_FILE_HANDLER.
+/// Manages the media of a camera: numbered files in numbered folders on up to three storage devices. This
+/// class and Metadata are in the global namespace, their enumerations in VORN_FILE_HANDLER.
 ///
-/// In these comments a location is a storage's DCIM directory (/mnt/sd/DCIM), a folder is a directory in a
-/// location, and a directory is any directory.
+/// In these comments the host is the application that uses this library, a location is the DCIM directory of
+/// a storage device (/mnt/sd/DCIM), a folder is a directory in a location, and a directory is any directory.
 ///
-/// The host calls init() once; every other operation then works with the configuration given to it. All
-/// operations are synchronous. None throws, except Metadata::setComment(). A failure gives an empty value,
-/// false, or 0. Diagnostic lines go to standard error, only where a comment says so, in cyan:
-/// "\e[36m <text> \e[0m" and a line feed. A directory that exists but cannot be read lists as an empty one,
-/// without a line.
+/// The host calls init() once; all other operations use the configuration passed to it. All operations are
+/// synchronous. None throws except Metadata::setComment(). On failure, operations return an empty value,
+/// false or 0. They print to standard error only what their comments say: diagnostic lines, in cyan, as
+/// "\e[36m <text> \e[0m" and a line feed. A directory that exists but cannot be read is treated as empty, and
+/// nothing is printed.
 ///
-/// The numbering lives in the names on the storage alone. Nothing is cached and nothing is locked: init()
-/// must not run concurrently with any other operation, and the host must serialise recordings on a storage,
-/// because two callers that ask for a name before either has created its file get the same one.
+/// The numbering is held only in the names on the storage device. Nothing is cached and nothing is locked.
+/// init() must not run concurrently with any other operation. The host must serialise the recordings on a
+/// storage device, because two callers that ask for a name before either has created its file receive the
+/// same name.
 class VORN_FILE_HANDLER_EXPORT VornFileHandler
 {
 public:
     // Configuration
 
-    /// Text after the number in the name of every numbered folder; empty before init().
+    /// String after the number in the name of every numbered folder; empty before init().
     static QString mFolderSuffix;
     static QDir mMMCLocation; ///< location of the eMMC; "/tmp" before init()
     static QDir mSDLocation;  ///< location of the SD card; "/tmp" before init()
-    static QDir mUSBLocation; ///< location of the USB storage; "/tmp" before init()
-    static QString mMmcBlk;   ///< block device of the eMMC, as /proc/partitions names it; empty before init()
-    static QString mSdBlk;    ///< block device of the SD card; empty before init()
-    static QString mUsbBlk;   ///< block device of the USB storage; empty before init()
-    /// Whether init() has run. For the host's use: no operation looks at it.
+    static QDir mUSBLocation; ///< location of the USB device; "/tmp" before init()
+    static QString mMmcBlk;   ///< block name of the eMMC, as in /proc/partitions; empty before init()
+    static QString mSdBlk;    ///< block name of the SD card; empty before init()
+    static QString mUsbBlk;   ///< block name of the USB device; empty before init()
+    /// True after init(). For the host's use; the library never reads it.
     static bool mbIsLibInitialized;
 
     /// Replaces the whole configuration.
     ///
-    /// A relative location is resolved against the current directory whenever a path is built. A block name
-    /// is the device's name in /proc/partitions, for example "mmcblk1p1"; it may be empty, and isMounted() is
-    /// then false. Nothing is checked and nothing is created. Prints the start banner, three lines in red, at
-    /// every call.
+    /// A relative location is resolved against the current directory each time a path is built. A block name
+    /// is the name of the block device in /proc/partitions, for example "mmcblk1p1"; it may be empty, in
+    /// which case isMounted() returns false. Nothing is checked and nothing is created. Each call prints the
+    /// start banner, three lines in red.
     ///
-    /// Locations and block names reach a shell unquoted (see isMounted() and the capacity queries): they must
-    /// come from a source that the host trusts.
+    /// Locations and block names are passed to a shell unquoted (see isMounted() and the capacity queries),
+    /// so they must come from a source that the host trusts.
     static void init(QString folderSuffix, QString mmcLocation, QString mmcBlk, QString sdLocation,
                      QString sdBlk, QString usbLocation, QString usbBlk);
 
-    /// Block name of @p type: any of the three storages, despite the name. For an unsupported storage prints
-    /// the line "Unsupported storage type" and gives an empty text.
+    /// Block name of @p type: any of the three storage devices, despite the function's name. For an
+    /// unsupported storage, prints the line "Unsupported storage type" and returns an empty string.
     static QString typeToMmcBlk(VORN_FILE_HANDLER::eStorageType type);
 
-    /// Mount path of @p type: the absolute path of its location with every "DCIM" removed, so that
-    /// /mnt/sd/DCIM gives "/mnt/sd/". Occurrences inside other names go too; lower case stays. For an
-    /// unsupported storage prints the line "Unsupported storage type" and gives an empty text.
+    /// Mount path of @p type: the absolute path of its location with every "DCIM" removed, so /mnt/sd/DCIM
+    /// becomes "/mnt/sd/". Occurrences within other names are removed too; "dcim" is not. For an unsupported
+    /// storage, prints the line "Unsupported storage type" and returns an empty string.
     static QString typeToMountPath(VORN_FILE_HANDLER::eStorageType type);
 
-    /// Location of @p type, which may not exist; "/tmp" for an unsupported storage.
+    /// Location of @p type, which need not exist; "/tmp" for an unsupported storage.
     static QDir getStorageDir(VORN_FILE_HANDLER::eStorageType type);
 
     // Paths and names
     //
-    // Paths are filled in with QString::arg, one value after the other, so a "%1" inside a location or a
-    // suffix is taken for a marker and filled by a later value. No path built here is tested for existence.
+    // Paths are built with chained calls of QString::arg(), so a "%1" in a location or suffix is treated as a
+    // place marker and replaced by a later value. No path is tested for existence.
 
     /// Path of the numbered folder @p folderNumber: location, "/", the number without padding, suffix.
     static QString getDirPath(VORN_FILE_HANDLER::eStorageType storage, int folderNumber);
 
-    /// Path of a media file: numbered folder, "/DCF_", the number with at least four digits, ".",
-    /// @p extension. With THUMB_FILE_EXT it is the path of the file's thumbnail.
+    /// Path of a media file: numbered folder, "/DCF_", the number with at least four digits, ".", @p
+    /// extension. With THUMB_FILE_EXT it is the path of the file's thumbnail.
     static QString getFilePath(VORN_FILE_HANDLER::eStorageType storage, int folderNumber, int fileNumber,
                                QString extension);
 
-    /// Path of the folder @p folderName in the location. The name is not checked: it may be empty, hold
+    /// Path of the folder @p folderName in the location. The name is not checked: it may be empty, contain
     /// "/" or be "..".
     static QString getDirPath(VORN_FILE_HANDLER::eStorageType storage, QString folderName);
 
-    /// Extension of a file type, without a dot; empty for FILE_TYPE_DIRECTORY, FILE_TYPE_UNKNOWN and any
-    /// value outside the enumeration. FILE_TYPE_AUDIO gives "avi"; for "wav" ask with FILE_TYPE_AUDIO_WAV.
+    /// Extension for a file type, without a dot; empty for FILE_TYPE_DIRECTORY, FILE_TYPE_UNKNOWN and any
+    /// value outside the enumeration. FILE_TYPE_AUDIO returns "avi"; use FILE_TYPE_AUDIO_WAV for "wav".
     static QString getFileExtension(VORN_FILE_HANDLER::eFileTypes fileType);
 
-    /// Creates the directory @p path with all missing parents. A failure is not reported.
+    /// Creates the directory @p path and any missing parents. A failure is not reported.
     static void createFolder(QString path);
-    /// The same as createFolder().
+    /// Same as createFolder().
     static void createDCIMFolder(QString path);
-    /// Deletes the directory @p path with everything in it; an empty path is the current directory. Blocks
-    /// until all is gone. A failure is not reported; what could not be deleted stays.
+    /// Deletes the directory @p path and everything in it; an empty path means the current directory. If the
+    /// path is a symbolic link, its target is emptied, and link and target remain. Blocks until the deletion
+    /// is complete. A failure is not reported; anything that cannot be deleted remains.
     static void deleteFolder(QString path);
-    /// The same as deleteFolder().
+    /// Same as deleteFolder().
     static void deleteDCIMFolder(QString path);
     /// Creates a numbered folder, and the location if it is missing. A failure is not reported.
     static void createDCIMFolder(VORN_FILE_HANDLER::eStorageType storage, int folderNumber);
-    /// Deletes a numbered folder with everything in it. A failure is not reported.
+    /// Deletes a numbered folder as deleteFolder() does.
     static void deleteDCIMFolder(VORN_FILE_HANDLER::eStorageType storage, int folderNumber);
     /// Creates a folder in the location; "a/b" creates both levels. A failure is not reported.
     static void createFolder(VORN_FILE_HANDLER::eStorageType storage, QString folderName);
-    /// Deletes a folder of the location with everything in it. The name is not checked: an empty one deletes
-    /// the whole location, ".." the directory above it. A failure is not reported.
+    /// Deletes a folder in the location as deleteFolder() does. The name is not checked: an empty name
+    /// deletes the whole location, ".." the directory above it.
     static void deleteFolder(VORN_FILE_HANDLER::eStorageType storage, QString folderName);
 
-    /// The first eight characters starting at the last "/" of @p path, which is included: "/DCF_000" for
+    /// Up to eight characters of @p path from its last "/" on, which is included: "/DCF_000" for
     /// /media/sd/DCIM/100ABC/DCF_0007.jpg, but "DCF_0007" for the bare name.
     static QString getDosBaseName(QString path);
 
     // Folder numbering
 
-    /// The folders of the location whose names end in the suffix, case ignored, in the order of QDir::Name.
-    /// The rest of the name may be anything. Wildcard characters in the suffix are interpreted. With an empty
-    /// suffix, "." and ".." are in the list. Hidden folders and symbolic links are not.
+    /// The folders in the location whose names end in the suffix, ignoring case, in the order QDir::Name. The
+    /// rest of the name may be anything. Wildcard characters in the suffix act as wildcards. With an empty
+    /// suffix the list contains "." and "..". Hidden folders and symbolic links are not listed.
     ///
-    /// A missing location is created, with the line "root dir <location> doesn't exist. Create it". If no
-    /// folder matches or the location cannot be read, folder 100 is created and the location read again; the
-    /// list is empty if that fails, or if wildcards in the suffix keep folder 100 from matching.
+    /// If the location is missing, it is created, and the line "root dir <location> doesn't exist. Create it"
+    /// is printed. If no folder matches or the location cannot be read, folder 100 is created and the
+    /// location is read again; the list is empty if that fails, or if wildcards in the suffix prevent folder
+    /// 100 from matching.
     static QList<QFileInfo> getDCIMFolders(VORN_FILE_HANDLER::eStorageType storage);
 
-    /// Number of the current folder: the last of getDCIMFolders() whose name, with every occurrence of the
-    /// suffix removed (case-sensitively), is a decimal number. Last means last in name order: 1000 sorts
-    /// before 101. 100 when there is none, whether or not folder 100 exists.
+    /// Number of the current folder: the last folder of getDCIMFolders() whose name, with every occurrence of
+    /// the suffix removed (case-sensitively), is a decimal number. Last means last in name order, in which
+    /// 1000 comes before 101. Returns 100 if there is no such folder, whether or not folder 100 exists.
     ///
-    /// Creates and prints what getDCIMFolders() does; for each folder skipped prints the line
+    /// Has the side effects and output of getDCIMFolders(). For each folder skipped, prints the line
     /// "directory is not a number, continue to check remaining directories".
     static int getLastDirectoryNum(VORN_FILE_HANDLER::eStorageType storage);
 
     // File numbering
 
-    /// The number in the last media file, in name order, of a numbered folder; 0 when there is none, or when
-    /// the folder cannot be read. Media files are DCF_*.jpg, .png, .avi, .mkv and .wav, case ignored;
-    /// thumbnails do not count. The number is the first eight characters with every "DCF_" (upper case only)
-    /// removed, read as a decimal number.
+    /// Number of the last media file, in name order, in a numbered folder; 0 if there is none or the folder
+    /// cannot be read. Media files are DCF_*.jpg, .png, .avi, .mkv and .wav, ignoring case; thumbnails are
+    /// not counted. The number is read from the first eight characters of the name, with every "DCF_" (upper
+    /// case only) removed.
     ///
-    /// For a missing folder prints the line "directory <folder> doesn't exist"; for each file skipped the
-    /// line "problem finding the file number in this filename, continue to the next file".
+    /// If the folder is missing, prints the line "directory <folder> doesn't exist". For each file skipped,
+    /// prints the line "problem finding the file number in this filename, continue to the next file".
     static int getLastFileNum(VORN_FILE_HANDLER::eStorageType storage, int folderNumber);
 
-    /// The number for the next file in the current folder: getLastFileNum() plus one; gaps are never filled.
-    /// After 9999 it creates the next folder and gives 1, whether or not that succeeded. Foreign names may
-    /// make it 0 or negative: "DCF_-005" gives -4.
-    /// Creates and prints what getLastDirectoryNum() and getLastFileNum() do.
+    /// Number for the next file in the current folder: getLastFileNum() plus one. Gaps are never filled.
+    /// After 9999 it creates the next folder and returns 1, whether or not the folder could be created. A
+    /// name that the library did not create may make the number 0 or negative: "DCF_-005" leads to -4. Has
+    /// the side effects and output of getLastDirectoryNum() and getLastFileNum().
     static int getNextFileNum(VORN_FILE_HANDLER::eStorageType storage);
 
-    /// Full path for the next recording of type @p fileType. The file is not created and the name not
-    /// reserved: until the host creates the file, every call gives the same path. Once a recording exists, a
-    /// call with FILE_TYPE_THUMB gives the next number, so the host builds the thumbnail's path from the
-    /// recording's. A type without an extension gives a path that ends in ".".
+    /// Full path for the next recording of type @p fileType. The file is not created and the name is not
+    /// reserved: until the host creates the file, every call returns the same path. Once a recording exists,
+    /// a call with FILE_TYPE_THUMB returns a path with the next number, so the host must derive the path of a
+    /// thumbnail from that of its recording. For a type without an extension the path ends in ".".
     ///
     /// After DCF_9999 in folder 999 the numbers are used up: folder 1000 is created but never becomes the
-    /// current one, and DCF_0001 in folder 999 is named again and again. A host must therefore open the file
-    /// exclusively (O_EXCL, QIODevice::NewOnly). Creates and prints what getNextFileNum() and then
-    /// getLastDirectoryNum() do. Reads the location twice and the current folder once.
+    /// current folder, and every later call returns DCF_0001 in folder 999. A host must therefore open the
+    /// file exclusively (O_EXCL, QIODevice::NewOnly). Has the side effects and output of getNextFileNum()
+    /// followed by getLastDirectoryNum(). Reads the location twice and the current folder once; each of these
+    /// reads is repeated if a name in the directory is not ASCII.
     static QString getNextFileName(VORN_FILE_HANDLER::eStorageType storage,
                                    VORN_FILE_HANDLER::eFileTypes fileType);
 
     // Listings
     //
-    // A file listing holds regular files only: no directories, no symbolic links, no hidden files. Name
-    // filters are QDir wildcards, case ignored; an empty list of filters takes every file. Names that are not
-    // valid UTF-8 are never listed. Size and times of an entry are those at the moment of the listing if it
-    // was ordered by time or size; otherwise they are read when first asked for.
+    // A file listing contains only regular files: no directories, no symbolic links, no hidden files. Name
+    // filters are QDir wildcards and ignore case; an empty list of filters matches every file. Names that are
+    // not valid UTF-8 are never listed. If a listing is sorted by time or size, its entries keep the size and
+    // times that the files had when they were listed; otherwise these are read when first asked for. A
+    // directory is read once, or twice if a name in it is not ASCII.
 
-    /// The files of one directory in the order @p sort. A QDir with name filters of its own keeps them when
-    /// @p nameFilters is empty. For a missing directory prints the line "directory <path> doesn't exist" and
-    /// gives an empty list; an unreadable one gives an empty list without a line.
+    /// The files in one directory in the order @p sort. If @p nameFilters is empty, the name filters already
+    /// set in @p directory apply. If the directory is missing, prints the line "directory <path> doesn't
+    /// exist" and returns an empty list; if it cannot be read, returns an empty list and prints nothing.
     static QList<QFileInfo> getDirectoryContents(QDir directory, QStringList nameFilters,
                                                  QFlags<QDir::SortFlag> sort);
 
-    /// The same for the directory @p path; an empty path is the current directory.
+    /// Same as above for the directory @p path; an empty path means the current directory.
     static QList<QFileInfo> getDirectoryContents(QString path, QStringList nameFilters,
                                                  QFlags<QDir::SortFlag> sort);
 
-    /// The folders of a storage that @p filter covers, in the order of QDir::Name. For DIRECTORY_FILTER_DCIM
-    /// the same as getDCIMFolders(), including what it creates. Otherwise a missing location is created, with
-    /// the line "root dir <location> doesn't exist. Create it"; hidden folders, symbolic links, "." and ".."
-    /// are left out. For DIRECTORY_FILTER_NON_DCIM the suffix is part of a regular expression; if that is
-    /// not valid, no folder is left out.
+    /// The folders of a storage device that @p filter selects, in the order QDir::Name. DIRECTORY_FILTER_DCIM
+    /// is the same as getDCIMFolders(), including its side effects and output. Otherwise a missing location
+    /// is created, the line "root dir <location> doesn't exist. Create it" is printed, and hidden folders,
+    /// symbolic links, "." and ".." are left out. With DIRECTORY_FILTER_NON_DCIM the suffix becomes part of a
+    /// regular expression; if that is not valid, no folder is left out.
     static QList<QFileInfo> getFolders(VORN_FILE_HANDLER::eStorageType storage,
                                        VORN_FILE_HANDLER::eDIRECTORY_FILTER filter);
 
-    /// The files of all folders that @p filter covers: folder by folder in the order of getFolders(), in each
-    /// the oldest modification first (QDir::Time | QDir::Reversed; equal times in descending name order).
-    /// Files in the location itself and in subdirectories of the folders are not listed. Creates and prints
-    /// what getFolders() does; for a folder that has meanwhile gone prints the line
-    /// "directory <folder> doesn't exist".
+    /// The files in all folders that @p filter selects: folder by folder in the order of getFolders(), and in
+    /// each folder the oldest modification first (QDir::Time | QDir::Reversed; files with equal times in
+    /// descending name order). Files in the location itself and in subdirectories of the folders are not
+    /// listed. Has the side effects and output of getFolders(). For a folder that has disappeared in the
+    /// meantime, prints the line "directory <folder> doesn't exist".
     static QList<QFileInfo> getDirectoryContents(VORN_FILE_HANDLER::eStorageType storage,
                                                  QStringList nameFilters,
                                                  VORN_FILE_HANDLER::eDIRECTORY_FILTER filter);
 
-    /// The same without name filters.
+    /// Same as above without name filters.
     static QList<QFileInfo> getDirectoryContents(VORN_FILE_HANDLER::eStorageType storage,
                                                  VORN_FILE_HANDLER::eDIRECTORY_FILTER filter);
 
     // Media lists
     //
-    // Extensions are matched without regard to case. Each list is one storage listing (images: two) and
-    // creates and prints what that does.
+    // Extensions are matched ignoring case. Each list is made from one storage listing (images: two), with
+    // the side effects and output of that listing.
 
-    /// The images of a storage: first the JPEG files of all folders, with the thumbnails among them if
-    /// @p thumbnails is set, then the PNG files of all folders. Location and folders are read twice.
+    /// The images on a storage device: first the JPEG files of all folders, with the thumbnails among them if
+    /// @p thumbnails is set, then the PNG files of all folders. The location and the folders are read twice.
     static QList<QFileInfo> getImageList(VORN_FILE_HANDLER::eStorageType storage, bool thumbnails,
                                          VORN_FILE_HANDLER::eDIRECTORY_FILTER filter);
 
-    /// The videos of a storage, AVI and Matroska in one order.
+    /// The videos on a storage device, AVI and Matroska sorted together.
     static QList<QFileInfo> getVideoList(VORN_FILE_HANDLER::eStorageType storage,
                                          VORN_FILE_HANDLER::eDIRECTORY_FILTER filter);
 
-    /// The WAV sounds of a storage.
+    /// The WAV files on a storage device.
     static QList<QFileInfo> getAudioList(VORN_FILE_HANDLER::eStorageType storage,
                                          VORN_FILE_HANDLER::eDIRECTORY_FILTER filter);
 
-    /// Number of media files directly in @p directory: .jpg, .png, .avi, .mkv and .wav, not thumbnails.
-    /// For a missing directory prints the line "<path> doesn't exist" and gives 0; an unreadable one gives 0
-    /// without a line.
+    /// Number of media files directly in @p directory: .jpg, .png, .avi, .mkv and .wav, not thumbnails. If
+    /// the directory is missing, prints the line "<path> doesn't exist" and returns 0; if it cannot be read,
+    /// returns 0 and prints nothing.
     static int getMediaFileCount(QDir directory);
 
     /// Number of media files in the folders of getDCIMFolders(); with an empty suffix these include the
-    /// location itself and its parent directory. Creates and prints what getDCIMFolders() does.
+    /// location itself and its parent directory. Has the side effects and output of getDCIMFolders().
     static int getMediaFileCount(VORN_FILE_HANDLER::eStorageType storage);
 
-    /// Deletes the location of a storage with everything in it: numbered folders, other folders, loose files,
-    /// and the location itself, which the next listing or allocation creates again. Blocks until all is gone.
-    /// A failure is not reported; what could not be deleted stays.
+    /// Deletes the location of a storage device and everything in it: numbered folders, other folders, loose
+    /// files, and the location itself, which the next listing or allocation creates again. Blocks until the
+    /// deletion is complete. A failure is not reported; anything that cannot be deleted remains.
     ///
-    /// The location of an unsupported storage, and of every storage before init(), is /tmp: it is deleted.
-    /// Creates and prints what getDCIMFolders() does: a missing location is created and deleted again.
+    /// For an unsupported storage, and for every storage before init(), the location is /tmp, so /tmp is
+    /// deleted. Has the side effects and output of getDCIMFolders(): a missing location is created and then
+    /// deleted.
     static void deleteAllFiles(VORN_FILE_HANDLER::eStorageType storage);
 
     // JSON file list
 
     /// One object per file, in the order of @p files:
     ///   "filename"  the absolute path with every occurrence of "<location>/" removed: "100ABC/DCF_0001.jpg"
-    ///   "size"      bytes, as hexadecimal text: "0x1000"
+    ///   "size"      bytes, as a hexadecimal string: "0x1000"
     ///   "type"      eFileTypes as a number, by the extension, which must be in lower case: 16 .jpg and .png,
     ///               20 .thumb, 32 .avi, 34 .mkv, 64 .wav; 128 a directory, -1 anything else
-    ///   "moddate"   despite the key, local date of the file's creation: "2025-02-25"
-    ///   "modtime"   despite the key, local time of the file's creation: "14:03:59"
-    /// Where the file system keeps no creation time, date and time are those of the last status change; for a
-    /// missing file they are empty. For an unsupported storage the array is empty. The files need not be on
-    /// the storage. Prints nothing.
+    ///   "moddate"   despite the key, the local date of the file's creation: "2025-02-25"
+    ///   "modtime"   despite the key, the local time of the file's creation: "14:03:59"
+    /// If the file system keeps no creation time, both are those of the last status change; for a missing
+    /// file they are empty. For an unsupported storage the array is empty. The files need not be on the
+    /// storage device. Prints nothing.
     static QJsonArray getJsonFileList(VORN_FILE_HANDLER::eStorageType storage, QList<QFileInfo> files);
 
     /// getJsonFileList() of getImageList() with DIRECTORY_FILTER_DCIM.
@@ -309,72 +314,75 @@ public:
 
     // Devices and capacity
     //
-    // Each query starts processes, waits for them without a time limit, and remembers nothing. Block name and
-    // mount path reach the shell unquoted: whoever may choose them may run any command, and a mount path with
-    // a space in it is split, which gives 0 or the figures of another file system. An unsupported storage
-    // gives false or 0, with the line "Unsupported storage type" for each query of its block device.
+    // Each query starts processes, waits for them without a time limit, and remembers nothing. The block name
+    // and the mount path are passed to the shell unquoted: anyone who can choose them can run any command,
+    // and a mount path with a space in it is split, which yields 0 or the figures of another file system. For
+    // an unsupported storage the queries return false or 0 and print the line "Unsupported storage type" each
+    // time they look up its block name.
     //
-    // Before Linux 5.4, Qt needs SIGCHLD to learn that a process has ended: there a host must not block it,
-    // nor replace its handler after the first process was started.
+    // On kernels before 5.4, Qt relies on SIGCHLD to learn that a process has ended. There the host must not
+    // block the signal, and must not replace its handler after the first process was started.
 
     /// Runs a program and waits until it ends.
     ///
-    /// @param command  the program, looked up on PATH; with empty @p arguments a whole command line, split at
-    ///                 white space: a double quote keeps what follows together up to the next one or to the
-    ///                 end of the line, three in a row are one literal quote, single quotes are ordinary
-    /// @param arguments  passed to the program as they are, without a shell in between
+    /// @param command  the program, looked up on PATH; if @p arguments is empty, a whole command line, split
+    ///                 at white space: double quotes group words, an unclosed one up to the end of the line,
+    ///                 three in a row stand for one literal quote, and single quotes have no special meaning
+    /// @param arguments  passed to the program unchanged, without a shell in between
     /// @param stdOut   replaced by the program's standard output, read as UTF-8 up to the first zero byte
     /// @param stdErr   likewise for its standard error
-    /// @param timeout  limit in milliseconds, -1 for none; a program still running then is killed
-    /// @return the exit code narrowed to eight bits (255 gives -1), or the signal number of a program that
+    /// @param timeout  limit in milliseconds, -1 for none; a program that is still running then is killed
+    /// @return the exit code narrowed to eight bits (255 becomes -1), or the signal number of a program that
     ///         crashed; 0 also for a program that could not be started or was killed at the limit
     ///
     /// Prints nothing. The program's standard input stays open and empty: a program that reads it waits
-    /// forever. May be called on several threads at once, with or without an application object.
+    /// forever. A program that cannot be killed, because the kernel blocks it, is given up 30 seconds after
+    /// the limit. May be called from several threads at once, with or without an application object.
     static qint8 execCmdLine(QString command, QStringList arguments, QString &stdOut, QString &stdErr,
                              int timeout = -1);
 
-    /// Whether /proc/partitions lists the storage's block device (also as part of another name: mmcblk1 is
-    /// found in mmcblk1p1); false for an empty name. It does not look at mounts: a card that is inserted but
-    /// not mounted gives true. Starts sh, cat and grep once.
+    /// Returns whether /proc/partitions lists the block name, also as part of another name: mmcblk1 is found
+    /// in mmcblk1p1. False for an empty name. Mounts are not checked: the result is true for a card that is
+    /// inserted but not mounted. Starts sh, cat and grep once.
     static bool isMounted(VORN_FILE_HANDLER::eStorageType type);
 
-    /// Bytes available to users on the file system that holds the storage's mount path, as df reports them.
-    /// For a card that is present but not mounted that is the file system of the mount point, usually the
-    /// root's. 0 when isMounted() is false, when the mount path does not exist or the answer is not one
-    /// number, and beyond 2 TiB. Starts isMounted()'s processes, then sh, df and awk.
+    /// Bytes available to users on the file system that holds the mount path, as df reports them. For a card
+    /// that is present but not mounted, that is the file system of the mount-point directory, usually the
+    /// root file system. 0 if isMounted() is false, if the mount path does not exist, if the output of df is
+    /// not one number, and above 2 TiB. Starts the processes of isMounted(), then sh, df and awk.
     static qint64 getRemainingBytes(VORN_FILE_HANDLER::eStorageType type);
 
-    /// Size in bytes of that file system; 0 as above. Starts isMounted()'s processes, then sh, df and awk.
+    /// Size of that file system in bytes; 0 as above. Starts the processes of isMounted(), then sh, df and
+    /// awk.
     static qint64 getStorageSize(VORN_FILE_HANDLER::eStorageType type);
 
-    /// getRemainingBytes() in percent of getStorageSize(), rounded; 0 as above, and when df reports more free
-    /// space than size. Starts five pipelines.
+    /// getRemainingBytes() as a percentage of getStorageSize(), rounded; 0 as above, and if df reports more
+    /// free space than size. Starts five pipelines.
     static int getRemainingPercent(VORN_FILE_HANDLER::eStorageType type);
 
-    /// getStorageSize() minus getRemainingBytes(), so including space reserved for root. Computed in single
-    /// precision: for tens of gigabytes the result is off by up to a few kilobytes. 0 as above. Starts five
-    /// pipelines.
+    /// getStorageSize() minus getRemainingBytes() in bytes, and therefore with the space reserved for root.
+    /// Computed in single precision: for tens of gigabytes the result is off by up to a few kilobytes. 0 as
+    /// above. Starts five pipelines.
     static qint64 getUsedBytes(VORN_FILE_HANDLER::eStorageType type);
 
     // Transfer
 
-    /// Copies @p files, one after the other, into the folder @p folder of the location of @p type. The folder
-    /// is created if missing, also for an empty list, and stays if nothing could be copied into it. Mode,
-    /// owner and times are kept.
+    /// Copies @p files, one after the other, into @p folder in the location of @p type. The folder is created
+    /// if missing, even for an empty list, and remains if nothing could be copied into it. Mode, owner and
+    /// times are kept.
     ///
-    /// A name that is taken gets a counter: DCF_0001_1.jpg to DCF_0001_999.jpg, made of the text before the
-    /// first dot and the text after the last (a.b.c gives a_1.c, README gives README_1.README). If all are
-    /// taken, the last one is overwritten. Starts one "cp -p" per file, without a shell, and waits for each
-    /// without a time limit. Failures are not reported (a full storage leaves a truncated copy), and the
-    /// copies are not flushed to the device. Directories are not copied; a symbolic link is copied as the
-    /// file it points to; a relative source that begins with "-" is an option to cp. @p folder is not
-    /// checked: "../x" leaves the location.
+    /// If a name is taken, a counter is added: DCF_0001_1.jpg to DCF_0001_999.jpg, built from the text before
+    /// the first dot and the text after the last (a.b.c becomes a_1.c, README becomes README_1.README). If
+    /// all are taken, the last one is overwritten. Starts one "cp -p" per file, without a shell, and waits
+    /// for each without a time limit. Failures are not reported (a full storage device leaves a truncated
+    /// copy), and the copies are not flushed to the device. Directories are not copied; a symbolic link is
+    /// copied as the file it points to; cp parses a relative source that begins with "-" as an option. @p
+    /// folder is not checked: "../x" is outside the location.
     static void copyToFolder(QStringList files, VORN_FILE_HANDLER::eStorageType type, QString folder);
 
     /// copyToFolder(), then deletes every source that is a file or a symbolic link, whether or not its copy
-    /// succeeded: a move whose copy failed loses the file. A host that cannot afford that must copy, compare
-    /// and delete by itself.
+    /// succeeded: a move whose copy failed loses the file. A host that cannot accept that must copy, compare
+    /// and delete the files itself.
     static void moveToFolder(QStringList files, VORN_FILE_HANDLER::eStorageType type, QString folder);
 
     /// Deletes one file. A failure is not reported.
@@ -382,89 +390,95 @@ public:
 
     // Metadata
 
-    /// Finds the type of @p file (as in getJsonFileList()) and fills @p metadata with Metadata::set().
-    /// Needs no init(). May run on several threads at once, each with a record of its own.
+    /// Determines the type of @p file (as in getJsonFileList()) and fills @p metadata with Metadata::set().
+    /// Does not require init(). May be called from several threads at once, each with its own record.
     static void getMetadata(QFileInfo file, Metadata &metadata);
 };
 
-/// What is known of one file or folder.
+/// Describes one file or folder.
 ///
-/// A copy takes only the fields from mType to mFramerate: the four counts of an assigned record stay as they
-/// were, those of a copy-constructed record are 0. Filling a record again does not clear it: fields that do
-/// not belong to the new type keep their values.
+/// Copying transfers only the fields from mType to mFramerate: an assignment leaves the four counts
+/// unchanged, and in a copy-constructed record they are 0. Filling a record again does not clear it: fields
+/// that do not belong to the new type keep their values.
 class VORN_FILE_HANDLER_EXPORT Metadata
 {
 public:
-    VORN_FILE_HANDLER::eFileTypes mType = VORN_FILE_HANDLER::FILE_TYPE_UNKNOWN; ///< type of the file
+    VORN_FILE_HANDLER::eFileTypes mType = VORN_FILE_HANDLER::FILE_TYPE_UNKNOWN; ///< type
     QString mFileName;                                                          ///< name without path
-    qint64 mSize = 0;        ///< bytes; of a folder, the sum of the files directly in it
-    QDateTime mCreated;      ///< creation, or last status change where none is kept; local time
+    qint64 mSize = 0;        ///< bytes; for a folder, the sum of the files directly in it
+    QDateTime mCreated;      ///< creation, or last status change if none is kept; local time
     QDateTime mLastModified; ///< last modification, local time
     int mWidth = 0;          ///< pixels; -1 for an image that cannot be read
     int mHeight = 0;         ///< pixels; -1 for an image that cannot be read
-    int mLength = 0;         ///< 60 for videos and sounds: a fixed figure, not measured
-    int mBitrate = 0;        ///< 6000 for videos and sounds: a fixed figure, not measured
-    int mFramerate = 0;      ///< 30 for videos: a fixed figure, not measured
-    int mImageCount = 0;     ///< of a folder: number of images
-    int mThumbCount = 0;     ///< of a folder: number of thumbnails
-    int mVideoCount = 0;     ///< of a folder: number of videos
-    int mAudioCount = 0;     ///< of a folder: number of sounds
+    int mLength = 0;         ///< 60 for video and audio: a fixed value, not measured
+    int mBitrate = 0;        ///< 6000 for video and audio: a fixed value, not measured
+    int mFramerate = 0;      ///< 30 for video: a fixed value, not measured
+    int mImageCount = 0;     ///< for a folder: number of images
+    int mThumbCount = 0;     ///< for a folder: number of thumbnails
+    int mVideoCount = 0;     ///< for a folder: number of videos
+    int mAudioCount = 0;     ///< for a folder: number of audio files
 
-    /// A record of an unknown file: type -1, all numbers 0, name and dates empty.
+    /// A record of unknown type: mType -1, all numbers 0, name and dates empty.
     Metadata();
-    /// A record filled by set(); what set() does not reach is 0.
+    /// A record filled with set(); the fields that set() does not fill are 0.
     Metadata(VORN_FILE_HANDLER::eFileTypes type, QFileInfo file);
-    Metadata(const Metadata &other);            ///< copies all but the counts, which are 0
-    Metadata &operator=(const Metadata &other); ///< copies all but the counts, which stay
+    Metadata(const Metadata &other);            ///< copies all fields but the counts, which are 0
+    Metadata &operator=(const Metadata &other); ///< copies all fields but the counts, which are unchanged
 
-    void setType(VORN_FILE_HANDLER::eFileTypes type); ///< stores mType and nothing else
+    void setType(VORN_FILE_HANDLER::eFileTypes type); ///< sets mType only
     int getMediaCategory(); ///< mType AND 0xF0: 16 image, 32 video, 64 audio, 128 folder, 240 unknown
 
     /// setType(), then setFile().
     void set(VORN_FILE_HANDLER::eFileTypes type, QFileInfo file);
 
     /// Fills the record from @p file according to mType: name and dates; for a folder setDirectorySize() and
-    /// setDirectoryContent(); for anything else size, resolution and the fixed figures. A missing file has
-    /// size 0 and no dates. Prints and starts what those operations do.
+    /// setDirectoryContent(); for anything else size, resolution and the fixed values. A missing file has
+    /// size 0 and no dates. Has the output and starts the processes of those operations.
     void setFile(QFileInfo file);
 
-    void setLength(QFileInfo &file);    ///< mLength = 60 for videos and sounds; the file is not read
-    void setBitrate(QFileInfo &file);   ///< mBitrate = 6000 for videos and sounds; the file is not read
-    void setFramerate(QFileInfo &file); ///< mFramerate = 30 for videos; the file is not read
+    void setLength(QFileInfo &file);    ///< mLength = 60 for video and audio; the file is not read
+    void setBitrate(QFileInfo &file);   ///< mBitrate = 6000 for video and audio; the file is not read
+    void setFramerate(QFileInfo &file); ///< mFramerate = 30 for video; the file is not read
 
-    /// Fills mWidth and mHeight. For an image or thumbnail they come from the header of the file (-1 and -1
-    /// if it cannot be read; what the image libraries print about damaged data is not suppressed). For a
-    /// video ffprobe is started through sh and waited for without a time limit; without an answer the fields
-    /// stay as they are. The path reaches the shell unquoted: a host must not pass a name with spaces or
-    /// shell characters. For other types the fields stay as they are.
+    /// Fills mWidth and mHeight. For an image or thumbnail they come from the header of the file; both are -1
+    /// if it cannot be read, and what the image libraries print about damaged data is not suppressed. For a
+    /// video, ffprobe is started through sh and waited for without a time limit; if it reports no size, the
+    /// fields are unchanged. The path is passed to the shell unquoted: a host must not pass a name with
+    /// spaces or shell characters. For other types the fields are unchanged.
     void setResolution(QFileInfo &file);
 
     /// Fills the four counts from the files directly in @p folder, by extensions in lower case. Does nothing
-    /// unless mType is a folder. For a missing folder the counts are 0 and the line
-    /// "directory <folder> doesn't exist" is printed; for an unreadable one they are 0 without a line.
+    /// unless mType is a folder. If the folder is missing, the counts are 0 and the line "directory <folder>
+    /// doesn't exist" is printed; if it cannot be read, they are 0 and nothing is printed.
     void setDirectoryContent(QFileInfo &folder);
 
-    /// mSize = the sum of the sizes of the files directly in @p folder, whatever mType is. For a missing
-    /// folder 0, with the line "directory <folder> doesn't exist"; for an unreadable one 0 without a line.
+    /// mSize = the sum of the sizes of the files directly in @p folder, whatever mType is. If the folder is
+    /// missing, it is 0 and the line "directory <folder> doesn't exist" is printed; if it cannot be read, it
+    /// is 0 and nothing is printed.
     void setDirectorySize(QFileInfo &folder);
 
-    /// Writes @p comment into the picture @p file as the EXIF tag Exif.Photo.UserComment, in place of an
-    /// earlier one. Exiv2 recognises the format by content, not by extension. The file is rewritten in place;
-    /// the record is neither read nor changed.
+    /// Writes @p comment into the image @p file as the EXIF tag Exif.Photo.UserComment, replacing an earlier
+    /// one. Exiv2 recognises the format by the content, not the extension. The file is rewritten in place;
+    /// the record is neither read nor changed. Blocks until the file is rewritten.
     ///
-    /// @return 0 when Exiv2 reported no error; 1 when the file does not exist, with the line
-    ///         "Error: File does not exist: <path>", or when Exiv2 gives no image and no exception, with the
-    ///         line "Error: Cannot open input file <path>"; both lines on standard error, without colour
-    /// @throws an exception of Exiv2, derived from std::exception, for a file of a format that Exiv2 does not
+    /// @return 0 if Exiv2 reported no error; 1 if the file does not exist, with the line "Error: File does
+    ///         not exist: <path>", or if Exiv2 returns neither an image nor an exception, with the line
+    ///         "Error: Cannot open input file <path>"; both lines on standard error, without colour
+    /// @throws an exception of Exiv2, derived from std::exception, for a file whose format Exiv2 does not
     ///         know (text, an empty file) or cannot write EXIF data to (BMP, GIF), for damaged data, and for
     ///         anything that it cannot read or write; the file is then as Exiv2 left it
     ///
-    /// A result of 0 does not prove that the comment is in the file. AVI, Matroska, MP4 and WAV files give 0
-    /// and stay unchanged where Exiv2 is built with video support, as Debian's 0.27.6 is: it writes nothing
-    /// to them, and reports no error. Some comments are dropped or mangled without an error: characters
-    /// beyond U+FFFF, more than about 32,000 characters in a JPEG. Where that matters, write to a copy and
-    /// read it back. Each call registers one more function with atexit(). Must not run on two threads at
-    /// once, nor concurrently with other uses of Exiv2.
+    /// @warning The call may never return for a damaged AVI file: Exiv2 0.27.6 loops if the RIFF size is
+    ///          0xFFFFFFFF, which is what a recording that was killed leaves, or if the file is cut off in
+    ///          its header. Check first that the content is JPEG (FF D8 FF), PNG (89 50 4E 47) or TIFF (49 49
+    ///          2A 00 or 4D 4D 00 2A).
+    ///
+    /// A result of 0 does not prove that the comment is in the file. For AVI, Matroska, MP4 and WAV files the
+    /// result is 0 and the file is unchanged if Exiv2 is built with video support, as Debian's 0.27.6 is.
+    /// Some comments are lost or altered without an error: characters above U+FFFF, and more than about
+    /// 32,000 characters in a JPEG. If that matters, write to a copy and read it back. Each call registers
+    /// one more function with atexit(). Must not run on two threads at once, nor concurrently with other uses
+    /// of Exiv2.
     int setComment(QFileInfo file, QString comment);
 
     /// 0xFF 0xFE, then each byte of @p text followed by 0x00, then 0x00 0x00. This is UTF-16LE for ASCII

@@ -448,6 +448,7 @@ void CapacityTest::percentAndUsed_data()
     row("negative-free", "-500", "2000", -25, 2500);
     row("half-of-a-negative-rounds-away-from-zero", "-1", "8", -13, 9);
     row("negative-size", "5", "-10", 0, 0);
+    row("smallest-int", "-2147483648", "100", -2147483647 - 1, 2147483648);
     row("both-negative", "-20", "-10", 200, 10);
     row("negative-free-of-nothing", "-5", "0", 0, 5);
     row("negative-beyond-32-bits", "-2147483648", "1", 0, 2147483648);

@@ -217,6 +217,9 @@ void ListingsTest::missingDirectory()
         QCOMPARE(OF_DIRECTORY(QDir(path), {}, order), Files());
         QCOMPARE(capture.take(), ::missingDirectory(root + "/" + path));
     }
+    // As absolutePath() shows it, without the slashes at the end.
+    QCOMPARE(OF_PATH(root + "/" + path + "///", {}, QDir::Name), Files());
+    QCOMPARE(capture.take(), ::missingDirectory(QDir(root + "/" + path + "///").absolutePath()));
     QCOMPARE(tree(storages.path()), Tree({"file", "link -> none"}));
 }
 

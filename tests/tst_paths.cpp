@@ -69,6 +69,7 @@ private slots:
     void deleteByPath_data();
     void deleteByPath();
     void emptyPathToDeleteIsTheCurrentDirectory();
+    void currentDirectoryIsGone();
     void relativePathsLieInTheCurrentDirectory();
     void createNumbered();
     void deleteNumbered();
@@ -429,6 +430,11 @@ void PathsTest::deleteByPath_data()
     row("parent-of-a-folder", {"a/", "a/b/", "a/b/file", "a/c", "a/d/", "a/d/file"}, "/a/b/..", {});
     row("parent-of-a-missing-folder", {"a/", "a/file"}, "/a/none/..", {"a/", "a/file"});
     row("parent-of-a-file", {"a/", "a/file"}, "/a/file/..", {"a/", "a/file"});
+    row("link-to-a-folder-behind-a-parent", {"a/", "b/", "b/file", "link -> b"}, "/a/../link",
+        {"a/", "b/", "link -> b"});
+    row("link-with-a-slash-behind-a-parent", {"a/", "b/", "b/file", "link -> b"}, "/a/../link/",
+        {"a/", "b/", "link -> b"});
+    row("folder-behind-a-parent", {"a/", "b/", "b/file"}, "/a/../b", {"a/"});
     row("parent-of-what-a-link-leads-to", {"a/", "a/link -> ../b/c", "b/", "b/c/", "b/file"}, "/a/link/..",
         {"a/", "a/link -> ../b/c"});
 }
@@ -459,6 +465,21 @@ void PathsTest::emptyPathToDeleteIsTheCurrentDirectory()
         remove(QString());
         QCOMPARE(capture.take(), QByteArray());
         QCOMPARE(tree(directory.path()), Tree({"a/", "a/deep/", "a/kept"}));
+    }
+}
+
+void PathsTest::currentDirectoryIsGone()
+{
+    for (const OnPath remove : REMOVE) {
+        const QTemporaryDir directory;
+        makeTree(directory.path(), {"a/gone/", "a/kept"});
+        const CurrentDirectory current(directory.path() + "/a/gone");
+        QVERIFY(QDir().rmdir(directory.path() + "/a/gone"));
+        StandardErrorCapture capture;
+        for (const char *path : {"", ".", "..", "./", "none", "../kept"})
+            remove(path);
+        QCOMPARE(capture.take(), QByteArray());
+        QCOMPARE(tree(directory.path()), Tree({"a/", "a/kept"}));
     }
 }
 

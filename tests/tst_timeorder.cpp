@@ -7,6 +7,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace VORN_FILE_HANDLER;
 
@@ -291,6 +292,8 @@ void TimeOrderTest::entriesAnswerFromTheMomentOfTheListing()
     }
     clearTree(folder);
     for (const QFileInfo &file : files) {
+        QCOMPARE(::symlink("elsewhere", QFile::encodeName(file.filePath()).constData()), 0);
+        QVERIFY(!file.isSymLink());
         QCOMPARE(file.size(), qint64(5));
         QCOMPARE(file.lastModified().toMSecsSinceEpoch(), qint64(1000000));
     }

@@ -5,11 +5,13 @@
 #include <csignal>
 #include <cstdarg>
 #include <cstring>
+#include <ctime>
 #include <map>
 #include <utility>
 
 #include <dirent.h>
 #include <dlfcn.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -19,6 +21,7 @@ Faults faults;
 namespace {
 
 std::map<DIR *, int> entriesRead;
+std::time_t secondsAhead = 0;
 
 template <typename Function>
 Function *real(const char *name)
@@ -132,10 +135,30 @@ int kill(pid_t process, int number) noexcept
 {
     static const auto next = real<int(pid_t, int)>("kill");
     faults.sentSignals.push_back(number);
+    if (faults.cannotBeKilled)
+        return 0;
     if (process != -1)
         return next(process, number);
     faults.killedAll = true; // and the machine that runs the test lives on
     return 0;
+}
+
+int ppoll(pollfd *descriptors, nfds_t count, const timespec *limit, const sigset_t *signals)
+{
+    static const auto next = real<int(pollfd *, nfds_t, const timespec *, const sigset_t *)>("ppoll");
+    if (!faults.timePasses || !limit || limit->tv_sec < 1)
+        return next(descriptors, count, limit, signals);
+    secondsAhead += limit->tv_sec + 1;
+    return 0;
+}
+
+int clock_gettime(clockid_t clock, timespec *time) noexcept
+{
+    static const auto next = real<int(clockid_t, timespec *)>("clock_gettime");
+    const int result = next(clock, time);
+    if (clock == CLOCK_MONOTONIC)
+        time->tv_sec += secondsAhead;
+    return result;
 }
 
 pid_t fork() noexcept

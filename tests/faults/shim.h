@@ -24,9 +24,11 @@ struct Faults {
     int mkdirError = 0;
     int removeError = 0; ///< unlink() and rmdir()
     const char *removeName = nullptr;
-    int forkError = 0;            ///< fork() and clone()
-    int unsetDescriptor = 1000;   ///< what clone() leaves where the child's descriptor belongs
-    bool killedAll = false;       ///< whether kill() was asked to signal every process of the system
+    int forkError = 0;           ///< fork() and clone()
+    int unsetDescriptor = 1000;  ///< what clone() leaves where the child's descriptor belongs
+    bool cannotBeKilled = false; ///< kill() succeeds, and nothing ends
+    bool timePasses = false; ///< a wait of a second or more is over at once, and the clock shows that it was
+    bool killedAll = false;  ///< whether kill() was asked to signal every process of the system
     std::vector<int> sentSignals; ///< what kill() sent so far
     int afterEntries = 0;
     std::function<void()> whileReading; ///< called once, when so many entries of a directory were read

@@ -80,6 +80,7 @@ private slots:
     void childIsKilled_data();
     void childIsKilled();
     void childThatIgnoresTheEndIsKilledAtTheLimit();
+    void childThatCannotBeKilledIsGivenUp();
     void probeIsKilled();
     void fewDescriptorsAreLeft_data();
     void fewDescriptorsAreLeft();
@@ -221,6 +222,33 @@ void TestProcessFaults::childThatIgnoresTheEndIsKilledAtTheLimit()
     QCOMPARE(outcome.output, QString("out\n"));
     QCOMPARE(faults.sentSignals, (std::vector<int>{SIGTERM, SIGKILL}));
     QCOMPARE(capture.take(), QByteArray());
+}
+
+void TestProcessFaults::childThatCannotBeKilledIsGivenUp()
+{
+    const QTemporaryDir directory;
+    const QString gate = directory.filePath("gate");
+    QElapsedTimer clock;
+    clock.start();
+    {
+        Faults wanted;
+        wanted.cannotBeKilled = true;
+        wanted.timePasses = true;
+        const WithFaults stuck(wanted);
+        StandardErrorCapture capture;
+        const Outcome outcome =
+            run(QString("sh -c \"echo out; while ! test -e %1; do sleep 0.02; done").arg(gate), {}, 500);
+        QCOMPARE(outcome.code, 0);
+        QCOMPARE(outcome.output, QString("out\n"));
+        QCOMPARE(faults.sentSignals, (std::vector<int>{SIGTERM, SIGKILL}));
+        QCOMPARE(capture.take(), QByteArray());
+    }
+    QVERIFY(clock.elapsed() >= 30000); // by the clock that runs ahead: as long as QProcess waits
+    QCOMPARE(run("echo", {"hi"}).output, QString("hi\n"));
+    mDescriptors = openDescriptors(); // those for the child stay open
+    ::alarm(60);
+    writeFile(gate);
+    QVERIFY(::waitpid(-1, nullptr, 0) > 0);
 }
 
 void TestProcessFaults::probeIsKilled()
