@@ -16,8 +16,6 @@ constexpr int (*LAST_FILE_NUM)(eStorageType, int) = &VornFileHandler::getLastFil
 constexpr int (*NEXT_FILE_NUM)(eStorageType) = &VornFileHandler::getNextFileNum;
 constexpr QString (*NEXT_FILE_NAME)(eStorageType, eFileTypes) = &VornFileHandler::getNextFileName;
 
-using Tree = QList<QByteArray>;
-
 QByteArray missingFolder(const QString &path)
 {
     return diagnosticLine("directory " + path.toUtf8() + " doesn't exist");

@@ -15,7 +15,6 @@ namespace {
 constexpr QList<QFileInfo> (*DCIM_FOLDERS)(eStorageType) = &VornFileHandler::getDCIMFolders;
 constexpr int (*LAST_DIRECTORY_NUM)(eStorageType) = &VornFileHandler::getLastDirectoryNum;
 
-using Tree = QList<QByteArray>;
 const QString ZERO_BYTE(1, QChar(QChar::Null));
 
 QByteArray rootLine(const QString &location)

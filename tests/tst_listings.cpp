@@ -18,7 +18,6 @@ namespace {
 
 using Files = QList<QFileInfo>;
 using SortOrder = QFlags<QDir::SortFlag>;
-using Tree = QList<QByteArray>;
 
 // A function pointer takes a function of exactly its own type.
 constexpr Files (*OF_DIRECTORY)(QDir, QStringList, SortOrder) = &VornFileHandler::getDirectoryContents;

@@ -34,7 +34,6 @@ constexpr OnName CREATE_NAMED = &VornFileHandler::createFolder;
 constexpr OnName REMOVE_NAMED = &VornFileHandler::deleteFolder;
 
 const QString ZERO_BYTE(1, QChar(QChar::Null));
-using Tree = QList<QByteArray>;
 
 void useSuffixAndLocation(const QString &suffix, const QString &location)
 {

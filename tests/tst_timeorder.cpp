@@ -14,7 +14,6 @@ using namespace VORN_FILE_HANDLER;
 namespace {
 
 constexpr QDir::SortFlags OLDEST_FIRST = QDir::Time | QDir::Reversed;
-using Tree = QList<QByteArray>;
 
 /// The time zone of this process until the end of the scope; a null text for none. It is for the library to
 /// notice the change: tzset() is not called here.

@@ -10,12 +10,12 @@
 
 /// The layout of the storages, said a second time over a tree in memory: with no regard to speed, with no
 /// look at a disk, and with one way for every name.
-class Model : public Tree
+class Model : public MemoryTree
 {
 public:
     enum Order { ByName, ByNameReversed, NewestFirst, OldestFirst };
 
-    using Tree::Tree;
+    using MemoryTree::MemoryTree;
 
     QString suffix;
     QByteArray printed; ///< what the operations said on standard error

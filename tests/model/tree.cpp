@@ -23,7 +23,7 @@ bool clear(Node &folder)
 
 } // namespace
 
-QString Tree::plain(QString path)
+QString MemoryTree::plain(QString path)
 {
     while (path.endsWith('/'))
         path.chop(1);
@@ -32,7 +32,7 @@ QString Tree::plain(QString path)
     return path.endsWith("/.") ? path.chopped(2) : path;
 }
 
-Node *Tree::find(const QByteArray &path)
+Node *MemoryTree::find(const QByteArray &path)
 {
     Node *node = &mTop;
     for (const QByteArray &name : path.mid(root.size()).split('/')) {
@@ -49,36 +49,36 @@ Node *Tree::find(const QByteArray &path)
     return node;
 }
 
-Node *Tree::parentOf(const QByteArray &path)
+Node *MemoryTree::parentOf(const QByteArray &path)
 {
     Node *folder = find(path.left(path.lastIndexOf('/')));
     return folder && folder->kind == Node::Folder ? folder : nullptr;
 }
 
-Node *Tree::entry(const QByteArray &path)
+Node *MemoryTree::entry(const QByteArray &path)
 {
     Node *folder = parentOf(path);
     const QByteArray name = path.mid(path.lastIndexOf('/') + 1);
     return folder && folder->children.count(name) > 0 ? &folder->children[name] : nullptr;
 }
 
-bool Tree::contains(const QByteArray &path)
+bool MemoryTree::contains(const QByteArray &path)
 {
     return entry(path) != nullptr;
 }
 
-bool Tree::add(const QByteArray &path, const Node &node)
+bool MemoryTree::add(const QByteArray &path, const Node &node)
 {
     Node *folder = parentOf(path);
     return folder && folder->children.emplace(path.mid(path.lastIndexOf('/') + 1), node).second;
 }
 
-Node Tree::take(const QByteArray &path)
+Node MemoryTree::take(const QByteArray &path)
 {
     return parentOf(path)->children.extract(path.mid(path.lastIndexOf('/') + 1)).mapped();
 }
 
-QList<QByteArray> Tree::entries(const QByteArray &path)
+QList<QByteArray> MemoryTree::entries(const QByteArray &path)
 {
     QList<QByteArray> paths;
     const Node *folder = entry(path);
@@ -88,7 +88,7 @@ QList<QByteArray> Tree::entries(const QByteArray &path)
     return paths;
 }
 
-QList<QByteArray> Tree::describe(const Node &folder, const QByteArray &prefix) const
+QList<QByteArray> MemoryTree::describe(const Node &folder, const QByteArray &prefix) const
 {
     QList<QByteArray> lines;
     for (const auto &[name, node] : folder.children) {
@@ -100,13 +100,13 @@ QList<QByteArray> Tree::describe(const Node &folder, const QByteArray &prefix) c
     return lines;
 }
 
-bool Tree::isFolder(const QString &path)
+bool MemoryTree::isFolder(const QString &path)
 {
     const Node *node = find(plain(path).toUtf8());
     return node && node->kind == Node::Folder;
 }
 
-void Tree::makeFolder(const QString &path)
+void MemoryTree::makeFolder(const QString &path)
 {
     QByteArray part = root;
     for (const QByteArray &name : path.toUtf8().mid(root.size()).split('/')) {
@@ -116,7 +116,7 @@ void Tree::makeFolder(const QString &path)
     }
 }
 
-void Tree::removeFolder(const QString &path)
+void MemoryTree::removeFolder(const QString &path)
 {
     const QByteArray bytes = plain(path).toUtf8();
     const Node *direct = entry(bytes);
@@ -124,14 +124,14 @@ void Tree::removeFolder(const QString &path)
         take(bytes);
 }
 
-void Tree::removeFile(const QString &path)
+void MemoryTree::removeFile(const QString &path)
 {
     const Node *direct = entry(path.toUtf8());
     if (direct && direct->kind != Node::Folder)
         take(path.toUtf8());
 }
 
-QStringList Tree::names(const QString &folder, Node::Kind kind)
+QStringList MemoryTree::names(const QString &folder, Node::Kind kind)
 {
     QStringList result;
     if (isFolder(folder))

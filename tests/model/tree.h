@@ -18,10 +18,10 @@ struct Node {
 };
 
 /// A tree of files in memory. Paths are absolute and begin with that of the root.
-class Tree
+class MemoryTree
 {
 public:
-    explicit Tree(const QString &rootPath) : root(rootPath.toUtf8()) {}
+    explicit MemoryTree(const QString &rootPath) : root(rootPath.toUtf8()) {}
 
     const QByteArray root; ///< absolute path of the uppermost folder
 

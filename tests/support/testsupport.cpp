@@ -53,6 +53,36 @@ void collect(const QByteArray &path, const QByteArray &prefix, QList<QByteArray>
     ::closedir(stream);
 }
 
+/// Cuts @p name before @p mark and returns what follows the mark; nullopt if it has none.
+std::optional<QByteArray> cutBehind(QByteArray &name, const char *mark)
+{
+    const int place = name.indexOf(mark);
+    if (place < 0)
+        return std::nullopt;
+    const QByteArray rest = name.mid(place + static_cast<int>(qstrlen(mark)));
+    name.truncate(place);
+    return rest;
+}
+
+/// The same for a number at the end of @p name.
+std::optional<qint64> cutNumber(QByteArray &name, const char *mark)
+{
+    const int place = name.lastIndexOf(mark);
+    bool isNumber = false;
+    const qint64 number =
+        place < 0 ? 0 : name.mid(place + static_cast<int>(qstrlen(mark))).toLongLong(&isNumber);
+    if (!isNumber)
+        return std::nullopt;
+    name.truncate(place);
+    return number;
+}
+
+void makeParents(const QByteArray &path)
+{
+    for (int slash = path.indexOf('/', 1); slash > 0; slash = path.indexOf('/', slash + 1))
+        ::mkdir(path.left(slash).constData(), 0755);
+}
+
 /// With which the child process ends.
 constexpr int DONE = 0;
 constexpr int NOT_ALLOWED = 1;
@@ -129,18 +159,29 @@ QByteArray diagnosticLine(const QByteArray &text)
     return "\x1b[36m " + text + " \x1b[0m\n";
 }
 
-QList<QByteArray> tree(const QString &path)
+Tree tree(const QString &path)
 {
-    QList<QByteArray> entries;
+    Tree entries;
     collect(QFile::encodeName(path), QByteArray(), entries);
     std::sort(entries.begin(), entries.end());
     return entries;
 }
 
+Tree treeWithContents(const QString &path)
+{
+    Tree entries = tree(path);
+    for (QByteArray &entry : entries) {
+        QFile file(path + "/" + QFile::decodeName(entry));
+        if (!entry.endsWith('/') && !entry.contains(" -> ") && file.open(QIODevice::ReadOnly)
+            && file.size() > 0)
+            entry += " = " + file.readAll();
+    }
+    return entries;
+}
+
 void writeFile(const QByteArray &path, const QByteArray &content)
 {
-    for (int slash = path.indexOf('/', 1); slash > 0; slash = path.indexOf('/', slash + 1))
-        ::mkdir(path.left(slash).constData(), 0755);
+    makeParents(path);
     const int descriptor = ::open(path.constData(), O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC, 0644);
     require(descriptor >= 0, "open " + path);
     require(::write(descriptor, content.constData(), static_cast<size_t>(content.size())) == content.size(),
@@ -153,17 +194,27 @@ void writeFile(const QString &path, const QByteArray &content)
     writeFile(QFile::encodeName(path), content);
 }
 
-void makeTree(const QString &path, const QList<QByteArray> &entries)
+void makeTree(const QString &path, const Tree &entries)
 {
     const QByteArray root = QFile::encodeName(path) + "/";
-    for (const QByteArray &entry : entries) {
-        const int arrow = entry.indexOf(" -> ");
-        const QByteArray full = root + (arrow < 0 ? entry : entry.left(arrow));
-        writeFile(entry.endsWith('/') ? full + ".made" : full); // creates the folders on the way
-        if (entry.endsWith('/') || arrow >= 0)
-            require(::unlink((entry.endsWith('/') ? full + ".made" : full).constData()) == 0, "unlink");
-        if (arrow >= 0)
-            require(::symlink(entry.mid(arrow + 4).constData(), full.constData()) == 0, "symlink " + full);
+    for (QByteArray name : entries) {
+        const QByteArray content = cutBehind(name, " = ").value_or(QByteArray());
+        const auto time = cutNumber(name, " at ");
+        const auto size = cutNumber(name, " size ");
+        const auto target = cutBehind(name, " -> ");
+        const QByteArray full = root + name;
+        makeParents(full);
+        if (name.endsWith('/'))
+            continue;
+        if (target) {
+            require(::symlink(target->constData(), full.constData()) == 0, "symlink " + full);
+            continue;
+        }
+        writeFile(full, content);
+        if (size)
+            require(::truncate(full.constData(), *size) == 0, "truncate " + full);
+        if (time)
+            setModified(full, *time * 1000);
     }
 }
 

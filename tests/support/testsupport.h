@@ -34,16 +34,27 @@ private:
 /// A diagnostic line as the library prints it, colours and line feed included.
 QByteArray diagnosticLine(const QByteArray &text);
 
-/// All that lies below @p path, sorted: "100ABC/", "100ABC/DCF_0001.jpg", "link -> target". Names are raw
-/// bytes, so those that are no UTF-8 are seen too.
-QList<QByteArray> tree(const QString &path);
+/// A tree on disk, one entry each for a folder, a file or a symbolic link:
+///   "a/"         a folder
+///   "a"          an empty file
+///   "a = text"   a file with this content
+///   "a -> b"     a symbolic link to b
+/// A file may also be given a size and a modification time in seconds since 1970, in this order and before
+/// the content: "a size 4096 at 60". Names are raw bytes.
+using Tree = QByteArrayList;
+
+/// Makes @p entries below @p path, with all missing parents.
+void makeTree(const QString &path, const Tree &entries);
+
+/// Everything below @p path, sorted, without sizes, times and contents.
+Tree tree(const QString &path);
+
+/// Everything below @p path, sorted, with the contents of files.
+Tree treeWithContents(const QString &path);
 
 /// A file with content, its folder created if missing. The name may be any bytes.
 void writeFile(const QByteArray &path, const QByteArray &content = QByteArray());
 void writeFile(const QString &path, const QByteArray &content = QByteArray());
-
-/// The opposite of tree(): makes @p entries below @p path, as tree() writes them.
-void makeTree(const QString &path, const QList<QByteArray> &entries);
 
 /// Deletes all that lies below @p path, names that Qt does not see too.
 void clearTree(const QString &path);

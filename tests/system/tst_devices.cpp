@@ -27,7 +27,6 @@ namespace {
 constexpr int SKIPPED = 77;
 constexpr qint64 NEW_YEAR = 1577836800000; // FAT knows even seconds only
 
-using Tree = QList<QByteArray>;
 
 struct Name {
     FileSystem fileSystem;
