@@ -1,94 +1,92 @@
 // SPDX-License-Identifier: MIT
 #include "device.h"
 
-#include "filecheck.h"
-
-#include <QFile>
-#include <QFileInfo>
-
-#include <algorithm>
-
-#include <sys/statvfs.h>
-#include <sys/sysmacros.h>
-
-using namespace VORN_FILE_HANDLER;
+#include "errors.h"
+#include "mounts.h"
+#include "paths.h"
 
 namespace {
 
-bool isInPartitions(const QString &name)
-{
-    QFile partitions("/proc/partitions");
-    if (!partitions.open(QIODevice::ReadOnly))
-        return false;
-    const QList<QByteArray> lines = partitions.readAll().split('\n');
-    return std::any_of(lines.begin(), lines.end(), [&name](const QByteArray &line) {
-        return !name.isEmpty() && line.simplified().split(' ').last() == name.toUtf8();
-    });
-}
-
-} // namespace
-
-QString locationOf(eStorageType storage)
-{
-    return VornFileHandler::getStorageDir(storage).absolutePath();
-}
-
-QString nearestExisting(const QString &path)
-{
-    QString existing = path;
-    while (existing != "/" && !QFileInfo::exists(existing))
-        existing = QFileInfo(existing).path();
-    return existing;
-}
-
-bool isOnRootFileSystem(const QString &path)
-{
-    struct stat root = {};
-    struct stat status = {};
-    return readStatus("/", root) && readStatus(path, status) && root.st_dev == status.st_dev;
-}
-
-QString blockDeviceOf(const QString &path)
-{
-    struct stat status = {};
-    if (!readStatus(path, status))
-        return QString();
-    const QString device =
-        QString("/sys/dev/block/%1:%2").arg(major(status.st_dev)).arg(minor(status.st_dev));
-    const QString name = QFileInfo(QFileInfo(device).canonicalFilePath()).fileName();
-    return isInPartitions(name) ? name : QString();
-}
-
+/// A program that is not on PATH and without which the library reports every block device as absent.
 QString missingForPresence()
 {
     return missingProgram({"sh", "cat", "grep"});
 }
 
-bool isMountMissing(eStorageType storage)
+QString notOnPath(const QString &program)
 {
-    const QString existing = nearestExisting(locationOf(storage));
-    const QString block = VornFileHandler::typeToMmcBlk(storage);
-    const QString holder = blockDeviceOf(existing);
-    return !block.isEmpty() && !holder.isEmpty() && !holder.contains(block) && isOnRootFileSystem(existing);
+    return program + " is not on PATH";
 }
 
-void requireWritable(eStorageType storage)
+QString whyUnknown(const Device &device, const QString &path)
 {
-    const QString location = locationOf(storage);
-    const QString block = VornFileHandler::typeToMmcBlk(storage);
-    if (!block.isEmpty() && !VornFileHandler::isMounted(storage)) {
+    if (device.block.isEmpty())
+        return "the block device is not known";
+    const QString missing =
+        device.missingProgram.isEmpty() ? missingProgram({"df", "awk"}) : device.missingProgram;
+    if (!missing.isEmpty())
+        return notOnPath(missing);
+    return device.isPresent ? QString("df reports no size for %1").arg(path)
+                            : QString("%1 is not present").arg(device.block);
+}
+
+} // namespace
+
+Device deviceOf(const Storage &storage)
+{
+    const QString existing = nearestExisting(storage.location);
+    Device device;
+    device.block = VornFileHandler::typeToMmcBlk(storage.type);
+    device.isPresent = !device.block.isEmpty() && VornFileHandler::isMounted(storage.type);
+    device.missingProgram = device.isPresent ? QString() : missingForPresence();
+    device.isMounted = !isOnRootFileSystem(existing);
+    device.isMountMissing = isMountMissing(storage);
+    device.fileSystem = QStorageInfo(existing);
+    return device;
+}
+
+Capacity capacityOf(const Storage &storage, const Device &device)
+{
+    Capacity capacity;
+    capacity.path = VornFileHandler::typeToMountPath(storage.type);
+    if (device.isPresent) {
+        capacity.size = VornFileHandler::getStorageSize(storage.type);
+        capacity.free = VornFileHandler::getRemainingBytes(storage.type);
+        capacity.used = VornFileHandler::getUsedBytes(storage.type);
+        capacity.freePercent = VornFileHandler::getRemainingPercent(storage.type);
+        capacity.isElsewhere = !areOnOneFileSystem(capacity.path, nearestExisting(storage.location));
+    }
+    if (!capacity.isKnown())
+        capacity.unknownBecause = whyUnknown(device, capacity.path);
+    return capacity;
+}
+
+bool isMountMissing(const Storage &storage)
+{
+    const QString existing = nearestExisting(storage.location);
+    const QString holder = blockDeviceOf(existing);
+    return !storage.block.isEmpty() && !holder.isEmpty() && !holder.contains(storage.block)
+           && isOnRootFileSystem(existing);
+}
+
+void requireMounted(const Storage &storage)
+{
+    if (!storage.block.isEmpty() && !VornFileHandler::isMounted(storage.type)) {
         const QString missing = missingForPresence();
         if (!missing.isEmpty())
-            throw Failure(QString("%1: cannot tell whether %2 is present: %3 is not on the search path")
-                              .arg(location, block, missing));
+            throw Failure(QString("%1: cannot check whether %2 is present: %3")
+                              .arg(storage.location, storage.block, notOnPath(missing)));
         throw Failure(QString("%1: the block device %2 of storage %3 is not present")
-                          .arg(location, block, storageName(storage)));
+                          .arg(storage.location, storage.block, storage.name));
     }
     if (isMountMissing(storage))
-        throw Failure(
-            QString("%1: lies on the root file system: %2 is not mounted there").arg(location, block));
-    struct statvfs fileSystem = {};
-    const QByteArray existing = QFile::encodeName(nearestExisting(location));
-    if (::statvfs(existing.constData(), &fileSystem) == 0 && (fileSystem.f_flag & ST_RDONLY) != 0)
-        throw Failure(location + ": is on a read-only file system");
+        throw Failure(QString("%1: %2 is not mounted there; the folder is on the root file system")
+                          .arg(storage.location, storage.block));
+}
+
+void requireWritable(const Storage &storage)
+{
+    requireMounted(storage);
+    if (isOnReadOnlyFileSystem(nearestExisting(storage.location)))
+        throw Failure(storage.location + ": is on a read-only file system");
 }

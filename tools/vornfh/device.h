@@ -2,31 +2,49 @@
 #ifndef DEVICE_H
 #define DEVICE_H
 
-#include "vornfilehandler.h"
+#include "storages.h"
 
+#include <QStorageInfo>
 #include <QString>
 
-/// The location of a storage from the root on.
-QString locationOf(VORN_FILE_HANDLER::eStorageType storage);
+/// The block device of a storage and where it is mounted.
+struct Device {
+    QString block; // as configured, or else the one that the location is on; empty if unknown
+    bool isPresent = false;
+    QString missingProgram;      // without which the library cannot tell whether the device is present
+    bool isMounted = false;      // the location is not on the root file system
+    bool isMountMissing = false; // see isMountMissing()
+    QStorageInfo fileSystem;     // that the location is on
 
-/// @p path or the nearest folder above it that exists.
-QString nearestExisting(const QString &path);
+    bool isPresenceKnown() const { return !block.isEmpty() && missingProgram.isEmpty(); }
+};
 
-bool isOnRootFileSystem(const QString &path);
+Device deviceOf(const Storage &storage);
 
-/// The kernel's name of the block device that holds an existing @p path, "mmcblk1p1"; empty where that is no
-/// single block device, or none that /proc/partitions lists.
-QString blockDeviceOf(const QString &path);
+/// Size and free space as the library reports them, in bytes.
+struct Capacity {
+    qint64 size = 0; // 0 if unknown
+    qint64 free = 0;
+    qint64 used = 0;
+    int freePercent = 0;
+    QString path;             // that was measured
+    bool isElsewhere = false; // the path is not on the file system of the location
+    QString unknownBecause;
 
-/// The program without which the library takes every block device for not present; empty if there is none.
-QString missingForPresence();
+    bool isKnown() const { return size > 0; }
+    int usedPercent() const { return 100 - freePercent; }
+};
 
-/// Whether the storage's folder lies on the root file system although its block device is another one: the
-/// card is not mounted, and what is written does not get to it.
-bool isMountMissing(VORN_FILE_HANDLER::eStorageType storage);
+Capacity capacityOf(const Storage &storage, const Device &device);
 
-/// Throws Failure if nothing should be written to the storage: its block device is not there, is not
-/// mounted, or can only be read.
-void requireWritable(VORN_FILE_HANDLER::eStorageType storage);
+/// Returns whether the location is on the root file system although another block device is configured: the
+/// card is not mounted, and what is written does not reach it.
+bool isMountMissing(const Storage &storage);
+
+/// Throws Failure if isMountMissing() or the configured block device is not present.
+void requireMounted(const Storage &storage);
+
+/// Throws Failure if the storage must not be written to: requireMounted(), or its file system is read-only.
+void requireWritable(const Storage &storage);
 
 #endif // DEVICE_H

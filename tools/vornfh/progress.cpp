@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "progress.h"
 
-#include "table.h"
+#include "text.h"
 
 #include <QFileInfo>
 
@@ -14,7 +14,7 @@
 Progress::Progress(int files, qint64 bytes) : mFiles(files), mBytes(bytes)
 {
     if (::isatty(STDERR_FILENO))
-        mThread = std::thread([this] { drawNowAndAgain(); });
+        mThread = std::thread([this] { drawRepeatedly(); });
 }
 
 Progress::~Progress()
@@ -51,7 +51,7 @@ void Progress::erase()
     mIsDrawn = false;
 }
 
-void Progress::drawNowAndAgain()
+void Progress::drawRepeatedly()
 {
     std::unique_lock<std::mutex> lock(mMutex);
     while (!mIsEnding) {
@@ -62,13 +62,10 @@ void Progress::drawNowAndAgain()
 
 void Progress::draw()
 {
-    constexpr int WIDTH = 20;
     const qint64 growing = mTarget.isEmpty() ? 0 : QFileInfo(mTarget).size();
     const qint64 done = std::min(mBytesDone + growing, mBytes);
-    const int filled = mBytes > 0 ? static_cast<int>(done * WIDTH / mBytes) : 0;
-    const QString bar = QString(filled, '#') + QString(WIDTH - filled, '-');
     const QString line = QString("[%1] %2 of %3 files, %4 of %5")
-                             .arg(bar)
+                             .arg(bar(done, mBytes))
                              .arg(mFilesDone)
                              .arg(mFiles)
                              .arg(humanSize(done), humanSize(mBytes));

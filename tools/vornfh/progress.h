@@ -8,8 +8,8 @@
 #include <mutex>
 #include <thread>
 
-/// One line on standard error that tells how far a transfer is. Nothing is shown unless that is a terminal.
-/// Files grow while the caller waits for the library, so the line is drawn by a thread of its own.
+/// A line on standard error that shows the progress of a transfer; nothing unless that is a terminal. Files
+/// grow while the caller waits for the library, so the line is drawn by its own thread.
 class Progress
 {
 public:
@@ -18,15 +18,15 @@ public:
     Progress(const Progress &) = delete;
     Progress &operator=(const Progress &) = delete;
 
-    /// The file that grows from now on.
+    /// Sets the file that grows from now on.
     void startFile(const QString &target);
     /// Counts the file, whether or not it was copied.
     void finishFile(qint64 bytes);
-    /// Takes the line away, so that another one can be printed in its place.
+    /// Clears the line, so that another one can be printed in its place.
     void erase();
 
 private:
-    void drawNowAndAgain();
+    void drawRepeatedly();
     void draw();
 
     const int mFiles;

@@ -1,19 +1,16 @@
 // SPDX-License-Identifier: MIT
-#include "device.h"
-#include "filecheck.h"
-#include "names.h"
-#include "table.h"
-#include "vornfh.h"
+#include "storages.h"
 
-#include <QDir>
-#include <QFileInfo>
+#include "errors.h"
+#include "files.h"
+#include "mounts.h"
+#include "output.h"
+#include "paths.h"
+
 #include <QStandardPaths>
-#include <QTextCodec>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -22,242 +19,186 @@ using namespace VORN_FILE_HANDLER;
 
 namespace {
 
-constexpr int STORAGE_COUNT = 3;
-constexpr const char *STORAGE_NAMES[STORAGE_COUNT] = {"mmc", "sd", "usb"};
-constexpr const char *STORAGE_TITLES[STORAGE_COUNT] = {"internal eMMC", "SD card", "USB storage"};
+struct Row {
+    eStorageType type;
+    const char *name;
+    const char *title;
+};
 
-/// Where the library is to look for a storage that is not configured: no folder can ever be there.
+constexpr std::array<Row, STORAGE_COUNT> TABLE = {{
+    {STORAGE_MMC, "mmc", "internal eMMC"},
+    {STORAGE_SD, "sd", "SD card"},
+    {STORAGE_USB, "usb", "USB storage"},
+}};
+
+/// The location of a storage device that is not configured: no folder can ever exist there.
 constexpr char NOWHERE[] = "/dev/null/";
 
-constexpr char LOCATION_CHARACTERS[] = "/._+,@=:-";
-constexpr char BLOCK_CHARACTERS[] = "/._!-";
-
-int firstNotIn(const QString &text, const char *specialCharacters)
-{
-    const auto isHarmless = [specialCharacters](QChar c) {
-        const bool ascii = c.unicode() > 0 && c.unicode() < 0x80;
-        return ascii && (c.isLetterOrNumber() || std::strchr(specialCharacters, c.toLatin1()));
-    };
-    const auto *const found = std::find_if_not(text.begin(), text.end(), isHarmless);
-    return found == text.end() ? -1 : static_cast<int>(found - text.begin());
-}
-
-/// The value of an option that reaches a shell's command line.
-void checkForShell(const CLI::Option *option, const QString &kind, const QString &value,
-                   const char *specialCharacters)
+/// Checks the value of an option that becomes part of a shell's command line. @p place is the index of its
+/// first character that is not allowed, -1 if there is none.
+void requireShellSafe(const CLI::Option *option, const QString &kind, const QString &value, int place)
 {
     const QString name = QString::fromStdString(option->get_name());
     if (value.isEmpty())
         throw UsageError(QString("%1: the %2 is empty").arg(name, kind));
     if (value.startsWith('-'))
-        throw UsageError(QString("%1: the %2 '%3' begins with '-', which a program would take for an option")
+        throw UsageError(QString("%1: the %2 '%3' begins with '-', which a program would read as an option")
                              .arg(name, kind, value));
-    const int place = firstNotIn(value, specialCharacters);
     if (place >= 0)
-        throw UsageError(QString("%1: the %2 '%3' holds '%4' as character %5, which a shell would not take "
-                                 "as part of a name")
-                             .arg(name, kind, value, QString(value[place]), QString::number(place + 1)));
+        throw UsageError(
+            QString("%1: the %2 '%3' contains '%4' as character %5, which a shell might not treat "
+                    "as part of a name")
+                .arg(name, kind, value, QString(value[place]), QString::number(place + 1)));
 }
 
-QString ownLocation(int storage)
+void requireUsableSuffix(const QString &suffix)
 {
-    return QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + "/vornfh/"
-           + STORAGE_NAMES[storage] + "/DCIM";
+    for (int i = 0; i < suffix.size(); ++i) {
+        if (suffix[i] == '/' || suffix[i].category() == QChar::Other_Control)
+            throw UsageError(
+                QString("--suffix: the suffix '%1' contains '%2' as character %3, which cannot be "
+                        "part of a folder's name")
+                    .arg(suffix, QString(suffix[i]), QString::number(i + 1)));
+    }
+    if (hasPlaceMarker(suffix))
+        throw UsageError("--suffix: the suffix '" + suffix
+                         + "' contains '%' before a digit, which the library would replace");
 }
 
-/// Calls init() with standard error turned away: the library's start banner says nothing about a command.
+QString defaultLocation(const Row &row)
+{
+    return QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + "/vornfh/" + row.name
+           + "/DCIM";
+}
+
+/// Calls @p init with standard error redirected to /dev/null: the library's start banner says nothing about a
+/// command.
 template <typename Init>
-void quietly(Init init)
+void withoutBanner(Init init)
 {
     std::fflush(stderr);
-    const int saved = ::dup(STDERR_FILENO);
-    const int nothing = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
-    if (saved >= 0 && nothing >= 0)
-        ::dup2(nothing, STDERR_FILENO);
+    const Descriptor saved(::dup(STDERR_FILENO));
+    const Descriptor nothing = openFile("/dev/null", O_WRONLY);
+    if (saved.isOpen() && nothing.isOpen())
+        ::dup2(nothing.get(), STDERR_FILENO);
     init();
     std::fflush(stderr);
-    if (saved >= 0)
-        ::dup2(saved, STDERR_FILENO);
-    ::close(nothing);
-    ::close(saved);
+    if (saved.isOpen())
+        ::dup2(saved.get(), STDERR_FILENO);
 }
 
 } // namespace
 
-void StorageOptions::addTo(CLI::App &app)
+void Storages::addOptions(CLI::App &app)
 {
-    app.set_config("--config", "", "Read options from a file, INI or TOML: sd=/mnt/sd/DCIM")
+    app.set_config("--config", "", "Read options from an INI or TOML file, e.g. sd=/mnt/sd/DCIM")
         ->type_name("FILE");
-    app.allow_config_extras(CLI::config_extras_mode::error); // a misspelt storage would be one not given
-    app.add_option("--suffix", mSuffix, "Text behind the number in the names of the numbered folders")
+    app.allow_config_extras(CLI::config_extras_mode::error); // a misspelt name would not be configured
+    app.add_option("--suffix", mSuffix, "Text after the number in folder names")
         ->type_name("TEXT")
         ->capture_default_str();
-    for (int i = 0; i < STORAGE_COUNT; ++i) {
-        const std::string option = std::string("--") + STORAGE_NAMES[i];
-        const std::string title = STORAGE_TITLES[i];
-        Storage &storage = mStorages[i];
-        storage.locationOption =
-            app.add_option(option, storage.location, title + ": its DCIM folder")->type_name("DIR");
-        storage.blockOption = app.add_option(option + "-block", storage.block,
-                                             title + ": its block device as /proc/partitions names it");
-        storage.blockOption->type_name("NAME")->needs(storage.locationOption);
+    for (const Row &row : TABLE) {
+        const std::string option = std::string("--") + row.name;
+        const std::string title = row.title;
+        Options &options = mOptions[row.type];
+        options.location =
+            app.add_option(option, options.locationText, title + ": its DCIM folder")->type_name("DIR");
+        options.block = app.add_option(option + "-block", options.blockText,
+                                       title + ": its block device, as named in /proc/partitions");
+        options.block->type_name("NAME")->needs(options.location);
     }
-    app.footer(
-        "Storages that are not given cannot be named by a command. With none given at all, the commands "
-        "work on\nfolders of the tool's own below the user's data directory. "
-        "The options of vornfh --help may\nstand behind the command as well.\n"
-        "Exit code: 0 success, 1 failure, 2 wrong command line.");
+    app.footer("A command can use only the storage devices that are configured. If none is configured,\n"
+               "default folders in the user's data directory are used. The options above may also follow\n"
+               "the command.\n"
+               "Exit code: 0 success, 1 failure, 2 wrong command line.");
 }
 
-void StorageOptions::notNeededBy(const CLI::App &command)
+bool Storages::isNoneConfigured() const
 {
-    mIndependentCommands.push_back(&command);
+    return std::none_of(mOptions.begin(), mOptions.end(),
+                        [](const Options &options) { return options.location->count() > 0; });
 }
 
-bool StorageOptions::areNeededBy(const CLI::App &command) const
+void Storages::check() const
 {
-    return std::find(mIndependentCommands.begin(), mIndependentCommands.end(), &command)
-           == mIndependentCommands.end();
-}
-
-bool StorageOptions::areNoneGiven() const
-{
-    return std::none_of(std::begin(mStorages), std::end(mStorages),
-                        [](const Storage &storage) { return storage.locationOption->count() > 0; });
-}
-
-void StorageOptions::check() const
-{
-    const QString suffix = fromCommandLine(mSuffix, "--suffix");
-    for (int i = 0; i < suffix.size(); ++i) {
-        if (suffix[i] == '/' || suffix[i].category() == QChar::Other_Control)
-            throw UsageError(QString("--suffix: the suffix '%1' holds '%2' as character %3, which cannot be "
-                                     "part of a folder's name")
-                                 .arg(suffix, QString(suffix[i]), QString::number(i + 1)));
-    }
-    if (holdsPlaceholder(suffix))
-        throw UsageError("--suffix: the suffix '" + suffix
-                         + "' holds '%' before a digit, which the library fills in when it builds a path");
-    for (const Storage &storage : mStorages) {
-        if (storage.locationOption->count() > 0) {
-            const QString location = fromCommandLine(storage.location, "the location");
-            const bool needsRoot = !location.isEmpty() && !location.startsWith('-');
-            checkForShell(storage.locationOption, "location", needsRoot ? absolutePath(location) : location,
-                          LOCATION_CHARACTERS);
+    requireUsableSuffix(fromCommandLine(mSuffix, "--suffix"));
+    for (const Options &options : mOptions) {
+        if (options.location->count() > 0) {
+            const QString given = fromCommandLine(options.locationText, "the location");
+            const bool isPath = !given.isEmpty() && !given.startsWith('-');
+            const QString location = isPath ? absolutePath(given) : given;
+            requireShellSafe(options.location, "location", location, unsafeCharacter(location));
         }
-        if (storage.blockOption->count() > 0)
-            checkForShell(storage.blockOption, "block name", fromCommandLine(storage.block, "the block name"),
-                          BLOCK_CHARACTERS);
+        if (options.block->count() > 0) {
+            const QString block = fromCommandLine(options.blockText, "the block name");
+            requireShellSafe(options.block, "block name", block, firstOther(block, "/._!-"));
+        }
     }
 }
 
-QString StorageOptions::locationOf(int storage) const
+QString Storages::location(int type) const
 {
-    if (areNoneGiven())
-        return ownLocation(storage);
-    return mStorages[storage].locationOption->count() > 0
-               ? absolutePath(QString::fromStdString(mStorages[storage].location))
-               : QString(NOWHERE) + STORAGE_NAMES[storage];
+    if (isNoneConfigured())
+        return defaultLocation(TABLE[type]);
+    return isConfigured(TABLE[type].type) ? absolutePath(QString::fromStdString(mOptions[type].locationText))
+                                          : QString(NOWHERE) + TABLE[type].name;
 }
 
-void StorageOptions::initLibrary()
+void Storages::initLibrary()
 {
-    check();
-    if (areNoneGiven())
-        printError(QString("no storage is given, using %1, %2 and %3")
-                       .arg(ownLocation(STORAGE_MMC), ownLocation(STORAGE_SD), ownLocation(STORAGE_USB)));
-    quietly([this] {
-        const auto block = [this](int storage) { return QString::fromStdString(mStorages[storage].block); };
-        VornFileHandler::init(QString::fromStdString(mSuffix), locationOf(STORAGE_MMC), block(STORAGE_MMC),
-                              locationOf(STORAGE_SD), block(STORAGE_SD), locationOf(STORAGE_USB),
+    if (isNoneConfigured())
+        printError(QString("no storage device is configured; using %1, %2 and %3")
+                       .arg(location(STORAGE_MMC), location(STORAGE_SD), location(STORAGE_USB)));
+    // The library reports sizes only for a device whose block name it knows.
+    const auto block = [this](int type) {
+        const QString given = QString::fromStdString(mOptions[type].blockText);
+        return given.isEmpty() ? blockDeviceOf(nearestExisting(location(type))) : given;
+    };
+    withoutBanner([this, &block] {
+        VornFileHandler::init(QString::fromStdString(mSuffix), location(STORAGE_MMC), block(STORAGE_MMC),
+                              location(STORAGE_SD), block(STORAGE_SD), location(STORAGE_USB),
                               block(STORAGE_USB));
     });
 }
 
-bool StorageOptions::isConfigured(eStorageType storage) const
+bool Storages::isConfigured(eStorageType type) const
 {
-    return areNoneGiven() || mStorages[storage].locationOption->count() > 0;
+    return isNoneConfigured() || mOptions[type].location->count() > 0;
 }
 
-void StorageOptions::require(eStorageType storage) const
+Storage Storages::require(eStorageType type) const
 {
-    if (!isConfigured(storage))
-        throw UsageError(QString("storage %1 is not configured").arg(storageName(storage)));
+    const Row &row = TABLE[type];
+    if (!isConfigured(type))
+        throw UsageError(QString("storage %1 is not configured; use --%1 DIR, or %1=DIR in the config file")
+                             .arg(row.name));
+    return {type, row.name, row.title, location(type), QString::fromStdString(mOptions[type].blockText)};
 }
 
-CLI::Option *addStorageArgument(CLI::App &command, eStorageType &storage)
+QList<Storage> Storages::configured() const
 {
-    const auto take = [&storage](const std::string &text) {
-        const QString name = QString::fromStdString(text).toLower();
-        for (int i = 0; i < STORAGE_COUNT; ++i) {
-            if (name == STORAGE_NAMES[i]) {
-                storage = static_cast<eStorageType>(i);
-                return;
-            }
-        }
-        throw CLI::ValidationError("STORAGE", "'" + text + "' is not one of mmc, sd, usb");
-    };
-    return command.add_option_function<std::string>("STORAGE", take, "mmc, sd or usb")
+    QList<Storage> storages;
+    for (const Row &row : TABLE) {
+        if (isConfigured(row.type))
+            storages.append(require(row.type));
+    }
+    return storages;
+}
+
+eStorageType parseStorage(const std::string &text)
+{
+    const QString name = fromCommandLine(text, "STORAGE");
+    for (const Row &row : TABLE) {
+        if (name.compare(QLatin1String(row.name), Qt::CaseInsensitive) == 0)
+            return row.type;
+    }
+    throw UsageError(QString("STORAGE: '%1' is not one of mmc, sd, usb").arg(name));
+}
+
+CLI::Option *addStorageArgument(CLI::App &command, eStorageType &type)
+{
+    const auto parse = [&type](const std::string &text) { type = parseStorage(text); };
+    return command.add_option_function<std::string>("STORAGE", parse, "mmc, sd or usb")
         ->required()
         ->type_name("");
-}
-
-QString storageName(eStorageType storage)
-{
-    return STORAGE_NAMES[storage];
-}
-
-QString fromCommandLine(const std::string &text, const QString &what)
-{
-    QTextCodec::ConverterState state(QTextCodec::IgnoreHeader);
-    const QString result =
-        QTextCodec::codecForName("UTF-8")->toUnicode(text.data(), static_cast<int>(text.size()), &state);
-    if (state.invalidChars > 0 || state.remainingChars > 0)
-        throw UsageError(what + " '" + printable(QByteArray::fromStdString(text)) + "' is not valid UTF-8");
-    return result;
-}
-
-QString absolutePath(const QString &path)
-{
-    return QDir::cleanPath(fromRoot(path));
-}
-
-int unsafeCharacter(const QString &path)
-{
-    return firstNotIn(path, LOCATION_CHARACTERS);
-}
-
-void requireFolder(const QString &path)
-{
-    if (QFileInfo(path).isDir())
-        return;
-    if (QFileInfo::exists(path))
-        throw Failure(path + ": not a folder");
-    const QString above = nearestExisting(path);
-    if (!QFileInfo(above).isDir())
-        throw Failure(QString("%1: cannot be created: %2 is not a folder").arg(path, above));
-    const bool writable = ::access(QFile::encodeName(above), W_OK | X_OK) == 0;
-    const QString reason = writable ? QString() : ": " + QString::fromLocal8Bit(std::strerror(errno));
-    throw Failure(QString("%1: cannot be created%2").arg(path, reason));
-}
-
-void requireLocation(eStorageType storage)
-{
-    requireFolder(VornFileHandler::getStorageDir(storage).absolutePath());
-}
-
-void requireReadable(const QString &path)
-{
-    const Descriptor folder(::open(QFile::encodeName(path).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    const bool isReadable = folder.isOpen() && ::faccessat(folder.get(), ".", X_OK, 0) == 0;
-    if (!isReadable && errno != ENOENT && errno != ENOTDIR)
-        throw Failure(path + ": " + errorText(errno));
-}
-
-void requireReadableFolders(eStorageType storage)
-{
-    const QString location = locationOf(storage);
-    requireReadable(location);
-    for (const QString &folder : listedFolders(storage))
-        requireReadable(location + "/" + folder);
 }

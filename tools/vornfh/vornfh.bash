@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
 # bash completion for vornfh                                                 -*- shell-script -*-
 
-# compgen into the reply. File names may hold blanks.
+# Runs compgen into COMPREPLY. File names may contain spaces.
 _vornfh_reply()
 {
     if [[ $1 == -o ]]; then
@@ -11,7 +11,7 @@ _vornfh_reply()
     mapfile -t COMPREPLY < <(compgen "$@")
 }
 
-# The values of an option; fails for one that takes none.
+# Completes the value of an option; fails for an option without a value.
 _vornfh_values()
 {
     case $1 in
@@ -27,7 +27,7 @@ _vornfh_values()
     esac
 }
 
-# The options of a command, the common ones not among them.
+# Prints the options of one command only.
 _vornfh_options()
 {
     case $1 in
@@ -40,7 +40,7 @@ _vornfh_options()
     esac
 }
 
-# The argument of a command that stands behind $2 others.
+# Completes the argument of a command that follows $2 others.
 _vornfh_arguments()
 {
     local storages='mmc sd usb'
@@ -65,7 +65,7 @@ _vornfh()
     local command='' word i arguments=0 isValue=''
     COMPREPLY=()
 
-    # bash makes three words of --sd=DIR.
+    # bash splits --sd=DIR into three words.
     if [[ $current == = ]]; then
         current=''
     elif [[ $previous == = ]]; then

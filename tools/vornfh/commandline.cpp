@@ -1,0 +1,121 @@
+// SPDX-License-Identifier: MIT
+#include "commandline.h"
+
+#include "output.h"
+#include "text.h"
+
+#include <memory>
+
+namespace {
+
+/// Shows an argument without the number of its values.
+class NameOnly : public CLI::Formatter
+{
+public:
+    std::string make_option_usage(const CLI::Option *option) const override { return option->get_name(); }
+};
+
+ExitCode report(const std::exception &error, ExitCode exitCode)
+{
+    printError(printable(QByteArray(error.what())));
+    return exitCode;
+}
+
+} // namespace
+
+CommandLine::CommandLine()
+    : mApp("Manages the media of a camera: numbered folders with numbered files on storage devices.",
+           "vornfh")
+{
+    mApp.set_version_flag("--version", "vornfh " VORNFH_VERSION);
+    mApp.require_subcommand(1);
+    mApp.get_formatter()->label("SUBCOMMAND", "COMMAND");
+    mApp.fallthrough(); // the options of all commands may follow the command
+    mStorages.addOptions(mApp);
+}
+
+CLI::App &CommandLine::addCommand(const std::string &name, const std::string &description,
+                                  const Command &command)
+{
+    CLI::App *app = mApp.add_subcommand(name, description)->group("Commands");
+    mCommands[app] = command;
+    return *app;
+}
+
+CLI::App &CommandLine::add(const std::string &name, const std::string &description, const Run &run)
+{
+    return addCommand(name, description, {run, true});
+}
+
+CLI::App &CommandLine::addIndependent(const std::string &name, const std::string &description, const Run &run)
+{
+    return addCommand(name, description, {run, false});
+}
+
+/// The error for a missing or unknown command. The parser's own does not name the word.
+UsageError CommandLine::noCommand() const
+{
+    const std::vector<std::string> words = mApp.remaining();
+    if (words.empty())
+        return UsageError("no command is given; see vornfh --help");
+    const QString word = printable(QByteArray::fromStdString(words.front()));
+    return UsageError(QString("'%1' is not %2; see vornfh --help")
+                          .arg(word, word.startsWith('-') ? "an option" : "a command"));
+}
+
+ExitCode CommandLine::reportParseError(const CLI::ParseError &error) const
+{
+    // The parser's message does not name the file.
+    if (dynamic_cast<const CLI::ConfigError *>(&error))
+        return report(std::runtime_error(mApp.get_config_ptr()->as<std::string>() + ": " + error.what()),
+                      WRONG_COMMAND_LINE);
+    if (dynamic_cast<const CLI::RequiredError *>(&error) && mApp.get_subcommands().empty())
+        return report(noCommand(), WRONG_COMMAND_LINE);
+    return report(error, WRONG_COMMAND_LINE);
+}
+
+ExitCode CommandLine::runCommand()
+{
+    const Command &command = mCommands.at(mApp.get_subcommands().front());
+    mStorages.check();
+    if (command.needsStorages)
+        mStorages.initLibrary();
+    return command.run();
+}
+
+ExitCode CommandLine::run(int argc, char *argv[])
+{
+    try {
+        mApp.parse(argc, argv);
+        return runCommand();
+    } catch (const CLI::Success &help) { // --help and --version
+        return static_cast<ExitCode>(mApp.exit(help));
+    } catch (const CLI::ParseError &error) {
+        return reportParseError(error);
+    } catch (const UsageError &error) {
+        return report(error, WRONG_COMMAND_LINE);
+    } catch (const std::exception &error) {
+        return report(error, FAILED);
+    }
+}
+
+void addFolderArgument(CLI::App &command, std::string &folder)
+{
+    command.add_option("FOLDER", folder, "Name of a folder directly in the DCIM folder of STORAGE")
+        ->required()
+        ->type_name("");
+}
+
+CLI::Option *addNames(CLI::App &command, const std::string &name, const std::string &description)
+{
+    // Without a limit on their number, the parser would split a value "[a,b]" as a list. A high limit that
+    // need not be reached has no such effect.
+    constexpr int LIMIT = 1 << 20;
+    command.formatter(std::make_shared<NameOnly>());
+    return command.add_option(name, description)
+        ->expected(LIMIT)
+        ->allow_extra_args(false)
+        ->take_all()
+        ->required()
+        ->option_text(" ");
+}

@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: MIT
+#ifndef COMMANDLINE_H
+#define COMMANDLINE_H
+
+#include "errors.h"
+#include "storages.h"
+
+#include <CLI/CLI.hpp>
+
+#include <functional>
+#include <map>
+#include <string>
+
+/// The command line of the tool: the options of all commands, and for each command what it runs.
+class CommandLine
+{
+public:
+    CommandLine();
+    CommandLine(const CommandLine &) = delete;
+    CommandLine &operator=(const CommandLine &) = delete;
+
+    /// What a command runs: returns the exit code, or throws one of the exceptions of errors.h.
+    using Run = std::function<ExitCode()>;
+
+    /// Adds a command. The library is initialised with the storage devices before it runs.
+    CLI::App &add(const std::string &name, const std::string &description, const Run &run);
+
+    /// Adds a command that works without storage devices.
+    CLI::App &addIndependent(const std::string &name, const std::string &description, const Run &run);
+
+    const Storages &storages() const { return mStorages; }
+
+    /// Parses the arguments and runs the command. Errors are reported on standard error.
+    ExitCode run(int argc, char *argv[]);
+
+private:
+    struct Command {
+        Run run;
+        bool needsStorages;
+    };
+
+    CLI::App &addCommand(const std::string &name, const std::string &description, const Command &command);
+    ExitCode runCommand();
+    UsageError noCommand() const;
+    ExitCode reportParseError(const CLI::ParseError &error) const;
+
+    CLI::App mApp;
+    Storages mStorages;
+    std::map<const CLI::App *, Command> mCommands;
+};
+
+/// Adds the argument FOLDER: the name of a folder directly in the location.
+void addFolderArgument(CLI::App &command, std::string &folder);
+
+/// Adds an argument that takes any number of values; results() returns them exactly as they were given. The
+/// help shows @p name for all of them.
+CLI::Option *addNames(CLI::App &command, const std::string &name, const std::string &description);
+
+#endif // COMMANDLINE_H

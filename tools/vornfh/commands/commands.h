@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: MIT
+#ifndef COMMANDS_H
+#define COMMANDS_H
+
+#include "commandline.h"
+
+void addNext(CommandLine &line);
+void addRecord(CommandLine &line);
+void addList(CommandLine &line); // folders, list, count
+void addInfo(CommandLine &line);
+void addComment(CommandLine &line);
+void addStatus(CommandLine &line);
+void addCheck(CommandLine &line);
+void addGallery(CommandLine &line);
+void addTransfer(CommandLine &line); // copy, move
+void addMkdir(CommandLine &line);
+void addRemove(CommandLine &line); // delete, rmdir, wipe
+
+#endif // COMMANDS_H

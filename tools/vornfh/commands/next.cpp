@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: MIT
+#include "commands.h"
+#include "device.h"
+#include "folders.h"
+#include "media.h"
+#include "output.h"
+
+#include <memory>
+
+namespace {
+
+struct Request {
+    VORN_FILE_HANDLER::eStorageType storage = VORN_FILE_HANDLER::STORAGE_MMC;
+    std::string type;
+};
+
+ExitCode printNext(const Storage &storage, const MediaType &type)
+{
+    requireWritable(storage);
+    requireReadable(storage.location);
+    const QString path = VornFileHandler::getNextFileName(storage.type, type.type);
+    const QString folder = QFileInfo(path).path();
+    requireFolder(folder);
+    requireReadable(folder);
+    printLine(path);
+    return DONE;
+}
+
+} // namespace
+
+void addNext(CommandLine &line)
+{
+    const auto request = std::make_shared<Request>();
+    const auto run = [&line, request] {
+        return printNext(line.storages().require(request->storage),
+                         typeOf(QString::fromStdString(request->type)));
+    };
+    CLI::App &command = line.add(
+        "next",
+        "Prints the path of the next recording. Creates its folder if it is missing, but not the file", run);
+    addStorageArgument(command, request->storage);
+    command.add_option("TYPE", request->type, "avi, mkv, jpg, png, wav or thumb")
+        ->required()
+        ->check(CLI::IsMember({"avi", "mkv", "jpg", "png", "wav", "thumb"}).description(""))
+        ->type_name("");
+}

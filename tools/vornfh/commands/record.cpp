@@ -1,0 +1,169 @@
+// SPDX-License-Identifier: MIT
+#include "claim.h"
+#include "commands.h"
+#include "device.h"
+#include "durable.h"
+#include "ffmpeg.h"
+#include "media.h"
+#include "numbering.h"
+#include "output.h"
+#include "paths.h"
+#include "signals.h"
+
+#include <QFile>
+
+#include <memory>
+
+using namespace VORN_FILE_HANDLER;
+
+namespace {
+
+struct Request {
+    eStorageType storage = STORAGE_MMC;
+    std::string type = "avi";
+    int count = 1;
+    double duration = 2;
+    std::string input;
+};
+
+struct Recording {
+    Storage storage;
+    MediaType type;
+    double duration;
+    QString input; // empty for the test picture and tone
+};
+
+/// A moving picture and a tone; a photo is tinted by its number, so that no two are alike.
+QString testSource(Kind kind, int number)
+{
+    const QString picture = "testsrc2=size=640x480:rate=25";
+    const QString tone = "sine=frequency=440";
+    if (kind == AUDIO)
+        return tone;
+    return kind == VIDEO ? picture + "[out0];" + tone + "[out1]"
+                         : QString("%1,hue=h=%2").arg(picture).arg(number * 37 % 360);
+}
+
+QStringList inputArguments(const Recording &recording, const QString &path)
+{
+    if (recording.input.isEmpty())
+        return {"-f", "lavfi", "-i", testSource(recording.type.kind, fileNumber(path))};
+    if (recording.input.startsWith("/dev/video"))
+        return {"-f", "v4l2", "-i", recording.input};
+    return {"-i", recording.input};
+}
+
+QStringList outputArguments(const Recording &recording)
+{
+    static const QStringList PICTURE = {"-map", "0:v:0", "-frames:v", "1", "-update", "1", "-f", "image2"};
+    static const QStringList VIDEO_STREAMS = {"-map", "0:v:0", "-map", "0:a:0?"};
+    const QStringList end = {"-t", QString::number(recording.duration, 'f', 3), "-abort_on", "empty_output"};
+    switch (recording.type.type) {
+    case FILE_TYPE_IMAGE_JPEG:
+        return PICTURE + QStringList{"-c:v", "mjpeg", "-pix_fmt", "yuvj420p", "-q:v", "3"};
+    case FILE_TYPE_IMAGE_PNG: return PICTURE + QStringList{"-c:v", "png"};
+    case FILE_TYPE_AUDIO_WAV:
+        return QStringList{"-map", "0:a:0", "-c:a", "pcm_s16le"} + end + QStringList{"-f", "wav"};
+    case FILE_TYPE_VIDEO_MKV:
+        return VIDEO_STREAMS + QStringList{"-c:v", "mpeg4", "-pix_fmt", "yuv420p", "-q:v", "5", "-c:a", "aac"}
+               + end + QStringList{"-f", "matroska"};
+    default:
+        return VIDEO_STREAMS
+               + QStringList{"-c:v", "mjpeg", "-pix_fmt", "yuvj420p", "-q:v", "5", "-c:a", "pcm_s16le"} + end
+               + QStringList{"-f", "avi"};
+    }
+}
+
+/// Puts a small picture beside the recording @p path. Returns the reason for a failure; empty on success.
+QString makeThumbnail(const QString &path)
+{
+    const QString thumbnail = thumbnailOf(path);
+    if (!createExclusively(thumbnail))
+        return thumbnail + ": was created by another program and is left as it is";
+    const QString reason =
+        runFfmpeg(fileInput(path)
+                      + QStringList{"-map", "0:v:0", "-frames:v", "1", "-vf", "scale=160:-2", "-c:v", "mjpeg",
+                                    "-pix_fmt", "yuvj420p", "-update", "1", "-f", "image2"},
+                  thumbnail);
+    if (reason.isEmpty())
+        return QString();
+    QFile::remove(thumbnail);
+    return thumbnail + ": cannot be created: " + reason;
+}
+
+void recordOne(const Recording &recording)
+{
+    const QString path = claimPath(recording.storage, recording.type.type);
+    const QString reason = runFfmpeg(inputArguments(recording, path) + outputArguments(recording), path);
+    if (!reason.isEmpty()) {
+        QFile::remove(path);
+        throw Failure(QString("%1: cannot be recorded: %2").arg(path, reason));
+    }
+    const QString problem = recording.type.kind == AUDIO ? QString() : makeThumbnail(path);
+    printLine(path);
+    if (!problem.isEmpty())
+        throw Failure(problem);
+}
+
+ExitCode record(const Recording &recording, int count)
+{
+    requireFfmpeg();
+    requireWritable(recording.storage);
+    catchStopSignals();
+    for (int i = 0; i < count; ++i) {
+        if (isStopped())
+            throw Failure(QString("interrupted after %1 of %2 recordings").arg(i).arg(count));
+        recordOne(recording);
+    }
+    return DONE;
+}
+
+CLI::Validator between(double lowest, double highest)
+{
+    const auto check = [lowest, highest](const std::string &text) {
+        double value = 0;
+        const bool isInside = CLI::detail::lexical_cast(text, value) && value >= lowest && value <= highest;
+        const QString message = QString("'%1' is not a number from %2 to %3");
+        return isInside ? std::string()
+                        : message.arg(QString::fromStdString(text)).arg(lowest).arg(highest).toStdString();
+    };
+    return CLI::Validator(check, "");
+}
+
+} // namespace
+
+void addRecord(CommandLine &line)
+{
+    const auto request = std::make_shared<Request>();
+    const auto run = [&line, request] {
+        const Storage storage = line.storages().require(request->storage);
+        return record({storage, typeOf(QString::fromStdString(request->type)), request->duration,
+                       fromCommandLine(request->input, "--input")},
+                      request->count);
+    };
+    CLI::App &command = line.add(
+        "record",
+        "Records with ffmpeg into the next files of a storage device and prints their paths. Photos and\n"
+        "videos get a thumbnail beside them. A recording that fails or is interrupted (SIGINT, SIGTERM,\n"
+        "SIGHUP) is removed; those before it are kept",
+        run);
+    addStorageArgument(command, request->storage);
+    command.add_option("--type", request->type, "Type of the recordings")
+        ->check(CLI::IsMember({"avi", "mkv", "jpg", "png", "wav"}).description(""))
+        ->type_name("avi|mkv|jpg|png|wav")
+        ->capture_default_str();
+    command.add_option("--count", request->count, "Number of recordings, made one after the other")
+        ->check(between(1, LAST_FILE))
+        ->type_name("N")
+        ->capture_default_str();
+    command.add_option("--duration", request->duration, "Length of a video or audio recording")
+        ->check(between(0.1, 86400))
+        ->type_name("SECONDS")
+        ->capture_default_str();
+    command
+        .add_option(
+            "--input", request->input,
+            "The source: /dev/video0 or any other input of ffmpeg. Without it, a moving test picture\n"
+            "and a tone")
+        ->type_name("INPUT");
+}

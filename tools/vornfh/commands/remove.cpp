@@ -1,0 +1,308 @@
+// SPDX-License-Identifier: MIT
+#include "commands.h"
+#include "device.h"
+#include "files.h"
+#include "folders.h"
+#include "media.h"
+#include "mounts.h"
+#include "output.h"
+#include "paths.h"
+#include "text.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <iostream>
+#include <memory>
+
+#include <fts.h>
+#include <pwd.h>
+#include <unistd.h>
+
+using namespace VORN_FILE_HANDLER;
+
+namespace {
+
+// delete
+
+/// @p path with the links in its folders resolved, but not its last name: of a link, the link itself is
+/// deleted.
+QString withResolvedFolder(const QString &path)
+{
+    const int slash = path.lastIndexOf('/');
+    const QString folder = QFileInfo(path.left(slash + 1)).canonicalFilePath();
+    return folder.isEmpty() ? path : QDir(folder).filePath(path.mid(slash + 1));
+}
+
+bool isInStorage(const QString &path, const QList<Storage> &storages)
+{
+    return std::any_of(storages.begin(), storages.end(), [&path](const Storage &storage) {
+        const QString location = QFileInfo(storage.location).canonicalFilePath();
+        return !location.isEmpty() && location != "/" && isInside(path, location);
+    });
+}
+
+void deleteFile(const QString &given, const QList<Storage> &storages)
+{
+    if (given.isEmpty())
+        throw FileFailure("''", "is not a file name");
+    const QString path = fromRoot(given);
+    struct stat status = {};
+    if (!readLinkStatus(path, status))
+        throw FileFailure(path, errorText(errno));
+    if (S_ISDIR(status.st_mode))
+        throw FileFailure(path, "is a folder");
+    if (!S_ISREG(status.st_mode) && !S_ISLNK(status.st_mode))
+        throw FileFailure(path, "is not a regular file");
+    const QString resolved = withResolvedFolder(path);
+    if (!isInStorage(resolved, storages))
+        throw FileFailure(path, "is not in the location of a configured storage device");
+    VornFileHandler::deleteFile(resolved);
+    // The library does not report the reason for a failure; a second attempt does.
+    if (readLinkStatus(resolved, status) && ::unlink(QFile::encodeName(resolved).constData()) != 0)
+        throw FileFailure(path, "cannot be deleted: " + errorText(errno));
+    printLine(printable(path));
+}
+
+ExitCode deleteFiles(const std::vector<std::string> &files, const QList<Storage> &storages)
+{
+    const int failures = forEachReporting(
+        files, [&storages](const std::string &file) { deleteFile(fileArgument(file), storages); });
+    if (failures > 0)
+        throw Failure(QString("%1 of %2 files not deleted").arg(failures).arg(files.size()));
+    return DONE;
+}
+
+// rmdir and wipe
+
+/// Everything in a folder, at all depths.
+struct Content {
+    int files = 0;
+    int folders = 0;
+    qint64 bytes = 0;
+    QStringList names;  // of files and folders
+    QStringList others; // files that are not media files
+    QString mountPoint; // of another file system in it
+    QByteArray deepest; // an entry that could be deleted by itself; empty in an empty folder
+};
+
+bool isMedia(const QByteArray &name)
+{
+    return findType(QString::fromUtf8(name), Qt::CaseInsensitive) != nullptr;
+}
+
+void count(const FTSENT &entry, int prefixLength, dev_t device, Content &content)
+{
+    const QByteArray path = entry.fts_path;
+    const QString shown = printable(path.mid(prefixLength));
+    if (entry.fts_info == FTS_D) {
+        content.folders += entry.fts_level > 0 ? 1 : 0;
+        if (entry.fts_statp->st_dev != device && content.mountPoint.isEmpty())
+            content.mountPoint = printable(path);
+        return;
+    }
+    if (entry.fts_level > 0) {
+        content.names.append(shown);
+        content.deepest = path;
+    }
+    if (entry.fts_info == FTS_DP)
+        return;
+    ++content.files;
+    if (entry.fts_info == FTS_F && entry.fts_statp->st_dev != device && content.mountPoint.isEmpty())
+        content.mountPoint = printable(path);
+    content.bytes += entry.fts_info == FTS_F ? entry.fts_statp->st_size : 0;
+    if (entry.fts_info != FTS_F || !isMedia(entry.fts_name))
+        content.others.append(shown);
+}
+
+/// Throws Failure if @p folder or a folder in it cannot be read.
+Content contentOf(const QString &folder)
+{
+    Content content;
+    QByteArray path = QFile::encodeName(folder);
+    struct stat status = {};
+    if (::lstat(path.constData(), &status) != 0)
+        return content;
+    char *const roots[] = {path.data(), nullptr};
+    const std::unique_ptr<FTS, int (*)(FTS *)> walk(::fts_open(roots, FTS_PHYSICAL | FTS_NOCHDIR, nullptr),
+                                                    ::fts_close);
+    if (!walk)
+        throw Failure(folder + ": " + errorText(errno));
+    while (const FTSENT *entry = ::fts_read(walk.get())) {
+        if (entry->fts_info == FTS_DNR || entry->fts_info == FTS_ERR || entry->fts_info == FTS_NS)
+            throw Failure(printable(QByteArray(entry->fts_path)) + ": " + errorText(entry->fts_errno));
+        count(*entry, path.size() + 1, status.st_dev, content);
+    }
+    return content;
+}
+
+QString listed(const QStringList &names)
+{
+    constexpr int SHOWN = 5;
+    const QString list = QStringList(names.mid(0, SHOWN)).join(", ");
+    return names.size() > SHOWN ? QString("%1 and %2 more").arg(list).arg(names.size() - SHOWN) : list;
+}
+
+QString summary(const Content &content)
+{
+    const QString folders = content.folders > 0 ? " and " + counted(content.folders, "folder") : QString();
+    return QString("%1%2, %3").arg(counted(content.files, "file"), folders, humanSize(content.bytes));
+}
+
+/// Reports what will be deleted, and returns only if the user agrees.
+void confirm(const QString &folder, const Content &content, bool isConfirmed)
+{
+    if (!content.mountPoint.isEmpty())
+        throw Failure(QString("%1: another file system is mounted at %2").arg(folder, content.mountPoint));
+    printError(QString("%1: %2 will be deleted").arg(folder, summary(content)));
+    if (!content.others.isEmpty())
+        printError(
+            QString("%1: including files that are not media files: %2").arg(folder, listed(content.others)));
+    if (isConfirmed)
+        return;
+    if (!::isatty(STDIN_FILENO))
+        throw UsageError(folder
+                         + ": standard input is not a terminal; use --yes to delete without a question");
+    std::fputs("Delete all of it? [y/N] ", stderr);
+    std::string answer;
+    std::getline(std::cin, answer);
+    if (answer != "y" && answer != "Y" && answer != "yes")
+        throw Failure(folder + ": not deleted");
+}
+
+/// The library does not report the reason for a failure; another attempt on one of the remaining entries
+/// does.
+QString whyNotDeleted(const QByteArray &path)
+{
+    if (QFile::encodeName(QFile::decodeName(path)) != path)
+        return "names that are not valid UTF-8 cannot be deleted";
+    return ::remove(path.constData()) == 0 ? QString("they were created in the meantime") : errorText(errno);
+}
+
+/// Reports what was deleted. Throws Failure if something is left.
+void requireGone(const QString &folder, const Content &before)
+{
+    QString rest;
+    struct stat status = {};
+    if (readLinkStatus(folder, status)) {
+        const Content left = contentOf(folder);
+        if (!left.names.isEmpty())
+            throw Failure(QString("%1: could not be deleted: %2: %3")
+                              .arg(folder, listed(left.names), whyNotDeleted(left.deepest)));
+        const int error = ::rmdir(QFile::encodeName(folder).constData()) == 0 ? 0 : errno;
+        if (error != 0 && error != EBUSY)
+            throw Failure(folder + ": is empty now, but cannot be deleted itself: " + errorText(error));
+        rest = error == EBUSY ? "; the folder itself remains because a file system is mounted on it" : "";
+    }
+    printLine(QString("%1: deleted %2%3").arg(printable(folder), summary(before), rest));
+}
+
+void requireRealFolder(const QString &path, const QString &ifMissing)
+{
+    struct stat status = {};
+    if (!readLinkStatus(path, status))
+        throw Failure(path + ": " + (errno == ENOENT ? ifMissing : errorText(errno)));
+    if (S_ISLNK(status.st_mode))
+        throw Failure(path + ": is a symbolic link; what it points to is not deleted");
+    if (!S_ISDIR(status.st_mode))
+        throw Failure(path + ": is not a folder");
+}
+
+ExitCode removeFolder(const Storage &storage, const QString &name, bool isConfirmed)
+{
+    requireNotRoot(storage);
+    requireFolderName(name);
+    const QString path = VornFileHandler::getDirPath(storage.type, name);
+    requireRealFolder(path, "does not exist");
+    requireWritable(storage);
+    Content content = contentOf(path);
+    if (!areOnOneFileSystem(path, storage.location))
+        content.mountPoint = path;
+    confirm(path, content, isConfirmed);
+    VornFileHandler::deleteFolder(storage.type, name);
+    requireGone(path, content);
+    return DONE;
+}
+
+QStringList homeFolders()
+{
+    QStringList paths{QDir::homePath()};
+    if (const passwd *user = ::getpwuid(::getuid()))
+        paths.append(QFile::decodeName(user->pw_dir));
+    return paths;
+}
+
+/// Throws UsageError if the user's home folder or another storage device would be deleted as well.
+void requireNothingElseInside(const Storage &storage, const QList<Storage> &all)
+{
+    const QString location = QFileInfo(storage.location).canonicalFilePath();
+    const auto contains = [&location](const QString &path) {
+        const QString resolved = QFileInfo(nearestExisting(path)).canonicalFilePath();
+        return resolved == location || isInside(resolved, location);
+    };
+    for (const QString &home : homeFolders()) {
+        if (contains(home))
+            throw UsageError(QString("%1: contains the home folder %2").arg(location, home));
+    }
+    for (const Storage &other : all) {
+        if (other.type != storage.type && contains(other.location))
+            throw UsageError(QString("%1: is or contains the location of storage %2, %3")
+                                 .arg(location, other.name, other.location));
+    }
+}
+
+ExitCode wipe(const Storage &storage, const QList<Storage> &all, bool isConfirmed)
+{
+    requireNotRoot(storage);
+    requireRealFolder(storage.location, "does not exist; there is nothing to delete");
+    requireNothingElseInside(storage, all);
+    requireWritable(storage);
+    const Content content = contentOf(storage.location);
+    confirm(storage.location, content, isConfirmed);
+    VornFileHandler::deleteAllFiles(storage.type);
+    requireGone(storage.location, content);
+    return DONE;
+}
+
+struct Request {
+    eStorageType storage = STORAGE_MMC;
+    std::string folder;
+    CLI::Option *paths = nullptr;
+    bool isConfirmed = false;
+};
+
+} // namespace
+
+void addRemove(CommandLine &line)
+{
+    const auto request = std::make_shared<Request>();
+    const auto addConfirmation = [request](CLI::App &command) {
+        command.add_flag("--yes", request->isConfirmed, "Delete without a question");
+    };
+
+    CLI::App &files = line.add("delete", "Deletes files from the storage devices", [&line, request] {
+        return deleteFiles(request->paths->results(), line.storages().configured());
+    });
+    request->paths = addNames(files, "PATH...", "Files");
+
+    CLI::App &folder =
+        line.add("rmdir", "Deletes a folder and everything in it from a storage device", [&line, request] {
+            return removeFolder(line.storages().require(request->storage),
+                                fromCommandLine(request->folder, "FOLDER"), request->isConfirmed);
+        });
+    addStorageArgument(folder, request->storage);
+    addFolderArgument(folder, request->folder);
+    addConfirmation(folder);
+
+    CLI::App &all = line.add("wipe", "Deletes everything on a storage device, including its DCIM folder",
+                             [&line, request] {
+                                 return wipe(line.storages().require(request->storage),
+                                             line.storages().configured(), request->isConfirmed);
+                             });
+    addStorageArgument(all, request->storage);
+    addConfirmation(all);
+}

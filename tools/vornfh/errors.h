@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: MIT
+#ifndef ERRORS_H
+#define ERRORS_H
+
+#include <QString>
+
+#include <stdexcept>
+
+/// What the tool exits with, the same for all commands.
+enum ExitCode : int {
+    DONE = 0,
+    FAILED = 1,
+    WRONG_COMMAND_LINE = 2,
+};
+
+/// A well-formed command failed: one line on standard error, exit code 1.
+class Failure : public std::runtime_error
+{
+public:
+    explicit Failure(const QString &message) : std::runtime_error(message.toStdString()) {}
+};
+
+/// The failure of one file among several; the command reports it and goes on with the next file.
+class FileFailure : public Failure
+{
+public:
+    FileFailure(const QString &path, const QString &reason) : Failure(path + ": " + reason) {}
+};
+
+/// A command line that cannot be carried out: one line on standard error, exit code 2.
+class UsageError : public std::runtime_error
+{
+public:
+    explicit UsageError(const QString &message) : std::runtime_error(message.toStdString()) {}
+};
+
+/// The system's text for an error number: "Permission denied".
+QString errorText(int error);
+
+#endif // ERRORS_H

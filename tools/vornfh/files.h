@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: MIT
+#ifndef FILES_H
+#define FILES_H
+
+#include <QString>
+
+#include <sys/stat.h>
+
+/// A file descriptor that is closed on destruction.
+class Descriptor
+{
+public:
+    explicit Descriptor(int descriptor = -1) : mDescriptor(descriptor) {}
+    ~Descriptor();
+    Descriptor(Descriptor &&other) noexcept;
+    Descriptor &operator=(Descriptor &&other) noexcept;
+    Descriptor(const Descriptor &) = delete;
+    Descriptor &operator=(const Descriptor &) = delete;
+
+    bool isOpen() const { return mDescriptor >= 0; }
+    int get() const { return mDescriptor; }
+
+private:
+    int mDescriptor;
+};
+
+/// open() with O_CLOEXEC for a QString path.
+Descriptor openFile(const QString &path, int flags, mode_t mode = 0);
+Descriptor openFolder(const QString &path);
+
+/// stat() and lstat() for a QString path; false with errno set.
+bool readStatus(const QString &path, struct stat &status);
+bool readLinkStatus(const QString &path, struct stat &status);
+
+bool isSameFile(const struct stat &one, const struct stat &other);
+
+/// Returns whether both are the same file and nothing was written to it in between.
+bool isSameState(const struct stat &before, const struct stat &after);
+
+#endif // FILES_H

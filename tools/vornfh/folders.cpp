@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: MIT
+#include "folders.h"
+
+#include "errors.h"
+#include "files.h"
+#include "paths.h"
+
+#include <QDir>
+#include <QFile>
+#include <QRegularExpression>
+
+#include <cerrno>
+
+#include <unistd.h>
+
+using namespace VORN_FILE_HANDLER;
+
+QStringList numberedFolders(const Storage &storage)
+{
+    const QString pattern = "*" + VornFileHandler::mFolderSuffix;
+    // With an invalid pattern, QDir would print a warning for each name.
+    if (!QRegularExpression(QRegularExpression::wildcardToRegularExpression(pattern)).isValid())
+        return {};
+    return QDir(storage.location)
+        .entryList({pattern}, QDir::Dirs | QDir::NoSymLinks | QDir::NoDotAndDotDot, QDir::Name);
+}
+
+bool hasNumberedFolders(const Storage &storage)
+{
+    // With an empty suffix the library lists "." and "..".
+    const bool isAlwaysListed = VornFileHandler::mFolderSuffix.isEmpty();
+    return QFileInfo(storage.location).isDir() && (isAlwaysListed || !numberedFolders(storage).isEmpty());
+}
+
+QList<QFileInfo> selectedFolders(const Storage &storage, eDIRECTORY_FILTER filter)
+{
+    requireReadableFolder(storage.location);
+    if (filter == DIRECTORY_FILTER_DCIM && !hasNumberedFolders(storage))
+        return {};
+    const QList<QFileInfo> folders = VornFileHandler::getFolders(storage.type, filter);
+    for (const QFileInfo &folder : folders)
+        requireReadable(folder.absoluteFilePath());
+    return folders;
+}
+
+void requireNotRoot(const Storage &storage)
+{
+    if (storage.location == "/" || QFileInfo(storage.location).canonicalFilePath() == "/")
+        throw UsageError(storage.location + ": the root folder cannot be used as a location");
+}
+
+void requireFolder(const QString &path)
+{
+    if (QFileInfo(path).isDir())
+        return;
+    if (QFileInfo::exists(path))
+        throw Failure(path + ": is not a folder");
+    const QString above = nearestExisting(path);
+    if (!QFileInfo(above).isDir())
+        throw Failure(QString("%1: cannot be created: %2 is not a folder").arg(path, above));
+    const bool isWritable = ::access(QFile::encodeName(above), W_OK | X_OK) == 0;
+    throw Failure(path + ": cannot be created" + (isWritable ? QString() : ": " + errorText(errno)));
+}
+
+void requireReadable(const QString &path)
+{
+    const Descriptor folder = openFolder(path);
+    const bool isReadable = folder.isOpen() && ::faccessat(folder.get(), ".", X_OK, 0) == 0;
+    if (!isReadable && errno != ENOENT && errno != ENOTDIR)
+        throw Failure(path + ": " + errorText(errno));
+}
+
+void requireReadableFolder(const QString &path)
+{
+    struct stat status = {};
+    if (!readStatus(path, status))
+        throw Failure(path + ": " + (errno == ENOENT ? "does not exist" : errorText(errno)));
+    if (!S_ISDIR(status.st_mode))
+        throw Failure(path + ": is not a folder");
+    requireReadable(path);
+}
+
+void requireReadableFolders(const Storage &storage)
+{
+    requireReadable(storage.location);
+    for (const QString &folder : numberedFolders(storage))
+        requireReadable(storage.location + "/" + folder);
+}

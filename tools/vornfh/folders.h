@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: MIT
+#ifndef FOLDERS_H
+#define FOLDERS_H
+
+#include "storages.h"
+
+#include <QFileInfo>
+#include <QList>
+#include <QStringList>
+
+// The library creates a missing location, and folder 100 if there is no numbered folder. What is here creates
+// nothing.
+
+/// The names of the folders that the library lists as numbered, in its order; "." and ".." left out.
+QStringList numberedFolders(const Storage &storage);
+
+/// Returns whether the library would list numbered folders without creating one.
+bool hasNumberedFolders(const Storage &storage);
+
+/// The folders that @p filter selects. Throws Failure if the location is missing or a folder cannot be read.
+QList<QFileInfo> selectedFolders(const Storage &storage, VORN_FILE_HANDLER::eDIRECTORY_FILTER filter);
+
+/// Throws UsageError if the location is the root folder.
+void requireNotRoot(const Storage &storage);
+
+/// Throws Failure unless @p path is a folder, with the reason why it could not be created. Call it after the
+/// library had the chance to create the folder.
+void requireFolder(const QString &path);
+
+/// Throws Failure, "<path>: Permission denied", if @p path is a folder that cannot be read: Qt and the
+/// library treat it as empty. A missing path, or one that is not a folder, is left to the caller.
+void requireReadable(const QString &path);
+
+/// Throws Failure unless @p path is a folder that can be read.
+void requireReadableFolder(const QString &path);
+
+/// The same for the location of @p storage and its numbered folders. A missing location is left to the
+/// caller.
+void requireReadableFolders(const Storage &storage);
+
+#endif // FOLDERS_H

@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: MIT
+#ifndef MEDIA_H
+#define MEDIA_H
+
+#include "vornfilehandler.h"
+
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+enum Kind { PHOTO, VIDEO, AUDIO, THUMBNAIL, OTHER };
+
+/// A type of file that the library knows.
+struct MediaType {
+    QString extension; // without a dot
+    VORN_FILE_HANDLER::eFileTypes type;
+    Kind kind;
+    const char *label; // "avi"
+    const char *name;  // "AVI video"
+};
+
+/// All types; that of thumbnails is the last.
+const QList<MediaType> &mediaTypes();
+
+/// The type for the extension of @p name; null if there is none. The library distinguishes case.
+const MediaType *findType(const QString &name, Qt::CaseSensitivity sensitivity = Qt::CaseSensitive);
+
+/// The type with this extension, which must be one of them.
+const MediaType &typeOf(const QString &extension);
+
+Kind kindOf(const QString &name);
+
+/// "jpg", "png" and so on.
+QStringList extensions();
+
+/// The path of the thumbnail that belongs to the photo or video @p path.
+QString thumbnailOf(const QString &path);
+
+/// Returns whether any photo, video or audio file has the number of @p path: DCF_0001.avi and DCF_0001.jpg
+/// share a number.
+bool isNumberTaken(const QString &path);
+
+#endif // MEDIA_H

@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+#ifndef NUMBERING_H
+#define NUMBERING_H
+
+#include "storages.h"
+
+#include <QString>
+
+/// The numbers that a player accepts and that the library assigns.
+constexpr int FIRST_FOLDER = 100;
+constexpr int LAST_FOLDER = 999;
+constexpr int LAST_FILE = 9999;
+
+/// Where the numbering of a storage device is, found without creating anything.
+struct Numbering {
+    int folder = FIRST_FOLDER; // the current folder
+    QString folderPath;
+    bool isCreated = false; // the library lists numbered folders
+    bool folderExists = false;
+    int lastFile = 0;             // the last number in the current folder
+    int lastFolder = LAST_FOLDER; // the last folder that can become the current one
+
+    /// The number of recordings until the last number is used.
+    qint64 left() const;
+};
+
+/// Prints the library's diagnostic lines about names that it skips.
+Numbering numberingOf(const Storage &storage);
+
+/// The path that the library returns for the next recording. The library itself would create a folder.
+QString nextPath(const Storage &storage, const Numbering &numbering, VORN_FILE_HANDLER::eFileTypes type);
+
+/// The name of folder @p number.
+QString folderName(int number);
+
+#endif // NUMBERING_H

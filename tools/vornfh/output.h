@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: MIT
+#ifndef OUTPUT_H
+#define OUTPUT_H
+
+#include "errors.h"
+
+#include <QJsonDocument>
+#include <QString>
+#include <QStringList>
+#include <QVector>
+
+/// One line of a result on standard output.
+void printLine(const QString &line);
+
+/// A result as indented JSON on standard output.
+void printJson(const QJsonDocument &document);
+
+/// "  name  value" on standard output, with the names padded to @p width.
+void printField(const QString &name, const QString &value, int width);
+
+/// A line about a failure on standard error.
+void printError(const QString &message);
+
+/// Calls work(item) for each of @p items. Prints the message of each Failure and goes on with the next item.
+/// Returns the number of failures.
+template <typename Items, typename Work>
+int forEachReporting(const Items &items, Work work)
+{
+    int failures = 0;
+    for (const auto &item : items) {
+        try {
+            work(item);
+        } catch (const Failure &failure) {
+            printError(QString::fromUtf8(failure.what()));
+            ++failures;
+        }
+    }
+    return failures;
+}
+
+/// Rows of text, printed in columns under a heading. Columns named in @p rightAligned contain numbers.
+class Table
+{
+public:
+    explicit Table(const QStringList &heading, const QVector<int> &rightAligned = {});
+
+    void add(const QStringList &row);
+
+    /// Prints heading and rows on standard output; cells are made printable().
+    void print() const;
+
+private:
+    QVector<int> widths() const;
+
+    QVector<QStringList> mRows;
+    QVector<int> mRightAligned;
+};
+
+#endif // OUTPUT_H

@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: MIT
+#ifndef PATHS_H
+#define PATHS_H
+
+#include <QString>
+#include <QStringList>
+
+#include <string>
+
+/// Decodes @p text from the command line. Throws UsageError if it is not valid UTF-8; @p what names the
+/// argument in the message, for example "PATH".
+QString fromCommandLine(const std::string &text, const QString &what);
+
+/// Decodes the name of one file among several. Throws FileFailure if it is not valid UTF-8.
+QString fileArgument(const std::string &text);
+
+/// @p path from the root on, otherwise unchanged: "a/../b" is not "b" if a is a symbolic link.
+QString fromRoot(const QString &path);
+
+/// @p path from the root on, with "//", "/." and "/.." removed from the text. Never a path of Qt's own kind,
+/// which begins with a colon.
+QString absolutePath(const QString &path);
+
+/// @p path or the nearest folder above it that exists.
+QString nearestExisting(const QString &path);
+
+/// Returns whether @p path is below @p folder; both are absolute.
+bool isInside(const QString &path, const QString &folder);
+
+/// Index of the first character that is neither an ASCII letter or digit nor one of @p others; -1 if there is
+/// none.
+int firstOther(const QString &text, const char *others);
+
+/// Index of the first character of an absolute path that a shell might not treat as part of a name; -1 if
+/// there is none.
+int unsafeCharacter(const QString &path);
+
+/// Returns whether @p text contains a place marker of QString::arg(), which the library would replace when it
+/// builds a path.
+bool hasPlaceMarker(const QString &text);
+
+/// Throws UsageError unless @p name can be the name of a folder directly in a location.
+void requireFolderName(const QString &name);
+
+/// The first of @p programs that is not on PATH; empty if all are.
+QString missingProgram(const QStringList &programs);
+
+#endif // PATHS_H

@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: MIT
+#ifndef STORAGES_H
+#define STORAGES_H
+
+#include "vornfilehandler.h"
+
+#include <CLI/CLI.hpp>
+
+#include <QList>
+#include <QString>
+
+#include <array>
+#include <string>
+
+constexpr int STORAGE_COUNT = 3;
+
+/// A storage device as it is configured.
+struct Storage {
+    VORN_FILE_HANDLER::eStorageType type;
+    QString name;     // "sd"
+    QString title;    // "SD card"
+    QString location; // absolute path of its DCIM folder
+    QString block;    // block name; empty if it is not configured
+};
+
+/// The storage devices that the command line and the config file name, and the options for them.
+class Storages
+{
+public:
+    /// Adds --config, --suffix, --mmc, --mmc-block and so on.
+    void addOptions(CLI::App &app);
+
+    /// Throws UsageError if a value cannot be used.
+    void check() const;
+
+    /// Initialises the library with the checked values, without its start banner. If no storage device is
+    /// configured, default ones in the user's data directory are used, and a line on standard error says so.
+    void initLibrary();
+
+    bool isConfigured(VORN_FILE_HANDLER::eStorageType type) const;
+
+    /// Throws UsageError unless isConfigured().
+    Storage require(VORN_FILE_HANDLER::eStorageType type) const;
+
+    QList<Storage> configured() const;
+
+private:
+    struct Options {
+        CLI::Option *location = nullptr;
+        CLI::Option *block = nullptr;
+        std::string locationText;
+        std::string blockText;
+    };
+
+    bool isNoneConfigured() const;
+    QString location(int type) const;
+
+    std::string mSuffix = "VORN";
+    std::array<Options, STORAGE_COUNT> mOptions;
+};
+
+/// Decodes a STORAGE argument: "mmc", "sd" or "usb", ignoring case. Throws UsageError for anything else.
+VORN_FILE_HANDLER::eStorageType parseStorage(const std::string &text);
+
+/// Adds the argument STORAGE.
+CLI::Option *addStorageArgument(CLI::App &command, VORN_FILE_HANDLER::eStorageType &type);
+
+#endif // STORAGES_H

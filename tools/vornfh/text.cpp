@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: MIT
+#include "text.h"
+
+#include <QTextCodec>
+
+#include <algorithm>
+
+namespace {
+
+bool isInterpreted(uint character)
+{
+    const auto category = QChar::category(character);
+    return category == QChar::Other_Control || category == QChar::Other_Format
+           || category == QChar::Other_Surrogate || category == QChar::Separator_Line
+           || category == QChar::Separator_Paragraph;
+}
+
+QString escaped(uint character)
+{
+    return character < 0x100 ? QString("\\x%1").arg(character, 2, 16, QChar('0'))
+                             : QString("\\u%1").arg(character, 4, 16, QChar('0'));
+}
+
+/// Length of the UTF-8 sequence at the start of @p bytes; 0 if it is not valid.
+int sequenceLength(const QByteArray &bytes)
+{
+    for (int length = 1; length <= std::min(4, bytes.size()); ++length) {
+        if (decoded(bytes.left(length)))
+            return length;
+    }
+    return 0;
+}
+
+} // namespace
+
+std::optional<QString> decoded(const QByteArray &bytes)
+{
+    QTextCodec::ConverterState state(QTextCodec::IgnoreHeader);
+    const QString text =
+        QTextCodec::codecForName("UTF-8")->toUnicode(bytes.constData(), bytes.size(), &state);
+    return state.invalidChars == 0 && state.remainingChars == 0 ? std::optional(text) : std::nullopt;
+}
+
+QString printable(const QString &text)
+{
+    QString result;
+    for (const uint character : text.toUcs4())
+        result += isInterpreted(character) ? escaped(character) : QString::fromUcs4(&character, 1);
+    return result;
+}
+
+QString printable(const QByteArray &bytes)
+{
+    QString result;
+    for (int i = 0; i < bytes.size();) {
+        const int length = sequenceLength(bytes.mid(i, 4));
+        result += length == 0 ? escaped(static_cast<uchar>(bytes[i]))
+                              : printable(QString::fromUtf8(bytes.constData() + i, length));
+        i += std::max(1, length);
+    }
+    return result;
+}
+
+QString humanSize(qint64 bytes)
+{
+    static const char *const UNITS[] = {"KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
+    if (bytes < 1024)
+        return QString("%1 B").arg(bytes);
+    double size = static_cast<double>(bytes) / 1024;
+    int unit = 0;
+    while (size >= 1023.95) { // it would be shown as 1024.0
+        size /= 1024;
+        ++unit;
+    }
+    return QString("%1 %2").arg(size, 0, 'f', 1).arg(UNITS[unit]);
+}
+
+QString counted(qint64 count, const QString &noun)
+{
+    return QString("%1 %2%3").arg(count).arg(noun, count == 1 ? "" : "s");
+}
+
+QString bar(qint64 part, qint64 whole)
+{
+    constexpr int WIDTH = 20;
+    const int filled = whole > 0 ? static_cast<int>(part * WIDTH / whole) : 0;
+    return QString(filled, '#') + QString(WIDTH - filled, '-');
+}
+
+QString timeText(const QDateTime &time)
+{
+    return time.isValid() ? time.toString("yyyy-MM-dd HH:mm:ss") : QString("unknown");
+}

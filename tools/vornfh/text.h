@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: MIT
+#ifndef TEXT_H
+#define TEXT_H
+
+#include <QByteArray>
+#include <QDateTime>
+#include <QString>
+#include <QStringList>
+
+#include <optional>
+
+/// Decodes @p bytes; nullopt if they are not valid UTF-8.
+std::optional<QString> decoded(const QByteArray &bytes);
+
+/// @p text with each character that a terminal would interpret as an escape: "\x1b", "\u202e".
+QString printable(const QString &text);
+/// The same for bytes; those that are not valid UTF-8 are escaped too.
+QString printable(const QByteArray &bytes);
+
+/// "1023 B", "1.5 KiB", "3.7 GiB".
+QString humanSize(qint64 bytes);
+
+/// "1 file", "2 files".
+QString counted(qint64 count, const QString &noun);
+
+/// "2025-02-25 14:03:59"; "unknown" if there is no time.
+QString timeText(const QDateTime &time);
+
+/// A bar of twenty characters for @p part of @p whole, "#####---------------".
+QString bar(qint64 part, qint64 whole);
+
+#endif // TEXT_H
