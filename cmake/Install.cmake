@@ -1,4 +1,4 @@
-# Components: Runtime (what a program needs to run), Development (what is needed to build one), Tool (vornfh).
+# Components: Runtime (the library), Development (what is needed to build a host), Tool (vornfh).
 include(CMakePackageConfigHelpers)
 
 install(TARGETS vornFileHandler EXPORT vornFileHandlerTargets
@@ -16,14 +16,14 @@ install(FILES
     ${PROJECT_BINARY_DIR}/vornFileHandlerConfigVersion.cmake
     DESTINATION ${package_dir} COMPONENT Development)
 
-# A path below the prefix is written as such, so that pkg-config --define-prefix can move it.
+# Directories in the prefix are written relative to it, so that pkg-config --define-prefix can move them.
 foreach(dir IN ITEMS LIBDIR INCLUDEDIR)
     set(pc_${dir} "${CMAKE_INSTALL_${dir}}")
     if(NOT IS_ABSOLUTE "${pc_${dir}}")
         string(PREPEND pc_${dir} "\${prefix}/")
     endif()
 endforeach()
-# The prefix itself is filled in when it is known for certain: at "cmake --install --prefix".
+# The prefix is filled in at installation, because "cmake --install --prefix" may change it.
 set(pc_prefix "@CMAKE_INSTALL_PREFIX@")
 configure_file(cmake/vornFileHandler.pc.in vornFileHandler.pc.in @ONLY)
 install(CODE "configure_file([[${PROJECT_BINARY_DIR}/vornFileHandler.pc.in]]
@@ -33,7 +33,7 @@ install(FILES ${PROJECT_BINARY_DIR}/vornFileHandler.pc
 
 if(VORN_FILE_HANDLER_TOOLS)
     set(man_page ${PROJECT_SOURCE_DIR}/tools/vornfh/vornfh.1)
-    if(VORN_FILE_HANDLER_PACKAGES) # Debian's policy wants it compressed
+    if(VORN_FILE_HANDLER_PACKAGES) # Debian policy requires compression
         execute_process(COMMAND gzip --best --no-name --stdout ${man_page}
             OUTPUT_FILE ${PROJECT_BINARY_DIR}/vornfh.1.gz COMMAND_ERROR_IS_FATAL ANY)
         set(man_page ${PROJECT_BINARY_DIR}/vornfh.1.gz)

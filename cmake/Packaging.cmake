@@ -1,15 +1,15 @@
-# Three Debian packages, one for each component, by "cmake --build build/debian --target package" (preset debian).
+# One Debian package for each component: "cmake --build build/debian --target package" (preset debian).
 set(debian_dir ${PROJECT_SOURCE_DIR}/packaging/debian)
 file(STRINGS ${debian_dir}/changelog newest_entry LIMIT_COUNT 1)
 if(NOT newest_entry MATCHES "^vornfilehandler \\(${PROJECT_VERSION}-([0-9]+)\\)")
-    message(FATAL_ERROR "packaging/debian/changelog begins with \"${newest_entry}\", not with ${PROJECT_VERSION}")
+    message(FATAL_ERROR "packaging/debian/changelog begins with \"${newest_entry}\" instead of ${PROJECT_VERSION}")
 endif()
 set(CPACK_DEBIAN_PACKAGE_RELEASE ${CMAKE_MATCH_1})
 set(debian_version ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
-# Whoever ships the packages names himself: -D CPACK_PACKAGE_CONTACT="Name <address>".
+# A distributor of the packages sets the maintainer: -D CPACK_PACKAGE_CONTACT="Name <address>".
 if(NOT CPACK_PACKAGE_CONTACT)
     set(CPACK_PACKAGE_CONTACT "vornFileHandler developers <developers@vornfilehandler.example>")
 endif()
@@ -32,35 +32,35 @@ set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
 
-# What the library starts: cat, cp and df; grep; awk; ffprobe. Every Debian system has the first two packages,
-# which may be named only with a version: that of the oldest release they were tried on.
+# The programs that the library runs: cat, cp and df; grep; awk; ffprobe. coreutils and grep are essential packages,
+# which a dependency may name only with a version: here, that of the oldest release on which they were tested.
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libvornfilehandler${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "coreutils (>= 9.1), ffmpeg, grep (>= 3.8), mawk | gawk")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${debian_dir}/triggers)
-set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "numbered folders and files on a camera's storages - library
-libvornFileHandler manages the media storages of an embedded camera or
-recorder (internal eMMC, SD card, USB): numbered folders with numbered files
-in a DCIM directory. It names the next recording, lists, counts, copies,
-moves and deletes media, and tells the capacity of a storage.")
+set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "media of a camera in numbered folders - library
+libvornFileHandler manages the media of an embedded camera or recorder:
+numbered files in numbered folders on its storage devices (internal eMMC, SD
+card, USB storage). It returns the path of the next recording, lists, counts,
+copies, moves and deletes files, and reports the capacity of a device.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libvornfilehandler-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
     "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${debian_version}), qtbase5-dev (>= 5.15)")
-set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "numbered folders and files on a camera's storages - development files
-libvornFileHandler manages the media storages of an embedded camera or
-recorder: numbered folders with numbered files in a DCIM directory.
+set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "media of a camera in numbered folders - development files
+libvornFileHandler manages the media of an embedded camera or recorder:
+numbered files in numbered folders on its storage devices.
 
-This package holds the header, the CMake package and the pkg-config file.")
+This package contains the header, the CMake package and the pkg-config file.")
 
 set(CPACK_DEBIAN_TOOL_PACKAGE_NAME vornfh)
 set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_TOOL_PACKAGE_DEPENDS "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${debian_version})")
-set(CPACK_DEBIAN_TOOL_DESCRIPTION "numbered folders and files on a camera's storages - command line tool
-vornfh works on the media storages of an embedded camera or recorder from
-the command line or a script: it records, lists, copies, moves and deletes
-media in the numbered folders that libvornFileHandler keeps.")
+set(CPACK_DEBIAN_TOOL_DESCRIPTION "media of a camera in numbered folders - command-line tool
+vornfh manages the media of an embedded camera or recorder from the command
+line or a script: it records, lists, checks, copies, moves and deletes the
+files in the numbered folders of libvornFileHandler.")
 
 execute_process(COMMAND gzip --best --no-name --stdout ${debian_dir}/changelog
     OUTPUT_FILE ${PROJECT_BINARY_DIR}/changelog.Debian.gz COMMAND_ERROR_IS_FATAL ANY)

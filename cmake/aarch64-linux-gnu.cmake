@@ -1,5 +1,5 @@
-# Debian on 64-bit ARM, cross-built with Debian's compiler against Debian's arm64 packages. What is built runs under
-# qemu's user emulation, tests included.
+# Cross-compiles for Debian on 64-bit ARM, with Debian's compiler and arm64 packages. The programs, including the
+# tests, run under qemu's user emulation.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
 

@@ -4,10 +4,10 @@
 #
 ################################################################################
 
-# Written to the conventions of Buildroot; never built by this project.
+# Follows the conventions of Buildroot; this project has never built it.
 
 VORNFILEHANDLER_VERSION = 1.0.0
-# A checkout beside Buildroot.
+# A checkout next to Buildroot.
 VORNFILEHANDLER_SITE = $(TOPDIR)/../vornfilehandler
 VORNFILEHANDLER_SITE_METHOD = local
 VORNFILEHANDLER_LICENSE = MIT
