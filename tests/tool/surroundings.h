@@ -35,39 +35,6 @@ inline void make(const ToolRun &tool, const QList<QByteArray> &entries, Content 
     }
 }
 
-/// Gives this process mounts of its own, which end with it. False where that is not allowed.
-inline bool takeOwnMounts()
-{
-    return ::unshare(CLONE_NEWNS) == 0 && ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
-}
-
-/// A tmpfs on a folder for as long as the object lives.
-class TmpfsMount
-{
-public:
-    TmpfsMount(const QString &path, const QByteArray &options) : mPath(QFile::encodeName(path))
-    {
-        mIsMounted = ::mount("tmpfs", mPath.constData(), "tmpfs", 0, options.constData()) == 0;
-    }
-    ~TmpfsMount()
-    {
-        if (mIsMounted)
-            ::umount2(mPath.constData(), MNT_DETACH);
-    }
-    TmpfsMount(const TmpfsMount &) = delete;
-    TmpfsMount &operator=(const TmpfsMount &) = delete;
-
-    bool isMounted() const { return mIsMounted; }
-    bool makeReadOnly() const
-    {
-        return ::mount("tmpfs", mPath.constData(), "tmpfs", MS_REMOUNT | MS_RDONLY, nullptr) == 0;
-    }
-
-private:
-    QByteArray mPath;
-    bool mIsMounted = false;
-};
-
 /// Replaces this process by the tool, with the storages of ToolRun::runOnStorages().
 [[noreturn]] inline void becomeTool(const ToolRun &tool, const QList<QByteArray> &arguments)
 {

@@ -1,11 +1,37 @@
 // SPDX-License-Identifier: MIT
 #include "toolsupport.h"
 
-#include <QFile>
-#include <QTest>
+#include <QDir>
 
+#include <algorithm>
+#include <vector>
+
+#include <pty.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
+
+namespace {
+
+const QByteArrayList STORAGE_OPTIONS = {"--suffix", "ABC",       "--mmc", "@/mmc/DCIM",
+                                        "--sd",     "@/sd/DCIM", "--usb", "@/usb/DCIM"};
+
+[[noreturn]] void becomeTool(const ToolRun &tool, const QByteArrayList &arguments)
+{
+    QByteArrayList words = QByteArrayList{VORNFH_PATH} + tool.expand(arguments);
+    std::vector<char *> pointers(static_cast<size_t>(words.size()) + 1); // the last one is null
+    std::transform(words.begin(), words.end(), pointers.begin(),
+                   [](QByteArray &word) { return word.data(); });
+    for (const QString &name : tool.environment.keys())
+        qputenv(name.toUtf8().constData(), tool.environment.value(name).toUtf8());
+    if (::chdir(QFile::encodeName(tool.path()).constData()) == 0)
+        ::execv(VORNFH_PATH, pointers.data());
+    ::_exit(127);
+}
+
+} // namespace
 
 char *toString(const Outcome &outcome)
 {
@@ -21,9 +47,14 @@ ToolRun::ToolRun() : environment(QProcessEnvironment::systemEnvironment())
     environment.insert("LC_ALL", "C");
 }
 
-QList<QByteArray> ToolRun::storageOptions()
+ToolRun::~ToolRun()
 {
-    return {"--suffix", "ABC", "--mmc", "@/mmc/DCIM", "--sd", "@/sd/DCIM", "--usb", "@/usb/DCIM"};
+    clearTree(path()); // QTemporaryDir does not delete names that are not UTF-8
+}
+
+void ToolRun::make(const Tree &entries) const
+{
+    makeTree(path(), expand(entries));
 }
 
 Outcome ToolRun::finish(QProcess &process)
@@ -38,14 +69,9 @@ Outcome ToolRun::finish(QProcess &process)
     return outcome;
 }
 
-QString ToolRun::toolPath()
+void ToolRun::start(QProcess &process, const QByteArrayList &arguments) const
 {
-    return VORNFH_PATH;
-}
-
-void ToolRun::start(QProcess &process, const QList<QByteArray> &arguments) const
-{
-    // QProcess encodes arguments by the locale of this process. A shell that reads them passes any bytes on.
+    // QProcess encodes arguments in this process's locale. A shell passes any bytes on.
     QByteArray line = "exec " + mLauncher + "'" VORNFH_PATH "'";
     for (const QByteArray &argument : arguments)
         line += " '" + expand(argument).replace('\'', "'\\''") + "'";
@@ -53,8 +79,54 @@ void ToolRun::start(QProcess &process, const QList<QByteArray> &arguments) const
     process.setWorkingDirectory(path());
     process.start("/bin/sh", QStringList());
     process.write(line + "\n");
+    process.waitForBytesWritten(); // or the shell would wait for the next event loop of this process
     process.closeWriteChannel();
-    process.waitForStarted();
+}
+
+void ToolRun::startOnStorages(QProcess &process, const QByteArrayList &arguments) const
+{
+    start(process, STORAGE_OPTIONS + arguments);
+}
+
+Outcome ToolRun::run(const QByteArrayList &arguments) const
+{
+    QProcess process;
+    start(process, arguments);
+    return finish(process);
+}
+
+Outcome ToolRun::runOnStorages(const QByteArrayList &arguments) const
+{
+    return run(STORAGE_OPTIONS + arguments);
+}
+
+Outcome ToolRun::runOnTerminal(const QByteArrayList &arguments, const QByteArray &input) const
+{
+    Outcome outcome;
+    int terminal = -1;
+    const pid_t child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
+    if (child == 0)
+        becomeTool(*this, STORAGE_OPTIONS + arguments);
+    if (::write(terminal, input.constData(), static_cast<size_t>(input.size())) != input.size())
+        return outcome;
+    char buffer[4096];
+    ssize_t count = 0;
+    while ((count = ::read(terminal, buffer, sizeof buffer)) > 0)
+        outcome.out.append(buffer, static_cast<int>(count));
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    ::close(terminal);
+    outcome.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return outcome;
+}
+
+Outcome ToolRun::runProgram(const QString &program, const QStringList &arguments) const
+{
+    QProcess process;
+    process.setProcessEnvironment(environment);
+    process.setWorkingDirectory(path());
+    process.start(program, arguments);
+    return finish(process);
 }
 
 bool ToolRun::dropPrivileges()
@@ -67,39 +139,106 @@ bool ToolRun::dropPrivileges()
     return run({"--version"}).exitCode == 0;
 }
 
-Outcome ToolRun::run(const QList<QByteArray> &arguments) const
-{
-    QProcess process;
-    start(process, arguments);
-    return finish(process);
-}
-
-Outcome ToolRun::runOnStorages(const QList<QByteArray> &arguments) const
-{
-    return run(storageOptions() + arguments);
-}
-
-Outcome ToolRun::runProgram(const QString &program, const QStringList &arguments) const
-{
-    QProcess process;
-    process.setProcessEnvironment(environment);
-    process.setWorkingDirectory(path());
-    process.start(program, arguments);
-    return finish(process);
-}
-
-QByteArray ToolRun::content(const QString &file) const
-{
-    QFile reader(file);
-    return reader.open(QIODevice::ReadOnly) ? reader.readAll() : QByteArray();
-}
-
 QMap<QByteArray, QByteArray> ToolRun::contents() const
 {
     QMap<QByteArray, QByteArray> files;
     for (const QByteArray &name : tree(path()))
-        files.insert(name, content(path() + "/" + QFile::decodeName(name)));
+        files.insert(name, content(QFile::decodeName(name)));
     return files;
+}
+
+QByteArrayList ToolRun::storageOptions()
+{
+    return STORAGE_OPTIONS;
+}
+
+QString ToolRun::toolPath()
+{
+    return VORNFH_PATH;
+}
+
+QByteArray ToolRun::content(const QString &file) const
+{
+    QFile reader(QDir(path()).filePath(file));
+    return reader.open(QIODevice::ReadOnly) ? reader.readAll() : QByteArray();
+}
+
+Tree ToolRun::expand(const Tree &entries) const
+{
+    Tree expanded;
+    for (const QByteArray &entry : entries)
+        expanded.append(expand(entry));
+    return expanded;
+}
+
+Outcome ToolRun::success(const QByteArray &out, const QByteArray &err) const
+{
+    return {0, expand(out), expand(err)};
+}
+
+Outcome ToolRun::failure(const QByteArrayList &messages, const QByteArray &out) const
+{
+    return {1, expand(out), expand(errorLines(messages))};
+}
+
+Outcome ToolRun::usageError(const QByteArrayList &messages) const
+{
+    return {2, "", expand(errorLines(messages))};
+}
+
+Tree below(const QByteArray &folder, const Tree &entries)
+{
+    Tree all;
+    for (const QByteArray &entry : entries)
+        all.append(folder + entry);
+    return all;
+}
+
+Tree onCard(const Tree &entries)
+{
+    return Tree{"sd/", "sd/DCIM/"} + below("sd/DCIM/", entries);
+}
+
+QByteArray locationCreated(const QByteArray &location)
+{
+    return diagnosticLine("root dir " + location + " doesn't exist. Create it");
+}
+
+QByteArray folderNotANumber()
+{
+    return diagnosticLine("directory is not a number, continue to check remaining directories");
+}
+
+QByteArray errorLines(const QByteArrayList &messages)
+{
+    QByteArray lines;
+    for (const QByteArray &message : messages)
+        lines += "vornfh: " + message + "\n";
+    return lines;
+}
+
+bool hasOwnMounts()
+{
+    static const bool has =
+        ::unshare(CLONE_NEWNS) == 0 && ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+    return has;
+}
+
+TmpfsMount::TmpfsMount(const QString &path, const QByteArray &options)
+    : mPath(QFile::encodeName(path)),
+      mIsMounted(::mount("tmpfs", mPath.constData(), "tmpfs", 0, options.constData()) == 0)
+{
+}
+
+TmpfsMount::~TmpfsMount()
+{
+    if (mIsMounted)
+        ::umount2(mPath.constData(), MNT_DETACH);
+}
+
+bool TmpfsMount::makeReadOnly() const
+{
+    return ::mount("tmpfs", mPath.constData(), "tmpfs", MS_REMOUNT | MS_RDONLY, nullptr) == 0;
 }
 
 FolderMode::FolderMode(const QString &path, mode_t mode) : mPath(QFile::encodeName(path))

@@ -4,21 +4,20 @@
 
 #include "testsupport.h"
 
-#include <QByteArray>
+#include <QJsonDocument>
 #include <QMap>
 #include <QProcess>
 #include <QProcessEnvironment>
-#include <QStringList>
-#include <QTemporaryDir>
 
 #include <sys/types.h>
 
-/// What a program left behind.
+/// The outcome of running a program.
 struct Outcome {
-    int exitCode = -1; ///< 128 + n for a program that signal n ended, -1 for one that never started
+    int exitCode = -1; ///< 128 + n if signal n killed the program, -1 if it did not start
     QByteArray out;
     QByteArray err;
 
+    QJsonDocument json() const { return QJsonDocument::fromJson(out); }
     bool operator==(const Outcome &other) const
     {
         return exitCode == other.exitCode && out == other.out && err == other.err;
@@ -28,46 +27,132 @@ struct Outcome {
 /// For QCOMPARE.
 char *toString(const Outcome &outcome);
 
-/// A fresh temporary directory in which the tool runs: it is the current directory, HOME and the data
-/// directory lie in it, times are UTC. In expected texts and arguments "@" stands for its path.
+/// A fresh temporary directory in which the tool runs. It is the tool's current directory and HOME, and holds
+/// its data directory. The tool runs in UTC, with the PATH that this process has when the object is made. "@"
+/// in trees, arguments and expected output stands for the path of the directory.
 class ToolRun
 {
 public:
     ToolRun();
+    ~ToolRun();
+    ToolRun(const ToolRun &) = delete;
+    ToolRun &operator=(const ToolRun &) = delete;
+
+    /// Makes @p entries below the directory.
+    void make(const Tree &entries) const;
 
     /// Runs the tool. @p arguments may be any bytes.
-    Outcome run(const QList<QByteArray> &arguments) const;
-    /// The same with "--suffix ABC --mmc @/mmc/DCIM --sd @/sd/DCIM --usb @/usb/DCIM" in front.
-    Outcome runOnStorages(const QList<QByteArray> &arguments) const;
-    /// The tool as a process that is still running.
-    void start(QProcess &process, const QList<QByteArray> &arguments) const;
-    /// From here on the tool runs as a user to whom permissions apply. To be called before files are made.
-    /// False where that is not possible.
-    bool dropPrivileges();
-    /// Waits for it to end.
+    Outcome run(const QByteArrayList &arguments) const;
+    /// The same with "--suffix ABC --mmc @/mmc/DCIM --sd @/sd/DCIM --usb @/usb/DCIM" before @p arguments.
+    Outcome runOnStorages(const QByteArrayList &arguments) const;
+    /// The same on a terminal with @p input. Both output streams and the echo of the input are in
+    /// Outcome::out.
+    Outcome runOnTerminal(const QByteArrayList &arguments, const QByteArray &input = QByteArray()) const;
+    /// Starts what runOnStorages() runs.
+    void startOnStorages(QProcess &process, const QByteArrayList &arguments) const;
+    /// Waits for the end of @p process.
     static Outcome finish(QProcess &process);
-    /// Runs any other program in the same surroundings.
+    /// Runs another program in the same environment.
     Outcome runProgram(const QString &program, const QStringList &arguments) const;
+    /// From now on the tool runs as an unprivileged user. Call this before files are made. Returns false if
+    /// that is not possible.
+    bool dropPrivileges();
 
     QString path() const { return mDirectory.path(); }
     QString sd() const { return path() + "/sd/DCIM"; }
-    /// @p text with "@" as the path of the directory.
-    QByteArray expand(QByteArray text) const { return text.replace('@', path().toUtf8()); }
+    static QString toolPath();
+    /// The content of @p file, a path relative to the directory; empty if the file cannot be read.
     QByteArray content(const QString &file) const;
+    /// @p text or @p entries with the path of the directory for "@".
+    QByteArray expand(QByteArray text) const { return text.replace('@', path().toUtf8()); }
+    Tree expand(const Tree &entries) const;
+
+    /// Expected outcomes with exit code 0, 1 and 2; the last two print errorLines(@p messages).
+    Outcome success(const QByteArray &out = QByteArray(), const QByteArray &err = QByteArray()) const;
+    Outcome failure(const QByteArrayList &messages, const QByteArray &out = QByteArray()) const;
+    Outcome usageError(const QByteArrayList &messages) const;
+
     /// All files below the directory with their contents.
     QMap<QByteArray, QByteArray> contents() const;
-
-    static QList<QByteArray> storageOptions();
-    static QString toolPath();
+    static QByteArrayList storageOptions();
+    void start(QProcess &process, const QByteArrayList &arguments) const;
 
     QProcessEnvironment environment;
 
 private:
     QTemporaryDir mDirectory;
-    QByteArray mLauncher; // in front of the tool
+    QByteArray mLauncher; // the start of the command line, before the tool
 };
 
-/// A folder with @p mode, 0 for instance, for as long as the object lives.
+/// @p entries in @p folder.
+Tree below(const QByteArray &folder, const Tree &entries);
+
+/// "sd/" and "sd/DCIM/", with @p entries in them.
+Tree onCard(const Tree &entries);
+
+/// Lines of the library on standard error: it creates @p location; it skips a folder without a number.
+QByteArray locationCreated(const QByteArray &location);
+QByteArray folderNotANumber();
+
+/// A line "vornfh: MESSAGE" for each message.
+QByteArray errorLines(const QByteArrayList &messages);
+
+/// Messages that more than one test expects.
+namespace messages {
+
+inline QByteArray notConfigured(const QByteArray &storage)
+{
+    return "storage " + storage + " is not configured";
+}
+inline QByteArray unknownStorage(const QByteArray &name)
+{
+    return "STORAGE: '" + name + "' is not one of mmc, sd, usb";
+}
+inline QByteArray notUtf8(const QByteArray &argument, const QByteArray &value)
+{
+    return argument + " '" + value + "' is not valid UTF-8";
+}
+inline QByteArray emptyFolderName()
+{
+    return "the folder name '' is empty";
+}
+inline QByteArray reservedFolderName(const QByteArray &name)
+{
+    return "the folder name '" + name + "' is no folder of the storage's own";
+}
+inline QByteArray folderNameWithSlash(const QByteArray &name)
+{
+    return "the folder name '" + name
+           + "' holds '/': only a folder directly in the storage's location can be named";
+}
+inline QByteArray readOnly(const QByteArray &location)
+{
+    return location + ": is on a read-only file system";
+}
+
+} // namespace messages
+
+/// Gives this process its own mount namespace on the first call. Returns false if this user may not do that.
+bool hasOwnMounts();
+
+/// A tmpfs that is mounted on a folder for the lifetime of the object.
+class TmpfsMount
+{
+public:
+    TmpfsMount(const QString &path, const QByteArray &options);
+    ~TmpfsMount();
+    TmpfsMount(const TmpfsMount &) = delete;
+    TmpfsMount &operator=(const TmpfsMount &) = delete;
+
+    bool isMounted() const { return mIsMounted; }
+    bool makeReadOnly() const;
+
+private:
+    QByteArray mPath;
+    bool mIsMounted;
+};
+
+/// Gives a folder another mode for the lifetime of the object.
 class FolderMode
 {
 public:

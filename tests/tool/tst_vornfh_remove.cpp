@@ -19,7 +19,7 @@ class VornfhRemoveTest : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase() { mHasMounts = takeOwnMounts(); }
+    void initTestCase() { mHasMounts = hasOwnMounts(); }
 
     void runsACommand_data();
     void runsACommand();

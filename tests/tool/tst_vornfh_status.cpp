@@ -7,6 +7,7 @@
 #include <QStorageInfo>
 #include <QtTest>
 
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 
@@ -77,7 +78,7 @@ class VornfhStatusTest : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase() { mHasMounts = takeOwnMounts(); }
+    void initTestCase() { mHasMounts = hasOwnMounts(); }
 
     void showsFoldersAndCreatesNothing_data();
     void showsFoldersAndCreatesNothing();

@@ -57,7 +57,7 @@ class VornfhTransferTest : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase() { mHasMounts = takeOwnMounts(); }
+    void initTestCase() { mHasMounts = hasOwnMounts(); }
 
     void copies_data();
     void copies();
