@@ -14,8 +14,9 @@
 
 namespace {
 
-/// Behind the page, in a copy of it: chooses each type in turn and tells what can be seen then, whether all
-/// pictures are there, whether anything is wider than the window, and the lowest contrast of any text.
+/// A script that is appended to a copy of the page. It selects each type in turn and reports what is visible,
+/// the widths of the loaded pictures, the number of elements wider than the window, the number of columns and
+/// the lowest contrast of any text.
 constexpr char LOOK[] = R"js(<script>
 const isSeen = element => element.getClientRects().length > 0;
 const numbers = colour => colour.match(/[\d.]+/g).map(Number);
@@ -53,6 +54,9 @@ addEventListener('load', () => {
 });
 </script>)js";
 
+const QString LONG_NAME =
+    "a rather long name of a photo in one word_of_forty_characters_that_cannot_break.jpg";
+
 QStringList namesIn(const QJsonValue &array)
 {
     QStringList names;
@@ -88,37 +92,28 @@ private:
     Outcome browse(const QStringList &arguments) const;
 
     ToolRun mTool;
-    QString mPage; // with LOOK behind it
+    QString mPage; // with LOOK appended
 };
 
 void VornfhGalleryPageTest::initTestCase()
 {
-    for (const char *name : {"100ABC/DCF_0001", "100ABC/DCF_0002",
-                             "101ABC/a rather long name of a photo in one "
-                             "word_of_forty_characters_that_cannot_break"}) {
-        const QString path = mTool.sd() + "/" + name;
-        QDir().mkpath(QFileInfo(path).path());
-        makePicture(path + ".jpg", {640, 480});
-        writeFile(path + ".thumb", pictureData("jpg", {160, 120}));
-    }
-    makeVideo(mTool.sd() + "/100ABC/DCF_0003.avi", {64, 48});
-    writeFile(mTool.sd() + "/100ABC/DCF_0003.thumb", pictureData("jpg", {160, 120}));
-    makeVideo(mTool.sd() + "/100ABC/DCF_0004.mkv", {64, 48});
-    makeSound(mTool.sd() + "/100ABC/DCF_0005.wav");
-    writeFile(mTool.sd() + "/101ABC/notes.txt", "x");
-    for (int i = 1; i <= 5; ++i)
-        setModified(QString("%1/100ABC/DCF_%2.%3")
-                        .arg(mTool.sd())
-                        .arg(i, 4, 10, QChar('0'))
-                        .arg(i < 3    ? "jpg"
-                             : i == 3 ? "avi"
-                             : i == 4 ? "mkv"
-                                      : "wav")
-                        .toUtf8(),
-                    1740492000000 + i * 60000LL);
+    mTool.make(onCard({"100ABC/", "101ABC/notes.txt = x"}));
+    const QString first = mTool.sd() + "/100ABC/";
+    const QString second = mTool.sd() + "/101ABC/";
+    for (const QString &photo : {first + "DCF_0001.jpg", first + "DCF_0002.jpg", second + LONG_NAME})
+        makePicture(photo, {640, 480});
+    makeVideo(first + "DCF_0003.avi", {64, 48});
+    makeVideo(first + "DCF_0004.mkv", {64, 48});
+    makeSound(first + "DCF_0005.wav");
+    qint64 time = 1740492000000;
+    for (const char *name : {"DCF_0001.jpg", "DCF_0002.jpg", "DCF_0003.avi", "DCF_0004.mkv", "DCF_0005.wav"})
+        setModified((first + name).toUtf8(), time += 60000);
+    for (QString medium :
+         {first + "DCF_0001.jpg", first + "DCF_0002.jpg", second + LONG_NAME, first + "DCF_0003.avi"})
+        writeFile(medium.replace(medium.size() - 3, 3, "thumb"), pictureData("jpg", {160, 120}));
     QCOMPARE(mTool.runOnStorages({"gallery", "sd", "--probe", "-o", "page.html"}).exitCode, 0);
-    QByteArray page = mTool.content(mTool.path() + "/page.html");
-    // The page itself forbids scripts; pictures further down may otherwise not be loaded yet.
+    QByteArray page = mTool.content("page.html");
+    // Remove the policy that forbids scripts, and lazy loading, which would leave some pictures unloaded.
     page.replace("<meta http-equiv", "<meta name").replace("loading=\"lazy\"", "");
     mPage = page.replace("</body>", LOOK + QByteArray("</body>"));
 }
@@ -140,7 +135,7 @@ Outcome VornfhGalleryPageTest::browse(const QStringList &arguments) const
     return mTool.runProgram("chromium", quiet + arguments);
 }
 
-/// What LOOK tells. The page is in a frame: a window without a screen does not get as narrow as a phone.
+/// Returns what LOOK reports. The page is in a frame: a headless window cannot be as narrow as a phone.
 QJsonObject VornfhGalleryPageTest::look(const QStringList &view, QSize window) const
 {
     const QString frame =
@@ -158,10 +153,12 @@ void VornfhGalleryPageTest::looksRightInABrowser_data()
     QTest::addColumn<QSize>("window");
     QTest::addColumn<bool>("isDark");
     QTest::addColumn<int>("columns");
-    QTest::newRow("desktop-light") << QSize(1280, 900) << false << 5;
-    QTest::newRow("desktop-dark") << QSize(1280, 900) << true << 5;
-    QTest::newRow("phone-light") << QSize(390, 844) << false << 2;
-    QTest::newRow("phone-dark") << QSize(390, 844) << true << 2;
+    const QSize desktop(1280, 900);
+    const QSize phone(390, 844);
+    QTest::newRow("desktop-light") << desktop << false << 5;
+    QTest::newRow("desktop-dark") << desktop << true << 5;
+    QTest::newRow("phone-light") << phone << false << 2;
+    QTest::newRow("phone-dark") << phone << true << 2;
 }
 
 void VornfhGalleryPageTest::looksRightInABrowser()
@@ -173,9 +170,7 @@ void VornfhGalleryPageTest::looksRightInABrowser()
                               QString("--blink-settings=preferredColorScheme=%1").arg(isDark ? 0 : 1)};
     const QJsonObject seen = look(view, window);
     QCOMPARE(seen["window"].toInt(), window.width());
-    const QStringList photos = {"DCF_0001.jpg", "DCF_0002.jpg",
-                                "a rather long name of a photo in one "
-                                "word_of_forty_characters_that_cannot_break.jpg"};
+    const QStringList photos = {"DCF_0001.jpg", "DCF_0002.jpg", LONG_NAME};
     const QStringList videos = {"DCF_0003.avi", "DCF_0004.mkv"};
     const QJsonObject shown = seen["shown"].toObject();
     QCOMPARE(namesIn(shown["only-all"]).size(), 7);
@@ -206,9 +201,9 @@ void VornfhGalleryPageTest::looksRightInABrowser()
 
 int main(int argc, char *argv[])
 {
-    constexpr int SKIPPED = 77; // as the test is registered
+    constexpr int SKIPPED = 77; // SKIP_RETURN_CODE of the test
     if (QStandardPaths::findExecutable("chromium").isEmpty()) {
-        std::puts("SKIP: the page cannot be looked at: chromium is not installed");
+        std::puts("SKIP: chromium is not installed");
         return SKIPPED;
     }
 
