@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "media.h"
+#include "standins.h"
 #include "toolsupport.h"
 
-#include <QRegularExpression>
+#include <QSet>
 #include <QTest>
 
 #include <csignal>
@@ -11,8 +12,6 @@
 #include <sys/file.h>
 #include <unistd.h>
 
-using Arguments = QList<QByteArray>;
-
 class VornfhRecordTest : public QObject
 {
     Q_OBJECT
@@ -20,44 +19,39 @@ class VornfhRecordTest : public QObject
 private slots:
     void recordsEveryType_data();
     void recordsEveryType();
-    void photosDifferFromOneToTheNext();
+    void consecutivePhotosDiffer();
     void recordsFromAFile();
-    void nextNamesAPathAndCreatesItsFolder();
-    void twoAtOnceShareNoNumber();
+    void nextPrintsAPathAndCreatesItsFolder();
+    void twoProcessesShareNoNumber();
     void waitsWhileAnotherProcessAllocates();
-    void rollsOverIntoTheNextFolder();
-    void takenNamesAreNeverOverwritten_data();
-    void takenNamesAreNeverOverwritten();
-    void theNumberOfAThumbnailLeftBehindIsPassedOver_data();
-    void theNumberOfAThumbnailLeftBehindIsPassedOver();
-    void aThumbnailThatCameInTheMeantimeIsAFailure();
-    void aFailureLeavesNothingBehind_data();
-    void aFailureLeavesNothingBehind();
+    void continuesInTheNextFolder();
+    void neverOverwritesATakenName_data();
+    void neverOverwritesATakenName();
+    void skipsTheNumberOfAnOrphanedThumbnail_data();
+    void skipsTheNumberOfAnOrphanedThumbnail();
+    void keepsAThumbnailCreatedInTheMeantime();
+    void aFailureLeavesNothing_data();
+    void aFailureLeavesNothing();
     void recordingsBeforeAFailureStay();
-    void withoutFfmpegNothingIsTouched();
-    void anInterruptedRecordingIsRemoved_data();
-    void anInterruptedRecordingIsRemoved();
+    void withoutFfmpegNothingChanges();
+    void removesAnInterruptedRecording_data();
+    void removesAnInterruptedRecording();
     void refusesWrongValues_data();
     void refusesWrongValues();
 };
 
 namespace {
 
-/// Makes @p script the program ffmpeg that the tool finds.
-void standInForFfmpeg(ToolRun &tool, const QByteArray &script)
-{
-    const QString folder = tool.path() + "/bin";
-    writeFile(folder + "/ffmpeg", "#!/bin/sh\n" + script + "\n");
-    QFile::setPermissions(folder + "/ffmpeg", QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    tool.environment.insert("PATH", folder + ":" + tool.environment.value("PATH"));
-}
-
-/// Lines of a stand-in: the last argument without "file:" is the path to write.
+/// The start of a script for ffmpeg: the path to write is the last argument, after "file:".
 const QByteArray FIND_TARGET = "for target; do :; done\ntarget=${target#file:}\n";
+const QByteArray WRITE_DATA = FIND_TARGET + "echo data > \"$target\"\n";
 
-QByteArray mediaNumber(const QByteArray &path)
+/// What ffprobe prints about @p entries of a file.
+QByteArray probe(const QString &file, const QString &entries, const QStringList &options = {})
 {
-    return path.mid(path.lastIndexOf("DCF_") + 4, 4);
+    return outputOf("ffprobe", QStringList{"-v", "error", "-of", "csv=p=0"} + options
+                                   + QStringList{"-show_entries", entries, file})
+        .simplified();
 }
 
 } // namespace
@@ -65,14 +59,16 @@ QByteArray mediaNumber(const QByteArray &path)
 void VornfhRecordTest::recordsEveryType_data()
 {
     QTest::addColumn<QByteArray>("type");
-    QTest::addColumn<QByteArray>("streams"); // as ffprobe names them
+    QTest::addColumn<QByteArray>("streams"); // as ffprobe prints them
     QTest::addColumn<bool>("hasThumbnail");
-
-    QTest::newRow("avi") << QByteArray("avi") << QByteArray("mjpeg,640,480 pcm_s16le avi") << true;
-    QTest::newRow("mkv") << QByteArray("mkv") << QByteArray("mpeg4,640,480 aac \"matroska,webm\"") << true;
-    QTest::newRow("jpg") << QByteArray("jpg") << QByteArray("mjpeg,640,480 image2") << true;
-    QTest::newRow("png") << QByteArray("png") << QByteArray("png,640,480 png_pipe") << true;
-    QTest::newRow("wav") << QByteArray("wav") << QByteArray("pcm_s16le wav") << false;
+    const auto row = [](const QByteArray &type, const QByteArray &streams, bool hasThumbnail = true) {
+        QTest::newRow(type) << type << streams << hasThumbnail;
+    };
+    row("avi", "mjpeg,640,480 pcm_s16le avi");
+    row("mkv", "mpeg4,640,480 aac \"matroska,webm\"");
+    row("jpg", "mjpeg,640,480 image2");
+    row("png", "png,640,480 png_pipe");
+    row("wav", "pcm_s16le wav", false);
 }
 
 void VornfhRecordTest::recordsEveryType()
@@ -80,324 +76,287 @@ void VornfhRecordTest::recordsEveryType()
     QFETCH(QByteArray, type);
     QFETCH(QByteArray, streams);
     QFETCH(bool, hasThumbnail);
-    ToolRun tool;
-    const Outcome outcome = tool.runOnStorages({"record", "sd", "--type", type, "--duration", "0.4"});
-    QCOMPARE(outcome, (Outcome{0, tool.expand("@/sd/DCIM/100ABC/DCF_0001." + type + "\n"),
-                               diagnosticLine(tool.expand("root dir @/sd/DCIM doesn't exist. Create it"))}));
+    const ToolRun tool;
+    QCOMPARE(tool.runOnStorages({"record", "sd", "--type", type, "--duration", "0.4"}),
+             tool.success("@/sd/DCIM/100ABC/DCF_0001." + type + "\n", locationCreated("@/sd/DCIM")));
 
-    const auto probe = [](const QString &file) {
-        return outputOf("ffprobe",
-                        {"-v", "error", "-show_entries", "stream=codec_name,width,height:format=format_name",
-                         "-of", "csv=p=0", file})
-            .simplified();
-    };
     const QString base = tool.sd() + "/100ABC/DCF_0001.";
-    QCOMPARE(probe(base + type), streams);
+    QCOMPARE(probe(base + type, "stream=codec_name,width,height:format=format_name"), streams);
     if (type == "avi" || type == "mkv" || type == "wav") {
-        const double length = outputOf("ffprobe", {"-v", "error", "-show_entries", "format=duration", "-of",
-                                                   "csv=p=0", base + type})
-                                  .trimmed()
-                                  .toDouble();
-        QVERIFY2(qAbs(length - 0.4) < 0.15, QByteArray::number(length));
+        const QByteArray length = probe(base + type, "format=duration");
+        QVERIFY2(qAbs(length.toDouble() - 0.4) < 0.15, length.constData());
     }
     QCOMPARE(QFile::exists(base + "thumb"), hasThumbnail);
     if (hasThumbnail)
-        QCOMPARE(outputOf("ffprobe", {"-v", "error", "-f", "mjpeg", "-show_entries",
-                                      "stream=codec_name,width,height", "-of", "csv=p=0", base + "thumb"})
-                     .trimmed(),
+        QCOMPARE(probe(base + "thumb", "stream=codec_name,width,height", {"-f", "mjpeg"}),
                  QByteArray("mjpeg,160,120"));
     QCOMPARE(tree(tool.sd()).size(), hasThumbnail ? 3 : 2);
 }
 
-void VornfhRecordTest::photosDifferFromOneToTheNext()
+void VornfhRecordTest::consecutivePhotosDiffer()
 {
-    ToolRun tool;
+    const ToolRun tool;
     QCOMPARE(tool.runOnStorages({"record", "sd", "--type", "jpg", "--count", "2"}).exitCode, 0);
-    const QByteArray first = tool.content(tool.sd() + "/100ABC/DCF_0001.jpg");
+    const QByteArray first = tool.content("sd/DCIM/100ABC/DCF_0001.jpg");
     QVERIFY(!first.isEmpty());
-    QVERIFY(first != tool.content(tool.sd() + "/100ABC/DCF_0002.jpg"));
+    QVERIFY(first != tool.content("sd/DCIM/100ABC/DCF_0002.jpg"));
 }
 
 void VornfhRecordTest::recordsFromAFile()
 {
-    ToolRun tool;
+    const ToolRun tool;
     makeVideo(tool.path() + "/clip.avi", QSize(64, 48));
     const Outcome outcome = tool.runOnStorages({"record", "usb", "--type", "png", "--input", "clip.avi"});
     QCOMPARE(outcome.exitCode, 0);
     QCOMPARE(outcome.out, tool.expand("@/usb/DCIM/100ABC/DCF_0001.png\n"));
-    QCOMPARE(outputOf("ffprobe", {"-v", "error", "-show_entries", "stream=width,height", "-of", "csv=p=0",
-                                  tool.path() + "/usb/DCIM/100ABC/DCF_0001.png"})
-                 .trimmed(),
+    QCOMPARE(probe(tool.path() + "/usb/DCIM/100ABC/DCF_0001.png", "stream=width,height"),
              QByteArray("64,48"));
 }
 
-void VornfhRecordTest::nextNamesAPathAndCreatesItsFolder()
+void VornfhRecordTest::nextPrintsAPathAndCreatesItsFolder()
 {
-    ToolRun tool;
-    writeFile(tool.sd() + "/101ABC/DCF_0041.jpg");
-    const auto before = tree(tool.path());
+    const ToolRun tool;
+    tool.make(onCard({"101ABC/DCF_0041.jpg"}));
+    const Tree before = tree(tool.path());
     for (const QByteArray type : {"avi", "mkv", "jpg", "png", "wav", "thumb"})
         QCOMPARE(tool.runOnStorages({"next", "sd", type}),
-                 (Outcome{0, tool.expand("@/sd/DCIM/101ABC/DCF_0042." + type + "\n"), ""}));
+                 tool.success("@/sd/DCIM/101ABC/DCF_0042." + type + "\n"));
     QCOMPARE(tree(tool.path()), before);
 
-    writeFile(tool.sd() + "/101ABC/DCF_9999.jpg");
-    QCOMPARE(tool.runOnStorages({"next", "sd", "wav"}),
-             (Outcome{0, tool.expand("@/sd/DCIM/102ABC/DCF_0001.wav\n"), ""}));
+    tool.make(onCard({"101ABC/DCF_9999.jpg"}));
+    QCOMPARE(tool.runOnStorages({"next", "sd", "wav"}), tool.success("@/sd/DCIM/102ABC/DCF_0001.wav\n"));
     QVERIFY(tree(tool.sd()).contains("102ABC/"));
 }
 
-void VornfhRecordTest::twoAtOnceShareNoNumber()
+void VornfhRecordTest::twoProcessesShareNoNumber()
 {
-    ToolRun tool;
-    standInForFfmpeg(tool, FIND_TARGET + "echo data > \"$target\"");
+    StandIns programs;
+    programs.add("ffmpeg", WRITE_DATA);
+    const ToolRun tool;
     QProcess first;
     QProcess second;
-    tool.start(first,
-               ToolRun::storageOptions() + Arguments{"record", "sd", "--type", "avi", "--count", "10"});
-    tool.start(second,
-               ToolRun::storageOptions() + Arguments{"record", "sd", "--type", "wav", "--count", "10"});
+    tool.startOnStorages(first, {"record", "sd", "--type", "avi", "--count", "10"});
+    tool.startOnStorages(second, {"record", "sd", "--type", "wav", "--count", "10"});
     const Outcome videos = ToolRun::finish(first);
-    const Outcome sounds = ToolRun::finish(second);
+    const Outcome audio = ToolRun::finish(second);
     QCOMPARE(videos.exitCode, 0);
-    QCOMPARE(sounds.exitCode, 0);
+    QCOMPARE(audio.exitCode, 0);
     QSet<QByteArray> numbers;
-    for (const QByteArray &line : (videos.out + sounds.out).trimmed().split('\n'))
-        numbers.insert(mediaNumber(line));
+    for (const QByteArray &path : (videos.out + audio.out).trimmed().split('\n'))
+        numbers.insert(path.mid(path.lastIndexOf("DCF_") + 4, 4));
     QCOMPARE(numbers.size(), 20);
     QVERIFY(numbers.contains("0001") && numbers.contains("0020"));
 }
 
 void VornfhRecordTest::waitsWhileAnotherProcessAllocates()
 {
-    ToolRun tool;
-    writeFile(tool.sd() + "/100ABC/DCF_0001.jpg");
-    standInForFfmpeg(tool, FIND_TARGET + "echo data > \"$target\"");
+    StandIns programs;
+    programs.add("ffmpeg", WRITE_DATA);
+    const ToolRun tool;
+    tool.make(onCard({"100ABC/DCF_0001.jpg"}));
     const int folder = ::open(tool.sd().toUtf8().constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     QCOMPARE(::flock(folder, LOCK_EX), 0);
     QProcess process;
-    tool.start(process, ToolRun::storageOptions() + Arguments{"record", "sd", "--type", "wav"});
-    // A waiting process stands there with its number, behind the lock that it waits for.
-    const QByteArray number = " " + QByteArray::number(process.processId()) + " ";
-    QTRY_VERIFY_WITH_TIMEOUT(tool.content("/proc/locks").contains(number), 20000);
-    writeFile(tool.sd() + "/100ABC/DCF_0002.jpg");
+    tool.startOnStorages(process, {"record", "sd", "--type", "wav"});
+    // /proc/locks lists a waiting process by its PID after the lock that it waits for.
+    const QByteArray pid = " " + QByteArray::number(process.processId()) + " ";
+    QTRY_VERIFY_WITH_TIMEOUT(tool.content("/proc/locks").contains(pid), 20000);
+    tool.make(onCard({"100ABC/DCF_0002.jpg"}));
     ::close(folder);
-    QCOMPARE(ToolRun::finish(process), (Outcome{0, tool.expand("@/sd/DCIM/100ABC/DCF_0003.wav\n"), ""}));
+    QCOMPARE(ToolRun::finish(process), tool.success("@/sd/DCIM/100ABC/DCF_0003.wav\n"));
 }
 
-void VornfhRecordTest::rollsOverIntoTheNextFolder()
+void VornfhRecordTest::continuesInTheNextFolder()
 {
-    ToolRun tool;
-    writeFile(tool.sd() + "/100ABC/DCF_9998.jpg", "9998");
-    const Outcome outcome =
-        tool.runOnStorages({"record", "sd", "--type", "wav", "--count", "2", "--duration", "0.1"});
-    QCOMPARE(outcome,
-             (Outcome{0, tool.expand("@/sd/DCIM/100ABC/DCF_9999.wav\n@/sd/DCIM/101ABC/DCF_0001.wav\n"), ""}));
-    QCOMPARE(tree(tool.sd()), (QList<QByteArray>{"100ABC/", "100ABC/DCF_9998.jpg", "100ABC/DCF_9999.wav",
-                                                 "101ABC/", "101ABC/DCF_0001.wav"}));
+    const ToolRun tool;
+    tool.make(onCard({"100ABC/DCF_9998.jpg"}));
+    QCOMPARE(tool.runOnStorages({"record", "sd", "--type", "wav", "--count", "2", "--duration", "0.1"}),
+             tool.success("@/sd/DCIM/100ABC/DCF_9999.wav\n@/sd/DCIM/101ABC/DCF_0001.wav\n"));
+    QCOMPARE(tree(tool.path()), onCard({"100ABC/", "100ABC/DCF_9998.jpg", "100ABC/DCF_9999.wav", "101ABC/",
+                                        "101ABC/DCF_0001.wav"}));
 }
 
-void VornfhRecordTest::takenNamesAreNeverOverwritten_data()
+void VornfhRecordTest::neverOverwritesATakenName_data()
 {
-    QTest::addColumn<QByteArrayList>("entries");
+    QTest::addColumn<Tree>("entries");
     QTest::addColumn<QByteArray>("message");
-    QTest::newRow("numbers-used-up")
-        << QByteArrayList{"999ABC/DCF_0001.avi", "999ABC/DCF_9999.avi", "1000ABC/"}
-        << QByteArray(
-               "the numbers of storage sd are used up: @/sd/DCIM/999ABC/DCF_0001.avi would be next, and "
-               "its number is taken");
-    QTest::newRow("numbers-used-up-by-another-type")
-        << QByteArrayList{"999ABC/DCF_0001.jpg", "999ABC/DCF_9999.wav", "1000ABC/"}
-        << QByteArray(
-               "the numbers of storage sd are used up: @/sd/DCIM/999ABC/DCF_0001.avi would be next, and "
-               "its number is taken");
-    QTest::newRow("numbers-used-up-with-thumbnails")
-        << QByteArrayList{"999ABC/DCF_0001.avi", "999ABC/DCF_0001.thumb", "999ABC/DCF_9999.avi", "1000ABC/"}
-        << QByteArray(
-               "the numbers of storage sd are used up: @/sd/DCIM/999ABC/DCF_0001.avi would be next, and "
-               "its number is taken");
-    QTest::newRow("a-thumbnail-has-the-last-number")
-        << QByteArrayList{"100ABC/DCF_9998.avi", "100ABC/DCF_9999.thumb"}
-        << QByteArray("@/sd/DCIM/100ABC/DCF_9999.avi: its number is taken by something that the numbering "
-                      "passes over");
-    QTest::newRow("a-folder-has-the-name")
-        << QByteArrayList{"100ABC/DCF_0001.avi", "100ABC/DCF_0002.avi/"}
-        << QByteArray("@/sd/DCIM/100ABC/DCF_0002.avi: its number is taken by something that the numbering "
-                      "passes over");
-    QTest::newRow("a-dangling-link-has-the-name")
-        << QByteArrayList{"100ABC/DCF_0001.avi", "100ABC/DCF_0002.png@nowhere"}
-        << QByteArray("@/sd/DCIM/100ABC/DCF_0002.avi: its number is taken by something that the numbering "
-                      "passes over");
+    const auto row = [](const char *name, const Tree &entries, const QByteArray &message) {
+        QTest::newRow(name) << entries << message;
+    };
+    const QByteArray usedUp = "the numbers of storage sd are used up: @/sd/DCIM/999ABC/DCF_0001.avi would be "
+                              "next, and its number is taken";
+    const QByteArray taken = ": its number is taken by something that the numbering passes over";
+    row("numbers-used-up", {"999ABC/DCF_0001.avi = x", "999ABC/DCF_9999.avi = x", "1000ABC/"}, usedUp);
+    row("numbers-used-up-by-other-types", {"999ABC/DCF_0001.jpg = x", "999ABC/DCF_9999.wav = x", "1000ABC/"},
+        usedUp);
+    row("numbers-used-up-with-thumbnails",
+        {"999ABC/DCF_0001.avi = x", "999ABC/DCF_0001.thumb = x", "999ABC/DCF_9999.avi = x", "1000ABC/"},
+        usedUp);
+    row("thumbnail-has-the-last-number", {"100ABC/DCF_9998.avi = x", "100ABC/DCF_9999.thumb = x"},
+        "@/sd/DCIM/100ABC/DCF_9999.avi" + taken);
+    row("folder-has-the-name", {"100ABC/DCF_0001.avi = x", "100ABC/DCF_0002.avi/"},
+        "@/sd/DCIM/100ABC/DCF_0002.avi" + taken);
+    row("dangling-link-has-the-number", {"100ABC/DCF_0001.avi = x", "100ABC/DCF_0002.png -> nowhere"},
+        "@/sd/DCIM/100ABC/DCF_0002.avi" + taken);
 }
 
-void VornfhRecordTest::takenNamesAreNeverOverwritten()
+void VornfhRecordTest::neverOverwritesATakenName()
 {
-    QFETCH(QByteArrayList, entries);
+    QFETCH(Tree, entries);
     QFETCH(QByteArray, message);
-    ToolRun tool;
-    QVERIFY(QDir().mkpath(tool.sd()));
-    makeEntries(tool.sd(), entries);
-    const auto before = tool.contents();
-    QCOMPARE(tool.runOnStorages({"record", "sd"}),
-             (Outcome{1, "", tool.expand("vornfh: " + message + "\n")}));
-    QCOMPARE(tool.contents(), before);
+    const ToolRun tool;
+    tool.make(onCard(entries));
+    const Tree before = treeWithContents(tool.path());
+    QCOMPARE(tool.runOnStorages({"record", "sd"}), tool.failure({message}));
+    QCOMPARE(treeWithContents(tool.path()), before);
 }
 
-void VornfhRecordTest::theNumberOfAThumbnailLeftBehindIsPassedOver_data()
+void VornfhRecordTest::skipsTheNumberOfAnOrphanedThumbnail_data()
 {
-    QTest::addColumn<QByteArrayList>("entries");
-    QTest::addColumn<QByteArray>("type");
-    QTest::addColumn<QByteArray>("out");
-    QTest::newRow("in-an-empty-folder")
-        << QByteArrayList{"100ABC/DCF_0001.thumb"} << QByteArray("wav")
-        << QByteArray("@/sd/DCIM/100ABC/DCF_0002.wav\n@/sd/DCIM/100ABC/DCF_0003.wav\n");
-    QTest::newRow("behind-the-last-recording")
-        << QByteArrayList{"100ABC/DCF_0005.jpg", "100ABC/DCF_0006.thumb"} << QByteArray("jpg")
-        << QByteArray("@/sd/DCIM/100ABC/DCF_0007.jpg\n@/sd/DCIM/100ABC/DCF_0008.jpg\n");
-    QTest::newRow("several") << QByteArrayList{"100ABC/DCF_0001.thumb", "100ABC/DCF_0002.thumb@nowhere",
-                                               "100ABC/DCF_0004.thumb/"}
-                             << QByteArray("avi")
-                             << QByteArray("@/sd/DCIM/100ABC/DCF_0003.avi\n@/sd/DCIM/100ABC/DCF_0005.avi\n");
+    QTest::addColumn<Tree>("entries");
+    QTest::addColumn<QByteArrayList>("recorded"); // in folder 100ABC
+    const auto row = [](const char *name, const Tree &entries, const QByteArrayList &recorded) {
+        QTest::newRow(name) << entries << recorded;
+    };
+    row("in-an-empty-folder", {"DCF_0001.thumb = x"}, {"DCF_0002.wav", "DCF_0003.wav"});
+    row("after-the-last-recording", {"DCF_0005.jpg = x", "DCF_0006.thumb = x"},
+        {"DCF_0007.jpg", "DCF_0008.jpg"});
+    row("several", {"DCF_0001.thumb = x", "DCF_0002.thumb -> nowhere", "DCF_0004.thumb/"},
+        {"DCF_0003.avi", "DCF_0005.avi"});
 }
 
-void VornfhRecordTest::theNumberOfAThumbnailLeftBehindIsPassedOver()
+void VornfhRecordTest::skipsTheNumberOfAnOrphanedThumbnail()
 {
-    QFETCH(QByteArrayList, entries);
-    QFETCH(QByteArray, type);
-    QFETCH(QByteArray, out);
-    ToolRun tool;
-    standInForFfmpeg(tool, FIND_TARGET + "echo data > \"$target\"");
-    QVERIFY(QDir().mkpath(tool.sd()));
-    makeEntries(tool.sd(), entries);
-    const auto before = tool.contents();
-    QCOMPARE(tool.runOnStorages({"record", "sd", "--type", type, "--count", "2"}),
-             (Outcome{0, tool.expand(out), ""}));
-    const auto after = tool.contents();
-    for (auto entry = before.begin(); entry != before.end(); ++entry)
-        QCOMPARE(after.value(entry.key(), "gone"), *entry);
+    QFETCH(Tree, entries);
+    QFETCH(QByteArrayList, recorded);
+    StandIns programs;
+    programs.add("ffmpeg", WRITE_DATA);
+    const ToolRun tool;
+    tool.make(below("sd/DCIM/100ABC/", entries));
+    const QByteArray type = recorded.first().right(3);
+    const QByteArray out = below("@/sd/DCIM/100ABC/", recorded).join("\n") + "\n";
+    QCOMPARE(tool.runOnStorages({"record", "sd", "--type", type, "--count", "2"}), tool.success(out));
+    const Tree after = treeWithContents(tool.sd() + "/100ABC");
+    for (const QByteArray &entry : entries)
+        QVERIFY2(after.contains(entry), entry.constData());
 }
 
-void VornfhRecordTest::aThumbnailThatCameInTheMeantimeIsAFailure()
+void VornfhRecordTest::keepsAThumbnailCreatedInTheMeantime()
 {
-    ToolRun tool;
-    standInForFfmpeg(tool, FIND_TARGET + "echo data > \"$target\"; echo mine > \"${target%.*}.thumb\"");
-    QVERIFY(QDir().mkpath(tool.sd()));
+    StandIns programs;
+    programs.add("ffmpeg", WRITE_DATA + "echo mine > \"${target%.*}.thumb\"");
+    const ToolRun tool;
+    tool.make({"sd/DCIM/"});
     QCOMPARE(tool.runOnStorages({"record", "sd", "--type", "jpg"}),
-             (Outcome{1, tool.expand("@/sd/DCIM/100ABC/DCF_0001.jpg\n"),
-                      tool.expand("vornfh: @/sd/DCIM/100ABC/DCF_0001.thumb: came in the meantime and is left "
-                                  "as it is\n")}));
-    QCOMPARE(tool.content(tool.sd() + "/100ABC/DCF_0001.thumb"), QByteArray("mine\n"));
+             tool.failure({"@/sd/DCIM/100ABC/DCF_0001.thumb: came in the meantime and is left as it is"},
+                          "@/sd/DCIM/100ABC/DCF_0001.jpg\n"));
+    QCOMPARE(tool.content("sd/DCIM/100ABC/DCF_0001.thumb"), QByteArray("mine\n"));
 }
 
-void VornfhRecordTest::aFailureLeavesNothingBehind_data()
+void VornfhRecordTest::aFailureLeavesNothing_data()
 {
-    QTest::addColumn<QByteArray>("standIn"); // empty for the real ffmpeg
-    QTest::addColumn<QByteArray>("input");
+    QTest::addColumn<QByteArray>("script"); // for ffmpeg; empty for the real one
     QTest::addColumn<QByteArray>("reason");
-    QTest::newRow("missing-input") << QByteArray() << QByteArray("@/none.avi")
-                                   << QByteArray("@/none.avi: No such file or directory");
-    QTest::newRow("writes-and-fails")
-        << FIND_TARGET + "echo half > \"$target\"; echo first >&2; echo last >&2; exit 3" << QByteArray("x")
-        << QByteArray("last");
-    QTest::newRow("fails-without-a-word")
-        << QByteArray("exit 3") << QByteArray("x") << QByteArray("ffmpeg ended with exit code 3");
-    QTest::newRow("writes-nothing") << QByteArray("exit 0") << QByteArray("x")
-                                    << QByteArray("ffmpeg wrote nothing");
-    QTest::newRow("escape-in-its-message")
-        << QByteArray("printf 'a\\033b\\n' >&2; exit 1") << QByteArray("x") << QByteArray("a\\x1bb");
+    const auto row = [](const char *name, const QByteArray &script, const QByteArray &reason) {
+        QTest::newRow(name) << script << reason;
+    };
+    row("missing-input", "", "@/none.avi: No such file or directory");
+    row("writes-and-fails", FIND_TARGET + "echo half > \"$target\"; echo first >&2; echo last >&2; exit 3",
+        "last");
+    row("fails-without-a-message", "exit 3", "ffmpeg ended with exit code 3");
+    row("writes-nothing", "exit 0", "ffmpeg wrote nothing");
+    row("escape-sequence-in-its-message", "printf 'a\\033b\\n' >&2; exit 1", "a\\x1bb");
 }
 
-void VornfhRecordTest::aFailureLeavesNothingBehind()
+void VornfhRecordTest::aFailureLeavesNothing()
 {
-    QFETCH(QByteArray, standIn);
-    QFETCH(QByteArray, input);
+    QFETCH(QByteArray, script);
     QFETCH(QByteArray, reason);
-    ToolRun tool;
-    writeFile(tool.sd() + "/100ABC/DCF_0001.jpg", "one");
-    if (!standIn.isEmpty())
-        standInForFfmpeg(tool, standIn);
-    const auto before = tool.contents();
-    const QByteArray error = "vornfh: @/sd/DCIM/100ABC/DCF_0002.avi: cannot be recorded: " + reason + "\n";
-    QCOMPARE(tool.runOnStorages({"record", "sd", "--input", input}), (Outcome{1, "", tool.expand(error)}));
-    QCOMPARE(tool.contents(), before);
+    StandIns programs;
+    if (!script.isEmpty())
+        programs.add("ffmpeg", script);
+    const ToolRun tool;
+    tool.make(onCard({"100ABC/DCF_0001.jpg = one"}));
+    const Tree before = treeWithContents(tool.path());
+    QCOMPARE(tool.runOnStorages({"record", "sd", "--input", "@/none.avi"}),
+             tool.failure({"@/sd/DCIM/100ABC/DCF_0002.avi: cannot be recorded: " + reason}));
+    QCOMPARE(treeWithContents(tool.path()), before);
 }
 
 void VornfhRecordTest::recordingsBeforeAFailureStay()
 {
-    ToolRun tool;
-    QVERIFY(QDir().mkpath(tool.sd()));
-    standInForFfmpeg(tool, FIND_TARGET
-                               + "echo data > \"$target\"\n"
-                                 "case $target in *0003*) echo broken >&2; exit 1;; esac");
+    StandIns programs;
+    programs.add("ffmpeg", WRITE_DATA + "case $target in *0003*) echo broken >&2; exit 1;; esac");
+    const ToolRun tool;
+    tool.make({"sd/DCIM/"});
     QCOMPARE(tool.runOnStorages({"record", "sd", "--type", "wav", "--count", "5"}),
-             (Outcome{1, tool.expand("@/sd/DCIM/100ABC/DCF_0001.wav\n@/sd/DCIM/100ABC/DCF_0002.wav\n"),
-                      tool.expand("vornfh: @/sd/DCIM/100ABC/DCF_0003.wav: cannot be recorded: broken\n")}));
-    QCOMPARE(tree(tool.sd()), (QList<QByteArray>{"100ABC/", "100ABC/DCF_0001.wav", "100ABC/DCF_0002.wav"}));
+             tool.failure({"@/sd/DCIM/100ABC/DCF_0003.wav: cannot be recorded: broken"},
+                          "@/sd/DCIM/100ABC/DCF_0001.wav\n@/sd/DCIM/100ABC/DCF_0002.wav\n"));
+    QCOMPARE(tree(tool.path()), onCard({"100ABC/", "100ABC/DCF_0001.wav", "100ABC/DCF_0002.wav"}));
 }
 
-void VornfhRecordTest::withoutFfmpegNothingIsTouched()
+void VornfhRecordTest::withoutFfmpegNothingChanges()
 {
-    ToolRun tool;
-    tool.environment.insert("PATH", tool.path() + "/nowhere");
+    const StandIns noPrograms(StandIns::Alone);
+    const ToolRun tool;
     QCOMPARE(tool.runOnStorages({"record", "sd"}),
-             (Outcome{1, "", "vornfh: ffmpeg is not on the search path; recording needs it\n"}));
-    QCOMPARE(tree(tool.path()), QList<QByteArray>());
+             tool.failure({"ffmpeg is not on the search path; recording needs it"}));
+    QCOMPARE(tree(tool.path()), Tree());
 }
 
-void VornfhRecordTest::anInterruptedRecordingIsRemoved_data()
+void VornfhRecordTest::removesAnInterruptedRecording_data()
 {
     QTest::addColumn<int>("number");
     QTest::newRow("SIGINT") << SIGINT;
     QTest::newRow("SIGTERM") << SIGTERM;
 }
 
-void VornfhRecordTest::anInterruptedRecordingIsRemoved()
+void VornfhRecordTest::removesAnInterruptedRecording()
 {
     QFETCH(int, number);
-    ToolRun tool;
-    writeFile(tool.sd() + "/100ABC/DCF_0001.jpg", "one");
-    standInForFfmpeg(tool, FIND_TARGET
+    StandIns programs;
+    programs.add("ffmpeg", FIND_TARGET
                                + "echo $$ > \"$target\"\n"
                                  "trap 'exit 255' TERM\n"
                                  "while :; do sleep 0.05; done");
-    const QString target = tool.sd() + "/100ABC/DCF_0002.avi";
+    const ToolRun tool;
+    tool.make(onCard({"100ABC/DCF_0001.jpg"}));
+    const QString target = "sd/DCIM/100ABC/DCF_0002.avi";
     QProcess process;
-    tool.start(process, ToolRun::storageOptions() + Arguments{"record", "sd", "--count", "3"});
+    tool.startOnStorages(process, {"record", "sd", "--count", "3"});
     QTRY_VERIFY_WITH_TIMEOUT(tool.content(target).endsWith('\n'), 20000);
     const pid_t ffmpeg = tool.content(target).trimmed().toInt();
     QCOMPARE(::kill(static_cast<pid_t>(process.processId()), number), 0);
     QCOMPARE(ToolRun::finish(process),
-             (Outcome{1, "", "vornfh: " + target.toUtf8() + ": cannot be recorded: interrupted\n"}));
-    QCOMPARE(tree(tool.sd()), (QList<QByteArray>{"100ABC/", "100ABC/DCF_0001.jpg"}));
+             tool.failure({"@/sd/DCIM/100ABC/DCF_0002.avi: cannot be recorded: interrupted"}));
+    QCOMPARE(tree(tool.path()), onCard({"100ABC/", "100ABC/DCF_0001.jpg"}));
     QVERIFY(::kill(ffmpeg, 0) != 0);
 }
 
 void VornfhRecordTest::refusesWrongValues_data()
 {
-    QTest::addColumn<Arguments>("arguments");
+    QTest::addColumn<QByteArrayList>("options");
     QTest::addColumn<QByteArray>("message");
-    QTest::newRow("type") << Arguments{"--type", "gif"}
-                          << QByteArray("--type: gif not in {avi,mkv,jpg,png,wav}");
-    QTest::newRow("count-zero") << Arguments{"--count", "0"}
-                                << QByteArray("--count: '0' is no number from 1 to 9999");
-    QTest::newRow("count-no-number") << Arguments{"--count", "many"}
-                                     << QByteArray("--count: 'many' is no number from 1 to 9999");
-    QTest::newRow("duration-not-a-number")
-        << Arguments{"--duration", "nan"} << QByteArray("--duration: 'nan' is no number from 0.1 to 86400");
-    QTest::newRow("duration-negative")
-        << Arguments{"--duration=-1"} << QByteArray("--duration: '-1' is no number from 0.1 to 86400");
-    QTest::newRow("input-no-utf-8") << Arguments{"--input", "\xff"}
-                                    << QByteArray("--input '\\xff' is not valid UTF-8");
+    const auto row = [](const char *name, const QByteArrayList &options, const QByteArray &message) {
+        QTest::newRow(name) << options << message;
+    };
+    const QByteArray outsideCount = " is no number from 1 to 9999";
+    const QByteArray outsideDuration = " is no number from 0.1 to 86400";
+    row("unknown-type", {"--type", "gif"}, "--type: gif not in {avi,mkv,jpg,png,wav}");
+    row("count-zero", {"--count", "0"}, "--count: '0'" + outsideCount);
+    row("count-not-a-number", {"--count", "many"}, "--count: 'many'" + outsideCount);
+    row("duration-not-a-number", {"--duration", "nan"}, "--duration: 'nan'" + outsideDuration);
+    row("negative-duration", {"--duration=-1"}, "--duration: '-1'" + outsideDuration);
+    row("input-not-utf-8", {"--input", "\xff"}, messages::notUtf8("--input", "\\xff"));
 }
 
 void VornfhRecordTest::refusesWrongValues()
 {
-    QFETCH(Arguments, arguments);
+    QFETCH(QByteArrayList, options);
     QFETCH(QByteArray, message);
-    ToolRun tool;
-    QCOMPARE(tool.runOnStorages(Arguments{"record", "sd"} + arguments),
-             (Outcome{2, "", "vornfh: " + message + "\n"}));
-    QCOMPARE(tree(tool.path()), QList<QByteArray>());
+    const ToolRun tool;
+    QCOMPARE(tool.runOnStorages(QByteArrayList{"record", "sd"} + options), tool.usageError({message}));
+    QCOMPARE(tree(tool.path()), Tree());
 }
 
 QTEST_GUILESS_MAIN(VornfhRecordTest)
