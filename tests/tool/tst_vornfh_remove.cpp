@@ -1,16 +1,50 @@
 // SPDX-License-Identifier: MIT
-#include "surroundings.h"
+#include "toolsupport.h"
 
-#include <QtTest>
+#include <QFile>
+#include <QTest>
+
+#include <algorithm>
 
 #include <sys/stat.h>
 
 namespace {
 
-using Words = QList<QByteArray>;
+const Tree MEDIA = {"mmc/DCIM/100ABC/DCF_0001.jpg = 1234", "sd/DCIM/100ABC/DCF_0001.jpg = 1234",
+                    "sd/DCIM/100ABC/DCF_0002.AVI = 1234", "sd/DCIM/101ABC/DCF_0001.wav = 1234"};
 
-const Words MEDIA{"mmc/DCIM/100ABC/DCF_0001.jpg", "sd/DCIM/100ABC/DCF_0001.jpg",
-                  "sd/DCIM/100ABC/DCF_0002.AVI", "sd/DCIM/101ABC/DCF_0001.wav"};
+/// @p entries without @p deleted.
+Tree without(Tree entries, const Tree &deleted)
+{
+    for (const QByteArray &entry : deleted)
+        entries.removeOne(entry);
+    return entries;
+}
+
+QByteArray notDeleted(int failed, int all)
+{
+    return QByteArray::number(failed) + " of " + QByteArray::number(all) + " files not deleted";
+}
+
+QByteArray toDelete(const QByteArray &path, const QByteArray &what)
+{
+    return path + ": " + what + " will be deleted";
+}
+
+QByteArray notConfirmed(const QByteArray &path)
+{
+    return path + ": nobody can be asked, standard input is no terminal: needs --yes";
+}
+
+QByteArray isALink(const QByteArray &path)
+{
+    return path + ": is a symbolic link, what it leads to is not deleted";
+}
+
+QByteArray holdsMount(const QByteArray &path, const QByteArray &mountPoint)
+{
+    return path + ": another file system is mounted at " + mountPoint;
+}
 
 } // namespace
 
@@ -19,173 +53,267 @@ class VornfhRemoveTest : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase() { mHasMounts = hasOwnMounts(); }
-
-    void runsACommand_data();
-    void runsACommand();
+    void deletesFiles_data();
+    void deletesFiles();
+    void deletesOnlyInALocation_data();
+    void deletesOnlyInALocation();
+    void createsFolders_data();
+    void createsFolders();
+    void removesFolders_data();
+    void removesFolders();
+    void refusesToChangeAFolder_data();
+    void refusesToChangeAFolder();
+    void refusesWrongCommandLines_data();
+    void refusesWrongCommandLines();
     void asksOnATerminal_data();
     void asksOnATerminal();
     void refusesToWipeTheHomeFolder();
-    void refusesToWipeTheLocationOfAnother_data();
-    void refusesToWipeTheLocationOfAnother();
+    void refusesToWipeAnotherLocation_data();
+    void refusesToWipeAnotherLocation();
     void refusesTheRootFolder();
-    void leavesOtherFileSystemsAlone();
+    void keepsOtherFileSystems();
     void emptiesALocationThatIsAMountPoint();
-    void tellsWhatCannotBeDeleted();
-    void refusesWhatCannotBeRead_data();
-    void refusesWhatCannotBeRead();
+    void reportsWhatCannotBeDeleted();
+    void refusesUnreadableFolders_data();
+    void refusesUnreadableFolders();
     void wipesWithoutASuffix();
-    void saysThatTheStorageIsReadOnly_data();
-    void saysThatTheStorageIsReadOnly();
-
-private:
-    bool mHasMounts = false;
+    void reportsAReadOnlyStorage_data();
+    void reportsAReadOnlyStorage();
 };
 
-void VornfhRemoveTest::runsACommand_data()
+void VornfhRemoveTest::deletesFiles_data()
 {
-    QTest::addColumn<Words>("before");
-    QTest::addColumn<Words>("arguments");
-    QTest::addColumn<Words>("gone"); // of MEDIA, the entries before it, and their folders
-    QTest::addColumn<Words>("created");
-    QTest::addColumn<int>("exitCode");
+    QTest::addColumn<Tree>("before"); // in addition to MEDIA
+    QTest::addColumn<QByteArrayList>("files");
     QTest::addColumn<QByteArray>("out");
-    QTest::addColumn<QByteArray>("err");
-    const auto row = [](const char *name, const Words &before, const Words &arguments, int exitCode,
-                        const QByteArray &out, const QByteArray &err, const Words &gone = {},
-                        const Words &created = {}) {
-        QTest::newRow(name) << before << arguments << gone << created << exitCode << out << err;
+    QTest::addColumn<Tree>("deleted");
+    QTest::addColumn<QByteArrayList>("messages");
+    const auto row = [](const char *name, const Tree &before, const QByteArrayList &files,
+                        const QByteArray &out, const Tree &deleted, const QByteArrayList &messages = {}) {
+        QTest::newRow(name) << before << files << out << deleted << messages;
     };
-    const QByteArray outside = ": is not inside the location of a configured storage\n";
-    const QByteArray oneNot = "vornfh: 1 of 1 files not deleted\n";
-    const QByteArray single = "holds '/': only a folder directly in the storage's location can be named\n";
-
-    row("delete-two-files", {}, {"delete", "sd/DCIM/100ABC/DCF_0001.jpg", "@/mmc/DCIM/100ABC/DCF_0001.jpg"},
-        0, "@/sd/DCIM/100ABC/DCF_0001.jpg\n@/mmc/DCIM/100ABC/DCF_0001.jpg\n", "",
+    row("two-files", {}, {"sd/DCIM/100ABC/DCF_0001.jpg", "@/mmc/DCIM/100ABC/DCF_0001.jpg"},
+        "@/sd/DCIM/100ABC/DCF_0001.jpg\n@/mmc/DCIM/100ABC/DCF_0001.jpg\n",
         {"sd/DCIM/100ABC/DCF_0001.jpg", "mmc/DCIM/100ABC/DCF_0001.jpg"});
-    row("delete-goes-on", {}, {"delete", "missing", "sd/DCIM/100ABC", "sd/DCIM/100ABC/DCF_0001.jpg"}, 1,
-        "@/sd/DCIM/100ABC/DCF_0001.jpg\n",
-        "vornfh: @/missing: No such file or directory\nvornfh: @/sd/DCIM/100ABC: is a folder\n"
-        "vornfh: 2 of 3 files not deleted\n",
-        {"sd/DCIM/100ABC/DCF_0001.jpg"});
-    row("delete-outside", {"a.jpg"}, {"delete", "a.jpg"}, 1, "", "vornfh: @/a.jpg" + outside + oneNot);
-    row("delete-outside-by-dots", {"sd/a.jpg"}, {"delete", "sd/DCIM/../a.jpg"}, 1, "",
-        "vornfh: @/sd/DCIM/../a.jpg" + outside + oneNot);
-    row("delete-name-that-begins-like-the-location", {"sd/DCIM2/a.jpg"}, {"delete", "sd/DCIM2/a.jpg"}, 1, "",
-        "vornfh: @/sd/DCIM2/a.jpg" + outside + oneNot);
-    row("delete-through-a-link-out", {"x/a.jpg", "sd/DCIM/out -> @/x"}, {"delete", "sd/DCIM/out/a.jpg"}, 1,
-        "", "vornfh: @/sd/DCIM/out/a.jpg" + outside + oneNot);
-    row("delete-through-a-link-in", {"in -> sd/DCIM/100ABC"}, {"delete", "in/DCF_0001.jpg"}, 0,
-        "@/in/DCF_0001.jpg\n", "", {"sd/DCIM/100ABC/DCF_0001.jpg"});
-    row("delete-the-link-not-its-target", {"a.jpg", "sd/DCIM/l.jpg -> @/a.jpg"}, {"delete", "sd/DCIM/l.jpg"},
-        0, "@/sd/DCIM/l.jpg\n", "", {"sd/DCIM/l.jpg -> @/a.jpg"});
-    row("delete-odd-names", {"sd/DCIM/-f [a,b] 'x'\n"}, {"delete", "sd/DCIM/-f [a,b] 'x'\n"}, 0,
-        "@/sd/DCIM/-f [a,b] 'x'\\x0a\n", "", {"sd/DCIM/-f [a,b] 'x'\n"});
-    row("delete-brackets", {"sd/DCIM/[a]", "sd/DCIM/a"}, {"delete", "sd/DCIM/[a]"}, 0, "@/sd/DCIM/[a]\n", "",
-        {"sd/DCIM/[a]"});
-    row("delete-no-utf8", {}, {"delete", "sd/DCIM/\xff"}, 1, "",
-        "vornfh: PATH 'sd/DCIM/\\xff' is not valid UTF-8\n" + oneNot);
-    row("delete-nothing", {}, {"delete"}, 2, "", "vornfh: PATH... is required\n");
-
-    row("mkdir", {}, {"mkdir", "sd", "MISC"}, 0, "@/sd/DCIM/MISC\n", "", {}, {"sd/DCIM/MISC/"});
-    row("mkdir-name-of-a-command", {}, {"mkdir", "sd", "list"}, 0, "@/sd/DCIM/list\n", "", {},
-        {"sd/DCIM/list/"});
-    row("mkdir-creates-the-location", {}, {"mkdir", "usb", "MISC"}, 0, "@/usb/DCIM/MISC\n", "", {},
-        {"usb/", "usb/DCIM/", "usb/DCIM/MISC/"});
-    row("mkdir-of-what-is-there", {}, {"mkdir", "sd", "100ABC"}, 1, "",
-        "vornfh: @/sd/DCIM/100ABC: exists already\n");
-    row("mkdir-below-a-file", {"usb"}, {"mkdir", "usb", "MISC"}, 1, "",
-        "vornfh: @/usb/DCIM/MISC: cannot be created: Not a directory\n");
-    row("mkdir-path", {}, {"mkdir", "sd", "a/b"}, 2, "", "vornfh: the folder name 'a/b' " + single);
-    row("mkdir-dots", {}, {"mkdir", "sd", ".."}, 2, "",
-        "vornfh: the folder name '..' is no folder of the storage's own\n");
-    row("mkdir-nothing", {}, {"mkdir", "sd", ""}, 2, "", "vornfh: the folder name '' is empty\n");
-
-    row("rmdir", {}, {"rmdir", "sd", "100ABC", "--yes"}, 0, "@/sd/DCIM/100ABC: deleted 2 files, 8 B\n",
-        "vornfh: @/sd/DCIM/100ABC: 2 files, 8 B will be deleted\n",
-        {"sd/DCIM/100ABC/", "sd/DCIM/100ABC/DCF_0001.jpg", "sd/DCIM/100ABC/DCF_0002.AVI"});
-    row("rmdir-with-other-files", {"sd/DCIM/101ABC/x/notes.txt", "sd/DCIM/101ABC/l.jpg -> nowhere"},
-        {"rmdir", "sd", "101ABC", "--yes"}, 0, "@/sd/DCIM/101ABC: deleted 3 files and 1 folder, 8 B\n",
-        "vornfh: @/sd/DCIM/101ABC: 3 files and 1 folder, 8 B will be deleted\n"
-        "vornfh: @/sd/DCIM/101ABC: not media among them: l.jpg, x/notes.txt\n",
-        {"sd/DCIM/101ABC/", "sd/DCIM/101ABC/x/", "sd/DCIM/101ABC/x/notes.txt", "sd/DCIM/101ABC/DCF_0001.wav",
-         "sd/DCIM/101ABC/l.jpg -> nowhere"});
-    row("rmdir-unasked", {}, {"rmdir", "sd", "101ABC"}, 2, "",
-        "vornfh: @/sd/DCIM/101ABC: 1 file, 4 B will be deleted\n"
-        "vornfh: @/sd/DCIM/101ABC: nobody can be asked, standard input is no terminal: needs --yes\n");
-    row("rmdir-missing", {}, {"rmdir", "sd", "102ABC", "--yes"}, 1, "",
-        "vornfh: @/sd/DCIM/102ABC: does not exist\n");
-    row("rmdir-file", {"sd/DCIM/x"}, {"rmdir", "sd", "x", "--yes"}, 1, "",
-        "vornfh: @/sd/DCIM/x: is not a folder\n");
-    row("rmdir-link", {"x/a.jpg", "sd/DCIM/link -> @/x"}, {"rmdir", "sd", "link", "--yes"}, 1, "",
-        "vornfh: @/sd/DCIM/link: is a symbolic link, what it leads to is not deleted\n");
-    row("rmdir-location", {}, {"rmdir", "sd", "", "--yes"}, 2, "", "vornfh: the folder name '' is empty\n");
-    row("rmdir-above", {}, {"rmdir", "sd", "..", "--yes"}, 2, "",
-        "vornfh: the folder name '..' is no folder of the storage's own\n");
-    row("rmdir-other-storage", {}, {"rmdir", "card", "100ABC", "--yes"}, 2, "",
-        "vornfh: STORAGE: 'card' is not one of mmc, sd, usb\n");
-
-    row("wipe", {"sd/DCIM/loose.txt", "sd/beside.jpg"}, {"wipe", "sd", "--yes"}, 0,
-        "@/sd/DCIM: deleted 4 files and 2 folders, 16 B\n",
-        "vornfh: @/sd/DCIM: 4 files and 2 folders, 16 B will be deleted\n"
-        "vornfh: @/sd/DCIM: not media among them: loose.txt\n",
-        {"sd/DCIM/", "sd/DCIM/100ABC/", "sd/DCIM/101ABC/", "sd/DCIM/loose.txt", MEDIA[1], MEDIA[2],
-         MEDIA[3]});
-    row("wipe-unasked", {}, {"wipe", "mmc"}, 2, "",
-        "vornfh: @/mmc/DCIM: 1 file and 1 folder, 4 B will be deleted\n"
-        "vornfh: @/mmc/DCIM: nobody can be asked, standard input is no terminal: needs --yes\n");
-    row("wipe-missing", {}, {"wipe", "usb", "--yes"}, 1, "",
-        "vornfh: @/usb/DCIM: does not exist, there is nothing to wipe\n");
-    row("wipe-link", {"x/a.jpg", "usb/", "usb/DCIM -> @/x"}, {"wipe", "usb", "--yes"}, 1, "",
-        "vornfh: @/usb/DCIM: is a symbolic link, what it leads to is not deleted\n");
+    row("good-file-after-bad-ones", {}, {"missing", "sd/DCIM/100ABC", "sd/DCIM/100ABC/DCF_0001.jpg"},
+        "@/sd/DCIM/100ABC/DCF_0001.jpg\n", {"sd/DCIM/100ABC/DCF_0001.jpg"},
+        {"@/missing: No such file or directory", "@/sd/DCIM/100ABC: is a folder", notDeleted(2, 3)});
+    row("through-a-link-into-the-location", {"in -> sd/DCIM/100ABC"}, {"in/DCF_0001.jpg"},
+        "@/in/DCF_0001.jpg\n", {"sd/DCIM/100ABC/DCF_0001.jpg"});
+    row("link-but-not-its-target", {"a.jpg", "sd/DCIM/l.jpg -> @/a.jpg"}, {"sd/DCIM/l.jpg"},
+        "@/sd/DCIM/l.jpg\n", {"sd/DCIM/l.jpg -> @/a.jpg"});
+    row("odd-name", {"sd/DCIM/-f [a,b] 'x'\n"}, {"sd/DCIM/-f [a,b] 'x'\n"}, "@/sd/DCIM/-f [a,b] 'x'\\x0a\n",
+        {"sd/DCIM/-f [a,b] 'x'\n"});
+    row("brackets", {"sd/DCIM/[a]", "sd/DCIM/a"}, {"sd/DCIM/[a]"}, "@/sd/DCIM/[a]\n", {"sd/DCIM/[a]"});
 }
 
-void VornfhRemoveTest::runsACommand()
+void VornfhRemoveTest::deletesFiles()
 {
-    QFETCH(Words, before);
-    QFETCH(Words, arguments);
-    QFETCH(Words, gone);
-    QFETCH(Words, created);
-    QFETCH(int, exitCode);
+    QFETCH(Tree, before);
+    QFETCH(QByteArrayList, files);
     QFETCH(QByteArray, out);
-    QFETCH(QByteArray, err);
-    ToolRun tool;
-    make(tool, MEDIA + before);
-    Words expected = tree(tool.path()) + created;
-    QCOMPARE(tool.runOnStorages(arguments), (Outcome{exitCode, tool.expand(out), tool.expand(err)}));
-    for (const QByteArray &entry : gone)
-        QVERIFY2(expected.removeOne(tool.expand(entry)), entry.constData());
-    std::sort(expected.begin(), expected.end());
+    QFETCH(Tree, deleted);
+    QFETCH(QByteArrayList, messages);
+    const ToolRun tool;
+    tool.make(MEDIA + before);
+    const Tree expected = without(tree(tool.path()), tool.expand(deleted));
+    QCOMPARE(tool.runOnStorages(QByteArrayList{"delete"} + files),
+             messages.isEmpty() ? tool.success(out) : tool.failure(messages, out));
     QCOMPARE(tree(tool.path()), expected);
+}
+
+void VornfhRemoveTest::deletesOnlyInALocation_data()
+{
+    QTest::addColumn<Tree>("before");
+    QTest::addColumn<QByteArray>("file");
+    QTest::addColumn<QByteArray>("message");
+    const auto row = [](const char *name, const Tree &before, const QByteArray &file,
+                        const QByteArray &message) { QTest::newRow(name) << before << file << message; };
+    const QByteArray outside = ": is not inside the location of a configured storage";
+    row("outside", {"a.jpg"}, "a.jpg", "@/a.jpg" + outside);
+    row("outside-through-two-dots", {"sd/a.jpg"}, "sd/DCIM/../a.jpg", "@/sd/DCIM/../a.jpg" + outside);
+    row("folder-whose-name-begins-like-the-location", {"sd/DCIM2/a.jpg"}, "sd/DCIM2/a.jpg",
+        "@/sd/DCIM2/a.jpg" + outside);
+    row("through-a-link-out-of-the-location", {"x/a.jpg", "sd/DCIM/out -> @/x"}, "sd/DCIM/out/a.jpg",
+        "@/sd/DCIM/out/a.jpg" + outside);
+    row("not-utf-8", {}, "sd/DCIM/\xff", messages::notUtf8("PATH", "sd/DCIM/\\xff"));
+}
+
+void VornfhRemoveTest::deletesOnlyInALocation()
+{
+    QFETCH(Tree, before);
+    QFETCH(QByteArray, file);
+    QFETCH(QByteArray, message);
+    const ToolRun tool;
+    tool.make(MEDIA + before);
+    const Tree expected = tree(tool.path());
+    QCOMPARE(tool.runOnStorages({"delete", file}), tool.failure({message, notDeleted(1, 1)}));
+    QCOMPARE(tree(tool.path()), expected);
+}
+
+void VornfhRemoveTest::createsFolders_data()
+{
+    QTest::addColumn<QByteArrayList>("arguments");
+    QTest::addColumn<QByteArray>("out");
+    QTest::addColumn<Tree>("created");
+    const auto row = [](const char *name, const QByteArrayList &arguments, const QByteArray &out,
+                        const Tree &created) { QTest::newRow(name) << arguments << out << created; };
+    row("folder", {"sd", "MISC"}, "@/sd/DCIM/MISC\n", {"sd/DCIM/MISC/"});
+    row("name-of-a-command", {"sd", "list"}, "@/sd/DCIM/list\n", {"sd/DCIM/list/"});
+    row("missing-location", {"usb", "MISC"}, "@/usb/DCIM/MISC\n", {"usb/", "usb/DCIM/", "usb/DCIM/MISC/"});
+}
+
+void VornfhRemoveTest::createsFolders()
+{
+    QFETCH(QByteArrayList, arguments);
+    QFETCH(QByteArray, out);
+    QFETCH(Tree, created);
+    const ToolRun tool;
+    tool.make(MEDIA);
+    Tree expected = tree(tool.path()) + created;
+    std::sort(expected.begin(), expected.end());
+    QCOMPARE(tool.runOnStorages(QByteArrayList{"mkdir"} + arguments), tool.success(out));
+    QCOMPARE(tree(tool.path()), expected);
+}
+
+void VornfhRemoveTest::removesFolders_data()
+{
+    QTest::addColumn<Tree>("before"); // in addition to MEDIA
+    QTest::addColumn<QByteArrayList>("arguments");
+    QTest::addColumn<QByteArray>("folder");
+    QTest::addColumn<QByteArray>("contents");
+    QTest::addColumn<Tree>("deleted");
+    QTest::addColumn<QByteArray>("notMedia");
+    const auto row = [](const char *name, const Tree &before, const QByteArrayList &arguments,
+                        const QByteArray &folder, const QByteArray &contents, const Tree &deleted,
+                        const QByteArray &notMedia = {}) {
+        QTest::newRow(name) << before << arguments << folder << contents << deleted << notMedia;
+    };
+    row("rmdir", {}, {"rmdir", "sd", "100ABC"}, "@/sd/DCIM/100ABC", "2 files, 8 B",
+        {"sd/DCIM/100ABC/", "sd/DCIM/100ABC/DCF_0001.jpg", "sd/DCIM/100ABC/DCF_0002.AVI"});
+    row("rmdir-with-other-files", {"sd/DCIM/101ABC/x/notes.txt = 1234", "sd/DCIM/101ABC/l.jpg -> nowhere"},
+        {"rmdir", "sd", "101ABC"}, "@/sd/DCIM/101ABC", "3 files and 1 folder, 8 B",
+        {"sd/DCIM/101ABC/", "sd/DCIM/101ABC/x/", "sd/DCIM/101ABC/x/notes.txt", "sd/DCIM/101ABC/DCF_0001.wav",
+         "sd/DCIM/101ABC/l.jpg -> nowhere"},
+        "l.jpg, x/notes.txt");
+    row("wipe", {"sd/DCIM/loose.txt = 1234", "sd/beside.jpg"}, {"wipe", "sd"}, "@/sd/DCIM",
+        "4 files and 2 folders, 16 B",
+        {"sd/DCIM/", "sd/DCIM/100ABC/", "sd/DCIM/100ABC/DCF_0001.jpg", "sd/DCIM/100ABC/DCF_0002.AVI",
+         "sd/DCIM/101ABC/", "sd/DCIM/101ABC/DCF_0001.wav", "sd/DCIM/loose.txt"},
+        "loose.txt");
+}
+
+void VornfhRemoveTest::removesFolders()
+{
+    QFETCH(Tree, before);
+    QFETCH(QByteArrayList, arguments);
+    QFETCH(QByteArray, folder);
+    QFETCH(QByteArray, contents);
+    QFETCH(Tree, deleted);
+    QFETCH(QByteArray, notMedia);
+    const ToolRun tool;
+    tool.make(MEDIA + before);
+    const Tree expected = without(tree(tool.path()), deleted);
+    QByteArrayList messages = {toDelete(folder, contents)};
+    if (!notMedia.isEmpty())
+        messages.append(folder + ": not media among them: " + notMedia);
+    QCOMPARE(tool.runOnStorages(arguments + QByteArrayList{"--yes"}),
+             tool.success(folder + ": deleted " + contents + "\n", errorLines(messages)));
+    QCOMPARE(tree(tool.path()), expected);
+}
+
+void VornfhRemoveTest::refusesToChangeAFolder_data()
+{
+    QTest::addColumn<Tree>("before"); // in addition to MEDIA
+    QTest::addColumn<QByteArrayList>("arguments");
+    QTest::addColumn<QByteArray>("message");
+    const auto row = [](const char *name, const Tree &before, const QByteArrayList &arguments,
+                        const QByteArray &message) { QTest::newRow(name) << before << arguments << message; };
+    row("mkdir-existing-folder", {}, {"mkdir", "sd", "100ABC"}, "@/sd/DCIM/100ABC: exists already");
+    row("mkdir-below-a-file", {"usb"}, {"mkdir", "usb", "MISC"},
+        "@/usb/DCIM/MISC: cannot be created: Not a directory");
+    row("rmdir-missing-folder", {}, {"rmdir", "sd", "102ABC", "--yes"}, "@/sd/DCIM/102ABC: does not exist");
+    row("rmdir-file", {"sd/DCIM/x"}, {"rmdir", "sd", "x", "--yes"}, "@/sd/DCIM/x: is not a folder");
+    row("rmdir-link", {"x/a.jpg", "sd/DCIM/link -> @/x"}, {"rmdir", "sd", "link", "--yes"},
+        isALink("@/sd/DCIM/link"));
+    row("wipe-missing-location", {}, {"wipe", "usb", "--yes"},
+        "@/usb/DCIM: does not exist, there is nothing to wipe");
+    row("wipe-link", {"x/a.jpg", "usb/", "usb/DCIM -> @/x"}, {"wipe", "usb", "--yes"}, isALink("@/usb/DCIM"));
+}
+
+void VornfhRemoveTest::refusesToChangeAFolder()
+{
+    QFETCH(Tree, before);
+    QFETCH(QByteArrayList, arguments);
+    QFETCH(QByteArray, message);
+    const ToolRun tool;
+    tool.make(MEDIA + before);
+    const Tree expected = tree(tool.path());
+    QCOMPARE(tool.runOnStorages(arguments), tool.failure({message}));
+    QCOMPARE(tree(tool.path()), expected);
+}
+
+void VornfhRemoveTest::refusesWrongCommandLines_data()
+{
+    QTest::addColumn<QByteArrayList>("arguments");
+    QTest::addColumn<QByteArrayList>("messages");
+    const auto row = [](const char *name, const QByteArrayList &arguments, const QByteArrayList &messages) {
+        QTest::newRow(name) << arguments << messages;
+    };
+    row("delete-without-a-path", {"delete"}, {"PATH... is required"});
+    row("mkdir-path", {"mkdir", "sd", "a/b"}, {messages::folderNameWithSlash("a/b")});
+    row("mkdir-two-dots", {"mkdir", "sd", ".."}, {messages::reservedFolderName("..")});
+    row("mkdir-empty-name", {"mkdir", "sd", ""}, {messages::emptyFolderName()});
+    row("rmdir-two-dots", {"rmdir", "sd", "..", "--yes"}, {messages::reservedFolderName("..")});
+    row("rmdir-empty-name", {"rmdir", "sd", "", "--yes"}, {messages::emptyFolderName()});
+    row("rmdir-unknown-storage", {"rmdir", "card", "100ABC", "--yes"}, {messages::unknownStorage("card")});
+    row("rmdir-not-confirmed", {"rmdir", "sd", "101ABC"},
+        {toDelete("@/sd/DCIM/101ABC", "1 file, 4 B"), notConfirmed("@/sd/DCIM/101ABC")});
+    row("wipe-not-confirmed", {"wipe", "mmc"},
+        {toDelete("@/mmc/DCIM", "1 file and 1 folder, 4 B"), notConfirmed("@/mmc/DCIM")});
+}
+
+void VornfhRemoveTest::refusesWrongCommandLines()
+{
+    QFETCH(QByteArrayList, arguments);
+    QFETCH(QByteArrayList, messages);
+    const ToolRun tool;
+    tool.make(MEDIA);
+    const Tree before = tree(tool.path());
+    QCOMPARE(tool.runOnStorages(arguments), tool.usageError(messages));
+    QCOMPARE(tree(tool.path()), before);
 }
 
 void VornfhRemoveTest::asksOnATerminal_data()
 {
-    QTest::addColumn<Words>("arguments");
+    QTest::addColumn<QByteArrayList>("arguments");
     QTest::addColumn<QByteArray>("answer");
     QTest::addColumn<int>("exitCode");
-    QTest::addColumn<QByteArray>("last");
-    const QByteArray wiped = "@/sd/DCIM: deleted 3 files and 2 folders, 12 B\r\n";
-    const QByteArray kept = "vornfh: @/sd/DCIM: not deleted\r\n";
-    QTest::newRow("yes") << Words{"wipe", "sd"} << QByteArray("y\n") << 0 << wiped;
-    QTest::newRow("yes-in-full") << Words{"wipe", "sd"} << QByteArray("yes\n") << 0 << wiped;
-    QTest::newRow("no") << Words{"wipe", "sd"} << QByteArray("n\n") << 1 << kept;
-    QTest::newRow("just-return") << Words{"wipe", "sd"} << QByteArray("\n") << 1 << kept;
-    QTest::newRow("end-of-input") << Words{"wipe", "sd"} << QByteArray("\x04") << 1 << kept;
-    QTest::newRow("folder") << Words{"rmdir", "sd", "100ABC"} << QByteArray("y\n") << 0
-                            << QByteArray("@/sd/DCIM/100ABC: deleted 2 files, 8 B\r\n");
+    QTest::addColumn<QByteArray>("lastLine");
+    const auto row = [](const char *name, const QByteArrayList &arguments, const char *answer, int exitCode,
+                        const QByteArray &lastLine) {
+        QTest::newRow(name) << arguments << QByteArray(answer) << exitCode << lastLine;
+    };
+    const QByteArray wiped = "@/sd/DCIM: deleted 3 files and 2 folders, 12 B";
+    const QByteArray kept = "vornfh: @/sd/DCIM: not deleted";
+    row("yes", {"wipe", "sd"}, "y\n", 0, wiped);
+    row("yes-in-full", {"wipe", "sd"}, "yes\n", 0, wiped);
+    row("no", {"wipe", "sd"}, "n\n", 1, kept);
+    row("empty-line", {"wipe", "sd"}, "\n", 1, kept);
+    row("end-of-input", {"wipe", "sd"}, "\x04", 1, kept);
+    row("yes-for-a-folder", {"rmdir", "sd", "100ABC"}, "y\n", 0, "@/sd/DCIM/100ABC: deleted 2 files, 8 B");
 }
 
 void VornfhRemoveTest::asksOnATerminal()
 {
-    QFETCH(Words, arguments);
+    QFETCH(QByteArrayList, arguments);
     QFETCH(QByteArray, answer);
     QFETCH(int, exitCode);
-    QFETCH(QByteArray, last);
-    ToolRun tool;
-    make(tool, MEDIA);
-    const Outcome outcome = runOnTerminal(tool, arguments, answer);
-    QVERIFY2(outcome.out.endsWith(tool.expand(last)), outcome.out.constData());
+    QFETCH(QByteArray, lastLine);
+    const ToolRun tool;
+    tool.make(MEDIA);
+    const Outcome outcome = tool.runOnTerminal(arguments, answer);
+    QVERIFY2(outcome.out.endsWith(tool.expand(lastLine) + "\r\n"), outcome.out.constData());
     QVERIFY(outcome.out.contains("Delete all of it? [y/N] "));
     QCOMPARE(outcome.exitCode, exitCode);
     QCOMPARE(QFile::exists(tool.sd() + "/100ABC"), exitCode != 0);
@@ -194,169 +322,161 @@ void VornfhRemoveTest::asksOnATerminal()
 void VornfhRemoveTest::refusesToWipeTheHomeFolder()
 {
     ToolRun tool;
-    make(tool, {"sd/DCIM/user/a.jpg"});
+    tool.make(onCard({"user/a.jpg"}));
     tool.environment.insert("HOME", tool.sd() + "/user");
-    const auto before = tool.contents();
+    const Tree before = treeWithContents(tool.path());
     QCOMPARE(tool.runOnStorages({"wipe", "sd", "--yes"}),
-             (Outcome{2, "", tool.expand("vornfh: @/sd/DCIM: holds the home folder @/sd/DCIM/user\n")}));
-    QCOMPARE(tool.contents(), before);
+             tool.usageError({"@/sd/DCIM: holds the home folder @/sd/DCIM/user"}));
+    QCOMPARE(treeWithContents(tool.path()), before);
 }
 
-void VornfhRemoveTest::refusesToWipeTheLocationOfAnother_data()
+void VornfhRemoveTest::refusesToWipeAnotherLocation_data()
 {
     QTest::addColumn<QByteArray>("other");
-    QTest::newRow("same") << QByteArray("@/sd/DCIM");
-    QTest::newRow("same-by-a-link") << QByteArray("@/link/DCIM");
-    QTest::newRow("inside") << QByteArray("@/sd/DCIM/100ABC");
-    QTest::newRow("inside-but-missing") << QByteArray("@/sd/DCIM/later/on");
+    const auto row = [](const char *name, const QByteArray &other) { QTest::newRow(name) << other; };
+    row("same", "@/sd/DCIM");
+    row("same-through-a-link", "@/link/DCIM");
+    row("inside", "@/sd/DCIM/100ABC");
+    row("inside-but-missing", "@/sd/DCIM/later/on");
 }
 
-void VornfhRemoveTest::refusesToWipeTheLocationOfAnother()
+void VornfhRemoveTest::refusesToWipeAnotherLocation()
 {
     QFETCH(QByteArray, other);
-    ToolRun tool;
-    make(tool, MEDIA + Words{"link -> sd"});
-    const auto before = tool.contents();
+    const ToolRun tool;
+    tool.make(MEDIA + Tree{"link -> sd"});
+    const Tree before = treeWithContents(tool.path());
     QCOMPARE(tool.run({"--suffix", "ABC", "--sd", "@/sd/DCIM", "--usb", other, "wipe", "sd", "--yes"}),
-             (Outcome{2, "",
-                      tool.expand("vornfh: @/sd/DCIM: is or holds the location of storage usb, " + other
-                                  + "\n")}));
-    QCOMPARE(tool.contents(), before);
+             tool.usageError({"@/sd/DCIM: is or holds the location of storage usb, " + other}));
+    QCOMPARE(treeWithContents(tool.path()), before);
 }
 
 void VornfhRemoveTest::refusesTheRootFolder()
 {
-    ToolRun tool;
-    make(tool, {"root -> /"});
+    const ToolRun tool;
+    tool.make({"root -> /"});
     for (const QByteArray location : {"/", "@/root"}) {
-        for (const Words &command : {Words{"wipe", "sd"}, Words{"rmdir", "sd", "no-such-folder"}}) {
-            const Outcome outcome = tool.run(Words{"--sd", location} + command);
-            QCOMPARE(outcome, (Outcome{2, "",
-                                       tool.expand("vornfh: " + location
-                                                   + ": the root folder is no location to delete in\n")}));
-        }
+        const Outcome expected =
+            tool.usageError({location + ": the root folder is no location to delete in"});
+        QCOMPARE(tool.run({"--sd", location, "wipe", "sd"}), expected);
+        QCOMPARE(tool.run({"--sd", location, "rmdir", "sd", "no-such-folder"}), expected);
     }
 }
 
-void VornfhRemoveTest::leavesOtherFileSystemsAlone()
+void VornfhRemoveTest::keepsOtherFileSystems()
 {
-    if (!mHasMounts)
+    if (!hasOwnMounts())
         QSKIP("mounting needs root");
-    ToolRun tool;
-    make(tool, {"sd/DCIM/100ABC/DCF_0001.jpg", "sd/DCIM/100ABC/card/"});
+    const ToolRun tool;
+    tool.make(onCard({"100ABC/DCF_0001.jpg", "100ABC/card/"}));
     const TmpfsMount card(tool.sd() + "/100ABC/card", "size=1m");
     QVERIFY(card.isMounted());
-    make(tool, {"sd/DCIM/100ABC/card/a.jpg"});
-    const auto before = tool.contents();
+    tool.make(onCard({"100ABC/card/a.jpg"}));
+    const Tree before = treeWithContents(tool.path());
     QCOMPARE(tool.runOnStorages({"rmdir", "sd", "100ABC", "--yes"}),
-             (Outcome{1, "",
-                      tool.expand("vornfh: @/sd/DCIM/100ABC: another file system is mounted at "
-                                  "@/sd/DCIM/100ABC/card\n")}));
+             tool.failure({holdsMount("@/sd/DCIM/100ABC", "@/sd/DCIM/100ABC/card")}));
     QCOMPARE(tool.runOnStorages({"wipe", "sd", "--yes"}),
-             (Outcome{1, "",
-                      tool.expand("vornfh: @/sd/DCIM: another file system is mounted at "
-                                  "@/sd/DCIM/100ABC/card\n")}));
-    QCOMPARE(tool.contents(), before);
+             tool.failure({holdsMount("@/sd/DCIM", "@/sd/DCIM/100ABC/card")}));
+    QCOMPARE(treeWithContents(tool.path()), before);
 }
 
 void VornfhRemoveTest::emptiesALocationThatIsAMountPoint()
 {
-    if (!mHasMounts)
+    if (!hasOwnMounts())
         QSKIP("mounting needs root");
-    ToolRun tool;
-    make(tool, {"sd/DCIM/"});
+    const ToolRun tool;
+    tool.make({"sd/DCIM/"});
     const TmpfsMount card(tool.sd(), "size=1m");
     QVERIFY(card.isMounted());
-    make(tool, {"sd/DCIM/100ABC/DCF_0001.jpg"});
+    tool.make(onCard({"100ABC/DCF_0001.jpg = 1234"}));
     QCOMPARE(
         tool.runOnStorages({"wipe", "sd", "--yes"}),
-        (Outcome{0,
-                 tool.expand("@/sd/DCIM: deleted 1 file and 1 folder, 4 B; the folder itself stays, a file "
-                             "system is mounted on it\n"),
-                 tool.expand("vornfh: @/sd/DCIM: 1 file and 1 folder, 4 B will be deleted\n")}));
-    QCOMPARE(tree(tool.path()), (Words{"sd/", "sd/DCIM/"}));
+        tool.success("@/sd/DCIM: deleted 1 file and 1 folder, 4 B; the folder itself stays, a file system is "
+                     "mounted on it\n",
+                     errorLines({toDelete("@/sd/DCIM", "1 file and 1 folder, 4 B")})));
+    QCOMPARE(tree(tool.path()), onCard({}));
 }
 
-void VornfhRemoveTest::tellsWhatCannotBeDeleted()
+void VornfhRemoveTest::reportsWhatCannotBeDeleted()
 {
-    ToolRun tool;
-    make(tool, {"sd/DCIM/100ABC/DCF_0001.jpg", "sd/DCIM/100ABC/x\xff.jpg"});
-    const Outcome outcome = tool.runOnStorages({"rmdir", "sd", "100ABC", "--yes"});
-    const Words left = tree(tool.path());
-    ::unlink((tool.sd().toUtf8() + "/100ABC/x\xff.jpg").constData()); // QTemporaryDir cannot, either
-    QCOMPARE(outcome,
-             (Outcome{1, "",
-                      tool.expand("vornfh: @/sd/DCIM/100ABC: 2 files, 8 B will be deleted\n"
-                                  "vornfh: @/sd/DCIM/100ABC: could not be deleted: x\\xff.jpg: names "
-                                  "that are not valid UTF-8 cannot be handled\n")}));
-    QCOMPARE(left, (Words{"sd/", "sd/DCIM/", "sd/DCIM/100ABC/", "sd/DCIM/100ABC/x\xff.jpg"}));
+    const ToolRun tool;
+    tool.make(onCard({"100ABC/DCF_0001.jpg = 1234", "100ABC/x\xff.jpg = 1234"}));
+    QCOMPARE(
+        tool.runOnStorages({"rmdir", "sd", "100ABC", "--yes"}),
+        tool.failure({toDelete("@/sd/DCIM/100ABC", "2 files, 8 B"),
+                      "@/sd/DCIM/100ABC: could not be deleted: x\\xff.jpg: names that are not valid UTF-8 "
+                      "cannot be handled"}));
+    QCOMPARE(tree(tool.path()), onCard({"100ABC/", "100ABC/x\xff.jpg"}));
 }
 
-void VornfhRemoveTest::refusesWhatCannotBeRead_data()
+void VornfhRemoveTest::refusesUnreadableFolders_data()
 {
-    QTest::addColumn<Words>("arguments");
+    QTest::addColumn<QByteArrayList>("arguments");
     QTest::addColumn<QByteArray>("folder");
-    QTest::newRow("folder") << Words{"rmdir", "sd", "100ABC", "--yes"} << QByteArray("sd/DCIM/100ABC");
-    QTest::newRow("folder-further-down")
-        << Words{"rmdir", "sd", "101ABC", "--yes"} << QByteArray("sd/DCIM/101ABC/a/b");
-    QTest::newRow("folder-of-the-storage") << Words{"wipe", "sd", "--yes"} << QByteArray("sd/DCIM/100ABC");
+    const auto row = [](const char *name, const QByteArrayList &arguments, const char *folder) {
+        QTest::newRow(name) << arguments << QByteArray(folder);
+    };
+    row("folder", {"rmdir", "sd", "100ABC", "--yes"}, "sd/DCIM/100ABC");
+    row("nested-folder", {"rmdir", "sd", "101ABC", "--yes"}, "sd/DCIM/101ABC/a/b");
+    row("folder-of-the-storage", {"wipe", "sd", "--yes"}, "sd/DCIM/100ABC");
 }
 
-void VornfhRemoveTest::refusesWhatCannotBeRead()
+void VornfhRemoveTest::refusesUnreadableFolders()
 {
-    QFETCH(Words, arguments);
+    QFETCH(QByteArrayList, arguments);
     QFETCH(QByteArray, folder);
     ToolRun tool;
     if (!tool.dropPrivileges())
-        QSKIP("the tool cannot be run as another user");
-    make(tool, MEDIA + Words{"sd/DCIM/101ABC/a/b/c.jpg"});
-    for (const char *parent : {"sd", "sd/DCIM", "sd/DCIM/100ABC", "sd/DCIM/101ABC"}) // else nothing could go
+        QSKIP("the tool cannot run as another user");
+    tool.make(MEDIA + onCard({"101ABC/a/b/c.jpg"}));
+    // The user may delete everything else.
+    for (const char *parent : {"sd", "sd/DCIM", "sd/DCIM/100ABC", "sd/DCIM/101ABC"})
         ::chmod(QFile::encodeName(tool.path() + "/" + parent).constData(), 0777);
-    const auto before = tool.contents();
+    const Tree before = treeWithContents(tool.path());
     Outcome outcome;
     {
         const FolderMode unreadable(tool.path() + "/" + folder, 0);
         outcome = tool.runOnStorages(arguments);
     }
-    QCOMPARE(outcome, (Outcome{1, "", tool.expand("vornfh: @/" + folder + ": Permission denied\n")}));
-    QCOMPARE(tool.contents(), before);
+    QCOMPARE(outcome, tool.failure({"@/" + folder + ": Permission denied"}));
+    QCOMPARE(treeWithContents(tool.path()), before);
 }
 
 void VornfhRemoveTest::wipesWithoutASuffix()
 {
-    ToolRun tool;
-    make(tool, {"sd/beside.jpg", "sd/DCIM/100/DCF_0001.jpg"});
+    const ToolRun tool;
+    tool.make({"sd/beside.jpg", "sd/DCIM/100/DCF_0001.jpg"});
     QCOMPARE(tool.run({"--suffix", "", "--sd", "@/sd/DCIM", "wipe", "sd", "--yes"}).exitCode, 0);
-    QCOMPARE(tree(tool.path()), (Words{"sd/", "sd/beside.jpg"}));
+    QCOMPARE(tree(tool.path()), (Tree{"sd/", "sd/beside.jpg"}));
 }
 
-void VornfhRemoveTest::saysThatTheStorageIsReadOnly_data()
+void VornfhRemoveTest::reportsAReadOnlyStorage_data()
 {
-    QTest::addColumn<Words>("arguments");
-    QTest::addColumn<QByteArray>("err");
-    const QByteArray readOnly = "vornfh: @/sd/DCIM: is on a read-only file system\n";
-    QTest::newRow("mkdir") << Words{"mkdir", "sd", "MISC"} << readOnly;
-    QTest::newRow("rmdir") << Words{"rmdir", "sd", "100ABC", "--yes"} << readOnly;
-    QTest::newRow("wipe") << Words{"wipe", "sd", "--yes"} << readOnly;
-    QTest::newRow("delete") << Words{"delete", "sd/DCIM/100ABC/DCF_0001.jpg"}
-                            << QByteArray(
-                                   "vornfh: @/sd/DCIM/100ABC/DCF_0001.jpg: cannot be deleted: Read-only "
-                                   "file system\nvornfh: 1 of 1 files not deleted\n");
+    QTest::addColumn<QByteArrayList>("arguments");
+    QTest::addColumn<QByteArrayList>("messages");
+    const auto row = [](const char *name, const QByteArrayList &arguments, const QByteArrayList &messages) {
+        QTest::newRow(name) << arguments << messages;
+    };
+    row("mkdir", {"mkdir", "sd", "MISC"}, {messages::readOnly("@/sd/DCIM")});
+    row("rmdir", {"rmdir", "sd", "100ABC", "--yes"}, {messages::readOnly("@/sd/DCIM")});
+    row("wipe", {"wipe", "sd", "--yes"}, {messages::readOnly("@/sd/DCIM")});
+    row("delete", {"delete", "sd/DCIM/100ABC/DCF_0001.jpg"},
+        {"@/sd/DCIM/100ABC/DCF_0001.jpg: cannot be deleted: Read-only file system", notDeleted(1, 1)});
 }
 
-void VornfhRemoveTest::saysThatTheStorageIsReadOnly()
+void VornfhRemoveTest::reportsAReadOnlyStorage()
 {
-    if (!mHasMounts)
+    if (!hasOwnMounts())
         QSKIP("mounting needs root");
-    QFETCH(Words, arguments);
-    QFETCH(QByteArray, err);
-    ToolRun tool;
-    make(tool, {"sd/"});
+    QFETCH(QByteArrayList, arguments);
+    QFETCH(QByteArrayList, messages);
+    const ToolRun tool;
+    tool.make({"sd/"});
     const TmpfsMount card(tool.path() + "/sd", "size=1m");
-    make(tool, {"sd/DCIM/100ABC/DCF_0001.jpg"});
+    tool.make(onCard({"100ABC/DCF_0001.jpg"}));
     QVERIFY(card.isMounted() && card.makeReadOnly());
-    QCOMPARE(tool.runOnStorages(arguments), (Outcome{1, "", tool.expand(err)}));
-    QCOMPARE(tree(tool.path()), (Words{"sd/", "sd/DCIM/", "sd/DCIM/100ABC/", "sd/DCIM/100ABC/DCF_0001.jpg"}));
+    QCOMPARE(tool.runOnStorages(arguments), tool.failure(messages));
+    QCOMPARE(tree(tool.path()), onCard({"100ABC/", "100ABC/DCF_0001.jpg"}));
 }
 
 QTEST_GUILESS_MAIN(VornfhRemoveTest)
