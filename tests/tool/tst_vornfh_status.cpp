@@ -1,74 +1,71 @@
 // SPDX-License-Identifier: MIT
-#include "surroundings.h"
+#include "standins.h"
+#include "toolsupport.h"
 
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <QStorageInfo>
-#include <QtTest>
+#include <QTest>
 
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <unistd.h>
 
 namespace {
 
-using Words = QList<QByteArray>;
-
-QJsonArray jsonOf(const Outcome &outcome)
+QJsonObject firstOf(const Outcome &outcome)
 {
-    return QJsonDocument::fromJson(outcome.out).array();
+    return outcome.json().array().at(0).toObject();
 }
 
-/// What the lines about mount and file system say on the machine that runs the test.
-QByteArray expectedMount(const QString &path)
+bool isOnRootFileSystem(const QString &path)
 {
     struct stat root = {};
     struct stat status = {};
-    ::stat("/", &root);
-    ::stat(QFile::encodeName(path).constData(), &status);
-    const QByteArray place = QStorageInfo(path).rootPath().toUtf8();
-    return root.st_dev == status.st_dev ? QByteArray("no: the location lies on the root file system")
-                                        : "yes, at " + place;
+    return ::stat("/", &root) == 0 && ::stat(QFile::encodeName(path).constData(), &status) == 0
+           && root.st_dev == status.st_dev;
 }
 
-/// An ext4 file system on a loop device. The mount sets it to go when it is unmounted.
+QByteArray deviceOf(const QString &path)
+{
+    return QStorageInfo(path).device();
+}
+
+/// An ext4 file system on a loop device, which the kernel detaches when it is unmounted.
 class LoopCard
 {
 public:
-    explicit LoopCard(const ToolRun &tool) : mTool(tool), mPath(tool.path() + "/sd")
+    explicit LoopCard(const ToolRun &tool) : mTool(tool)
     {
-        const QString image = tool.path() + "/card.img";
-        writeFile(image);
-        QDir().mkpath(mPath);
-        mIsMade = ::truncate(QFile::encodeName(image).constData(), 16 << 20) == 0
-                  && tool.runProgram("mkfs.ext4", {"-q", "-F", image}).exitCode == 0;
+        tool.make({"sd/", "card.img size 16777216"});
+        mIsMade = hasOwnMounts()
+                  && tool.runProgram("mkfs.ext4", {"-q", "-F", tool.path() + "/card.img"}).exitCode == 0;
     }
     ~LoopCard() { unmount(); }
     LoopCard(const LoopCard &) = delete;
     LoopCard &operator=(const LoopCard &) = delete;
 
-    /// The name of the loop device; empty where it cannot be mounted.
+    /// Returns the name of the loop device; empty if it cannot be mounted.
     QByteArray mount(const QString &path, const QString &options = "loop")
     {
-        mPath = path;
-        mIsMounted =
-            mIsMade
-            && mTool.runProgram("mount", {"-o", options, mTool.path() + "/card.img", path}).exitCode == 0;
-        return mIsMounted ? QByteArray(QStorageInfo(path).device()).mid(5) : QByteArray();
+        const QStringList arguments = {"-o", options, mTool.path() + "/card.img", path};
+        if (!mIsMade || mTool.runProgram("mount", arguments).exitCode != 0)
+            return {};
+        mMountPoint = QFile::encodeName(path);
+        return deviceOf(path).mid(5);
     }
     void unmount()
     {
-        if (mIsMounted)
-            ::umount2(QFile::encodeName(mPath).constData(), 0);
-        mIsMounted = false;
+        if (!mMountPoint.isEmpty())
+            ::umount2(mMountPoint.constData(), 0);
+        mMountPoint.clear();
     }
 
 private:
     const ToolRun &mTool;
-    QString mPath;
+    QByteArray mMountPoint;
     bool mIsMade = false;
-    bool mIsMounted = false;
 };
 
 } // namespace
@@ -78,191 +75,169 @@ class VornfhStatusTest : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase() { mHasMounts = hasOwnMounts(); }
-
     void showsFoldersAndCreatesNothing_data();
     void showsFoldersAndCreatesNothing();
-    void showsTheStoragesThatAreConfigured();
-    void refusesAStorageThatIsNotConfigured_data();
-    void refusesAStorageThatIsNotConfigured();
-    void showsTheOthersWhereOneCannotBeRead();
-    void saysWhichProgramIsMissing();
-    void takesTheBlockDeviceOfTheLocation();
-    void tellsTheSpaceOfACard();
-    void tellsThatTheCardIsNotMounted();
-    void tellsThatTheSpaceIsThatOfAnotherFileSystem();
-    void tellsThatTheCardIsReadOnly();
-
-private:
-    bool mHasMounts = false;
+    void showsTheConfiguredStorages();
+    void refusesWrongStorages_data();
+    void refusesWrongStorages();
+    void showsTheOtherStoragesIfOneIsUnreadable();
+    void reportsAMissingProgram();
+    void findsTheBlockDeviceOfTheLocation();
+    void showsTheSpaceOfACard();
+    void reportsThatTheCardIsNotMounted();
+    void reportsTheSpaceOfAnotherFileSystem();
+    void reportsThatTheCardIsReadOnly();
 };
 
 void VornfhStatusTest::showsFoldersAndCreatesNothing_data()
 {
-    QTest::addColumn<Words>("before");
-    QTest::addColumn<QByteArray>("current");
+    QTest::addColumn<Tree>("entries");
+    QTest::addColumn<QByteArray>("current"); // empty if the storage has no numbered folder
     QTest::addColumn<QByteArray>("next");
     QTest::addColumn<int>("count");
     QTest::addColumn<QByteArray>("err");
-
-    const QByteArray fresh = "not created yet";
-    QTest::newRow("nothing-there") << Words{} << fresh << QByteArray("100ABC/DCF_0001.jpg") << 0
-                                   << QByteArray();
-    QTest::newRow("location-only") << Words{"sd/DCIM/"} << fresh << QByteArray("100ABC/DCF_0001.jpg") << 0
-                                   << QByteArray();
-    QTest::newRow("other-folder") << Words{"sd/DCIM/MISC/a.jpg"} << fresh << QByteArray("100ABC/DCF_0001.jpg")
-                                  << 0 << QByteArray();
-    QTest::newRow("file-in-place-of-the-location")
-        << Words{"sd/DCIM"} << fresh << QByteArray("100ABC/DCF_0001.jpg") << 0 << QByteArray();
-    QTest::newRow("recordings") << Words{"sd/DCIM/100ABC/DCF_0007.jpg", "sd/DCIM/101ABC/DCF_0002.avi",
-                                         "sd/DCIM/101ABC/DCF_0002.thumb"}
-                                << QByteArray("@/sd/DCIM/101ABC") << QByteArray("101ABC/DCF_0003.jpg") << 2
-                                << QByteArray();
-    QTest::newRow("folder-full") << Words{"sd/DCIM/100ABC/DCF_9999.jpg"} << QByteArray("@/sd/DCIM/100ABC")
-                                 << QByteArray("101ABC/DCF_0001.jpg") << 1 << QByteArray();
-    QTest::newRow("last-folder-full")
-        << Words{"sd/DCIM/999ABC/DCF_9999.jpg"} << QByteArray("@/sd/DCIM/999ABC")
-        << QByteArray("999ABC/DCF_0001.jpg") << 1 << QByteArray();
-    QTest::newRow("odd-folder") << Words{"sd/DCIM/100ABC/", "sd/DCIM/XABC/"} << QByteArray("@/sd/DCIM/100ABC")
-                                << QByteArray("100ABC/DCF_0001.jpg") << 0
-                                << diagnosticLine(
-                                       "directory is not a number, continue to check remaining directories");
+    const auto row = [](const char *name, const Tree &entries, const char *current, const char *next,
+                        int count, const QByteArray &err = {}) {
+        QTest::newRow(name) << entries << QByteArray(current) << QByteArray(next) << count << err;
+    };
+    row("missing-location", {}, "", "100ABC/DCF_0001.jpg", 0);
+    row("location-only", onCard({}), "", "100ABC/DCF_0001.jpg", 0);
+    row("other-folder", onCard({"MISC/a.jpg"}), "", "100ABC/DCF_0001.jpg", 0);
+    row("file-as-location", {"sd/DCIM"}, "", "100ABC/DCF_0001.jpg", 0);
+    row("recordings", onCard({"100ABC/DCF_0007.jpg", "101ABC/DCF_0002.avi", "101ABC/DCF_0002.thumb"}),
+        "101ABC", "101ABC/DCF_0003.jpg", 2);
+    row("folder-full", onCard({"100ABC/DCF_9999.jpg"}), "100ABC", "101ABC/DCF_0001.jpg", 1);
+    row("last-folder-full", onCard({"999ABC/DCF_9999.jpg"}), "999ABC", "999ABC/DCF_0001.jpg", 1);
+    row("folder-without-a-number", onCard({"100ABC/", "XABC/"}), "100ABC", "100ABC/DCF_0001.jpg", 0,
+        folderNotANumber());
 }
 
 void VornfhStatusTest::showsFoldersAndCreatesNothing()
 {
-    QFETCH(Words, before);
+    QFETCH(Tree, entries);
     QFETCH(QByteArray, current);
     QFETCH(QByteArray, next);
     QFETCH(int, count);
     QFETCH(QByteArray, err);
-    ToolRun tool;
-    make(tool, before);
-    const auto contents = tool.contents();
-    const QByteArray expected = "sd: @/sd/DCIM\n"
-                                "  block device    nosuchdevice, not present\n"
-                                "  mounted         "
-                                + expectedMount(tool.path()) + "\n  file system     "
-                                + QStorageInfo(tool.path()).fileSystemType()
-                                + "\n  space           unknown: nosuchdevice is not present\n"
-                                  "  current folder  "
-                                + current + "\n  next photo      @/sd/DCIM/" + next + "\n  media files     "
-                                + QByteArray::number(count) + "\n";
-    const QByteArray mount = tool.expand(expected).replace(
-        "no: the location lies", "no: nosuchdevice is not mounted, the location lies");
-    const Outcome outcome = tool.runOnStorages({"--sd-block", "nosuchdevice", "status", "sd"});
-    QVERIFY2(outcome.out == mount || outcome.out == tool.expand(expected), outcome.out.constData());
-    QCOMPARE(outcome.exitCode, 0);
-    QCOMPARE(outcome.err, err);
-    QCOMPARE(tool.contents(), contents);
+    const ToolRun tool;
+    tool.make(entries);
+    const Tree before = treeWithContents(tool.path());
+    const QStorageInfo fileSystem(tool.path());
+    const QByteArray mounted = isOnRootFileSystem(tool.path())
+                                   ? QByteArray("no: the location lies on the root file system")
+                                   : "yes, at " + fileSystem.rootPath().toUtf8();
+    const QByteArray out = "sd: @/sd/DCIM\n"
+                           "  block device    nosuchdevice, not present\n"
+                           "  mounted         "
+                           + mounted + "\n  file system     " + fileSystem.fileSystemType()
+                           + "\n  space           unknown: nosuchdevice is not present\n"
+                             "  current folder  "
+                           + (current.isEmpty() ? "not created yet" : "@/sd/DCIM/" + current)
+                           + "\n  next photo      @/sd/DCIM/" + next + "\n  media files     "
+                           + QByteArray::number(count) + "\n";
+    Outcome outcome = tool.runOnStorages({"--sd-block", "nosuchdevice", "status", "sd"});
+    // The tool reports this only if the root file system is on a block device.
+    outcome.out.replace("no: nosuchdevice is not mounted, the", "no: the");
+    QCOMPARE(outcome, tool.success(out, err));
+    QCOMPARE(treeWithContents(tool.path()), before);
 
     const QJsonObject json =
-        jsonOf(tool.runOnStorages({"--sd-block", "nosuchdevice", "status", "--json", "sd"})).at(0).toObject();
-    QCOMPARE(json["created"].toBool(), current != "not created yet");
-    QCOMPARE(json["currentFolder"],
-             current == "not created yet" ? QJsonValue() : QJsonValue(QString(tool.expand(current))));
-    QCOMPARE(json["nextPath"].toString(), QString(tool.expand("@/sd/DCIM/" + next)));
+        firstOf(tool.runOnStorages({"--sd-block", "nosuchdevice", "status", "--json", "sd"}));
+    QCOMPARE(json["created"].toBool(), !current.isEmpty());
+    QCOMPARE(json["currentFolder"], current.isEmpty() ? QJsonValue() : tool.sd() + "/" + current);
+    QCOMPARE(json["nextPath"].toString(), tool.sd() + "/" + next);
     QCOMPARE(json["mediaCount"].toInt(-1), count);
     QCOMPARE(json["present"], QJsonValue(false));
     for (const char *unknown : {"size", "free", "used", "freePercent", "spaceElsewhere"})
         QCOMPARE(json[QLatin1String(unknown)], QJsonValue());
-    QCOMPARE(tool.contents(), contents);
+    QCOMPARE(treeWithContents(tool.path()), before);
 }
 
-void VornfhStatusTest::showsTheStoragesThatAreConfigured()
+void VornfhStatusTest::showsTheConfiguredStorages()
 {
-    ToolRun tool;
+    const ToolRun tool;
     const QJsonArray two =
-        jsonOf(tool.run({"--usb", "@/usb/DCIM", "--mmc", "@/mmc/DCIM", "status", "--json"}));
+        tool.run({"--usb", "@/usb/DCIM", "--mmc", "@/mmc/DCIM", "status", "--json"}).json().array();
     QCOMPARE(two.size(), 2);
     QCOMPARE(two.at(0).toObject()["storage"].toString(), QString("mmc"));
     QCOMPARE(two.at(1).toObject()["location"].toString(), tool.path() + "/usb/DCIM");
-    QCOMPARE(jsonOf(tool.run({"status", "--json"})).size(), 3);
-    QCOMPARE(tree(tool.path()), Words());
+    QCOMPARE(tool.run({"status", "--json"}).json().array().size(), 3);
+    QCOMPARE(tree(tool.path()), Tree());
 }
 
-void VornfhStatusTest::refusesAStorageThatIsNotConfigured_data()
+void VornfhStatusTest::refusesWrongStorages_data()
 {
     QTest::addColumn<QByteArray>("storage");
-    QTest::addColumn<QByteArray>("err");
-    QTest::newRow("not-configured") << QByteArray("usb")
-                                    << QByteArray("vornfh: storage usb is not configured\n");
-    QTest::newRow("no-storage") << QByteArray("card")
-                                << QByteArray("vornfh: STORAGE: 'card' is not one of mmc, sd, usb\n");
+    QTest::addColumn<QByteArray>("message");
+    QTest::newRow("not-configured") << QByteArray("usb") << messages::notConfigured("usb");
+    QTest::newRow("unknown") << QByteArray("card") << messages::unknownStorage("card");
 }
 
-void VornfhStatusTest::refusesAStorageThatIsNotConfigured()
+void VornfhStatusTest::refusesWrongStorages()
 {
     QFETCH(QByteArray, storage);
-    QFETCH(QByteArray, err);
+    QFETCH(QByteArray, message);
     const ToolRun tool;
-    QCOMPARE(tool.run({"--sd", "@/sd/DCIM", "status", storage}), (Outcome{2, "", err}));
+    QCOMPARE(tool.run({"--sd", "@/sd/DCIM", "status", storage}), tool.usageError({message}));
 }
 
-void VornfhStatusTest::showsTheOthersWhereOneCannotBeRead()
+void VornfhStatusTest::showsTheOtherStoragesIfOneIsUnreadable()
 {
     ToolRun tool;
     if (!tool.dropPrivileges())
-        QSKIP("the tool cannot be run as another user");
-    make(tool, {"mmc/DCIM/100ABC/", "sd/DCIM/100ABC/", "usb/DCIM/100ABC/"});
+        QSKIP("the tool cannot run as another user");
+    tool.make({"mmc/DCIM/100ABC/", "sd/DCIM/100ABC/", "usb/DCIM/100ABC/"});
     const FolderMode unreadable(tool.sd(), 0);
-    const QByteArray err = tool.expand("vornfh: @/sd/DCIM: Permission denied\n");
+    const QByteArray err = tool.expand(errorLines({"@/sd/DCIM: Permission denied"}));
     const Outcome text = tool.runOnStorages({"status"});
     QVERIFY2(text.out.contains("mmc: ") && text.out.contains("usb: ") && !text.out.contains("sd: "),
              text.out.constData());
     QCOMPARE(text.err, err);
     QCOMPARE(text.exitCode, 1);
     const Outcome json = tool.runOnStorages({"status", "--json"});
-    QCOMPARE(jsonOf(json).size(), 2);
+    QCOMPARE(json.json().array().size(), 2);
     QCOMPARE(json.err, err);
     QCOMPARE(json.exitCode, 1);
 }
 
-void VornfhStatusTest::saysWhichProgramIsMissing()
+void VornfhStatusTest::reportsAMissingProgram()
 {
-    ToolRun tool;
-    make(tool, {"sd/DCIM/"});
-    tool.environment.insert("PATH", tool.path() + "/nowhere");
-    const Words command = {"--sd-block", "vda", "status", "sd"};
-    const Outcome text = tool.runOnStorages(command);
-    QVERIFY2(text.out.contains("  block device    vda, presence unknown: sh is not on the search path\n"),
-             text.out.constData());
-    QVERIFY2(text.out.contains("  space           unknown: sh is not on the search path\n"),
-             text.out.constData());
-    QCOMPARE(jsonOf(tool.runOnStorages(command + Words{"--json"})).at(0).toObject()["present"], QJsonValue());
+    const StandIns noPrograms(StandIns::Alone);
+    const ToolRun tool;
+    tool.make({"sd/DCIM/"});
+    const QByteArray reason = "sh is not on the search path";
+    const QByteArray out = tool.runOnStorages({"--sd-block", "vda", "status", "sd"}).out;
+    QVERIFY2(out.contains("  block device    vda, presence unknown: " + reason + "\n"), out.constData());
+    QVERIFY2(out.contains("  space           unknown: " + reason + "\n"), out.constData());
+    QCOMPARE(firstOf(tool.runOnStorages({"--sd-block", "vda", "status", "sd", "--json"}))["present"],
+             QJsonValue());
     QCOMPARE(tool.runOnStorages({"--sd-block", "vda", "mkdir", "sd", "MISC"}),
-             (Outcome{1, "",
-                      tool.expand("vornfh: @/sd/DCIM: cannot tell whether vda is present: sh is not on the "
-                                  "search path\n")}));
+             tool.failure({"@/sd/DCIM: cannot tell whether vda is present: " + reason}));
 }
 
-void VornfhStatusTest::takesTheBlockDeviceOfTheLocation()
+void VornfhStatusTest::findsTheBlockDeviceOfTheLocation()
 {
-    ToolRun tool;
-    const QByteArray device = QStorageInfo(tool.path()).device();
+    const ToolRun tool;
+    const QByteArray device = deviceOf(tool.path());
     const QByteArray name = device.mid(device.lastIndexOf('/') + 1);
-    const QByteArray partitions = tool.content("/proc/partitions");
-    const bool isListed = partitions.contains(" " + name + "\n");
-    const QJsonObject json = jsonOf(tool.runOnStorages({"status", "sd", "--json"})).at(0).toObject();
-    if (!device.startsWith("/dev/") || !isListed)
-        QSKIP("the temporary directory lies on no block device of its own");
+    if (!device.startsWith("/dev/") || !tool.content("/proc/partitions").contains(" " + name + "\n"))
+        QSKIP("the temporary directory is not on a block device");
+    const QJsonObject json = firstOf(tool.runOnStorages({"status", "sd", "--json"}));
     QCOMPARE(json["block"].toString(), QString(name));
     QCOMPARE(json["present"], QJsonValue(true));
-    QCOMPARE(tree(tool.path()), Words());
+    QCOMPARE(tree(tool.path()), Tree());
 }
 
-void VornfhStatusTest::tellsTheSpaceOfACard()
+void VornfhStatusTest::showsTheSpaceOfACard()
 {
-    ToolRun tool;
+    const ToolRun tool;
     LoopCard card(tool);
-    const QByteArray block = mHasMounts ? card.mount(tool.path() + "/sd") : QByteArray();
+    const QByteArray block = card.mount(tool.path() + "/sd");
     if (block.isEmpty())
         QSKIP("mounting a loop device needs root");
-    make(tool, {"sd/DCIM/100ABC/"});
     writeFile(tool.sd() + "/100ABC/DCF_0001.avi", QByteArray(3 << 20, 'x'));
     ::sync();
-    const QJsonObject json =
-        jsonOf(tool.runOnStorages({"--sd-block", block, "status", "sd", "--json"})).at(0).toObject();
+    const QJsonObject json = firstOf(tool.runOnStorages({"--sd-block", block, "status", "sd", "--json"}));
     struct statvfs space = {};
     QCOMPARE(::statvfs(QFile::encodeName(tool.sd()).constData(), &space), 0);
     const auto size = static_cast<double>(space.f_blocks * space.f_frsize);
@@ -278,70 +253,64 @@ void VornfhStatusTest::tellsTheSpaceOfACard()
     QCOMPARE(json["readOnly"], QJsonValue(false));
     QCOMPARE(json["spaceElsewhere"], QJsonValue(false));
 
-    const QByteArray text = tool.runOnStorages({"status", "sd"}).out; // the block device found by itself
-    QVERIFY2(text.contains("  block device    " + block + ", present\n"), text.constData());
-    QVERIFY2(text.contains(tool.expand("  mounted         yes, at @/sd\n")), text.constData());
-    QVERIFY2(text.contains("] " + QByteArray::number(100 - qRound(free / size * 100)) + " % used: "),
-             text.constData());
+    // Without --sd-block the tool finds the block device itself.
+    const QByteArray out = tool.runOnStorages({"status", "sd"}).out;
+    QVERIFY2(out.contains("  block device    " + block + ", present\n"), out.constData());
+    QVERIFY2(out.contains(tool.expand("  mounted         yes, at @/sd\n")), out.constData());
+    QVERIFY2(out.contains("] " + QByteArray::number(100 - qRound(free / size * 100)) + " % used: "),
+             out.constData());
 }
 
-void VornfhStatusTest::tellsThatTheCardIsNotMounted()
+void VornfhStatusTest::reportsThatTheCardIsNotMounted()
 {
-    ToolRun tool;
-    struct stat root = {};
-    struct stat own = {};
-    if (::stat("/", &root) != 0 || ::stat(QFile::encodeName(tool.path()).constData(), &own) != 0
-        || root.st_dev != own.st_dev)
-        QSKIP("the temporary directory does not lie on the root file system");
+    const ToolRun tool;
+    if (!isOnRootFileSystem(tool.path()))
+        QSKIP("the temporary directory is not on the root file system");
     LoopCard card(tool);
-    const QByteArray block = mHasMounts ? card.mount(tool.path() + "/sd") : QByteArray();
+    const QByteArray block = card.mount(tool.path() + "/sd");
     if (block.isEmpty())
         QSKIP("mounting a loop device needs root");
-    // The device stays present, mounted at another place.
-    QDir().mkpath(tool.path() + "/elsewhere");
+    // A second mount keeps the device present.
+    tool.make({"elsewhere/"});
     const QByteArray from = QFile::encodeName(tool.path() + "/sd");
     const QByteArray to = QFile::encodeName(tool.path() + "/elsewhere");
     QCOMPARE(::mount(from.constData(), to.constData(), nullptr, MS_BIND, nullptr), 0);
     card.unmount();
-    const Outcome outcome = tool.runOnStorages({"--sd-block", block, "status", "sd"});
-    const Outcome copy = tool.runOnStorages({"--sd-block", block, "mkdir", "sd", "MISC"});
+    const Outcome status = tool.runOnStorages({"--sd-block", block, "status", "sd"});
+    const Outcome mkdir = tool.runOnStorages({"--sd-block", block, "mkdir", "sd", "MISC"});
     ::umount2(to.constData(), 0);
-    QVERIFY2(outcome.out.contains("  mounted         no: " + block
-                                  + " is not mounted, the location lies on the root file system\n"),
-             outcome.out.constData());
-    QCOMPARE(copy, (Outcome{1, "",
-                            tool.expand("vornfh: @/sd/DCIM: lies on the root file system: " + block
-                                        + " is not mounted there\n")}));
+    QVERIFY2(status.out.contains("  mounted         no: " + block
+                                 + " is not mounted, the location lies on the root file system\n"),
+             status.out.constData());
+    QCOMPARE(mkdir,
+             tool.failure({"@/sd/DCIM: lies on the root file system: " + block + " is not mounted there"}));
     QVERIFY(!QFile::exists(tool.sd()));
 }
 
-void VornfhStatusTest::tellsThatTheSpaceIsThatOfAnotherFileSystem()
+void VornfhStatusTest::reportsTheSpaceOfAnotherFileSystem()
 {
-    ToolRun tool;
+    const ToolRun tool;
     LoopCard card(tool);
-    QDir().mkpath(tool.sd());
-    const QByteArray block = mHasMounts ? card.mount(tool.sd()) : QByteArray();
-    if (block.isEmpty())
+    tool.make({"sd/DCIM/"});
+    if (card.mount(tool.sd()).isEmpty())
         QSKIP("mounting a loop device needs root");
-    const QByteArray text = tool.runOnStorages({"status", "sd"}).out;
-    QVERIFY2(text.contains(tool.expand("that is @/sd/, another file system than the location's\n")),
-             text.constData());
-    const QJsonObject json = jsonOf(tool.runOnStorages({"status", "sd", "--json"})).at(0).toObject();
+    const QByteArray out = tool.runOnStorages({"status", "sd"}).out;
+    QVERIFY2(out.contains(tool.expand("that is @/sd/, another file system than the location's\n")),
+             out.constData());
+    const QJsonObject json = firstOf(tool.runOnStorages({"status", "sd", "--json"}));
     QCOMPARE(json["spaceElsewhere"], QJsonValue(true));
     QCOMPARE(json["spacePath"].toString(), tool.path() + "/sd/");
     QCOMPARE(json["mountPoint"].toString(), tool.sd());
 }
 
-void VornfhStatusTest::tellsThatTheCardIsReadOnly()
+void VornfhStatusTest::reportsThatTheCardIsReadOnly()
 {
-    ToolRun tool;
+    const ToolRun tool;
     LoopCard card(tool);
-    const QByteArray block = mHasMounts ? card.mount(tool.path() + "/sd", "loop,ro") : QByteArray();
-    if (block.isEmpty())
+    if (card.mount(tool.path() + "/sd", "loop,ro").isEmpty())
         QSKIP("mounting a loop device needs root");
     QVERIFY(tool.runOnStorages({"status", "sd"}).out.contains("  file system     ext4, read-only\n"));
-    QCOMPARE(jsonOf(tool.runOnStorages({"status", "sd", "--json"})).at(0).toObject()["readOnly"],
-             QJsonValue(true));
+    QCOMPARE(firstOf(tool.runOnStorages({"status", "sd", "--json"}))["readOnly"], QJsonValue(true));
 }
 
 QTEST_GUILESS_MAIN(VornfhStatusTest)
