@@ -139,19 +139,6 @@ bool ToolRun::dropPrivileges()
     return run({"--version"}).exitCode == 0;
 }
 
-QMap<QByteArray, QByteArray> ToolRun::contents() const
-{
-    QMap<QByteArray, QByteArray> files;
-    for (const QByteArray &name : tree(path()))
-        files.insert(name, content(QFile::decodeName(name)));
-    return files;
-}
-
-QByteArrayList ToolRun::storageOptions()
-{
-    return STORAGE_OPTIONS;
-}
-
 QString ToolRun::toolPath()
 {
     return VORNFH_PATH;

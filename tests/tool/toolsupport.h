@@ -5,7 +5,6 @@
 #include "testsupport.h"
 
 #include <QJsonDocument>
-#include <QMap>
 #include <QProcess>
 #include <QProcessEnvironment>
 
@@ -72,14 +71,11 @@ public:
     Outcome failure(const QByteArrayList &messages, const QByteArray &out = QByteArray()) const;
     Outcome usageError(const QByteArrayList &messages) const;
 
-    /// All files below the directory with their contents.
-    QMap<QByteArray, QByteArray> contents() const;
-    static QByteArrayList storageOptions();
-    void start(QProcess &process, const QByteArrayList &arguments) const;
-
     QProcessEnvironment environment;
 
 private:
+    void start(QProcess &process, const QByteArrayList &arguments) const;
+
     QTemporaryDir mDirectory;
     QByteArray mLauncher; // the start of the command line, before the tool
 };
