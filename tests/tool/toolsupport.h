@@ -98,7 +98,8 @@ namespace messages {
 
 inline QByteArray notConfigured(const QByteArray &storage)
 {
-    return "storage " + storage + " is not configured";
+    return "storage " + storage + " is not configured; use --" + storage + " DIR, or " + storage
+           + "=DIR in the config file";
 }
 inline QByteArray unknownStorage(const QByteArray &name)
 {
@@ -114,12 +115,11 @@ inline QByteArray emptyFolderName()
 }
 inline QByteArray reservedFolderName(const QByteArray &name)
 {
-    return "the folder name '" + name + "' is no folder of the storage's own";
+    return "the folder name '" + name + "' is not the name of a folder in the location";
 }
 inline QByteArray folderNameWithSlash(const QByteArray &name)
 {
-    return "the folder name '" + name
-           + "' holds '/': only a folder directly in the storage's location can be named";
+    return "the folder name '" + name + "' contains '/'; name a folder directly in the location";
 }
 inline QByteArray readOnly(const QByteArray &location)
 {

@@ -7,32 +7,33 @@
 
 namespace {
 
-const QByteArray NO_NUMBER = "has no number in front of the suffix: numbering and players pass it over";
+const QByteArray NO_NUMBER = "has no number before the suffix: the numbering and players ignore it";
 const QByteArray SUFFIX_IN_OTHER_CASE =
-    "does not end in 'ABC' with these capital and small letters: the numbering passes it over";
-const QByteArray NOT_THREE_DIGITS = "the number has not three digits from 100 to 999: players pass it over";
+    "differs from the suffix 'ABC' in upper and lower case: the numbering ignores it";
+const QByteArray NOT_THREE_DIGITS = "the number is not between 100 and 999: players ignore it";
 const QByteArray NEVER_REACHED =
-    "comes before 999ABC in the order of names: the numbering never gets to it, and "
-    "players pass it over";
+    "comes before 999ABC in name order: the numbering never reaches it, and players ignore it";
 const QByteArray MISSING =
-    "recordings belong here, but the folder does not exist and the library does not create it";
-const QByteArray NOT_A_FOLDER = "is named like a numbered folder but is none: the numbering cannot use it";
-const QByteArray BESIDE_THE_FOLDERS = "lies beside the folders: the library lists only what lies in one";
-const QByteArray USED_UP = "no number is left: the library names DCF_0001 in this folder for ever";
+    "the next recording belongs here, but the folder does not exist and the library does not create it";
+const QByteArray NOT_A_FOLDER =
+    "has the name of a numbered folder but is not a folder: the numbering cannot use it";
+const QByteArray BESIDE_THE_FOLDERS =
+    "is outside the numbered folders: the library lists only what is in one";
+const QByteArray USED_UP = "no number is left: the library keeps returning DCF_0001 here";
 
-const QByteArray OTHER_PREFIX = "does not begin with 'DCF_': the numbering passes it over";
+const QByteArray OTHER_PREFIX = "does not begin with 'DCF_': the numbering ignores it";
 const QByteArray PREFIX_IN_LOWER_CASE =
-    "begins with 'dcf_' instead of 'DCF_': the numbering passes it over and names its number again";
+    "begins with 'dcf_' instead of 'DCF_': the numbering ignores it and assigns its number again";
 const QByteArray EXTENSION_IN_UPPER_CASE =
-    "ends in '.JPG' instead of '.jpg': the library lists it, but as of no known type";
+    "ends in '.JPG' instead of '.jpg': the library lists it as a file of unknown type";
 const QByteArray OTHER_EXTENSION =
     "has none of the extensions jpg, png, avi, mkv, wav, thumb: the media lists, the "
-    "count and the numbering pass it over";
+    "count and the numbering ignore it";
 const QByteArray NO_NUMBER_AFTER_THE_PREFIX =
-    "has no number behind 'DCF_': numbering and players pass it over";
-const QByteArray NUMBER_ZERO = "the number is 0000: a player takes 0001 to 9999";
+    "has no number after 'DCF_': the numbering and players ignore it";
+const QByteArray NUMBER_ZERO = "has the number 0000: players accept 0001 to 9999";
 const QByteArray EMPTY = "is empty: a recording that was never written, or was lost";
-const QByteArray THUMBNAIL_ALONE = "the thumbnail's photo or video is missing";
+const QByteArray THUMBNAIL_ALONE = "the photo or video of this thumbnail is missing";
 const QByteArray HIDDEN = "the name begins with '.': the library never lists it";
 const QByteArray NOT_A_FILE = "is a link or a special file: the library never lists it";
 const QByteArray NESTED_FOLDER = "is a folder in a numbered folder: the library lists nothing in it";
@@ -40,24 +41,24 @@ const QByteArray NOT_UTF8 = "the name is not valid UTF-8: the library never list
 
 QByteArray sameNumber(const QByteArray &other)
 {
-    return "has the number of " + other + ": a player shows only one of them, or none";
+    return "has the same number as " + other + ": a player shows only one of them, or neither";
 }
 
 QByteArray countsAsFolder(const QByteArray &number)
 {
-    return "the numbering takes it for folder " + number + " and looks for files in " + number + "ABC";
+    return "the numbering reads it as folder " + number + " and looks for files in " + number + "ABC";
 }
 
 QByteArray countsAsFile(const QByteArray &number)
 {
-    return "has not four digits between 'DCF_' and the extension: the numbering takes it for number " + number
-           + ", a player passes it over";
+    return "does not have exactly four digits after 'DCF_': the numbering reads it as number " + number
+           + ", and players ignore it";
 }
 
 QByteArray unsafeInAShell(const QByteArray &character)
 {
-    return "the name holds '" + character
-           + "', at which a shell takes it apart: the library hands names of videos to one";
+    return "the name contains '" + character
+           + "', which a shell interprets: the library passes the names of videos to a shell";
 }
 
 QByteArray fileNotANumber()
@@ -104,16 +105,16 @@ void VornfhCheckTest::reportsNothingOnACleanStorage_data()
     const auto row = [](const char *name, const Tree &entries, const char *counted, const char *left) {
         QTest::newRow(name) << entries << QByteArray(counted) << QByteArray(left);
     };
-    row("empty-location", {}, "0 folders with 0 files", "8999100 recordings until 999ABC/DCF_9999");
+    row("empty-location", {}, "0 folders with 0 files", "8999100 recordings left, up to 999ABC/DCF_9999");
     row("recordings-of-all-types",
         {"100ABC/DCF_0001.jpg = x", "100ABC/DCF_0001.thumb = x", "100ABC/DCF_0002.avi = x",
          "100ABC/DCF_0002.thumb = x", "100ABC/DCF_0003.wav = x", "100ABC/DCF_0004.png = x",
          "101ABC/DCF_0001.mkv = x"},
-        "2 folders with 7 files", "8989100 recordings until 999ABC/DCF_9999");
+        "2 folders with 7 files", "8989100 recordings left, up to 999ABC/DCF_9999");
     row("third-party-folders-and-files",
         {"MISC/a b.txt", ".loose.jpg", "103CANON/IMG_0001.JPG", "100ABC/DCF_0001.jpg = x", "100ABC/.hidden",
          "100ABC/.notes.txt", "100ABC/.jpg/", ".101ABC/"},
-        "1 folder with 1 file", "8999099 recordings until 999ABC/DCF_9999");
+        "1 folder with 1 file", "8999099 recordings left, up to 999ABC/DCF_9999");
 }
 
 void VornfhCheckTest::reportsNothingOnACleanStorage()
@@ -223,11 +224,11 @@ void VornfhCheckTest::reportsHowManyRecordingsAreLeft_data()
     const auto row = [](const char *name, const Tree &entries, const char *left, bool isUsedUp = false) {
         QTest::newRow(name) << entries << QByteArray(left) << isUsedUp;
     };
-    row("first-folder-full", {"100ABC/DCF_9999.jpg = x"}, "8989101 recordings until 999ABC/DCF_9999");
-    row("one-left", {"999ABC/DCF_9998.jpg = x"}, "1 recording until 999ABC/DCF_9999");
-    row("used-up", {"999ABC/DCF_9999.jpg = x"}, "0 recordings until 999ABC/DCF_9999", true);
+    row("first-folder-full", {"100ABC/DCF_9999.jpg = x"}, "8989101 recordings left, up to 999ABC/DCF_9999");
+    row("one-left", {"999ABC/DCF_9998.jpg = x"}, "1 recording left, up to 999ABC/DCF_9999");
+    row("used-up", {"999ABC/DCF_9999.jpg = x"}, "0 recordings left, up to 999ABC/DCF_9999", true);
     row("no-three-digit-folder-sorts-after-99", {"99ABC/DCF_9990.jpg = x"},
-        "9 recordings until 99ABC/DCF_9999");
+        "9 recordings left, up to 99ABC/DCF_9999");
 }
 
 void VornfhCheckTest::reportsHowManyRecordingsAreLeft()
@@ -272,14 +273,15 @@ void VornfhCheckTest::checksFoldersWithoutASuffix()
         tool.make({"sd/DCIM/"});
         const QByteArray out =
             "@/sd/DCIM/100: " + MISSING + "\n"
-            + summary("1 finding in 0 folders with 0 files", "8999100 recordings until 999/DCF_9999");
+            + summary("1 finding in 0 folders with 0 files", "8999100 recordings left, up to 999/DCF_9999");
         QCOMPARE(tool.run(command), (Outcome{1, tool.expand(out), folderNotANumber().repeated(2)}));
     }
     const ToolRun tool;
     tool.make(onCard({"100/DCF_0001.jpg = x", "101 = x"}));
-    QCOMPARE(tool.run(command), tool.failure({}, "@/sd/DCIM/101: " + NOT_A_FOLDER + "\n"
-                                                     + summary("1 finding in 1 folder with 1 file",
-                                                               "8999099 recordings until 999/DCF_9999")));
+    QCOMPARE(tool.run(command),
+             tool.failure({}, "@/sd/DCIM/101: " + NOT_A_FOLDER + "\n"
+                                  + summary("1 finding in 1 folder with 1 file",
+                                            "8999099 recordings left, up to 999/DCF_9999")));
 }
 
 void VornfhCheckTest::reportsAnUnreadableFolder_data()
@@ -300,16 +302,16 @@ void VornfhCheckTest::reportsAnUnreadableFolder()
     QCOMPARE(tool.runOnStorages({"check", "sd"}),
              tool.failure({}, "@/sd/DCIM/100ABC: cannot be read: Permission denied\n"
                                   + summary("1 finding in 2 folders with 1 file",
-                                            "8989100 recordings until 999ABC/DCF_9999")));
+                                            "8989100 recordings left, up to 999ABC/DCF_9999")));
 }
 
 void VornfhCheckTest::requiresALocation()
 {
     const ToolRun tool;
-    QCOMPARE(tool.runOnStorages({"check", "sd"}), tool.failure({"@/sd/DCIM: No such file or directory"}));
+    QCOMPARE(tool.runOnStorages({"check", "sd"}), tool.failure({"@/sd/DCIM: does not exist"}));
     QCOMPARE(tree(tool.path()), Tree());
     tool.make({"sd/DCIM"});
-    QCOMPARE(tool.runOnStorages({"check", "sd"}), tool.failure({"@/sd/DCIM: Not a directory"}));
+    QCOMPARE(tool.runOnStorages({"check", "sd"}), tool.failure({"@/sd/DCIM: is not a folder"}));
     QCOMPARE(tool.run({"--mmc", "@/mmc", "check", "sd"}), tool.usageError({messages::notConfigured("sd")}));
 }
 

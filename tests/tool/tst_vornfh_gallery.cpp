@@ -125,7 +125,7 @@ void VornfhGalleryTest::showsEveryFile()
     const Page page = parsed(html);
     QVERIFY(page.isValid);
     QCOMPARE(page.sections, (QStringList{"Folder 100ABC", "Folder 101ABC"}));
-    QCOMPARE(page.choices, (QStringList{"only-all", "only-photo", "only-video", "only-sound", "only-other"}));
+    QCOMPARE(page.choices, (QStringList{"only-all", "only-photo", "only-video", "only-audio", "only-other"}));
     struct Expected {
         const char *kind;
         QString file;
@@ -138,7 +138,7 @@ void VornfhGalleryTest::showsEveryFile()
         {"video", "100ABC/DCF_0004.avi", tool.content("sd/DCIM/100ABC/DCF_0004.thumb")},
         {"video", "100ABC/DCF_0005.mkv", ""},
         {"other", "100ABC/notes.txt", ""},
-        {"sound", "101ABC/DCF_0001.wav", ""},
+        {"audio", "101ABC/DCF_0001.wav", ""},
     };
     QCOMPARE(page.figures.size(), expected.size());
     for (int i = 0; i < expected.size(); ++i) {
@@ -151,7 +151,7 @@ void VornfhGalleryTest::showsEveryFile()
     QCOMPARE(page.figures[0].alt, QString("Photo DCF_0001.jpg"));
     QVERIFY(page.figures[0].caption.last().endsWith(QString("640\u00a0\u00d7\u00a0480")));
     QCOMPARE(page.figures[3].caption.last(), QString("1.5 KiB"));
-    QVERIFY(page.text.contains("3 photos 2 videos 1 sound 1 other"));
+    QVERIFY(page.text.contains("3 photos 2 videos 1 audio file 1 other file"));
 }
 
 void VornfhGalleryTest::showsOtherFiles_data()
@@ -290,7 +290,7 @@ void VornfhGalleryTest::saysThatAStorageIsEmpty()
     QCOMPARE(tool.runOnStorages(GALLERY), tool.success(PRINTED));
     const Page page = parsed(tool.content("page.html"));
     QVERIFY(page.isValid);
-    QVERIFY(page.text.contains("There are no files in the numbered folders of this storage."));
+    QVERIFY(page.text.contains("There are no files in the numbered folders of this storage device."));
     QCOMPARE(page.choices, QStringList());
     QCOMPARE(page.sections, QStringList());
     QCOMPARE(tree(tool.path()), Tree{"page.html"} + entries);
@@ -336,7 +336,7 @@ void VornfhGalleryTest::replacesOnlyAGallery()
     const ToolRun tool;
     tool.make({"sd/DCIM/", "page.html = <p>mine</p>"});
     QCOMPARE(tool.runOnStorages(GALLERY),
-             tool.failure({"@/page.html: exists and is no gallery: only --force replaces it"}));
+             tool.failure({"@/page.html: exists and is not a vornfh gallery; use --force to replace it"}));
     QCOMPARE(tool.content("page.html"), QByteArray("<p>mine</p>"));
     QCOMPARE(tool.runOnStorages(GALLERY + QByteArrayList{"--force"}), tool.success(PRINTED));
     const QByteArray empty = tool.content("page.html");
@@ -355,10 +355,10 @@ void VornfhGalleryTest::reportsWhatCannotBeWritten_data()
                         const char *message) {
         QTest::newRow(name) << arguments << exitCode << QByteArray(message);
     };
-    row("missing-location", {"mmc", "-o", "page.html"}, 1, "@/mmc/DCIM: No such file or directory");
-    row("file-as-location", {"usb", "-o", "page.html"}, 1, "@/usb/DCIM: Not a directory");
+    row("missing-location", {"mmc", "-o", "page.html"}, 1, "@/mmc/DCIM: does not exist");
+    row("file-as-location", {"usb", "-o", "page.html"}, 1, "@/usb/DCIM: is not a folder");
     row("output-is-a-folder", {"sd", "--force", "-o", "sd.html"}, 1,
-        "@/sd.html: exists and is no regular file");
+        "@/sd.html: exists and is not a regular file");
     row("output-in-a-missing-folder", {"sd", "-o", "a/page.html"}, 1,
         "@/a/page.html: cannot be written: No such file or directory");
     row("output-below-a-file", {"sd", "-o", "usb/DCIM/page.html"}, 1,

@@ -176,12 +176,12 @@ void VornfhGalleryPageTest::looksRightInABrowser()
     QCOMPARE(namesIn(shown["only-all"]).size(), 7);
     QCOMPARE(namesIn(shown["only-photo"]), photos);
     QCOMPARE(namesIn(shown["only-video"]), videos);
-    QCOMPARE(namesIn(shown["only-sound"]), QStringList{"DCF_0005.wav"});
+    QCOMPARE(namesIn(shown["only-audio"]), QStringList{"DCF_0005.wav"});
     QCOMPARE(namesIn(shown["only-other"]), QStringList{"notes.txt"});
     QCOMPARE(
         seen["sections"].toObject(),
         (QJsonObject{
-            {"only-all", 2}, {"only-photo", 2}, {"only-video", 1}, {"only-sound", 1}, {"only-other", 1}}));
+            {"only-all", 2}, {"only-photo", 2}, {"only-video", 1}, {"only-audio", 1}, {"only-other", 1}}));
     QCOMPARE(seen["pictures"].toArray(), (QJsonArray{160, 160, 160, 160}));
     QCOMPARE(seen["tooWide"].toInt(-1), 0);
     QCOMPARE(seen["columns"].toInt(), columns);

@@ -86,11 +86,11 @@ void VornfhInfoTest::showsAPhotoAndAnAudioFile()
                                                          "  modified  2025-02-25 14:00:00\n"
                                                          "  picture   640 x 480 pixels\n"
                                                          "@/b.wav\n"
-                                                         "  type      WAV sound\n"
+                                                         "  type      WAV audio\n"
                                                          "  size      2.0 KiB (2048 B)\n"
                                                          "  modified  2025-02-25 14:00:00\n"
-                                                         "  length    60 (a fixed figure)\n"
-                                                         "  bitrate   6000 (a fixed figure)\n"));
+                                                         "  length    60 (fixed value, not measured)\n"
+                                                         "  bitrate   6000 (fixed value, not measured)\n"));
     QCOMPARE(outcome.out.count("  created   20"), 2);
     QCOMPARE(outcome.exitCode, 0);
     QCOMPARE(outcome.err, QByteArray());
@@ -109,7 +109,7 @@ void VornfhInfoTest::showsAFolder()
                                                                       "  images    2\n"
                                                                       "  thumbs    1\n"
                                                                       "  videos    2\n"
-                                                                      "  sounds    1\n"));
+                                                                      "  audio     1\n"));
 }
 
 void VornfhInfoTest::showsAVideoWithAnyPath_data()
@@ -196,7 +196,7 @@ void VornfhInfoTest::reportsAMissingPathAndShowsTheOthers()
     QCOMPARE(outcome.exitCode, 1);
     QCOMPARE(outcome.err,
              errorLines({"none.jpg: No such file or directory", "link: No such file or directory",
-                         "pipe.avi: neither a file nor a folder"}));
+                         "pipe.avi: is neither a file nor a folder"}));
     QVERIFY(outcome.out.startsWith("b.txt\n  type      other\n"));
 }
 
@@ -322,15 +322,15 @@ void VornfhInfoTest::aRefusedCommentChangesNothing_data()
     QTest::addColumn<QByteArray>("message");
     const auto row = [](const char *name, const QByteArray &file, const QByteArray &text,
                         const QByteArray &message) { QTest::newRow(name) << file << text << message; };
-    const QByteArray notReadBack = ": no comment can be read back from it, so it was left as it is";
+    const QByteArray notReadBack = ": the comment cannot be read back; the file is unchanged";
     row("beyond-the-basic-plane", "a.jpg", "\U0001F600",
-        "a.jpg: the comment comes back altered, so it was left as it is");
+        "a.jpg: the comment reads back differently; the file is unchanged");
     row("too-long", "a.jpg", QByteArray(40000, 'a'), "a.jpg" + notReadBack);
     row("avi", "a.avi", "x", "a.avi" + notReadBack);
     row("text-file", "a.txt", "x",
-        "a.txt: takes no comment: @/a.txt: The file contains data of an unknown image type");
+        "a.txt: cannot take a comment: @/a.txt: The file contains data of an unknown image type");
     row("missing", "none.jpg", "x", "none.jpg: No such file or directory");
-    row("folder", "folder", "x", "@/folder: not a regular file");
+    row("folder", "folder", "x", "@/folder: is not a regular file");
 }
 
 void VornfhInfoTest::aRefusedCommentChangesNothing()
@@ -363,7 +363,7 @@ void VornfhInfoTest::aCommentNeedsAWritableFolder()
         tool.runProgram("unshare", {"-r", "-m", "/bin/sh", "-c", script.arg(ToolRun::toolPath())});
     if (outcome.exitCode != 1 || !outcome.err.startsWith("vornfh"))
         QSKIP("a private mount namespace is not allowed here");
-    QCOMPARE(outcome, tool.failure({"@/ro/a.jpg: no copy can be made beside it: Read-only file system"}));
+    QCOMPARE(outcome, tool.failure({"@/ro/a.jpg: cannot be copied in its folder: Read-only file system"}));
     QCOMPARE(tool.content("ro/a.jpg"), before);
 }
 

@@ -24,8 +24,10 @@ private slots:
     void printsFoldersAndCountsAsJson_data();
     void printsFoldersAndCountsAsJson();
     void escapesNames();
-    void createsAMissingLocation();
-    void reportsALocationThatCannotBeCreated();
+    void createsNothing_data();
+    void createsNothing();
+    void requiresALocation_data();
+    void requiresALocation();
 };
 
 namespace {
@@ -217,22 +219,60 @@ void VornfhListTest::escapesNames()
                           "100ABC/a\\x1b[2J\\x0a\\u202e.jpg  image   1 B  2025-02-25 14:00:00\n"));
 }
 
-void VornfhListTest::createsAMissingLocation()
+void VornfhListTest::createsNothing_data()
 {
-    const ToolRun tool;
-    QCOMPARE(tool.runOnStorages({"list", "sd"}), tool.success(EMPTY_TABLE, locationCreated("@/sd/DCIM")));
-    QCOMPARE(tree(tool.path()), onCard({"100ABC/"}));
+    QTest::addColumn<Tree>("entries");
+    QTest::addColumn<QByteArrayList>("command");
+    QTest::addColumn<QByteArray>("out");
+    const auto row = [](const char *name, const Tree &entries, const QByteArrayList &command,
+                        const char *out) { QTest::newRow(name) << entries << command << QByteArray(out); };
+    const QByteArray folders = "FOLDER  FILES  SIZE\n";
+    const Tree onlyOthers = onCard({"MISC/a.jpg = x", "b.jpg"});
+    row("list-empty-location", onCard({}), {"list", "sd"}, EMPTY_TABLE);
+    row("list-other-folders", onlyOthers, {"list", "sd", "--videos"}, EMPTY_TABLE);
+    row("list-json", onlyOthers, {"list", "sd", "--json"}, "[\n]\n");
+    row("folders-empty-location", onCard({}), {"folders", "sd"}, folders);
+    row("folders-other-folders", onlyOthers, {"folders", "sd"}, folders);
+    row("folders-all", onlyOthers, {"folders", "sd", "--filter", "all"}, folders + "MISC        1   1 B\n");
+    row("count", onlyOthers, {"count", "sd"}, "0\n");
+    row("count-json", onlyOthers, {"count", "sd", "--json"},
+        "{\n    \"images\": 0,\n    \"sounds\": 0,\n    \"total\": 0,\n    \"videos\": 0\n}\n");
 }
 
-void VornfhListTest::reportsALocationThatCannotBeCreated()
+void VornfhListTest::createsNothing()
 {
+    QFETCH(Tree, entries);
+    QFETCH(QByteArrayList, command);
+    QFETCH(QByteArray, out);
     const ToolRun tool;
-    tool.make({"sd = a file"});
-    const QByteArray err =
-        locationCreated("@/sd/DCIM") + errorLines({"@/sd/DCIM: cannot be created: @/sd is not a folder"});
+    tool.make(entries);
+    const Tree before = treeWithContents(tool.path());
+    QCOMPARE(tool.runOnStorages(command), tool.success(out));
+    QCOMPARE(treeWithContents(tool.path()), before);
+}
+
+void VornfhListTest::requiresALocation_data()
+{
+    QTest::addColumn<Tree>("entries");
+    QTest::addColumn<QByteArray>("message");
+    const auto row = [](const char *name, const Tree &entries, const char *message) {
+        QTest::newRow(name) << entries << QByteArray(message);
+    };
+    row("missing", {}, "@/sd/DCIM: does not exist");
+    row("file-in-its-place", {"sd/DCIM = a file"}, "@/sd/DCIM: is not a folder");
+    row("file-in-place-of-its-parent", {"sd = a file"}, "@/sd/DCIM: Not a directory");
+}
+
+void VornfhListTest::requiresALocation()
+{
+    QFETCH(Tree, entries);
+    QFETCH(QByteArray, message);
+    const ToolRun tool;
+    tool.make(entries);
+    const Tree before = treeWithContents(tool.path());
     for (const QByteArray command : {"list", "folders", "count"})
-        QCOMPARE(tool.runOnStorages({command, "sd"}), (Outcome{1, "", tool.expand(err)}));
-    QCOMPARE(tree(tool.path()), Tree{"sd"});
+        QCOMPARE(tool.runOnStorages({command, "sd"}), tool.failure({message}));
+    QCOMPARE(treeWithContents(tool.path()), before);
 }
 
 QTEST_GUILESS_MAIN(VornfhListTest)

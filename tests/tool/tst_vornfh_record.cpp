@@ -158,9 +158,16 @@ void VornfhRecordTest::waitsWhileAnotherProcessAllocates()
     QCOMPARE(::flock(folder, LOCK_EX), 0);
     QProcess process;
     tool.startOnStorages(process, {"record", "sd", "--type", "wav"});
-    // /proc/locks lists a waiting process by its PID after the lock that it waits for.
-    const QByteArray pid = " " + QByteArray::number(process.processId()) + " ";
-    QTRY_VERIFY_WITH_TIMEOUT(tool.content("/proc/locks").contains(pid), 20000);
+    // The tool waits as soon as it has opened the location.
+    const QString descriptors = QString("/proc/%1/fd").arg(process.processId());
+    const auto hasOpened = [&] {
+        const QFileInfoList files = QDir(descriptors).entryInfoList(QDir::Files | QDir::Dirs | QDir::System);
+        return std::any_of(files.begin(), files.end(),
+                           [&tool](const QFileInfo &file) { return file.symLinkTarget() == tool.sd(); });
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(hasOpened(), 20000);
+    QTest::qWait(100);
+    QCOMPARE(process.state(), QProcess::Running);
     tool.make(onCard({"100ABC/DCF_0002.jpg"}));
     ::close(folder);
     QCOMPARE(ToolRun::finish(process), tool.success("@/sd/DCIM/100ABC/DCF_0003.wav\n"));
@@ -183,9 +190,9 @@ void VornfhRecordTest::neverOverwritesATakenName_data()
     const auto row = [](const char *name, const Tree &entries, const QByteArray &message) {
         QTest::newRow(name) << entries << message;
     };
-    const QByteArray usedUp = "the numbers of storage sd are used up: @/sd/DCIM/999ABC/DCF_0001.avi would be "
+    const QByteArray usedUp = "storage sd has no numbers left: @/sd/DCIM/999ABC/DCF_0001.avi would be "
                               "next, and its number is taken";
-    const QByteArray taken = ": its number is taken by something that the numbering passes over";
+    const QByteArray taken = ": its number is taken by something that the numbering skips";
     row("numbers-used-up", {"999ABC/DCF_0001.avi = x", "999ABC/DCF_9999.avi = x", "1000ABC/"}, usedUp);
     row("numbers-used-up-by-other-types", {"999ABC/DCF_0001.jpg = x", "999ABC/DCF_9999.wav = x", "1000ABC/"},
         usedUp);
@@ -247,9 +254,10 @@ void VornfhRecordTest::keepsAThumbnailCreatedInTheMeantime()
     programs.add("ffmpeg", WRITE_DATA + "echo mine > \"${target%.*}.thumb\"");
     const ToolRun tool;
     tool.make({"sd/DCIM/"});
-    QCOMPARE(tool.runOnStorages({"record", "sd", "--type", "jpg"}),
-             tool.failure({"@/sd/DCIM/100ABC/DCF_0001.thumb: came in the meantime and is left as it is"},
-                          "@/sd/DCIM/100ABC/DCF_0001.jpg\n"));
+    QCOMPARE(
+        tool.runOnStorages({"record", "sd", "--type", "jpg"}),
+        tool.failure({"@/sd/DCIM/100ABC/DCF_0001.thumb: was created by another program and is left as it is"},
+                     "@/sd/DCIM/100ABC/DCF_0001.jpg\n"));
     QCOMPARE(tool.content("sd/DCIM/100ABC/DCF_0001.thumb"), QByteArray("mine\n"));
 }
 
@@ -263,7 +271,7 @@ void VornfhRecordTest::aFailureLeavesNothing_data()
     row("missing-input", "", "@/none.avi: No such file or directory");
     row("writes-and-fails", FIND_TARGET + "echo half > \"$target\"; echo first >&2; echo last >&2; exit 3",
         "last");
-    row("fails-without-a-message", "exit 3", "ffmpeg ended with exit code 3");
+    row("fails-without-a-message", "exit 3", "ffmpeg exited with code 3");
     row("writes-nothing", "exit 0", "ffmpeg wrote nothing");
     row("escape-sequence-in-its-message", "printf 'a\\033b\\n' >&2; exit 1", "a\\x1bb");
 }
@@ -300,7 +308,7 @@ void VornfhRecordTest::withoutFfmpegNothingChanges()
     const StandIns noPrograms(StandIns::Alone);
     const ToolRun tool;
     QCOMPARE(tool.runOnStorages({"record", "sd"}),
-             tool.failure({"ffmpeg is not on the search path; recording needs it"}));
+             tool.failure({"ffmpeg is not on PATH; recording needs it"}));
     QCOMPARE(tree(tool.path()), Tree());
 }
 
@@ -340,8 +348,8 @@ void VornfhRecordTest::refusesWrongValues_data()
     const auto row = [](const char *name, const QByteArrayList &options, const QByteArray &message) {
         QTest::newRow(name) << options << message;
     };
-    const QByteArray outsideCount = " is no number from 1 to 9999";
-    const QByteArray outsideDuration = " is no number from 0.1 to 86400";
+    const QByteArray outsideCount = " is not a number from 1 to 9999";
+    const QByteArray outsideDuration = " is not a number from 0.1 to 86400";
     row("unknown-type", {"--type", "gif"}, "--type: gif not in {avi,mkv,jpg,png,wav}");
     row("count-zero", {"--count", "0"}, "--count: '0'" + outsideCount);
     row("count-not-a-number", {"--count", "many"}, "--count: 'many'" + outsideCount);

@@ -33,12 +33,12 @@ QByteArray toDelete(const QByteArray &path, const QByteArray &what)
 
 QByteArray notConfirmed(const QByteArray &path)
 {
-    return path + ": nobody can be asked, standard input is no terminal: needs --yes";
+    return path + ": standard input is not a terminal; use --yes to delete without a question";
 }
 
 QByteArray isALink(const QByteArray &path)
 {
-    return path + ": is a symbolic link, what it leads to is not deleted";
+    return path + ": is a symbolic link; what it points to is not deleted";
 }
 
 QByteArray holdsMount(const QByteArray &path, const QByteArray &mountPoint)
@@ -185,7 +185,7 @@ void VornfhRemoveTest::removesFolders()
     const Tree expected = without(tree(tool.path()), deleted);
     QByteArrayList messages = {toDelete(folder, contents)};
     if (!notMedia.isEmpty())
-        messages.append(folder + ": not media among them: " + notMedia);
+        messages.append(folder + ": including files that are not media files: " + notMedia);
     QCOMPARE(tool.runOnStorages(arguments + QByteArrayList{"--yes"}),
              tool.success(folder + ": deleted " + contents + "\n", errorLines(messages)));
     QCOMPARE(tree(tool.path()), expected);
@@ -200,7 +200,7 @@ void VornfhRemoveTest::refusesPaths_data()
                         const QByteArrayList &messages) {
         QTest::newRow(name) << before << arguments << messages;
     };
-    const QByteArray outside = ": is not inside the location of a configured storage";
+    const QByteArray outside = ": is not in the location of a configured storage device";
     row("delete-outside", {"a.jpg"}, {"delete", "a.jpg"}, {"@/a.jpg" + outside, notDeleted(1, 1)});
     row("delete-outside-through-two-dots", {"sd/a.jpg"}, {"delete", "sd/DCIM/../a.jpg"},
         {"@/sd/DCIM/../a.jpg" + outside, notDeleted(1, 1)});
@@ -209,8 +209,8 @@ void VornfhRemoveTest::refusesPaths_data()
     row("delete-through-a-link-out-of-the-location", {"x/a.jpg", "sd/DCIM/out -> @/x"},
         {"delete", "sd/DCIM/out/a.jpg"}, {"@/sd/DCIM/out/a.jpg" + outside, notDeleted(1, 1)});
     row("delete-not-utf-8", {}, {"delete", "sd/DCIM/\xff"},
-        {messages::notUtf8("PATH", "sd/DCIM/\\xff"), notDeleted(1, 1)});
-    row("mkdir-existing-folder", {}, {"mkdir", "sd", "100ABC"}, {"@/sd/DCIM/100ABC: exists already"});
+        {"sd/DCIM/\\xff: the name is not valid UTF-8", notDeleted(1, 1)});
+    row("mkdir-existing-folder", {}, {"mkdir", "sd", "100ABC"}, {"@/sd/DCIM/100ABC: already exists"});
     row("mkdir-below-a-file", {"usb"}, {"mkdir", "usb", "MISC"},
         {"@/usb/DCIM/MISC: cannot be created: Not a directory"});
     row("rmdir-missing-folder", {}, {"rmdir", "sd", "102ABC", "--yes"}, {"@/sd/DCIM/102ABC: does not exist"});
@@ -218,7 +218,7 @@ void VornfhRemoveTest::refusesPaths_data()
     row("rmdir-link", {"x/a.jpg", "sd/DCIM/link -> @/x"}, {"rmdir", "sd", "link", "--yes"},
         {isALink("@/sd/DCIM/link")});
     row("wipe-missing-location", {}, {"wipe", "usb", "--yes"},
-        {"@/usb/DCIM: does not exist, there is nothing to wipe"});
+        {"@/usb/DCIM: does not exist; there is nothing to delete"});
     row("wipe-link", {"x/a.jpg", "usb/", "usb/DCIM -> @/x"}, {"wipe", "usb", "--yes"},
         {isALink("@/usb/DCIM")});
 }
@@ -308,7 +308,7 @@ void VornfhRemoveTest::refusesToWipeTheHomeFolder()
     tool.environment.insert("HOME", tool.sd() + "/user");
     const Tree before = treeWithContents(tool.path());
     QCOMPARE(tool.runOnStorages({"wipe", "sd", "--yes"}),
-             tool.usageError({"@/sd/DCIM: holds the home folder @/sd/DCIM/user"}));
+             tool.usageError({"@/sd/DCIM: contains the home folder @/sd/DCIM/user"}));
     QCOMPARE(treeWithContents(tool.path()), before);
 }
 
@@ -329,7 +329,7 @@ void VornfhRemoveTest::refusesToWipeAnotherLocation()
     tool.make(MEDIA + Tree{"link -> sd"});
     const Tree before = treeWithContents(tool.path());
     QCOMPARE(tool.run({"--suffix", "ABC", "--sd", "@/sd/DCIM", "--usb", other, "wipe", "sd", "--yes"}),
-             tool.usageError({"@/sd/DCIM: is or holds the location of storage usb, " + other}));
+             tool.usageError({"@/sd/DCIM: is or contains the location of storage usb, " + other}));
     QCOMPARE(treeWithContents(tool.path()), before);
 }
 
@@ -339,7 +339,7 @@ void VornfhRemoveTest::refusesTheRootFolder()
     tool.make({"root -> /"});
     for (const QByteArray location : {"/", "@/root"}) {
         const Outcome expected =
-            tool.usageError({location + ": the root folder is no location to delete in"});
+            tool.usageError({location + ": the root folder cannot be used as a location"});
         QCOMPARE(tool.run({"--sd", location, "wipe", "sd"}), expected);
         QCOMPARE(tool.run({"--sd", location, "rmdir", "sd", "no-such-folder"}), expected);
     }
@@ -373,9 +373,10 @@ void VornfhRemoveTest::emptiesALocationThatIsAMountPoint()
     tool.make(onCard({"100ABC/DCF_0001.jpg = 1234"}));
     QCOMPARE(
         tool.runOnStorages({"wipe", "sd", "--yes"}),
-        tool.success("@/sd/DCIM: deleted 1 file and 1 folder, 4 B; the folder itself stays, a file system is "
-                     "mounted on it\n",
-                     errorLines({toDelete("@/sd/DCIM", "1 file and 1 folder, 4 B")})));
+        tool.success(
+            "@/sd/DCIM: deleted 1 file and 1 folder, 4 B; the folder itself remains because a file system is "
+            "mounted on it\n",
+            errorLines({toDelete("@/sd/DCIM", "1 file and 1 folder, 4 B")})));
     QCOMPARE(tree(tool.path()), onCard({}));
 }
 
@@ -387,7 +388,7 @@ void VornfhRemoveTest::reportsWhatCannotBeDeleted()
         tool.runOnStorages({"rmdir", "sd", "100ABC", "--yes"}),
         tool.failure({toDelete("@/sd/DCIM/100ABC", "2 files, 8 B"),
                       "@/sd/DCIM/100ABC: could not be deleted: x\\xff.jpg: names that are not valid UTF-8 "
-                      "cannot be handled"}));
+                      "cannot be deleted"}));
     QCOMPARE(tree(tool.path()), onCard({"100ABC/", "100ABC/x\xff.jpg"}));
 }
 

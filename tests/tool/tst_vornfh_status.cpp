@@ -82,6 +82,7 @@ private slots:
     void refusesWrongStorages();
     void showsTheOtherStoragesIfOneIsUnreadable();
     void reportsAMissingProgram();
+    void printsNoWarningForASuffixThatIsNotAPattern();
     void findsTheBlockDeviceOfTheLocation();
     void showsTheSpaceOfACard();
     void reportsThatTheCardIsNotMounted();
@@ -108,6 +109,8 @@ void VornfhStatusTest::showsFoldersAndCreatesNothing_data()
         "101ABC", "101ABC/DCF_0003.jpg", 2);
     row("folder-full", onCard({"100ABC/DCF_9999.jpg"}), "100ABC", "101ABC/DCF_0001.jpg", 1);
     row("last-folder-full", onCard({"999ABC/DCF_9999.jpg"}), "999ABC", "999ABC/DCF_0001.jpg", 1);
+    row("largest-folder-full", onCard({"2147483647ABC/DCF_9999.jpg"}), "2147483647ABC",
+        "2147483647ABC/DCF_0001.jpg", 1);
     row("folder-without-a-number", onCard({"100ABC/", "XABC/"}), "100ABC", "100ABC/DCF_0001.jpg", 0,
         folderNotANumber());
 }
@@ -124,7 +127,7 @@ void VornfhStatusTest::showsFoldersAndCreatesNothing()
     const Tree before = treeWithContents(tool.path());
     const QStorageInfo fileSystem(tool.path());
     const QByteArray mounted = isOnRootFileSystem(tool.path())
-                                   ? QByteArray("no: the location lies on the root file system")
+                                   ? QByteArray("no: the location is on the root file system")
                                    : "yes, at " + fileSystem.rootPath().toUtf8();
     const QByteArray out = "sd: @/sd/DCIM\n"
                            "  block device    nosuchdevice, not present\n"
@@ -137,7 +140,7 @@ void VornfhStatusTest::showsFoldersAndCreatesNothing()
                            + QByteArray::number(count) + "\n";
     Outcome outcome = tool.runOnStorages({"--sd-block", "nosuchdevice", "status", "sd"});
     // The tool reports this only if the root file system is on a block device.
-    outcome.out.replace("no: nosuchdevice is not mounted, the", "no: the");
+    outcome.out.replace("no: nosuchdevice is not mounted there, the", "no: the");
     QCOMPARE(outcome, tool.success(out, err));
     QCOMPARE(treeWithContents(tool.path()), before);
 
@@ -205,14 +208,26 @@ void VornfhStatusTest::reportsAMissingProgram()
     const StandIns noPrograms(StandIns::Alone);
     const ToolRun tool;
     tool.make({"sd/DCIM/"});
-    const QByteArray reason = "sh is not on the search path";
+    const QByteArray reason = "sh is not on PATH";
     const QByteArray out = tool.runOnStorages({"--sd-block", "vda", "status", "sd"}).out;
     QVERIFY2(out.contains("  block device    vda, presence unknown: " + reason + "\n"), out.constData());
     QVERIFY2(out.contains("  space           unknown: " + reason + "\n"), out.constData());
     QCOMPARE(firstOf(tool.runOnStorages({"--sd-block", "vda", "status", "sd", "--json"}))["present"],
              QJsonValue());
     QCOMPARE(tool.runOnStorages({"--sd-block", "vda", "mkdir", "sd", "MISC"}),
-             tool.failure({"@/sd/DCIM: cannot tell whether vda is present: " + reason}));
+             tool.failure({"@/sd/DCIM: cannot check whether vda is present: " + reason}));
+}
+
+void VornfhStatusTest::printsNoWarningForASuffixThatIsNotAPattern()
+{
+    const ToolRun tool;
+    tool.make(onCard({"100A[/DCF_0005.jpg", "101A[/"}));
+    const Outcome outcome = tool.run({"--suffix", "A[", "--sd", "@/sd/DCIM", "status", "sd"});
+    QCOMPARE(outcome.exitCode, 0);
+    QCOMPARE(outcome.err, QByteArray());
+    // The library lists no folder, so that folder 100 is the current one.
+    QVERIFY2(outcome.out.contains(tool.expand("  next photo      @/sd/DCIM/100A[/DCF_0006.jpg\n")),
+             outcome.out);
 }
 
 void VornfhStatusTest::findsTheBlockDeviceOfTheLocation()
@@ -278,12 +293,18 @@ void VornfhStatusTest::reportsThatTheCardIsNotMounted()
     card.unmount();
     const Outcome status = tool.runOnStorages({"--sd-block", block, "status", "sd"});
     const Outcome mkdir = tool.runOnStorages({"--sd-block", block, "mkdir", "sd", "MISC"});
+    QList<Outcome> listings;
+    for (const QByteArray command : {"list", "folders", "count"})
+        listings.append(tool.runOnStorages({"--sd-block", block, command, "sd"}));
     ::umount2(to.constData(), 0);
     QVERIFY2(status.out.contains("  mounted         no: " + block
-                                 + " is not mounted, the location lies on the root file system\n"),
+                                 + " is not mounted there, the location is on the root file system\n"),
              status.out.constData());
-    QCOMPARE(mkdir,
-             tool.failure({"@/sd/DCIM: lies on the root file system: " + block + " is not mounted there"}));
+    const Outcome notMounted = tool.failure(
+        {"@/sd/DCIM: " + block + " is not mounted there; the folder is on the root file system"});
+    QCOMPARE(mkdir, notMounted);
+    for (const Outcome &listing : listings)
+        QCOMPARE(listing, notMounted);
     QVERIFY(!QFile::exists(tool.sd()));
 }
 
@@ -295,7 +316,7 @@ void VornfhStatusTest::reportsTheSpaceOfAnotherFileSystem()
     if (card.mount(tool.sd()).isEmpty())
         QSKIP("mounting a loop device needs root");
     const QByteArray out = tool.runOnStorages({"status", "sd"}).out;
-    QVERIFY2(out.contains(tool.expand("that is @/sd/, another file system than the location's\n")),
+    QVERIFY2(out.contains(tool.expand("measured at @/sd/, on another file system than the location\n")),
              out.constData());
     const QJsonObject json = firstOf(tool.runOnStorages({"status", "sd", "--json"}));
     QCOMPARE(json["spaceElsewhere"], QJsonValue(true));

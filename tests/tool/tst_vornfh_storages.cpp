@@ -26,29 +26,29 @@ private slots:
 
 namespace {
 
-const QByteArray COMMAND_REQUIRED = "a command is required: vornfh --help lists them";
+const QByteArray COMMAND_REQUIRED = "no command is given; see vornfh --help";
 
 QByteArray notACommand(const QByteArray &word)
 {
-    return "'" + word + "' is not a command: vornfh --help lists them";
+    return "'" + word + "' is not a command; see vornfh --help";
 }
 
 QByteArray unsafeValue(const QByteArray &option, const QByteArray &kind, const QByteArray &value,
                        const QByteArray &character, int position)
 {
-    return option + ": the " + kind + " '" + value + "' holds '" + character + "' as character "
-           + QByteArray::number(position) + ", which a shell would not take as part of a name";
+    return option + ": the " + kind + " '" + value + "' contains '" + character + "' as character "
+           + QByteArray::number(position) + ", which a shell might not treat as part of a name";
 }
 
 QByteArray leadingDash(const QByteArray &option, const QByteArray &kind, const QByteArray &value)
 {
     return option + ": the " + kind + " '" + value
-           + "' begins with '-', which a program would take for an option";
+           + "' begins with '-', which a program would read as an option";
 }
 
 QByteArray unusableSuffix(const QByteArray &suffix, const QByteArray &character, int position)
 {
-    return "--suffix: the suffix '" + suffix + "' holds '" + character + "' as character "
+    return "--suffix: the suffix '" + suffix + "' contains '" + character + "' as character "
            + QByteArray::number(position) + ", which cannot be part of a folder's name";
 }
 
@@ -83,8 +83,7 @@ void VornfhStoragesTest::refusesWrongCommandLines_data()
     row("no-command", {"--sd", "@/sd"}, COMMAND_REQUIRED);
     row("unknown-command", {"--sd", "@/sd", "bogus", "sd"}, notACommand("bogus"));
     row("unknown-command-with-an-escape-sequence", {"\x1b[1m\xff"}, notACommand("\\x1b[1m\\xff"));
-    row("unknown-option-without-a-command", {"--bogus"},
-        "'--bogus' is not an option: vornfh --help lists them");
+    row("unknown-option-without-a-command", {"--bogus"}, "'--bogus' is not an option; see vornfh --help");
     row("unknown-option", {"count", "sd", "--bogus"}, "The following argument was not expected: --bogus");
     row("no-storage", {"count"}, "STORAGE is required");
     row("unknown-storage", {"count", "floppy"}, messages::unknownStorage("floppy"));
@@ -116,8 +115,7 @@ void VornfhStoragesTest::refusesWrongCommandLines_data()
     row("escape-sequence-in-the-suffix", {"--suffix", "\x1b[1m", "count", "sd"},
         unusableSuffix("\\x1b[1m", "\\x1b", 1));
     row("placeholder-in-the-suffix", {"--suffix", "A%L2", "count", "sd"},
-        "--suffix: the suffix 'A%L2' holds '%' before a digit, which the library fills in when it builds a "
-        "path");
+        "--suffix: the suffix 'A%L2' contains '%' before a digit, which the library would replace");
 }
 
 void VornfhStoragesTest::refusesWrongCommandLines()
@@ -210,9 +208,10 @@ void VornfhStoragesTest::refusesAConfigFile()
 void VornfhStoragesTest::usesDefaultLocations()
 {
     const ToolRun tool;
-    const QByteArray err = errorLines({"no storage is given, using @/data/vornfh/mmc/DCIM, "
-                                       "@/data/vornfh/sd/DCIM and @/data/vornfh/usb/DCIM"})
-                           + locationCreated("@/data/vornfh/usb/DCIM");
+    const QByteArray err = errorLines({"no storage device is configured; using @/data/vornfh/mmc/DCIM, "
+                                       "@/data/vornfh/sd/DCIM and @/data/vornfh/usb/DCIM"});
+    QCOMPARE(tool.run({"next", "usb", "jpg"}), tool.success("@/data/vornfh/usb/DCIM/100VORN/DCF_0001.jpg\n",
+                                                            err + locationCreated("@/data/vornfh/usb/DCIM")));
     QCOMPARE(tool.run({"count", "usb"}), tool.success("0\n", err));
     QVERIFY(tree(tool.path()).contains("data/vornfh/usb/DCIM/100VORN/"));
     QVERIFY(!tree(tool.path()).contains("data/vornfh/sd/"));

@@ -129,8 +129,8 @@ void VornfhTransferTest::copies_data()
         {"a.jpg", "folder", "nowhere", "missing", "a.jpg/", "", "/dev/null", "b\xff", "b.jpg"},
         {"a.jpg = 1", "b.jpg = 2"}, copied("a.jpg") + copied("b.jpg"),
         {"@/folder: is a folder", "@/nowhere: is a dangling symbolic link",
-         "@/missing: No such file or directory", "@/a.jpg/: Not a directory", "'': is no file name",
-         "/dev/null: is no regular file", "b\\xff: is not valid UTF-8", notDone("copy", 7, 9)});
+         "@/missing: No such file or directory", "@/a.jpg/: Not a directory", "'': is not a file name",
+         "/dev/null: is not a regular file", "b\\xff: the name is not valid UTF-8", notDone("copy", 7, 9)});
     row("already-in-the-folder", {"sd/DCIM/100ABC/a.jpg = x"}, {"sd/DCIM/100ABC/a.jpg"}, {}, "",
         {alreadyThere("@/sd/DCIM/100ABC/a.jpg"), notDone("copy", 1, 1)});
     row("dangling-link-as-target", {"a.jpg = x", "sd/DCIM/100ABC/a.jpg -> @/elsewhere"}, {"a.jpg"}, {}, "",
@@ -219,10 +219,10 @@ void VornfhTransferTest::refusesWrongCommandLines_data()
     row("two-dots", {"sd", ".."}, messages::reservedFolderName(".."));
     row("path", {"sd", "../x"}, messages::folderNameWithSlash("../x"));
     row("trailing-slash", {"sd", "x/"}, messages::folderNameWithSlash("x/"));
-    row("line-feed", {"sd", "x\n"}, "the folder name 'x\\x0a' holds a control character");
+    row("line-feed", {"sd", "x\n"}, "the folder name 'x\\x0a' contains a control character");
     row("not-utf-8", {"sd", "x\xff"}, messages::notUtf8("FOLDER", "x\\xff"));
     row("placeholder", {"sd", "50%2"},
-        "the folder name '50%2' holds '%' before a digit, which the library fills in when it builds a path");
+        "the folder name '50%2' contains '%' before a digit, which the library would replace");
 }
 
 void VornfhTransferTest::refusesWrongCommandLines()
@@ -244,14 +244,15 @@ void VornfhTransferTest::survivesABadCp_data()
                         bool leavesATarget = false) {
         QTest::newRow(name) << QByteArray(script) << message << leavesATarget;
     };
-    const QByteArray different = "@/bad.jpg: its copy is not the same: cp failed";
+    const QByteArray different = "@/bad.jpg: its copy is different: cp failed";
     row("does-nothing", "exit 1", "@/bad.jpg: cannot be copied: cp failed");
     row("writes-half", "head -c 2 \"$2\" > \"$3\"; exit 1", different);
     row("writes-half-and-claims-success", "head -c 2 \"$2\" > \"$3\"", different);
     row("writes-something-else", "tr a b < \"$2\" > \"$3\"", different);
     row("writes-too-much", "cat \"$2\" \"$2\" > \"$3\"", different);
     row("is-killed", "head -c 2 \"$2\" > \"$3\"; kill -9 $$", different);
-    row("makes-a-hard-link", "ln \"$2\" \"$3\"", "@/sd/DCIM/100ABC/bad.jpg: is no copy of @/bad.jpg", true);
+    row("makes-a-hard-link", "ln \"$2\" \"$3\"", "@/sd/DCIM/100ABC/bad.jpg: is not a copy of @/bad.jpg",
+        true);
 }
 
 void VornfhTransferTest::survivesABadCp()
@@ -278,9 +279,8 @@ void VornfhTransferTest::reportsThatCpIsMissing()
     const StandIns noPrograms(StandIns::Alone);
     const ToolRun tool;
     tool.make({"sd/DCIM/", "a.jpg"});
-    QCOMPARE(
-        tool.runOnStorages({"move", "a.jpg", "sd", "100ABC"}),
-        tool.failure({"@/a.jpg: cannot be copied: cp is not on the search path", notDone("move", 1, 1)}));
+    QCOMPARE(tool.runOnStorages({"move", "a.jpg", "sd", "100ABC"}),
+             tool.failure({"@/a.jpg: cannot be copied: cp is not on PATH", notDone("move", 1, 1)}));
     QCOMPARE(tree(tool.path()), Tree{"a.jpg"} + onCard({"100ABC/"}));
 }
 
@@ -294,7 +294,8 @@ void VornfhTransferTest::stopsWhenAllCountersAreTaken()
              tool.success(copied("README", "README_999.README")));
     tool.make({"README = newer"});
     const Tree before = treeWithContents(tool.path());
-    const QByteArray message = "@/sd/DCIM/100ABC/README_999.README: exists, and so do its 999 copies";
+    const QByteArray message =
+        "@/sd/DCIM/100ABC/README_999.README: exists, and so do the other 998 names with a counter";
     for (const QByteArray command : {"copy", "move"})
         QCOMPARE(tool.runOnStorages({command, "README", "sd", "100ABC"}),
                  tool.failure({message, notDone(command, 1, 1)}));
@@ -324,11 +325,12 @@ void VornfhTransferTest::keepsASourceThatChanges_data()
     const auto row = [](const char *name, const char *script, const char *content, const char *reason) {
         QTest::newRow(name) << QByteArray(script) << QByteArray(content) << QByteArray(reason);
     };
-    row("grows-before-the-copy", "printf x >> \"$2\"; real \"$@\"", "oldx", "changed while it was copied");
+    row("grows-before-the-copy", "printf x >> \"$2\"; real \"$@\"", "oldx",
+        "changed while it was being copied");
     row("grows-after-the-copy", "real \"$@\"; printf x >> \"$2\"", "oldx",
-        "its copy is not the same: cp failed");
+        "its copy is different: cp failed");
     row("is-replaced", "real \"$@\"; printf new > \"$2.n\"; mv \"$2.n\" \"$2\"", "new",
-        "changed while it was copied");
+        "changed while it was being copied");
 }
 
 void VornfhTransferTest::keepsASourceThatChanges()
@@ -352,7 +354,7 @@ void VornfhTransferTest::keepsACopyWhoseSourceVanished()
     const ToolRun tool;
     tool.make({"a.jpg = x", "sd/DCIM/"});
     QCOMPARE(tool.runOnStorages({"move", "a.jpg", "sd", "100ABC"}),
-             tool.failure({"@/a.jpg: changed while it was copied", notDone("move", 1, 1)}));
+             tool.failure({"@/a.jpg: changed while it was being copied", notDone("move", 1, 1)}));
     QCOMPARE(tool.content("sd/DCIM/100ABC/a.jpg"), QByteArray("x"));
 }
 
@@ -404,7 +406,7 @@ void VornfhTransferTest::reportsAFullStorage_data()
         QTest::newRow(name) << size << QByteArray(reason);
     };
     row("before-the-copy", 2500000, "no space left in @/sd/DCIM/100ABC: 2.4 MiB needed, 1.0 MiB free");
-    row("during-the-copy", 500000, "its copy is not the same: No space left on device");
+    row("during-the-copy", 500000, "its copy is different: No space left on device");
 }
 
 void VornfhTransferTest::reportsAFullStorage()
