@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: MIT
 //
-// The bands of this file follow the header: constants and configuration, paths and names, folder numbering,
-// file numbering, listings, media lists, JSON, devices and capacity, transfer, metadata. "Reading
-// directories" serves the four after it and has no public members. A band consists of its constants or table,
-// pure helpers and thin I/O, all in one unnamed namespace, and then the public members.
+// The sections of this file are in the order of the header: constants and configuration, paths and names,
+// folder numbering, file numbering, listings, media lists, JSON, devices and capacity, transfer, metadata.
+// "Reading directories" serves the four after it and has no public members. A section consists of its
+// constants or table, pure helpers and thin I/O, all in one unnamed namespace, and then the public members.
 //
-// Directories are read with readdir(). QDir is used instead if a name filter is anything but head*tail, if a
-// name or filter is not plain ASCII, if the path may be a Qt resource or search path, if the file system does
-// not report the types of its entries, and for the order by time if a file has no time.
+// Numbering, counts, JSON lists and listings with the oldest file first read directories with readdir(). QDir
+// is used instead if a name filter is anything but head*tail, if a name or filter is not plain ASCII, if the
+// path may be a Qt resource or search path, if the file system does not report the types of its entries, and
+// for sorting by time if a file has no time. Everything else uses QDir.
 
 // Without this, readdir() on a 32-bit system stops at the first entry with a large inode number.
 #define _FILE_OFFSET_BITS 64 // NOLINT(bugprone-reserved-identifier): the C library defines the name
@@ -75,7 +76,7 @@ const QString MKV_FILE_EXT_FILTER = "*." + MKV_FILE_EXT;
 const QString THUMB_FILE_EXT_FILTER = "*." + THUMB_FILE_EXT;
 const QString WAV_FILE_EXT_FILTER = "*." + WAV_FILE_EXT;
 
-/// The media files that are counted and numbered. A thumbnail belongs to its photo or video and is neither.
+/// The media files that are counted and numbered. A thumbnail belongs to its photo or video.
 const QStringList MEDIA_FILTERS = {JPEG_FILE_EXT_FILTER, PNG_FILE_EXT_FILTER, AVI_FILE_EXT_FILTER,
                                    MKV_FILE_EXT_FILTER, WAV_FILE_EXT_FILTER};
 
@@ -105,7 +106,7 @@ bool pathExists(const QString &path)
     return isUsablePath(path) && QFile::exists(path);
 }
 
-/// @p file, or a file that does not exist if Qt would warn about its path on every query.
+/// @p file; if Qt would warn about its path on every query, an empty QFileInfo instead.
 QFileInfo withUsablePath(const QFileInfo &file)
 {
     return isUsablePath(file.filePath()) ? file : QFileInfo();
@@ -153,7 +154,7 @@ const QDir *findLocation(eStorageType type)
     return nullptr;
 }
 
-/// Result of the mappings for an unsupported storage.
+/// Prints the diagnostic for an unsupported storage and returns an empty string.
 QString unsupportedStorage()
 {
     diagnose("Unsupported storage type");
@@ -211,8 +212,8 @@ QDir VornFileHandler::getStorageDir(eStorageType type)
 
 namespace {
 
-/// @p path with everything but its last name resolved; empty if that does not exist. A link in the last place
-/// stays a link. A path that ends in "." or ".." has no last name and is resolved completely.
+/// @p path with everything but its last component resolved; empty if that does not exist. A link in the last
+/// component is not followed. If that is "." or "..", the whole path is resolved.
 QString withResolvedParent(QString path)
 {
     while (path.endsWith('/'))
@@ -224,7 +225,8 @@ QString withResolvedParent(QString path)
     return parent.isEmpty() ? QString() : parent + "/" + name;
 }
 
-/// Returns whether the current directory was deleted. Qt prints a warning if it then needs an absolute path.
+/// Returns whether the current directory has been deleted. Qt prints a warning if it then needs an absolute
+/// path.
 bool isCurrentDirectoryGone()
 {
     const std::unique_ptr<char, void (*)(void *)> path(::getcwd(nullptr, 0), std::free);
@@ -426,7 +428,7 @@ bool isValidFilter(const QString &filter)
 }
 
 /// Removes the name filters that are not valid patterns from @p directory; they match nothing. Returns false
-/// if no filter is left, so that nothing is to be listed.
+/// if there were filters and none of them is valid, so that nothing is to be listed.
 bool dropInvalidFilters(QDir &directory)
 {
     const QStringList filters = directory.nameFilters();
@@ -489,7 +491,7 @@ auto listNumberedFolders(eStorageType storage, List list)
     return folders;
 }
 
-/// The names that QDir::entryList() returns for @p directory, sorted by QDir::Name, as a heap: a caller that
+/// The names that QDir::entryList() returns for @p directory, as a heap in QDir::Name order: a caller that
 /// wants the last name rarely needs another, and building a heap costs far less than sorting.
 std::vector<QString> nameHeap(const QDir &directory, unsigned char type)
 {
@@ -593,8 +595,8 @@ WallClock wallClock(QDateTime time)
 }
 
 /// The same for @p msecs since 1970 in UTC, 0 meaning no time as it does for QFileInfo. localtime_r() is used
-/// where it agrees with QDateTime: not before 1970, after 2037 and in leap seconds. QDateTime looks up the
-/// time zone at every conversion, which costs three stat() of /etc/localtime if TZ is unset; for
+/// where it agrees with QDateTime: not before 1970, after 2037, or in leap seconds. QDateTime looks up the
+/// time zone at every conversion, which costs three stat() calls on /etc/localtime if TZ is unset; for
 /// localtime_r() the caller calls tzset() once per listing.
 WallClock wallClock(qint64 msecs)
 {
@@ -679,7 +681,7 @@ Files unsortedFiles(QDir directory)
 }
 
 /// The files in @p directory in the order OLDEST_FIRST, which is set in it. Sorting takes a fiftieth of the
-/// time that QDir takes, which converts times in every comparison. A file without a time compares equal to
+/// time of QDir, because QDir converts times in every comparison. A file without a time compares equal to
 /// every other in QDir's order, which is then not transitive, so that only QDir itself can reproduce it.
 Files filesByTime(const QDir &directory)
 {
@@ -845,7 +847,7 @@ void VornFileHandler::deleteAllFiles(eStorageType storage)
 
 namespace {
 
-/// The type for an extension: that of its category, except that Matroska has its own.
+/// The type for an extension: that of its category, except that thumbnails and Matroska have their own.
 eFileTypes typeOfSuffix(const QStringRef &suffix)
 {
     struct Row {
@@ -1026,9 +1028,9 @@ KeptProcesses &kept()
 }
 
 /// Qt 5.15 does not notice that clone() failed: it would wait for a descriptor that it never received, close
-/// it, and kill process -1, which means every process. Such an object must be neither waited for nor
-/// destroyed. Its pipes have no writer: reading them to their end closes them, and the next start of the
-/// object overwrites the rest of its state.
+/// it, and kill process -1, which means every process. A QProcess whose start failed in this way must not be
+/// destroyed, nor waited for to finish. Its pipes have no writer: reading them to their end closes them, and
+/// the next start of the object overwrites the rest of its state.
 void keepSpare(Process process)
 {
     constexpr int MILLISECONDS = 100; // for children of other threads, which hold the pipes until their exec
@@ -1114,7 +1116,8 @@ QString dfColumn(eStorageType type, const QString &column)
     return runShell("df " + path + " | awk '{ print $" + column + " }'", output) ? output : QString();
 }
 
-/// Converts @p blocks, a number of 1024-byte blocks, to bytes; 0 if it is not a number or exceeds 32 bits.
+/// Converts @p blocks, a number of 1024-byte blocks, to bytes; 0 if it is not a number or does not fit in an
+/// int.
 qint64 blocksToBytes(QString blocks)
 {
     return qint64(blocks.remove('\n').toInt()) * 1024;

@@ -46,7 +46,7 @@ enum eFileTypes : int {
 /// folder 1000ABC. Any other value selects every folder.
 enum eDIRECTORY_FILTER : int {
     DIRECTORY_FILTER_DCIM = 1,      ///< the folders that VornFileHandler::getDCIMFolders() returns
-    DIRECTORY_FILTER_NON_DCIM = 16, ///< all folders except those named three digits plus the suffix
+    DIRECTORY_FILTER_NON_DCIM = 16, ///< all folders but those whose names are three digits and the suffix
 };
 
 VORN_FILE_HANDLER_EXPORT extern const QString JPEG_FILE_EXT;  ///< "jpg"
@@ -67,10 +67,10 @@ class Metadata;
 /// a storage device (/mnt/sd/DCIM), a folder is a directory in a location, and a directory is any directory.
 ///
 /// The host calls init() once; all other operations use the configuration passed to it. All operations are
-/// synchronous. None throws except Metadata::setComment(). On failure, operations return an empty value,
-/// false or 0. They print to standard error only what their comments say: diagnostic lines, in cyan, as
-/// "\e[36m <text> \e[0m" and a line feed. A directory that exists but cannot be read is treated as empty, and
-/// nothing is printed.
+/// synchronous. None throws except Metadata::setComment(). Unless documented otherwise, operations return an
+/// empty value, false or 0 on failure. They print to standard error only what their comments say. A
+/// diagnostic line is in cyan: "\e[36m <text> \e[0m" and a line feed. A directory that exists but cannot be
+/// read is treated as empty, and nothing is printed.
 ///
 /// The numbering is held only in the names on the storage device. Nothing is cached and nothing is locked.
 /// init() must not run concurrently with any other operation. The host must serialise the recordings on a
@@ -118,7 +118,7 @@ public:
 
     // Paths and names
     //
-    // Paths are built with chained calls of QString::arg(), so a "%1" in a location or suffix is treated as a
+    // Paths are built with chained calls to QString::arg(), so a "%1" in a location or suffix is treated as a
     // place marker and replaced by a later value. No path is tested for existence.
 
     /// Path of the numbered folder @p folderNumber: location, "/", the number without padding, suffix.
@@ -157,13 +157,13 @@ public:
     /// deletes the whole location, ".." the directory above it.
     static void deleteFolder(VORN_FILE_HANDLER::eStorageType storage, QString folderName);
 
-    /// Up to eight characters of @p path from its last "/" on, which is included: "/DCF_000" for
+    /// Up to eight characters of @p path, starting at its last "/" (inclusive): "/DCF_000" for
     /// /media/sd/DCIM/100ABC/DCF_0007.jpg, but "DCF_0007" for the bare name.
     static QString getDosBaseName(QString path);
 
     // Folder numbering
 
-    /// The folders in the location whose names end in the suffix, ignoring case, in the order QDir::Name. The
+    /// The folders in the location whose names end in the suffix, ignoring case, in QDir::Name order. The
     /// rest of the name may be anything. Wildcard characters in the suffix act as wildcards. With an empty
     /// suffix the list contains "." and "..". Hidden folders and symbolic links are not listed.
     ///
@@ -217,9 +217,10 @@ public:
     // filters are QDir wildcards and ignore case; an empty list of filters matches every file. Names that are
     // not valid UTF-8 are never listed. If a listing is sorted by time or size, its entries keep the size and
     // times that the files had when they were listed; otherwise these are read when first asked for. A
-    // directory is read once, or twice if a name in it is not ASCII.
+    // directory is read once; for the order QDir::Time | QDir::Reversed it is read twice if a name in it is
+    // not ASCII.
 
-    /// The files in one directory in the order @p sort. If @p nameFilters is empty, the name filters already
+    /// The files in one directory, sorted by @p sort. If @p nameFilters is empty, the name filters already
     /// set in @p directory apply. If the directory is missing, prints the line "directory <path> doesn't
     /// exist" and returns an empty list; if it cannot be read, returns an empty list and prints nothing.
     static QList<QFileInfo> getDirectoryContents(QDir directory, QStringList nameFilters,
@@ -229,7 +230,7 @@ public:
     static QList<QFileInfo> getDirectoryContents(QString path, QStringList nameFilters,
                                                  QFlags<QDir::SortFlag> sort);
 
-    /// The folders of a storage device that @p filter selects, in the order QDir::Name. DIRECTORY_FILTER_DCIM
+    /// The folders of a storage device that @p filter selects, in QDir::Name order. DIRECTORY_FILTER_DCIM
     /// is the same as getDCIMFolders(), including its side effects and output. Otherwise a missing location
     /// is created, the line "root dir <location> doesn't exist. Create it" is printed, and hidden folders,
     /// symbolic links, "." and ".." are left out. With DIRECTORY_FILTER_NON_DCIM the suffix becomes part of a
@@ -252,8 +253,8 @@ public:
 
     // Media lists
     //
-    // Extensions are matched ignoring case. Each list is made from one storage listing (images: two), with
-    // the side effects and output of that listing.
+    // Extensions are matched ignoring case. Each list takes one listing of the storage device (images: two),
+    // with its side effects and output.
 
     /// The images on a storage device: first the JPEG files of all folders, with the thumbnails among them if
     /// @p thumbnails is set, then the PNG files of all folders. The location and the folders are read twice.
@@ -300,48 +301,50 @@ public:
     /// storage device. Prints nothing.
     static QJsonArray getJsonFileList(VORN_FILE_HANDLER::eStorageType storage, QList<QFileInfo> files);
 
-    /// getJsonFileList() of getImageList() with DIRECTORY_FILTER_DCIM.
+    /// getJsonFileList() for the result of getImageList() with DIRECTORY_FILTER_DCIM.
     static QJsonArray getJSONImageList(VORN_FILE_HANDLER::eStorageType storage, bool thumbnails);
-    /// getJsonFileList() of getVideoList() with DIRECTORY_FILTER_DCIM.
+    /// getJsonFileList() for the result of getVideoList() with DIRECTORY_FILTER_DCIM.
     static QJsonArray getJSONVideoList(VORN_FILE_HANDLER::eStorageType storage);
-    /// getJsonFileList() of getAudioList() with DIRECTORY_FILTER_DCIM.
+    /// getJsonFileList() for the result of getAudioList() with DIRECTORY_FILTER_DCIM.
     static QJsonArray getJSONAudioList(VORN_FILE_HANDLER::eStorageType storage);
-    /// getJsonFileList() of getDirectoryContents() with DIRECTORY_FILTER_DCIM: every file.
+    /// getJsonFileList() for the result of getDirectoryContents() with DIRECTORY_FILTER_DCIM: every file.
     static QJsonArray getJSONDirectoryContents(VORN_FILE_HANDLER::eStorageType storage);
-    /// getJsonFileList() of getDirectoryContents() with @p nameFilters and DIRECTORY_FILTER_DCIM.
+    /// Same as above for the files that match @p nameFilters.
     static QJsonArray getJSONDirectoryContents(VORN_FILE_HANDLER::eStorageType storage,
                                                QStringList nameFilters);
 
     // Devices and capacity
     //
-    // Each query starts processes, waits for them without a time limit, and remembers nothing. The block name
+    // Each query starts processes, waits for them without a time limit, and caches nothing. The block name
     // and the mount path are passed to the shell unquoted: anyone who can choose them can run any command,
     // and a mount path with a space in it is split, which yields 0 or the figures of another file system. For
     // an unsupported storage the queries return false or 0 and print the line "Unsupported storage type" each
     // time they look up its block name.
     //
-    // On kernels before 5.4, Qt relies on SIGCHLD to learn that a process has ended. There the host must not
-    // block the signal, and must not replace its handler after the first process was started.
+    // On kernels before 5.4, Qt relies on SIGCHLD to learn that a process has ended. On those kernels the
+    // host must not block the signal, nor replace its handler after the first process has been started.
 
     /// Runs a program and waits until it ends.
     ///
     /// @param command  the program, looked up on PATH; if @p arguments is empty, a whole command line, split
-    ///                 at white space: double quotes group words, an unclosed one up to the end of the line,
-    ///                 three in a row stand for one literal quote, and single quotes have no special meaning
+    ///                 at white space: double quotes group words (an unclosed quote extends to the end of the
+    ///                 line), three in a row stand for one literal quote, and single quotes have no special
+    ///                 meaning
     /// @param arguments  passed to the program unchanged, without a shell in between
     /// @param stdOut   replaced by the program's standard output, read as UTF-8 up to the first zero byte
     /// @param stdErr   likewise for its standard error
-    /// @param timeout  limit in milliseconds, -1 for none; a program that is still running then is killed
+    /// @param timeout  limit in milliseconds, -1 for none; a program still running when it expires is killed
     /// @return the exit code narrowed to eight bits (255 becomes -1), or the signal number of a program that
     ///         crashed; 0 also for a program that could not be started or was killed at the limit
     ///
-    /// Prints nothing. The program's standard input stays open and empty: a program that reads it waits
-    /// forever. A program that cannot be killed, because the kernel blocks it, is given up 30 seconds after
-    /// the limit. May be called from several threads at once, with or without an application object.
+    /// Prints nothing. The program's standard input stays open and empty: a program that reads it waits until
+    /// it is killed at the limit, or forever without one. If a program cannot be killed because it is blocked
+    /// in the kernel, the call gives up 30 seconds after the limit. May be called from several threads at
+    /// once, with or without an application object.
     static qint8 execCmdLine(QString command, QStringList arguments, QString &stdOut, QString &stdErr,
                              int timeout = -1);
 
-    /// Returns whether /proc/partitions lists the block name, also as part of another name: mmcblk1 is found
+    /// Returns whether /proc/partitions lists the block name, even as part of another name: mmcblk1 is found
     /// in mmcblk1p1. False for an empty name. Mounts are not checked: the result is true for a card that is
     /// inserted but not mounted. Starts sh, cat and grep once.
     static bool isMounted(VORN_FILE_HANDLER::eStorageType type);
@@ -349,7 +352,8 @@ public:
     /// Bytes available to users on the file system that holds the mount path, as df reports them. For a card
     /// that is present but not mounted, that is the file system of the mount-point directory, usually the
     /// root file system. 0 if isMounted() is false, if the mount path does not exist, if the output of df is
-    /// not one number, and above 2 TiB. Starts the processes of isMounted(), then sh, df and awk.
+    /// not one number, or if the value is above 2 TiB. Starts the processes of isMounted(), then sh, df and
+    /// awk.
     static qint64 getRemainingBytes(VORN_FILE_HANDLER::eStorageType type);
 
     /// Size of that file system in bytes; 0 as above. Starts the processes of isMounted(), then sh, df and
@@ -360,7 +364,7 @@ public:
     /// free space than size. Starts five pipelines.
     static int getRemainingPercent(VORN_FILE_HANDLER::eStorageType type);
 
-    /// getStorageSize() minus getRemainingBytes() in bytes, and therefore with the space reserved for root.
+    /// getStorageSize() minus getRemainingBytes() in bytes; space reserved for root counts as used.
     /// Computed in single precision: for tens of gigabytes the result is off by up to a few kilobytes. 0 as
     /// above. Starts five pipelines.
     static qint64 getUsedBytes(VORN_FILE_HANDLER::eStorageType type);
@@ -369,7 +373,7 @@ public:
 
     /// Copies @p files, one after the other, into @p folder in the location of @p type. The folder is created
     /// if missing, even for an empty list, and remains if nothing could be copied into it. Mode, owner and
-    /// times are kept.
+    /// times are kept if permissions and the file system allow it.
     ///
     /// If a name is taken, a counter is added: DCF_0001_1.jpg to DCF_0001_999.jpg, built from the text before
     /// the first dot and the text after the last (a.b.c becomes a_1.c, README becomes README_1.README). If
@@ -380,9 +384,9 @@ public:
     /// folder is not checked: "../x" is outside the location.
     static void copyToFolder(QStringList files, VORN_FILE_HANDLER::eStorageType type, QString folder);
 
-    /// copyToFolder(), then deletes every source that is a file or a symbolic link, whether or not its copy
-    /// succeeded: a move whose copy failed loses the file. A host that cannot accept that must copy, compare
-    /// and delete the files itself.
+    /// Calls copyToFolder(), then deletes every source that is a file or a symbolic link, whether or not its
+    /// copy succeeded: a move whose copy failed loses the file. A host that cannot accept that must copy,
+    /// compare and delete the files itself.
     static void moveToFolder(QStringList files, VORN_FILE_HANDLER::eStorageType type, QString folder);
 
     /// Deletes one file. A failure is not reported.
@@ -390,8 +394,9 @@ public:
 
     // Metadata
 
-    /// Determines the type of @p file (as in getJsonFileList()) and fills @p metadata with Metadata::set().
-    /// Does not require init(). May be called from several threads at once, each with its own record.
+    /// Determines the type of @p file (as in getJsonFileList()) and fills @p metadata by calling
+    /// Metadata::set(). Does not require init(). May be called from several threads at once, each with its
+    /// own record.
     static void getMetadata(QFileInfo file, Metadata &metadata);
 };
 
@@ -405,7 +410,7 @@ class VORN_FILE_HANDLER_EXPORT Metadata
 public:
     VORN_FILE_HANDLER::eFileTypes mType = VORN_FILE_HANDLER::FILE_TYPE_UNKNOWN; ///< type
     QString mFileName;                                                          ///< name without path
-    qint64 mSize = 0;        ///< bytes; for a folder, the sum of the files directly in it
+    qint64 mSize = 0;        ///< bytes; for a folder, the total size of the files directly in it
     QDateTime mCreated;      ///< creation, or last status change if none is kept; local time
     QDateTime mLastModified; ///< last modification, local time
     int mWidth = 0;          ///< pixels; -1 for an image that cannot be read
@@ -420,7 +425,7 @@ public:
 
     /// A record of unknown type: mType -1, all numbers 0, name and dates empty.
     Metadata();
-    /// A record filled with set(); the fields that set() does not fill are 0.
+    /// A record filled by set(); the fields that set() does not fill are 0.
     Metadata(VORN_FILE_HANDLER::eFileTypes type, QFileInfo file);
     Metadata(const Metadata &other);            ///< copies all fields but the counts, which are 0
     Metadata &operator=(const Metadata &other); ///< copies all fields but the counts, which are unchanged
@@ -433,7 +438,7 @@ public:
 
     /// Fills the record from @p file according to mType: name and dates; for a folder setDirectorySize() and
     /// setDirectoryContent(); for anything else size, resolution and the fixed values. A missing file has
-    /// size 0 and no dates. Has the output and starts the processes of those operations.
+    /// size 0 and no dates. Prints what those operations print, and starts the processes that they start.
     void setFile(QFileInfo file);
 
     void setLength(QFileInfo &file);    ///< mLength = 60 for video and audio; the file is not read
@@ -444,12 +449,13 @@ public:
     /// if it cannot be read, and what the image libraries print about damaged data is not suppressed. For a
     /// video, ffprobe is started through sh and waited for without a time limit; if it reports no size, the
     /// fields are unchanged. The path is passed to the shell unquoted: a host must not pass a name with
-    /// spaces or shell characters. For other types the fields are unchanged.
+    /// spaces or shell metacharacters. For other types the fields are unchanged.
     void setResolution(QFileInfo &file);
 
-    /// Fills the four counts from the files directly in @p folder, by extensions in lower case. Does nothing
-    /// unless mType is a folder. If the folder is missing, the counts are 0 and the line "directory <folder>
-    /// doesn't exist" is printed; if it cannot be read, they are 0 and nothing is printed.
+    /// Fills the four counts from the files directly in @p folder; only lower-case extensions are recognised.
+    /// Does nothing unless mType is a folder. If the folder is missing, the counts are 0 and the line
+    /// "directory <folder> doesn't exist" is printed; if it cannot be read, they are 0 and nothing is
+    /// printed.
     void setDirectoryContent(QFileInfo &folder);
 
     /// mSize = the sum of the sizes of the files directly in @p folder, whatever mType is. If the folder is
@@ -462,9 +468,9 @@ public:
     /// the record is neither read nor changed. Blocks until the file is rewritten.
     ///
     /// @return 0 if Exiv2 reported no error; 1 if the file does not exist, with the line "Error: File does
-    ///         not exist: <path>", or if Exiv2 returns neither an image nor an exception, with the line
+    ///         not exist: <path>", or if Exiv2 neither returns an image nor throws, with the line
     ///         "Error: Cannot open input file <path>"; both lines on standard error, without colour
-    /// @throws an exception of Exiv2, derived from std::exception, for a file whose format Exiv2 does not
+    /// @throws an Exiv2 exception, derived from std::exception, for a file whose format Exiv2 does not
     ///         know (text, an empty file) or cannot write EXIF data to (BMP, GIF), for damaged data, and for
     ///         anything that it cannot read or write; the file is then as Exiv2 left it
     ///
@@ -475,10 +481,10 @@ public:
     ///
     /// A result of 0 does not prove that the comment is in the file. For AVI, Matroska, MP4 and WAV files the
     /// result is 0 and the file is unchanged if Exiv2 is built with video support, as Debian's 0.27.6 is.
-    /// Some comments are lost or altered without an error: characters above U+FFFF, and more than about
-    /// 32,000 characters in a JPEG. If that matters, write to a copy and read it back. Each call registers
-    /// one more function with atexit(). Must not run on two threads at once, nor concurrently with other uses
-    /// of Exiv2.
+    /// Some comments are lost or altered without an error: those with characters above U+FFFF and, in a JPEG,
+    /// those longer than about 32,000 characters. If that matters, write to a copy and read it back. Each
+    /// call registers one more function with atexit(). Must not run on two threads at once, nor concurrently
+    /// with other uses of Exiv2.
     int setComment(QFileInfo file, QString comment);
 
     /// 0xFF 0xFE, then each byte of @p text followed by 0x00, then 0x00 0x00. This is UTF-16LE for ASCII

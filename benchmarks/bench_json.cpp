@@ -85,7 +85,7 @@ void addJson()
     const Way alone = {
         "library",
         [] { benchmark::DoNotOptimize(VornFileHandler::getJsonFileList(STORAGE_SD, listedFiles)); }, 3};
-    compareInZones({"JSON of 100,000 files listed before",
+    compareInZones({"JSON of 100,000 files already listed",
                     0,
                     {bare, alone, {"Qt", [] { benchmark::DoNotOptimize(qtJson(listedFiles)); }, 1}},
                     [] {

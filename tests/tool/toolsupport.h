@@ -119,7 +119,8 @@ inline QByteArray reservedFolderName(const QByteArray &name)
 }
 inline QByteArray folderNameWithSlash(const QByteArray &name)
 {
-    return "the folder name '" + name + "' contains '/'; name a folder directly in the location";
+    return "the folder name '" + name
+           + "' contains '/'; it must be the name of a folder directly in the location";
 }
 inline QByteArray readOnly(const QByteArray &location)
 {

@@ -7,9 +7,8 @@
 
 namespace {
 
-const QByteArray NO_NUMBER = "has no number before the suffix: the numbering and players ignore it";
-const QByteArray SUFFIX_IN_OTHER_CASE =
-    "differs from the suffix 'ABC' in upper and lower case: the numbering ignores it";
+const QByteArray NO_NUMBER = "has no number before the suffix: the numbering ignores it";
+const QByteArray SUFFIX_IN_OTHER_CASE = "its suffix differs from 'ABC' in case: the numbering ignores it";
 const QByteArray NOT_THREE_DIGITS = "the number is not between 100 and 999: players ignore it";
 const QByteArray NEVER_REACHED =
     "comes before 999ABC in name order: the numbering never reaches it, and players ignore it";
@@ -17,8 +16,7 @@ const QByteArray MISSING =
     "the next recording belongs here, but the folder does not exist and the library does not create it";
 const QByteArray NOT_A_FOLDER =
     "has the name of a numbered folder but is not a folder: the numbering cannot use it";
-const QByteArray BESIDE_THE_FOLDERS =
-    "is outside the numbered folders: the library lists only what is in one";
+const QByteArray BESIDE_THE_FOLDERS = "is not in a folder: the library never lists it";
 const QByteArray USED_UP = "no number is left: the library keeps returning DCF_0001 here";
 
 const QByteArray OTHER_PREFIX = "does not begin with 'DCF_': the numbering ignores it";
@@ -32,7 +30,7 @@ const QByteArray OTHER_EXTENSION =
 const QByteArray NO_NUMBER_AFTER_THE_PREFIX =
     "has no number after 'DCF_': the numbering and players ignore it";
 const QByteArray NUMBER_ZERO = "has the number 0000: players accept 0001 to 9999";
-const QByteArray EMPTY = "is empty: a recording that was never written, or was lost";
+const QByteArray EMPTY = "is empty: the recording was never written, or its data was lost";
 const QByteArray THUMBNAIL_ALONE = "the photo or video of this thumbnail is missing";
 const QByteArray HIDDEN = "the name begins with '.': the library never lists it";
 const QByteArray NOT_A_FILE = "is a link or a special file: the library never lists it";
@@ -41,7 +39,7 @@ const QByteArray NOT_UTF8 = "the name is not valid UTF-8: the library never list
 
 QByteArray sameNumber(const QByteArray &other)
 {
-    return "has the same number as " + other + ": a player shows only one of them, or neither";
+    return "has the same number as " + other + ": a player may show only one of them, or neither";
 }
 
 QByteArray countsAsFolder(const QByteArray &number)
@@ -58,7 +56,7 @@ QByteArray countsAsFile(const QByteArray &number)
 QByteArray unsafeInAShell(const QByteArray &character)
 {
     return "the name contains '" + character
-           + "', which a shell interprets: the library passes the names of videos to a shell";
+           + "', which a shell might interpret: the library passes the names of videos to a shell";
 }
 
 QByteArray fileNotANumber()
@@ -105,16 +103,17 @@ void VornfhCheckTest::reportsNothingOnACleanStorage_data()
     const auto row = [](const char *name, const Tree &entries, const char *counted, const char *left) {
         QTest::newRow(name) << entries << QByteArray(counted) << QByteArray(left);
     };
-    row("empty-location", {}, "0 folders with 0 files", "8999100 recordings left, up to 999ABC/DCF_9999");
+    row("empty-location", {}, "0 folders with 0 files",
+        "numbers left for 8999100 recordings, up to 999ABC/DCF_9999");
     row("recordings-of-all-types",
         {"100ABC/DCF_0001.jpg = x", "100ABC/DCF_0001.thumb = x", "100ABC/DCF_0002.avi = x",
          "100ABC/DCF_0002.thumb = x", "100ABC/DCF_0003.wav = x", "100ABC/DCF_0004.png = x",
          "101ABC/DCF_0001.mkv = x"},
-        "2 folders with 7 files", "8989100 recordings left, up to 999ABC/DCF_9999");
+        "2 folders with 7 files", "numbers left for 8989100 recordings, up to 999ABC/DCF_9999");
     row("third-party-folders-and-files",
         {"MISC/a b.txt", ".loose.jpg", "103CANON/IMG_0001.JPG", "100ABC/DCF_0001.jpg = x", "100ABC/.hidden",
          "100ABC/.notes.txt", "100ABC/.jpg/", ".101ABC/"},
-        "1 folder with 1 file", "8999099 recordings left, up to 999ABC/DCF_9999");
+        "1 folder with 1 file", "numbers left for 8999099 recordings, up to 999ABC/DCF_9999");
 }
 
 void VornfhCheckTest::reportsNothingOnACleanStorage()
@@ -224,11 +223,12 @@ void VornfhCheckTest::reportsHowManyRecordingsAreLeft_data()
     const auto row = [](const char *name, const Tree &entries, const char *left, bool isUsedUp = false) {
         QTest::newRow(name) << entries << QByteArray(left) << isUsedUp;
     };
-    row("first-folder-full", {"100ABC/DCF_9999.jpg = x"}, "8989101 recordings left, up to 999ABC/DCF_9999");
-    row("one-left", {"999ABC/DCF_9998.jpg = x"}, "1 recording left, up to 999ABC/DCF_9999");
-    row("used-up", {"999ABC/DCF_9999.jpg = x"}, "0 recordings left, up to 999ABC/DCF_9999", true);
+    row("first-folder-full", {"100ABC/DCF_9999.jpg = x"},
+        "numbers left for 8989101 recordings, up to 999ABC/DCF_9999");
+    row("one-left", {"999ABC/DCF_9998.jpg = x"}, "numbers left for 1 recording, up to 999ABC/DCF_9999");
+    row("used-up", {"999ABC/DCF_9999.jpg = x"}, "numbers left for 0 recordings, up to 999ABC/DCF_9999", true);
     row("no-three-digit-folder-sorts-after-99", {"99ABC/DCF_9990.jpg = x"},
-        "9 recordings left, up to 99ABC/DCF_9999");
+        "numbers left for 9 recordings, up to 99ABC/DCF_9999");
 }
 
 void VornfhCheckTest::reportsHowManyRecordingsAreLeft()
@@ -271,9 +271,9 @@ void VornfhCheckTest::checksFoldersWithoutASuffix()
         // The location and its parent count as numbered folders, so the library creates none.
         const ToolRun tool;
         tool.make({"sd/DCIM/"});
-        const QByteArray out =
-            "@/sd/DCIM/100: " + MISSING + "\n"
-            + summary("1 finding in 0 folders with 0 files", "8999100 recordings left, up to 999/DCF_9999");
+        const QByteArray out = "@/sd/DCIM/100: " + MISSING + "\n"
+                               + summary("1 finding in 0 folders with 0 files",
+                                         "numbers left for 8999100 recordings, up to 999/DCF_9999");
         QCOMPARE(tool.run(command), (Outcome{1, tool.expand(out), folderNotANumber().repeated(2)}));
     }
     const ToolRun tool;
@@ -281,7 +281,7 @@ void VornfhCheckTest::checksFoldersWithoutASuffix()
     QCOMPARE(tool.run(command),
              tool.failure({}, "@/sd/DCIM/101: " + NOT_A_FOLDER + "\n"
                                   + summary("1 finding in 1 folder with 1 file",
-                                            "8999099 recordings left, up to 999/DCF_9999")));
+                                            "numbers left for 8999099 recordings, up to 999/DCF_9999")));
 }
 
 void VornfhCheckTest::reportsAnUnreadableFolder_data()
@@ -302,7 +302,7 @@ void VornfhCheckTest::reportsAnUnreadableFolder()
     QCOMPARE(tool.runOnStorages({"check", "sd"}),
              tool.failure({}, "@/sd/DCIM/100ABC: cannot be read: Permission denied\n"
                                   + summary("1 finding in 2 folders with 1 file",
-                                            "8989100 recordings left, up to 999ABC/DCF_9999")));
+                                            "numbers left for 8989100 recordings, up to 999ABC/DCF_9999")));
 }
 
 void VornfhCheckTest::requiresALocation()

@@ -364,7 +364,7 @@ void VornfhGalleryTest::reportsWhatCannotBeWritten_data()
     row("output-below-a-file", {"sd", "-o", "usb/DCIM/page.html"}, 1,
         "@/usb/DCIM/page.html: Not a directory");
     row("output-is-a-media-file", {"sd", "--force", "-o", "DCF_0001.jpg"}, 2,
-        "--output: '@/DCF_0001.jpg' does not end in .html");
+        "--output: '@/DCF_0001.jpg' does not end in .html or .htm");
     row("no-output", {"sd"}, 2, "--output is required");
 }
 

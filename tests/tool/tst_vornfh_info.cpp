@@ -328,7 +328,7 @@ void VornfhInfoTest::aRefusedCommentChangesNothing_data()
     row("too-long", "a.jpg", QByteArray(40000, 'a'), "a.jpg" + notReadBack);
     row("avi", "a.avi", "x", "a.avi" + notReadBack);
     row("text-file", "a.txt", "x",
-        "a.txt: cannot take a comment: @/a.txt: The file contains data of an unknown image type");
+        "a.txt: the comment cannot be written: @/a.txt: The file contains data of an unknown image type");
     row("missing", "none.jpg", "x", "none.jpg: No such file or directory");
     row("folder", "folder", "x", "@/folder: is not a regular file");
 }
@@ -363,7 +363,9 @@ void VornfhInfoTest::aCommentNeedsAWritableFolder()
         tool.runProgram("unshare", {"-r", "-m", "/bin/sh", "-c", script.arg(ToolRun::toolPath())});
     if (outcome.exitCode != 1 || !outcome.err.startsWith("vornfh"))
         QSKIP("a private mount namespace is not allowed here");
-    QCOMPARE(outcome, tool.failure({"@/ro/a.jpg: cannot be copied in its folder: Read-only file system"}));
+    QCOMPARE(
+        outcome,
+        tool.failure({"@/ro/a.jpg: a copy of it cannot be created in its folder: Read-only file system"}));
     QCOMPARE(tool.content("ro/a.jpg"), before);
 }
 

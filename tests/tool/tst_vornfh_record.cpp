@@ -287,7 +287,7 @@ void VornfhRecordTest::aFailureLeavesNothing()
     tool.make(onCard({"100ABC/DCF_0001.jpg = one"}));
     const Tree before = treeWithContents(tool.path());
     QCOMPARE(tool.runOnStorages({"record", "sd", "--input", "@/none.avi"}),
-             tool.failure({"@/sd/DCIM/100ABC/DCF_0002.avi: cannot be recorded: " + reason}));
+             tool.failure({"@/sd/DCIM/100ABC/DCF_0002.avi: recording failed: " + reason}));
     QCOMPARE(treeWithContents(tool.path()), before);
 }
 
@@ -298,7 +298,7 @@ void VornfhRecordTest::recordingsBeforeAFailureStay()
     const ToolRun tool;
     tool.make({"sd/DCIM/"});
     QCOMPARE(tool.runOnStorages({"record", "sd", "--type", "wav", "--count", "5"}),
-             tool.failure({"@/sd/DCIM/100ABC/DCF_0003.wav: cannot be recorded: broken"},
+             tool.failure({"@/sd/DCIM/100ABC/DCF_0003.wav: recording failed: broken"},
                           "@/sd/DCIM/100ABC/DCF_0001.wav\n@/sd/DCIM/100ABC/DCF_0002.wav\n"));
     QCOMPARE(tree(tool.path()), onCard({"100ABC/", "100ABC/DCF_0001.wav", "100ABC/DCF_0002.wav"}));
 }
@@ -336,7 +336,7 @@ void VornfhRecordTest::removesAnInterruptedRecording()
     const pid_t ffmpeg = tool.content(target).trimmed().toInt();
     QCOMPARE(::kill(static_cast<pid_t>(process.processId()), number), 0);
     QCOMPARE(ToolRun::finish(process),
-             tool.failure({"@/sd/DCIM/100ABC/DCF_0002.avi: cannot be recorded: interrupted"}));
+             tool.failure({"@/sd/DCIM/100ABC/DCF_0002.avi: recording failed: interrupted"}));
     QCOMPARE(tree(tool.path()), onCard({"100ABC/", "100ABC/DCF_0001.jpg"}));
     QVERIFY(::kill(ffmpeg, 0) != 0);
 }

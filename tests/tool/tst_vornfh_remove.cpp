@@ -28,17 +28,17 @@ QByteArray notDeleted(int failed, int all)
 
 QByteArray toDelete(const QByteArray &path, const QByteArray &what)
 {
-    return path + ": " + what + " will be deleted";
+    return path + ": will delete " + what;
 }
 
 QByteArray notConfirmed(const QByteArray &path)
 {
-    return path + ": standard input is not a terminal; use --yes to delete without a question";
+    return path + ": standard input is not a terminal; use --yes to delete without asking";
 }
 
 QByteArray isALink(const QByteArray &path)
 {
-    return path + ": is a symbolic link; what it points to is not deleted";
+    return path + ": is a symbolic link; nothing was deleted";
 }
 
 QByteArray holdsMount(const QByteArray &path, const QByteArray &mountPoint)
@@ -308,7 +308,7 @@ void VornfhRemoveTest::refusesToWipeTheHomeFolder()
     tool.environment.insert("HOME", tool.sd() + "/user");
     const Tree before = treeWithContents(tool.path());
     QCOMPARE(tool.runOnStorages({"wipe", "sd", "--yes"}),
-             tool.usageError({"@/sd/DCIM: contains the home folder @/sd/DCIM/user"}));
+             tool.usageError({"@/sd/DCIM: is or contains the home folder @/sd/DCIM/user"}));
     QCOMPARE(treeWithContents(tool.path()), before);
 }
 
@@ -384,11 +384,11 @@ void VornfhRemoveTest::reportsWhatCannotBeDeleted()
 {
     const ToolRun tool;
     tool.make(onCard({"100ABC/DCF_0001.jpg = 1234", "100ABC/x\xff.jpg = 1234"}));
-    QCOMPARE(
-        tool.runOnStorages({"rmdir", "sd", "100ABC", "--yes"}),
-        tool.failure({toDelete("@/sd/DCIM/100ABC", "2 files, 8 B"),
-                      "@/sd/DCIM/100ABC: could not be deleted: x\\xff.jpg: names that are not valid UTF-8 "
-                      "cannot be deleted"}));
+    QCOMPARE(tool.runOnStorages({"rmdir", "sd", "100ABC", "--yes"}),
+             tool.failure(
+                 {toDelete("@/sd/DCIM/100ABC", "2 files, 8 B"),
+                  "@/sd/DCIM/100ABC: could not be deleted: x\\xff.jpg: files whose names are not valid UTF-8 "
+                  "cannot be deleted"}));
     QCOMPARE(tree(tool.path()), onCard({"100ABC/", "100ABC/x\xff.jpg"}));
 }
 

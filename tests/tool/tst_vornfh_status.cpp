@@ -140,7 +140,7 @@ void VornfhStatusTest::showsFoldersAndCreatesNothing()
                            + QByteArray::number(count) + "\n";
     Outcome outcome = tool.runOnStorages({"--sd-block", "nosuchdevice", "status", "sd"});
     // The tool reports this only if the root file system is on a block device.
-    outcome.out.replace("no: nosuchdevice is not mounted there, the", "no: the");
+    outcome.out.replace("no: nosuchdevice is not mounted; the", "no: the");
     QCOMPARE(outcome, tool.success(out, err));
     QCOMPARE(treeWithContents(tool.path()), before);
 
@@ -272,7 +272,7 @@ void VornfhStatusTest::showsTheSpaceOfACard()
     const QByteArray out = tool.runOnStorages({"status", "sd"}).out;
     QVERIFY2(out.contains("  block device    " + block + ", present\n"), out.constData());
     QVERIFY2(out.contains(tool.expand("  mounted         yes, at @/sd\n")), out.constData());
-    QVERIFY2(out.contains("] " + QByteArray::number(100 - qRound(free / size * 100)) + " % used: "),
+    QVERIFY2(out.contains("] " + QByteArray::number(100 - qRound(free / size * 100)) + "% used: "),
              out.constData());
 }
 
@@ -298,7 +298,7 @@ void VornfhStatusTest::reportsThatTheCardIsNotMounted()
         listings.append(tool.runOnStorages({"--sd-block", block, command, "sd"}));
     ::umount2(to.constData(), 0);
     QVERIFY2(status.out.contains("  mounted         no: " + block
-                                 + " is not mounted there, the location is on the root file system\n"),
+                                 + " is not mounted; the location is on the root file system\n"),
              status.out.constData());
     const Outcome notMounted = tool.failure(
         {"@/sd/DCIM: " + block + " is not mounted there; the folder is on the root file system"});
@@ -316,7 +316,7 @@ void VornfhStatusTest::reportsTheSpaceOfAnotherFileSystem()
     if (card.mount(tool.sd()).isEmpty())
         QSKIP("mounting a loop device needs root");
     const QByteArray out = tool.runOnStorages({"status", "sd"}).out;
-    QVERIFY2(out.contains(tool.expand("measured at @/sd/, on another file system than the location\n")),
+    QVERIFY2(out.contains(tool.expand("measured at @/sd/, on a different file system from the location\n")),
              out.constData());
     const QJsonObject json = firstOf(tool.runOnStorages({"status", "sd", "--json"}));
     QCOMPARE(json["spaceElsewhere"], QJsonValue(true));

@@ -26,7 +26,7 @@ private slots:
 
 namespace {
 
-const QByteArray COMMAND_REQUIRED = "no command is given; see vornfh --help";
+const QByteArray COMMAND_REQUIRED = "no command given; see vornfh --help";
 
 QByteArray notACommand(const QByteArray &word)
 {
@@ -36,7 +36,7 @@ QByteArray notACommand(const QByteArray &word)
 QByteArray unsafeValue(const QByteArray &option, const QByteArray &kind, const QByteArray &value,
                        const QByteArray &character, int position)
 {
-    return option + ": the " + kind + " '" + value + "' contains '" + character + "' as character "
+    return option + ": the " + kind + " '" + value + "' contains '" + character + "' at position "
            + QByteArray::number(position) + ", which a shell might not treat as part of a name";
 }
 
@@ -48,7 +48,7 @@ QByteArray leadingDash(const QByteArray &option, const QByteArray &kind, const Q
 
 QByteArray unusableSuffix(const QByteArray &suffix, const QByteArray &character, int position)
 {
-    return "--suffix: the suffix '" + suffix + "' contains '" + character + "' as character "
+    return "--suffix: the suffix '" + suffix + "' contains '" + character + "' at position "
            + QByteArray::number(position) + ", which cannot be part of a folder's name";
 }
 
@@ -271,7 +271,7 @@ void VornfhStoragesTest::reportsOutputThatCannotBeWritten()
     const ToolRun tool;
     QCOMPARE(
         tool.runProgram("/bin/sh", {"-c", QString("'%1' --version > /dev/full").arg(ToolRun::toolPath())}),
-        tool.failure({"standard output cannot be written"}));
+        tool.failure({"cannot write to standard output"}));
 }
 
 QTEST_GUILESS_MAIN(VornfhStoragesTest)

@@ -212,7 +212,7 @@ void VornfhTransferTest::refusesWrongCommandLines_data()
     const auto row = [](const char *name, const QByteArrayList &target, const QByteArray &message) {
         QTest::newRow(name) << target << message;
     };
-    row("no-folder", {"sd"}, "copy needs FILES, STORAGE and FOLDER");
+    row("no-folder", {"sd"}, "copy needs FILE..., STORAGE and FOLDER");
     row("unknown-storage", {"card", "100ABC"}, messages::unknownStorage("card"));
     row("empty-folder-name", {"sd", ""}, messages::emptyFolderName());
     row("dot", {"sd", "."}, messages::reservedFolderName("."));
@@ -244,7 +244,7 @@ void VornfhTransferTest::survivesABadCp_data()
                         bool leavesATarget = false) {
         QTest::newRow(name) << QByteArray(script) << message << leavesATarget;
     };
-    const QByteArray different = "@/bad.jpg: its copy is different: cp failed";
+    const QByteArray different = "@/bad.jpg: its copy differs: cp failed";
     row("does-nothing", "exit 1", "@/bad.jpg: cannot be copied: cp failed");
     row("writes-half", "head -c 2 \"$2\" > \"$3\"; exit 1", different);
     row("writes-half-and-claims-success", "head -c 2 \"$2\" > \"$3\"", different);
@@ -326,11 +326,10 @@ void VornfhTransferTest::keepsASourceThatChanges_data()
         QTest::newRow(name) << QByteArray(script) << QByteArray(content) << QByteArray(reason);
     };
     row("grows-before-the-copy", "printf x >> \"$2\"; real \"$@\"", "oldx",
-        "changed while it was being copied");
-    row("grows-after-the-copy", "real \"$@\"; printf x >> \"$2\"", "oldx",
-        "its copy is different: cp failed");
+        "has changed since it was opened");
+    row("grows-after-the-copy", "real \"$@\"; printf x >> \"$2\"", "oldx", "its copy differs: cp failed");
     row("is-replaced", "real \"$@\"; printf new > \"$2.n\"; mv \"$2.n\" \"$2\"", "new",
-        "changed while it was being copied");
+        "has changed since it was opened");
 }
 
 void VornfhTransferTest::keepsASourceThatChanges()
@@ -354,7 +353,7 @@ void VornfhTransferTest::keepsACopyWhoseSourceVanished()
     const ToolRun tool;
     tool.make({"a.jpg = x", "sd/DCIM/"});
     QCOMPARE(tool.runOnStorages({"move", "a.jpg", "sd", "100ABC"}),
-             tool.failure({"@/a.jpg: changed while it was being copied", notDone("move", 1, 1)}));
+             tool.failure({"@/a.jpg: has changed since it was opened", notDone("move", 1, 1)}));
     QCOMPARE(tool.content("sd/DCIM/100ABC/a.jpg"), QByteArray("x"));
 }
 
@@ -405,8 +404,8 @@ void VornfhTransferTest::reportsAFullStorage_data()
     const auto row = [](const char *name, int size, const char *reason) {
         QTest::newRow(name) << size << QByteArray(reason);
     };
-    row("before-the-copy", 2500000, "no space left in @/sd/DCIM/100ABC: 2.4 MiB needed, 1.0 MiB free");
-    row("during-the-copy", 500000, "its copy is different: No space left on device");
+    row("before-the-copy", 2500000, "not enough space in @/sd/DCIM/100ABC: 2.4 MiB needed, 1.0 MiB free");
+    row("during-the-copy", 500000, "its copy differs: No space left on device");
 }
 
 void VornfhTransferTest::reportsAFullStorage()

@@ -45,7 +45,7 @@ bool hasThumbnail(const QString &path)
     return readLinkStatus(thumbnailOf(path), status);
 }
 
-/// Returns whether the number of @p path has a thumbnail and nothing else, which the numbering does not see.
+/// Returns whether the number of @p path has only a thumbnail, which the numbering ignores.
 bool isThumbnailAlone(const QString &path)
 {
     return hasThumbnail(path) && !isNumberTaken(path);
@@ -94,7 +94,8 @@ QString claimPath(const Storage &storage, eFileTypes type)
         requireReadable(folder);
         if (!isNumberTaken(path) && !hasThumbnail(path) && createExclusively(path))
             return path;
-        // What has just been created is skipped the next time. The same path twice would come for ever.
+        // A file created in the meantime is skipped on the next pass. A path that comes twice would come
+        // forever.
         if (path == refused)
             throw clash(storage, path);
         refused = path;

@@ -7,11 +7,11 @@
 #include <QString>
 
 /// Reserves the next number of the storage by creating the file, empty, and returns its path. A number whose
-/// thumbnail exists without a recording is skipped: it would show another picture than that of the recording.
+/// thumbnail exists without a recording is skipped: that thumbnail would not match the recording.
 /// Throws Failure.
 QString claimPath(const Storage &storage, VORN_FILE_HANDLER::eFileTypes type);
 
-/// The number in the name of a file with a path of the library.
+/// The number in a file name that the library built.
 int fileNumber(const QString &path);
 
 #endif // CLAIM_H

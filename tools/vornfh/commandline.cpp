@@ -30,7 +30,7 @@ CommandLine::CommandLine()
     mApp.set_version_flag("--version", "vornfh " VORNFH_VERSION);
     mApp.require_subcommand(1);
     mApp.get_formatter()->label("SUBCOMMAND", "COMMAND");
-    mApp.fallthrough(); // the options of all commands may follow the command
+    mApp.fallthrough(); // the options common to all commands may follow the command
     mStorages.addOptions(mApp);
 }
 
@@ -52,12 +52,12 @@ CLI::App &CommandLine::addIndependent(const std::string &name, const std::string
     return addCommand(name, description, {run, false});
 }
 
-/// The error for a missing or unknown command. The parser's own does not name the word.
+/// The error for a missing or unknown command. The parser's own message does not name the unknown word.
 UsageError CommandLine::noCommand() const
 {
     const std::vector<std::string> words = mApp.remaining();
     if (words.empty())
-        return UsageError("no command is given; see vornfh --help");
+        return UsageError("no command given; see vornfh --help");
     const QString word = printable(QByteArray::fromStdString(words.front()));
     return UsageError(QString("'%1' is not %2; see vornfh --help")
                           .arg(word, word.startsWith('-') ? "an option" : "a command"));
@@ -108,8 +108,8 @@ void addFolderArgument(CLI::App &command, std::string &folder)
 
 CLI::Option *addNames(CLI::App &command, const std::string &name, const std::string &description)
 {
-    // Without a limit on their number, the parser would split a value "[a,b]" as a list. A high limit that
-    // need not be reached has no such effect.
+    // Without a limit on their number, the parser would split a value "[a,b]" as a list. A high limit, which
+    // need not be reached, avoids that.
     constexpr int LIMIT = 1 << 20;
     command.formatter(std::make_shared<NameOnly>());
     return command.add_option(name, description)

@@ -11,7 +11,7 @@
 #include <map>
 #include <string>
 
-/// The command line of the tool: the options of all commands, and for each command what it runs.
+/// The command line of the tool: the options common to all commands, and the function that each command runs.
 class CommandLine
 {
 public:
@@ -22,7 +22,7 @@ public:
     /// What a command runs: returns the exit code, or throws one of the exceptions of errors.h.
     using Run = std::function<ExitCode()>;
 
-    /// Adds a command. The library is initialised with the storage devices before it runs.
+    /// Adds a command. Before it runs, the library is initialised with the storage devices.
     CLI::App &add(const std::string &name, const std::string &description, const Run &run);
 
     /// Adds a command that works without storage devices.
@@ -52,8 +52,8 @@ private:
 /// Adds the argument FOLDER: the name of a folder directly in the location.
 void addFolderArgument(CLI::App &command, std::string &folder);
 
-/// Adds an argument that takes any number of values; results() returns them exactly as they were given. The
-/// help shows @p name for all of them.
+/// Adds an argument that takes one or more values; results() returns them exactly as they were given. The
+/// help shows @p name once, whatever their number.
 CLI::Option *addNames(CLI::App &command, const std::string &name, const std::string &description);
 
 #endif // COMMANDLINE_H

@@ -27,8 +27,7 @@ QString cpFailure()
     return missingProgram({"cp"}).isEmpty() ? "cp failed" : "cp is not on PATH";
 }
 
-/// Repeats the write that cp failed at, and returns the reason that the system gives. The file is removed
-/// again.
+/// Appends to the file as cp did, and returns the reason that the system gives. The file is then removed.
 QString whyNotWritten(const QString &copy)
 {
     const Descriptor file = openFile(copy, O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW, 0600);
@@ -71,7 +70,7 @@ void Source::requireUnchanged() const
     struct stat file = {};
     const bool readable = readLinkStatus(mPath, entry) && ::fstat(mDescriptor.get(), &file) == 0;
     if (!readable || !isSameState(mEntry, entry) || !isSameState(mFile, file))
-        throw FileFailure(mPath, "changed while it was being copied");
+        throw FileFailure(mPath, "has changed since it was opened");
 }
 
 bool Source::hasName() const
@@ -120,7 +119,7 @@ void TargetFolder::lock()
         throw Failure(mPath + ": another vornfh is copying into this folder");
 }
 
-/// The path that the library will choose; it does not return it.
+/// The path that the library will choose but does not return.
 QString TargetFolder::freePath(const QString &name) const
 {
     constexpr int LAST_COUNTER = 999;
@@ -152,7 +151,7 @@ void TargetFolder::requireRoom(const Source &source) const
     const auto free =
         static_cast<qint64>(isRoot ? space.f_bfree : space.f_bavail) * static_cast<qint64>(space.f_frsize);
     if (free < source.room())
-        throw FileFailure(source.path(), QString("no space left in %1: %2 needed, %3 free")
+        throw FileFailure(source.path(), QString("not enough space in %1: %2 needed, %3 free")
                                              .arg(mPath, humanSize(source.room()), humanSize(free)));
 }
 
@@ -194,6 +193,6 @@ void TargetFolder::check(const Source &source, const QString &copy) const
         if (isStopped())
             throw FileFailure(source.path(), "interrupted");
         const QString reason = status.st_size < source.size() ? whyNotWritten(copy) : cpFailure();
-        throw FileFailure(source.path(), "its copy is different: " + reason);
+        throw FileFailure(source.path(), "its copy differs: " + reason);
     }
 }

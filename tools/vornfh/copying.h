@@ -24,16 +24,17 @@ public:
     int descriptor() const { return mDescriptor.get(); }
     bool isSameFileAs(const struct stat &other) const { return isSameFile(mFile, other); }
 
-    /// The bytes that a copy needs at least: a file with holes needs less than its size.
+    /// The minimum number of bytes that a copy needs: a file with holes needs less than its size.
     qint64 room() const { return std::min<qint64>(mFile.st_size, mFile.st_blocks * 512); }
 
     /// Throws FileFailure if the file, or the link to it, has changed since it was opened.
     void requireUnchanged() const;
 
-    /// Returns whether the file still has a name, possibly another one.
+    /// Returns whether the file still has a name, possibly a different one.
     bool hasName() const;
 
-    /// Deletes the file (of a link, only the link) now that @p copy is safe. Throws FileFailure.
+    /// Deletes the file (if it is a symbolic link, only the link) now that @p copy is safe. Throws
+    /// FileFailure.
     void remove(const QString &copy) const;
 
 private:
@@ -51,7 +52,7 @@ public:
     TargetFolder(const Storage &storage, const QString &name);
 
     /// Copies a file and returns the path of the copy, which is on the device and has the same content.
-    /// Throws FileFailure and leaves no copy.
+    /// On failure, removes the copy, unless it may be the only one left, and throws FileFailure.
     QString take(const Source &source, Progress &progress) const;
 
 private:

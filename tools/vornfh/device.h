@@ -44,7 +44,7 @@ bool isMountMissing(const Storage &storage);
 /// Throws Failure if isMountMissing() or the configured block device is not present.
 void requireMounted(const Storage &storage);
 
-/// Throws Failure if the storage must not be written to: requireMounted(), or its file system is read-only.
+/// Throws Failure if requireMounted() does, or if the file system is read-only.
 void requireWritable(const Storage &storage);
 
 #endif // DEVICE_H

@@ -14,7 +14,8 @@
 
 namespace {
 
-/// Fills @p buffer from @p offset on, less only at the end of the file; -1 with errno set.
+/// Fills @p buffer from the file, beginning at @p offset. Returns the number of bytes, which is less only at
+/// the end of the file; on failure, returns -1 and sets errno.
 ssize_t readAt(int descriptor, std::vector<char> &buffer, off_t offset)
 {
     size_t filled = 0;

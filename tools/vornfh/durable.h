@@ -4,7 +4,7 @@
 
 #include <QString>
 
-/// Waits until a file or folder is on the device; false with errno set.
+/// Waits until a file or folder is on the device. Returns false and sets errno on failure.
 bool flush(int descriptor);
 bool flushFolder(const QString &path);
 

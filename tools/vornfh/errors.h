@@ -6,7 +6,7 @@
 
 #include <stdexcept>
 
-/// What the tool exits with, the same for all commands.
+/// The exit codes of all commands.
 enum ExitCode : int {
     DONE = 0,
     FAILED = 1,
@@ -27,7 +27,7 @@ public:
     FileFailure(const QString &path, const QString &reason) : Failure(path + ": " + reason) {}
 };
 
-/// A command line that cannot be carried out: one line on standard error, exit code 2.
+/// The command line is wrong: one line on standard error, exit code 2.
 class UsageError : public std::runtime_error
 {
 public:

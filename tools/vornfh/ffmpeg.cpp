@@ -26,7 +26,7 @@ void waitForEnd(QProcess &process)
     }
 }
 
-/// The last line that ffmpeg printed. A final "Conversion failed!" is skipped: it says no more than that.
+/// The last line that ffmpeg printed. A final "Conversion failed!" is skipped.
 QString lastLine(const QByteArray &text)
 {
     QStringList lines;

@@ -28,13 +28,13 @@ private:
 Descriptor openFile(const QString &path, int flags, mode_t mode = 0);
 Descriptor openFolder(const QString &path);
 
-/// stat() and lstat() for a QString path; false with errno set.
+/// stat() and lstat() for a QString path. Return false and set errno on failure.
 bool readStatus(const QString &path, struct stat &status);
 bool readLinkStatus(const QString &path, struct stat &status);
 
 bool isSameFile(const struct stat &one, const struct stat &other);
 
-/// Returns whether both are the same file and nothing was written to it in between.
+/// Returns whether both are the same file with the same mode, size and times.
 bool isSameState(const struct stat &before, const struct stat &after);
 
 #endif // FILES_H

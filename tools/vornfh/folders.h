@@ -8,8 +8,8 @@
 #include <QList>
 #include <QStringList>
 
-// The library creates a missing location, and folder 100 if there is no numbered folder. What is here creates
-// nothing.
+// The library creates a missing location, and folder 100 if there is no numbered folder. The functions here
+// create nothing.
 
 /// The names of the folders that the library lists as numbered, in its order; "." and ".." left out.
 QStringList numberedFolders(const Storage &storage);
@@ -23,8 +23,8 @@ QList<QFileInfo> selectedFolders(const Storage &storage, VORN_FILE_HANDLER::eDIR
 /// Throws UsageError if the location is the root folder.
 void requireNotRoot(const Storage &storage);
 
-/// Throws Failure unless @p path is a folder, with the reason why it could not be created. Call it after the
-/// library had the chance to create the folder.
+/// Throws Failure unless @p path is a folder; the message says why it could not be created. Call this after
+/// the library has had the chance to create it.
 void requireFolder(const QString &path);
 
 /// Throws Failure, "<path>: Permission denied", if @p path is a folder that cannot be read: Qt and the
@@ -34,8 +34,7 @@ void requireReadable(const QString &path);
 /// Throws Failure unless @p path is a folder that can be read.
 void requireReadableFolder(const QString &path);
 
-/// The same for the location of @p storage and its numbered folders. A missing location is left to the
-/// caller.
+/// requireReadable() for the location of @p storage and its numbered folders.
 void requireReadableFolders(const Storage &storage);
 
 #endif // FOLDERS_H

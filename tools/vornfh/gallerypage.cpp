@@ -22,7 +22,7 @@ struct KindRow {
     const char *noun;
     const char *title;
     const char *plural;
-    const char *icon; // SVG path on a grid of 24 x 24
+    const char *icon; // SVG path on a 24 x 24 grid
 };
 
 constexpr KindRow KINDS[] = {
@@ -31,7 +31,7 @@ constexpr KindRow KINDS[] = {
      "6M15.5 7.5h.01"},
     {VIDEO, "video", "video", "Video", "Videos", "M8 5.5v13l10.5-6.5Z"},
     {AUDIO, "audio", "audio file", "Audio", "Audio", "M4 10v4M8 7v10M12 4v16M16 8v8M20 10.5v3"},
-    {OTHER, "other", "other file", "Other", "Others",
+    {OTHER, "other", "other file", "Other", "Other",
      "M13.5 3H7a2 2 0 0 0-2 2v14a2 2 0 0 0 2 2h10a2 2 0 0 0 2-2V8.5Zm0 0v5.5H19"},
 };
 
@@ -46,7 +46,7 @@ QString dateText(const QDate &date)
     return QLocale::c().toString(date, "d MMM yyyy");
 }
 
-/// "1 Feb 2025 - 3 Mar 2025", or one date if all items are of one day.
+/// "1 Feb 2025 - 3 Mar 2025", or one date if all items are from the same day.
 QString periodOf(const QList<GalleryItem> &items)
 {
     QDate first;
@@ -190,7 +190,7 @@ void GalleryPage::writeCapacity()
     close();
     open("p");
     text("strong", humanSize(capacity.free) + " free");
-    mXml.writeCharacters(QString(" of %1, %2 % used").arg(humanSize(capacity.size)).arg(percent));
+    mXml.writeCharacters(QString(" of %1, %2% used").arg(humanSize(capacity.size)).arg(percent));
     close();
     close();
 }

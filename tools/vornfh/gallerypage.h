@@ -22,7 +22,7 @@ struct GalleryItem {
     QDateTime created; // local time
 };
 
-/// What a page shows of an item and what takes reading its file.
+/// What the page shows of an item that requires reading its file.
 struct GalleryPicture {
     QString uri;      // of the picture; empty for an icon
     QSize resolution; // invalid if unknown
@@ -39,11 +39,12 @@ struct Gallery {
 /// Returns whether the file @p path is such a page.
 bool isGalleryPage(const QString &path);
 
-/// Writes a page of HTML that is XML as well. Only elements that HTML never closes are empty.
+/// Writes a page that is both HTML and XML: only void elements of HTML, and elements of SVG, are empty.
 class GalleryPage
 {
 public:
-    /// @p pictureOf is called for each item when it is written, so that one picture at a time is in memory.
+    /// @p pictureOf is called for each item when it is written, so that only one picture is in memory at a
+    /// time.
     GalleryPage(QIODevice *device, const Gallery &gallery,
                 std::function<GalleryPicture(const GalleryItem &)> pictureOf);
 

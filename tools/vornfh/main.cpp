@@ -16,7 +16,7 @@ ExitCode finishOutput(ExitCode exitCode)
     std::cout.flush();
     if (std::fflush(stdout) == 0 && !std::ferror(stdout) && std::cout)
         return exitCode;
-    printError("standard output cannot be written");
+    printError("cannot write to standard output");
     return exitCode == DONE ? FAILED : exitCode;
 }
 

@@ -19,13 +19,13 @@ struct MediaType {
     const char *name;  // "AVI video"
 };
 
-/// All types; that of thumbnails is the last.
+/// All types; the thumbnail type comes last.
 const QList<MediaType> &mediaTypes();
 
 /// The type for the extension of @p name; null if there is none. The library distinguishes case.
 const MediaType *findType(const QString &name, Qt::CaseSensitivity sensitivity = Qt::CaseSensitive);
 
-/// The type with this extension, which must be one of them.
+/// The type for @p extension, which must be one of extensions().
 const MediaType &typeOf(const QString &extension);
 
 Kind kindOf(const QString &name);
@@ -36,8 +36,8 @@ QStringList extensions();
 /// The path of the thumbnail that belongs to the photo or video @p path.
 QString thumbnailOf(const QString &path);
 
-/// Returns whether any photo, video or audio file has the number of @p path: DCF_0001.avi and DCF_0001.jpg
-/// share a number.
+/// Returns whether an entry with the extension of a photo, video or audio file has the number of @p path:
+/// DCF_0001.avi and DCF_0001.jpg share a number.
 bool isNumberTaken(const QString &path);
 
 #endif // MEDIA_H

@@ -11,7 +11,7 @@ constexpr int FIRST_FOLDER = 100;
 constexpr int LAST_FOLDER = 999;
 constexpr int LAST_FILE = 9999;
 
-/// Where the numbering of a storage device is, found without creating anything.
+/// The current position of the numbering on a storage device.
 struct Numbering {
     int folder = FIRST_FOLDER; // the current folder
     QString folderPath;
@@ -20,14 +20,14 @@ struct Numbering {
     int lastFile = 0;             // the last number in the current folder
     int lastFolder = LAST_FOLDER; // the last folder that can become the current one
 
-    /// The number of recordings until the last number is used.
+    /// How many more recordings can be numbered.
     qint64 left() const;
 };
 
-/// Prints the library's diagnostic lines about names that it skips.
+/// Creates nothing. The library prints a diagnostic line for each name that it skips.
 Numbering numberingOf(const Storage &storage);
 
-/// The path that the library returns for the next recording. The library itself would create a folder.
+/// The path that the library would return for the next recording; asking it could create a folder.
 QString nextPath(const Storage &storage, const Numbering &numbering, VORN_FILE_HANDLER::eFileTypes type);
 
 /// The name of folder @p number.

@@ -9,7 +9,7 @@
 void printLine(const QString &line)
 {
     std::printf("%s\n", line.toUtf8().constData());
-    std::fflush(stdout); // a reader sees each result at once
+    std::fflush(stdout); // so that a reader sees each result immediately
 }
 
 void printJson(const QJsonDocument &document)

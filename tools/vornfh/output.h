@@ -18,7 +18,7 @@ void printJson(const QJsonDocument &document);
 /// "  name  value" on standard output, with the names padded to @p width.
 void printField(const QString &name, const QString &value, int width);
 
-/// A line about a failure on standard error.
+/// A line on standard error: an error or a notice.
 void printError(const QString &message);
 
 /// Calls work(item) for each of @p items. Prints the message of each Failure and goes on with the next item.
@@ -38,7 +38,7 @@ int forEachReporting(const Items &items, Work work)
     return failures;
 }
 
-/// Rows of text, printed in columns under a heading. Columns named in @p rightAligned contain numbers.
+/// Rows of text, printed in columns under a heading. The columns @p rightAligned contain numbers.
 class Table
 {
 public:

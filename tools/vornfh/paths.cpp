@@ -84,7 +84,7 @@ void requireFolderName(const QString &name)
     if (name == "." || name == "..")
         refuse("is not the name of a folder in the location");
     if (name.contains('/'))
-        refuse("contains '/'; name a folder directly in the location");
+        refuse("contains '/'; it must be the name of a folder directly in the location");
     if (std::any_of(name.begin(), name.end(), isControl))
         refuse("contains a control character");
     if (hasPlaceMarker(name))

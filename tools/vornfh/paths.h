@@ -14,14 +14,14 @@ QString fromCommandLine(const std::string &text, const QString &what);
 /// Decodes the name of one file among several. Throws FileFailure if it is not valid UTF-8.
 QString fileArgument(const std::string &text);
 
-/// @p path from the root on, otherwise unchanged: "a/../b" is not "b" if a is a symbolic link.
+/// @p path made absolute, otherwise unchanged: "a/../b" is not "b" if a is a symbolic link.
 QString fromRoot(const QString &path);
 
-/// @p path from the root on, with "//", "/." and "/.." removed from the text. Never a path of Qt's own kind,
-/// which begins with a colon.
+/// @p path made absolute, with "//", "/." and "/.." resolved as text, without regard to symbolic links. Never
+/// a Qt resource path, which begins with a colon.
 QString absolutePath(const QString &path);
 
-/// @p path or the nearest folder above it that exists.
+/// @p path or the nearest path above it that exists.
 QString nearestExisting(const QString &path);
 
 /// Returns whether @p path is below @p folder; both are absolute.

@@ -26,7 +26,7 @@ WorkingCopy::WorkingCopy(const QString &photo)
         throw FileFailure(photo, "is not a regular file");
     const Descriptor target(::mkostemp(mPath.data(), O_CLOEXEC));
     if (!target.isOpen())
-        throw FileFailure(photo, "cannot be copied in its folder: " + errorText(errno));
+        throw FileFailure(photo, "a copy of it cannot be created in its folder: " + errorText(errno));
     try {
         copyContent(target.get());
     } catch (...) {
@@ -54,7 +54,7 @@ void WorkingCopy::copyContent(int target)
         count = ::sendfile(target, mSource.get(), nullptr, AT_ONCE);
     } while (count > 0 || (count < 0 && errno == EINTR));
     if (count < 0)
-        throw FileFailure(mPhoto, "cannot be copied in its folder: " + errorText(errno));
+        throw FileFailure(mPhoto, "a copy of it cannot be created in its folder: " + errorText(errno));
 }
 
 void WorkingCopy::copyAttributes(int target)
@@ -67,7 +67,7 @@ void WorkingCopy::copyAttributes(int target)
     if (!owned || ::fchmod(target, mStatus.st_mode & 07777) != 0 || ::futimens(target, times) != 0)
         throw FileFailure(mPhoto, "its owner, mode and access time cannot be kept: " + errorText(errno));
 
-    // Extended attributes that the file system or this user's rights do not allow are left out.
+    // Extended attributes that the file system or this user's permissions do not allow are left out.
     QByteArray names(XATTR_LIST_MAX, '\0');
     names.truncate(static_cast<int>(
         std::max<ssize_t>(0, ::flistxattr(mSource.get(), names.data(), static_cast<size_t>(names.size())))));
@@ -83,7 +83,7 @@ void WorkingCopy::copyAttributes(int target)
 
 void WorkingCopy::replacePhoto()
 {
-    // Opened here because Exiv2 may have replaced the copy by another file.
+    // Opened here because Exiv2 may have replaced the copy with another file.
     const Descriptor target = openFile(path(), O_RDONLY);
     if (!target.isOpen())
         throw FileFailure(mPhoto, "its copy cannot be opened: " + errorText(errno));

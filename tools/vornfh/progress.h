@@ -8,8 +8,8 @@
 #include <mutex>
 #include <thread>
 
-/// A line on standard error that shows the progress of a transfer; nothing unless that is a terminal. Files
-/// grow while the caller waits for the library, so the line is drawn by its own thread.
+/// A line on standard error that shows the progress of a transfer. Nothing is shown unless standard error is
+/// a terminal. Files grow while the caller waits for the library, so a separate thread draws the line.
 class Progress
 {
 public:
@@ -18,7 +18,7 @@ public:
     Progress(const Progress &) = delete;
     Progress &operator=(const Progress &) = delete;
 
-    /// Sets the file that grows from now on.
+    /// Sets the file whose growth is shown from now on.
     void startFile(const QString &target);
     /// Counts the file, whether or not it was copied.
     void finishFile(qint64 bytes);

@@ -4,8 +4,8 @@
 
 #include <csignal>
 
-/// From here on SIGINT, SIGTERM and SIGHUP no longer end the tool; isStopped() reports them. System calls are
-/// restarted.
+/// After this call, SIGINT, SIGTERM and SIGHUP no longer end the tool; isStopped() reports them. System calls
+/// are restarted.
 void catchStopSignals();
 
 bool isStopped();

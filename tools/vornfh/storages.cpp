@@ -34,8 +34,8 @@ constexpr std::array<Row, STORAGE_COUNT> TABLE = {{
 /// The location of a storage device that is not configured: no folder can ever exist there.
 constexpr char NOWHERE[] = "/dev/null/";
 
-/// Checks the value of an option that becomes part of a shell's command line. @p place is the index of its
-/// first character that is not allowed, -1 if there is none.
+/// Checks the value of an option that becomes part of a shell command line. @p place is the index of the
+/// first character of @p value that is not allowed, -1 if there is none.
 void requireShellSafe(const CLI::Option *option, const QString &kind, const QString &value, int place)
 {
     const QString name = QString::fromStdString(option->get_name());
@@ -46,7 +46,7 @@ void requireShellSafe(const CLI::Option *option, const QString &kind, const QStr
                              .arg(name, kind, value));
     if (place >= 0)
         throw UsageError(
-            QString("%1: the %2 '%3' contains '%4' as character %5, which a shell might not treat "
+            QString("%1: the %2 '%3' contains '%4' at position %5, which a shell might not treat "
                     "as part of a name")
                 .arg(name, kind, value, QString(value[place]), QString::number(place + 1)));
 }
@@ -56,7 +56,7 @@ void requireUsableSuffix(const QString &suffix)
     for (int i = 0; i < suffix.size(); ++i) {
         if (suffix[i] == '/' || suffix[i].category() == QChar::Other_Control)
             throw UsageError(
-                QString("--suffix: the suffix '%1' contains '%2' as character %3, which cannot be "
+                QString("--suffix: the suffix '%1' contains '%2' at position %3, which cannot be "
                         "part of a folder's name")
                     .arg(suffix, QString(suffix[i]), QString::number(i + 1)));
     }
@@ -71,8 +71,8 @@ QString defaultLocation(const Row &row)
            + "/DCIM";
 }
 
-/// Calls @p init with standard error redirected to /dev/null: the library's start banner says nothing about a
-/// command.
+/// Calls @p init with standard error redirected to /dev/null: the library's start banner has nothing to do
+/// with the command.
 template <typename Init>
 void withoutBanner(Init init)
 {
@@ -91,9 +91,9 @@ void withoutBanner(Init init)
 
 void Storages::addOptions(CLI::App &app)
 {
-    app.set_config("--config", "", "Read options from an INI or TOML file, e.g. sd=/mnt/sd/DCIM")
+    app.set_config("--config", "", "Read options from an INI or TOML file with lines such as sd=/mnt/sd/DCIM")
         ->type_name("FILE");
-    app.allow_config_extras(CLI::config_extras_mode::error); // a misspelt name would not be configured
+    app.allow_config_extras(CLI::config_extras_mode::error); // a misspelt option would be ignored
     app.add_option("--suffix", mSuffix, "Text after the number in folder names")
         ->type_name("TEXT")
         ->capture_default_str();
@@ -102,14 +102,14 @@ void Storages::addOptions(CLI::App &app)
         const std::string title = row.title;
         Options &options = mOptions[row.type];
         options.location =
-            app.add_option(option, options.locationText, title + ": its DCIM folder")->type_name("DIR");
+            app.add_option(option, options.locationText, "DCIM folder of the " + title)->type_name("DIR");
         options.block = app.add_option(option + "-block", options.blockText,
-                                       title + ": its block device, as named in /proc/partitions");
+                                       "Block device of the " + title + ", as named in /proc/partitions");
         options.block->type_name("NAME")->needs(options.location);
     }
     app.footer("A command can use only the storage devices that are configured. If none is configured,\n"
-               "default folders in the user's data directory are used. The options above may also follow\n"
-               "the command.\n"
+               "default folders in the user's data directory are used. The options that vornfh --help\n"
+               "lists may precede or follow the command.\n"
                "Exit code: 0 success, 1 failure, 2 wrong command line.");
 }
 

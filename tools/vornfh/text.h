@@ -12,7 +12,8 @@
 /// Decodes @p bytes; nullopt if they are not valid UTF-8.
 std::optional<QString> decoded(const QByteArray &bytes);
 
-/// @p text with each character that a terminal would interpret as an escape: "\x1b", "\u202e".
+/// @p text in which each character that a terminal would interpret is replaced by an escape: "\x1b",
+/// "\u202e".
 QString printable(const QString &text);
 /// The same for bytes; those that are not valid UTF-8 are escaped too.
 QString printable(const QByteArray &bytes);

@@ -1,17 +1,17 @@
 # SPDX-License-Identifier: MIT
 # bash completion for vornfh                                                 -*- shell-script -*-
 
-# Runs compgen into COMPREPLY. File names may contain spaces.
+# Runs compgen and stores its output in COMPREPLY. File names may contain spaces.
 _vornfh_reply()
 {
     if [[ $1 == -o ]]; then
-        compopt -o filenames 2>/dev/null # fails where a test calls the function
+        compopt -o filenames 2>/dev/null # fails outside a completion, as in the tests
         shift 2
     fi
     mapfile -t COMPREPLY < <(compgen "$@")
 }
 
-# Completes the value of an option; fails for an option without a value.
+# Completes the value of option $1; fails if it takes none.
 _vornfh_values()
 {
     case $1 in
@@ -27,7 +27,7 @@ _vornfh_values()
     esac
 }
 
-# Prints the options of one command only.
+# Prints the options specific to a command.
 _vornfh_options()
 {
     case $1 in
@@ -40,7 +40,7 @@ _vornfh_options()
     esac
 }
 
-# Completes the argument of a command that follows $2 others.
+# Completes argument $2 of command $1, counted from 0.
 _vornfh_arguments()
 {
     local storages='mmc sd usb'

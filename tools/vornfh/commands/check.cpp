@@ -124,7 +124,7 @@ bool checkName(const Entry &entry, Result &result)
     if (place >= 0)
         result.add(
             entry.path, "shell-name",
-            QString("the name contains '%1', which a shell interprets: the library passes the names of "
+            QString("the name contains '%1', which a shell might interpret: the library passes the names of "
                     "videos to a shell")
                 .arg(ascii[place]));
     return true;
@@ -171,7 +171,8 @@ void checkFile(const Entry &file, Result &result)
         return;
     }
     if (file.size == 0)
-        result.add(file.path, "empty-file", "is empty: a recording that was never written, or was lost");
+        result.add(file.path, "empty-file",
+                   "is empty: the recording was never written, or its data was lost");
     const QString extension = QFileInfo(*file.name).suffix();
     if (extension != type->extension)
         result.add(file.path, "file-case",
@@ -200,7 +201,7 @@ void checkGroups(const std::vector<Entry> &files, Result &result)
         const auto number = objectNumber(*file.name);
         if (number && owners.contains(*number))
             result.add(file.path, "file-duplicate",
-                       QString("has the same number as %1: a player shows only one of them, or neither")
+                       QString("has the same number as %1: a player may show only one of them, or neither")
                            .arg(QString::fromUtf8(owners[*number])));
         else if (number)
             owners.insert(*number, file.bytes);
@@ -259,11 +260,9 @@ void checkFolder(const Entry &folder, Result &result)
     const int current = result.numbering.folder;
     if (!number && looseNumber)
         result.add(folder.path, "folder-case",
-                   QString("differs from the suffix '%1' in upper and lower case: the numbering ignores it")
-                       .arg(suffix));
+                   QString("its suffix differs from '%1' in case: the numbering ignores it").arg(suffix));
     else if (!number)
-        result.add(folder.path, "folder-number",
-                   "has no number before the suffix: the numbering and players ignore it");
+        result.add(folder.path, "folder-number", "has no number before the suffix: the numbering ignores it");
     else if (folderName(*number) != *folder.name)
         result.add(folder.path, "folder-number",
                    QString("the numbering reads it as folder %1 and looks for files in %2")
@@ -289,8 +288,7 @@ void checkOther(const Entry &entry, Result &result)
         result.add(entry.path, "not-a-folder",
                    "has the name of a numbered folder but is not a folder: the numbering cannot use it");
     else if (!suffix.isEmpty()) // with an empty suffix the library lists the location itself
-        result.add(entry.path, "loose-file",
-                   "is outside the numbered folders: the library lists only what is in one");
+        result.add(entry.path, "loose-file", "is not in a folder: the library never lists it");
 }
 
 void checkNumbering(Result &result)
@@ -322,7 +320,7 @@ Result check(const Storage &storage)
         const auto number = entry.isFolder() ? playersNumber(*entry.name) : std::nullopt;
         if (number && owners.contains(*number))
             result.add(entry.path, "folder-duplicate",
-                       QString("has the same number as %1: a player shows only one of them, or neither")
+                       QString("has the same number as %1: a player may show only one of them, or neither")
                            .arg(QString::fromUtf8(owners[*number])));
         else if (number)
             owners.insert(*number, entry.bytes);
@@ -348,7 +346,7 @@ void print(const Storage &storage, const Result &result)
     printLine(
         QString("%1: %2 in %3 with %4")
             .arg(storage.name, found, counted(result.folders, "folder"), counted(result.files, "file")));
-    printLine(QString("%1: %2 left, up to %3/DCF_%4")
+    printLine(QString("%1: numbers left for %2, up to %3/DCF_%4")
                   .arg(storage.name, counted(result.numbering.left(), "recording"),
                        printable(folderName(result.numbering.lastFolder)))
                   .arg(LAST_FILE));
@@ -388,11 +386,12 @@ void addCheck(CommandLine &line)
             print(storage, result);
         return result.findings.isEmpty() ? DONE : FAILED;
     };
-    CLI::App &command = line.add("check",
-                                 "Finds names that a player would reject, or that the library skips or can "
-                                 "no longer reach, and empty\n"
-                                 "files. Changes nothing. The exit code is 1 if there are findings",
-                                 run);
+    CLI::App &command =
+        line.add("check",
+                 "Finds problems: names that a player (another device or program that reads the card) would\n"
+                 "reject, files that the library skips or can no longer reach, and empty files. Changes\n"
+                 "nothing. The exit code is 1 if there are findings",
+                 run);
     addStorageArgument(command, request->storage);
     command.add_flag("--json", request->isJson, "Print an object with the findings");
 }

@@ -39,9 +39,9 @@ ExitCode writeComment(const QString &path, const QString &text)
     try {
         if (Metadata().setComment(QFileInfo(copy.path()), text) == 0)
             stored = readComment(copy.path());
-    } catch (const std::exception &error) { // of Exiv2, with the path of the copy
+    } catch (const std::exception &error) { // thrown by Exiv2, and names the copy
         QString reason = QString::fromUtf8(error.what());
-        throw FileFailure(path, "cannot take a comment: " + reason.replace(copy.path(), photo));
+        throw FileFailure(path, "the comment cannot be written: " + reason.replace(copy.path(), photo));
     }
     if (!stored)
         throw FileFailure(path, "the comment cannot be read back; the file is unchanged");
@@ -71,7 +71,9 @@ void addComment(CommandLine &line)
         "the photo keep the old content",
         run);
     command.add_option("PATH", request->path, "The photo")->required()->type_name("");
-    command.add_option("TEXT", request->text, "The comment; if it begins with '-', put '--' before it")
+    command
+        .add_option("TEXT", request->text,
+                    "The comment; if it begins with '-', precede it with the argument '--'")
         ->required()
         ->type_name("");
 }

@@ -51,7 +51,7 @@ GalleryItem toItem(const QJsonObject &file, const QString &location)
     return item;
 }
 
-/// The names of thumbnails by those of their photos or videos without the extension.
+/// Maps the name of each photo or video, without its extension, to the name of its thumbnail.
 QMap<QString, QString> thumbnailsIn(const QJsonArray &files)
 {
     QMap<QString, QString> all;
@@ -107,7 +107,8 @@ QString dataUri(const QString &path)
     return type ? QString("data:image/%1;base64,%2").arg(type, QString(data.toBase64())) : QString();
 }
 
-/// The path of a video is passed to a shell.
+/// Invalid if it is not known. A video whose path is not safe in a shell is skipped: the library passes it to
+/// one.
 QSize resolutionOf(const GalleryItem &item, bool isProbing)
 {
     const bool isRead =
@@ -132,7 +133,7 @@ QString outputPath(const Request &request)
 {
     const QString path = absolutePath(fromCommandLine(request.output, "--output"));
     if (!path.endsWith(".html") && !path.endsWith(".htm"))
-        throw UsageError(QString("--output: '%1' does not end in .html").arg(path));
+        throw UsageError(QString("--output: '%1' does not end in .html or .htm").arg(path));
     struct stat status = {};
     if (!readStatus(path, status)) {
         if (errno == ENOENT)
@@ -187,7 +188,7 @@ void addGallery(CommandLine &line)
     CLI::App &command = line.add("gallery",
                                  "Writes a self-contained HTML page that shows the files in the numbered "
                                  "folders of a storage device.\n"
-                                 "Nothing is created on the storage device",
+                                 "Apart from the page, nothing is created on the storage device",
                                  run);
     addStorageArgument(command, request->storage);
     command.add_option("-o,--output", request->output, "The page; an existing gallery is replaced")

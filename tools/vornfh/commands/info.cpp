@@ -28,7 +28,7 @@ void readThroughLink(const QFileInfo &file, Metadata &record)
     const QString link = folder.path() + "/video." + file.suffix();
     if (!folder.isValid() || !QFile::link(file.absoluteFilePath(), link))
         throw FileFailure(file.absoluteFilePath(),
-                          "its name is not safe in a shell, and no link can be created in " + folder.path());
+                          "its path is not safe in a shell, and no link can be created in " + folder.path());
     VornFileHandler::getMetadata(QFileInfo(link), record);
     record.mFileName = file.fileName();
 }
@@ -108,7 +108,7 @@ void print(const QString &name, const QString &value)
     printField(name, value, WIDTH);
 }
 
-/// One of the library's values for every video and audio file; they have no unit.
+/// One of the values that the library uses for every video or audio file.
 void printFixed(const QString &name, int value, const QString &unit = QString())
 {
     if (value != 0)

@@ -193,13 +193,16 @@ void addList(CommandLine &line)
     folders.add_flag("--json", request->json,
                      "Print an array of objects, which also contain the number of media files");
 
-    CLI::App &files =
-        line.add("list", "Lists the files of a storage device, the oldest in each folder first", run(list));
+    CLI::App &files = line.add("list",
+                               "Lists the files of a storage device, oldest first in each folder; images: "
+                               "all JPEG files, then all PNG\n"
+                               "files",
+                               run(list));
     addStorageArgument(files, request->storage);
     addTypeFlags(files, *request);
     addFilterOption(files, *request);
     files.add_flag("--json", request->json,
-                   "Print the JSON list of the library, in which the dates are those of creation");
+                   "Print the library's JSON list, in which dates are creation dates");
 
     CLI::App &counter = line.add(
         "count", "Counts the image, video and audio files in the numbered folders of a storage device",

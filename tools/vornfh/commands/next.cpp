@@ -35,9 +35,11 @@ void addNext(CommandLine &line)
         return printNext(line.storages().require(request->storage),
                          typeOf(QString::fromStdString(request->type)));
     };
-    CLI::App &command = line.add(
-        "next",
-        "Prints the path of the next recording. Creates its folder if it is missing, but not the file", run);
+    CLI::App &command = line.add("next",
+                                 "Prints the path of the next recording. Creates a folder if there is no "
+                                 "numbered folder or the last one\n"
+                                 "is full, but not the file",
+                                 run);
     addStorageArgument(command, request->storage);
     command.add_option("TYPE", request->type, "avi, mkv, jpg, png, wav or thumb")
         ->required()

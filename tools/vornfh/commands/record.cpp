@@ -33,7 +33,7 @@ struct Recording {
     QString input; // empty for the test picture and tone
 };
 
-/// A moving picture and a tone; a photo is tinted by its number, so that no two are alike.
+/// A moving picture and a tone; a photo is tinted by its number, so that consecutive ones differ.
 QString testSource(Kind kind, int number)
 {
     const QString picture = "testsrc2=size=640x480:rate=25";
@@ -97,7 +97,7 @@ void recordOne(const Recording &recording)
     const QString reason = runFfmpeg(inputArguments(recording, path) + outputArguments(recording), path);
     if (!reason.isEmpty()) {
         QFile::remove(path);
-        throw Failure(QString("%1: cannot be recorded: %2").arg(path, reason));
+        throw Failure(QString("%1: recording failed: %2").arg(path, reason));
     }
     const QString problem = recording.type.kind == AUDIO ? QString() : makeThumbnail(path);
     printLine(path);
@@ -143,9 +143,10 @@ void addRecord(CommandLine &line)
     };
     CLI::App &command = line.add(
         "record",
-        "Records with ffmpeg into the next files of a storage device and prints their paths. Photos and\n"
-        "videos get a thumbnail beside them. A recording that fails or is interrupted (SIGINT, SIGTERM,\n"
-        "SIGHUP) is removed; those before it are kept",
+        "Makes the next recordings on a storage device with ffmpeg and prints their paths. Photos and "
+        "videos\n"
+        "get a thumbnail beside them. A recording that fails or is interrupted (SIGINT, SIGTERM, SIGHUP) is\n"
+        "removed; earlier ones are kept",
         run);
     addStorageArgument(command, request->storage);
     command.add_option("--type", request->type, "Type of the recordings")
@@ -163,7 +164,7 @@ void addRecord(CommandLine &line)
     command
         .add_option(
             "--input", request->input,
-            "The source: /dev/video0 or any other input of ffmpeg. Without it, a moving test picture\n"
-            "and a tone")
+            "The source: /dev/video0 or any other ffmpeg input. Default: a moving test picture and a\n"
+            "tone")
         ->type_name("INPUT");
 }

@@ -29,7 +29,7 @@ namespace {
 
 // delete
 
-/// @p path with the links in its folders resolved, but not its last name: of a link, the link itself is
+/// @p path with symbolic links resolved in all but the last component: if that is a link, the link is
 /// deleted.
 QString withResolvedFolder(const QString &path)
 {
@@ -158,15 +158,14 @@ void confirm(const QString &folder, const Content &content, bool isConfirmed)
 {
     if (!content.mountPoint.isEmpty())
         throw Failure(QString("%1: another file system is mounted at %2").arg(folder, content.mountPoint));
-    printError(QString("%1: %2 will be deleted").arg(folder, summary(content)));
+    printError(QString("%1: will delete %2").arg(folder, summary(content)));
     if (!content.others.isEmpty())
         printError(
             QString("%1: including files that are not media files: %2").arg(folder, listed(content.others)));
     if (isConfirmed)
         return;
     if (!::isatty(STDIN_FILENO))
-        throw UsageError(folder
-                         + ": standard input is not a terminal; use --yes to delete without a question");
+        throw UsageError(folder + ": standard input is not a terminal; use --yes to delete without asking");
     std::fputs("Delete all of it? [y/N] ", stderr);
     std::string answer;
     std::getline(std::cin, answer);
@@ -179,7 +178,7 @@ void confirm(const QString &folder, const Content &content, bool isConfirmed)
 QString whyNotDeleted(const QByteArray &path)
 {
     if (QFile::encodeName(QFile::decodeName(path)) != path)
-        return "names that are not valid UTF-8 cannot be deleted";
+        return "files whose names are not valid UTF-8 cannot be deleted";
     return ::remove(path.constData()) == 0 ? QString("they were created in the meantime") : errorText(errno);
 }
 
@@ -195,7 +194,8 @@ void requireGone(const QString &folder, const Content &before)
                               .arg(folder, listed(left.names), whyNotDeleted(left.deepest)));
         const int error = ::rmdir(QFile::encodeName(folder).constData()) == 0 ? 0 : errno;
         if (error != 0 && error != EBUSY)
-            throw Failure(folder + ": is empty now, but cannot be deleted itself: " + errorText(error));
+            throw Failure(folder
+                          + ": is now empty, but the folder itself cannot be deleted: " + errorText(error));
         rest = error == EBUSY ? "; the folder itself remains because a file system is mounted on it" : "";
     }
     printLine(QString("%1: deleted %2%3").arg(printable(folder), summary(before), rest));
@@ -207,7 +207,7 @@ void requireRealFolder(const QString &path, const QString &ifMissing)
     if (!readLinkStatus(path, status))
         throw Failure(path + ": " + (errno == ENOENT ? ifMissing : errorText(errno)));
     if (S_ISLNK(status.st_mode))
-        throw Failure(path + ": is a symbolic link; what it points to is not deleted");
+        throw Failure(path + ": is a symbolic link; nothing was deleted");
     if (!S_ISDIR(status.st_mode))
         throw Failure(path + ": is not a folder");
 }
@@ -246,7 +246,7 @@ void requireNothingElseInside(const Storage &storage, const QList<Storage> &all)
     };
     for (const QString &home : homeFolders()) {
         if (contains(home))
-            throw UsageError(QString("%1: contains the home folder %2").arg(location, home));
+            throw UsageError(QString("%1: is or contains the home folder %2").arg(location, home));
     }
     for (const Storage &other : all) {
         if (other.type != storage.type && contains(other.location))
@@ -281,7 +281,7 @@ void addRemove(CommandLine &line)
 {
     const auto request = std::make_shared<Request>();
     const auto addConfirmation = [request](CLI::App &command) {
-        command.add_flag("--yes", request->isConfirmed, "Delete without a question");
+        command.add_flag("--yes", request->isConfirmed, "Delete without asking");
     };
 
     CLI::App &files = line.add("delete", "Deletes files from the storage devices", [&line, request] {
@@ -289,8 +289,9 @@ void addRemove(CommandLine &line)
     });
     request->paths = addNames(files, "PATH...", "Files");
 
-    CLI::App &folder =
-        line.add("rmdir", "Deletes a folder and everything in it from a storage device", [&line, request] {
+    CLI::App &folder = line.add(
+        "rmdir", "Deletes a folder of a storage device and everything in it, after asking for confirmation",
+        [&line, request] {
             return removeFolder(line.storages().require(request->storage),
                                 fromCommandLine(request->folder, "FOLDER"), request->isConfirmed);
         });
@@ -298,11 +299,13 @@ void addRemove(CommandLine &line)
     addFolderArgument(folder, request->folder);
     addConfirmation(folder);
 
-    CLI::App &all = line.add("wipe", "Deletes everything on a storage device, including its DCIM folder",
-                             [&line, request] {
-                                 return wipe(line.storages().require(request->storage),
-                                             line.storages().configured(), request->isConfirmed);
-                             });
+    CLI::App &all = line.add(
+        "wipe",
+        "Deletes the DCIM folder of a storage device and everything in it, after asking for confirmation",
+        [&line, request] {
+            return wipe(line.storages().require(request->storage), line.storages().configured(),
+                        request->isConfirmed);
+        });
     addStorageArgument(all, request->storage);
     addConfirmation(all);
 }

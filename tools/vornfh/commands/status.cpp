@@ -89,7 +89,7 @@ QString mountText(const Device &device)
     if (device.isMounted)
         return "yes, at " + device.fileSystem.rootPath();
     const QString where = "the location is on the root file system";
-    return device.isMountMissing ? QString("no: %1 is not mounted there, %2").arg(device.block, where)
+    return device.isMountMissing ? QString("no: %1 is not mounted; %2").arg(device.block, where)
                                  : "no: " + where;
 }
 
@@ -97,7 +97,7 @@ QString capacityText(const Capacity &capacity)
 {
     if (!capacity.isKnown())
         return "unknown: " + capacity.unknownBecause;
-    return QString("[%1] %2 % used: %3 of %4, %5 free")
+    return QString("[%1] %2% used: %3 of %4, %5 free")
         .arg(bar(capacity.usedPercent(), 100))
         .arg(capacity.usedPercent())
         .arg(humanSize(capacity.used), humanSize(capacity.size), humanSize(capacity.free));
@@ -117,8 +117,8 @@ void print(const Status &status)
     field("file system", fileSystem + (device.fileSystem.isReadOnly() ? ", read-only" : ""));
     field("space", capacityText(status.capacity));
     if (status.capacity.isKnown() && status.capacity.isElsewhere)
-        field("",
-              QString("measured at %1, on another file system than the location").arg(status.capacity.path));
+        field("", QString("measured at %1, on a different file system from the location")
+                      .arg(status.capacity.path));
     field("current folder",
           status.numbering.isCreated ? status.numbering.folderPath : QString("not created yet"));
     field("next photo", status.nextPhoto);
@@ -157,8 +157,9 @@ void addStatus(CommandLine &line)
                             : line.storages().configured(),
                     request->isJson);
     };
-    CLI::App &command =
-        line.add("status", "Shows the device, the space and the next recording of each storage device", run);
+    CLI::App &command = line.add(
+        "status", "Shows the block device, the space and the next photo of one storage device, or of all",
+        run);
     request->storageArgument = addStorageArgument(command, request->storage)->required(false);
     command.add_flag("--json", request->isJson, "Print an array with an object for each storage device");
 }

@@ -83,7 +83,8 @@ void addCommand(CommandLine &line, Mode mode, const std::string &name, const std
     const auto run = [&line, mode, name, arguments] {
         std::vector<std::string> words = (*arguments)->results();
         if (words.size() < 3)
-            throw UsageError(QString("%1 needs FILES, STORAGE and FOLDER").arg(QString::fromStdString(name)));
+            throw UsageError(
+                QString("%1 needs FILE..., STORAGE and FOLDER").arg(QString::fromStdString(name)));
         const QString folder = fromCommandLine(words.back(), "FOLDER");
         words.pop_back();
         const Storage storage = line.storages().require(parseStorage(words.back()));
@@ -91,8 +92,9 @@ void addCommand(CommandLine &line, Mode mode, const std::string &name, const std
         return transferAll({words, storage, folder, mode});
     };
     CLI::App &command = line.add(name, description, run);
-    *arguments = addNames(command, "FILE... STORAGE FOLDER",
-                          "Files, a storage device (mmc, sd or usb), a folder directly in its DCIM folder");
+    *arguments =
+        addNames(command, "FILE... STORAGE FOLDER",
+                 "Files, a storage device (mmc, sd or usb), and a folder directly in its DCIM folder");
 }
 
 } // namespace
@@ -105,6 +107,6 @@ void addTransfer(CommandLine &line)
         "byte for byte. The folder is created if it is missing; a counter is added to a name that is taken");
     addCommand(
         line, Mode::Move, "move",
-        "Copies files as copy does, then deletes each file whose copy is safe. Of a symbolic link, only\n"
-        "the link is deleted");
+        "Copies files as copy does, then deletes each file whose copy is safe. If a source is a symbolic\n"
+        "link, only the link is deleted");
 }
