@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include "resources.h"
 #include "standins.h"
-#include "testsupport.h"
 
 #include <QtTest>
 
@@ -14,46 +14,19 @@
 
 namespace {
 
-struct Result {
-    int code;
-    QString output;
-    QString errors;
-};
-
-/// Runs with texts left over from an earlier call, which must never show up again.
-Result run(const QString &command, const QStringList &arguments = QStringList(), int timeout = -1)
-{
-    QString output = "old output";
-    QString errors = "old errors";
-    const int code = VornFileHandler::execCmdLine(command, arguments, output, errors, timeout);
-    return {code, output, errors};
-}
-
 Result runScript(const QString &script, int timeout = -1)
 {
     return run("sh", {"-c", script}, timeout);
 }
 
-/// Runs a script that never ends, with limits that grow until its first output came within one.
-Result runUntilItHasPrinted(const QString &script)
+/// Runs a script that never ends with increasing limits, until its first output arrives within one of them.
+Result runUntilItPrints(const QString &script)
 {
     Result result = {};
     for (int timeout = 250; timeout <= 16000 && result.output.isEmpty(); timeout *= 4)
         result = runScript(script, timeout);
     return result;
 }
-
-bool hasChildren()
-{
-    return ::waitpid(-1, nullptr, WNOHANG) != -1 || errno != ECHILD;
-}
-
-int openDescriptors()
-{
-    return QDir("/proc/self/fd").entryList(QDir::NoDotAndDotDot | QDir::AllEntries | QDir::System).size();
-}
-
-using Arguments = QList<QByteArray>;
 
 } // namespace
 
@@ -75,18 +48,18 @@ private slots:
     void programOfTheLine();
     void argumentList_data();
     void argumentList();
-    void programWithBlankInItsName();
+    void programWithSpaceInItsName();
     void outputs_data();
     void outputs();
     void largeOutputsOnBothStreams();
     void unstartable_data();
     void unstartable();
     void unclosedQuoteReachesTheShell();
-    void limitNotReached_data();
-    void limitNotReached();
+    void limitIsNotReached_data();
+    void limitIsNotReached();
     void stillRunningAtTheLimit_data();
     void stillRunningAtTheLimit();
-    void nothingTimeToStart();
+    void noTimeToStart();
     void standardInputStaysOpen();
     void threads();
     void descriptors();
@@ -114,13 +87,13 @@ void CommandsTest::exitCodes_data()
     QTest::addColumn<int>("exitCode");
     QTest::addColumn<int>("result");
 
-    QTest::newRow("success") << 0 << 0;
-    QTest::newRow("failure") << 1 << 1;
-    QTest::newRow("two") << 2 << 2;
-    QTest::newRow("highest-positive") << 127 << 127;
-    QTest::newRow("first-negative") << 128 << -128;
-    QTest::newRow("in-the-negative-half") << 200 << -56;
-    QTest::newRow("highest") << 255 << -1;
+    row("success", 0, 0);
+    row("failure", 1, 1);
+    row("two", 2, 2);
+    row("highest-positive", 127, 127);
+    row("first-negative", 128, -128);
+    row("negative", 200, -56);
+    row("highest", 255, -1);
 }
 
 void CommandsTest::exitCodes()
@@ -140,9 +113,9 @@ void CommandsTest::signalledProgram_data()
 {
     QTest::addColumn<int>("signal");
 
-    QTest::newRow("killed") << SIGKILL;
-    QTest::newRow("terminated") << SIGTERM;
-    QTest::newRow("user-signal") << SIGUSR1;
+    row("killed", SIGKILL);
+    row("terminated", SIGTERM);
+    row("user-signal", SIGUSR1);
 }
 
 void CommandsTest::signalledProgram()
@@ -159,52 +132,51 @@ void CommandsTest::signalledProgram()
 void CommandsTest::splitting_data()
 {
     QTest::addColumn<QString>("rest");
-    QTest::addColumn<Arguments>("arguments");
+    QTest::addColumn<QByteArrayList>("arguments");
 
-    QTest::newRow("program-alone") << "" << Arguments{};
-    QTest::newRow("blank-behind-the-program") << " " << Arguments{};
-    QTest::newRow("one") << " a" << Arguments{"a"};
-    QTest::newRow("two") << " a bc" << Arguments{"a", "bc"};
-    QTest::newRow("several-blanks") << "   a    b  " << Arguments{"a", "b"};
-    QTest::newRow("tab") << "\ta\tb" << Arguments{"a", "b"};
-    QTest::newRow("line-feed") << "\na\nb\n" << Arguments{"a", "b"};
-    QTest::newRow("carriage-return-and-feeds") << " a\rb\fc\vd" << Arguments{"a", "b", "c", "d"};
-    QTest::newRow("no-break-space") << QString(" a\u00A0b") << Arguments{"a", "b"};
-    QTest::newRow("ideographic-space") << QString(" a\u3000b") << Arguments{"a", "b"};
-    QTest::newRow("line-separator") << QString(" a\u2028b") << Arguments{"a", "b"};
-    QTest::newRow("zero-width-space-is-none") << QString(" a\u200Bb")
-                                              << Arguments{"a\xE2\x80\x8B"
-                                                           "b"};
-    QTest::newRow("quoted-blank") << " \"a b\"" << Arguments{"a b"};
-    QTest::newRow("quoted-tab-and-line-feed") << " \"a\t\nb\"" << Arguments{"a\t\nb"};
-    QTest::newRow("quoted-blanks-at-the-ends") << " \"  a  \"" << Arguments{"  a  "};
-    QTest::newRow("quote-inside-a-word") << " a\"b c\"d" << Arguments{"ab cd"};
-    QTest::newRow("two-quoted-words") << " \"a b\" \"c d\"" << Arguments{"a b", "c d"};
-    QTest::newRow("adjoining-quoted-words") << " \"a b\"c\"d e\"" << Arguments{"a bcd e"};
-    QTest::newRow("quote-never-closed") << " \"a b  c" << Arguments{"a b  c"};
-    QTest::newRow("quote-never-closed-in-a-word") << " x a\"b c" << Arguments{"x", "ab c"};
-    QTest::newRow("quote-never-closed-before-blanks") << " \"a b  " << Arguments{"a b  "};
-    QTest::newRow("quote-at-the-end") << " a \"" << Arguments{"a"};
-    QTest::newRow("nothing-quoted") << " a \"\" b" << Arguments{"a", "b"};
-    QTest::newRow("three-quotes") << " \"\"\"" << Arguments{"\""};
-    QTest::newRow("three-quotes-around-a-word") << " \"\"\"a b\"\"\"" << Arguments{"\"a", "b\""};
-    QTest::newRow("three-quotes-in-a-quote") << " \"a \"\"\"b\"\"\" c\"" << Arguments{"a \"b\" c"};
-    QTest::newRow("six-quotes") << " \"\"\"\"\"\"" << Arguments{"\"\""};
-    QTest::newRow("four-quotes") << " \"\"\"\"a b" << Arguments{"\"a b"};
-    QTest::newRow("single-quotes-are-ordinary") << " 'a b'" << Arguments{"'a", "b'"};
-    QTest::newRow("single-quotes-in-a-quote") << " \"'a b'\"" << Arguments{"'a b'"};
-    QTest::newRow("backslash-is-ordinary") << " a\\ b \\\"c d" << Arguments{"a\\", "b", "\\c d"};
-    QTest::newRow("shell-characters-are-ordinary")
-        << " $HOME * ; | >x" << Arguments{"$HOME", "*", ";", "|", ">x"};
-    QTest::newRow("percent-and-number") << " %1 %2" << Arguments{"%1", "%2"};
-    QTest::newRow("beyond-ascii") << QString::fromUtf8(" \xC3\xA4\xE2\x82\xAC")
-                                  << Arguments{"\xC3\xA4\xE2\x82\xAC"};
+    const auto row = [](const char *name, const QString &rest, const QByteArrayList &arguments) {
+        QTest::newRow(name) << rest << arguments;
+    };
+    row("program-alone", "", {});
+    row("space-after-the-program", " ", {});
+    row("one", " a", {"a"});
+    row("two", " a bc", {"a", "bc"});
+    row("several-spaces", "   a    b  ", {"a", "b"});
+    row("tab", "\ta\tb", {"a", "b"});
+    row("line-feed", "\na\nb\n", {"a", "b"});
+    row("carriage-return-and-feeds", " a\rb\fc\vd", {"a", "b", "c", "d"});
+    row("no-break-space", " a\u00A0b", {"a", "b"});
+    row("ideographic-space", " a\u3000b", {"a", "b"});
+    row("line-separator", " a\u2028b", {"a", "b"});
+    row("zero-width-space-is-not-a-separator", " a\u200Bb", {"a\u200Bb"});
+    row("quoted-space", " \"a b\"", {"a b"});
+    row("quoted-tab-and-line-feed", " \"a\t\nb\"", {"a\t\nb"});
+    row("quoted-spaces-at-the-ends", " \"  a  \"", {"  a  "});
+    row("quote-inside-a-word", " a\"b c\"d", {"ab cd"});
+    row("two-quoted-words", " \"a b\" \"c d\"", {"a b", "c d"});
+    row("adjoining-quoted-words", " \"a b\"c\"d e\"", {"a bcd e"});
+    row("unterminated-quote", " \"a b  c", {"a b  c"});
+    row("unterminated-quote-in-a-word", " x a\"b c", {"x", "ab c"});
+    row("unterminated-quote-before-spaces", " \"a b  ", {"a b  "});
+    row("quote-at-the-end", " a \"", {"a"});
+    row("empty-quotes", " a \"\" b", {"a", "b"});
+    row("three-quotes", " \"\"\"", {"\""});
+    row("three-quotes-around-a-word", " \"\"\"a b\"\"\"", {"\"a", "b\""});
+    row("three-quotes-in-a-quote", " \"a \"\"\"b\"\"\" c\"", {"a \"b\" c"});
+    row("six-quotes", " \"\"\"\"\"\"", {"\"\""});
+    row("four-quotes", " \"\"\"\"a b", {"\"a b"});
+    row("single-quotes-are-ordinary", " 'a b'", {"'a", "b'"});
+    row("single-quotes-in-a-quote", " \"'a b'\"", {"'a b'"});
+    row("backslash-is-ordinary", " a\\ b \\\"c d", {"a\\", "b", "\\c d"});
+    row("shell-characters-are-ordinary", " $HOME * ; | >x", {"$HOME", "*", ";", "|", ">x"});
+    row("percent-sign-and-number", " %1 %2", {"%1", "%2"});
+    row("outside-ascii", " \u00E4\u20AC", {"\u00E4\u20AC"});
 }
 
 void CommandsTest::splitting()
 {
     QFETCH(QString, rest);
-    QFETCH(Arguments, arguments);
+    QFETCH(QByteArrayList, arguments);
     StandIns standIns;
     standIns.add("probe", "echo ran; exit 7");
 
@@ -212,7 +184,7 @@ void CommandsTest::splitting()
 
     QCOMPARE(result.code, 7);
     QCOMPARE(result.output, QString("ran\n"));
-    QCOMPARE(standIns.calls("probe"), QList<Arguments>{arguments});
+    QCOMPARE(standIns.calls("probe"), Calls{arguments});
 }
 
 void CommandsTest::programOfTheLine_data()
@@ -220,18 +192,12 @@ void CommandsTest::programOfTheLine_data()
     QTest::addColumn<QString>("line");
     QTest::addColumn<QString>("program");
 
-    QTest::newRow("blanks-before") << "  \t\nprobe a"
-                                   << "probe";
-    QTest::newRow("quoted") << "\"probe\" a"
-                            << "probe";
-    QTest::newRow("half-quoted") << "pr\"ob\"e a"
-                                 << "probe";
-    QTest::newRow("quoted-with-blank") << "\"my probe\" a"
-                                       << "my probe";
-    QTest::newRow("three-quotes-in-it") << "my\"\"\"probe a"
-                                        << "my\"probe";
-    QTest::newRow("nothing-quoted-before") << "\"\" probe a"
-                                           << "probe";
+    row("spaces-before", "  \t\nprobe a", "probe");
+    row("quoted", "\"probe\" a", "probe");
+    row("half-quoted", "pr\"ob\"e a", "probe");
+    row("quoted-with-space", "\"my probe\" a", "my probe");
+    row("three-quotes-inside", "my\"\"\"probe a", "my\"probe");
+    row("empty-quotes-before", "\"\" probe a", "probe");
 }
 
 void CommandsTest::programOfTheLine()
@@ -243,26 +209,27 @@ void CommandsTest::programOfTheLine()
 
     QCOMPARE(run(line).code, 0);
 
-    QCOMPARE(standIns.calls(program.toUtf8()), QList<Arguments>{Arguments{"a"}});
+    QCOMPARE(standIns.calls(program.toUtf8()), Calls{{"a"}});
 }
 
 void CommandsTest::argumentList_data()
 {
     QTest::addColumn<QStringList>("list");
 
-    QTest::newRow("one") << QStringList{"a"};
-    QTest::newRow("empty-one") << QStringList{""};
-    QTest::newRow("null-one") << QStringList{QString()};
-    QTest::newRow("empty-ones-between") << QStringList{"", "a", "", "b", ""};
-    QTest::newRow("blanks") << QStringList{"a b", " ", "  c  ", "\t", "d\ne"};
-    QTest::newRow("double-quotes") << QStringList{"\"", "\"a b\"", "\"\"\"", "\"\""};
-    QTest::newRow("single-quotes") << QStringList{"'", "'a b'"};
-    QTest::newRow("backslashes") << QStringList{"\\", "\\\"", "a\\ b"};
-    QTest::newRow("shell-characters") << QStringList{"$HOME", "`id`", "*", ";", "|", "&", ">x", "~"};
-    QTest::newRow("options") << QStringList{"-p", "--", "-"};
-    QTest::newRow("percent-and-number") << QStringList{"%1", "%2", "%"};
-    QTest::newRow("beyond-ascii") << QStringList{QString::fromUtf8("\xC3\xA4 \xE2\x82\xAC \xF0\x9F\x93\xB7")};
-    QTest::newRow("very-long") << QStringList{QString(100000, 'x')};
+    const auto row = [](const char *name, const QStringList &list) { QTest::newRow(name) << list; };
+    row("one", {"a"});
+    row("empty", {""});
+    row("null", {QString()});
+    row("empty-between", {"", "a", "", "b", ""});
+    row("spaces", {"a b", " ", "  c  ", "\t", "d\ne"});
+    row("double-quotes", {"\"", "\"a b\"", "\"\"\"", "\"\""});
+    row("single-quotes", {"'", "'a b'"});
+    row("backslashes", {"\\", "\\\"", "a\\ b"});
+    row("shell-characters", {"$HOME", "`id`", "*", ";", "|", "&", ">x", "~"});
+    row("options", {"-p", "--", "-"});
+    row("percent-sign-and-number", {"%1", "%2", "%"});
+    row("outside-ascii", {"\u00E4 \u20AC \U0001F4F7"});
+    row("very-long", {QString(100000, 'x')});
 }
 
 void CommandsTest::argumentList()
@@ -270,7 +237,7 @@ void CommandsTest::argumentList()
     QFETCH(QStringList, list);
     StandIns standIns;
     standIns.add("probe", "echo ran; exit 7");
-    Arguments arguments;
+    QByteArrayList arguments;
     for (const QString &argument : list)
         arguments.append(argument.toUtf8());
 
@@ -278,10 +245,10 @@ void CommandsTest::argumentList()
 
     QCOMPARE(result.code, 7);
     QCOMPARE(result.output, QString("ran\n"));
-    QCOMPARE(standIns.calls("probe"), QList<Arguments>{arguments});
+    QCOMPARE(standIns.calls("probe"), Calls{arguments});
 }
 
-void CommandsTest::programWithBlankInItsName()
+void CommandsTest::programWithSpaceInItsName()
 {
     StandIns standIns;
     standIns.add("probe", "exit 1");
@@ -290,8 +257,8 @@ void CommandsTest::programWithBlankInItsName()
     QCOMPARE(run("probe b\"", {"c"}).code, 2);
     QCOMPARE(run(standIns.path() + "/probe b\"", {"c d"}).code, 2);
 
-    QCOMPARE(standIns.calls("probe b\""), (QList<Arguments>{{"c"}, {"c d"}}));
-    QCOMPARE(standIns.calls("probe"), QList<Arguments>{});
+    QCOMPARE(standIns.calls("probe b\""), (Calls{{"c"}, {"c d"}}));
+    QCOMPARE(standIns.calls("probe"), Calls{});
 }
 
 void CommandsTest::outputs_data()
@@ -305,18 +272,15 @@ void CommandsTest::outputs_data()
     row("nothing", "", "");
     row("one-line", "hi\n", "hi\n");
     row("no-line-feed", "hi", "hi");
-    row("blanks-at-the-ends", "  \n hi \n\n", "  \n hi \n\n");
+    row("spaces-at-the-ends", "  \n hi \n\n", "  \n hi \n\n");
     row("carriage-returns", "a\r\nb\r", "a\r\nb\r");
-    row("zero-byte", QByteArray("ab\0cd\n", 6), "ab");
-    row("zero-byte-first", QByteArray("\0cd\n", 4), "");
-    row("zero-byte-last", QByteArray("ab\0", 3), "ab");
-    row("two-zero-bytes", QByteArray("ab\0cd\0ef", 8), "ab");
-    row("utf-8", "\xC3\xA4 \xE2\x82\xAC \xF0\x9F\x93\xB7", QString::fromUtf16(u"\u00E4 \u20AC \U0001F4F7"));
-    row("no-utf-8",
-        "a\xFF"
-        "b",
-        QString::fromUtf16(u"a\uFFFDb"));
-    row("latin-1", "a\xE4", QString::fromUtf16(u"a\uFFFD"));
+    row("nul", QByteArray("ab\0cd\n", 6), "ab");
+    row("leading-nul", QByteArray("\0cd\n", 4), "");
+    row("trailing-nul", QByteArray("ab\0", 3), "ab");
+    row("two-nuls", QByteArray("ab\0cd\0ef", 8), "ab");
+    row("utf-8", "\u00E4 \u20AC \U0001F4F7", "\u00E4 \u20AC \U0001F4F7");
+    row("invalid-utf-8", "a\377b", "a\uFFFDb");
+    row("latin-1", "a\344", "a\uFFFD");
     row("more-than-a-pipe-holds", QByteArray(200000, 'x') + "\n", QString(200000, 'x') + "\n");
 }
 
@@ -358,24 +322,27 @@ void CommandsTest::unstartable_data()
     QTest::addColumn<QString>("command");
     QTest::addColumn<QStringList>("arguments");
 
-    QTest::newRow("empty-line") << "" << QStringList();
-    QTest::newRow("blank-line") << " \t\n " << QStringList();
-    QTest::newRow("nothing-quoted") << "\"\"" << QStringList();
-    QTest::newRow("lone-quote") << "\"" << QStringList();
-    QTest::newRow("quoted-blank") << "\" \"" << QStringList();
-    QTest::newRow("empty-program") << "" << QStringList{"a"};
-    QTest::newRow("blank-program") << " " << QStringList{"a"};
-    QTest::newRow("missing") << "missing" << QStringList();
-    QTest::newRow("missing-with-list") << "missing" << QStringList{"a"};
-    QTest::newRow("missing-path") << "%1/missing" << QStringList();
-    QTest::newRow("missing-folder") << "%1/missing/program" << QStringList{"a"};
-    QTest::newRow("blank-taken-into-the-name") << "echo a" << QStringList{"b"};
-    QTest::newRow("not-executable") << "%1/plain" << QStringList();
-    QTest::newRow("not-executable-with-list") << "%1/plain" << QStringList{"a"};
-    QTest::newRow("not-executable-on-path") << "plain" << QStringList();
-    QTest::newRow("folder") << "%1/folder" << QStringList();
-    QTest::newRow("missing-interpreter") << "%1/orphan" << QStringList();
-    QTest::newRow("no-program-format") << "%1/noise" << QStringList{"a"};
+    const auto row = [](const char *name, const char *command, const QStringList &arguments = {}) {
+        QTest::newRow(name) << command << arguments;
+    };
+    row("empty-line", "");
+    row("spaces-only", " \t\n ");
+    row("empty-quotes", "\"\"");
+    row("lone-quote", "\"");
+    row("quoted-space", "\" \"");
+    row("empty-program", "", {"a"});
+    row("program-name-is-a-space", " ", {"a"});
+    row("missing", "missing");
+    row("missing-with-list", "missing", {"a"});
+    row("missing-path", "%1/missing");
+    row("missing-folder", "%1/missing/program", {"a"});
+    row("space-is-part-of-the-name", "echo a", {"b"});
+    row("not-executable", "%1/plain");
+    row("not-executable-with-list", "%1/plain", {"a"});
+    row("not-executable-on-path", "plain");
+    row("folder", "%1/folder");
+    row("missing-interpreter", "%1/orphan");
+    row("not-an-executable-format", "%1/noise", {"a"});
 }
 
 void CommandsTest::unstartable()
@@ -383,12 +350,8 @@ void CommandsTest::unstartable()
     QFETCH(QString, command);
     QFETCH(QStringList, arguments);
     StandIns standIns;
-    writeFile(standIns.path() + "/plain", "#!/bin/sh\necho ran\n");
-    writeFile(standIns.path() + "/orphan", "#!/missing/interpreter\n");
-    writeFile(standIns.path() + "/noise", QByteArray("\x7F"
-                                                     "ELFnoise\0",
-                                                     10));
-    QVERIFY(QDir(standIns.path()).mkdir("folder"));
+    makeTree(standIns.path(), {"plain = #!/bin/sh\necho ran\n", "orphan = #!/missing/interpreter\n",
+                               "noise = \177ELFnoise", "folder/"});
     for (const char *const name : {"/orphan", "/noise"})
         QVERIFY(QFile::setPermissions(standIns.path() + name, QFile::ReadOwner | QFile::ExeOwner));
 
@@ -409,15 +372,15 @@ void CommandsTest::unclosedQuoteReachesTheShell()
     QCOMPARE(run("sh -c \"printf 'a b|c' | tr 'a-c' 'x-z' | grep y").output, QString("x y|z\n"));
 }
 
-void CommandsTest::limitNotReached_data()
+void CommandsTest::limitIsNotReached_data()
 {
     QTest::addColumn<int>("timeout");
 
-    QTest::newRow("no-limit") << -1;
-    QTest::newRow("some-limit") << 60000;
+    row("no-limit", -1);
+    row("some-limit", 60000);
 }
 
-void CommandsTest::limitNotReached()
+void CommandsTest::limitIsNotReached()
 {
     QFETCH(int, timeout);
 
@@ -432,16 +395,16 @@ void CommandsTest::stillRunningAtTheLimit_data()
 {
     QTest::addColumn<QString>("preparation");
 
-    QTest::newRow("plain") << "";
-    QTest::newRow("ignores-termination") << "trap '' TERM; ";
-    QTest::newRow("ignores-all-it-can") << "trap '' HUP INT QUIT PIPE TERM; ";
+    row("plain", "");
+    row("ignores-termination", "trap '' TERM; ");
+    row("ignores-every-signal-it-can", "trap '' HUP INT QUIT PIPE TERM; ");
 }
 
 void CommandsTest::stillRunningAtTheLimit()
 {
     QFETCH(QString, preparation);
 
-    const Result result = runUntilItHasPrinted(preparation + "echo err >&2; echo $$; exec sleep 600");
+    const Result result = runUntilItPrints(preparation + "echo err >&2; echo $$; exec sleep 600");
 
     QCOMPARE(result.code, 0);
     QCOMPARE(result.errors, QString("err\n"));
@@ -453,9 +416,9 @@ void CommandsTest::stillRunningAtTheLimit()
     QVERIFY(!QFileInfo::exists(QString("/proc/%1").arg(process)));
 }
 
-void CommandsTest::nothingTimeToStart()
+void CommandsTest::noTimeToStart()
 {
-    // A child that is ended before it becomes its program would run the handler of Qt Test, which prints.
+    // A child that is killed before its exec would run Qt Test's handler, which prints.
     const auto handler = std::signal(SIGTERM, SIG_DFL);
     for (int i = 0; i < 20; ++i) {
         QCOMPARE(run("sleep", {"600"}, 0).code, 0);
@@ -468,8 +431,8 @@ void CommandsTest::nothingTimeToStart()
 
 void CommandsTest::standardInputStaysOpen()
 {
-    // At the end of its input the shell would go on to the second echo.
-    const Result result = runUntilItHasPrinted("echo before; read line; echo after");
+    // At the end of its input the shell would run the second echo.
+    const Result result = runUntilItPrints("echo before; read line; echo after");
 
     QCOMPARE(result.code, 0);
     QCOMPARE(result.output, QString("before\n"));
@@ -481,6 +444,7 @@ void CommandsTest::threads()
     constexpr int RUNS = 10;
     std::vector<int> correct(THREADS, 0);
     std::vector<std::thread> threads;
+    threads.reserve(THREADS);
     for (int i = 0; i < THREADS; ++i) {
         threads.emplace_back([i, &correct] {
             for (int j = 0; j < RUNS; ++j) {
@@ -502,12 +466,12 @@ void CommandsTest::threads()
 
 void CommandsTest::descriptors()
 {
-    run("true"); // what Qt opens once and for all
-    const int before = openDescriptors();
+    run("true"); // lets Qt open the descriptors that it keeps
+    const QByteArrayList before = openDescriptors();
 
     for (int i = 0; i < 10; ++i) {
         run("true");
-        run("sh", {"-c", "echo a; echo b >&2; exit 3"});
+        runScript("echo a; echo b >&2; exit 3");
         run("missing");
         run("");
         runScript("kill -9 $$");
@@ -517,7 +481,7 @@ void CommandsTest::descriptors()
     QCOMPARE(openDescriptors(), before);
 }
 
-/// As hosts do that read their signals from a descriptor.
+/// As in hosts that read their signals from a descriptor.
 void CommandsTest::childSignalBlocked()
 {
     sigset_t childSignal;
@@ -525,20 +489,17 @@ void CommandsTest::childSignalBlocked()
     ::sigemptyset(&childSignal);
     ::sigaddset(&childSignal, SIGCHLD);
     ::pthread_sigmask(SIG_BLOCK, &childSignal, &before);
-    ::alarm(60); // a wait for a signal that never comes would have no end
-    QString output;
-    QString errors;
-    const int code = VornFileHandler::execCmdLine("sh", {"-c", "echo hi; exit 3"}, output, errors, -1);
+    ::alarm(60); // waiting for a signal that never arrives would hang
+    const Result result = runScript("echo hi; exit 3");
     ::alarm(0);
     ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    QCOMPARE(code, 3);
-    QCOMPARE(output, QString("hi\n"));
+    QCOMPARE(result.code, 3);
+    QCOMPARE(result.output, QString("hi\n"));
 }
 
-/// A host need not have an application object, so all of it runs without one first.
+/// A host may have no application object, so all tests run without one first.
 int main(int argc, char *argv[])
 {
-    qputenv("LC_ALL", "C.UTF-8"); // what programs are handed is in the encoding of the locale
     CommandsTest test;
     const int without = QTest::qExec(&test, argc, argv);
     const QCoreApplication application(argc, argv);

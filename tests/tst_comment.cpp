@@ -14,20 +14,20 @@
 
 using namespace VORN_FILE_HANDLER;
 
-// The library's calls of these come here first: the program's own definitions stand before those of Exiv2.
+// The library calls these functions instead of those of Exiv2: the program's own definitions take precedence.
 
-static int toolkitCalls = -1; ///< descriptor to which each of "i" and "t" is written
-static bool givesNoImage = false;
+static int toolkitCalls = -1; ///< descriptor that each call writes to: "i" to initialise, "t" to terminate
+static bool returnsNoImage = false;
 
 Exiv2::Image::AutoPtr Exiv2::ImageFactory::open(const std::string &path, bool useCurl)
 {
     using Function = Image::AutoPtr(const std::string &, bool);
     static const auto next = reinterpret_cast<Function *>(::dlsym(
         RTLD_NEXT, "_ZN5Exiv212ImageFactory4openERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEEb"));
-    return givesNoImage ? Image::AutoPtr() : next(path, useCurl);
+    return returnsNoImage ? Image::AutoPtr() : next(path, useCurl);
 }
 
-static void tell(const char *call)
+static void logCall(const char *call)
 {
     if (toolkitCalls >= 0 && ::write(toolkitCalls, call, 1) != 1)
         ::_exit(1);
@@ -38,7 +38,7 @@ bool Exiv2::XmpParser::initialize(XmpLockFct lock, void *data)
     using Function = bool(XmpLockFct, void *);
     static const auto next =
         reinterpret_cast<Function *>(::dlsym(RTLD_NEXT, "_ZN5Exiv29XmpParser10initializeEPFvPvbES1_"));
-    tell("i");
+    logCall("i");
     return next(lock, data);
 }
 
@@ -46,21 +46,21 @@ void Exiv2::XmpParser::terminate()
 {
     static const auto next =
         reinterpret_cast<void (*)()>(::dlsym(RTLD_NEXT, "_ZN5Exiv29XmpParser9terminateEv"));
-    tell("t");
+    logCall("t");
     next();
 }
 
 namespace {
 
-/// What the program exiv2 finds in a file as the comment, its character set in front.
+/// The comment that the program exiv2 reads from a file, after its character set.
 QString commentIn(const QString &path)
 {
     QByteArray output = outputOf("exiv2", {"-K", "Exif.Photo.UserComment", "-Pt", path});
-    output.chop(1); // the line feed behind it
+    output.chop(1); // the line feed at the end
     return QString::fromUtf8(output);
 }
 
-/// Key and value of every tag but the comment, and but those that say where in the file something lies.
+/// Key and value of every tag except the comment and those that contain file offsets.
 QByteArrayList otherTags(const QString &path)
 {
     QByteArrayList tags;
@@ -78,7 +78,8 @@ QByteArray pixels(const QString &path)
                     {"-nostdin", "-v", "error", "-i", path, "-f", "rawvideo", "-pix_fmt", "rgb24", "-"});
 }
 
-/// A fresh copy of a picture that was made once for all tests; "png" at the end of the path makes it a PNG.
+/// Writes a copy of a picture, which is created once for all tests: a PNG file for the extension "png", a
+/// JPEG file for any other.
 void writePicture(const QString &path)
 {
     static const QByteArray JPEG = pictureData("jpg", QSize(33, 25));
@@ -86,16 +87,11 @@ void writePicture(const QString &path)
     writeFile(path, path.endsWith("png") ? PNG : JPEG);
 }
 
-QByteArray content(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-/// The bytes that hold the EXIF data: the JPEG file itself; of a PNG, which packs them, what exiv2 unpacks.
+/// The bytes that contain the EXIF data: the JPEG file itself; for a PNG file, which compresses them, the
+/// data that exiv2 extracts.
 QByteArray exifBytes(const QString &path)
 {
-    return path.endsWith("png") ? outputOf("exiv2", {"-ee-", path}) : content(path);
+    return path.endsWith("png") ? outputOf("exiv2", {"-ee-", path}) : contentOf(path);
 }
 
 int setComment(const QString &path, const QString &comment)
@@ -103,7 +99,7 @@ int setComment(const QString &path, const QString &comment)
     return Metadata().setComment(QFileInfo(path), comment);
 }
 
-/// The calls of the XMP toolkit by a process that comments @p count missing files and ends.
+/// The calls to the XMP toolkit by a process that tries to comment @p count missing files and exits.
 QByteArray callsOfAProcess(int count)
 {
     int ends[2] = {-1, -1};
@@ -117,14 +113,14 @@ QByteArray callsOfAProcess(int count)
         std::exit(0);
     }
     ::close(ends[1]);
-    QFile told;
-    told.open(ends[0], QIODevice::ReadOnly, QFile::AutoCloseHandle);
-    const QByteArray calls = told.readAll();
+    QFile log;
+    log.open(ends[0], QIODevice::ReadOnly, QFile::AutoCloseHandle);
+    const QByteArray calls = log.readAll();
     ::waitpid(child, nullptr, 0);
     return calls;
 }
 
-/// Whether an exception of Exiv2 arrives.
+/// Returns whether setComment() throws an exception of Exiv2.
 bool throwsExiv2Error(const QString &path)
 {
     try {
@@ -152,22 +148,22 @@ private slots:
     void bytesOfTheComment_data();
     void bytesOfTheComment();
     void secondCommentReplacesTheFirst();
-    void foreignCommentIsReplaced();
-    void everythingElseInThePictureStays_data();
-    void everythingElseInThePictureStays();
-    void suffixDoesNotMatter();
-    void followsALink();
-    void commentOutsideTheBasicPlaneReturnsNormally();
+    void commentOfAnotherProgramIsReplaced();
+    void everythingElseInThePictureRemains_data();
+    void everythingElseInThePictureRemains();
+    void suffixMakesNoDifference();
+    void linkIsFollowed();
+    void commentOutsideTheBasicPlaneIsNoError();
     void missingFile_data();
     void missingFile();
-    void filesThatTakeNoComment_data();
-    void filesThatTakeNoComment();
-    void mediaThatStayUnchanged_data();
-    void mediaThatStayUnchanged();
-    void recordStaysUnchanged();
-    void oneCallAfterAnother();
+    void filesThatCannotHoldAComment_data();
+    void filesThatCannotHoldAComment();
+    void mediaThatRemainUnchanged_data();
+    void mediaThatRemainUnchanged();
+    void recordRemainsUnchanged();
+    void manyCalls();
     void noImageAndNoException();
-    void toolkitIsSetUpAndTornDown();
+    void toolkitIsInitialisedAndTerminated();
     void widensBytes_data();
     void widensBytes();
     void widensEveryByte();
@@ -177,21 +173,21 @@ void CommentTest::writesComment_data()
 {
     QTest::addColumn<QString>("comment");
 
-    QTest::newRow("ascii") << "Holiday at the sea";
-    QTest::newRow("one-character") << "A";
-    QTest::newRow("empty") << "";
-    QTest::newRow("umlauts") << QString("Gr\u00FC\u00DFe aus \u00D6sterreich");
-    QTest::newRow("letters-of-other-scripts") << QString("\u0416\u3042\u05D0\u4E2D");
-    QTest::newRow("last-of-the-basic-plane") << QString("\uFFFD");
-    QTest::newRow("blanks-around") << "  two in front and behind  ";
-    QTest::newRow("quotes-and-backslashes") << "\"quoted\" 'single' \\ back";
-    QTest::newRow("several-lines") << "first\nsecond\tthird";
-    QTest::newRow("character-set-in-front") << "charset=Ascii text";
-    QTest::newRow("quoted-character-set-in-front") << "charset=\"Jis\" text";
-    QTest::newRow("markers-and-percent-signs") << "%1 %s %n";
-    QTest::newRow("shell-characters") << "$(touch made) `x` ; |";
-    QTest::newRow("a-thousand-characters") << QString(1000, QChar(0xE4));
-    QTest::newRow("ten-thousand-characters") << QString(10000, 'x');
+    row("ascii", "Holiday at the sea");
+    row("one-character", "A");
+    row("empty", "");
+    row("umlauts", "Gr\u00FC\u00DFe aus \u00D6sterreich");
+    row("other-scripts", "\u0416\u3042\u05D0\u4E2D");
+    row("end-of-the-basic-plane", "\uFFFD");
+    row("spaces-around", "  two before and after  ");
+    row("quotes-and-backslashes", "\"quoted\" 'single' \\ back");
+    row("several-lines", "first\nsecond\tthird");
+    row("character-set-first", "charset=Ascii text");
+    row("quoted-character-set-first", "charset=\"Jis\" text");
+    row("place-markers-and-percent-signs", "%1 %s %n");
+    row("shell-characters", "$(touch made) `x` ; |");
+    row("a-thousand-characters", QString(1000, QChar(0xE4)));
+    row("ten-thousand-characters", QString(10000, 'x'));
 }
 
 void CommentTest::writesComment()
@@ -206,7 +202,7 @@ void CommentTest::writesComment()
         QCOMPARE(capture.take(), QByteArray());
         QCOMPARE(commentIn(path), "charset=Unicode " + comment);
     }
-    QCOMPARE(tree(directory.path()), (QByteArrayList{"a.jpg", "a.png"}));
+    QCOMPARE(tree(directory.path()), (Tree{"a.jpg", "a.png"}));
 }
 
 void CommentTest::bytesOfTheComment_data()
@@ -215,18 +211,17 @@ void CommentTest::bytesOfTheComment_data()
     QTest::addColumn<QByteArray>("text");   // hexadecimal
     QTest::addColumn<QByteArray>("length"); // of text and character set, hexadecimal, in four bytes
 
-    QTest::newRow("ascii") << "Sea" << QByteArray("530065006100") << QByteArray("0e000000");
-    QTest::newRow("empty") << "" << QByteArray() << QByteArray("08000000");
-    QTest::newRow("umlauts") << QString("Gr\u00FC\u00DF") << QByteArray("47007200fc00df00")
-                             << QByteArray("10000000");
-    QTest::newRow("letters-of-other-scripts")
-        << QString("\u0416\u3042\u05D0\u4E2D") << QByteArray("16044230d0052d4e") << QByteArray("10000000");
-    QTest::newRow("character-set-in-front")
-        << "charset=A" << QByteArray("63006800610072007300650074003d004100") << QByteArray("1a000000");
+    const auto row = [](const char *name, const char *comment, const QByteArray &text,
+                        const QByteArray &length) { QTest::newRow(name) << comment << text << length; };
+    row("ascii", "Sea", "530065006100", "0e000000");
+    row("empty", "", "", "08000000");
+    row("umlauts", "Gr\u00FC\u00DF", "47007200fc00df00", "10000000");
+    row("other-scripts", "\u0416\u3042\u05D0\u4E2D", "16044230d0052d4e", "10000000");
+    row("character-set-first", "charset=A", "63006800610072007300650074003d004100", "1a000000");
 }
 
-/// As other programs find it: the character set in eight bytes, then the text in UTF-16 without a byte-order
-/// mark, in the byte order that Exiv2 chooses where a picture has none yet.
+/// The comment as other programs read it: the character set in eight bytes, then the text in UTF-16 without a
+/// byte-order mark, in the byte order that Exiv2 chooses if the picture has none yet.
 void CommentTest::bytesOfTheComment()
 {
     QFETCH(const QString, comment);
@@ -259,7 +254,7 @@ void CommentTest::secondCommentReplacesTheFirst()
     }
 }
 
-void CommentTest::foreignCommentIsReplaced()
+void CommentTest::commentOfAnotherProgramIsReplaced()
 {
     const QTemporaryDir directory;
     const QString path = directory.filePath("a.jpg");
@@ -269,15 +264,15 @@ void CommentTest::foreignCommentIsReplaced()
     QCOMPARE(commentIn(path), QString("charset=Unicode ours"));
 }
 
-void CommentTest::everythingElseInThePictureStays_data()
+void CommentTest::everythingElseInThePictureRemains_data()
 {
     QTest::addColumn<QString>("name");
 
-    QTest::newRow("jpeg") << "a.jpg";
-    QTest::newRow("png") << "a.png";
+    row("jpeg", "a.jpg");
+    row("png", "a.png");
 }
 
-void CommentTest::everythingElseInThePictureStays()
+void CommentTest::everythingElseInThePictureRemains()
 {
     QFETCH(const QString, name);
     const QTemporaryDir directory;
@@ -298,7 +293,7 @@ void CommentTest::everythingElseInThePictureStays()
     QCOMPARE(commentIn(path), QString("charset=Unicode comment"));
 }
 
-void CommentTest::suffixDoesNotMatter()
+void CommentTest::suffixMakesNoDifference()
 {
     const QTemporaryDir directory;
     for (const char *name : {"a.avi", "notes.txt", "README", "\u00FC b'\"$(x).thumb"}) {
@@ -309,17 +304,17 @@ void CommentTest::suffixDoesNotMatter()
     }
 }
 
-void CommentTest::followsALink()
+void CommentTest::linkIsFollowed()
 {
     const QTemporaryDir directory;
-    const CurrentDirectory inside(directory.path());
+    const CurrentDirectory current(directory.path());
     writePicture(directory.filePath("a.jpg"));
-    makeEntries(directory.path(), {"link.jpg@a.jpg"});
+    makeTree(directory.path(), {"link.jpg -> a.jpg"});
     QCOMPARE(setComment("link.jpg", "comment"), 0);
     QCOMPARE(commentIn("link.jpg"), QString("charset=Unicode comment"));
 }
 
-void CommentTest::commentOutsideTheBasicPlaneReturnsNormally()
+void CommentTest::commentOutsideTheBasicPlaneIsNoError()
 {
     const QTemporaryDir directory;
     writePicture(directory.filePath("a.jpg"));
@@ -332,74 +327,70 @@ void CommentTest::commentOutsideTheBasicPlaneReturnsNormally()
 void CommentTest::missingFile_data()
 {
     QTest::addColumn<QString>("path");
-    QTest::addColumn<QByteArray>("reported"); // behind the current directory
-
-    const QString zero(QChar::Null);
-    QTest::newRow("missing") << "gone.jpg" << QByteArray("/gone.jpg");
-    QTest::newRow("missing-folder") << "gone/gone.jpg" << QByteArray("/gone/gone.jpg");
-    QTest::newRow("dangling-link") << "link.jpg" << QByteArray("/link.jpg");
-    QTest::newRow("letters-outside-ascii") << "\u00FC.jpg" << QByteArray("/\u00FC.jpg");
-    QTest::newRow("percent-signs") << "%s%n.jpg" << QByteArray("/%s%n.jpg");
-    QTest::newRow("path-that-is-not-clean") << "x/../gone.jpg" << QByteArray("/gone.jpg");
+    QTest::addColumn<QString>("printed"); // after the current directory
+    row("missing", "gone.jpg", "/gone.jpg");
+    row("missing-folder", "gone/gone.jpg", "/gone/gone.jpg");
+    row("dangling-link", "link.jpg", "/link.jpg");
+    row("outside-ascii", "\u00FC.jpg", "/\u00FC.jpg");
+    row("percent-signs", "%s%n.jpg", "/%s%n.jpg");
+    row("path-is-not-clean", "x/../gone.jpg", "/gone.jpg");
 }
 
 void CommentTest::missingFile()
 {
     QFETCH(const QString, path);
-    QFETCH(const QByteArray, reported);
+    QFETCH(const QString, printed);
     const QTemporaryDir directory;
-    makeEntries(directory.path(), {"link.jpg@missing"});
-    const CurrentDirectory inside(directory.path());
-    const QByteArray line = "Error: File does not exist: " + QDir::currentPath().toUtf8() + reported + "\n";
+    makeTree(directory.path(), {"link.jpg -> missing"});
+    const CurrentDirectory current(directory.path());
+    const QByteArray line = ("Error: File does not exist: " + QDir::currentPath() + printed + "\n").toUtf8();
     StandardErrorCapture capture;
     QCOMPARE(setComment(path, "comment"), 1);
     QCOMPARE(capture.take(), line);
     QCOMPARE(setComment(QDir::currentPath() + "/" + path, ""), 1);
     QCOMPARE(capture.take(), line);
-    QCOMPARE(tree(directory.path()), QByteArrayList{"link.jpg -> missing"});
+    QCOMPARE(tree(directory.path()), Tree{"link.jpg -> missing"});
 }
 
-void CommentTest::filesThatTakeNoComment_data()
+void CommentTest::filesThatCannotHoldAComment_data()
 {
     QTest::addColumn<QByteArray>("data"); // null: a folder
 
-    QTest::newRow("text") << QByteArray("this is no picture\n");
-    QTest::newRow("empty") << QByteArray("");
-    QTest::newRow("bitmap") << QByteArray::fromHex(
-        "424d1e000000000000001a0000000c0000000100010001001800ffffff00");
-    QTest::newRow("gif") << QByteArray("GIF89a\1\0\1\0\0\0\0;", 14);
-    QTest::newRow("damaged-png") << QByteArray::fromHex("89504e470d0a1a0a0000");
-    QTest::newRow("damaged-jpeg") << QByteArray::fromHex("ffd8ffe0");
-    QTest::newRow("folder") << QByteArray();
+    row("text", QByteArray("this is not a picture\n"));
+    row("empty", QByteArray(""));
+    row("bitmap", QByteArray::fromHex("424d1e000000000000001a0000000c0000000100010001001800ffffff00"));
+    row("gif", QByteArray("GIF89a\1\0\1\0\0\0\0;", 14));
+    row("damaged-png", QByteArray::fromHex("89504e470d0a1a0a0000"));
+    row("damaged-jpeg", QByteArray::fromHex("ffd8ffe0"));
+    row("folder", QByteArray());
 }
 
-void CommentTest::filesThatTakeNoComment()
+void CommentTest::filesThatCannotHoldAComment()
 {
     QFETCH(const QByteArray, data);
     const QTemporaryDir directory;
     const QString path = directory.filePath("a.jpg");
     if (data.isNull())
-        makeEntries(directory.path(), {"a.jpg/"});
+        makeTree(directory.path(), {"a.jpg/"});
     else
         writeFile(path, data);
-    const auto before = tree(directory.path());
+    const Tree before = treeWithContents(directory.path());
     StandardErrorCapture capture;
     QVERIFY(throwsExiv2Error(path));
     QCOMPARE(capture.take(), QByteArray());
-    QCOMPARE(content(path), data);
-    QCOMPARE(tree(directory.path()), before);
+    QCOMPARE(treeWithContents(directory.path()), before);
 }
 
-void CommentTest::mediaThatStayUnchanged_data()
+void CommentTest::mediaThatRemainUnchanged_data()
 {
     QTest::addColumn<QString>("name");
 
-    QTest::newRow("avi") << "a.avi";
-    QTest::newRow("mkv") << "a.mkv";
-    QTest::newRow("wav") << "a.wav";
+    row("avi", "a.avi");
+    row("mkv", "a.mkv");
+    row("wav", "a.wav");
 }
 
-void CommentTest::mediaThatStayUnchanged()
+void CommentTest::mediaThatRemainUnchanged()
 {
     QFETCH(const QString, name);
     const QTemporaryDir directory;
@@ -408,38 +399,26 @@ void CommentTest::mediaThatStayUnchanged()
         makeSound(path);
     else
         makeVideo(path, QSize(32, 24));
-    const QByteArray before = content(path);
+    const QByteArray before = contentOf(path);
     StandardErrorCapture capture;
     QCOMPARE(setComment(path, "comment"), 0);
     QCOMPARE(capture.take(), QByteArray());
-    QVERIFY(content(path) == before);
+    QVERIFY(contentOf(path) == before);
 }
 
-void CommentTest::recordStaysUnchanged()
+void CommentTest::recordRemainsUnchanged()
 {
     const QTemporaryDir directory;
     writePicture(directory.filePath("a.jpg"));
-    const QDateTime time = QDateTime::fromMSecsSinceEpoch(1000);
     Metadata record;
-    record.mType = FILE_TYPE_AUDIO; // and no matter either
-    record.mFileName = "former";
-    record.mSize = 1;
-    record.mCreated = record.mLastModified = time;
-    record.mWidth = record.mHeight = record.mLength = record.mBitrate = record.mFramerate = 2;
-    record.mImageCount = record.mThumbCount = record.mVideoCount = record.mAudioCount = 3;
+    fillRecord(record); // as an audio file: the type makes no difference
+    const QVariantList before = fieldsOf(record);
     QCOMPARE(record.setComment(QFileInfo(directory.filePath("a.jpg")), "comment"), 0);
-    QCOMPARE(record.mType, FILE_TYPE_AUDIO);
-    QCOMPARE(record.mFileName, QString("former"));
-    QCOMPARE(record.mSize, 1);
-    QCOMPARE((QList<QDateTime>{record.mCreated, record.mLastModified}), (QList<QDateTime>{time, time}));
-    QCOMPARE((QList<int>{record.mWidth, record.mHeight, record.mLength, record.mBitrate, record.mFramerate}),
-             (QList<int>{2, 2, 2, 2, 2}));
-    QCOMPARE((QList<int>{record.mImageCount, record.mThumbCount, record.mVideoCount, record.mAudioCount}),
-             (QList<int>{3, 3, 3, 3}));
+    QCOMPARE(fieldsOf(record), before);
 }
 
-// The C library keeps more exit registrations than the 32 that it has to.
-void CommentTest::oneCallAfterAnother()
+/// The C library accepts more functions for atexit() than the 32 that it must accept.
+void CommentTest::manyCalls()
 {
     const QTemporaryDir directory;
     const QString path = directory.filePath("a.jpg");
@@ -454,21 +433,21 @@ void CommentTest::noImageAndNoException()
     const QTemporaryDir directory;
     const QString path = directory.filePath("a.jpg");
     writePicture(path);
-    const QByteArray before = content(path);
+    const QByteArray before = contentOf(path);
     StandardErrorCapture capture;
-    givesNoImage = true;
+    returnsNoImage = true;
     const int result = setComment(path, "x");
-    givesNoImage = false;
+    returnsNoImage = false;
     QCOMPARE(result, 1);
     QCOMPARE(capture.take(), "Error: Cannot open input file " + path.toUtf8() + "\n");
-    QCOMPARE(content(path), before);
+    QCOMPARE(contentOf(path), before);
 }
 
-/// Each call sets the XMP toolkit up, and has it torn down once more when the program ends.
-void CommentTest::toolkitIsSetUpAndTornDown()
+/// Each call initialises the XMP toolkit and registers one more termination for the end of the program.
+void CommentTest::toolkitIsInitialisedAndTerminated()
 {
     const StandardErrorCapture capture;
-    const QByteArray none = callsOfAProcess(0); // what the other tests have had registered
+    const QByteArray none = callsOfAProcess(0); // registered by the other tests
     const QByteArray two = callsOfAProcess(2);
     QCOMPARE(two.count('i') - none.count('i'), 2);
     QCOMPARE(two.count('t') - none.count('t'), 2);
@@ -479,15 +458,17 @@ void CommentTest::widensBytes_data()
     QTest::addColumn<QByteArray>("text");
     QTest::addColumn<QByteArray>("expected"); // hexadecimal
 
-    QTest::newRow("empty") << QByteArray() << QByteArray("fffe0000");
-    QTest::newRow("ascii") << QByteArray("A") << QByteArray("fffe41000000");
-    QTest::newRow("several") << QByteArray("AbC") << QByteArray("fffe4100620043000000");
-    QTest::newRow("two-byte-character") << QByteArray("\xC3\xA9") << QByteArray("fffec300a9000000");
-    QTest::newRow("four-byte-character")
-        << QByteArray("\xF0\x9F\x98\x80") << QByteArray("fffef0009f00980080000000");
-    QTest::newRow("no-valid-utf-8") << QByteArray("\xFF\x80") << QByteArray("fffeff0080000000");
-    QTest::newRow("zero-bytes") << QByteArray("\0a\0", 3) << QByteArray("fffe0000610000000000");
-    QTest::newRow("order-mark") << QByteArray("\xEF\xBB\xBF") << QByteArray("fffeef00bb00bf000000");
+    const auto row = [](const char *name, const QByteArray &text, const QByteArray &expected) {
+        QTest::newRow(name) << text << expected;
+    };
+    row("empty", "", "fffe0000");
+    row("ascii", "A", "fffe41000000");
+    row("several", "AbC", "fffe4100620043000000");
+    row("two-byte-character", "\u00E9", "fffec300a9000000");
+    row("four-byte-character", "\U0001F600", "fffef0009f00980080000000");
+    row("invalid-utf-8", "\377\200", "fffeff0080000000");
+    row("nul-bytes", QByteArray("\0a\0", 3), "fffe0000610000000000");
+    row("byte-order-mark", "\uFEFF", "fffeef00bb00bf000000");
 }
 
 void CommentTest::widensBytes()

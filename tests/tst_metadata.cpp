@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "media.h"
 #include "standins.h"
 #include "testsupport.h"
 
 #include <QThread>
 #include <QtTest>
 
-#include <cstddef>
 #include <cstring>
 #include <new>
 #include <type_traits>
@@ -17,91 +15,35 @@
 
 using namespace VORN_FILE_HANDLER;
 
-// Hosts are built against this layout.
-static_assert(std::is_standard_layout_v<Metadata> && !std::is_polymorphic_v<Metadata>);
-static_assert(offsetof(Metadata, mType) == 0);
-static_assert(offsetof(Metadata, mFileName) < offsetof(Metadata, mSize));
-static_assert(offsetof(Metadata, mType) < offsetof(Metadata, mFileName));
-static_assert(offsetof(Metadata, mSize) < offsetof(Metadata, mCreated));
-static_assert(offsetof(Metadata, mCreated) < offsetof(Metadata, mLastModified));
-static_assert(offsetof(Metadata, mLastModified) < offsetof(Metadata, mWidth));
-static_assert(offsetof(Metadata, mWidth) < offsetof(Metadata, mHeight));
-static_assert(offsetof(Metadata, mHeight) < offsetof(Metadata, mLength));
-static_assert(offsetof(Metadata, mLength) < offsetof(Metadata, mBitrate));
-static_assert(offsetof(Metadata, mBitrate) < offsetof(Metadata, mFramerate));
-static_assert(offsetof(Metadata, mFramerate) < offsetof(Metadata, mImageCount));
-static_assert(offsetof(Metadata, mImageCount) < offsetof(Metadata, mThumbCount));
-static_assert(offsetof(Metadata, mThumbCount) < offsetof(Metadata, mVideoCount));
-static_assert(offsetof(Metadata, mVideoCount) < offsetof(Metadata, mAudioCount));
-static_assert(std::is_same_v<decltype(Metadata::mType), eFileTypes> && sizeof(eFileTypes) == 4);
-static_assert(std::is_same_v<decltype(Metadata::mFileName), QString>);
-static_assert(std::is_same_v<decltype(Metadata::mSize), qint64>);
-static_assert(std::is_same_v<decltype(Metadata::mCreated), QDateTime>);
-static_assert(std::is_same_v<decltype(Metadata::mLastModified), QDateTime>);
-static_assert(std::is_same_v<decltype(Metadata::mWidth), int>);
-static_assert(std::is_same_v<decltype(Metadata::mHeight), int>);
-static_assert(std::is_same_v<decltype(Metadata::mLength), int>);
-static_assert(std::is_same_v<decltype(Metadata::mBitrate), int>);
-static_assert(std::is_same_v<decltype(Metadata::mFramerate), int>);
-static_assert(std::is_same_v<decltype(Metadata::mImageCount), int>);
-static_assert(std::is_same_v<decltype(Metadata::mThumbCount), int>);
-static_assert(std::is_same_v<decltype(Metadata::mVideoCount), int>);
-static_assert(std::is_same_v<decltype(Metadata::mAudioCount), int>);
+// Hosts are built against the layout, which tests/abi pins.
+static_assert(std::is_standard_layout_v<Metadata> && sizeof(eFileTypes) == 4);
 
 namespace {
 
-using Figures = QVector<int>;
+using Values = QVector<int>;
 
 /// Width, height, length, bitrate, frame rate.
-Figures pictureFigures(const Metadata &record)
+Values mediaValues(const Metadata &record)
 {
     return {record.mWidth, record.mHeight, record.mLength, record.mBitrate, record.mFramerate};
 }
 
-/// Images, thumbnails, videos, sounds.
-Figures counts(const Metadata &record)
+/// Images, thumbnails, videos, audio files.
+Values counts(const Metadata &record)
 {
     return {record.mImageCount, record.mThumbCount, record.mVideoCount, record.mAudioCount};
 }
 
-/// Every field but the counts.
+/// Every field except the counts, which are not copied.
 QVariantList copied(const Metadata &record)
 {
-    QVariantList fields = {int(record.mType), record.mFileName, record.mSize, record.mCreated,
-                           record.mLastModified};
-    for (const int figure : pictureFigures(record))
-        fields.append(figure);
-    return fields;
+    return fieldsOf(record).mid(0, 10);
 }
 
-/// Gives every field a value that is not its default and that no other field has.
-void fill(Metadata &record, int base = 0)
-{
-    record.mType = FILE_TYPE_AUDIO_WAV;
-    record.mFileName = "former" + QString::number(base);
-    record.mSize = base + 77;
-    record.mCreated = QDateTime::fromMSecsSinceEpoch(base + 1000);
-    record.mLastModified = QDateTime::fromMSecsSinceEpoch(base + 2000);
-    int figure = base;
-    for (int *field : {&record.mWidth, &record.mHeight, &record.mLength, &record.mBitrate, &record.mFramerate,
-                       &record.mImageCount, &record.mThumbCount, &record.mVideoCount, &record.mAudioCount})
-        *field = ++figure;
-}
+const Values FORMER_VALUES = {1, 2, 3, 4, 5};
+const Values FORMER_COUNTS = {6, 7, 8, 9};
 
-const Figures FORMER_FIGURES = {1, 2, 3, 4, 5};
-const Figures FORMER_COUNTS = {6, 7, 8, 9};
-
-eFileTypes anyType(int value)
-{
-    return static_cast<eFileTypes>(value);
-}
-
-QByteArray missingFolderLine(const QString &path)
-{
-    return diagnosticLine("directory " + path.toUtf8() + " doesn't exist");
-}
-
-/// Memory that is not zero, for a record whose constructor has to set every field.
+/// A record in memory that is not zero, so that its constructor must set every field.
 class DirtyRecord
 {
 public:
@@ -112,8 +54,8 @@ public:
         mRecord = new (mMemory) Metadata(std::forward<Arguments>(arguments)...);
     }
     ~DirtyRecord() { mRecord->~Metadata(); }
-    DirtyRecord(const DirtyRecord &) = delete;
-    DirtyRecord &operator=(const DirtyRecord &) = delete;
+    Q_DISABLE_COPY(DirtyRecord)
+
     const Metadata &record() const { return *mRecord; }
 
 private:
@@ -138,21 +80,21 @@ private slots:
     void typesByName_data();
     void typesByName();
     void typeOfLinks();
-    void figuresByType_data();
-    void figuresByType();
-    void figuresOneByOne_data();
-    void figuresOneByOne();
+    void valuesByType_data();
+    void valuesByType();
+    void valuesOneByOne_data();
+    void valuesOneByOne();
     void typedConstructorSetsEveryField_data();
     void typedConstructorSetsEveryField();
     void fillsFromAFile();
     void fillsFromAFileOfUnknownType();
     void fillsFromAMissingFile();
-    void fillsWithoutAFile_data();
-    void fillsWithoutAFile();
-    void setFileGoesByTheStoredType();
-    void setFileTakesNameDatesAndSizeForEveryType_data();
-    void setFileTakesNameDatesAndSizeForEveryType();
-    void folderAfterAVideoKeepsTheFigures();
+    void fillsWithoutAnExistingFile_data();
+    void fillsWithoutAnExistingFile();
+    void setFileFollowsTheStoredType();
+    void setFileReadsNameDatesAndSizeForEveryType_data();
+    void setFileReadsNameDatesAndSizeForEveryType();
+    void folderAfterAVideoKeepsTheValues();
     void fileAfterAFolderKeepsTheCounts();
     void summary_data();
     void summary();
@@ -160,10 +102,10 @@ private slots:
     void summaryOfALinkToAFolder();
     void summaryOfAMissingFolder_data();
     void summaryOfAMissingFolder();
-    void contentNeedsAFolderRecord_data();
-    void contentNeedsAFolderRecord();
-    void sizeNeedsNoFolderRecord_data();
-    void sizeNeedsNoFolderRecord();
+    void contentRequiresAFolderRecord_data();
+    void contentRequiresAFolderRecord();
+    void sizeDoesNotRequireAFolderRecord_data();
+    void sizeDoesNotRequireAFolderRecord();
 };
 
 void MetadataTest::defaults()
@@ -174,7 +116,7 @@ void MetadataTest::defaults()
     QVERIFY(dirty.record().mFileName.isEmpty());
     QVERIFY(dirty.record().mCreated.isNull());
     QVERIFY(dirty.record().mLastModified.isNull());
-    QCOMPARE(counts(dirty.record()), (Figures{0, 0, 0, 0}));
+    QCOMPARE(counts(dirty.record()), (Values{0, 0, 0, 0}));
     QCOMPARE(Metadata().getMediaCategory(), 240);
 }
 
@@ -183,20 +125,20 @@ void MetadataTest::categories_data()
     QTest::addColumn<int>("type");
     QTest::addColumn<int>("expected");
 
-    QTest::newRow("image") << int(FILE_TYPE_IMAGE) << 16;
-    QTest::newRow("jpeg") << int(FILE_TYPE_IMAGE_JPEG) << 16;
-    QTest::newRow("png") << int(FILE_TYPE_IMAGE_PNG) << 16;
-    QTest::newRow("thumbnail") << int(FILE_TYPE_THUMB) << 16;
-    QTest::newRow("video") << int(FILE_TYPE_VIDEO) << 32;
-    QTest::newRow("avi") << int(FILE_TYPE_VIDEO_AVI) << 32;
-    QTest::newRow("mkv") << int(FILE_TYPE_VIDEO_MKV) << 32;
-    QTest::newRow("audio") << int(FILE_TYPE_AUDIO) << 64;
-    QTest::newRow("wav") << int(FILE_TYPE_AUDIO_WAV) << 64;
-    QTest::newRow("directory") << int(FILE_TYPE_DIRECTORY) << 128;
-    QTest::newRow("unknown") << int(FILE_TYPE_UNKNOWN) << 240;
-    QTest::newRow("zero") << 0 << 0;
-    QTest::newRow("low-bits-only") << 15 << 0;
-    QTest::newRow("high-bits") << 0x7FFFFF25 << 32;
+    row("image", FILE_TYPE_IMAGE, 16);
+    row("jpeg", FILE_TYPE_IMAGE_JPEG, 16);
+    row("png", FILE_TYPE_IMAGE_PNG, 16);
+    row("thumbnail", FILE_TYPE_THUMB, 16);
+    row("video", FILE_TYPE_VIDEO, 32);
+    row("avi", FILE_TYPE_VIDEO_AVI, 32);
+    row("mkv", FILE_TYPE_VIDEO_MKV, 32);
+    row("audio", FILE_TYPE_AUDIO, 64);
+    row("wav", FILE_TYPE_AUDIO_WAV, 64);
+    row("folder", FILE_TYPE_DIRECTORY, 128);
+    row("unknown", FILE_TYPE_UNKNOWN, 240);
+    row("zero", 0, 0);
+    row("low-bits-only", 15, 0);
+    row("high-bits", 0x7FFFFF25, 32);
 }
 
 void MetadataTest::categories()
@@ -213,7 +155,7 @@ void MetadataTest::categories()
 void MetadataTest::setTypeStoresNothingElse()
 {
     Metadata record;
-    fill(record);
+    fillRecord(record);
     QVariantList expected = copied(record);
     expected[0] = 33;
     record.setType(FILE_TYPE_VIDEO_AVI);
@@ -224,22 +166,22 @@ void MetadataTest::setTypeStoresNothingElse()
 void MetadataTest::assignmentLeavesTheCounts()
 {
     Metadata target;
-    fill(target);
+    fillRecord(target);
     Metadata source;
-    fill(source, 100);
+    fillRecord(source, 100);
     const QVariantList fields = copied(source);
 
     QCOMPARE(&(target = source), &target);
     QCOMPARE(copied(target), fields);
     QCOMPARE(counts(target), FORMER_COUNTS);
     QCOMPARE(copied(source), fields);
-    QCOMPARE(counts(source), (Figures{106, 107, 108, 109}));
+    QCOMPARE(counts(source), (Values{106, 107, 108, 109}));
 }
 
 void MetadataTest::assignmentToItself()
 {
     Metadata record;
-    fill(record);
+    fillRecord(record);
     const QVariantList fields = copied(record);
     const Metadata &same = record;
     record = same;
@@ -250,10 +192,10 @@ void MetadataTest::assignmentToItself()
 void MetadataTest::copyHasNoCounts()
 {
     Metadata source;
-    fill(source);
+    fillRecord(source);
     const DirtyRecord copy(source);
     QCOMPARE(copied(copy.record()), copied(source));
-    QCOMPARE(counts(copy.record()), (Figures{0, 0, 0, 0}));
+    QCOMPARE(counts(copy.record()), (Values{0, 0, 0, 0}));
     QCOMPARE(counts(source), FORMER_COUNTS);
 }
 
@@ -273,13 +215,13 @@ void MetadataTest::typesByName_data()
     row("wav", "rec.wav", 64);
     row("other-suffix", "notes.txt", -1);
     row("no-suffix", "README", -1);
-    row("capitals", "PIC.JPG", -1);
+    row("upper-case", "PIC.JPG", -1);
     row("mixed-case", "clip.Mkv", -1);
     row("longer-suffix", "pic.jpeg", -1);
     row("last-of-several-suffixes", "a.avi.wav", 64);
-    row("dot-at-the-end", "a.avi.", -1);
-    row("hidden-file-that-is-all-suffix", ".wav", 64);
-    row("name-without-a-dot-like-a-suffix", "wav", -1);
+    row("trailing-dot", "a.avi.", -1);
+    row("hidden-file-that-is-only-a-suffix", ".wav", 64);
+    row("suffix-without-a-dot", "wav", -1);
     row("folder", "100ABC/", 128);
     row("folder-named-like-a-photo", "album.jpg/", 128);
     row("hidden-folder", ".x/", 128);
@@ -290,7 +232,8 @@ void MetadataTest::typesByName()
     QFETCH(const QByteArray, entry);
     QFETCH(const int, expected);
     const QTemporaryDir directory;
-    makeEntries(directory.path(), {entry});
+    const bool isFolder = entry.endsWith('/');
+    makeTree(directory.path(), {isFolder ? entry : entry + " size 8"});
     StandIns programs;
     programs.add("ffprobe");
 
@@ -300,14 +243,15 @@ void MetadataTest::typesByName()
     VornFileHandler::getMetadata(file, record);
     QCOMPARE(int(record.mType), expected);
     QCOMPARE(record.mFileName, QString::fromUtf8(entry).remove('/'));
-    QCOMPARE(record.mSize, expected == 128 ? 0 : 8);
+    QCOMPARE(record.mSize, isFolder ? 0 : 8);
     QCOMPARE(capture.take(), QByteArray());
 }
 
 void MetadataTest::typeOfLinks()
 {
     const QTemporaryDir directory;
-    makeEntries(directory.path(), {"folder/a.wav", "link.jpg@folder", "b.wav@folder/a.wav", "c.wav@missing"});
+    makeTree(directory.path(),
+             {"folder/a.wav size 8", "link.jpg -> folder", "b.wav -> folder/a.wav", "c.wav -> missing"});
     Metadata record;
     VornFileHandler::getMetadata(QFileInfo(directory.filePath("link.jpg")), record);
     QCOMPARE(record.mType, FILE_TYPE_DIRECTORY);
@@ -319,124 +263,124 @@ void MetadataTest::typeOfLinks()
     QCOMPARE(record.mSize, 0);
 }
 
-void MetadataTest::figuresByType_data()
+void MetadataTest::valuesByType_data()
 {
     QTest::addColumn<int>("type");
-    QTest::addColumn<Figures>("expected"); // from 1, 2, 3, 4, 5
+    QTest::addColumn<Values>("expected"); // initially 1, 2, 3, 4, 5
     QTest::addColumn<int>("probes");
 
-    const Figures image = {-1, -1, 3, 4, 5};
-    const Figures video = {640, 480, 60, 6000, 30};
-    const Figures audio = {1, 2, 60, 6000, 5};
-    QTest::newRow("image") << int(FILE_TYPE_IMAGE) << image << 0;
-    QTest::newRow("jpeg") << int(FILE_TYPE_IMAGE_JPEG) << image << 0;
-    QTest::newRow("png") << int(FILE_TYPE_IMAGE_PNG) << image << 0;
-    QTest::newRow("thumbnail") << int(FILE_TYPE_THUMB) << image << 0;
-    QTest::newRow("video") << int(FILE_TYPE_VIDEO) << video << 1;
-    QTest::newRow("avi") << int(FILE_TYPE_VIDEO_AVI) << video << 1;
-    QTest::newRow("mkv") << int(FILE_TYPE_VIDEO_MKV) << video << 1;
-    QTest::newRow("audio") << int(FILE_TYPE_AUDIO) << audio << 0;
-    QTest::newRow("wav") << int(FILE_TYPE_AUDIO_WAV) << audio << 0;
-    QTest::newRow("unknown") << int(FILE_TYPE_UNKNOWN) << FORMER_FIGURES << 0;
-    QTest::newRow("zero") << 0 << FORMER_FIGURES << 0;
-    QTest::newRow("image-and-video-at-once") << 48 << FORMER_FIGURES << 0;
-    QTest::newRow("video-and-audio-at-once") << 96 << FORMER_FIGURES << 0;
-    QTest::newRow("audio-and-folder-at-once") << 192 << FORMER_FIGURES << 0;
-    QTest::newRow("video-with-bits-above") << 0x100 + 32 << video << 1;
+    const Values image = {-1, -1, 3, 4, 5};
+    const Values video = {640, 480, 60, 6000, 30};
+    const Values audio = {1, 2, 60, 6000, 5};
+    row("image", FILE_TYPE_IMAGE, image, 0);
+    row("jpeg", FILE_TYPE_IMAGE_JPEG, image, 0);
+    row("png", FILE_TYPE_IMAGE_PNG, image, 0);
+    row("thumbnail", FILE_TYPE_THUMB, image, 0);
+    row("video", FILE_TYPE_VIDEO, video, 1);
+    row("avi", FILE_TYPE_VIDEO_AVI, video, 1);
+    row("mkv", FILE_TYPE_VIDEO_MKV, video, 1);
+    row("audio", FILE_TYPE_AUDIO, audio, 0);
+    row("wav", FILE_TYPE_AUDIO_WAV, audio, 0);
+    row("unknown", FILE_TYPE_UNKNOWN, FORMER_VALUES, 0);
+    row("zero", 0, FORMER_VALUES, 0);
+    row("bits-of-image-and-video", 48, FORMER_VALUES, 0);
+    row("bits-of-video-and-audio", 96, FORMER_VALUES, 0);
+    row("bits-of-audio-and-folder", 192, FORMER_VALUES, 0);
+    row("video-with-higher-bits", 0x100 + 32, video, 1);
 }
 
-void MetadataTest::figuresByType()
+void MetadataTest::valuesByType()
 {
     QFETCH(const int, type);
-    QFETCH(const Figures, expected);
+    QFETCH(const Values, expected);
     QFETCH(const int, probes);
     const QTemporaryDir directory;
-    makeEntries(directory.path(), {"a.dat"});
+    makeTree(directory.path(), {"a.dat size 8"});
     StandIns programs;
     programs.add("ffprobe", programs.prints("640\n480\n"));
 
     StandardErrorCapture capture;
     Metadata record;
-    fill(record);
+    fillRecord(record);
     record.set(anyType(type), QFileInfo(directory.filePath("a.dat")));
     QCOMPARE(int(record.mType), type);
     QCOMPARE(record.mFileName, QString("a.dat"));
     QCOMPARE(record.mSize, 8);
-    QCOMPARE(pictureFigures(record), expected);
+    QCOMPARE(mediaValues(record), expected);
     QCOMPARE(counts(record), FORMER_COUNTS);
     QCOMPARE(programs.calls("ffprobe").size(), probes);
     QCOMPARE(capture.take(), QByteArray());
 }
 
-void MetadataTest::figuresOneByOne_data()
+void MetadataTest::valuesOneByOne_data()
 {
     QTest::addColumn<int>("type");
-    QTest::addColumn<Figures>("expected"); // length, bitrate, frame rate, from 3, 4, 5
+    QTest::addColumn<Values>("expected"); // length, bitrate and frame rate, initially 3, 4, 5
 
-    QTest::newRow("image") << int(FILE_TYPE_IMAGE) << Figures{3, 4, 5};
-    QTest::newRow("thumbnail") << int(FILE_TYPE_THUMB) << Figures{3, 4, 5};
-    QTest::newRow("video") << int(FILE_TYPE_VIDEO) << Figures{60, 6000, 30};
-    QTest::newRow("avi") << int(FILE_TYPE_VIDEO_AVI) << Figures{60, 6000, 30};
-    QTest::newRow("mkv") << int(FILE_TYPE_VIDEO_MKV) << Figures{60, 6000, 30};
-    QTest::newRow("audio") << int(FILE_TYPE_AUDIO) << Figures{60, 6000, 5};
-    QTest::newRow("wav") << int(FILE_TYPE_AUDIO_WAV) << Figures{60, 6000, 5};
-    QTest::newRow("directory") << int(FILE_TYPE_DIRECTORY) << Figures{3, 4, 5};
-    QTest::newRow("unknown") << int(FILE_TYPE_UNKNOWN) << Figures{3, 4, 5};
+    row("image", FILE_TYPE_IMAGE, Values{3, 4, 5});
+    row("thumbnail", FILE_TYPE_THUMB, Values{3, 4, 5});
+    row("video", FILE_TYPE_VIDEO, Values{60, 6000, 30});
+    row("avi", FILE_TYPE_VIDEO_AVI, Values{60, 6000, 30});
+    row("mkv", FILE_TYPE_VIDEO_MKV, Values{60, 6000, 30});
+    row("audio", FILE_TYPE_AUDIO, Values{60, 6000, 5});
+    row("wav", FILE_TYPE_AUDIO_WAV, Values{60, 6000, 5});
+    row("folder", FILE_TYPE_DIRECTORY, Values{3, 4, 5});
+    row("unknown", FILE_TYPE_UNKNOWN, Values{3, 4, 5});
 }
 
-void MetadataTest::figuresOneByOne()
+void MetadataTest::valuesOneByOne()
 {
     QFETCH(const int, type);
-    QFETCH(const Figures, expected);
+    QFETCH(const Values, expected);
     QFileInfo nothing;
     StandardErrorCapture capture;
-    Figures figures;
+    Values values;
     const auto set = {&Metadata::setLength, &Metadata::setBitrate, &Metadata::setFramerate};
     for (const auto operation : set) {
         Metadata record;
-        fill(record);
+        fillRecord(record);
         record.setType(anyType(type));
         QVariantList fields = copied(record);
         (record.*operation)(nothing);
-        const int field = 7 + figures.size();
-        figures.append(copied(record).at(field).toInt());
-        fields[field] = figures.last();
+        const int field = 7 + values.size();
+        values.append(copied(record).at(field).toInt());
+        fields[field] = values.last();
         QCOMPARE(copied(record), fields);
         QCOMPARE(counts(record), FORMER_COUNTS);
     }
-    QCOMPARE(figures, expected);
+    QCOMPARE(values, expected);
     QCOMPARE(capture.take(), QByteArray());
 }
 
 void MetadataTest::typedConstructorSetsEveryField_data()
 {
     QTest::addColumn<int>("type");
-    QTest::addColumn<Figures>("expected");
+    QTest::addColumn<Values>("expected");
 
-    const Figures image = {-1, -1, 0, 0, 0};
-    const Figures video = {0, 0, 60, 6000, 30};
-    const Figures audio = {0, 0, 60, 6000, 0};
-    const Figures none = {0, 0, 0, 0, 0};
-    QTest::newRow("image") << int(FILE_TYPE_IMAGE) << image;
-    QTest::newRow("jpeg") << int(FILE_TYPE_IMAGE_JPEG) << image;
-    QTest::newRow("png") << int(FILE_TYPE_IMAGE_PNG) << image;
-    QTest::newRow("thumbnail") << int(FILE_TYPE_THUMB) << image;
-    QTest::newRow("video") << int(FILE_TYPE_VIDEO) << video;
-    QTest::newRow("avi") << int(FILE_TYPE_VIDEO_AVI) << video;
-    QTest::newRow("mkv") << int(FILE_TYPE_VIDEO_MKV) << video;
-    QTest::newRow("audio") << int(FILE_TYPE_AUDIO) << audio;
-    QTest::newRow("wav") << int(FILE_TYPE_AUDIO_WAV) << audio;
-    QTest::newRow("directory") << int(FILE_TYPE_DIRECTORY) << none;
-    QTest::newRow("unknown") << int(FILE_TYPE_UNKNOWN) << none;
-    QTest::newRow("zero") << 0 << none;
+    const Values image = {-1, -1, 0, 0, 0};
+    const Values video = {0, 0, 60, 6000, 30};
+    const Values audio = {0, 0, 60, 6000, 0};
+    const Values none = {0, 0, 0, 0, 0};
+    row("image", FILE_TYPE_IMAGE, image);
+    row("jpeg", FILE_TYPE_IMAGE_JPEG, image);
+    row("png", FILE_TYPE_IMAGE_PNG, image);
+    row("thumbnail", FILE_TYPE_THUMB, image);
+    row("video", FILE_TYPE_VIDEO, video);
+    row("avi", FILE_TYPE_VIDEO_AVI, video);
+    row("mkv", FILE_TYPE_VIDEO_MKV, video);
+    row("audio", FILE_TYPE_AUDIO, audio);
+    row("wav", FILE_TYPE_AUDIO_WAV, audio);
+    row("folder", FILE_TYPE_DIRECTORY, none);
+    row("unknown", FILE_TYPE_UNKNOWN, none);
+    row("zero", 0, none);
 }
 
 void MetadataTest::typedConstructorSetsEveryField()
 {
     QFETCH(const int, type);
-    QFETCH(const Figures, expected);
+    QFETCH(const Values, expected);
     const QTemporaryDir directory;
-    makeEntries(directory.path(), {"100ABC/"});
+    makeTree(directory.path(), {"100ABC/"});
     StandIns programs;
     programs.add("ffprobe");
     const bool folder = type == FILE_TYPE_DIRECTORY;
@@ -449,8 +393,8 @@ void MetadataTest::typedConstructorSetsEveryField()
     QCOMPARE(dirty.record().mSize, 0);
     QCOMPARE(dirty.record().mCreated.isNull(), !folder);
     QCOMPARE(dirty.record().mLastModified.isNull(), !folder);
-    QCOMPARE(pictureFigures(dirty.record()), expected);
-    QCOMPARE(counts(dirty.record()), (Figures{0, 0, 0, 0}));
+    QCOMPARE(mediaValues(dirty.record()), expected);
+    QCOMPARE(counts(dirty.record()), (Values{0, 0, 0, 0}));
     QCOMPARE(capture.take(), QByteArray());
 }
 
@@ -471,13 +415,13 @@ void MetadataTest::fillsFromAFile()
                            QDateTime::fromMSecsSinceEpoch(1000000000123), 0, 0, 60, 6000, 0}));
     QCOMPARE(record.mCreated.timeSpec(), Qt::LocalTime);
     QCOMPARE(record.mLastModified.timeSpec(), Qt::LocalTime);
-    QCOMPARE(counts(record), (Figures{0, 0, 0, 0}));
+    QCOMPARE(counts(record), (Values{0, 0, 0, 0}));
 }
 
 void MetadataTest::fillsFromAFileOfUnknownType()
 {
     const QTemporaryDir directory;
-    makeEntries(directory.path(), {"notes.txt"});
+    makeTree(directory.path(), {"notes.txt size 8"});
     Metadata record;
     VornFileHandler::getMetadata(QFileInfo(directory.filePath("notes.txt")), record);
     QCOMPARE(record.mType, FILE_TYPE_UNKNOWN);
@@ -485,8 +429,8 @@ void MetadataTest::fillsFromAFileOfUnknownType()
     QCOMPARE(record.mSize, 8);
     QVERIFY(record.mCreated.isValid());
     QVERIFY(record.mLastModified.isValid());
-    QCOMPARE(pictureFigures(record), (Figures{0, 0, 0, 0, 0}));
-    QCOMPARE(counts(record), (Figures{0, 0, 0, 0}));
+    QCOMPARE(mediaValues(record), (Values{0, 0, 0, 0, 0}));
+    QCOMPARE(counts(record), (Values{0, 0, 0, 0}));
 }
 
 void MetadataTest::fillsFromAMissingFile()
@@ -494,61 +438,56 @@ void MetadataTest::fillsFromAMissingFile()
     const QTemporaryDir directory;
     StandardErrorCapture capture;
     Metadata record;
-    fill(record);
+    fillRecord(record);
     VornFileHandler::getMetadata(QFileInfo(directory.filePath("gone.wav")), record);
     QCOMPARE(copied(record),
              (QVariantList{64, "gone.wav", qint64(0), QDateTime(), QDateTime(), 1, 2, 60, 6000, 5}));
     QVERIFY(record.mCreated.isNull());
     QVERIFY(record.mLastModified.isNull());
     QCOMPARE(capture.take(), QByteArray());
-    QCOMPARE(tree(directory.path()), QByteArrayList());
+    QCOMPARE(tree(directory.path()), Tree());
 }
 
-void MetadataTest::fillsWithoutAFile_data()
+void MetadataTest::fillsWithoutAnExistingFile_data()
 {
     QTest::addColumn<QFileInfo>("file");
     QTest::addColumn<int>("type");
     QTest::addColumn<QString>("name");
-    QTest::addColumn<qint64>("size");
 
-    const QString zero(QChar::Null);
-    QTest::newRow("null") << QFileInfo() << -1 << "" << qint64(0);
-    QTest::newRow("empty-path") << QFileInfo("") << -1 << "" << qint64(0);
-    QTest::newRow("missing-relative-sound") << QFileInfo("gone.wav") << 64 << "gone.wav" << qint64(0);
-    QTest::newRow("missing-photo") << QFileInfo("gone.jpg") << 16 << "gone.jpg" << qint64(0);
-    QTest::newRow("missing-path-with-a-slash") << QFileInfo("gone.jpg/") << -1 << "" << qint64(0);
-    QTest::newRow("zero-character") << QFileInfo("/a" + zero + "b.wav") << 64 << "a" + zero + "b.wav"
-                                    << qint64(0);
-    QTest::newRow("zero-character-in-a-photo")
-        << QFileInfo("a" + zero + "b.jpg") << 16 << "a" + zero + "b.jpg" << qint64(0);
+    row("null", QFileInfo(), -1, "");
+    row("empty-path", QFileInfo(""), -1, "");
+    row("missing-audio-file", QFileInfo("gone.wav"), 64, "gone.wav");
+    row("missing-photo", QFileInfo("gone.jpg"), 16, "gone.jpg");
+    row("missing-path-with-a-slash", QFileInfo("gone.jpg/"), -1, "");
+    row("null-character", QFileInfo("/a" + NUL + "b.wav"), 64, "a" + NUL + "b.wav");
+    row("null-character-in-a-photo", QFileInfo("a" + NUL + "b.jpg"), 16, "a" + NUL + "b.jpg");
 }
 
-void MetadataTest::fillsWithoutAFile()
+void MetadataTest::fillsWithoutAnExistingFile()
 {
     QFETCH(const QFileInfo, file);
     QFETCH(const int, type);
     QFETCH(const QString, name);
-    QFETCH(const qint64, size);
     const QTemporaryDir directory;
-    const CurrentDirectory inside(directory.path());
+    const CurrentDirectory current(directory.path());
     StandardErrorCapture capture;
     Metadata record;
-    fill(record);
+    fillRecord(record);
     VornFileHandler::getMetadata(file, record);
     QCOMPARE(capture.take(), QByteArray());
-    QCOMPARE(copied(record).mid(0, 5), (QVariantList{type, name, size, QDateTime(), QDateTime()}));
+    QCOMPARE(copied(record).mid(0, 5), (QVariantList{type, name, qint64(0), QDateTime(), QDateTime()}));
 }
 
-void MetadataTest::setFileGoesByTheStoredType()
+void MetadataTest::setFileFollowsTheStoredType()
 {
     const QTemporaryDir directory;
-    makeEntries(directory.path(), {"a.wav", "100ABC/a.jpg"});
+    makeTree(directory.path(), {"a.wav", "100ABC/a.jpg"});
     Metadata record;
-    fill(record);
+    fillRecord(record);
     record.setType(FILE_TYPE_UNKNOWN);
     record.setFile(QFileInfo(directory.filePath("a.wav")));
     QCOMPARE(record.mType, FILE_TYPE_UNKNOWN);
-    QCOMPARE(pictureFigures(record), FORMER_FIGURES);
+    QCOMPARE(mediaValues(record), FORMER_VALUES);
 
     const QFileInfo folder(directory.filePath("100ABC"));
     record.setFile(folder);
@@ -557,32 +496,32 @@ void MetadataTest::setFileGoesByTheStoredType()
     QCOMPARE(counts(record), FORMER_COUNTS);
 }
 
-void MetadataTest::setFileTakesNameDatesAndSizeForEveryType_data()
+void MetadataTest::setFileReadsNameDatesAndSizeForEveryType_data()
 {
     QTest::addColumn<int>("type");
     QTest::addColumn<QString>("name");
 
-    QTest::newRow("unknown") << int(FILE_TYPE_UNKNOWN) << "notes.txt";
-    QTest::newRow("unknown-for-a-photo") << int(FILE_TYPE_UNKNOWN) << "a.jpg";
-    QTest::newRow("unknown-for-a-sound") << int(FILE_TYPE_UNKNOWN) << "a.wav";
-    QTest::newRow("no-type-of-the-list") << 0 << "a.avi";
-    QTest::newRow("image") << int(FILE_TYPE_IMAGE) << "notes.txt";
-    QTest::newRow("audio") << int(FILE_TYPE_AUDIO) << "a.jpg";
+    row("unknown", FILE_TYPE_UNKNOWN, "notes.txt");
+    row("unknown-for-a-photo", FILE_TYPE_UNKNOWN, "a.jpg");
+    row("unknown-for-an-audio-file", FILE_TYPE_UNKNOWN, "a.wav");
+    row("undefined-type", 0, "a.avi");
+    row("image", FILE_TYPE_IMAGE, "notes.txt");
+    row("audio", FILE_TYPE_AUDIO, "a.jpg");
 }
 
-void MetadataTest::setFileTakesNameDatesAndSizeForEveryType()
+void MetadataTest::setFileReadsNameDatesAndSizeForEveryType()
 {
     QFETCH(const int, type);
     QFETCH(const QString, name);
     const QTemporaryDir directory;
     const QByteArray path = QFile::encodeName(directory.filePath(name));
     writeFile(path, "12345");
-    QThread::msleep(100); // so that the last change of status is told apart from the creation
+    QThread::msleep(100); // so that the last status change differs from the birth time
     const timespec accessAndChange[] = {{1100000000, 0}, {1000000000, 123000000}};
     QCOMPARE(::utimensat(AT_FDCWD, path.constData(), accessAndChange, 0), 0);
     StandardErrorCapture capture;
     Metadata record;
-    fill(record);
+    fillRecord(record);
     record.setType(anyType(type));
     record.setFile(QFileInfo(directory.filePath(name)));
     QCOMPARE(capture.take(), QByteArray());
@@ -591,10 +530,10 @@ void MetadataTest::setFileTakesNameDatesAndSizeForEveryType()
                            QDateTime::fromMSecsSinceEpoch(1000000000123)}));
 }
 
-void MetadataTest::folderAfterAVideoKeepsTheFigures()
+void MetadataTest::folderAfterAVideoKeepsTheValues()
 {
     const QTemporaryDir directory;
-    makeEntries(directory.path(), {"a.avi", "100ABC/a.jpg"});
+    makeTree(directory.path(), {"a.avi", "100ABC/a.jpg"});
     StandIns programs;
     programs.add("ffprobe", programs.prints("640\n480\n"));
     Metadata record;
@@ -602,104 +541,98 @@ void MetadataTest::folderAfterAVideoKeepsTheFigures()
     VornFileHandler::getMetadata(QFileInfo(directory.filePath("100ABC")), record);
     QCOMPARE(record.mType, FILE_TYPE_DIRECTORY);
     QCOMPARE(record.mFileName, QString("100ABC"));
-    QCOMPARE(pictureFigures(record), (Figures{640, 480, 60, 6000, 30}));
-    QCOMPARE(counts(record), (Figures{1, 0, 0, 0}));
+    QCOMPARE(mediaValues(record), (Values{640, 480, 60, 6000, 30}));
+    QCOMPARE(counts(record), (Values{1, 0, 0, 0}));
     QCOMPARE(programs.calls("ffprobe").size(), 1);
 }
 
 void MetadataTest::fileAfterAFolderKeepsTheCounts()
 {
     const QTemporaryDir directory;
-    makeEntries(directory.path(), {"a.wav", "100ABC/a.jpg", "100ABC/b.png"});
+    makeTree(directory.path(), {"a.wav size 8", "100ABC/a.jpg", "100ABC/b.png"});
     Metadata record;
     VornFileHandler::getMetadata(QFileInfo(directory.filePath("100ABC")), record);
     VornFileHandler::getMetadata(QFileInfo(directory.filePath("a.wav")), record);
     QCOMPARE(record.mType, FILE_TYPE_AUDIO);
     QCOMPARE(record.mSize, 8);
-    QCOMPARE(counts(record), (Figures{2, 0, 0, 0}));
+    QCOMPARE(counts(record), (Values{2, 0, 0, 0}));
 }
 
 void MetadataTest::summary_data()
 {
-    QTest::addColumn<QByteArrayList>("entries"); // of eight bytes each
-    QTest::addColumn<Figures>("expected");
-    QTest::addColumn<qint64>("size");
-
-    using Names = QByteArrayList;
-    QTest::newRow("every-kind") << Names{"DCF_0001.jpg", "DCF_0001.thumb", "DCF_0002.png", "DCF_0003.avi",
-                                         "DCF_0004.mkv", "DCF_0005.wav",   "notes.txt",    "sub/"}
-                                << Figures{2, 1, 2, 1} << qint64(7 * 8);
-    QTest::newRow("empty") << Names{} << Figures{0, 0, 0, 0} << qint64(0);
-    QTest::newRow("jpeg") << Names{"a.jpg"} << Figures{1, 0, 0, 0} << qint64(8);
-    QTest::newRow("png") << Names{"a.png"} << Figures{1, 0, 0, 0} << qint64(8);
-    QTest::newRow("thumbnail") << Names{"a.thumb"} << Figures{0, 1, 0, 0} << qint64(8);
-    QTest::newRow("avi") << Names{"a.avi"} << Figures{0, 0, 1, 0} << qint64(8);
-    QTest::newRow("mkv") << Names{"a.mkv"} << Figures{0, 0, 1, 0} << qint64(8);
-    QTest::newRow("wav") << Names{"a.wav"} << Figures{0, 0, 0, 1} << qint64(8);
-    QTest::newRow("names-without-the-prefix")
-        << Names{"a.jpg", "b.jpg", "c.d.jpg"} << Figures{3, 0, 0, 0} << qint64(24);
-    QTest::newRow("capitals-have-a-size-only")
-        << Names{"A.JPG", "a.Png", "a.THUMB", "a.AVI", "a.MKV", "a.WAV", "b.m\u212Av"} << Figures{0, 0, 0, 0}
-        << qint64(7 * 8);
-    QTest::newRow("other-files-have-a-size-only")
-        << Names{"a.txt", "jpg", "a.jpeg", "a.jpg~", "a.jpg."} << Figures{0, 0, 0, 0} << qint64(5 * 8);
-    QTest::newRow("links-to-files") << Names{"a.jpg", "b.jpg@a.jpg", "c.jpg@missing"} << Figures{1, 0, 0, 0}
-                                    << qint64(8);
-    QTest::newRow("hidden-files") << Names{".x.jpg", ".jpg", "a.jpg"} << Figures{1, 0, 0, 0} << qint64(8);
-    QTest::newRow("contents-of-sub-folders")
-        << Names{"sub/a.jpg", "sub/b.avi", "c.wav"} << Figures{0, 0, 0, 1} << qint64(8);
-    QTest::newRow("sub-folder-named-like-a-photo")
-        << Names{"a.jpg/b.jpg"} << Figures{0, 0, 0, 0} << qint64(0);
-    QTest::newRow("letters-outside-ascii")
-        << Names{"\u00FC.jpg", "\U0001F600.wav", "a.png"} << Figures{2, 0, 0, 1} << qint64(24);
+    QTest::addColumn<Tree>("before");
+    QTest::addColumn<Values>("expected");
+    QTest::addColumn<int>("size");
+    const auto row = [](const char *name, const Tree &before, const Values &expected, int size = 0) {
+        QTest::newRow(name) << before << expected << size;
+    };
+    row("every-kind",
+        {"DCF_0001.jpg size 1", "DCF_0001.thumb size 2", "DCF_0002.png size 4", "DCF_0003.avi size 8",
+         "DCF_0004.mkv size 16", "DCF_0005.wav size 32", "notes.txt size 64", "sub/"},
+        {2, 1, 2, 1}, 127);
+    row("empty", {}, {0, 0, 0, 0});
+    row("jpeg", {"a.jpg size 8"}, {1, 0, 0, 0}, 8);
+    row("png", {"a.png size 8"}, {1, 0, 0, 0}, 8);
+    row("thumbnail", {"a.thumb size 8"}, {0, 1, 0, 0}, 8);
+    row("avi", {"a.avi size 8"}, {0, 0, 1, 0}, 8);
+    row("mkv", {"a.mkv size 8"}, {0, 0, 1, 0}, 8);
+    row("wav", {"a.wav size 8"}, {0, 0, 0, 1}, 8);
+    row("names-without-the-prefix", {"a.jpg", "b.jpg", "c.d.jpg"}, {3, 0, 0, 0});
+    row("upper-case-has-only-a-size",
+        {"A.JPG size 1", "a.Png size 2", "a.THUMB size 4", "a.AVI size 8", "a.MKV size 16", "a.WAV size 32",
+         "b.m\u212Av size 64"},
+        {0, 0, 0, 0}, 127);
+    row("other-files-have-only-a-size",
+        {"a.txt size 1", "jpg size 2", "a.jpeg size 4", "a.jpg~ size 8", "a.jpg. size 16"}, {0, 0, 0, 0}, 31);
+    row("links-to-files", {"a.jpg size 8", "b.jpg -> a.jpg", "c.jpg -> missing"}, {1, 0, 0, 0}, 8);
+    row("hidden-files", {".x.jpg size 1", ".jpg size 2", "a.jpg size 8"}, {1, 0, 0, 0}, 8);
+    row("files-in-subfolders", {"sub/a.jpg size 1", "sub/b.avi size 2", "c.wav size 8"}, {0, 0, 0, 1}, 8);
+    row("subfolder-named-like-a-photo", {"a.jpg/b.jpg size 8"}, {0, 0, 0, 0});
+    row("outside-ascii", {"\u00FC.jpg size 8", "\U0001F600.wav size 8", "a.png size 8"}, {2, 0, 0, 1}, 24);
 }
 
 void MetadataTest::summary()
 {
-    QFETCH(const QByteArrayList, entries);
-    QFETCH(const Figures, expected);
-    QFETCH(const qint64, size);
+    QFETCH(const Tree, before);
+    QFETCH(const Values, expected);
+    QFETCH(const int, size);
     const QTemporaryDir directory;
-    QVERIFY(QDir(directory.path()).mkdir("album.jpg"));
-    makeEntries(directory.filePath("album.jpg"), entries);
-    const auto before = tree(directory.path());
+    makeTree(directory.path(), inFolder("album.jpg/", before));
+    const Tree all = tree(directory.path());
 
     StandardErrorCapture capture;
     Metadata record;
-    fill(record);
+    fillRecord(record);
     VornFileHandler::getMetadata(QFileInfo(directory.filePath("album.jpg")), record);
     QCOMPARE(record.mType, FILE_TYPE_DIRECTORY);
     QCOMPARE(record.mFileName, QString("album.jpg"));
-    QCOMPARE(record.mSize, size);
+    QCOMPARE(record.mSize, qint64(size));
     QCOMPARE(counts(record), expected);
-    QCOMPARE(pictureFigures(record), FORMER_FIGURES);
+    QCOMPARE(mediaValues(record), FORMER_VALUES);
     QCOMPARE(capture.take(), QByteArray());
-    QCOMPARE(tree(directory.path()), before);
+    QCOMPARE(tree(directory.path()), all);
 }
 
 void MetadataTest::summaryOfLargeFiles()
 {
     const QTemporaryDir directory;
-    for (const char *name : {"a.avi", "b.avi", "c.txt"}) {
-        writeFile(directory.filePath(name));
-        QVERIFY(::truncate(QFile::encodeName(directory.filePath(name)).constData(), 0xC0000001) == 0);
-    }
+    makeTree(directory.path(), {"a.avi size 3221225473", "b.avi size 3221225473", "c.txt size 3221225473"});
     Metadata record;
     VornFileHandler::getMetadata(QFileInfo(directory.path()), record);
-    QCOMPARE(record.mSize, 3 * qint64(0xC0000001));
-    QCOMPARE(counts(record), (Figures{0, 0, 2, 0}));
+    QCOMPARE(record.mSize, 3 * qint64(3221225473));
+    QCOMPARE(counts(record), (Values{0, 0, 2, 0}));
 }
 
 void MetadataTest::summaryOfALinkToAFolder()
 {
     const QTemporaryDir directory;
-    makeEntries(directory.path(), {"folder/a.jpg", "link@folder"});
+    makeTree(directory.path(), {"folder/a.jpg size 8", "link -> folder"});
     StandardErrorCapture capture;
     Metadata record;
     VornFileHandler::getMetadata(QFileInfo(directory.filePath("link")), record);
     QCOMPARE(record.mFileName, QString("link"));
     QCOMPARE(record.mSize, 8);
-    QCOMPARE(counts(record), (Figures{1, 0, 0, 0}));
+    QCOMPARE(counts(record), (Values{1, 0, 0, 0}));
     VornFileHandler::getMetadata(QFileInfo(directory.path() + "/folder/"), record);
     QCOMPARE(record.mFileName, QString());
     QCOMPARE(record.mSize, 8);
@@ -709,66 +642,60 @@ void MetadataTest::summaryOfALinkToAFolder()
 void MetadataTest::summaryOfAMissingFolder_data()
 {
     QTest::addColumn<QString>("name");
-    QTest::addColumn<QString>("reported");
-
-    QTest::newRow("missing") << "gone"
-                             << "gone";
-    QTest::newRow("file") << "file.jpg"
-                          << "file.jpg";
-    QTest::newRow("dangling-link") << "link"
-                                   << "link";
-    QTest::newRow("letters-outside-ascii") << "\u00FC"
-                                           << "\u00FC";
-    QTest::newRow("zero-character") << "a" + QString(QChar::Null) + "b"
-                                    << "a";
+    QTest::addColumn<QString>("printed");
+    row("missing", "gone", "gone");
+    row("file", "file.jpg", "file.jpg");
+    row("dangling-link", "link", "link");
+    row("outside-ascii", "\u00FC", "\u00FC");
+    row("null-character", "a" + NUL + "b", "a");
 }
 
 void MetadataTest::summaryOfAMissingFolder()
 {
     QFETCH(const QString, name);
-    QFETCH(const QString, reported);
+    QFETCH(const QString, printed);
     const QTemporaryDir directory;
-    makeEntries(directory.path(), {"file.jpg", "link@missing"});
-    const CurrentDirectory inside(directory.path());
+    makeTree(directory.path(), {"file.jpg", "link -> missing"});
+    const CurrentDirectory current(directory.path());
     QFileInfo folder(directory.path() + "/" + name);
-    const QByteArray line = missingFolderLine(directory.path() + "/" + reported);
+    const QByteArray line = missingDirectoryLine(directory.path() + "/" + printed);
 
     StandardErrorCapture capture;
     Metadata record;
-    fill(record);
+    fillRecord(record);
     record.set(FILE_TYPE_DIRECTORY, folder);
     QCOMPARE(capture.take(), line + line);
     QCOMPARE(record.mSize, 0);
-    QCOMPARE(counts(record), (Figures{0, 0, 0, 0}));
-    QCOMPARE(pictureFigures(record), FORMER_FIGURES);
+    QCOMPARE(counts(record), (Values{0, 0, 0, 0}));
+    QCOMPARE(mediaValues(record), FORMER_VALUES);
     record.setDirectorySize(folder);
     QCOMPARE(capture.take(), line);
     record.setDirectoryContent(folder);
     QCOMPARE(capture.take(), line);
-    QCOMPARE(tree(directory.path()), (QByteArrayList{"file.jpg", "link -> missing"}));
+    QCOMPARE(tree(directory.path()), (Tree{"file.jpg", "link -> missing"}));
 }
 
-void MetadataTest::contentNeedsAFolderRecord_data()
+void MetadataTest::contentRequiresAFolderRecord_data()
 {
     QTest::addColumn<int>("type");
-    QTest::addColumn<Figures>("expected"); // from 6, 7, 8, 9
+    QTest::addColumn<Values>("expected"); // initially 6, 7, 8, 9
 
-    const Figures found = {1, 0, 0, 2};
+    const Values found = {1, 0, 0, 2};
     for (const int type : {16, 17, 18, 20, 32, 33, 34, 64, 65, -1, 0, 192})
         QTest::addRow("type-%d", type) << type << FORMER_COUNTS;
-    QTest::newRow("directory") << int(FILE_TYPE_DIRECTORY) << found;
-    QTest::newRow("directory-with-further-bits") << 128 + 3 << found;
+    row("folder", FILE_TYPE_DIRECTORY, found);
+    row("folder-with-further-bits", 128 + 3, found);
 }
 
-void MetadataTest::contentNeedsAFolderRecord()
+void MetadataTest::contentRequiresAFolderRecord()
 {
     QFETCH(const int, type);
-    QFETCH(const Figures, expected);
+    QFETCH(const Values, expected);
     const QTemporaryDir directory;
-    makeEntries(directory.path(), {"a.jpg", "b.wav", "c.wav"});
+    makeTree(directory.path(), {"a.jpg", "b.wav", "c.wav"});
     StandardErrorCapture capture;
     Metadata record;
-    fill(record);
+    fillRecord(record);
     record.setType(anyType(type));
     const QVariantList before = copied(record);
     QFileInfo folder(directory.path());
@@ -778,10 +705,10 @@ void MetadataTest::contentNeedsAFolderRecord()
     QFileInfo gone(directory.filePath("gone"));
     record.setDirectoryContent(gone);
     QCOMPARE(capture.take(),
-             record.getMediaCategory() == 128 ? missingFolderLine(gone.absoluteFilePath()) : QByteArray());
+             record.getMediaCategory() == 128 ? missingDirectoryLine(gone.absoluteFilePath()) : QByteArray());
 }
 
-void MetadataTest::sizeNeedsNoFolderRecord_data()
+void MetadataTest::sizeDoesNotRequireAFolderRecord_data()
 {
     QTest::addColumn<int>("type");
 
@@ -789,14 +716,14 @@ void MetadataTest::sizeNeedsNoFolderRecord_data()
         QTest::addRow("type-%d", type) << type;
 }
 
-void MetadataTest::sizeNeedsNoFolderRecord()
+void MetadataTest::sizeDoesNotRequireAFolderRecord()
 {
     QFETCH(const int, type);
     const QTemporaryDir directory;
-    makeEntries(directory.path(), {"a.jpg", "b.txt", "sub/c.jpg"});
+    makeTree(directory.path(), {"a.jpg size 8", "b.txt size 8", "sub/c.jpg size 8"});
     StandardErrorCapture capture;
     Metadata record;
-    fill(record);
+    fillRecord(record);
     record.setType(anyType(type));
     QVariantList expected = copied(record);
     expected[2] = qint64(16);
@@ -808,7 +735,7 @@ void MetadataTest::sizeNeedsNoFolderRecord()
     QFileInfo gone(directory.filePath("gone"));
     record.setDirectorySize(gone);
     QCOMPARE(record.mSize, 0);
-    QCOMPARE(capture.take(), missingFolderLine(gone.absoluteFilePath()));
+    QCOMPARE(capture.take(), missingDirectoryLine(gone.absoluteFilePath()));
 }
 
 QTEST_GUILESS_MAIN(MetadataTest)

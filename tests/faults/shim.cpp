@@ -41,7 +41,7 @@ int fail(int error)
     return -1;
 }
 
-/// What one more readdir() of @p stream gives; DT_UNKNOWN and the errors are the same for both its forms.
+/// The result of the next readdir() of @p stream, for both its forms.
 template <typename Entry>
 Entry *read(DIR *stream, Entry *(*realRead)(DIR *))
 {
@@ -97,7 +97,7 @@ dirent64 *readdir64(DIR *stream)
 int statx(int directory, const char *path, int flags, unsigned mask, struct statx *status) noexcept
 {
     static const auto next = real<int(int, const char *, int, unsigned, struct statx *)>("statx");
-    ++faults.looks;
+    ++faults.statxCalls;
     if (faults.statxError && concerns(faults.statxName, path))
         return fail(faults.statxError);
     const int result = next(directory, path, flags, mask, status);
@@ -109,7 +109,7 @@ int statx(int directory, const char *path, int flags, unsigned mask, struct stat
 void tzset() noexcept
 {
     static const auto next = real<void()>("tzset");
-    ++faults.zoneReadings;
+    ++faults.tzsetCalls;
     next();
 }
 
@@ -139,7 +139,7 @@ int kill(pid_t process, int number) noexcept
         return 0;
     if (process != -1)
         return next(process, number);
-    faults.killedAll = true; // and the machine that runs the test lives on
+    faults.killedAll = true; // and the machine keeps running
     return 0;
 }
 
@@ -167,7 +167,8 @@ pid_t fork() noexcept
     return faults.forkError ? fail(faults.forkError) : next();
 }
 
-// Qt makes its children with clone(), for a descriptor of the child, and takes fork() where that is missing.
+// Qt starts its children with clone(), to obtain a descriptor, and with fork() if the system does not support
+// that.
 long syscall(long number, ...) noexcept
 {
     static const auto next = real<long(long, ...)>("syscall");
@@ -178,7 +179,7 @@ long syscall(long number, ...) noexcept
         value = va_arg(list, long);
     va_end(list);
     if (faults.forkError && number == SYS_clone) {
-        // Qt 5.15.8 goes on with this as the child's descriptor, and with -1 as its process id.
+        // Qt 5.15.8 continues with this as the child's descriptor, and with -1 as its process id.
         *reinterpret_cast<int *>(values[2]) = faults.unsetDescriptor;
         return fail(faults.forkError);
     }

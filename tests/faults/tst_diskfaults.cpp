@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include "literal.h"
-#include "media.h"
 #include "resources.h"
 #include "shim.h"
 #include "testsupport.h"
@@ -14,13 +13,11 @@
 
 using namespace VORN_FILE_HANDLER;
 
-/// Something asked about the SD card, with the answer as text.
-using Question = std::function<QByteArray()>;
-using Action = std::function<void()>;
+/// A query of the SD card, with its result as text.
+using Query = std::function<QByteArray()>;
 
 Q_DECLARE_METATYPE(Faults)
-Q_DECLARE_METATYPE(Question)
-Q_DECLARE_METATYPE(Action)
+Q_DECLARE_METATYPE(Query)
 
 namespace {
 
@@ -80,28 +77,33 @@ Faults removeFails(int error, const char *name = nullptr)
     return wanted;
 }
 
-/// Folders and files of every kind, hundreds of photos among them, with times that tell their order.
+/// Creates folders and files of every kind, hundreds of photos among them, with times that determine their
+/// order.
 void fill(const QString &location)
 {
+    Tree entries = {"100ABC/.h.jpg",
+                    "100ABC/a.png at 1600000000",
+                    "100ABC/b.png at 1600000000",
+                    "100ABC/link.jpg -> a.png",
+                    "100ABC/sub/x.jpg",
+                    "100abc/A.JPG",
+                    "101ABC/DCF_0007.wav",
+                    "1000ABC/x.avi",
+                    "102ABC -> 101ABC",
+                    "MISC/DCF_0003.mkv",
+                    "XYZABC/",
+                    "loose.jpg"};
     for (int i = 1; i <= 300; ++i) {
-        const QByteArray path =
-            (location + "/100ABC/DCF_" + QString::number(i).rightJustified(4, '0')).toUtf8();
-        writeFile(path + ".jpg", QByteArray(i, 'x'));
-        setModified(path + ".jpg", 1700000000000 + (i * 7919 % 300) * 1000);
+        const QByteArray number = QByteArray::number(i);
+        entries.append("100ABC/DCF_" + number.rightJustified(4, '0') + ".jpg size " + number + " at "
+                       + QByteArray::number(1700000000 + i * 7919 % 300));
     }
-    makeEntries(location,
-                {"100ABC/", "100ABC/a.png", "=100ABC/b.png", "100ABC/link.jpg@a.png", "100ABC/.h.jpg",
-                 "100ABC/sub/x.jpg", "100abc/A.JPG", "101ABC/", "101ABC/DCF_0007.wav", "1000ABC/x.avi",
-                 "MISC/DCF_0003.mkv", "XYZABC/", "102ABC@101ABC", "loose.jpg"});
+    makeTree(location, entries);
 }
 
-/// The paths of @p files relative to the location.
-QByteArray relative(const QList<QFileInfo> &files)
+QByteArray relative(const QFileInfoList &files)
 {
-    QByteArrayList paths;
-    for (const QFileInfo &file : files)
-        paths.append(VornFileHandler::mSDLocation.relativeFilePath(file.absoluteFilePath()).toUtf8());
-    return paths.join(' ');
+    return relativePaths(files, VornFileHandler::mSDLocation.path()).join(' ');
 }
 
 QByteArray fileNamesIn(const QJsonArray &array)
@@ -112,7 +114,7 @@ QByteArray fileNamesIn(const QJsonArray &array)
     return names.join(' ');
 }
 
-Question photosOf(eDIRECTORY_FILTER filter)
+Query photosOf(eDIRECTORY_FILTER filter)
 {
     return [filter] {
         return relative(VornFileHandler::getDirectoryContents(STORAGE_SD, QStringList{"*.jpg"}, filter));
@@ -139,7 +141,7 @@ QByteArray videos()
     return relative(VornFileHandler::getVideoList(STORAGE_SD, DIRECTORY_FILTER_DCIM));
 }
 
-QByteArray sounds()
+QByteArray audio()
 {
     return relative(VornFileHandler::getAudioList(STORAGE_SD, DIRECTORY_FILTER_DCIM));
 }
@@ -154,6 +156,16 @@ QByteArray jsonVideos()
     return fileNamesIn(VornFileHandler::getJSONVideoList(STORAGE_SD));
 }
 
+QByteArray files()
+{
+    return relative(VornFileHandler::getDirectoryContents(STORAGE_SD, DIRECTORY_FILTER_DCIM));
+}
+
+QByteArray jsonFiles()
+{
+    return fileNamesIn(VornFileHandler::getJSONDirectoryContents(STORAGE_SD));
+}
+
 QByteArray mediaCount()
 {
     return QByteArray::number(VornFileHandler::getMediaFileCount(STORAGE_SD));
@@ -162,6 +174,11 @@ QByteArray mediaCount()
 QByteArray lastFolder()
 {
     return QByteArray::number(VornFileHandler::getLastDirectoryNum(STORAGE_SD));
+}
+
+QByteArray lastFile()
+{
+    return QByteArray::number(VornFileHandler::getLastFileNum(STORAGE_SD, 100));
 }
 
 QByteArray nextNumber()
@@ -174,8 +191,9 @@ QByteArray nextName()
     return relative({QFileInfo(VornFileHandler::getNextFileName(STORAGE_SD, FILE_TYPE_IMAGE))});
 }
 
-/// Counts in @p openings how often the directory @p name is opened, and calls @p change just before the one
-/// with the number @p opening, from 1.
+/// Counts in @p openings how often the directory @p name is opened, and calls @p change just before opening
+/// number
+/// @p opening, counted from 1.
 Faults changeAtOpening(const QByteArray &name, int opening, int &openings,
                        const std::function<void()> &change)
 {
@@ -197,7 +215,7 @@ private slots:
     void initTestCase()
     {
         qputenv("TZ", "UTC");
-    } // QDir looks at /etc/localtime without it, at each comparison
+    } // without TZ, QDir checks /etc/localtime at every comparison
     void init() { mDescriptors = openDescriptors(); }
     void cleanup()
     {
@@ -208,21 +226,21 @@ private slots:
 
     void reportIsThatOfQDir_data();
     void reportIsThatOfQDir();
-    void freshStorageWithoutFoldersToCreate_data();
-    void freshStorageWithoutFoldersToCreate();
-    void rolloverWithoutFolderToCreate();
-    void transferWithoutFolderToCreate();
-    void whatCannotBeRemovedStays_data();
-    void whatCannotBeRemovedStays();
-    void fileThatCannotBeRemovedStays();
+    void missingLocationCannotBeCreated_data();
+    void missingLocationCannotBeCreated();
+    void rolloverFolderCannotBeCreated();
+    void transferFolderCannotBeCreated();
+    void remainsIfItCannotBeRemoved_data();
+    void remainsIfItCannotBeRemoved();
+    void fileRemainsIfItCannotBeRemoved();
     void directoryChangesWhileItIsRead_data();
     void directoryChangesWhileItIsRead();
-    void folderVanishesBeforeItIsListed_data();
-    void folderVanishesBeforeItIsListed();
+    void folderIsDeletedBeforeItIsListed_data();
+    void folderIsDeletedBeforeItIsListed();
     void readingsOfTheLocation_data();
     void readingsOfTheLocation();
-    void looksAtEachFile_data();
-    void looksAtEachFile();
+    void costOfEachOperation_data();
+    void costOfEachOperation();
     void faultsLeakNoBytes_data() { reportIsThatOfQDir_data(); }
     void faultsLeakNoBytes();
 
@@ -233,30 +251,26 @@ private:
 void TestDiskFaults::reportIsThatOfQDir_data()
 {
     QTest::addColumn<Faults>("wanted");
-    const QList<QPair<const char *, Faults>> rows = {
-        {"no-fault", NO_FAULTS},
-        {"directory-denied", openFails(EACCES)},
-        {"no-descriptors-left", openFails(EMFILE)},
-        {"read-error-at-once", readFails(EIO, 0)},
-        {"read-error-after-some-entries", readFails(EIO, 5)},
-        {"read-error-half-way", readFails(EIO, 150)},
-        {"read-error-half-way-without-types", readFails(EIO, 150, true)},
-        {"statx-missing", statxFails(ENOSYS)},
-        {"statx-missing-for-one-file", statxFails(ENOSYS, "DCF_0150.jpg")},
-        {"statx-denied", statxFails(EACCES)},
-        {"statx-error-everywhere", statxFails(EIO)},
-        {"statx-error-for-one-file", statxFails(EIO, "DCF_0150.jpg")},
-        {"statx-error-for-a-folder", statxFails(EIO, "101ABC")},
-        {"statx-error-for-the-location", statxFails(EIO, "DCIM")},
-        {"types-unknown", unknownTypes()},
-        {"created-before-1970", createdAt(-86400)},
-        {"created-in-2037", createdAt(2145916798)},
-        {"created-after-2037", createdAt(4102444800)},
-        {"types-unknown-and-statx-missing", statxFails(ENOSYS, nullptr, true)},
-        {"types-unknown-and-statx-error-for-one-file", statxFails(EIO, "DCF_0150.jpg", true)},
-    };
-    for (const auto &[name, wanted] : rows)
-        QTest::newRow(name) << wanted;
+    row("no-fault", NO_FAULTS);
+    row("directory-denied", openFails(EACCES));
+    row("no-free-descriptors", openFails(EMFILE));
+    row("read-error-at-once", readFails(EIO, 0));
+    row("read-error-after-some-entries", readFails(EIO, 5));
+    row("read-error-half-way", readFails(EIO, 150));
+    row("read-error-half-way-without-types", readFails(EIO, 150, true));
+    row("statx-missing", statxFails(ENOSYS));
+    row("statx-missing-for-one-file", statxFails(ENOSYS, "DCF_0150.jpg"));
+    row("statx-denied", statxFails(EACCES));
+    row("statx-error-everywhere", statxFails(EIO));
+    row("statx-error-for-one-file", statxFails(EIO, "DCF_0150.jpg"));
+    row("statx-error-for-a-folder", statxFails(EIO, "101ABC"));
+    row("statx-error-for-the-location", statxFails(EIO, "DCIM"));
+    row("types-unknown", unknownTypes());
+    row("created-before-1970", createdAt(-86400));
+    row("created-in-2037", createdAt(2145916798));
+    row("created-after-2037", createdAt(4102444800));
+    row("types-unknown-and-statx-missing", statxFails(ENOSYS, nullptr, true));
+    row("types-unknown-and-statx-error-for-one-file", statxFails(EIO, "DCF_0150.jpg", true));
 }
 
 void TestDiskFaults::reportIsThatOfQDir()
@@ -267,7 +281,7 @@ void TestDiskFaults::reportIsThatOfQDir()
     for (const char *suffix : {"ABC", "", "A[BC]", "A["}) {
         VornFileHandler::mFolderSuffix = suffix;
         StandardErrorCapture capture;
-        literal::report(STORAGE_SD); // what can be created has been created
+        literal::report(STORAGE_SD); // creates everything that can be created
         capture.take();
         const WithFaults broken(wanted);
         const QByteArray expected = literal::report(STORAGE_SD);
@@ -278,15 +292,15 @@ void TestDiskFaults::reportIsThatOfQDir()
     }
 }
 
-void TestDiskFaults::freshStorageWithoutFoldersToCreate_data()
+void TestDiskFaults::missingLocationCannotBeCreated_data()
 {
     QTest::addColumn<int>("error");
-    QTest::newRow("full") << ENOSPC;
-    QTest::newRow("denied") << EACCES;
-    QTest::newRow("read-only") << EROFS;
+    row("full", ENOSPC);
+    row("denied", EACCES);
+    row("read-only", EROFS);
 }
 
-void TestDiskFaults::freshStorageWithoutFoldersToCreate()
+void TestDiskFaults::missingLocationCannotBeCreated()
 {
     QFETCH(const int, error);
     Storages storages;
@@ -297,10 +311,10 @@ void TestDiskFaults::freshStorageWithoutFoldersToCreate()
     QCOMPARE(literal::libraryReport(STORAGE_SD), expected);
     QCOMPARE(capture.take(), expectedLines);
     VornFileHandler::deleteAllFiles(STORAGE_SD);
-    QCOMPARE(tree(storages.path()), QList<QByteArray>());
+    QCOMPARE(tree(storages.path()), Tree());
 }
 
-void TestDiskFaults::rolloverWithoutFolderToCreate()
+void TestDiskFaults::rolloverFolderCannotBeCreated()
 {
     Storages storages;
     writeFile(storages.sd() + "/100ABC/DCF_9999.jpg");
@@ -309,10 +323,10 @@ void TestDiskFaults::rolloverWithoutFolderToCreate()
     QCOMPARE(VornFileHandler::getNextFileName(STORAGE_SD, FILE_TYPE_VIDEO_MKV),
              storages.sd() + "/100ABC/DCF_0001.mkv");
     QCOMPARE(capture.take(), QByteArray());
-    QCOMPARE(tree(storages.sd()), (QList<QByteArray>{"100ABC/", "100ABC/DCF_9999.jpg"}));
+    QCOMPARE(tree(storages.sd()), (Tree{"100ABC/", "100ABC/DCF_9999.jpg"}));
 }
 
-void TestDiskFaults::transferWithoutFolderToCreate()
+void TestDiskFaults::transferFolderCannotBeCreated()
 {
     Storages storages;
     const QString source = storages.sd() + "/100ABC/DCF_0001.jpg";
@@ -321,25 +335,25 @@ void TestDiskFaults::transferWithoutFolderToCreate()
     const WithFaults broken(mkdirFails(ENOSPC));
     VornFileHandler::copyToFolder({source}, STORAGE_USB, "100ABC");
     QCOMPARE(tree(storages.path()),
-             (QList<QByteArray>{"sd/", "sd/DCIM/", "sd/DCIM/100ABC/", "sd/DCIM/100ABC/DCF_0001.jpg"}));
+             (Tree{"sd/", "sd/DCIM/", "sd/DCIM/100ABC/", "sd/DCIM/100ABC/DCF_0001.jpg"}));
     VornFileHandler::moveToFolder({source}, STORAGE_USB, "100ABC");
-    QCOMPARE(tree(storages.path()), (QList<QByteArray>{"sd/", "sd/DCIM/", "sd/DCIM/100ABC/"}));
+    QCOMPARE(tree(storages.path()), (Tree{"sd/", "sd/DCIM/", "sd/DCIM/100ABC/"}));
     QCOMPARE(capture.take(), QByteArray());
 }
 
-void TestDiskFaults::whatCannotBeRemovedStays_data()
+void TestDiskFaults::remainsIfItCannotBeRemoved_data()
 {
     QTest::addColumn<Faults>("wanted");
-    QTest::newRow("nothing-can-be-removed") << removeFails(EROFS);
-    QTest::newRow("nothing-may-be-removed") << removeFails(EACCES);
-    QTest::newRow("one-file") << removeFails(EBUSY, "DCF_0150.jpg");
-    QTest::newRow("one-folder") << removeFails(EBUSY, "101ABC");
-    QTest::newRow("the-location") << removeFails(EBUSY, "DCIM");
-    QTest::newRow("read-error-half-way") << readFails(EIO, 150);
-    QTest::newRow("types-unknown") << unknownTypes();
+    row("nothing-can-be-removed", removeFails(EROFS));
+    row("nothing-may-be-removed", removeFails(EACCES));
+    row("one-file", removeFails(EBUSY, "DCF_0150.jpg"));
+    row("one-folder", removeFails(EBUSY, "101ABC"));
+    row("the-location", removeFails(EBUSY, "DCIM"));
+    row("read-error-half-way", readFails(EIO, 150));
+    row("types-unknown", unknownTypes());
 }
 
-void TestDiskFaults::whatCannotBeRemovedStays()
+void TestDiskFaults::remainsIfItCannotBeRemoved()
 {
     QFETCH(const Faults, wanted);
     Storages storages;
@@ -355,7 +369,7 @@ void TestDiskFaults::whatCannotBeRemovedStays()
     QCOMPARE(tree(storages.path() + "/sd"), tree(storages.path() + "/mmc"));
 }
 
-void TestDiskFaults::fileThatCannotBeRemovedStays()
+void TestDiskFaults::fileRemainsIfItCannotBeRemoved()
 {
     Storages storages;
     const QString path = storages.sd() + "/100ABC/DCF_0001.jpg";
@@ -364,7 +378,7 @@ void TestDiskFaults::fileThatCannotBeRemovedStays()
     const WithFaults broken(removeFails(EACCES));
     VornFileHandler::deleteFile(path);
     QCOMPARE(capture.take(), QByteArray());
-    QCOMPARE(tree(storages.sd()), (QList<QByteArray>{"100ABC/", "100ABC/DCF_0001.jpg"}));
+    QCOMPARE(tree(storages.sd()), (Tree{"100ABC/", "100ABC/DCF_0001.jpg"}));
 }
 
 void TestDiskFaults::directoryChangesWhileItIsRead_data()
@@ -404,41 +418,41 @@ void TestDiskFaults::directoryChangesWhileItIsRead()
     QCOMPARE(literal::libraryReport(STORAGE_SD), literal::report(STORAGE_SD));
 }
 
-void TestDiskFaults::folderVanishesBeforeItIsListed_data()
+void TestDiskFaults::folderIsDeletedBeforeItIsListed_data()
 {
-    QTest::addColumn<Question>("question");
-    QTest::addColumn<int>("opening"); // of the folder in front of it
+    QTest::addColumn<Query>("query");
+    QTest::addColumn<int>("opening"); // of the preceding folder
     QTest::addColumn<QByteArray>("expected");
     QTest::addColumn<QByteArray>("printed"); // %1 is the location
 
     const QByteArray line = "directory %1/BABC doesn't exist";
     const QByteArray photos = "AABC/a.jpg CABC/a.jpg";
-    const auto row = [](const char *name, const Question &question, int opening, const QByteArray &expected,
+    const auto row = [](const char *name, const Query &query, int opening, const QByteArray &expected,
                         const QByteArray &printed) {
-        QTest::newRow(name) << question << opening << expected << printed;
+        QTest::newRow(name) << query << opening << expected << printed;
     };
     row("numbered-folders", photosOf(DIRECTORY_FILTER_DCIM), 1, photos, line);
     row("other-folders", photosOf(DIRECTORY_FILTER_NON_DCIM), 1, photos, line);
-    row("all-folders", photosOf(static_cast<eDIRECTORY_FILTER>(0)), 1, photos, line);
+    row("all-folders", photosOf(anyFilter(0)), 1, photos, line);
     row("images", images, 1, photos + " AABC/b.png CABC/b.png", line);
     row("images-in-the-second-pass", images, 2, "AABC/a.jpg BABC/a.jpg CABC/a.jpg AABC/b.png CABC/b.png",
         line);
     row("videos", videos, 1, "AABC/c.avi CABC/c.avi", line);
-    row("sounds", sounds, 1, "AABC/d.wav CABC/d.wav", line);
+    row("audio-files", audio, 1, "AABC/d.wav CABC/d.wav", line);
     row("json-images", jsonImages, 1, photos + " AABC/b.png CABC/b.png", line);
     row("json-videos", jsonVideos, 1, "AABC/c.avi CABC/c.avi", line);
     row("count", mediaCount, 1, "8", "%1/BABC doesn't exist");
 }
 
-void TestDiskFaults::folderVanishesBeforeItIsListed()
+void TestDiskFaults::folderIsDeletedBeforeItIsListed()
 {
-    QFETCH(const Question, question);
+    QFETCH(const Query, query);
     QFETCH(const int, opening);
     QFETCH(const QByteArray, expected);
     QFETCH(QByteArray, printed);
     Storages storages;
-    for (const char *folder : {"/AABC", "/BABC", "/CABC"}) // which every folder filter selects
-        makeEntries(storages.sd() + folder, {"a.jpg", "b.png", "c.avi", "d.wav"});
+    for (const char *folder : {"/AABC", "/BABC", "/CABC"}) // every folder filter selects them
+        makeTree(storages.sd() + folder, {"a.jpg", "b.png", "c.avi", "d.wav"});
     const QString folder = storages.sd() + "/BABC";
     int openings = 0;
     StandardErrorCapture capture;
@@ -447,7 +461,7 @@ void TestDiskFaults::folderVanishesBeforeItIsListed()
             clearTree(folder);
             ::rmdir(QFile::encodeName(folder));
         }));
-        QCOMPARE(question(), expected);
+        QCOMPARE(query(), expected);
     }
     QCOMPARE(capture.take(), diagnosticLine(printed.replace("%1", storages.sd().toUtf8())));
     QVERIFY(!QFile::exists(folder));
@@ -455,36 +469,35 @@ void TestDiskFaults::folderVanishesBeforeItIsListed()
 
 void TestDiskFaults::readingsOfTheLocation_data()
 {
-    QTest::addColumn<Question>("question");
-    QTest::addColumn<QByteArrayList>("before");
-    QTest::addColumn<QByteArrayList>("made"); // just before the second reading
+    QTest::addColumn<Query>("query");
+    QTest::addColumn<Tree>("before");
+    QTest::addColumn<Tree>("added"); // just before the second reading
     QTest::addColumn<int>("readings");
     QTest::addColumn<QByteArray>("expected");
 
-    using Names = QByteArrayList;
-    const Names full = {"102ABC/DCF_0007.jpg", "102ABC/DCF_0008.png"};
-    const Names bare = {"MISC/DCF_0001.jpg"};
-    const Names other = {"105ABC/DCF_0003.jpg", "105ABC/DCF_0004.png"};
-    const auto row = [](const char *name, const Question &question, const Names &before, const Names &made,
+    const Tree full = {"102ABC/DCF_0007.jpg", "102ABC/DCF_0008.png"};
+    const Tree bare = {"MISC/DCF_0001.jpg"};
+    const Tree other = {"105ABC/DCF_0003.jpg", "105ABC/DCF_0004.png"};
+    const auto row = [](const char *name, const Query &query, const Tree &before, const Tree &added,
                         int readings, const QByteArray &expected) {
-        QTest::newRow(name) << question << before << made << readings << expected;
+        QTest::newRow(name) << query << before << added << readings << expected;
     };
-    row("folders", numberedFolders, full, other, 1, "102ABC");
-    row("folders-that-are-missing", numberedFolders, bare, {}, 2, "100ABC");
-    row("folders-of-which-one-comes-between", numberedFolders, bare, other, 2, "100ABC 105ABC");
+    row("numbered-folders", numberedFolders, full, other, 1, "102ABC");
+    row("no-numbered-folders", numberedFolders, bare, {}, 2, "100ABC");
+    row("numbered-folder-appears-in-between", numberedFolders, bare, other, 2, "100ABC 105ABC");
     row("last-folder", lastFolder, full, other, 1, "102");
-    row("last-folder-that-is-missing", lastFolder, bare, {}, 2, "100");
-    row("last-folder-that-comes-between", lastFolder, bare, other, 2, "105");
+    row("no-last-folder", lastFolder, bare, {}, 2, "100");
+    row("last-folder-appears-in-between", lastFolder, bare, other, 2, "105");
     row("next-number", nextNumber, full, other, 1, "9");
-    row("next-number-in-a-folder-that-comes-between", nextNumber, bare, other, 2, "5");
-    // The number first and its folder after that: a new folder keeps the number of the former one.
+    row("next-number-in-a-folder-that-appears-in-between", nextNumber, bare, other, 2, "5");
+    // The number is determined before its folder, so a new folder inherits the number of the previous one.
     row("next-name", nextName, full, {}, 2, "102ABC/DCF_0009.jpg");
-    row("next-name-in-a-folder-that-comes-between", nextName, full, other, 2, "105ABC/DCF_0009.jpg");
+    row("next-name-in-a-folder-that-appears-in-between", nextName, full, other, 2, "105ABC/DCF_0009.jpg");
     row("next-name-without-a-folder", nextName, bare, {}, 3, "100ABC/DCF_0001.jpg");
     row("other-folders", otherFolders, bare, other, 1, "MISC");
-    row("other-folders-that-are-missing", otherFolders, {"102ABC/"}, other, 1, "");
+    row("no-other-folders", otherFolders, {"102ABC/"}, other, 1, "");
     row("images", images, full, {}, 2, "102ABC/DCF_0007.jpg 102ABC/DCF_0008.png");
-    row("images-of-a-folder-that-comes-between-the-passes", images, full, other, 2,
+    row("images-in-a-folder-that-appears-between-the-passes", images, full, other, 2,
         "102ABC/DCF_0007.jpg 102ABC/DCF_0008.png 105ABC/DCF_0004.png");
     row("images-without-a-folder", images, bare, {}, 3, "");
     row("videos", videos, full, other, 1, "");
@@ -497,65 +510,58 @@ void TestDiskFaults::readingsOfTheLocation_data()
 
 void TestDiskFaults::readingsOfTheLocation()
 {
-    QFETCH(const Question, question);
-    QFETCH(const QByteArrayList, before);
-    QFETCH(const QByteArrayList, made);
+    QFETCH(const Query, query);
+    QFETCH(const Tree, before);
+    QFETCH(const Tree, added);
     QFETCH(const int, readings);
     QFETCH(const QByteArray, expected);
     Storages storages;
-    makeEntries(storages.sd(), before);
+    makeTree(storages.sd(), before);
     int openings = 0;
     StandardErrorCapture capture;
     {
-        const auto makeOthers = [&storages, &made] { makeEntries(storages.sd(), made); };
-        const WithFaults broken(changeAtOpening("DCIM", 2, openings, makeOthers));
-        QCOMPARE(question(), expected);
+        const auto addOthers = [&storages, &added] { makeTree(storages.sd(), added); };
+        const WithFaults counting(changeAtOpening("DCIM", 2, openings, addOthers));
+        QCOMPARE(query(), expected);
     }
     QCOMPARE(openings, readings);
     QCOMPARE(capture.take(), QByteArray());
 }
 
-void TestDiskFaults::looksAtEachFile_data()
+void TestDiskFaults::costOfEachOperation_data()
 {
-    QTest::addColumn<Action>("action");
+    QTest::addColumn<Query>("query");
     QTest::addColumn<int>("openings");
-    QTest::addColumn<int>("looks");
-    QTest::newRow("last-file-number")
-        << Action([] { VornFileHandler::getLastFileNum(STORAGE_SD, 100); }) << 1 << 0;
-    QTest::newRow("count") << Action([] {
-        VornFileHandler::getMediaFileCount(QDir(VornFileHandler::getDirPath(STORAGE_SD, 100)));
-    }) << 1 << 0;
-    QTest::newRow("files") << Action([] {
-        VornFileHandler::getDirectoryContents(STORAGE_SD, DIRECTORY_FILTER_DCIM);
-    }) << 1 << 2; // the order is made of the first; the second is kept in the QFileInfo
-    QTest::newRow("photos") << Action([] {
-        VornFileHandler::getImageList(STORAGE_SD, false, DIRECTORY_FILTER_DCIM);
-    }) << 2 << 2;
-    QTest::newRow("JSON") << Action([] { VornFileHandler::getJSONDirectoryContents(STORAGE_SD); }) << 1 << 1;
+    QTest::addColumn<int>("statxCalls");
+    row("last-file-number", Query(lastFile), 1, 0);
+    row("count", Query(mediaCount), 1, 0);
+    row("files", Query(files), 1, 2); // the first determines the order; the second is cached in the QFileInfo
+    row("photos", Query(images), 2, 2);
+    row("json", Query(jsonFiles), 1, 1);
 }
 
-/// A folder on a slow card is read once, each file in it is not looked at more often than needed, and the
-/// time zone is read once for all files.
-void TestDiskFaults::looksAtEachFile()
+/// A folder on a slow card is read once, no file in it is examined more often than necessary, and the time
+/// zone is read once for all files.
+void TestDiskFaults::costOfEachOperation()
 {
-    QFETCH(const Action, action);
+    QFETCH(const Query, query);
     QFETCH(const int, openings);
-    QFETCH(const int, looks);
+    QFETCH(const int, statxCalls);
     Storages storages;
     int opened = 0;
-    const auto costs = [&action, &opened] {
+    const auto costs = [&query, &opened] {
         opened = 0;
         const WithFaults counting(changeAtOpening("100ABC", 0, opened, [] {}));
-        action();
-        return qMakePair(faults.looks, faults.zoneReadings);
+        query();
+        return qMakePair(faults.statxCalls, faults.tzsetCalls);
     };
-    makeEntries(storages.sd(), {"100ABC/DCF_0001.jpg", "100ABC/DCF_0002.jpg"});
+    makeTree(storages.sd(), {"100ABC/DCF_0001.jpg", "100ABC/DCF_0002.jpg"});
     const auto few = costs();
     for (int i = 3; i <= 22; ++i)
         writeFile(QString("%1/100ABC/DCF_%2.jpg").arg(storages.sd()).arg(i, 4, 10, QChar('0')));
     const auto many = costs();
     QCOMPARE(opened, openings);
-    QCOMPARE(many.first - few.first, 20 * looks);
+    QCOMPARE(many.first - few.first, 20 * statxCalls);
     QCOMPARE(many.second, few.second);
 }
 
@@ -563,8 +569,7 @@ void TestDiskFaults::faultsLeakNoBytes()
 {
     QFETCH(const Faults, wanted);
     Storages storages;
-    makeEntries(storages.sd(),
-                {"100ABC/DCF_0001.jpg", "100ABC/a.png", "XYZABC/DCF_0150.jpg", "101ABC/x.wav"});
+    makeTree(storages.sd(), {"100ABC/DCF_0001.jpg", "100ABC/a.png", "XYZABC/DCF_0150.jpg", "101ABC/x.wav"});
     const StandardErrorCapture capture;
     const WithFaults broken(wanted);
     QVERIFY(heapGrowth([] { literal::libraryReport(STORAGE_SD); }) < SMALLEST_LEAK);

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Prints the file of its own name in the folder that EMIT_FOLDER names. Static: it starts in a moment.
+// Prints the file with this program's own name in the folder EMIT_FOLDER. Linked statically, to start
+// quickly.
 #include <cstdlib>
 #include <cstring>
 

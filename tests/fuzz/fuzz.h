@@ -10,39 +10,24 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 
-/// A folder in memory for the run of one fuzzer, with names in UTF-8 and times in UTC. Gone at the end.
+/// A folder in memory for one run of a fuzzer. The constructor sets the time zone to UTC; the destructor
+/// deletes the folder.
 class Scratch
 {
 public:
     Scratch();
     ~Scratch();
-    Scratch(const Scratch &) = delete;
-    Scratch &operator=(const Scratch &) = delete;
+    Q_DISABLE_COPY(Scratch)
 
     QByteArray path() const { return mPath.c_str(); }
     QByteArray path(const char *name) const { return path() + "/" + name; }
-    void clear() const; ///< deletes all that lies in it
+    void clear() const; ///< deletes everything in it
 
 private:
     std::string mPath;
 };
 
-/// Holds standard error back while it lives, for a few microseconds.
-class Quiet
-{
-public:
-    Quiet();
-    ~Quiet();
-    Quiet(const Quiet &) = delete;
-    Quiet &operator=(const Quiet &) = delete;
-
-    static QByteArray take(); ///< what was written since the last call
-
-private:
-    int mSaved;
-};
-
-/// Ends the program with both texts on standard output if they differ.
+/// Aborts the program if the texts differ, after printing both on standard output.
 void requireEqual(const char *what, const QByteArray &library, const QByteArray &expected);
 
 #endif // FUZZ_H

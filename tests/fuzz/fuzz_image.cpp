@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Input: the bytes of an image file.
 #include "fuzz.h"
-#include "vornfilehandler.h"
+#include "testsupport.h"
 
-#include <QFile>
 #include <QImageReader>
 
 using namespace VORN_FILE_HANDLER;
@@ -24,16 +23,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     static const Scratch scratch;
     if (size > LARGEST)
         return -1;
-    const QString path = QString::fromUtf8(scratch.path("DCF_0001.jpg"));
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        return -1;
-    file.write(reinterpret_cast<const char *>(data), static_cast<qint64>(size));
-    file.close();
+    const QString path = scratch.path("DCF_0001.jpg");
+    writeFile(path, QByteArray(reinterpret_cast<const char *>(data), static_cast<int>(size)));
     Metadata metadata;
     QSize expected;
     {
-        const Quiet quiet; // the readers of Qt have much to say about damaged files
+        const StandardErrorCapture capture; // Qt's readers print many messages about damaged files
         VornFileHandler::getMetadata(QFileInfo(path), metadata);
         expected = QImageReader(path, QByteArray()).size();
     }

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
-// Input: the folder suffix, then entries, all ended by zero bytes. An entry's first byte says what it is, its
-// second one which modification time it has, the rest is its name.
+// Input: the folder suffix, then entries, all terminated by NUL. The first byte of an entry is its kind, the
+// second its modification time, the rest its name.
 #include "fuzz.h"
 #include "literal.h"
+#include "testsupport.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -12,7 +13,7 @@ using namespace VORN_FILE_HANDLER;
 
 namespace {
 
-constexpr int LONGEST_SUFFIX = 24; // wildcards take time that grows fast with their stars
+constexpr int LONGEST_SUFFIX = 24; // the time for matching grows quickly with the number of '*'
 constexpr int LONGEST_NAME = 200;
 constexpr int MOST_ENTRIES = 24;
 
@@ -28,7 +29,7 @@ void makeFile(const QByteArray &path, int time)
         ::close(descriptor);
 }
 
-/// Makes one entry, in the folder made last or in the location.
+/// Creates one entry, in the location or in the folder that was created last.
 void makeEntry(const QByteArray &location, QByteArray &folder, const QByteArray &entry)
 {
     const QByteArray name = entry.mid(2).left(LONGEST_NAME);
@@ -52,7 +53,7 @@ void makeEntry(const QByteArray &location, QByteArray &folder, const QByteArray 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     static const Scratch scratch;
-    QList<QByteArray> pieces =
+    QByteArrayList pieces =
         QByteArray(reinterpret_cast<const char *>(data), static_cast<int>(size)).split('\0');
     const QByteArray suffix = pieces.takeFirst().left(LONGEST_SUFFIX);
     if (suffix.contains("..") || pieces.size() > MOST_ENTRIES)
@@ -67,20 +68,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 
     VornFileHandler::mFolderSuffix = QString::fromUtf8(suffix);
     VornFileHandler::mSDLocation = QDir(QString::fromUtf8(location));
-    QByteArray expected;
-    QByteArray expectedLines;
-    QByteArray report;
-    QByteArray lines;
-    {
-        const Quiet quiet;
-        literal::report(STORAGE_SD); // what can be created has been created
-        Quiet::take();
-        expected = literal::report(STORAGE_SD);
-        expectedLines = Quiet::take();
-        report = literal::libraryReport(STORAGE_SD);
-        lines = Quiet::take();
-    }
-    requireEqual("results", report, expected);
-    requireEqual("lines on standard error", lines, expectedLines);
+    StandardErrorCapture capture;
+    literal::report(STORAGE_SD); // creates everything that can be created
+    capture.take();
+    const QByteArray expected = literal::report(STORAGE_SD);
+    const QByteArray expectedLines = capture.take();
+    requireEqual("results", literal::libraryReport(STORAGE_SD), expected);
+    requireEqual("lines on standard error", capture.take(), expectedLines);
     return 0;
 }

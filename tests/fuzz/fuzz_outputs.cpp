@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
-// Input: which program speaks, and what it prints.
+// Input: which program prints, and what it prints.
 #include "fuzz.h"
-#include "vornfilehandler.h"
+#include "testsupport.h"
 
-#include <QFile>
 #include <QRegularExpression>
 
 #include <algorithm>
@@ -19,7 +18,7 @@ namespace {
 
 constexpr int LARGEST = 65536;
 
-/// Programs that print what lies in the file of their name.
+/// Programs that print the file with their own name.
 class Programs
 {
 public:
@@ -34,18 +33,13 @@ public:
         VornFileHandler::mSdBlk = "sda";
     }
 
-    void print(const char *program, const QByteArray &text) const
-    {
-        QFile file(QString::fromUtf8(mScratch.path(program)));
-        if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size())
-            std::abort();
-    }
+    void print(const char *program, const QByteArray &text) const { writeFile(mScratch.path(program), text); }
 
 private:
     Scratch mScratch;
 };
 
-/// The number that is left of df's column when its header and the line feeds are gone, in bytes.
+/// The size in bytes in df's column without its header and line feeds.
 qint64 bytesOf(QString column, const char *header)
 {
     return qint64(column.replace(header, "").replace("\n", "").toInt()) * 1024;
@@ -68,7 +62,7 @@ void probe(const QString &text)
 void partitions(const QByteArray &bytes)
 {
     const bool mounted = VornFileHandler::isMounted(STORAGE_SD);
-    // What grep makes of bytes that are no text is its own affair.
+    // How grep treats bytes that are not text is not tested here.
     const auto isText = [](char c) { return (c >= ' ' && c <= '~') || c == '\n'; };
     if (std::all_of(bytes.begin(), bytes.end(), isText))
         requireEqual("mounts", QByteArray::number(mounted), QByteArray::number(bytes.contains("sda")));
@@ -77,9 +71,9 @@ void partitions(const QByteArray &bytes)
 void percent(qint64 size, qint64 free)
 {
     const float quotient = std::round(static_cast<float>(free) / static_cast<float>(size) * 100.0F);
-    const bool sensible = static_cast<float>(free) <= static_cast<float>(size) && std::abs(quotient) < 2e9F;
+    const bool isInRange = static_cast<float>(free) <= static_cast<float>(size) && std::abs(quotient) < 2e9F;
     requireEqual("percents", QByteArray::number(VornFileHandler::getRemainingPercent(STORAGE_SD)),
-                 QByteArray::number(sensible ? static_cast<int>(quotient) : 0));
+                 QByteArray::number(isInRange ? static_cast<int>(quotient) : 0));
 }
 
 } // namespace
@@ -92,7 +86,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const QByteArray bytes(reinterpret_cast<const char *>(data) + 1, static_cast<int>(size) - 1);
     const QString text = QString::fromUtf8(bytes.constData());
     const int mode = data[0] % 5;
-    const Quiet quiet;
+    StandardErrorCapture capture;
     programs.print("cat", mode == 1 ? bytes : QByteArray("8 0 1000 sda\n"));
     programs.print("ffprobe", bytes);
     programs.print("awk", bytes);
@@ -109,6 +103,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         break;
     default: percent(bytesOf(text, "1K-blocks"), bytesOf(text.toLower(), "available"));
     }
-    requireEqual("lines on standard error", Quiet::take(), QByteArray());
+    requireEqual("lines on standard error", capture.take(), QByteArray());
     return 0;
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Runs a fuzzer over files and over the files of folders, in any compiler's build.
+// Runs a fuzzer over files, and over the files in folders, without libFuzzer.
 #include "fuzz.h"
 
 #include <algorithm>

@@ -8,8 +8,8 @@
 
 #include <algorithm>
 
-/// The layout of the storages, said a second time over a tree in memory: with no regard to speed, with no
-/// look at a disk, and with one way for every name.
+/// The rules of the library on a tree in memory: without regard to speed, without access to a disk, and with
+/// one code path for all names.
 class Model : public MemoryTree
 {
 public:
@@ -18,7 +18,7 @@ public:
     using MemoryTree::MemoryTree;
 
     QString suffix;
-    QByteArray printed; ///< what the operations said on standard error
+    QByteArray printed; ///< by the operations on standard error
 
     QString location(int storage) const
     {

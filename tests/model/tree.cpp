@@ -10,7 +10,7 @@ bool isText(const QByteArray &name)
     return QString::fromUtf8(name).toUtf8() == name;
 }
 
-/// Deletes what a directory listing shows; true if nothing is left.
+/// Deletes the entries that a directory listing contains. Returns whether the folder is then empty.
 bool clear(Node &folder)
 {
     for (auto child = folder.children.begin(); child != folder.children.end();) {
@@ -78,19 +78,19 @@ Node MemoryTree::take(const QByteArray &path)
     return parentOf(path)->children.extract(path.mid(path.lastIndexOf('/') + 1)).mapped();
 }
 
-QList<QByteArray> MemoryTree::entries(const QByteArray &path)
+QByteArrayList MemoryTree::entries(const QByteArray &path)
 {
-    QList<QByteArray> paths;
+    QByteArrayList paths;
     const Node *folder = entry(path);
     if (folder && folder->kind == Node::Folder)
         for (const auto &child : folder->children)
-            paths += QList<QByteArray>{path + "/" + child.first} + entries(path + "/" + child.first);
+            paths += QByteArrayList{path + "/" + child.first} + entries(path + "/" + child.first);
     return paths;
 }
 
-QList<QByteArray> MemoryTree::describe(const Node &folder, const QByteArray &prefix) const
+QByteArrayList MemoryTree::describe(const Node &folder, const QByteArray &prefix) const
 {
-    QList<QByteArray> lines;
+    QByteArrayList lines;
     for (const auto &[name, node] : folder.children) {
         const char *end = node.kind == Node::Folder ? "/" : node.kind == Node::Link ? " -> " : "";
         lines += prefix + name + end + node.target;

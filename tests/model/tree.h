@@ -2,12 +2,12 @@
 #ifndef TREE_H
 #define TREE_H
 
-#include <QByteArray>
+#include <QByteArrayList>
 #include <QStringList>
 
 #include <map>
 
-/// A file, folder or link of the tree in memory. Names are bytes, as they are on a disk.
+/// A file, folder or link of the tree in memory. Names are bytes, as on a disk.
 struct Node {
     enum Kind { File, Folder, Link };
     Kind kind = Folder;
@@ -28,9 +28,9 @@ public:
     Node *find(const QByteArray &path);                 ///< follows links
     bool contains(const QByteArray &path);              ///< as an entry: a dangling link counts
     bool add(const QByteArray &path, const Node &node); ///< if the folder is there and the name free
-    Node take(const QByteArray &path);                  ///< cuts an entry out
-    QList<QByteArray> entries(const QByteArray &path);  ///< paths of all that lies below
-    QList<QByteArray> listing() const { return describe(mTop, ""); } ///< as tests see a tree on a disk
+    Node take(const QByteArray &path);                  ///< removes an entry and returns it
+    QByteArrayList entries(const QByteArray &path);     ///< paths of everything below
+    QByteArrayList listing() const { return describe(mTop, ""); } ///< in the format of tree()
 
     bool isFolder(const QString &path);
     void makeFolder(const QString &path);
@@ -40,13 +40,13 @@ public:
     /// The names in a folder that a directory listing shows, in name order.
     QStringList names(const QString &folder, Node::Kind kind);
 
-    /// A path that ends in "/." or "/.." without these.
+    /// @p path without "/." or with "/.." resolved at the end.
     static QString plain(QString path);
 
 private:
     Node *parentOf(const QByteArray &path);
-    Node *entry(const QByteArray &path); ///< not what a link leads to
-    QList<QByteArray> describe(const Node &folder, const QByteArray &prefix) const;
+    Node *entry(const QByteArray &path); ///< does not follow links
+    QByteArrayList describe(const Node &folder, const QByteArray &prefix) const;
 
     Node mTop;
 };

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-// Random operations on storages on a disk and in memory, which must agree after each of them.
+// Random operations on storage devices on disk and in memory, which must agree after each operation.
 //
 //   tst_model [SEED [RUNS]]
 //
-// A failure prints the shortest sequence of operations found that still fails, and the seed.
+// A failure prints the seed and the shortest failing sequence of operations that was found.
 #include "model.h"
 #include "testsupport.h"
 
@@ -15,7 +15,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <filesystem>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -25,78 +24,46 @@ using namespace VORN_FILE_HANDLER;
 
 namespace {
 
-const QList<QByteArray> FOLDER_NAMES = {"100ABC",
-                                        "101ABC",
-                                        "100abc",
-                                        "999ABC",
-                                        "1000ABC",
-                                        "ABC",
-                                        "12ABC",
-                                        "1ABC2ABC",
-                                        "XYZABC",
-                                        "MISC",
-                                        "MISC\n",
-                                        "200ABC\n",
-                                        " 300ABC",
-                                        "+7ABC",
-                                        "-005ABC",
-                                        "100",
-                                        "998",
-                                        "100ABC ",
-                                        ".102ABC",
-                                        "100A[B]",
-                                        "100A*C",
-                                        "105AB",
-                                        "103A.C",
-                                        "104\\d",
-                                        "106\xc3\x84"
-                                        "BC",
-                                        "107\xc3\xa4"
-                                        "bc",
-                                        "108\xff"
-                                        "ABC",
-                                        "109%1",
-                                        "110:x",
-                                        "\xf0\x9f\x93\xb7"
-                                        "ABC",
-                                        "\xef\xbd\xa1"
-                                        "ABC",
-                                        "DCF_0001.jpg",
-                                        "album.jpg"};
-const QList<QByteArray> FILE_NAMES = {"DCF_0001.jpg",
-                                      "DCF_0002.JPG",
-                                      "dcf_0003.jpg",
-                                      "DCF_9999.avi",
-                                      "DCF_12345.jpg",
-                                      "DCF_7.jpg",
-                                      "DCF_+012.png",
-                                      "DCF_ 12 .wav",
-                                      "DCF_-005.mkv",
-                                      "DCF_DCF_.jpg",
-                                      "DCF_0004.thumb",
-                                      "DCF_0004.png",
-                                      "DCF_0005.PnG",
-                                      "DCF_0001.wav",
-                                      "DCF_0002.mkv",
-                                      "a.b.c",
-                                      "README",
-                                      ".hidden.jpg",
-                                      "x.jpg\n",
-                                      "x.jpg ",
-                                      "\xfe.jpg",
-                                      "*.jpg",
-                                      "[x].jpg",
-                                      "a%1%2.jpg",
-                                      "a\\b.wav",
-                                      "a;b.mkv",
-                                      "IMG.JPG.png",
-                                      "-p.jpg",
-                                      "\xc3\xa9.jpg",
-                                      "e\xcc\x81.jpg",
-                                      "DCF_\xf0\x9f\x93\xb7.jpg",
-                                      "DCF_\xef\xbd\xa1.jpg",
-                                      "\xc3\x84.\xc3\x84.avi",
-                                      "'\"$(x).avi"};
+const QByteArrayList FOLDER_NAMES = {
+    "100ABC",   "101ABC",        "100abc",    "999ABC",       "1000ABC",     "ABC",        "12ABC",
+    "1ABC2ABC", "XYZABC",        "MISC",      "MISC\n",       "200ABC\n",    " 300ABC",    "+7ABC",
+    "-005ABC",  "100",           "998",       "100ABC ",      ".102ABC",     "100A[B]",    "100A*C",
+    "105AB",    "103A.C",        "104\\d",    "106\u00C4BC",  "107\u00E4bc", "108\377ABC", "109%1",
+    "110:x",    "\U0001F4F7ABC", "\uFF61ABC", "DCF_0001.jpg", "album.jpg"};
+const QByteArrayList FILE_NAMES = {"DCF_0001.jpg",
+                                   "DCF_0002.JPG",
+                                   "dcf_0003.jpg",
+                                   "DCF_9999.avi",
+                                   "DCF_12345.jpg",
+                                   "DCF_7.jpg",
+                                   "DCF_+012.png",
+                                   "DCF_ 12 .wav",
+                                   "DCF_-005.mkv",
+                                   "DCF_DCF_.jpg",
+                                   "DCF_0004.thumb",
+                                   "DCF_0004.png",
+                                   "DCF_0005.PnG",
+                                   "DCF_0001.wav",
+                                   "DCF_0002.mkv",
+                                   "a.b.c",
+                                   "README",
+                                   ".hidden.jpg",
+                                   "x.jpg\n",
+                                   "x.jpg ",
+                                   "\376.jpg",
+                                   "*.jpg",
+                                   "[x].jpg",
+                                   "a%1%2.jpg",
+                                   "a\\b.wav",
+                                   "a;b.mkv",
+                                   "IMG.JPG.png",
+                                   "-p.jpg",
+                                   "\u00E9.jpg",
+                                   "e\u0301.jpg",
+                                   "DCF_\U0001F4F7.jpg",
+                                   "DCF_\uFF61.jpg",
+                                   "\u00C4.\u00C4.avi",
+                                   "'\"$(x).avi"};
 const QStringList SUFFIXES = {"ABC", "",   "abc", "A[",   "A[B]", "A[BC]", "A*",  "A?C",   "A.C", "%1",
                               "%2",  "*",  "A/B", "ÄBC",  "(",    "BC\n",  "\\d", "[0-9]", "+",   ".",
                               "^",   "A$", ":x",  "[!C]", " ",    "C|B",   "98",  "]"};
@@ -178,14 +145,11 @@ QByteArray joined(const QStringList &lines)
 
 int stepCount = 0;
 
-/// The same storages twice: on the disk, under the library, and in memory.
+/// The same storage devices twice: on disk, managed by the library, and in memory.
 class Twins
 {
 public:
     Twins() : mModel(mStorages.path()) { mModel.suffix = "ABC"; }
-    ~Twins();
-    Twins(const Twins &) = delete;
-    Twins &operator=(const Twins &) = delete;
     void run(const Step &step);
 
 private:
@@ -215,32 +179,25 @@ private:
     Model mModel;
 };
 
-Twins::~Twins()
-{
-    // Qt does not see names that are no UTF-8, and so could not delete the temporary directory.
-    for (const char *storage : {"/mmc", "/sd", "/usb"})
-        std::filesystem::remove_all(mModel.root.toStdString() + storage);
-}
-
 void Twins::compare(const QByteArray &library, const QByteArray &model)
 {
     RC_LOG() << "  " << library.toPercentEncoding(" /:.,()[]>\n-").toStdString() << "\n";
     RC_ASSERT(library.toStdString() == model.toStdString());
 }
 
-/// Any entry of any storage; empty if there is none.
+/// Any entry of any storage device; empty if there is none.
 QByteArray Twins::entry(int index)
 {
-    QList<QByteArray> all;
+    QByteArrayList all;
     for (int storage = 0; storage < 3; ++storage)
         all += mModel.entries(mModel.location(storage).toUtf8());
     return all.isEmpty() ? QByteArray() : pick(all, index);
 }
 
-/// The location of the step's storage or a folder in it.
+/// The location of the step's storage device or a folder in it.
 QByteArray Twins::folder(const Step &step)
 {
-    QList<QByteArray> folders = {mModel.location(step.storage).toUtf8()};
+    QByteArrayList folders = {mModel.location(step.storage).toUtf8()};
     for (const QByteArray &path : mModel.entries(folders.first()))
         if (mModel.find(path) && mModel.find(path)->kind == Node::Folder)
             folders += path;
@@ -296,15 +253,12 @@ QByteArray Twins::describe(const QJsonArray &array)
     return joined(lines);
 }
 
-/// The moment of creation alone is the disk's: no one can set it.
+/// Only the creation time comes from the disk, because it cannot be set.
 QByteArray Twins::jsonOf(int storage, const QStringList &files)
 {
     QStringList lines;
     for (const QString &path : files) {
-        struct statx status = {};
-        ::statx(AT_FDCWD, path.toUtf8(), 0, STATX_BASIC_STATS | STATX_BTIME, &status);
-        const bool hasBirth = (status.stx_mask & STATX_BTIME) != 0;
-        const std::time_t seconds = hasBirth ? status.stx_btime.tv_sec : status.stx_ctime.tv_sec;
+        const std::time_t seconds = creationTime(path.toUtf8()) / 1000;
         char moment[64];
         std::strftime(moment, sizeof moment, "%Y-%m-%d %H:%M:%S", std::gmtime(&seconds));
         lines += QString(path).replace(mModel.location(storage) + "/", "") + " 0x"
@@ -369,9 +323,7 @@ void Twins::setSuffix(const QString &suffix)
     VornFileHandler::init(suffix, mStorages.location(STORAGE_MMC), "", mStorages.location(STORAGE_SD), "",
                           mStorages.location(STORAGE_USB), "");
     mModel.suffix = suffix;
-    mModel.printed += "\x1b[31m-----------------------------------\n"
-                      "----- VORN_FILE_HANDLER v25.02.25 -------\n"
-                      "-----------------------------------\x1b[0m\n";
+    mModel.printed += START_BANNER;
 }
 
 void Twins::listMedia(const Step &step)
@@ -466,10 +418,10 @@ void Twins::describeFolder(const Step &step)
         ++counts[Model::typeOf(file.section('/', -1))];
         size += mModel.find(file.toUtf8())->size;
     }
-    const auto text = [](std::initializer_list<qint64> figures) {
+    const auto text = [](std::initializer_list<qint64> values) {
         QStringList texts;
-        for (const qint64 figure : figures)
-            texts += QString::number(figure);
+        for (const qint64 value : values)
+            texts += QString::number(value);
         return joined(texts);
     };
     compare(text({record.mType, record.mSize, record.mImageCount, record.mThumbCount, record.mVideoCount,
@@ -600,15 +552,14 @@ struct Arbitrary<Step> {
 
 int main(int argc, char *argv[])
 {
-    // Before Qt looks: names are UTF-8, and the order by time is that of the plain numbers.
-    ::setenv("LC_ALL", "C.UTF-8", 1);
+    // Before Qt reads it. In UTC the order by time is that of the numbers.
     ::setenv("TZ", "UTC", 1);
     const QByteArray seed = argc > 1 ? argv[1] : "20250225";
     const QByteArray runs = argc > 2 ? argv[2] : "600";
     ::setenv("RC_PARAMS", "max_size=80 seed=" + seed + " max_success=" + runs, 1);
     const QCoreApplication application(argc, argv);
     const bool agree =
-        rc::check("the storages on the disk are as those in memory", [](const std::vector<Step> &steps) {
+        rc::check("the storage devices on disk and in memory agree", [](const std::vector<Step> &steps) {
             Twins twins;
             for (const Step &step : steps)
                 twins.run(step);

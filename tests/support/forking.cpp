@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
-// Without descriptors of processes, Qt makes its children with fork() in place of a bare clone(), of which
-// neither ThreadSanitizer nor qemu's user emulation knows enough: under the one the child waits for locks for
-// ever, to the other a clone() that gives a descriptor is an error. Linked into a program or preloaded.
+// Without descriptors of processes (pidfd), Qt starts its children with fork() instead of clone().
+// ThreadSanitizer and qemu's user emulation do not fully support that clone(): under ThreadSanitizer the
+// child waits for a lock forever, and qemu fails a clone() that returns a descriptor. Linked into a program
+// or preloaded.
 
 #include <cerrno>
 #include <cstdarg>
@@ -11,7 +12,7 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 
-/// Qt asks by waitid() whether the system knows such descriptors.
+/// Qt calls waitid() to find out whether the system supports such descriptors.
 extern "C" long syscall(long number, ...) noexcept
 {
     static const auto next = reinterpret_cast<long (*)(long, ...)>(::dlsym(RTLD_NEXT, "syscall"));
@@ -28,7 +29,7 @@ extern "C" long syscall(long number, ...) noexcept
     return next(number, values[0], values[1], values[2], values[3], values[4], values[5]);
 }
 
-/// What is preloaded into an emulated program is of no use to the programs that it starts.
+/// Keeps this library out of the programs that this one starts: they run without the emulator.
 __attribute__((constructor)) static void keepToThisProgram()
 {
     ::unsetenv("LD_PRELOAD");

@@ -3,25 +3,10 @@
 
 #include "testsupport.h"
 
-#include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
 
-#include <filesystem>
-#include <stdexcept>
-#include <system_error>
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 namespace {
-
-void require(bool condition, const QByteArray &what)
-{
-    if (!condition)
-        throw std::runtime_error(what.toStdString());
-}
 
 void runFfmpeg(const QString &source, const QStringList &options, const QString &path)
 {
@@ -55,10 +40,9 @@ void makePicture(const QString &path, QSize size)
 QByteArray pictureData(const QString &extension, QSize size)
 {
     const QTemporaryDir directory;
-    QFile file(directory.filePath("picture." + extension));
-    makePicture(file.fileName(), size);
-    require(file.open(QIODevice::ReadOnly), "picture");
-    return file.readAll();
+    const QString path = directory.filePath("picture." + extension);
+    makePicture(path, size);
+    return contentOf(path);
 }
 
 void makeVideo(const QString &path, QSize size)
@@ -81,60 +65,4 @@ QByteArray jpegHeader(quint16 width, quint16 height)
                                "ffc0001108") // frame: eight bits
            + word(height) + word(width) + QByteArray::fromHex("03011100021101031101")
            + QByteArray::fromHex("ffda000c03010002110311003f00"); // scan
-}
-
-EnvironmentVariable::EnvironmentVariable(const char *name, const QByteArray &value)
-    : mName(name), mFormer(qgetenv(name))
-{
-    if (value.isNull())
-        qunsetenv(name);
-    else
-        qputenv(name, value);
-}
-
-EnvironmentVariable::~EnvironmentVariable()
-{
-    if (mFormer.isNull())
-        qunsetenv(mName);
-    else
-        qputenv(mName, mFormer);
-}
-
-void makeEntries(const QString &folder, const QByteArrayList &entries)
-{
-    const QByteArray root = QFile::encodeName(folder) + "/";
-    qint64 time = 1600000000000;
-    for (QByteArray entry : entries) {
-        const bool sameTime = entry.startsWith('=');
-        if (sameTime)
-            entry.remove(0, 1);
-        else
-            time += 60000;
-        const int link = entry.indexOf('@');
-        if (link >= 0) {
-            require(::symlink(entry.mid(link + 1).constData(), (root + entry.left(link)).constData()) == 0,
-                    "symlink " + entry);
-        } else if (entry.endsWith('/')) {
-            writeFile(root + entry + "x");
-            require(::unlink((root + entry + "x").constData()) == 0, "unlink " + entry);
-        } else {
-            writeFile(root + entry, "contents");
-            setModified(root + entry, time);
-        }
-    }
-}
-
-EmptiedAtTheEnd::~EmptiedAtTheEnd()
-{
-    std::error_code ignored;
-    std::filesystem::remove_all(mFolder.toStdString(), ignored);
-}
-
-qint64 creationTime(const QByteArray &path)
-{
-    struct statx status = {};
-    require(::statx(AT_FDCWD, path.constData(), 0, STATX_BASIC_STATS | STATX_BTIME, &status) == 0,
-            "statx " + path);
-    const statx_timestamp &time = status.stx_mask & STATX_BTIME ? status.stx_btime : status.stx_ctime;
-    return time.tv_sec * 1000 + time.tv_nsec / 1000000;
 }

@@ -1,12 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "standins.h"
 
-#include "testsupport.h"
-
 #include <QFile>
 #include <QStandardPaths>
-
-#include <stdexcept>
 
 #include <sys/stat.h>
 
@@ -19,27 +15,22 @@ QByteArray quoted(QByteArray text)
 
 } // namespace
 
-StandIns::StandIns(Reach reach) : mRealPath(qgetenv("PATH"))
+StandIns::StandIns(Reach reach)
+    : mRealPath(qgetenv("PATH")),
+      mPath("PATH", QFile::encodeName(path()) + (reach == Alone ? QByteArray() : ":" + mRealPath))
 {
-    if (!mDirectory.isValid())
-        throw std::runtime_error("temporary directory");
-    const QByteArray own = QFile::encodeName(mDirectory.path());
-    qputenv("PATH", reach == Alone ? own : own + ":" + mRealPath);
-}
-
-StandIns::~StandIns()
-{
-    qputenv("PATH", mRealPath);
+    require(mDirectory.isValid(), "temporary directory");
 }
 
 QByteArray StandIns::file(const QByteArray &name) const
 {
-    return QFile::encodeName(mDirectory.path()) + "/" + name;
+    return QFile::encodeName(path()) + "/" + name;
 }
 
 void StandIns::add(const QByteArray &name, const QByteArray &script)
 {
-    // One printf is one write at the end of the log, so that programs which run at once do not mix theirs.
+    // One printf appends to the log with one write(), so that concurrent programs do not interleave their
+    // entries.
     writeFile(file(name), "#!/bin/sh\nprintf '%s\\0' " + quoted(name) + " $# \"$@\" >>" + quoted(file(".log"))
                               + "\n" + script + "\n");
     ::chmod(file(name).constData(), 0755);
@@ -63,40 +54,42 @@ QByteArray StandIns::real(const QByteArray &name) const
     return quoted(QFile::encodeName(QStandardPaths::findExecutable(QString::fromLatin1(name), path)));
 }
 
-QList<QList<QByteArray>> StandIns::allCalls() const
+Calls StandIns::allCalls() const
 {
     QFile log(QFile::decodeName(file(".log")));
     if (!log.open(QIODevice::ReadOnly))
         return {};
-    QList<QByteArray> pieces = log.readAll().split('\0');
-    QList<QList<QByteArray>> calls;
+    QByteArrayList pieces = log.readAll().split('\0');
+    Calls calls;
     for (int at = 0; at + 1 < pieces.size();) {
         const int arguments = pieces.at(at + 1).toInt();
-        calls.append(QList<QByteArray>{pieces.at(at)} + pieces.mid(at + 2, arguments));
+        calls.append(QByteArrayList{pieces.at(at)} + pieces.mid(at + 2, arguments));
         at += 2 + arguments;
     }
     return calls;
 }
 
-QList<QList<QByteArray>> StandIns::calls(const QByteArray &name) const
+Calls StandIns::calls(const QByteArray &name) const
 {
-    QList<QList<QByteArray>> calls;
-    for (const QList<QByteArray> &call : allCalls()) {
+    Calls calls;
+    for (const QByteArrayList &call : allCalls()) {
         if (call.first() == name)
             calls.append(call.mid(1));
     }
     return calls;
 }
 
-QList<QByteArray> StandIns::callOrder() const
+QByteArrayList StandIns::callOrder() const
 {
-    QList<QByteArray> names;
-    for (const QList<QByteArray> &call : allCalls())
+    QByteArrayList names;
+    for (const QByteArrayList &call : allCalls())
         names.append(call.first());
     return names;
 }
 
-void StandIns::forgetCalls()
+Result run(const QString &command, const QStringList &arguments, int timeout)
 {
-    QFile::remove(QFile::decodeName(file(".log")));
+    Result result = {0, "earlier output", "earlier errors"};
+    result.code = VornFileHandler::execCmdLine(command, arguments, result.output, result.errors, timeout);
+    return result;
 }

@@ -30,7 +30,7 @@ constexpr off_t MEBIBYTE = 1024 * 1024;
 struct Programs {
     QString make;
     QStringList makeArguments;
-    QString mount; ///< empty where the kernel has the file system
+    QString mount; ///< empty if the kernel supports the file system
     QStringList mountArguments;
 };
 
@@ -108,12 +108,12 @@ Device::~Device()
     unmount();
 }
 
-/// The image is memory without a name and the device frees itself at its last close: neither can be left
-/// behind.
+/// The image is anonymous memory and the device detaches itself when it is last closed, so neither can be
+/// left behind.
 void Device::attach()
 {
     const int image = ::memfd_create("image", MFD_CLOEXEC);
-    // A FAT32 has at least 65525 clusters, here of 512 bytes.
+    // FAT32 has at least 65525 clusters, here of 512 bytes.
     const off_t size = (mFileSystem == FAT32 ? 40 : 16) * MEBIBYTE;
     if (image < 0 || ::ftruncate(image, size) != 0)
         fail("image");
@@ -168,7 +168,7 @@ void Device::mount()
         }
     }
     mMounted = true;
-    ::close(mDescriptor); // the file system holds the device from here on
+    ::close(mDescriptor); // the file system keeps the device open from here on
 }
 
 void Device::remountReadOnly()

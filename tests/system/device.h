@@ -10,15 +10,15 @@
 enum FileSystem {
     EXT4,
     EXFAT, ///< by the FUSE program mount.exfat-fuse
-    FAT16, ///< by the FUSE program fusefat, which keeps no modes and refuses names beyond ASCII
-    FAT32, ///< the same; fusefat does not tell its size
+    FAT16, ///< by the FUSE program fusefat, which keeps no modes and refuses names outside ASCII
+    FAT32, ///< the same; fusefat does not report its size
 };
 
-/// Gives the program a mount namespace of its own, so that no mount outlives it whatever happens.
-/// The reason why there can be no devices, in a few words; empty when there can.
+/// Moves the program into its own mount namespace, so that no mount outlives it. Returns a short reason why
+/// devices cannot be created; an empty string if they can.
 QString enterOwnMounts();
 
-/// The reason why a file system cannot be made or mounted here; empty when it can.
+/// Why @p fileSystem cannot be created or mounted here; an empty string if it can.
 QString whyNot(FileSystem fileSystem);
 
 /// A process that does not outlive this program.
@@ -35,16 +35,15 @@ public:
     /// The mount point is created if it is missing.
     Device(FileSystem fileSystem, const QString &mountPoint);
     ~Device();
-    Device(const Device &) = delete;
-    Device &operator=(const Device &) = delete;
+    Q_DISABLE_COPY(Device)
 
-    /// As /proc/partitions lists it.
+    /// The name in /proc/partitions.
     QString block() const { return mBlock; }
 
     void remountReadOnly();
     void unmount();
 
-    /// As if the card were pulled out: every access to the file system fails from now on.
+    /// Simulates the removal of the card: every access to the file system fails from now on.
     void pullOut();
 
 private:

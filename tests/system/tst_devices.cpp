@@ -25,8 +25,7 @@ using namespace VORN_FILE_HANDLER;
 namespace {
 
 constexpr int SKIPPED = 77;
-constexpr qint64 NEW_YEAR = 1577836800000; // FAT knows even seconds only
-
+constexpr qint64 NEW_YEAR = 1577836800; // FAT stores times in units of two seconds
 
 struct Name {
     FileSystem fileSystem;
@@ -47,13 +46,7 @@ void addFileSystems()
         QTest::newRow(row.name) << int(row.fileSystem);
 }
 
-QByteArray contentOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("unreadable");
-}
-
-/// Bytes that differ from place to place, so that a piece of a file shows which it is.
+/// Bytes that differ from one position to the next, so that any part of a file can be identified.
 QByteArray content(int size)
 {
     QByteArray bytes(size, '\0');
@@ -62,13 +55,13 @@ QByteArray content(int size)
     return bytes;
 }
 
-qint64 modified(const QString &path)
+qint64 modifiedSeconds(const QString &path)
 {
     struct stat status = {};
-    return ::stat(QFile::encodeName(path).constData(), &status) == 0 ? status.st_mtim.tv_sec * 1000 : 0;
+    return ::stat(QFile::encodeName(path).constData(), &status) == 0 ? status.st_mtim.tv_sec : 0;
 }
 
-/// Leaves no byte free.
+/// Writes a file until the file system is full.
 void fillUp(const QString &path)
 {
     QFile file(path);
@@ -80,7 +73,7 @@ void fillUp(const QString &path)
     ::fsync(file.handle());
 }
 
-/// Whether all of @p text is diagnostic lines of the library.
+/// Returns whether @p text consists of diagnostic lines of the library.
 bool isDiagnostic(const QByteArray &text)
 {
     const QList<QByteArray> lines = text.split('\n');
@@ -91,7 +84,7 @@ bool isDiagnostic(const QByteArray &text)
 
 } // namespace
 
-/// The library on the file systems of memory cards, as far as they behave differently.
+/// The library on the file systems of memory cards, where their behaviour differs.
 class DevicesTest : public QObject
 {
     Q_OBJECT
@@ -110,18 +103,18 @@ private slots:
     void emptySuffix();
     void transfer_data();
     void transfer();
-    void namesInOtherCase_data();
-    void namesInOtherCase();
-    void refusedName_data();
-    void refusedName();
+    void namesInDifferentCase_data();
+    void namesInDifferentCase();
+    void invalidName_data();
+    void invalidName();
     void fullDevice_data() { addFileSystems(); }
     void fullDevice();
     void readOnly_data() { addFileSystems(); }
     void readOnly();
     void readOnlyWithoutFolders_data() { addFileSystems(); }
     void readOnlyWithoutFolders();
-    void pulledOut_data() { addFileSystems(); }
-    void pulledOut();
+    void removed_data() { addFileSystems(); }
+    void removed();
     void unmounted_data() { addFileSystems(); }
     void unmounted();
     void everythingDeleted_data() { addFileSystems(); }
@@ -152,7 +145,7 @@ void DevicesTest::cleanup()
     QCOMPARE(printed, QByteArray());
 }
 
-/// Mounts a new device where the location of @p storage lies, and makes it the block device of it.
+/// Mounts a new device at the parent of the location of @p storage, and configures it as its block device.
 Device &DevicesTest::insert(eStorageType storage, int fileSystem)
 {
     mDevices.push_back(std::make_unique<Device>(anyFileSystem(fileSystem), mountPoint(storage)));
@@ -173,7 +166,7 @@ void DevicesTest::capacity()
     const qint64 free = qint64(status.f_bavail * status.f_frsize + 1023) / 1024 * 1024;
     const float ratio = static_cast<float>(free) / static_cast<float>(size);
     if (fileSystem == FAT32)
-        QCOMPARE(size, 0); // a size that nobody can tell: fusefat does not
+        QCOMPARE(size, 0); // fusefat does not report a size
     else
         QVERIFY(free > 0 && size - free >= 3000000);
 
@@ -192,25 +185,25 @@ void DevicesTest::recording()
     QFETCH(int, fileSystem);
     NEED(fileSystem);
     struct Recording {
-        eFileTypes type;
         const char *name;
+        eFileTypes type;
         int jsonType;
     };
-    // The thumbnail takes no number: the photo behind it gets the same.
+    // A thumbnail does not use up its number: the next photo has the same number.
     constexpr Recording RECORDINGS[] = {
-        {FILE_TYPE_VIDEO_AVI, "100ABC/DCF_9999.avi", 32}, {FILE_TYPE_IMAGE_PNG, "101ABC/DCF_0001.png", 16},
-        {FILE_TYPE_VIDEO_MKV, "101ABC/DCF_0002.mkv", 34}, {FILE_TYPE_AUDIO_WAV, "101ABC/DCF_0003.wav", 64},
-        {FILE_TYPE_THUMB, "101ABC/DCF_0004.thumb", 20},   {FILE_TYPE_IMAGE_JPEG, "101ABC/DCF_0004.jpg", 16},
+        {"100ABC/DCF_9999.avi", FILE_TYPE_VIDEO_AVI, 32}, {"101ABC/DCF_0001.png", FILE_TYPE_IMAGE_PNG, 16},
+        {"101ABC/DCF_0002.mkv", FILE_TYPE_VIDEO_MKV, 34}, {"101ABC/DCF_0003.wav", FILE_TYPE_AUDIO_WAV, 64},
+        {"101ABC/DCF_0004.thumb", FILE_TYPE_THUMB, 20},   {"101ABC/DCF_0004.jpg", FILE_TYPE_IMAGE_JPEG, 16},
     };
     insert(STORAGE_SD, fileSystem);
-    writeFile(sd() + "/100ABC/DCF_9998.jpg", content(10));
+    makeTree(sd(), {"100ABC/DCF_9998.jpg at " + QByteArray::number(NEW_YEAR)});
 
-    qint64 time = NEW_YEAR;
+    qint64 seconds = NEW_YEAR;
     for (const Recording &recording : RECORDINGS) {
         const QString path = VornFileHandler::getNextFileName(STORAGE_SD, recording.type);
         QCOMPARE(path, sd() + "/" + recording.name);
         writeFile(path, content(1000));
-        setModified(QFile::encodeName(path), time += 60000);
+        setModified(QFile::encodeName(path), (seconds += 60) * 1000);
     }
 
     QCOMPARE(tree(sd()), (Tree{"100ABC/", "100ABC/DCF_9998.jpg", "100ABC/DCF_9999.avi", "101ABC/",
@@ -241,7 +234,7 @@ void DevicesTest::recording()
     QCOMPARE(VornFileHandler::getJSONDirectoryContents(STORAGE_SD), expected);
 }
 
-/// Some of these file systems do not say in their directories which entry is a file and which a folder.
+/// Some of these file systems do not report the types of the entries of a directory.
 void DevicesTest::listing()
 {
     QFETCH(int, fileSystem);
@@ -252,16 +245,13 @@ void DevicesTest::listing()
     QStringList byName;
     for (int number = 1; number <= FILES; ++number) {
         const QString name = QString("DCF_%1.JPG").arg(number, 4, 10, QChar('0'));
-        writeFile(sd() + "/100ABC/" + name, content(number));
-        setModified(QFile::encodeName(sd() + "/100ABC/" + name), NEW_YEAR - number * 2000);
+        const QByteArray time = QByteArray::number(NEW_YEAR - number * 2);
+        makeTree(sd(), {"100ABC/" + name.toUtf8() + " at " + time + " = " + content(number)});
         oldestFirst.prepend(name);
         byName.append(name);
     }
-    writeFile(sd() + "/100ABC/.hidden.jpg");
-    writeFile(sd() + "/100ABC/DCF_0100.jpg/DCF_0101.jpg");
-    writeFile(sd() + "/DCF_0102.jpg");
-    QVERIFY(QDir().mkpath(sd() + "/MISC"));
-    QVERIFY(QDir().mkpath(sd() + "/.hiddenABC"));
+    makeTree(sd(), {"100ABC/.hidden.jpg", "100ABC/DCF_0100.jpg/DCF_0101.jpg", "DCF_0102.jpg", "MISC/",
+                    ".hiddenABC/"});
 
     QCOMPARE(fileNames(VornFileHandler::getImageList(STORAGE_SD, false, DIRECTORY_FILTER_DCIM)), oldestFirst);
     QCOMPARE(fileNames(VornFileHandler::getDirectoryContents(sd() + "/100ABC", QStringList(), QDir::Name)),
@@ -282,14 +272,11 @@ void DevicesTest::emptySuffix()
     NEED(fileSystem);
     insert(STORAGE_SD, fileSystem);
     VornFileHandler::mFolderSuffix.clear();
-    writeFile(sd() + "/MISC/DCF_0001.jpg");
-    writeFile(sd() + "/DCF_0002.jpg");
-    const QByteArray line =
-        diagnosticLine("directory is not a number, continue to check remaining directories");
+    makeTree(sd(), {"MISC/DCF_0001.jpg", "DCF_0002.jpg"});
 
     QCOMPARE(fileNames(VornFileHandler::getDCIMFolders(STORAGE_SD)), (QStringList{".", "..", "MISC"}));
     QCOMPARE(VornFileHandler::getLastDirectoryNum(STORAGE_SD), 100);
-    QCOMPARE(mStandardError->take(), line + line + line);
+    QCOMPARE(mStandardError->take(), noFolderNumberLine().repeated(3));
     QCOMPARE(VornFileHandler::getMediaFileCount(STORAGE_SD), 2);
 }
 
@@ -318,7 +305,7 @@ void DevicesTest::transfer()
     for (auto file = contents.begin(); file != contents.end(); ++file) {
         files.append(sd() + "/100ABC/" + file.key());
         writeFile(files.last(), file.value());
-        setModified(QFile::encodeName(files.last()), NEW_YEAR);
+        setModified(QFile::encodeName(files.last()), NEW_YEAR * 1000);
     }
     const Tree before = tree(sd());
 
@@ -334,68 +321,62 @@ void DevicesTest::transfer()
         const QString second = name.section('.', 0, 0) + "_1." + name.section('.', -1);
         for (const QString &copy : {folder + name, folder + second}) {
             QVERIFY(contentOf(copy) == contents.value(name));
-            QCOMPARE(modified(copy), NEW_YEAR);
+            QCOMPARE(modifiedSeconds(copy), NEW_YEAR);
         }
     }
 }
 
-void DevicesTest::namesInOtherCase_data()
+void DevicesTest::namesInDifferentCase_data()
 {
     QTest::addColumn<int>("fileSystem");
     QTest::addColumn<bool>("areTheSame");
-
-    QTest::newRow("ext4") << int(EXT4) << false;
-    QTest::newRow("exfat") << int(EXFAT) << true;
-    QTest::newRow("fat16") << int(FAT16) << true;
-    QTest::newRow("fat32") << int(FAT32) << true;
+    row("ext4", EXT4, false);
+    row("exfat", EXFAT, true);
+    row("fat16", FAT16, true);
+    row("fat32", FAT32, true);
 }
 
-void DevicesTest::namesInOtherCase()
+void DevicesTest::namesInDifferentCase()
 {
     QFETCH(int, fileSystem);
     QFETCH(bool, areTheSame);
     NEED(fileSystem);
     insert(STORAGE_SD, fileSystem);
-    writeFile(sd() + "/100ABC/dcf_0001.JPG", "old");
-    const QString source = mountPoint(STORAGE_USB) + "/DCF_0001.jpg";
-    writeFile(source, "new");
+    makeTree(sd(), {"100ABC/dcf_0001.JPG = old"});
+    makeTree(mountPoint(STORAGE_USB), {"DCF_0001.jpg = new"});
 
-    // The number of a name in lower case is not read. Where case is ignored the host so gets a name that is
-    // taken: it must look before it writes.
+    // The number in a name in lower case is not read. On a case-insensitive file system, the host therefore
+    // receives a name that is taken and must check before it writes.
     const QString next = VornFileHandler::getNextFileName(STORAGE_SD, FILE_TYPE_IMAGE_JPEG);
-    QCOMPARE(mStandardError->take(),
-             diagnosticLine("problem finding the file number in this filename, continue to the next file"));
+    QCOMPARE(mStandardError->take(), noFileNumberLine());
     QCOMPARE(next, sd() + "/100ABC/DCF_0001.jpg");
     QCOMPARE(QFile::exists(next), areTheSame);
 
-    VornFileHandler::moveToFolder({source}, STORAGE_SD, "100ABC");
+    VornFileHandler::moveToFolder({mountPoint(STORAGE_USB) + "/DCF_0001.jpg"}, STORAGE_SD, "100ABC");
 
     const QByteArray name = areTheSame ? "DCF_0001_1.jpg" : "DCF_0001.jpg";
-    QCOMPARE(tree(sd()), (Tree{"100ABC/", "100ABC/" + name, "100ABC/dcf_0001.JPG"}));
-    QCOMPARE(contentOf(sd() + "/100ABC/dcf_0001.JPG"), QByteArray("old"));
-    QCOMPARE(contentOf(sd() + "/100ABC/" + name), QByteArray("new"));
+    QCOMPARE(treeWithContents(sd()),
+             (Tree{"100ABC/", "100ABC/" + name + " = new", "100ABC/dcf_0001.JPG = old"}));
 }
 
-void DevicesTest::refusedName_data()
+void DevicesTest::invalidName_data()
 {
     QTest::addColumn<int>("fileSystem");
     QTest::addColumn<Tree>("copied");
-
-    QTest::newRow("ext4") << int(EXT4) << Tree{"a:b.jpg", "c.jpg"};
-    QTest::newRow("exfat") << int(EXFAT) << Tree{"c.jpg"};
-    QTest::newRow("fat16") << int(FAT16) << Tree{"c.jpg"};
-    QTest::newRow("fat32") << int(FAT32) << Tree{"c.jpg"};
+    row("ext4", EXT4, Tree{"a:b.jpg", "c.jpg"});
+    row("exfat", EXFAT, Tree{"c.jpg"});
+    row("fat16", FAT16, Tree{"c.jpg"});
+    row("fat32", FAT32, Tree{"c.jpg"});
 }
 
-void DevicesTest::refusedName()
+void DevicesTest::invalidName()
 {
     QFETCH(int, fileSystem);
     QFETCH(Tree, copied);
     NEED(fileSystem);
     insert(STORAGE_SD, fileSystem);
     const QString source = mountPoint(STORAGE_USB);
-    writeFile(source + "/a:b.jpg", "1");
-    writeFile(source + "/c.jpg", "2");
+    makeTree(source, {"a:b.jpg = 1", "c.jpg = 2"});
 
     VornFileHandler::moveToFolder({source + "/a:b.jpg", source + "/c.jpg"}, STORAGE_SD, "100ABC");
 
@@ -403,9 +384,8 @@ void DevicesTest::refusedName()
     QCOMPARE(tree(source), Tree());
 }
 
-/// What cp could not write to its end stays as it is, and a move deletes the source all the same: the
-/// operations report nothing, so the host has to look at the free space and compare before it relies on
-/// them.
+/// A file that cp could not complete remains, and a move deletes the source nevertheless. The operations
+/// report nothing, so the host must check the free space and compare the files before it relies on them.
 void DevicesTest::fullDevice()
 {
     QFETCH(int, fileSystem);
@@ -414,7 +394,7 @@ void DevicesTest::fullDevice()
     const QString source = mountPoint(STORAGE_USB) + "/a.avi";
     const QByteArray whole = content(1000000);
     writeFile(source, whole);
-    QVERIFY(QDir().mkpath(sd() + "/100ABC"));
+    makeTree(sd(), {"100ABC/"});
     fillUp(sd() + "/filler");
     QFile filler(sd() + "/filler");
     QVERIFY(filler.resize(filler.size() - 200000));
@@ -439,14 +419,13 @@ void DevicesTest::readOnly()
     QFETCH(int, fileSystem);
     NEED(fileSystem);
     Device &device = insert(STORAGE_SD, fileSystem);
-    writeFile(sd() + "/100ABC/DCF_0007.jpg", "old");
-    writeFile(sd() + "/101ABC/DCF_9999.jpg", "old");
+    makeTree(sd(), {"100ABC/DCF_0007.jpg = old", "101ABC/DCF_9999.jpg = old"});
+    makeTree(mountPoint(STORAGE_USB), {"a.jpg = new"});
     const QString source = mountPoint(STORAGE_USB) + "/a.jpg";
-    writeFile(source, "new");
     device.remountReadOnly();
-    const Tree before = tree(sd());
+    const Tree before = treeWithContents(sd());
 
-    // The next folder cannot be created, so the numbers start again in the last one.
+    // The next folder cannot be created, so the numbers start again in the last folder.
     QCOMPARE(VornFileHandler::getNextFileName(STORAGE_SD, FILE_TYPE_IMAGE_JPEG),
              sd() + "/101ABC/DCF_0001.jpg");
     QCOMPARE(VornFileHandler::getLastFileNum(STORAGE_SD, 100), 7);
@@ -462,11 +441,9 @@ void DevicesTest::readOnly()
     VornFileHandler::deleteAllFiles(STORAGE_SD);
     VornFileHandler::moveToFolder({sd() + "/100ABC/DCF_0007.jpg"}, STORAGE_USB, "copies");
 
-    QCOMPARE(tree(sd()), before);
-    QCOMPARE(contentOf(sd() + "/100ABC/DCF_0007.jpg"), QByteArray("old"));
-    QCOMPARE(tree(mountPoint(STORAGE_USB)),
-             (Tree{"DCIM/", "DCIM/copies/", "DCIM/copies/DCF_0007.jpg", "a.jpg"}));
-    QCOMPARE(contentOf(mStorages->location(STORAGE_USB) + "/copies/DCF_0007.jpg"), QByteArray("old"));
+    QCOMPARE(treeWithContents(sd()), before);
+    QCOMPARE(treeWithContents(mountPoint(STORAGE_USB)),
+             (Tree{"DCIM/", "DCIM/copies/", "DCIM/copies/DCF_0007.jpg = old", "a.jpg = new"}));
     VornFileHandler::moveToFolder({source}, STORAGE_SD, "100ABC");
     QVERIFY(!QFile::exists(source)); // lost, as after any failed copy
 }
@@ -476,7 +453,7 @@ void DevicesTest::readOnlyWithoutFolders()
     QFETCH(int, fileSystem);
     NEED(fileSystem);
     Device &device = insert(STORAGE_SD, fileSystem);
-    QVERIFY(QDir().mkpath(sd() + "/MISC"));
+    makeTree(sd(), {"MISC/"});
     device.remountReadOnly();
 
     QCOMPARE(fileNames(VornFileHandler::getDCIMFolders(STORAGE_SD)), QStringList());
@@ -485,12 +462,11 @@ void DevicesTest::readOnlyWithoutFolders()
     QCOMPARE(mStandardError->take(), QByteArray());
     QCOMPARE(VornFileHandler::getNextFileName(STORAGE_SD, FILE_TYPE_IMAGE_JPEG),
              sd() + "/100ABC/DCF_0001.jpg");
-    QCOMPARE(mStandardError->take(),
-             diagnosticLine("directory " + QFile::encodeName(sd()) + "/100ABC doesn't exist"));
+    QCOMPARE(mStandardError->take(), missingDirectoryLine(sd() + "/100ABC"));
     QCOMPARE(tree(sd()), Tree{"MISC/"});
 }
 
-void DevicesTest::pulledOut()
+void DevicesTest::removed()
 {
     QFETCH(int, fileSystem);
     NEED(fileSystem);
@@ -514,7 +490,7 @@ void DevicesTest::pulledOut()
     QVERIFY(VornFileHandler::getRemainingPercent(STORAGE_SD) >= 0);
     QVERIFY(VornFileHandler::getUsedBytes(STORAGE_SD) >= 0);
     VornFileHandler::deleteFile(sd() + "/100ABC/DCF_0001.jpg");
-    // Neither reaches the other end, and the sources that can still be deleted are.
+    // Neither copy succeeds, and the sources that can still be deleted are deleted.
     VornFileHandler::moveToFolder({sd() + "/100ABC/DCF_0002.jpg"}, STORAGE_USB, "100ABC");
     VornFileHandler::moveToFolder({other + "DCF_0002.jpg"}, STORAGE_SD, "100ABC");
     VornFileHandler::deleteAllFiles(STORAGE_SD);
@@ -526,8 +502,8 @@ void DevicesTest::pulledOut()
     QCOMPARE(tree(mountPoint(STORAGE_SD)), Tree());
 }
 
-/// Nothing tells an empty mount point from a fresh card: the library starts anew on the file system below.
-/// A host asks isMounted() first.
+/// An empty mount point cannot be distinguished from a new card: the library starts again on the file system
+/// below. A host must call isMounted() first.
 void DevicesTest::unmounted()
 {
     QFETCH(int, fileSystem);
@@ -540,8 +516,7 @@ void DevicesTest::unmounted()
     QCOMPARE(VornFileHandler::getNextFileName(STORAGE_SD, FILE_TYPE_IMAGE_JPEG),
              sd() + "/100ABC/DCF_0001.jpg");
 
-    QCOMPARE(mStandardError->take(),
-             diagnosticLine("root dir " + QFile::encodeName(sd()) + " doesn't exist. Create it"));
+    QCOMPARE(mStandardError->take(), missingLocationLine(sd()));
     QCOMPARE(tree(mountPoint(STORAGE_SD)), (Tree{"DCIM/", "DCIM/100ABC/"}));
 }
 
@@ -550,10 +525,8 @@ void DevicesTest::everythingDeleted()
     QFETCH(int, fileSystem);
     NEED(fileSystem);
     insert(STORAGE_SD, fileSystem);
-    writeFile(sd() + "/100ABC/DCF_0001.jpg", content(5000));
-    writeFile(sd() + "/MISC/a/b/c.txt");
-    writeFile(sd() + "/loose");
-    writeFile(mountPoint(STORAGE_SD) + "/beside/file");
+    makeTree(mountPoint(STORAGE_SD), {"DCIM/100ABC/DCF_0001.jpg = " + content(5000), "DCIM/MISC/a/b/c.txt",
+                                      "DCIM/loose", "beside/file"});
 
     VornFileHandler::deleteFile(sd() + "/100ABC/DCF_0001.jpg");
     QVERIFY(!QFile::exists(sd() + "/100ABC/DCF_0001.jpg"));
@@ -569,13 +542,12 @@ int main(int argc, char *argv[])
     QString why = enterOwnMounts();
     const auto isPossible = [](const Name &row) { return whyNot(row.fileSystem).isEmpty(); };
     if (why.isEmpty() && std::none_of(std::begin(FILE_SYSTEMS), std::end(FILE_SYSTEMS), isPossible))
-        why = "no file system can be made and mounted"; // each test for itself would be skipped, and all pass
+        why = "no file system can be created and mounted"; // otherwise all tests would be skipped, and pass
     if (!why.isEmpty()) {
         std::printf("tst_devices: skipped: %s\n", qPrintable(why));
         return SKIPPED;
     }
-    qputenv("LC_ALL", "C.UTF-8"); // names on disk are in the encoding of the locale
-    qputenv("TZ", "UTC");         // fusefat writes times as UTC and reads them as local
+    qputenv("TZ", "UTC"); // fusefat writes times as UTC and reads them as local
     const QCoreApplication application(argc, argv);
     DevicesTest test;
     return QTest::qExec(&test, argc, argv);

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "literal.h"
-#include "media.h"
 #include "standins.h"
-#include "testsupport.h"
 
 #include <QImage>
 #include <QTest>
@@ -18,11 +16,12 @@ namespace {
 constexpr int THREADS = 4;
 constexpr int ROUNDS = 6;
 
-/// What @p action(number of the thread) gives in each round of each of several threads that run at once.
+/// The results of @p action(number of the thread) in each round of each of several concurrent threads.
 std::vector<QByteArray> onThreads(const std::function<QByteArray(int)> &action)
 {
     std::vector<QByteArray> results(THREADS * ROUNDS);
     std::vector<std::thread> threads;
+    threads.reserve(THREADS);
     for (int i = 0; i < THREADS; ++i)
         threads.emplace_back([&results, &action, i] {
             for (int round = 0; round < ROUNDS; ++round)
@@ -47,10 +46,9 @@ QByteArray describe(const QString &path)
 {
     Metadata record;
     VornFileHandler::getMetadata(QFileInfo(path), record);
-    QByteArray text = record.mFileName.toUtf8() + record.mLastModified.toString(Qt::ISODateWithMs).toUtf8();
-    for (const qint64 figure : {qint64(record.mType), record.mSize, qint64(record.mWidth),
-                                qint64(record.mHeight), qint64(record.mLength), qint64(record.mImageCount)})
-        text += " " + QByteArray::number(figure);
+    QByteArray text;
+    for (const QVariant &field : fieldsOf(record))
+        text += field.toByteArray() + " ";
     return text;
 }
 
@@ -74,7 +72,7 @@ void TestThreads::recordsOfFilesAndFolders()
     StandIns programs;
     programs.add("ffprobe", programs.prints("1920\n1080\n"));
     const QString folder = storages.sd() + "/100ABC/";
-    makeEntries(storages.sd(), {"100ABC/DCF_0001.avi", "100ABC/DCF_0002.mkv", "100ABC/DCF_0005.wav"});
+    makeTree(storages.sd(), {"100ABC/DCF_0001.avi", "100ABC/DCF_0002.mkv", "100ABC/DCF_0005.wav = 12345678"});
     QImage(7, 5, QImage::Format_RGB32).save(folder + "DCF_0003.jpg");
     QImage(9, 3, QImage::Format_RGB32).save(folder + "DCF_0004.png");
     compareWithOneThread([&folder](int) {
@@ -103,8 +101,8 @@ void TestThreads::commands()
 void TestThreads::sameStorage()
 {
     Storages storages;
-    makeEntries(storages.sd(), {"100ABC/DCF_0001.jpg", "=100ABC/DCF_0002.png", "101ABC/DCF_0009.wav",
-                                "MISC/x.avi", "100abc/DCF_0003.JPG", "XYZABC/"});
+    makeTree(storages.sd(), {"100ABC/DCF_0001.jpg at 60", "100ABC/DCF_0002.png at 60", "100abc/DCF_0003.JPG",
+                             "101ABC/DCF_0009.wav", "MISC/x.avi", "XYZABC/"});
     const StandardErrorCapture capture;
     compareWithOneThread([](int) { return literal::libraryReport(STORAGE_SD); });
 }
@@ -113,8 +111,8 @@ void TestThreads::differentStorages()
 {
     Storages storages;
     for (int i = 0; i < 3; ++i)
-        makeEntries(storages.location(anyStorage(i)),
-                    {"100ABC/DCF_000" + QByteArray::number(i) + ".jpg", "101ABC/DCF_9999.avi"});
+        makeTree(storages.location(anyStorage(i)),
+                 {"100ABC/DCF_000" + QByteArray::number(i) + ".jpg", "101ABC/DCF_9999.avi"});
     const StandardErrorCapture capture;
     literal::libraryReport(STORAGE_MMC);
     compareWithOneThread([](int thread) { return literal::libraryReport(anyStorage(thread % 3)); });
@@ -122,13 +120,8 @@ void TestThreads::differentStorages()
 
 void TestThreads::storageWithNamesForQDir()
 {
-    Storages storages(QString::fromUtf8("\xc3\x84[BC]"));
-    makeEntries(storages.sd(), {"100\xc3\x84"
-                                "B/DCF_0001.jpg",
-                                "100\xc3\x84"
-                                "B/\xc3\xa9.png",
-                                "101\xc3\xa4"
-                                "c/x.wav"});
+    Storages storages("\u00C4[BC]");
+    makeTree(storages.sd(), {"100\u00C4B/DCF_0001.jpg", "100\u00C4B/\u00e9.png", "101\u00E4c/x.wav"});
     const StandardErrorCapture capture;
     compareWithOneThread([](int) { return literal::libraryReport(STORAGE_SD); });
 }

@@ -12,21 +12,20 @@ using namespace VORN_FILE_HANDLER;
 namespace {
 
 const QStringList MEDIA = {"*.jpg", "*.png", "*.avi", "*.mkv", "*.wav"};
+const QStringList UNUSUAL_FILTERS = {"*.j*", "*.w?v"};
 
-/// Qt says on standard error what it thinks of bad patterns; the library must not.
+/// Suppresses the messages of Qt.
 class Silence
 {
 public:
-    Silence()
-        : mHandler(qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {}))
+    Silence() : mSaved(qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {}))
     {
     }
-    ~Silence() { qInstallMessageHandler(mHandler); }
-    Silence(const Silence &) = delete;
-    Silence &operator=(const Silence &) = delete;
+    ~Silence() { qInstallMessageHandler(mSaved); }
+    Q_DISABLE_COPY(Silence)
 
 private:
-    QtMessageHandler mHandler;
+    QtMessageHandler mSaved;
 };
 
 void print(const QString &text)
@@ -34,14 +33,28 @@ void print(const QString &text)
     std::fprintf(stderr, "\x1b[36m %s \x1b[0m\n", text.toUtf8().constData());
 }
 
+QDir location(eStorageType storage)
+{
+    static const QDir *const LOCATIONS[] = {&VornFileHandler::mMMCLocation, &VornFileHandler::mSDLocation,
+                                            &VornFileHandler::mUSBLocation};
+    return QDir(LOCATIONS[storage]->path());
+}
+
+QString folderPath(eStorageType storage, int number)
+{
+    return QString("%1/%2%3")
+        .arg(location(storage).absolutePath())
+        .arg(number)
+        .arg(VornFileHandler::mFolderSuffix);
+}
+
 QDir existingLocation(eStorageType storage)
 {
-    const QDir location = VornFileHandler::getStorageDir(storage);
-    if (!location.exists()) {
-        print("root dir " + location.absolutePath() + " doesn't exist. Create it");
-        QDir().mkpath(location.absolutePath());
+    if (!location(storage).exists()) {
+        print("root dir " + location(storage).absolutePath() + " doesn't exist. Create it");
+        QDir().mkpath(location(storage).absolutePath());
     }
-    return location;
+    return location(storage);
 }
 
 int typeOf(const QFileInfo &file)
@@ -51,18 +64,33 @@ int typeOf(const QFileInfo &file)
     return file.isDir() ? 128 : TYPES.value(file.suffix(), -1);
 }
 
-QByteArray describe(const QFileInfoList &files)
+/// The results that a report describes, in the order in which they are obtained.
+struct Results {
+    QString nextName;
+    int mediaCount;
+    QFileInfoList images;
+    QFileInfoList numberedFolders;
+    QFileInfoList otherFolders;
+    QFileInfoList allFolders;
+    QFileInfoList newestFirst;
+    QJsonArray json;
+};
+
+QByteArray toText(const QFileInfoList &files)
 {
-    QByteArray text;
+    QByteArray text = "files\n";
     for (const QFileInfo &file : files)
         text += "  " + file.filePath().toUtf8() + " " + QByteArray::number(file.size()) + " "
                 + QByteArray::number(file.lastModified().toMSecsSinceEpoch()) + "\n";
     return text;
 }
 
-QByteArray describe(const QJsonArray &array)
+QByteArray toText(const Results &results)
 {
-    return QJsonDocument(array).toJson(QJsonDocument::Compact) + "\n";
+    return results.nextName.toUtf8() + "\n" + QByteArray::number(results.mediaCount) + "\n"
+           + toText(results.images) + toText(results.numberedFolders) + toText(results.otherFolders)
+           + toText(results.allFolders) + toText(results.newestFirst)
+           + QJsonDocument(results.json).toJson(QJsonDocument::Compact) + "\n";
 }
 
 } // namespace
@@ -70,15 +98,15 @@ QByteArray describe(const QJsonArray &array)
 QFileInfoList literal::numberedFolders(eStorageType storage)
 {
     const Silence silence;
-    QDir location = existingLocation(storage);
-    location.setFilter(QDir::Dirs | QDir::NoSymLinks);
-    location.setSorting(QDir::Name);
+    QDir directory = existingLocation(storage);
+    directory.setFilter(QDir::Dirs | QDir::NoSymLinks);
+    directory.setSorting(QDir::Name);
     const QStringList filters = {"*" + VornFileHandler::mFolderSuffix};
-    const QFileInfoList found = location.entryInfoList(filters, QDir::NoFilter, QDir::NoSort);
+    const QFileInfoList found = directory.entryInfoList(filters);
     if (!found.isEmpty())
         return found;
-    QDir().mkpath(VornFileHandler::getDirPath(storage, 100));
-    return location.entryInfoList(filters, QDir::NoFilter, QDir::NoSort);
+    QDir().mkpath(folderPath(storage, 100));
+    return directory.entryInfoList(filters);
 }
 
 QFileInfoList literal::folders(eStorageType storage, eDIRECTORY_FILTER filter)
@@ -86,10 +114,8 @@ QFileInfoList literal::folders(eStorageType storage, eDIRECTORY_FILTER filter)
     if (filter == DIRECTORY_FILTER_DCIM)
         return numberedFolders(storage);
     const Silence silence;
-    QDir location = existingLocation(storage);
-    location.setFilter(QDir::Dirs | QDir::NoSymLinks | QDir::NoDotAndDotDot);
-    location.setSorting(QDir::Name);
-    QFileInfoList found = location.entryInfoList();
+    QFileInfoList found = existingLocation(storage).entryInfoList(
+        QDir::Dirs | QDir::NoSymLinks | QDir::NoDotAndDotDot, QDir::Name);
     for (int i = found.size() - 1; i >= 0 && filter == DIRECTORY_FILTER_NON_DCIM; --i) {
         const QRegularExpression numbered(QString("^[0-9]{3}%1$").arg(VornFileHandler::mFolderSuffix));
         if (numbered.match(found.at(i).fileName()).hasMatch())
@@ -116,7 +142,7 @@ QFileInfoList literal::files(eStorageType storage, const QStringList &nameFilter
 {
     QFileInfoList found;
     for (const QFileInfo &folder : folders(storage, filter))
-        found += files(QDir(folder.absoluteFilePath()), nameFilters, QDir::Time | QDir::Reversed);
+        found += files(QDir(folder.absoluteFilePath()), nameFilters, OLDEST_FIRST);
     return found;
 }
 
@@ -132,7 +158,7 @@ int literal::mediaCount(eStorageType storage)
     int count = 0;
     for (const QFileInfo &folder : numberedFolders(storage)) {
         QDir directory(folder.absoluteFilePath());
-        directory.setFilter(QDir::Files | QDir::NoSymLinks | QDir::NoDotAndDotDot);
+        directory.setFilter(QDir::Files | QDir::NoSymLinks);
         directory.setNameFilters(MEDIA);
         if (!directory.exists())
             print(directory.absolutePath() + " doesn't exist");
@@ -159,8 +185,8 @@ int literal::lastFolder(eStorageType storage)
 int literal::lastFile(eStorageType storage, int folder)
 {
     QStringList filters = MEDIA;
-    const QFileInfoList found = files(QDir(VornFileHandler::getDirPath(storage, folder)),
-                                      filters.replaceInStrings("*", "DCF_*"), QDir::Name);
+    filters.replaceInStrings("*", "DCF_*");
+    const QFileInfoList found = files(QDir(folderPath(storage, folder)), filters, QDir::Name);
     for (int i = found.size() - 1; i >= 0; --i) {
         bool isNumber = false;
         const int number = found.at(i).fileName().left(8).replace("DCF_", "").toInt(&isNumber);
@@ -171,29 +197,32 @@ int literal::lastFile(eStorageType storage, int folder)
     return 0;
 }
 
-QString literal::nextName(eStorageType storage, eFileTypes type)
+QString literal::nextName(eStorageType storage, const QString &extension)
 {
     const int current = lastFolder(storage);
     const int last = lastFile(storage, current);
     if (last == 9999)
-        QDir().mkpath(VornFileHandler::getDirPath(storage, current + 1));
-    return VornFileHandler::getFilePath(storage, lastFolder(storage), last == 9999 ? 1 : last + 1,
-                                        VornFileHandler::getFileExtension(type));
+        QDir().mkpath(folderPath(storage, current + 1));
+    return QString("%1/%2%3.%4")
+        .arg(folderPath(storage, lastFolder(storage)))
+        .arg("DCF_")
+        .arg(last == 9999 ? 1 : last + 1, 4, 10, QChar('0'))
+        .arg(extension);
 }
 
 QJsonArray literal::json(eStorageType storage, const QFileInfoList &files)
 {
-    const QString prefix = VornFileHandler::getStorageDir(storage).absolutePath() + "/";
+    const QString prefix = location(storage).absolutePath() + "/";
     QJsonArray array;
     for (const QFileInfo &file : files) {
         const QDateTime birth = file.birthTime();
         const QDateTime created = birth.isValid() ? birth : file.metadataChangeTime();
         QJsonObject object;
-        object.insert("moddate", created.date().toString("yyyy-MM-dd"));
-        object.insert("modtime", created.time().toString(Qt::TextDate));
-        object.insert("type", typeOf(file));
-        object.insert("filename", file.absoluteFilePath().remove(prefix));
-        object.insert("size", "0x" + QString::number(file.size(), 16));
+        object["moddate"] = created.date().toString("yyyy-MM-dd");
+        object["modtime"] = created.time().toString(Qt::TextDate);
+        object["type"] = typeOf(file);
+        object["filename"] = file.absoluteFilePath().remove(prefix);
+        object["size"] = "0x" + QString::number(file.size(), 16);
         array.append(object);
     }
     return array;
@@ -201,29 +230,23 @@ QJsonArray literal::json(eStorageType storage, const QFileInfoList &files)
 
 QByteArray literal::report(eStorageType storage)
 {
-    QByteArray text = "next " + nextName(storage, FILE_TYPE_IMAGE).toUtf8() + "\n";
-    text += "count " + QByteArray::number(mediaCount(storage)) + "\n";
-    text += "images\n" + describe(images(storage, true, DIRECTORY_FILTER_DCIM));
-    for (const int filter : {1, 16, 0})
-        text += "files\n" + describe(files(storage, {}, static_cast<eDIRECTORY_FILTER>(filter)));
-    text += "newest first\n"
-            + describe(files(QDir(VornFileHandler::getDirPath(storage, 100)), {"*.j*", "*.w?v"}, QDir::Time));
-    text += "json " + describe(json(storage, files(storage, {}, DIRECTORY_FILTER_DCIM)));
-    return text;
+    return toText(
+        Results{nextName(storage, "jpg"), mediaCount(storage), images(storage, true, DIRECTORY_FILTER_DCIM),
+                files(storage, {}, DIRECTORY_FILTER_DCIM), files(storage, {}, DIRECTORY_FILTER_NON_DCIM),
+                files(storage, {}, static_cast<eDIRECTORY_FILTER>(0)),
+                files(QDir(folderPath(storage, 100)), UNUSUAL_FILTERS, QDir::Time),
+                json(storage, files(storage, {}, DIRECTORY_FILTER_DCIM))});
 }
 
 QByteArray literal::libraryReport(eStorageType storage)
 {
-    QByteArray text = "next " + VornFileHandler::getNextFileName(storage, FILE_TYPE_IMAGE).toUtf8() + "\n";
-    text += "count " + QByteArray::number(VornFileHandler::getMediaFileCount(storage)) + "\n";
-    text += "images\n" + describe(VornFileHandler::getImageList(storage, true, DIRECTORY_FILTER_DCIM));
-    for (const int filter : {1, 16, 0})
-        text += "files\n"
-                + describe(VornFileHandler::getDirectoryContents(storage, QStringList(),
-                                                                 static_cast<eDIRECTORY_FILTER>(filter)));
-    text += "newest first\n"
-            + describe(VornFileHandler::getDirectoryContents(VornFileHandler::getDirPath(storage, 100),
-                                                             {"*.j*", "*.w?v"}, QDir::Time));
-    text += "json " + describe(VornFileHandler::getJSONDirectoryContents(storage));
-    return text;
+    using Library = VornFileHandler;
+    return toText(
+        Results{Library::getNextFileName(storage, FILE_TYPE_IMAGE), Library::getMediaFileCount(storage),
+                Library::getImageList(storage, true, DIRECTORY_FILTER_DCIM),
+                Library::getDirectoryContents(storage, DIRECTORY_FILTER_DCIM),
+                Library::getDirectoryContents(storage, DIRECTORY_FILTER_NON_DCIM),
+                Library::getDirectoryContents(storage, static_cast<eDIRECTORY_FILTER>(0)),
+                Library::getDirectoryContents(Library::getDirPath(storage, 100), UNUSUAL_FILTERS, QDir::Time),
+                Library::getJSONDirectoryContents(storage)});
 }

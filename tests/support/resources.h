@@ -6,14 +6,14 @@
 
 #include <functional>
 
-/// The open descriptors, each with what it leads to.
+/// The open descriptors, each with its target.
 QByteArrayList openDescriptors();
 
-/// Whether this process has a child, be it only a dead one that no one waited for.
+/// Returns whether this process has a child, even a zombie.
 bool hasChildren();
 
-/// By how many bytes the heap grows when @p action runs forty times more; 0 where a sanitizer counts. If
-/// each run leaks but one byte, it is SMALLEST_LEAK.
+/// By how many bytes the heap grows when @p action runs forty times more; 0 under a sanitizer. If each run
+/// leaks one byte, it is SMALLEST_LEAK.
 constexpr qint64 SMALLEST_LEAK = 40 * 32;
 qint64 heapGrowth(const std::function<void()> &action);
 
