@@ -40,7 +40,7 @@ static void runIsMounted(Run run)
     run({"sh", "-c", "cat /proc/partitions | grep " + VornFileHandler::mSdBlk.toStdString()});
 }
 
-/// What one query of the size or of the free space starts.
+/// The programs that one query of the size or of the free space starts.
 static void runColumn(Run run, char column)
 {
     runIsMounted(run);
@@ -81,7 +81,7 @@ static void libraryCopies()
     VornFileHandler::copyToFolder(files, STORAGE_SD, "copies");
 }
 
-/// The library beside the same starts by a bare QProcess and by posix_spawn.
+/// Compares the library with the same programs started by QProcess and by posix_spawn().
 static Comparison starts(const char *name, const std::function<void(Run)> &bare,
                          const std::function<void()> &library)
 {

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "benchmarks.h"
 #include "dataset.h"
+#include "literal.h"
 #include "ratios.h"
-#include "vornfilehandler.h"
 
 using namespace VORN_FILE_HANDLER;
 
@@ -24,14 +24,7 @@ static void bareCountAll()
 
 static void qtCountAll()
 {
-    int count = 0;
-    for (const QFileInfo &folder : qtFolders(storage())) {
-        QDir directory(folder.absoluteFilePath());
-        directory.setFilter(QDir::Files | QDir::NoSymLinks);
-        directory.setNameFilters({"*.jpg", "*.png", "*.avi", "*.mkv", "*.wav"});
-        count += static_cast<int>(directory.count());
-    }
-    benchmark::DoNotOptimize(count);
+    benchmark::DoNotOptimize(literal::mediaCount(STORAGE_SD));
 }
 
 void addCount()

@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "benchmarks.h"
 #include "dataset.h"
+#include "literal.h"
 #include "ratios.h"
-#include "vornfilehandler.h"
-
-#include <QJsonObject>
 
 #include <malloc.h>
 
@@ -25,33 +23,15 @@ static void bareList()
         benchmark::DoNotOptimize(bareListing(location + '/' + std::to_string(number) + SUFFIX));
 }
 
-static QJsonArray qtJson(const QFileInfoList &files)
-{
-    QJsonArray array;
-    const QString prefix = storage() + '/';
-    for (const QFileInfo &file : files) {
-        QJsonObject object;
-        object["moddate"] = file.birthTime().date().toString("yyyy-MM-dd");
-        object["modtime"] = file.birthTime().time().toString(Qt::TextDate);
-        object["type"] = file.suffix() == "jpg" ? FILE_TYPE_IMAGE : FILE_TYPE_UNKNOWN;
-        object["filename"] = file.absoluteFilePath().remove(prefix);
-        object["size"] = "0x" + QString::number(file.size(), 16);
-        array.append(object);
-    }
-    return array;
-}
-
 static void qtListAndJson()
 {
-    QFileInfoList files;
-    for (const QFileInfo &folder : qtFolders(storage()))
-        files += qtListing(folder.absoluteFilePath());
-    benchmark::DoNotOptimize(qtJson(files));
+    const QFileInfoList files = literal::files(STORAGE_SD, {}, DIRECTORY_FILTER_DCIM);
+    benchmark::DoNotOptimize(literal::json(STORAGE_SD, files));
 }
 
 static QFileInfoList listedFiles;
 
-/// Bytes on the heap, those of mapped blocks included.
+/// Bytes on the heap, including mapped blocks.
 static double heapBytes()
 {
     const struct mallinfo2 info = ::mallinfo2();
@@ -85,15 +65,15 @@ void addJson()
     const Way alone = {
         "library",
         [] { benchmark::DoNotOptimize(VornFileHandler::getJsonFileList(STORAGE_SD, listedFiles)); }, 3};
-    compareInZones({"JSON of 100,000 files already listed",
-                    0,
-                    {bare, alone, {"Qt", [] { benchmark::DoNotOptimize(qtJson(listedFiles)); }, 1}},
-                    [] {
-                        storage();
-                        listedFiles =
-                            VornFileHandler::getDirectoryContents(STORAGE_SD, DIRECTORY_FILTER_DCIM);
-                    },
-                    [] { listedFiles.clear(); }});
+    compareInZones(
+        {"JSON of 100,000 files already listed",
+         0,
+         {bare, alone, {"Qt", [] { benchmark::DoNotOptimize(literal::json(STORAGE_SD, listedFiles)); }, 1}},
+         [] {
+             storage();
+             listedFiles = VornFileHandler::getDirectoryContents(STORAGE_SD, DIRECTORY_FILTER_DCIM);
+         },
+         [] { listedFiles.clear(); }});
     report({"memory of a list of 100,000 files", "bytes per file", 1536, listBytesPerFile});
     report({"memory of such a list and its JSON", "bytes per file", 0, listAndJsonBytesPerFile});
 }

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "benchmarks.h"
 #include "dataset.h"
+#include "literal.h"
 #include "ratios.h"
-#include "vornfilehandler.h"
 
 using namespace VORN_FILE_HANDLER;
 
@@ -17,7 +17,7 @@ static QString folder()
 static QString folderWithForeignName()
 {
     const QString path = useStorage("foreign", {FILES}) + "/100ABC";
-    const QString name = path + QString::fromUtf8("/Gru\xC3\x9F.jpg");
+    const QString name = path + "/Gru\u00DF.jpg";
     if (!QFileInfo::exists(name))
         makeFile(name);
     return path;
@@ -28,9 +28,14 @@ static Comparison listing(const char *name, QString (*directory)(), const QStrin
     const Way bare = {"bare", [=] { benchmark::DoNotOptimize(bareListing(directory().toStdString())); }};
     const Way library = {"library", [=] {
                              benchmark::DoNotOptimize(VornFileHandler::getDirectoryContents(
-                                 directory(), nameFilters, QDir::Time | QDir::Reversed));
+                                 directory(), nameFilters, literal::OLDEST_FIRST));
                          }};
-    const Way qt = {"Qt", [=] { benchmark::DoNotOptimize(qtListing(directory(), nameFilters)); }, 1};
+    const Way qt = {"Qt",
+                    [=] {
+                        benchmark::DoNotOptimize(
+                            literal::files(QDir(directory()), nameFilters, literal::OLDEST_FIRST));
+                    },
+                    1};
     return {name, 2.5, {bare, library, qt}, [directory] { directory(); }};
 }
 

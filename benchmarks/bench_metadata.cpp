@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "benchmarks.h"
 #include "dataset.h"
+#include "literal.h"
 #include "process.h"
 #include "ratios.h"
-#include "vornfilehandler.h"
 
 #include <QImage>
 #include <QImageReader>
@@ -55,13 +55,18 @@ static void bareFolder()
     benchmark::DoNotOptimize(bareStatus(path));
 }
 
+static QFileInfoList qtListing()
+{
+    return literal::files(QDir(folder()), {}, literal::OLDEST_FIRST);
+}
+
 static void qtFolder()
 {
     qint64 size = 0;
-    for (const QFileInfo &file : qtListing(folder()))
+    for (const QFileInfo &file : qtListing())
         size += file.size();
     int images = 0;
-    for (const QFileInfo &file : qtListing(folder()))
+    for (const QFileInfo &file : qtListing())
         images += !file.isDir() && file.suffix() == "jpg";
     benchmark::DoNotOptimize(size + images);
 }

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "benchmarks.h"
 #include "dataset.h"
+#include "literal.h"
 #include "ratios.h"
-#include "vornfilehandler.h"
 
 using namespace VORN_FILE_HANDLER;
 
@@ -23,12 +23,7 @@ static void bareNext()
 
 static void qtNext()
 {
-    const QString location = storage();
-    const QStringList filters = {"DCF_*.jpg", "DCF_*.png", "DCF_*.avi", "DCF_*.mkv", "DCF_*.wav"};
-    const QDir last(qtFolders(location).last().absoluteFilePath());
-    const QString file =
-        last.entryInfoList(filters, QDir::Files | QDir::NoSymLinks, QDir::Name).last().fileName();
-    benchmark::DoNotOptimize(qtFolders(location).last().fileName() + file);
+    benchmark::DoNotOptimize(literal::nextName(STORAGE_SD, "jpg"));
 }
 
 void addNext()

@@ -104,14 +104,3 @@ std::vector<BareFile> bareListing(const std::string &directory)
               [](const BareFile &a, const BareFile &b) { return a.modified < b.modified; });
     return files;
 }
-
-QFileInfoList qtListing(const QString &directory, const QStringList &nameFilters)
-{
-    return QDir(directory).entryInfoList(nameFilters, QDir::Files | QDir::NoSymLinks,
-                                         QDir::Time | QDir::Reversed);
-}
-
-QFileInfoList qtFolders(const QString &location)
-{
-    return QDir(location).entryInfoList({QString("*") + SUFFIX}, QDir::Dirs | QDir::NoSymLinks, QDir::Name);
-}

@@ -2,30 +2,29 @@
 #ifndef DATASET_H
 #define DATASET_H
 
-#include <QFileInfo>
-#include <QStringList>
+#include <QString>
 
 #include <string>
 #include <vector>
 
 #include <cstdint>
 
-// Data sets. Each is made when it is first asked for, in one temporary directory.
+// Data sets, created in one temporary directory when they are first used
 
 constexpr char SUFFIX[] = "ABC";
 
-/// A location in the temporary directory under the name @p name, with folders 100ABC, 101ABC and so on.
-/// Each holds as many files DCF_0001.jpg, ... of one byte and random times as @p files says for it.
-/// The configuration is set to it, as the SD card's.
+/// Creates the location @p name with the folders 100ABC, 101ABC and so on, and configures it as that of the
+/// SD card. The folder with index i contains files[i] files of one byte with random times: DCF_0001.jpg and
+/// so on.
 QString useStorage(const QString &name, const std::vector<int> &files);
 
-/// Path of a directory in the temporary directory, which is made if it is missing.
+/// Path of the directory @p name, which is created if it is missing.
 QString workDirectory(const QString &name);
 
 void makeFile(const QString &path);
 void removeDataSets();
 
-// Lower bounds: what the answer takes from the system, with no Qt and no object per file.
+// Lower bounds: the system calls that the result requires, without Qt and without an object per file
 
 struct BareFile {
     std::string name;
@@ -42,13 +41,5 @@ std::vector<BareFile> bareStatus(const std::string &directory);
 
 /// The same, oldest modification first.
 std::vector<BareFile> bareListing(const std::string &directory);
-
-// The same by Qt alone, as its documentation has it.
-
-/// The files of @p directory, oldest modification first.
-QFileInfoList qtListing(const QString &directory, const QStringList &nameFilters = {});
-
-/// The numbered folders of @p location in the order of their names.
-QFileInfoList qtFolders(const QString &location);
 
 #endif // DATASET_H

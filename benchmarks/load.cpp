@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Full storages and long use, on the file system of TMPDIR:
-//   load            both of
+// Full storage devices and long use, on the file system of TMPDIR:
+//   load            both
 //   load storages   time and memory of each operation at 1,000 to 1,000,000 sparse files
 //   load recordings memory of a host that records, lists and deletes the oldest 100,000 times
 
@@ -23,12 +23,12 @@ using namespace VORN_FILE_HANDLER;
 
 namespace {
 
-constexpr int FILES_PER_FOLDER = 1112; // a million fills the 900 folders that there can be
+constexpr int FILES_PER_FOLDER = 1112; // a million files fill all 900 possible folders
 constexpr eStorageType STORAGE = STORAGE_SD;
 
 struct Cost {
     double seconds = 0;
-    double mebibytes = 0; ///< most memory in use at once, less that before
+    double mebibytes = 0; ///< peak memory use minus the use before
 };
 
 void makeSparseFile(const QString &path)
@@ -64,7 +64,7 @@ double mebibytesOf(const std::string &field)
     qFatal("/proc/self/status has no %s", field.c_str());
 }
 
-/// In a process of its own, so that one operation does not use what another one left behind.
+/// Runs @p operation in a child process, so that it does not reuse memory that another operation has freed.
 Cost costOf(const std::function<void()> &operation)
 {
     int ends[2] = {-1, -1};
@@ -83,7 +83,7 @@ Cost costOf(const std::function<void()> &operation)
     ::close(ends[1]);
     Cost cost;
     if (::read(ends[0], &cost, sizeof cost) != sizeof cost)
-        qFatal("an operation did not end");
+        qFatal("an operation did not finish");
     ::close(ends[0]);
     ::waitpid(child, nullptr, 0);
     return cost;

@@ -11,7 +11,8 @@ int main(int argc, char *argv[])
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 1;
     ::unsetenv("TZ");
-    // First what starts processes: that gets slower with the memory that the other benchmarks leave behind.
+    // The benchmarks that start processes run first: they become slower with the memory that the others leave
+    // allocated.
     addSpawn();
     addCommands();
     addListing();

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-// Each starts one program, reads what it prints on both outputs, and waits until it ends.
+// Each starts one program, reads its standard output and standard error, and waits until it ends.
 
 using CommandLine = std::vector<std::string>;
 

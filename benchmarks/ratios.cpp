@@ -25,8 +25,8 @@ static double seconds(const timeval &time)
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
 }
 
-/// Processor time of this process and of those that it has waited for: what else runs on the machine does
-/// not count.
+/// Processor time of this process and of those that it has waited for, so that other programs on the machine
+/// do not count.
 static double processorTime()
 {
     rusage children = {};
@@ -37,7 +37,7 @@ static double processorTime()
            + static_cast<double>(own.tv_nsec) / 1e9;
 }
 
-/// Seconds that @p way takes for one run.
+/// Seconds for one run of @p way.
 static double measure(const Comparison &comparison, const Way &way)
 {
     double passed = 0;
@@ -51,7 +51,7 @@ static double measure(const Comparison &comparison, const Way &way)
     return passed / runs;
 }
 
-/// Name of a way's counter: counters are kept in the order of their names.
+/// Name of the counter of a way. Counters are kept in the order of their names.
 static std::string counterName(std::size_t index, const Way &way)
 {
     return std::to_string(index) + ' ' + way.name;
@@ -112,15 +112,15 @@ void compareInZones(const Comparison &comparison)
     compare(inZone);
 }
 
-void report(const Figure &figure)
+void report(const Measurement &measurement)
 {
-    const auto run = [figure](benchmark::State &state) {
+    const auto run = [measurement](benchmark::State &state) {
         for ([[maybe_unused]] auto iteration : state)
-            state.counters[VALUE] = figure.value();
-        state.counters[TARGET] = figure.target;
-        state.SetLabel(figure.unit);
+            state.counters[VALUE] = measurement.value();
+        state.counters[TARGET] = measurement.target;
+        state.SetLabel(measurement.unit);
     };
-    benchmark::RegisterBenchmark(figure.name.c_str(), run)->Iterations(1)->Repetitions(1);
+    benchmark::RegisterBenchmark(measurement.name.c_str(), run)->Iterations(1)->Repetitions(1);
 }
 
 bool RatioReporter::ReportContext(const Context & /*context*/)
@@ -140,9 +140,9 @@ static void printRun(const benchmark::BenchmarkReporter::Run &run)
 {
     const auto &counters = run.counters;
     const double target = counters.at(TARGET);
-    const bool isFigure = counters.count(VALUE) != 0;
-    std::string others = isFigure ? run.report_label : std::string();
-    std::string library = isFigure ? number("%.0f", counters.at(VALUE)) : std::string();
+    const bool isMeasurement = counters.count(VALUE) != 0;
+    std::string others = isMeasurement ? run.report_label : std::string();
+    std::string library = isMeasurement ? number("%.0f", counters.at(VALUE)) : std::string();
     for (const auto &[name, counter] : counters) {
         if (name[0] == '1')
             library = number("%.2f", counter);
@@ -150,7 +150,7 @@ static void printRun(const benchmark::BenchmarkReporter::Run &run)
             others += name.substr(2) + number(" %.2f", counter);
     }
     std::printf("%-62s %9s %8s %7s  %s\n", run.run_name.function_name.c_str(),
-                isFigure ? "-" : number("%.3f", counters.at(BOUND) * 1000).c_str(), library.c_str(),
+                isMeasurement ? "-" : number("%.3f", counters.at(BOUND) * 1000).c_str(), library.c_str(),
                 target > 0 ? number("%g", target).c_str() : "-", others.c_str());
     std::fflush(stdout);
 }

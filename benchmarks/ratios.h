@@ -9,40 +9,41 @@
 #include <string>
 #include <vector>
 
-/// One way of getting an operation's result.
+/// One way to obtain an operation's result.
 struct Way {
     std::string name;
     std::function<void()> run;
     int rounds = 5;
 };
 
-/// Several ways beside each other. The first is the bound that the others are measured by, the second the
-/// library's.
+/// Several ways to compare. The first is the bound that the others are measured against, the second that of
+/// the library.
 struct Comparison {
     std::string name;
-    double target; ///< highest ratio wanted of the library; 0 for none
+    double target; ///< highest acceptable ratio for the library; 0 if there is none
     std::vector<Way> ways;
     std::function<void()> prepare; ///< called once before the first round
     std::function<void()> finish = [] {};
-    std::function<void()> between = [] {}; ///< called before each run, outside the time measured
+    std::function<void()> between = [] {}; ///< called before each run, not measured
 };
 
-/// Registers a benchmark in which the ways take turns: in each round each of them once, for some
-/// milliseconds. The speed of a machine changes in the course of a run, so ratios are those of neighbours.
+/// Registers a benchmark in which the ways take turns: each of them runs once per round, for some
+/// milliseconds. The speed of a machine drifts during a run, so a ratio compares measurements of the same
+/// round.
 void compare(const Comparison &comparison);
 
 /// compare() twice: with TZ unset, and with TZ=Europe/Berlin.
 void compareInZones(const Comparison &comparison);
 
-/// A figure that is no time, such as memory.
-struct Figure {
+/// A measured value other than a time, such as memory.
+struct Measurement {
     std::string name;
     std::string unit;
-    double target; ///< highest value wanted; 0 for none
+    double target; ///< highest acceptable value; 0 if there is none
     std::function<double()> value;
 };
 
-void report(const Figure &figure);
+void report(const Measurement &measurement);
 
 /// Prints one line per comparison: the median time of the bound, and the medians of the ratios to it.
 class RatioReporter : public benchmark::BenchmarkReporter
