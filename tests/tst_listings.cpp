@@ -109,6 +109,7 @@ void ListingsTest::files_data()
         {"a.jpg", "z.jpg", "\u00e4.jpg"});
     row("filter-outside-ascii-ignores-case", {"a.jpg", "\u00e4.jpg"}, {"\u00c4*"}, {"\u00e4.jpg"});
     row("kelvin-sign-for-k", {"a.mkv", "b.m\u212av"}, {"*.mkv"}, {"a.mkv", "b.m\u212av"});
+    row("kelvin-sign-for-k-in-the-filter", {"a.mkv", "b.jpg"}, {"*.m\u212av"}, {"a.mkv"});
     row("order-is-by-code-unit", {"B", "a", "\U0001F4F7", "\uff61"}, {}, {"B", "a", "\U0001F4F7", "\uff61"});
     row("line-feed-in-the-name", {"a\n.jpg", "b.jpg\n"}, {"*.jpg"}, {"a\n.jpg"});
     row("pattern-characters-in-the-name", {"a[1].jpg", "a+b(.jpg"}, {"a+b(*"}, {"a+b(.jpg"});

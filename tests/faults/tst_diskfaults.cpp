@@ -269,6 +269,8 @@ void TestDiskFaults::reportIsThatOfQDir_data()
     row("created-before-1970", createdAt(-86400));
     row("created-in-2037", createdAt(2145916798));
     row("created-after-2037", createdAt(4102444800));
+    row("created-in-the-year-10000", createdAt(253402300800));
+    row("created-before-the-year-1", createdAt(-62200000000));
     row("types-unknown-and-statx-missing", statxFails(ENOSYS, nullptr, true));
     row("types-unknown-and-statx-error-for-one-file", statxFails(EIO, "DCF_0150.jpg", true));
 }
