@@ -175,25 +175,12 @@ Outcome ToolRun::usageError(const QByteArrayList &messages) const
 
 Tree below(const QByteArray &folder, const Tree &entries)
 {
-    Tree all;
-    for (const QByteArray &entry : entries)
-        all.append(folder + entry);
-    return all;
+    return inFolder(folder, entries).mid(1);
 }
 
 Tree onCard(const Tree &entries)
 {
-    return Tree{"sd/", "sd/DCIM/"} + below("sd/DCIM/", entries);
-}
-
-QByteArray locationCreated(const QByteArray &location)
-{
-    return diagnosticLine("root dir " + location + " doesn't exist. Create it");
-}
-
-QByteArray folderNotANumber()
-{
-    return diagnosticLine("directory is not a number, continue to check remaining directories");
+    return Tree{"sd/"} + inFolder("sd/DCIM/", entries);
 }
 
 QByteArray errorLines(const QByteArrayList &messages)

@@ -86,10 +86,6 @@ Tree below(const QByteArray &folder, const Tree &entries);
 /// "sd/" and "sd/DCIM/", with @p entries in them.
 Tree onCard(const Tree &entries);
 
-/// Lines of the library on standard error: it creates @p location; it skips a folder without a number.
-QByteArray locationCreated(const QByteArray &location);
-QByteArray folderNotANumber();
-
 /// A line "vornfh: MESSAGE" for each message.
 QByteArray errorLines(const QByteArrayList &messages);
 
