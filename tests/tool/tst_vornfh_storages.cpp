@@ -210,8 +210,9 @@ void VornfhStoragesTest::usesDefaultLocations()
     const ToolRun tool;
     const QByteArray err = errorLines({"no storage device is configured; using @/data/vornfh/mmc/DCIM, "
                                        "@/data/vornfh/sd/DCIM and @/data/vornfh/usb/DCIM"});
-    QCOMPARE(tool.run({"next", "usb", "jpg"}), tool.success("@/data/vornfh/usb/DCIM/100VORN/DCF_0001.jpg\n",
-                                                            err + missingLocationLine("@/data/vornfh/usb/DCIM")));
+    QCOMPARE(tool.run({"next", "usb", "jpg"}),
+             tool.success("@/data/vornfh/usb/DCIM/100VORN/DCF_0001.jpg\n",
+                          err + missingLocationLine("@/data/vornfh/usb/DCIM")));
     QCOMPARE(tool.run({"count", "usb"}), tool.success("0\n", err));
     QVERIFY(tree(tool.path()).contains("data/vornfh/usb/DCIM/100VORN/"));
     QVERIFY(!tree(tool.path()).contains("data/vornfh/sd/"));
