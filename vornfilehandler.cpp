@@ -395,7 +395,7 @@ template <typename Visit>
 bool scan(const QDir &directory, unsigned char type, Visit visit)
 {
     const auto filters = plainFilters(directory);
-    // A ":" may begin a Qt resource path or a search path that the host has set.
+    // A ":" marks a Qt resource path (":/x") or ends the prefix of a search path that the host has set.
     if (!filters || directory.path().contains(':'))
         return false;
     const std::unique_ptr<DIR, int (*)(DIR *)> stream(::opendir(QFile::encodeName(directory.path())),
@@ -427,8 +427,8 @@ bool isValidFilter(const QString &filter)
            || QRegularExpression(QRegularExpression::wildcardToRegularExpression(filter)).isValid();
 }
 
-/// Removes the name filters that are not valid patterns from @p directory; they match nothing. Returns false
-/// if there were filters and none of them is valid, so that nothing is to be listed.
+/// Removes from @p directory the name filters that are not valid patterns; they match nothing. Returns false
+/// if there were filters and none of them is valid, in which case nothing must be listed.
 bool dropInvalidFilters(QDir &directory)
 {
     const QStringList filters = directory.nameFilters();
@@ -595,7 +595,7 @@ WallClock wallClock(QDateTime time)
 }
 
 /// The same for @p msecs since 1970 in UTC, 0 meaning no time as it does for QFileInfo. localtime_r() is used
-/// where it agrees with QDateTime: not before 1970, after 2037, or in leap seconds. QDateTime looks up the
+/// where it agrees with QDateTime: from 1970 to 2037, except in leap seconds. QDateTime looks up the
 /// time zone at every conversion, which costs three stat() calls on /etc/localtime if TZ is unset; for
 /// localtime_r() the caller calls tzset() once per listing.
 WallClock wallClock(qint64 msecs)
@@ -624,7 +624,7 @@ qint64 toMsecs(const statx_timestamp &time)
     return time.tv_sec * 1000 + time.tv_nsec / 1000000;
 }
 
-/// The same from the status of a file.
+/// createdTime() in milliseconds since 1970, from the result of statx().
 qint64 createdMsecs(const struct statx &status)
 {
     const qint64 birth = status.stx_mask & STATX_BTIME ? toMsecs(status.stx_btime) : 0;
@@ -680,9 +680,10 @@ Files unsortedFiles(QDir directory)
     return filesByQDir(directory);
 }
 
-/// The files in @p directory in the order OLDEST_FIRST, which is set in it. Sorting takes a fiftieth of the
-/// time of QDir, because QDir converts times in every comparison. A file without a time compares equal to
-/// every other in QDir's order, which is then not transitive, so that only QDir itself can reproduce it.
+/// The files in @p directory in the order OLDEST_FIRST, which @p directory must already have. Sorting takes a
+/// fiftieth of the time that QDir takes, because QDir converts times in every comparison. A file without a
+/// time compares equal to every other in QDir's order, which is then not transitive, so that only QDir itself
+/// can reproduce it.
 Files filesByTime(const QDir &directory)
 {
     ::tzset();
@@ -836,9 +837,10 @@ int VornFileHandler::getMediaFileCount(eStorageType storage)
 
 void VornFileHandler::deleteAllFiles(eStorageType storage)
 {
-    // Called although the whole location is deleted: it creates what is missing, and if it neither finds nor
-    // creates a folder, nothing is deleted. The location is named here and not taken from the folders: with
-    // an empty suffix "." and ".." are among them, whose parents are above the location.
+    // The folders are listed although the whole location is about to be deleted: that creates what is
+    // missing, and if it neither finds nor creates a folder, nothing is deleted. The location is named here
+    // and not taken from the folders: with an empty suffix "." and ".." are among them, whose parents are
+    // above the location.
     if (!getDCIMFolders(storage).isEmpty())
         deleteFolder(absolutePath(getStorageDir(storage)));
 }
@@ -1029,8 +1031,8 @@ KeptProcesses &kept()
 
 /// Qt 5.15 does not notice that clone() failed: it would wait for a descriptor that it never received, close
 /// it, and kill process -1, which means every process. A QProcess whose start failed in this way must not be
-/// destroyed, nor waited for to finish. Its pipes have no writer: reading them to their end closes them, and
-/// the next start of the object overwrites the rest of its state.
+/// destroyed, and waitForFinished() must not be called on it. Its pipes have no writer: reading them to their
+/// end closes them, and the next start of the object overwrites the rest of its state.
 void keepSpare(Process process)
 {
     constexpr int MILLISECONDS = 100; // for children of other threads, which hold the pipes until their exec

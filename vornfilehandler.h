@@ -124,8 +124,9 @@ public:
     /// Path of the numbered folder @p folderNumber: location, "/", the number without padding, suffix.
     static QString getDirPath(VORN_FILE_HANDLER::eStorageType storage, int folderNumber);
 
-    /// Path of a media file: numbered folder, "/DCF_", the number with at least four digits, ".", @p
-    /// extension. With THUMB_FILE_EXT it is the path of the file's thumbnail.
+    /// Path of a media file: numbered folder, "/DCF_", the number padded with zeros to at least four
+    /// characters (7 becomes 0007, -7 becomes -007), ".", @p extension. With THUMB_FILE_EXT it is the path of
+    /// the file's thumbnail.
     static QString getFilePath(VORN_FILE_HANDLER::eStorageType storage, int folderNumber, int fileNumber,
                                QString extension);
 
@@ -218,7 +219,7 @@ public:
     // not valid UTF-8 are never listed. If a listing is sorted by time or size, its entries keep the size and
     // times that the files had when they were listed; otherwise these are read when first asked for. A
     // directory is read once; for the order QDir::Time | QDir::Reversed it is read twice if a name in it is
-    // not ASCII.
+    // not ASCII or if a file has no modification time.
 
     /// The files in one directory, sorted by @p sort. If @p nameFilters is empty, the name filters already
     /// set in @p directory apply. If the directory is missing, prints the line "directory <path> doesn't
@@ -231,10 +232,11 @@ public:
                                                  QFlags<QDir::SortFlag> sort);
 
     /// The folders of a storage device that @p filter selects, in QDir::Name order. DIRECTORY_FILTER_DCIM
-    /// is the same as getDCIMFolders(), including its side effects and output. Otherwise a missing location
-    /// is created, the line "root dir <location> doesn't exist. Create it" is printed, and hidden folders,
-    /// symbolic links, "." and ".." are left out. With DIRECTORY_FILTER_NON_DCIM the suffix becomes part of a
-    /// regular expression; if that is not valid, no folder is left out.
+    /// is the same as getDCIMFolders(), including its side effects and output. Otherwise, if the
+    /// location is missing, it is created and the line "root dir <location> doesn't exist. Create it" is
+    /// printed. Hidden folders, symbolic links, "." and ".." are never listed. With DIRECTORY_FILTER_NON_DCIM
+    /// the suffix becomes part of a regular expression; if that is not valid, the numbered folders are listed
+    /// too.
     static QList<QFileInfo> getFolders(VORN_FILE_HANDLER::eStorageType storage,
                                        VORN_FILE_HANDLER::eDIRECTORY_FILTER filter);
 
@@ -352,7 +354,7 @@ public:
     /// Bytes available to users on the file system that holds the mount path, as df reports them. For a card
     /// that is present but not mounted, that is the file system of the mount-point directory, usually the
     /// root file system. 0 if isMounted() is false, if the mount path does not exist, if the output of df is
-    /// not one number, or if the value is above 2 TiB. Starts the processes of isMounted(), then sh, df and
+    /// not one number, or if the value is 2 TiB or more. Starts the processes of isMounted(), then sh, df and
     /// awk.
     static qint64 getRemainingBytes(VORN_FILE_HANDLER::eStorageType type);
 
@@ -488,7 +490,7 @@ public:
     int setComment(QFileInfo file, QString comment);
 
     /// 0xFF 0xFE, then each byte of @p text followed by 0x00, then 0x00 0x00. This is UTF-16LE for ASCII
-    /// only: a character of several bytes becomes as many units.
+    /// only: a character that takes several bytes in UTF-8 becomes that many code units.
     std::vector<uint8_t> utf8ToUtf16LE(const std::string &text);
 };
 
