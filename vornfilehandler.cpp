@@ -204,7 +204,9 @@ QDir VornFileHandler::getStorageDir(eStorageType type)
     // Copies of a QDir share what it looks up lazily, without a lock. Setting the path detaches this copy
     // from the configuration, so that operations on several threads never share that state.
     QDir copy = *location;
-    copy.setPath(location->path());
+    // setPath() removes one slash at the end, which the path may have kept.
+    const QString path = location->path();
+    copy.setPath(path.size() > 1 && path.endsWith('/') ? path + '/' : path);
     return copy;
 }
 
@@ -216,7 +218,7 @@ namespace {
 /// component is not followed. If that is "." or "..", the whole path is resolved.
 QString withResolvedParent(QString path)
 {
-    while (path.endsWith('/'))
+    while (path.endsWith('/') || path.endsWith("/."))
         path.chop(1);
     const QString name = path.section('/', -1);
     if (name == "." || name == "..")
@@ -1092,12 +1094,12 @@ QString readText(QProcess &process, QProcess::ProcessChannel channel)
 
 /// Kills a running process, as the destructor would, but without its warning. Returns false if the process is
 /// still there after the time that the destructor waits: it is blocked in the kernel, for instance by a file
-/// system that does not respond.
+/// system that does not respond. waitForFinished() also returns false if the program could not be started.
 bool isKilled(QProcess &process)
 {
     constexpr int MILLISECONDS = 30000;
     process.kill();
-    return process.waitForFinished(MILLISECONDS);
+    return process.waitForFinished(MILLISECONDS) || process.state() == QProcess::NotRunning;
 }
 
 /// Runs a command line in a shell. The double quote is left open; splitting the line closes it.

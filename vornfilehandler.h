@@ -216,10 +216,10 @@ public:
     //
     // A file listing contains only regular files: no directories, no symbolic links, no hidden files. Name
     // filters are QDir wildcards and ignore case; an empty list of filters matches every file. Names that are
-    // not valid UTF-8 are never listed. If a listing is sorted by time or size, its entries keep the size and
-    // times that the files had when they were listed; otherwise these are read when first asked for. A
-    // directory is read once; for the order QDir::Time | QDir::Reversed it is read twice if a name in it is
-    // not ASCII or if a file has no modification time.
+    // not valid UTF-8 are never listed. In a listing in the order QDir::Time | QDir::Reversed, the entries
+    // keep the size and times that the files had when they were listed; in any other order, these may be read
+    // when first asked for. A directory is read once. In the order QDir::Time | QDir::Reversed, it is read
+    // twice if a name in it is not ASCII, and once more if a file has no modification time.
 
     /// The files in one directory, sorted by @p sort. If @p nameFilters is empty, the name filters already
     /// set in @p directory apply. If the directory is missing, prints the line "directory <path> doesn't

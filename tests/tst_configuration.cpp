@@ -68,6 +68,7 @@ private slots:
     void mountPathOfEachStorage();
     void absoluteLocation_data();
     void absoluteLocation();
+    void nameFiltersOfALocation();
     void relativeLocationFollowsTheCurrentDirectory();
     void unsupportedStorage_data();
     void unsupportedStorage();
@@ -236,6 +237,19 @@ void ConfigurationTest::absoluteLocation_data()
     row("doubled-slashes", "/mnt//sd/DCIM", "/mnt/sd/DCIM");
     row("dots", "/mnt/./usb/../sd/DCIM", "/mnt/sd/DCIM");
     row("root", "/", "/");
+    row("two-slashes-at-the-end", "/mnt/sd/DCIM//", QDir("/mnt/sd/DCIM//").absolutePath());
+    row("three-slashes-at-the-end", "/mnt/sd/DCIM///", QDir("/mnt/sd/DCIM///").absolutePath());
+}
+
+/// The settings of a location apply to what is listed in it.
+void ConfigurationTest::nameFiltersOfALocation()
+{
+    const Storages storages;
+    makeTree(storages.sd(), {"MISC/", "MORE/", "OTHER/"});
+    VornFileHandler::mSDLocation.setNameFilters({"M*"});
+    QCOMPARE(VornFileHandler::getStorageDir(STORAGE_SD), VornFileHandler::mSDLocation);
+    QCOMPARE(fileNames(VornFileHandler::getFolders(STORAGE_SD, anyFilter(0))), QStringList({"MISC", "MORE"}));
+    VornFileHandler::mSDLocation.setNameFilters({});
 }
 
 void ConfigurationTest::absoluteLocation()

@@ -177,10 +177,12 @@ void ListingsTest::missingDirectory()
         QCOMPARE(VornFileHandler::getDirectoryContents(QDir(path), {}, order), QFileInfoList());
         QCOMPARE(capture.take(), missingDirectoryLine(root + "/" + path));
     }
-    // The line shows the path as absolutePath() returns it, without the slashes at the end.
-    QCOMPARE(VornFileHandler::getDirectoryContents(root + "/" + path + "///", {}, QDir::Name),
-             QFileInfoList());
-    QCOMPARE(capture.take(), missingDirectoryLine(QDir(root + "/" + path + "///").absolutePath()));
+    // The line shows the path as absolutePath() returns it, with one slash left of two.
+    for (const char *slashes : {"//", "///"}) {
+        const QString written = root + "/" + path + slashes;
+        QCOMPARE(VornFileHandler::getDirectoryContents(written, {}, QDir::Name), QFileInfoList());
+        QCOMPARE(capture.take(), missingDirectoryLine(QDir(written).absolutePath()));
+    }
     QCOMPARE(tree(storages.path()), Tree({"file", "link -> none"}));
 }
 
@@ -444,8 +446,7 @@ void ListingsTest::folders()
     if (creates)
         expected.append(QFile::encodeName("100" + suffix + "/"));
     std::sort(expected.begin(), expected.end());
-    if (suffix != "A[" && !suffix.contains(QChar::Null))
-        QCOMPARE(tree(storages.sd()), expected);
+    QCOMPARE(tree(storages.sd()), expected);
 }
 
 void ListingsTest::foldersOfMissingLocation_data()

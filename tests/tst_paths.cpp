@@ -397,6 +397,9 @@ void PathsTest::deleteByPath_data()
         {"a/", "b/", "link -> b"});
     row("link-with-a-slash-after-a-parent", {"a/", "b/", "b/file", "link -> b"}, "/a/../link/",
         {"a/", "b/", "link -> b"});
+    for (const char *end : {"/.", "/./", "/././"})
+        row((QByteArray("link-with-") + end + "-after-a-parent").constData(),
+            {"a/", "b/", "b/file", "link -> b"}, QString("/a/../link") + end, {"a/", "b/", "link -> b"});
     row("folder-after-a-parent", {"a/", "b/", "b/file"}, "/a/../b", {"a/"});
     row("parent-of-the-target-of-a-link", {"a/", "a/link -> ../b/c", "b/", "b/c/", "b/file"}, "/a/link/..",
         {"a/", "a/link -> ../b/c"});

@@ -135,6 +135,7 @@ int kill(pid_t process, int number) noexcept
 {
     static const auto next = real<int(pid_t, int)>("kill");
     faults.sentSignals.push_back(number);
+    ::usleep(faults.killMicroseconds);
     if (faults.cannotBeKilled)
         return 0;
     if (process != -1)

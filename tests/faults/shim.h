@@ -26,12 +26,13 @@ struct Faults {
     int mkdirError = 0;
     int removeError = 0; ///< unlink() and rmdir()
     const char *removeName = nullptr;
-    int forkError = 0;            ///< fork() and clone()
-    int unsetDescriptor = 1000;   ///< what a failed clone() leaves in place of the child's descriptor
-    bool cannotBeKilled = false;  ///< kill() succeeds without effect
-    bool timePasses = false;      ///< a wait of a second or more ends at once, and the clock is advanced
-    bool killedAll = false;       ///< kill() was called for every process of the system
-    std::vector<int> sentSignals; ///< by kill() so far
+    int forkError = 0;             ///< fork() and clone()
+    int unsetDescriptor = 1000;    ///< what a failed clone() leaves in place of the child's descriptor
+    bool cannotBeKilled = false;   ///< kill() succeeds without effect
+    unsigned killMicroseconds = 0; ///< kill() takes this long
+    bool timePasses = false;       ///< a wait of a second or more ends at once, and the clock is advanced
+    bool killedAll = false;        ///< kill() was called for every process of the system
+    std::vector<int> sentSignals;  ///< by kill() so far
     int afterEntries = 0;
     std::function<void()> whileReading; ///< called once, after this many entries of a directory
 };

@@ -67,6 +67,7 @@ private slots:
     void childIsKilled();
     void childThatIgnoresTerminationIsKilledAtTheLimit();
     void childThatCannotBeKilledIsAbandoned();
+    void programThatNeverStartedIsNotKept();
     void probeIsKilled();
     void fewDescriptorsAreFree_data();
     void fewDescriptorsAreFree();
@@ -235,6 +236,15 @@ void TestProcessFaults::childThatCannotBeKilledIsAbandoned()
     ::alarm(60);
     writeFile(gate);
     QVERIFY(::waitpid(-1, nullptr, 0) > 0);
+}
+
+/// The time limit is over before it is known that the program is missing.
+void TestProcessFaults::programThatNeverStartedIsNotKept()
+{
+    Faults slow;
+    slow.killMicroseconds = 5000;
+    const WithFaults slowly(slow);
+    QVERIFY(heapGrowth([] { run("/none/missing", {"argument"}, 0); }) < SMALLEST_LEAK);
 }
 
 void TestProcessFaults::probeIsKilled()

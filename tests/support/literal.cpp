@@ -37,7 +37,7 @@ QDir location(eStorageType storage)
 {
     static const QDir *const LOCATIONS[] = {&VornFileHandler::mMMCLocation, &VornFileHandler::mSDLocation,
                                             &VornFileHandler::mUSBLocation};
-    return QDir(LOCATIONS[storage]->path());
+    return *LOCATIONS[storage];
 }
 
 QString folderPath(eStorageType storage, int number)
