@@ -2,6 +2,7 @@
 #include "toolsupport.h"
 
 #include <QDir>
+#include <QRegularExpression>
 
 #include <algorithm>
 #include <vector>
@@ -139,6 +140,24 @@ bool ToolRun::dropPrivileges()
     return run({"--version"}).exitCode == 0;
 }
 
+bool ToolRun::runBefore(const QByteArray &call, const QByteArray &script, int count)
+{
+#ifdef AT_CALL_PATH
+    environment.insert("LD_PRELOAD", AT_CALL_PATH);
+    environment.insert("AT_CALL", call);
+    environment.insert("AT_CALL_COUNT", QString::number(count));
+    environment.insert("AT_CALL_SCRIPT", QString::fromUtf8(script));
+    // AddressSanitizer need not be the first library.
+    environment.insert("ASAN_OPTIONS", environment.value("ASAN_OPTIONS") + ":verify_asan_link_order=0");
+    return true;
+#else
+    Q_UNUSED(call)
+    Q_UNUSED(script)
+    Q_UNUSED(count)
+    return false;
+#endif
+}
+
 QString ToolRun::toolPath()
 {
     return VORNFH_PATH;
@@ -189,6 +208,27 @@ QByteArray errorLines(const QByteArrayList &messages)
     for (const QByteArray &message : messages)
         lines += "vornfh: " + message + "\n";
     return lines;
+}
+
+QByteArray withoutRandomNames(const QByteArray &text)
+{
+    static const QRegularExpression NAME(R"(\.vornfh-[0-9]+-[A-Za-z0-9]{6}\b)");
+    return QString::fromUtf8(text).replace(NAME, ".vornfh-PID-XXXXXX").toUtf8();
+}
+
+Outcome withoutRandomNames(const Outcome &outcome)
+{
+    return {outcome.exitCode, withoutRandomNames(outcome.out), withoutRandomNames(outcome.err)};
+}
+
+bool isRunning(pid_t number)
+{
+    QFile file(QString("/proc/%1/stat").arg(number));
+    if (!file.open(QIODevice::ReadOnly))
+        return false;
+    const QByteArray status = file.readAll();
+    const char state = status.at(status.lastIndexOf(')') + 2); // after the program's name
+    return state != 'Z' && state != 'X';
 }
 
 bool hasOwnMounts()

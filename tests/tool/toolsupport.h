@@ -56,6 +56,10 @@ public:
     /// From now on the tool runs as an unprivileged user. Call this before files are made. Returns false if
     /// that is not possible.
     bool dropPrivileges();
+    /// From now on, a shell runs @p script immediately before call number @p count of the function @p call
+    /// that the tool makes; the functions are those in atcall.cpp. To the script, the tool is $PPID. Returns
+    /// false if that is not possible.
+    bool runBefore(const QByteArray &call, const QByteArray &script, int count = 1);
 
     QString path() const { return mDirectory.path(); }
     QString sd() const { return path() + "/sd/DCIM"; }
@@ -88,6 +92,13 @@ Tree onCard(const Tree &entries);
 
 /// A line "vornfh: MESSAGE" for each message.
 QByteArray errorLines(const QByteArrayList &messages);
+
+/// @p text with ".vornfh-PID-XXXXXX" in place of the name of each temporary file of the tool.
+QByteArray withoutRandomNames(const QByteArray &text);
+Outcome withoutRandomNames(const Outcome &outcome);
+
+/// Returns whether process @p number exists and is not a zombie.
+bool isRunning(pid_t number);
 
 /// Messages that more than one test expects.
 namespace messages {

@@ -37,6 +37,26 @@ const QByteArray NOT_A_FILE = "is a link or a special file: the library never li
 const QByteArray NESTED_FOLDER = "is a folder in a numbered folder: the library lists nothing in it";
 const QByteArray NOT_UTF8 = "the name is not valid UTF-8: the library never lists it";
 
+const QByteArray NOT_CLOSED =
+    "has no end: it is being recorded, or its recording was interrupted, and a player may refuse it";
+const QByteArray LEFTOVER =
+    "was left by an interrupted command; the next one that writes to this folder removes it";
+
+/// The start of an AVI or WAV file, with @p size in its header, in hexadecimal digits.
+QByteArray riff(const QByteArray &size)
+{
+    return "RIFF" + QByteArray::fromHex(size);
+}
+
+/// The start of a Matroska file: an EBML header without content, and a segment of @p size, in hexadecimal
+/// digits.
+QByteArray matroska(const QByteArray &size)
+{
+    return QByteArray::fromHex("1a45dfa380"
+                               "18538067"
+                               + size);
+}
+
 QByteArray sameNumber(const QByteArray &other)
 {
     return "has the same number as " + other + ": a player may show only one of them, or neither";
@@ -110,6 +130,11 @@ void VornfhCheckTest::reportsNothingOnACleanStorage_data()
          "100ABC/DCF_0002.thumb = x", "100ABC/DCF_0003.wav = x", "100ABC/DCF_0004.png = x",
          "101ABC/DCF_0001.mkv = x"},
         "2 folders with 7 files", "numbers left for 8989100 recordings, up to 999ABC/DCF_9999");
+    row("closed-recordings",
+        {"100ABC/DCF_0001.avi = " + riff("04000000") + "AVI ",
+         "100ABC/DCF_0002.wav = " + riff("04000000") + "WAVE",
+         "100ABC/DCF_0003.mkv = " + matroska("81") + "x", "100ABC/DCF_0004.avi = not a recording"},
+        "1 folder with 4 files", "numbers left for 8999096 recordings, up to 999ABC/DCF_9999");
     row("third-party-folders-and-files",
         {"MISC/a b.txt", ".loose.jpg", "103CANON/IMG_0001.JPG", "100ABC/DCF_0001.jpg = x", "100ABC/.hidden",
          "100ABC/.notes.txt", "100ABC/.jpg/", ".101ABC/"},
@@ -157,6 +182,9 @@ void VornfhCheckTest::reportsOddFolders_data()
         {"100ABC/", "loose.jpg", "link -> 100ABC", "dangling -> nowhere", ".hidden"},
         {"dangling: " + BESIDE_THE_FOLDERS, "link: " + BESIDE_THE_FOLDERS,
          "loose.jpg: " + BESIDE_THE_FOLDERS});
+    row("leftovers-beside-and-in-other-folders",
+        {".vornfh-99999999-folder/", "100ABC/", "MISC/.vornfh-99999999-ABC123 = x"},
+        {".vornfh-99999999-folder: " + LEFTOVER, "MISC/.vornfh-99999999-ABC123: " + LEFTOVER});
     row("unusable-names", {"100ABC/", "a b/", "x\xff"},
         {"a b: " + unsafeInAShell(" "), "x\\xff: " + NOT_UTF8});
 }
@@ -180,6 +208,14 @@ void VornfhCheckTest::reportsOddFiles_data()
     row("one-digit", {"DCF_7.jpg = x"}, {"DCF_7.jpg: " + NO_NUMBER_AFTER_THE_PREFIX}, fileNotANumber());
     row("number-zero", {"DCF_0000.jpg = x"}, {"DCF_0000.jpg: " + NUMBER_ZERO});
     row("empty-file", {"DCF_0001.avi"}, {"DCF_0001.avi: " + EMPTY});
+    row("recordings-that-are-not-closed",
+        {"DCF_0001.avi = " + riff("ffffffff") + "AVI ", "DCF_0002.wav = " + riff("00000000") + "WAVE",
+         "DCF_0003.avi = " + riff("05000000") + "AVI ", "DCF_0004.mkv = " + matroska("01ffffffffffffff"),
+         "DCF_0005.mkv = " + matroska("82") + "x", "DCF_0006.avi = " + QByteArray(8, '\0')},
+        {"DCF_0001.avi: " + NOT_CLOSED, "DCF_0002.wav: " + NOT_CLOSED, "DCF_0003.avi: " + NOT_CLOSED,
+         "DCF_0004.mkv: " + NOT_CLOSED, "DCF_0005.mkv: " + NOT_CLOSED, "DCF_0006.avi: " + NOT_CLOSED});
+    row("leftovers", {".vornfh-99999999-ABC123 = x", ".vornfh-99999999-folder/", ".vornfh-99999999-ABC = x"},
+        {".vornfh-99999999-ABC123: " + LEFTOVER, ".vornfh-99999999-folder: " + LEFTOVER});
     row("thumbnail-alone-and-of-an-audio-file",
         {"DCF_0001.thumb = x", "DCF_0002.thumb = x", "DCF_0002.wav = x"},
         {"DCF_0001.thumb: " + THUMBNAIL_ALONE, "DCF_0002.thumb: " + THUMBNAIL_ALONE});

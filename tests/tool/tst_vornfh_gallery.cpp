@@ -10,6 +10,9 @@
 
 #include <algorithm>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 namespace {
 
 /// A figure as it appears on the page.
@@ -96,6 +99,9 @@ private slots:
     void linksFromAnyFolder_data();
     void linksFromAnyFolder();
     void replacesOnlyAGallery();
+    void keepsALinkToThePage_data();
+    void keepsALinkToThePage();
+    void keepsTheModeOfAPage();
     void reportsWhatCannotBeWritten_data();
     void reportsWhatCannotBeWritten();
 };
@@ -346,6 +352,45 @@ void VornfhGalleryTest::replacesOnlyAGallery()
     QCOMPARE(QDir(tool.path()).entryList(QDir::Files | QDir::Hidden), QStringList{"page.html"});
 }
 
+void VornfhGalleryTest::keepsALinkToThePage_data()
+{
+    QTest::addColumn<Tree>("files");
+    row("existing-page", Tree{"a/page.html = old", "link.html -> a/page.html"});
+    row("link-to-a-link", Tree{"a/page.html = old", "a/link.html -> page.html", "link.html -> a/link.html"});
+    row("missing-page", Tree{"a/", "link.html -> a/page.html"});
+}
+
+void VornfhGalleryTest::keepsALinkToThePage()
+{
+    QFETCH(Tree, files);
+    const ToolRun tool;
+    tool.make(Tree{"sd/DCIM/100ABC/"} + files);
+    Tree after = tree(tool.path());
+    if (!after.contains("a/page.html"))
+        after.append("a/page.html");
+    QCOMPARE(tool.runOnStorages({"gallery", "sd", "--force", "-o", "link.html"}),
+             tool.success("@/link.html\n"));
+    QVERIFY(tool.content("a/page.html").startsWith("<!DOCTYPE html>"));
+    QCOMPARE(tree(tool.path()), sorted(after));
+}
+
+void VornfhGalleryTest::keepsTheModeOfAPage()
+{
+    const ToolRun tool;
+    tool.make({"sd/DCIM/100ABC/", "page.html = old"});
+    const QByteArray page = QFile::encodeName(tool.path() + "/page.html");
+    const mode_t mask = ::umask(027);
+    struct stat status = {};
+    ::chmod(page.constData(), 0604);
+    for (const mode_t mode : {0604U, 0640U}) { // of the old page, and of a new one
+        QCOMPARE(tool.runOnStorages({"gallery", "sd", "--force", "-o", "page.html"}).exitCode, 0);
+        QCOMPARE(::stat(page.constData(), &status), 0);
+        QCOMPARE(status.st_mode & 07777, mode);
+        ::unlink(page.constData());
+    }
+    ::umask(mask);
+}
+
 void VornfhGalleryTest::reportsWhatCannotBeWritten_data()
 {
     QTest::addColumn<QByteArrayList>("arguments");
@@ -360,7 +405,7 @@ void VornfhGalleryTest::reportsWhatCannotBeWritten_data()
     row("output-is-a-folder", {"sd", "--force", "-o", "sd.html"}, 1,
         "@/sd.html: exists and is not a regular file");
     row("output-in-a-missing-folder", {"sd", "-o", "a/page.html"}, 1,
-        "@/a/page.html: cannot be written: No such file or directory");
+        "@/a/page.html: no file can be created in @/a: No such file or directory");
     row("output-below-a-file", {"sd", "-o", "usb/DCIM/page.html"}, 1,
         "@/usb/DCIM/page.html: Not a directory");
     row("output-is-a-media-file", {"sd", "--force", "-o", "DCF_0001.jpg"}, 2,

@@ -7,6 +7,8 @@
 #include <QJsonObject>
 #include <QTest>
 
+#include <csignal>
+
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -29,10 +31,17 @@ private slots:
     void otherProgramsCanReadTheComment_data();
     void otherProgramsCanReadTheComment();
     void aCommentReplacesAnEarlierOne();
-    void aCommentKeepsModeOwnerAccessTimeAndAttributes();
+    void formatIsReadFromTheContent_data();
+    void formatIsReadFromTheContent();
+    void aCommentKeepsModeOwnerTimesAndAttributes_data();
+    void aCommentKeepsModeOwnerTimesAndAttributes();
     void aCommentFollowsALink();
     void aRefusedCommentChangesNothing_data();
     void aRefusedCommentChangesNothing();
+    void aPhotoChangedInTheMeantimeIsKept_data();
+    void aPhotoChangedInTheMeantimeIsKept();
+    void aSignalDoesNotInterruptAComment();
+    void aKilledCommentLeavesThePhoto();
     void aCommentNeedsAWritableFolder();
 };
 
@@ -67,6 +76,33 @@ QByteArray unicode(const QByteArray &comment)
 {
     return "charset=Unicode " + comment + "\n";
 }
+
+/// Creates a picture in the format of the extension; nothing for the path of a folder.
+void makeImage(const QString &path)
+{
+    if (path.endsWith(".tiff"))
+        outputOf("ffmpeg", {"-nostdin", "-v", "error", "-f", "lavfi", "-i", "testsrc=s=64x48", "-frames:v",
+                            "1", "-c:v", "tiff", "-f", "image2", path});
+    else if (!path.endsWith('/'))
+        makePicture(path, QSize(64, 48));
+}
+
+/// One grey pixel.
+const QByteArray BIG_ENDIAN_TIFF =
+    QByteArray::fromHex("4d4d002a0000000a"         // header
+                        "8000"                     // the pixel
+                        "0005"                     // directory: width, height,
+                        "010000030000000100010000" // photometric interpretation,
+                        "010100030000000100010000" // offset and size of the pixel
+                        "010600030000000100010000"
+                        "011100040000000100000008"
+                        "011700040000000100000001"
+                        "00000000");
+
+/// The start of an AVI file whose recording was killed.
+const QByteArray UNCLOSED_AVI = QByteArray::fromHex("52494646ffffffff41564920"  // RIFF, the size, AVI
+                                                    "4c495354ffffffff6864726c") // LIST, the size, hdrl
+                                + QByteArray(4096, '\0');
 
 } // namespace
 
@@ -280,25 +316,67 @@ void VornfhInfoTest::aCommentReplacesAnEarlierOne()
     QCOMPARE(readComment(tool.path() + "/a.jpg"), unicode("two"));
 }
 
-void VornfhInfoTest::aCommentKeepsModeOwnerAccessTimeAndAttributes()
+void VornfhInfoTest::formatIsReadFromTheContent_data()
 {
+    QTest::addColumn<QByteArray>("made"); // by ffmpeg, or a big-endian TIFF file
+    QTest::addColumn<QByteArray>("file");
+    const auto row = [](const char *name, const QByteArray &made, const QByteArray &file) {
+        QTest::newRow(name) << made << file;
+    };
+    row("jpeg", "a.jpg", "a.jpg");
+    row("png", "a.png", "a.png");
+    row("tiff", "a.tiff", "a.tiff");
+    row("big-endian-tiff", "", "b.tiff");
+    row("jpeg-with-the-extension-of-another-image", "a.jpg", "a.png");
+    row("png-with-the-extension-of-a-video", "a.png", "a.avi");
+    row("jpeg-without-an-extension", "a.jpg", "a");
+}
+
+void VornfhInfoTest::formatIsReadFromTheContent()
+{
+    QFETCH(QByteArray, made);
+    QFETCH(QByteArray, file);
     const ToolRun tool;
-    const QString photo = tool.path() + "/a.jpg";
+    const QString path = tool.path() + "/" + file;
+    makeImage(tool.path() + "/" + made);
+    if (made.isEmpty())
+        writeFile(path, BIG_ENDIAN_TIFF);
+    else if (made != file)
+        QVERIFY(QFile::rename(tool.path() + "/" + made, path));
+    QCOMPARE(tool.run({"comment", file, "At the lake"}), tool.success());
+    QCOMPARE(readComment(path), unicode("At the lake"));
+    QCOMPARE(tree(tool.path()), Tree{file});
+}
+
+void VornfhInfoTest::aCommentKeepsModeOwnerTimesAndAttributes_data()
+{
+    QTest::addColumn<QString>("file");
+    for (const char *name : {"a.jpg", "a.png", "a.tiff"})
+        QTest::newRow(name + 2) << QString(name);
+}
+
+void VornfhInfoTest::aCommentKeepsModeOwnerTimesAndAttributes()
+{
+    QFETCH(QString, file);
+    const ToolRun tool;
+    const QString photo = tool.path() + "/" + file;
     const QByteArray path = photo.toUtf8();
-    makePicture(photo, QSize(64, 48));
+    makeImage(photo);
     if (::geteuid() == 0)
         QCOMPARE(::chown(path.constData(), 1234, 2345), 0);
     QCOMPARE(::chmod(path.constData(), 0640), 0);
     const bool hasAttributes = ::setxattr(path.constData(), "user.album", "lake", 4, 0) == 0;
-    setModified(path, TIME);
+    setModified(path, TIME + 123);
     const struct stat before = statusOf(photo);
-    QCOMPARE(tool.run({"comment", "a.jpg", "x"}), tool.success());
+    QCOMPARE(tool.run({"comment", file.toUtf8(), "x"}), tool.success());
     const struct stat after = statusOf(photo);
+    QVERIFY(after.st_ino != before.st_ino);
     QCOMPARE(after.st_mode, before.st_mode);
     QCOMPARE(after.st_uid, before.st_uid);
     QCOMPARE(after.st_gid, before.st_gid);
     QCOMPARE(after.st_atim.tv_sec, before.st_atim.tv_sec);
-    QVERIFY(after.st_mtim.tv_sec > before.st_mtim.tv_sec); // the content did change
+    QCOMPARE(after.st_mtim.tv_sec, before.st_mtim.tv_sec);
+    QCOMPARE(after.st_mtim.tv_nsec, before.st_mtim.tv_nsec);
     char value[8] = {};
     if (hasAttributes)
         QCOMPARE(::getxattr(path.constData(), "user.album", value, sizeof value), 4);
@@ -322,13 +400,24 @@ void VornfhInfoTest::aRefusedCommentChangesNothing_data()
     QTest::addColumn<QByteArray>("message");
     const auto row = [](const char *name, const QByteArray &file, const QByteArray &text,
                         const QByteArray &message) { QTest::newRow(name) << file << text << message; };
-    const QByteArray notReadBack = ": the comment cannot be read back; the file is unchanged";
+    const QByteArray unchanged = "; the file is unchanged";
+    const QByteArray otherFormat = ": is not a JPEG, PNG or TIFF image";
     row("beyond-the-basic-plane", "a.jpg", "\U0001F600",
-        "a.jpg: the comment reads back differently; the file is unchanged");
-    row("too-long", "a.jpg", QByteArray(40000, 'a'), "a.jpg" + notReadBack);
-    row("avi", "a.avi", "x", "a.avi" + notReadBack);
-    row("text-file", "a.txt", "x",
-        "a.txt: the comment cannot be written: @/a.txt: The file contains data of an unknown image type");
+        "@/a.jpg: the comment reads back differently" + unchanged);
+    row("too-long", "a.jpg", QByteArray(40000, 'a'), "@/a.jpg: the comment cannot be read back" + unchanged);
+    row("avi", "a.avi", "x", "@/a.avi" + otherFormat);
+    row("avi-of-a-killed-recording", "killed.avi", "x", "@/killed.avi" + otherFormat);
+    row("avi-of-a-killed-recording-with-the-extension-of-a-photo", "killed.jpg", "x",
+        "@/killed.jpg" + otherFormat);
+    row("text-file", "a.txt", "x", "@/a.txt" + otherFormat);
+    row("text-file-with-the-extension-of-a-photo", "text.jpg", "x", "@/text.jpg" + otherFormat);
+    row("empty-file", "empty.jpg", "x", "@/empty.jpg" + otherFormat);
+    row("jpeg-cut-off-after-its-first-bytes", "cut.jpg", "x",
+        "@/cut.jpg: the comment cannot be written: Failed to read image data");
+    row("damaged-png-signature", "damaged.png", "x",
+        "@/damaged.png: the comment cannot be written: @/damaged.png: The file contains data of an unknown "
+        "image "
+        "type");
     row("missing", "none.jpg", "x", "none.jpg: No such file or directory");
     row("folder", "folder", "x", "@/folder: is not a regular file");
 }
@@ -339,7 +428,12 @@ void VornfhInfoTest::aRefusedCommentChangesNothing()
     QFETCH(QByteArray, text);
     QFETCH(QByteArray, message);
     const ToolRun tool;
-    tool.make({"folder/", "a.txt = not a picture, but long enough for one"});
+    const QByteArray content = " = not a picture, but long enough for one";
+    tool.make({"folder/", "a.txt" + content, "text.jpg" + content, "empty.jpg"});
+    writeFile(tool.path() + "/killed.avi", UNCLOSED_AVI);
+    writeFile(tool.path() + "/killed.jpg", UNCLOSED_AVI);
+    writeFile(tool.path() + "/cut.jpg", QByteArray::fromHex("ffd8ffe0"));
+    writeFile(tool.path() + "/damaged.png", "\x89PNG and not what comes next");
     makePicture(tool.path() + "/a.jpg", QSize(64, 48));
     makeVideo(tool.path() + "/a.avi", QSize(64, 48));
     const Tree before = treeWithContents(tool.path());
@@ -349,6 +443,63 @@ void VornfhInfoTest::aRefusedCommentChangesNothing()
     const struct stat statusAfter = statusOf(tool.path() + "/" + file);
     QCOMPARE(statusAfter.st_ino, statusBefore.st_ino);
     QCOMPARE(statusAfter.st_mtim.tv_nsec, statusBefore.st_mtim.tv_nsec);
+}
+
+void VornfhInfoTest::aPhotoChangedInTheMeantimeIsKept_data()
+{
+    QTest::addColumn<QByteArray>("script");
+    QTest::addColumn<QByteArray>("content");
+    const auto row = [](const char *name, const QByteArray &script, const QByteArray &content) {
+        QTest::newRow(name) << script << content;
+    };
+    row("grows", "printf more >> a.jpg", "more");
+    row("is-replaced", "printf other > b.jpg; mv b.jpg a.jpg", "other");
+}
+
+void VornfhInfoTest::aPhotoChangedInTheMeantimeIsKept()
+{
+    QFETCH(QByteArray, script);
+    QFETCH(QByteArray, content);
+    ToolRun tool;
+    makePicture(tool.path() + "/a.jpg", QSize(64, 48));
+    if (!tool.runBefore("sendfile", script))
+        QSKIP("nothing can be preloaded");
+    QCOMPARE(tool.run({"comment", "a.jpg", "x"}),
+             tool.failure({"@/a.jpg: was changed by another program in the meantime"}));
+    QVERIFY(tool.content("a.jpg").endsWith(content));
+    QCOMPARE(tree(tool.path()), Tree{"a.jpg"});
+}
+
+void VornfhInfoTest::aSignalDoesNotInterruptAComment()
+{
+    ToolRun tool;
+    makePicture(tool.path() + "/a.jpg", QSize(64, 48));
+    if (!tool.runBefore("sendfile", "kill -INT $PPID"))
+        QSKIP("nothing can be preloaded");
+    QCOMPARE(tool.run({"comment", "a.jpg", "x"}), tool.success());
+    QCOMPARE(readComment(tool.path() + "/a.jpg"), unicode("x"));
+    QCOMPARE(tree(tool.path()), Tree{"a.jpg"});
+}
+
+void VornfhInfoTest::aKilledCommentLeavesThePhoto()
+{
+    ToolRun tool;
+    makePicture(tool.path() + "/a.jpg", QSize(64, 48));
+    const QByteArray before = tool.content("a.jpg");
+    const QProcessEnvironment usual = tool.environment;
+    // Two calls copy the photo to memory.
+    if (!tool.runBefore("sendfile", "kill -9 $PPID", 3))
+        QSKIP("nothing can be preloaded");
+    QCOMPARE(tool.run({"comment", "a.jpg", "x"}), (Outcome{128 + SIGKILL, "", ""}));
+    QVERIFY(tool.content("a.jpg") == before);
+    const QByteArray left = tree(tool.path()).first();
+    QCOMPARE(withoutRandomNames(left), QByteArray(".vornfh-PID-XXXXXX"));
+
+    tool.environment = usual;
+    QCOMPARE(tool.run({"comment", "a.jpg", "x"}),
+             tool.success("", errorLines({"@/" + left + ": removed; an interrupted command had left it"})));
+    QCOMPARE(readComment(tool.path() + "/a.jpg"), unicode("x"));
+    QCOMPARE(tree(tool.path()), Tree{"a.jpg"});
 }
 
 void VornfhInfoTest::aCommentNeedsAWritableFolder()
@@ -363,9 +514,7 @@ void VornfhInfoTest::aCommentNeedsAWritableFolder()
         tool.runProgram("unshare", {"-r", "-m", "/bin/sh", "-c", script.arg(ToolRun::toolPath())});
     if (outcome.exitCode != 1 || !outcome.err.startsWith("vornfh"))
         QSKIP("a private mount namespace is not allowed here");
-    QCOMPARE(
-        outcome,
-        tool.failure({"@/ro/a.jpg: a copy of it cannot be created in its folder: Read-only file system"}));
+    QCOMPARE(outcome, tool.failure({"@/ro/a.jpg: no file can be created in @/ro: Read-only file system"}));
     QCOMPARE(tool.content("ro/a.jpg"), before);
 }
 

@@ -4,8 +4,11 @@
 #include "toolsupport.h"
 
 #include <QSet>
+#include <QStandardPaths>
 #include <QTest>
+#include <QtEndian>
 
+#include <algorithm>
 #include <csignal>
 
 #include <fcntl.h>
@@ -27,15 +30,30 @@ private slots:
     void continuesInTheNextFolder();
     void neverOverwritesATakenName_data();
     void neverOverwritesATakenName();
-    void skipsTheNumberOfAnOrphanedThumbnail_data();
-    void skipsTheNumberOfAnOrphanedThumbnail();
+    void skipsATakenNumber_data();
+    void skipsATakenNumber();
     void keepsAThumbnailCreatedInTheMeantime();
     void aFailureLeavesNothing_data();
     void aFailureLeavesNothing();
     void recordingsBeforeAFailureStay();
+    void keepsAnUnreadableRecordingAsItIs();
     void withoutFfmpegNothingChanges();
-    void removesAnInterruptedRecording_data();
-    void removesAnInterruptedRecording();
+    void keepsARecordingThatEndsEarly_data();
+    void keepsARecordingThatEndsEarly();
+    void keepsARecordingThatFillsTheStorage_data();
+    void keepsARecordingThatFillsTheStorage();
+    void keepsARecordingOnAStorageThatFillsUp_data();
+    void keepsARecordingOnAStorageThatFillsUp();
+    void removesAnEmptyRecordingOnAFullStorage();
+    void needsSpaceToRecord();
+    void removesAnInterruptedRecordingWithoutContent_data();
+    void removesAnInterruptedRecordingWithoutContent();
+    void stopsAfterTheCurrentRecording();
+    void killsAnFfmpegThatDoesNotStop();
+    void aSecondSignalEndsTheToolAtOnce_data();
+    void aSecondSignalEndsTheToolAtOnce();
+    void aKilledToolEndsFfmpeg();
+    void removesWhatAnInterruptedCommandLeft();
     void refusesWrongValues_data();
     void refusesWrongValues();
 };
@@ -46,12 +64,70 @@ namespace {
 const QByteArray FIND_TARGET = "for target; do :; done\ntarget=${target#file:}\n";
 const QByteArray WRITE_DATA = FIND_TARGET + "echo data > \"$target\"\n";
 
+/// The end of a script that does not end by itself. The tool signals the whole process group, so "sleep" ends
+/// too.
+const QByteArray WAIT_FOR_SIGNAL = "trap 'exit 255' INT\nwhile :; do sleep 0.05; done\n";
+
+/// The start of a script that is ffmpeg only when it records. The real one, $real, closes recordings and
+/// makes thumbnails.
+QByteArray onlyToRecord()
+{
+    const QByteArray real = QStandardPaths::findExecutable("ffmpeg").toUtf8(); // not a stand-in yet
+    return "real='" + real + "'\ncase \" $* \" in *' -fs '*) ;; *) exec \"$real\" \"$@\";; esac\n"
+           + FIND_TARGET;
+}
+
 /// What ffprobe prints about @p entries of a file.
 QByteArray probe(const QString &file, const QString &entries, const QStringList &options = {})
 {
     return outputOf("ffprobe", QStringList{"-v", "error", "-of", "csv=p=0"} + options
                                    + QStringList{"-show_entries", entries, file})
         .simplified();
+}
+
+/// The number of packets in a recording.
+int packetsIn(const QString &file)
+{
+    return outputOf("ffprobe", {"-v", "error", "-of", "csv=p=0", "-show_entries", "packet=pts", file})
+        .count('\n');
+}
+
+/// Returns what is wrong with a recording that any player should show to its end; empty if nothing is.
+QByteArray whyNotPlayable(const QString &file)
+{
+    const QByteArray packets = outputOf(
+        "ffprobe", {"-v", "error", "-of", "csv=p=0", "-show_entries", "packet=pts_time,duration_time", file});
+    double end = 0;
+    for (const QByteArray &packet : packets.trimmed().split('\n'))
+        end = std::max(end, packet.split(',').value(0).toDouble() + packet.split(',').value(1).toDouble());
+    const double duration = probe(file, "format=duration").toDouble();
+    if (end <= 0 || qAbs(duration - end) > 0.1)
+        return "its duration is " + QByteArray::number(duration) + ", and its last packet ends at "
+               + QByteArray::number(end);
+    const QByteArray content = contentOf(file);
+    const qint64 size = qFromLittleEndian<quint32>(content.constData() + 4);
+    if (content.startsWith("RIFF") && size != content.size() - 8)
+        return "the size in its header is " + QByteArray::number(size);
+    return QByteArray();
+}
+
+/// The number of the process that wrote it to @p file.
+pid_t processIn(const ToolRun &tool, const QString &file)
+{
+    return tool.content(file).trimmed().toInt();
+}
+
+/// Whether process @p number handles @p signal instead of being ended by it.
+bool isHandling(qint64 number, int signal)
+{
+    QFile status(QString("/proc/%1/status").arg(number));
+    if (!status.open(QIODevice::ReadOnly))
+        return false;
+    for (const QByteArray &line : status.readAll().split('\n')) {
+        if (line.startsWith("SigCgt:"))
+            return (line.mid(7).trimmed().toULongLong(nullptr, 16) >> (signal - 1) & 1) != 0;
+    }
+    return false;
 }
 
 } // namespace
@@ -78,7 +154,7 @@ void VornfhRecordTest::recordsEveryType()
     QFETCH(bool, hasThumbnail);
     const ToolRun tool;
     QCOMPARE(tool.runOnStorages({"record", "sd", "--type", type, "--duration", "0.4"}),
-             tool.success("@/sd/DCIM/100ABC/DCF_0001." + type + "\n", missingLocationLine("@/sd/DCIM")));
+             tool.success("@/sd/DCIM/100ABC/DCF_0001." + type + "\n"));
 
     const QString base = tool.sd() + "/100ABC/DCF_0001.";
     QCOMPARE(probe(base + type, "stream=codec_name,width,height:format=format_name"), streams);
@@ -190,21 +266,19 @@ void VornfhRecordTest::neverOverwritesATakenName_data()
     const auto row = [](const char *name, const Tree &entries, const QByteArray &message) {
         QTest::newRow(name) << entries << message;
     };
-    const QByteArray usedUp = "storage sd has no numbers left: @/sd/DCIM/999ABC/DCF_0001.avi would be "
-                              "next, and its number is taken";
-    const QByteArray taken = ": its number is taken by something that the numbering skips";
+    const QByteArray usedUp =
+        "storage sd has no numbers left: the number of @/sd/DCIM/999ABC/DCF_0001.avi is taken";
     row("numbers-used-up", {"999ABC/DCF_0001.avi = x", "999ABC/DCF_9999.avi = x", "1000ABC/"}, usedUp);
     row("numbers-used-up-by-other-types", {"999ABC/DCF_0001.jpg = x", "999ABC/DCF_9999.wav = x", "1000ABC/"},
         usedUp);
     row("numbers-used-up-with-thumbnails",
         {"999ABC/DCF_0001.avi = x", "999ABC/DCF_0001.thumb = x", "999ABC/DCF_9999.avi = x", "1000ABC/"},
         usedUp);
-    row("thumbnail-has-the-last-number", {"100ABC/DCF_9998.avi = x", "100ABC/DCF_9999.thumb = x"},
-        "@/sd/DCIM/100ABC/DCF_9999.avi" + taken);
-    row("folder-has-the-name", {"100ABC/DCF_0001.avi = x", "100ABC/DCF_0002.avi/"},
-        "@/sd/DCIM/100ABC/DCF_0002.avi" + taken);
-    row("dangling-link-has-the-number", {"100ABC/DCF_0001.avi = x", "100ABC/DCF_0002.png -> nowhere"},
-        "@/sd/DCIM/100ABC/DCF_0002.avi" + taken);
+    row("thumbnail-has-the-last-number-of-all", {"999ABC/DCF_9998.avi = x", "999ABC/DCF_9999.thumb = x"},
+        "storage sd has no numbers left: the number of @/sd/DCIM/999ABC/DCF_9999.avi is taken");
+    row("file-in-place-of-the-next-folder",
+        {"100ABC/DCF_9998.avi = x", "100ABC/DCF_9999.thumb = x", "101ABC = x"},
+        "@/sd/DCIM/101ABC: is not a folder");
 }
 
 void VornfhRecordTest::neverOverwritesATakenName()
@@ -218,32 +292,45 @@ void VornfhRecordTest::neverOverwritesATakenName()
     QCOMPARE(treeWithContents(tool.path()), before);
 }
 
-void VornfhRecordTest::skipsTheNumberOfAnOrphanedThumbnail_data()
+void VornfhRecordTest::skipsATakenNumber_data()
 {
     QTest::addColumn<Tree>("entries");
-    QTest::addColumn<QByteArrayList>("recorded"); // in folder 100ABC
-    const auto row = [](const char *name, const Tree &entries, const QByteArrayList &recorded) {
-        QTest::newRow(name) << entries << recorded;
+    QTest::addColumn<QByteArrayList>("recorded");
+    QTest::addColumn<QByteArray>("err");
+    const auto row = [](const char *name, const Tree &entries, const QByteArrayList &recorded,
+                        const QByteArray &err = QByteArray()) {
+        QTest::newRow(name) << entries << recorded << err;
     };
-    row("in-an-empty-folder", {"DCF_0001.thumb = x"}, {"DCF_0002.wav", "DCF_0003.wav"});
-    row("after-the-last-recording", {"DCF_0005.jpg = x", "DCF_0006.thumb = x"},
-        {"DCF_0007.jpg", "DCF_0008.jpg"});
-    row("several", {"DCF_0001.thumb = x", "DCF_0002.thumb -> nowhere", "DCF_0004.thumb/"},
-        {"DCF_0003.avi", "DCF_0005.avi"});
+    row("thumbnail-in-an-empty-folder", {"100ABC/DCF_0001.thumb = x"},
+        {"100ABC/DCF_0002.wav", "100ABC/DCF_0003.wav"});
+    row("thumbnail-after-the-last-recording", {"100ABC/DCF_0005.jpg = x", "100ABC/DCF_0006.thumb = x"},
+        {"100ABC/DCF_0007.jpg", "100ABC/DCF_0008.jpg"});
+    row("several-thumbnails",
+        {"100ABC/DCF_0001.thumb = x", "100ABC/DCF_0002.thumb -> nowhere", "100ABC/DCF_0004.thumb/"},
+        {"100ABC/DCF_0003.avi", "100ABC/DCF_0005.avi"});
+    row("thumbnail-has-the-last-number", {"100ABC/DCF_9998.avi = x", "100ABC/DCF_9999.thumb = x"},
+        {"101ABC/DCF_0001.avi", "101ABC/DCF_0002.avi"});
+    row("folder-has-the-name", {"100ABC/DCF_0001.avi = x", "100ABC/DCF_0002.avi/"},
+        {"100ABC/DCF_0003.avi", "100ABC/DCF_0004.avi"});
+    row("dangling-link-has-the-number", {"100ABC/DCF_0001.avi = x", "100ABC/DCF_0002.png -> nowhere"},
+        {"100ABC/DCF_0003.avi", "100ABC/DCF_0004.avi"});
+    row("name-in-the-wrong-case", {"100ABC/DCF_0003.jpg = x", "100ABC/dcf_0004.JPG = x"},
+        {"100ABC/DCF_0005.jpg", "100ABC/DCF_0006.jpg"}, noFileNumberLine().repeated(4));
 }
 
-void VornfhRecordTest::skipsTheNumberOfAnOrphanedThumbnail()
+void VornfhRecordTest::skipsATakenNumber()
 {
     QFETCH(Tree, entries);
     QFETCH(QByteArrayList, recorded);
+    QFETCH(QByteArray, err);
     StandIns programs;
     programs.add("ffmpeg", WRITE_DATA);
     const ToolRun tool;
-    tool.make(below("sd/DCIM/100ABC/", entries));
+    tool.make(onCard(entries));
     const QByteArray type = recorded.first().right(3);
-    const QByteArray out = below("@/sd/DCIM/100ABC/", recorded).join("\n") + "\n";
-    QCOMPARE(tool.runOnStorages({"record", "sd", "--type", type, "--count", "2"}), tool.success(out));
-    const Tree after = treeWithContents(tool.sd() + "/100ABC");
+    const QByteArray out = below("@/sd/DCIM/", recorded).join("\n") + "\n";
+    QCOMPARE(tool.runOnStorages({"record", "sd", "--type", type, "--count", "2"}), tool.success(out, err));
+    const Tree after = treeWithContents(tool.sd());
     for (const QByteArray &entry : entries)
         QVERIFY2(after.contains(entry), entry.constData());
 }
@@ -269,7 +356,11 @@ void VornfhRecordTest::aFailureLeavesNothing_data()
         QTest::newRow(name) << script << reason;
     };
     row("missing-input", "", "@/none.avi: No such file or directory");
-    row("writes-and-fails", FIND_TARGET + "echo half > \"$target\"; echo first >&2; echo last >&2; exit 3",
+    row("writes-only-a-header",
+        "\"$real\" -v error -y -f lavfi -i testsrc2 -t 0 -c:v mjpeg -f avi \"$target\"; echo first >&2; echo "
+        "last "
+        ">&2; "
+        "exit 3",
         "last");
     row("fails-without-a-message", "exit 3", "ffmpeg exited with code 3");
     row("writes-nothing", "exit 0", "ffmpeg wrote nothing");
@@ -282,7 +373,7 @@ void VornfhRecordTest::aFailureLeavesNothing()
     QFETCH(QByteArray, reason);
     StandIns programs;
     if (!script.isEmpty())
-        programs.add("ffmpeg", script);
+        programs.add("ffmpeg", onlyToRecord() + script);
     const ToolRun tool;
     tool.make(onCard({"100ABC/DCF_0001.jpg = one"}));
     const Tree before = treeWithContents(tool.path());
@@ -294,7 +385,8 @@ void VornfhRecordTest::aFailureLeavesNothing()
 void VornfhRecordTest::recordingsBeforeAFailureStay()
 {
     StandIns programs;
-    programs.add("ffmpeg", WRITE_DATA + "case $target in *0003*) echo broken >&2; exit 1;; esac");
+    programs.add("ffmpeg",
+                 FIND_TARGET + "case $target in *0003*) echo broken >&2; exit 1;; esac\n" + WRITE_DATA);
     const ToolRun tool;
     tool.make({"sd/DCIM/"});
     QCOMPARE(tool.runOnStorages({"record", "sd", "--type", "wav", "--count", "5"}),
@@ -312,33 +404,298 @@ void VornfhRecordTest::withoutFfmpegNothingChanges()
     QCOMPARE(tree(tool.path()), Tree());
 }
 
-void VornfhRecordTest::removesAnInterruptedRecording_data()
+void VornfhRecordTest::keepsAnUnreadableRecordingAsItIs()
+{
+    StandIns programs;
+    programs.add("ffmpeg", onlyToRecord() + "echo half > \"$target\"; echo broken >&2; exit 3");
+    const ToolRun tool;
+    tool.make({"sd/DCIM/"});
+    const QByteArray path = "@/sd/DCIM/100ABC/DCF_0001.";
+    const QByteArray reason = "file:" + path + "avi: Invalid data found when processing input";
+    QCOMPARE(tool.runOnStorages({"record", "sd"}),
+             tool.failure({path + "avi: recording ended early: broken",
+                           path + "avi: cannot be closed: " + reason + "; it is kept as it is",
+                           path + "thumb: cannot be created: " + reason},
+                          path + "avi\n"));
+    QCOMPARE(treeWithContents(tool.path()), onCard({"100ABC/", "100ABC/DCF_0001.avi = half\n"}));
+}
+
+void VornfhRecordTest::keepsARecordingThatEndsEarly_data()
+{
+    QTest::addColumn<QByteArray>("type");
+    QTest::addColumn<QByteArray>("script"); // for ffmpeg when it records; empty for the real one
+    QTest::addColumn<int>("signal");        // to the tool; 0 for none
+    QTest::addColumn<QByteArray>("reason");
+    const auto row = [](const QByteArray &name, const QByteArray &type, const QByteArray &script, int signal,
+                        const QByteArray &reason = "interrupted") {
+        QTest::newRow(type + "-" + name) << type << script << signal << reason;
+    };
+    // Each script copies the file as ffmpeg left it.
+    const QByteArray start = "\"$real\" \"$@\" & child=$!\n"
+                             "while [ $(stat -c %s \"$target\") -lt 300000 ]; do sleep 0.02; done\n";
+    const QByteArray killed = start + "kill -9 $child; wait $child; cp \"$target\" left; kill -9 $$";
+    const QByteArray failed =
+        start + "kill $child; wait $child; cp \"$target\" left; echo broken >&2; exit 1";
+    for (const QByteArray type : {"avi", "mkv", "wav"}) {
+        row("SIGINT", type, "", SIGINT);
+        row("SIGTERM", type, "", SIGTERM);
+        row("SIGHUP", type, "", SIGHUP);
+        row("ffmpeg-is-killed", type, killed, 0, "ffmpeg was killed by signal 9");
+    }
+    row("ffmpeg-fails", "avi", failed, 0, "broken");
+    row("a-script-runs-ffmpeg", "avi", "trap : INT; \"$real\" \"$@\"; cp \"$target\" left; exit 255", SIGINT);
+}
+
+void VornfhRecordTest::keepsARecordingThatEndsEarly()
+{
+    QFETCH(QByteArray, type);
+    QFETCH(QByteArray, script);
+    QFETCH(int, signal);
+    QFETCH(QByteArray, reason);
+    StandIns programs;
+    if (!script.isEmpty())
+        programs.add("ffmpeg", onlyToRecord() + script);
+    const ToolRun tool;
+    tool.make({"sd/DCIM/"});
+    const QByteArray name = "@/sd/DCIM/100ABC/DCF_0001." + type;
+    const QString path = QString::fromUtf8(tool.expand(name));
+    QProcess process;
+    tool.startOnStorages(process, {"record", "sd", "--type", type, "--duration", "3600", "--count", "2"});
+    if (signal != 0) {
+        QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(path).size() > 300000, 60000);
+        QCOMPARE(::kill(static_cast<pid_t>(process.processId()), signal), 0);
+    }
+    QCOMPARE(ToolRun::finish(process),
+             tool.failure({name + ": recording ended early: " + reason}, name + "\n"));
+
+    QCOMPARE(whyNotPlayable(path), QByteArray());
+    if (!script.isEmpty())
+        QCOMPARE(packetsIn(path), packetsIn(tool.path() + "/left"));
+    Tree expected = {"100ABC/", "100ABC/DCF_0001." + type};
+    if (type != "wav") {
+        expected.append("100ABC/DCF_0001.thumb");
+        QCOMPARE(
+            probe(tool.sd() + "/100ABC/DCF_0001.thumb", "stream=codec_name,width,height", {"-f", "mjpeg"}),
+            QByteArray("mjpeg,160,120"));
+    }
+    QCOMPARE(tree(tool.sd()), expected);
+}
+
+void VornfhRecordTest::keepsARecordingThatFillsTheStorage_data()
+{
+    QTest::addColumn<QByteArray>("type");
+    for (const char *type : {"avi", "mkv", "wav"})
+        QTest::newRow(type) << QByteArray(type);
+}
+
+void VornfhRecordTest::keepsARecordingThatFillsTheStorage()
+{
+    if (!hasOwnMounts())
+        QSKIP("mounting needs root");
+    QFETCH(QByteArray, type);
+    const ToolRun tool;
+    tool.make({"sd/"});
+    const TmpfsMount card(tool.path() + "/sd", "size=2m");
+    QVERIFY(card.isMounted());
+    tool.make({"sd/DCIM/"});
+    const QByteArray path = "@/sd/DCIM/100ABC/DCF_0001." + type;
+    QCOMPARE(tool.runOnStorages({"record", "sd", "--type", type, "--duration", "3600", "--count", "2"}),
+             tool.failure({path + ": recording ended early: the storage device is full"}, path + "\n"));
+    QCOMPARE(whyNotPlayable(QString::fromUtf8(tool.expand(path))), QByteArray());
+    QCOMPARE(QFileInfo(tool.sd() + "/100ABC/DCF_0001.thumb").size() > 0, type != "wav");
+    QCOMPARE(tree(tool.sd()).size(), type == "wav" ? 2 : 3);
+}
+
+namespace {
+
+/// A script line that leaves 100 KiB on the storage device.
+const QByteArray FILL =
+    "head -c $((($(df --output=avail -k sd | tail -n 1) - 100) * 1024)) /dev/zero > sd/filler\n";
+
+} // namespace
+
+void VornfhRecordTest::keepsARecordingOnAStorageThatFillsUp_data()
+{
+    QTest::addColumn<QByteArray>("script");
+    QTest::addColumn<QByteArrayList>("messages");
+    const auto row = [](const char *name, const QByteArray &script, const QByteArrayList &messages) {
+        QTest::newRow(name) << script << messages;
+    };
+    const QByteArray full =
+        "@/sd/DCIM/100ABC/DCF_0001.avi: recording ended early: the storage device is full";
+    row("closed-by-ffmpeg", "\"$real\" \"$@\"\n", {full});
+    row("no-space-to-close-it",
+        "\"$real\" \"$@\"; printf '\\0\\0\\0\\0' | dd of=\"$target\" bs=1 seek=4 conv=notrunc status=none\n",
+        {full, "@/sd/DCIM/100ABC/DCF_0001.avi: cannot be closed: "
+               "Error closing file file:@/sd/DCIM/100ABC/.vornfh-PID-XXXXXX: No space left on device; "
+               "it is kept as it is"});
+}
+
+void VornfhRecordTest::keepsARecordingOnAStorageThatFillsUp()
+{
+    if (!hasOwnMounts())
+        QSKIP("mounting needs root");
+    QFETCH(QByteArray, script);
+    QFETCH(QByteArrayList, messages);
+    StandIns programs;
+    programs.add("ffmpeg", onlyToRecord() + script + "cp \"$target\" left\n" + FILL + WAIT_FOR_SIGNAL);
+    const ToolRun tool;
+    tool.make({"sd/"});
+    const TmpfsMount card(tool.path() + "/sd", "size=2m");
+    QVERIFY(card.isMounted());
+    tool.make({"sd/DCIM/"});
+    QCOMPARE(withoutRandomNames(tool.runOnStorages({"record", "sd", "--duration", "0.6"})),
+             tool.failure(messages, "@/sd/DCIM/100ABC/DCF_0001.avi\n"));
+    QVERIFY(tool.content("sd/DCIM/100ABC/DCF_0001.avi") == tool.content("left"));
+    QCOMPARE(tree(tool.sd()), (Tree{"100ABC/", "100ABC/DCF_0001.avi", "100ABC/DCF_0001.thumb"}));
+}
+
+void VornfhRecordTest::removesAnEmptyRecordingOnAFullStorage()
+{
+    if (!hasOwnMounts())
+        QSKIP("mounting needs root");
+    StandIns programs;
+    programs.add("ffmpeg", FILL + WAIT_FOR_SIGNAL);
+    const ToolRun tool;
+    tool.make({"sd/"});
+    const TmpfsMount card(tool.path() + "/sd", "size=2m");
+    QVERIFY(card.isMounted());
+    tool.make({"sd/DCIM/"});
+    QCOMPARE(tool.runOnStorages({"record", "sd"}),
+             tool.failure({"@/sd/DCIM/100ABC/DCF_0001.avi: recording failed: the storage device is full"}));
+    QCOMPARE(tree(tool.sd()), Tree{"100ABC/"});
+}
+
+void VornfhRecordTest::needsSpaceToRecord()
+{
+    if (!hasOwnMounts())
+        QSKIP("mounting needs root");
+    const ToolRun tool;
+    tool.make({"sd/"});
+    const TmpfsMount card(tool.path() + "/sd", "size=256k");
+    QVERIFY(card.isMounted());
+    tool.make({"sd/DCIM/"});
+    QCOMPARE(tool.runOnStorages({"record", "sd"}),
+             tool.failure({"@/sd/DCIM: not enough space to record: 256.0 KiB free"}));
+    QCOMPARE(tree(tool.sd()), Tree());
+}
+
+void VornfhRecordTest::removesAnInterruptedRecordingWithoutContent_data()
 {
     QTest::addColumn<int>("number");
     QTest::newRow("SIGINT") << SIGINT;
     QTest::newRow("SIGTERM") << SIGTERM;
+    QTest::newRow("SIGHUP") << SIGHUP;
 }
 
-void VornfhRecordTest::removesAnInterruptedRecording()
+void VornfhRecordTest::removesAnInterruptedRecordingWithoutContent()
 {
     QFETCH(int, number);
     StandIns programs;
-    programs.add("ffmpeg", FIND_TARGET
-                               + "echo $$ > \"$target\"\n"
-                                 "trap 'exit 255' TERM\n"
-                                 "while :; do sleep 0.05; done");
+    programs.add("ffmpeg", "echo $$ > ffmpeg\n" + WAIT_FOR_SIGNAL);
     const ToolRun tool;
     tool.make(onCard({"100ABC/DCF_0001.jpg"}));
-    const QString target = "sd/DCIM/100ABC/DCF_0002.avi";
     QProcess process;
     tool.startOnStorages(process, {"record", "sd", "--count", "3"});
-    QTRY_VERIFY_WITH_TIMEOUT(tool.content(target).endsWith('\n'), 20000);
-    const pid_t ffmpeg = tool.content(target).trimmed().toInt();
+    QTRY_VERIFY_WITH_TIMEOUT(tool.content("ffmpeg").endsWith('\n'), 20000);
+    QVERIFY(QFile::exists(tool.sd() + "/100ABC/DCF_0002.avi"));
     QCOMPARE(::kill(static_cast<pid_t>(process.processId()), number), 0);
     QCOMPARE(ToolRun::finish(process),
              tool.failure({"@/sd/DCIM/100ABC/DCF_0002.avi: recording failed: interrupted"}));
-    QCOMPARE(tree(tool.path()), onCard({"100ABC/", "100ABC/DCF_0001.jpg"}));
-    QVERIFY(::kill(ffmpeg, 0) != 0);
+    QCOMPARE(tree(tool.sd()), (Tree{"100ABC/", "100ABC/DCF_0001.jpg"}));
+    QVERIFY(!isRunning(processIn(tool, "ffmpeg")));
+}
+
+void VornfhRecordTest::stopsAfterTheCurrentRecording()
+{
+    StandIns programs; // the interruption comes while the thumbnail is made
+    programs.add("ffmpeg", WRITE_DATA + "case $target in *0002.thumb) kill -INT $PPID;; esac");
+    const ToolRun tool;
+    tool.make({"sd/DCIM/"});
+    const QByteArray path = "@/sd/DCIM/100ABC/";
+    QCOMPARE(tool.runOnStorages({"record", "sd", "--type", "jpg", "--count", "3"}),
+             tool.failure({"interrupted after 2 of 3 recordings"},
+                          path + "DCF_0001.jpg\n" + path + "DCF_0002.jpg\n"));
+    QCOMPARE(tree(tool.sd()), (Tree{"100ABC/", "100ABC/DCF_0001.jpg", "100ABC/DCF_0001.thumb",
+                                    "100ABC/DCF_0002.jpg", "100ABC/DCF_0002.thumb"}));
+}
+
+void VornfhRecordTest::killsAnFfmpegThatDoesNotStop()
+{
+    StandIns programs;
+    programs.add("ffmpeg",
+                 onlyToRecord()
+                     + "\"$real\" \"$@\"; trap '' INT; sleep 60 & echo $! > sleep; echo $$ > ffmpeg; wait");
+    const ToolRun tool;
+    tool.make({"sd/DCIM/"});
+    QProcess process;
+    tool.startOnStorages(process, {"record", "sd", "--duration", "0.4"});
+    QTRY_VERIFY_WITH_TIMEOUT(tool.content("ffmpeg").endsWith('\n'), 20000);
+    QCOMPARE(::kill(static_cast<pid_t>(process.processId()), SIGINT), 0);
+    const QByteArray path = "@/sd/DCIM/100ABC/DCF_0001.avi";
+    QCOMPARE(ToolRun::finish(process),
+             tool.failure({path + ": recording ended early: interrupted"}, path + "\n"));
+    QCOMPARE(whyNotPlayable(QString::fromUtf8(tool.expand(path))), QByteArray());
+    QVERIFY(!isRunning(processIn(tool, "ffmpeg")));
+    QTRY_VERIFY(!isRunning(processIn(tool, "sleep")));
+}
+
+void VornfhRecordTest::aSecondSignalEndsTheToolAtOnce_data()
+{
+    QTest::addColumn<int>("first");
+    QTest::addColumn<int>("second");
+    const auto row = [](const char *name, int first, int second) { QTest::newRow(name) << first << second; };
+    row("SIGINT-twice", SIGINT, SIGINT);
+    row("SIGTERM-after-SIGINT", SIGINT, SIGTERM);
+    row("SIGHUP-after-SIGTERM", SIGTERM, SIGHUP);
+}
+
+void VornfhRecordTest::aSecondSignalEndsTheToolAtOnce()
+{
+    QFETCH(int, first);
+    QFETCH(int, second);
+    StandIns programs;
+    programs.add("ffmpeg", "trap '' INT TERM HUP; echo $$ > ffmpeg; exec sleep 60");
+    const ToolRun tool;
+    tool.make({"sd/DCIM/"});
+    QProcess process;
+    tool.startOnStorages(process, {"record", "sd"});
+    QTRY_VERIFY_WITH_TIMEOUT(tool.content("ffmpeg").endsWith('\n'), 20000);
+    QVERIFY(isHandling(process.processId(), first));
+    QCOMPARE(::kill(static_cast<pid_t>(process.processId()), first), 0);
+    QTRY_VERIFY_WITH_TIMEOUT(!isHandling(process.processId(), second), 20000);
+    QCOMPARE(process.state(), QProcess::Running);
+    QCOMPARE(::kill(static_cast<pid_t>(process.processId()), second), 0);
+    QCOMPARE(ToolRun::finish(process), (Outcome{128 + second, "", ""}));
+    QTRY_VERIFY(!isRunning(processIn(tool, "ffmpeg")));
+}
+
+void VornfhRecordTest::aKilledToolEndsFfmpeg()
+{
+    StandIns programs;
+    programs.add("ffmpeg", "trap '' INT TERM HUP; echo $$ > ffmpeg; exec sleep 60");
+    const ToolRun tool;
+    tool.make({"sd/DCIM/"});
+    QProcess process;
+    tool.startOnStorages(process, {"record", "sd"});
+    QTRY_VERIFY_WITH_TIMEOUT(tool.content("ffmpeg").endsWith('\n'), 20000);
+    QCOMPARE(::kill(static_cast<pid_t>(process.processId()), SIGKILL), 0);
+    QCOMPARE(ToolRun::finish(process), (Outcome{128 + SIGKILL, "", ""}));
+    QTRY_VERIFY(!isRunning(processIn(tool, "ffmpeg")));
+}
+
+void VornfhRecordTest::removesWhatAnInterruptedCommandLeft()
+{
+    StandIns programs;
+    programs.add("ffmpeg", WRITE_DATA);
+    const ToolRun tool;
+    tool.make(onCard({"100ABC/.vornfh-99999999-abcdef = x", "101ABC/.vornfh-99999999-abcdef = x"}));
+    const QByteArray message =
+        "@/sd/DCIM/101ABC/.vornfh-99999999-abcdef: removed; an interrupted command had left it";
+    QCOMPARE(tool.runOnStorages({"record", "sd", "--type", "wav"}),
+             tool.success("@/sd/DCIM/101ABC/DCF_0001.wav\n", errorLines({message})));
+    QCOMPARE(tree(tool.sd()),
+             (Tree{"100ABC/", "100ABC/.vornfh-99999999-abcdef", "101ABC/", "101ABC/DCF_0001.wav"}));
 }
 
 void VornfhRecordTest::refusesWrongValues_data()

@@ -7,6 +7,7 @@
 #include "folders.h"
 #include "media.h"
 #include "numbering.h"
+#include "output.h"
 #include "signals.h"
 
 #include <cerrno>
@@ -39,38 +40,61 @@ private:
     Descriptor mFolder;
 };
 
+/// Creates the folder of the next recording if the library would, but so that a power failure cannot leave it
+/// unusable. Returns the numbering in it.
+Numbering createNextFolder(const Storage &storage, eFileTypes type)
+{
+    Numbering numbering = numberingOf(storage);
+    const QString next = QFileInfo(nextPath(storage, numbering, type)).path();
+    const bool isAdvancing = next != numbering.folderPath;
+    if (!numbering.isCreated || isAdvancing)
+        createFolder(next);
+    if (isAdvancing) {
+        ++numbering.folder;
+        numbering.lastFile = 0;
+    }
+    return numbering;
+}
+
 bool hasThumbnail(const QString &path)
 {
     struct stat status = {};
     return readLinkStatus(thumbnailOf(path), status);
 }
 
-/// Returns whether the number of @p path has only a thumbnail, which the numbering ignores.
-bool isThumbnailAlone(const QString &path)
+/// Counts the numbers of a storage device from that of the library on.
+class NumberCounter
 {
-    return hasThumbnail(path) && !isNumberTaken(path);
-}
+public:
+    NumberCounter(const Storage &storage, eFileTypes type)
+        : mStorage(storage), mType(type), mNumbering(createNextFolder(storage, type)),
+          mPath(VornFileHandler::getNextFileName(storage.type, type)), mNumber(fileNumber(mPath))
+    {
+    }
 
-/// The path that the library returns, or the first after it that is not skipped.
-QString nextPath(const Storage &storage, eFileTypes type)
-{
-    QString path = VornFileHandler::getNextFileName(storage.type, type);
-    if (!isThumbnailAlone(path))
-        return path;
-    const int folder = VornFileHandler::getLastDirectoryNum(storage.type);
-    for (int number = fileNumber(path); number < LAST_FILE && isThumbnailAlone(path);)
-        path = VornFileHandler::getFilePath(storage.type, folder, ++number,
-                                            VornFileHandler::getFileExtension(type));
-    return path;
-}
+    const QString &path() const { return mPath; }
 
-Failure clash(const Storage &storage, const QString &path)
-{
-    if (numberingOf(storage).left() == 0)
-        return Failure(QString("storage %1 has no numbers left: %2 would be next, and its number is taken")
-                           .arg(storage.name, path));
-    return Failure(path + ": its number is taken by something that the numbering skips");
-}
+    /// Goes on to the next number. Throws Failure if there is none.
+    void advance()
+    {
+        if (mNumbering.left() <= 0 || (mNumber >= LAST_FILE && mNumbering.folder >= mNumbering.lastFolder))
+            throw Failure(QString("storage %1 has no numbers left: the number of %2 is taken")
+                              .arg(mStorage.name, mPath));
+        if (mNumber >= LAST_FILE) {
+            mNumber = 0;
+            createFolder(VornFileHandler::getDirPath(mStorage.type, ++mNumbering.folder));
+        }
+        mPath = VornFileHandler::getFilePath(mStorage.type, mNumbering.folder, ++mNumber,
+                                             VornFileHandler::getFileExtension(mType));
+    }
+
+private:
+    const Storage &mStorage;
+    eFileTypes mType;
+    Numbering mNumbering; // before mPath: the folder is created with it
+    QString mPath;
+    int mNumber;
+};
 
 } // namespace
 
@@ -82,22 +106,17 @@ int fileNumber(const QString &path)
 QString claimPath(const Storage &storage, eFileTypes type)
 {
     requireReadable(storage.location);
-    if (!QFileInfo(storage.location).isDir())
-        VornFileHandler::getDCIMFolders(storage.type); // creates it and says so
-    requireFolder(storage.location);
+    createFolder(storage.location);
     const LocationLock lock(storage.location);
-    QString refused;
-    while (true) {
-        const QString path = nextPath(storage, type);
-        const QString folder = QFileInfo(path).path();
+    NumberCounter counter(storage, type);
+    for (const QString &problem : unreadableEntries(QFileInfo(counter.path()).path()))
+        printError(problem);
+    for (;; counter.advance()) {
+        const QString folder = QFileInfo(counter.path()).path();
         requireFolder(folder);
         requireReadable(folder);
-        if (!isNumberTaken(path) && !hasThumbnail(path) && createExclusively(path))
-            return path;
-        // A file created in the meantime is skipped on the next pass. A path that comes twice would come
-        // forever.
-        if (path == refused)
-            throw clash(storage, path);
-        refused = path;
+        if (!isNumberTaken(counter.path()) && !hasThumbnail(counter.path())
+            && createExclusively(counter.path()))
+            return counter.path();
     }
 }

@@ -6,9 +6,9 @@
 
 #include <QString>
 
-/// Reserves the next number of the storage by creating the file, empty, and returns its path. A number whose
-/// thumbnail exists without a recording is skipped: that thumbnail would not match the recording.
-/// Throws Failure.
+/// Reserves the next number of the storage by creating the file, empty, and returns its path. Numbers that
+/// are taken by something that the numbering does not see are skipped: by a name in another case on FAT, by a
+/// folder or a link, or by a thumbnail alone, which would not match the recording. Throws Failure.
 QString claimPath(const Storage &storage, VORN_FILE_HANDLER::eFileTypes type);
 
 /// The number in a file name that the library built.

@@ -3,53 +3,78 @@
 
 #include "durable.h"
 #include "errors.h"
-#include "paths.h"
+#include "folders.h"
+#include "mounts.h"
+#include "output.h"
 #include "signals.h"
 #include "text.h"
 
 #include <QFile>
 #include <QFileInfo>
 
+#include <algorithm>
 #include <cerrno>
-#include <vector>
+#include <set>
 
 #include <fcntl.h>
-#include <linux/magic.h>
 #include <sys/file.h>
-#include <sys/statvfs.h>
-#include <sys/vfs.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace {
 
-QString cpFailure()
+constexpr qint64 FAT_LIMIT = 0xFFFFFFFF;
+
+// A batch ends at the first of these limits, so that results are reported steadily.
+constexpr qint64 BATCH_BYTES = 256 << 20;
+constexpr auto BATCH_TIME = std::chrono::seconds(1);
+
+/// The number of files in a batch. Each has two open files, and three batches are open at a time: one is
+/// written, one waits, and one is completed.
+size_t batchFiles()
 {
-    return missingProgram({"cp"}).isEmpty() ? "cp failed" : "cp is not on PATH";
+    constexpr rlim_t WANTED = 4096;
+    constexpr rlim_t OTHERS = 128;
+    rlimit limit = {};
+    ::getrlimit(RLIMIT_NOFILE, &limit);
+    if (limit.rlim_cur < WANTED) {
+        limit.rlim_cur = std::min(WANTED, limit.rlim_max);
+        ::setrlimit(RLIMIT_NOFILE, &limit);
+    }
+    return std::max<rlim_t>(1, (std::min(limit.rlim_cur, WANTED) - std::min(OTHERS, limit.rlim_cur / 2)) / 6);
 }
 
-/// Appends to the file as cp did, and returns the reason that the system gives. The file is then removed.
-QString whyNotWritten(const QString &copy)
+/// Copies up to @p length bytes at @p offset within the kernel, or through memory if the file systems cannot
+/// do that. Returns the number of bytes; -1 with errno set.
+ssize_t copyPart(int from, int to, off_t offset, size_t length)
 {
-    const Descriptor file = openFile(copy, O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW, 0600);
-    if (!file.isOpen())
-        return errorText(errno);
-    const std::vector<char> block(1 << 16);
-    ssize_t count = ::write(file.get(), block.data(), block.size());
-    if (count == static_cast<ssize_t>(block.size())) // a device may report only now that it is full
-        count = ::fsync(file.get()) == 0 ? count : -1;
-    else if (count >= 0)
-        errno = ENOSPC;
-    const QString reason = count == static_cast<ssize_t>(block.size()) ? cpFailure() : errorText(errno);
-    ::unlink(QFile::encodeName(copy).constData());
-    return reason;
+    off_t source = offset;
+    off_t target = offset;
+    const ssize_t count = ::copy_file_range(from, &source, to, &target, length, 0);
+    const bool isRefused =
+        count < 0
+        && (errno == EXDEV || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP || errno == EPERM);
+    if (!isRefused)
+        return count;
+    static thread_local std::vector<char> buffer(1 << 20);
+    const ssize_t read = ::pread(from, buffer.data(), std::min(length, buffer.size()), offset);
+    ssize_t written = 0;
+    while (written < read) {
+        const ssize_t part =
+            ::pwrite(to, buffer.data() + written, static_cast<size_t>(read - written), offset + written);
+        if (part < 0 && errno != EINTR)
+            return -1;
+        written += std::max<ssize_t>(0, part);
+    }
+    return read;
 }
 
 } // namespace
 
-Source::Source(const QString &path) : mPath(fromRoot(path))
+// Source
+
+Source::Source(const QString &path) : mPath(path)
 {
-    if (path.isEmpty())
-        throw FileFailure("''", "is not a file name");
     if (!readLinkStatus(mPath, mEntry))
         throw FileFailure(mPath, errorText(errno));
     if (!readStatus(mPath, mFile))
@@ -64,69 +89,54 @@ Source::Source(const QString &path) : mPath(fromRoot(path))
     requireUnchanged();
 }
 
+qint64 Source::room() const
+{
+    return std::min<qint64>(mFile.st_size, mFile.st_blocks * 512);
+}
+
 void Source::requireUnchanged() const
 {
     struct stat entry = {};
     struct stat file = {};
-    const bool readable = readLinkStatus(mPath, entry) && ::fstat(mDescriptor.get(), &file) == 0;
-    if (!readable || !isSameState(mEntry, entry) || !isSameState(mFile, file))
+    const bool isReadable = readLinkStatus(mPath, entry) && ::fstat(descriptor(), &file) == 0;
+    if (!isReadable || !isSameState(mEntry, entry) || !isSameState(mFile, file))
         throw FileFailure(mPath, "has changed since it was opened");
 }
 
-bool Source::hasName() const
-{
-    struct stat file = {};
-    return ::fstat(mDescriptor.get(), &file) == 0 && file.st_nlink > 0;
-}
+// The folder
 
-void Source::remove(const QString &copy) const
+Transfer::Transfer(const Storage &storage, const QString &folder, Mode mode, Progress &progress)
+    : mStorage(storage), mPath(VornFileHandler::getDirPath(storage.type, folder)), mMode(mode),
+      mProgress(progress)
 {
-    requireUnchanged();
-    if (::unlink(QFile::encodeName(mPath).constData()) != 0)
-        throw FileFailure(mPath,
-                          QString("was copied to %1 but cannot be deleted: ").arg(copy) + errorText(errno));
-    if (!flushFolder(folder()))
-        throw FileFailure(mPath, QString("was moved to %1, but its folder cannot be flushed: ").arg(copy)
-                                     + errorText(errno));
-}
-
-TargetFolder::TargetFolder(const Storage &storage, const QString &name)
-    : mStorage(storage), mName(name), mPath(VornFileHandler::getDirPath(storage.type, name))
-{
-    create();
+    createFolder(mPath);
     lock();
+    removeLeftovers(mPath);
+    for (const QString &problem : unreadableEntries(mPath))
+        printError(problem);
+    mThread = std::thread([this] { work(); });
 }
 
-void TargetFolder::create() const
+void Transfer::lock()
 {
-    VornFileHandler::createFolder(mStorage.type, mName);
-    const QFileInfo folder(mPath);
-    if (folder.isDir())
-        return;
-    if (folder.exists() || folder.isSymLink())
-        throw Failure(mPath + ": is not a folder");
-    if (::mkdir(QFile::encodeName(mPath).constData(), 0777) != 0) // the library does not report the reason
-        throw Failure(mPath + ": cannot be created: " + errorText(errno));
-}
-
-void TargetFolder::lock()
-{
-    // Inherited by cp: a cp that outlives vornfh keeps the lock while it writes.
-    mDescriptor = Descriptor(::open(QFile::encodeName(mPath).constData(), O_RDONLY | O_DIRECTORY)); // NOLINT
-    if (!mDescriptor.isOpen() || ::fstat(mDescriptor.get(), &mStatus) != 0)
+    mFolder = openFolder(mPath);
+    if (!mFolder.isOpen() || ::fstat(mFolder.get(), &mStatus) != 0)
         throw Failure(mPath + ": " + errorText(errno));
-    if (::flock(mDescriptor.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+    if (::flock(mFolder.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
         throw Failure(mPath + ": another vornfh is copying into this folder");
+    mFileSystem = fileSystemOf(mPath);
 }
 
-/// The path that the library will choose but does not return.
-QString TargetFolder::freePath(const QString &name) const
+/// The path that the library would give a copy. Throws FileFailure if there is none: the library would
+/// overwrite one.
+QString Transfer::freePath(const QString &name) const
 {
     constexpr int LAST_COUNTER = 999;
     QString path = QString("%1/%2").arg(mPath).arg(name);
     const QStringList pieces = name.split('.');
-    for (int counter = 1; QFile::exists(path); ++counter) {
-        if (counter > LAST_COUNTER) // the library would overwrite it
+    const auto isTaken = [this](const QString &one) { return mTaken.contains(one) || QFile::exists(one); };
+    for (int counter = 1; isTaken(path); ++counter) {
+        if (counter > LAST_COUNTER)
             throw FileFailure(
                 path, QString("exists, and so do the other %1 names with a counter").arg(LAST_COUNTER - 1));
         path = QString("%1/%2_%3.%4").arg(mPath).arg(pieces.first()).arg(counter).arg(pieces.last());
@@ -137,62 +147,276 @@ QString TargetFolder::freePath(const QString &name) const
     return path;
 }
 
-void TargetFolder::requireRoom(const Source &source) const
+/// Finds a file that an earlier run has copied: one of the names that a copy would get, with the same
+/// content.
+bool Transfer::findExisting(Item &item) const
 {
-    constexpr qint64 FAT_LIMIT = 0xFFFFFFFF;
-    struct statfs type = {};
-    if (::fstatfs(mDescriptor.get(), &type) == 0 && type.f_type == MSDOS_SUPER_MAGIC
-        && source.size() > FAT_LIMIT)
+    constexpr int LAST_COUNTER = 999;
+    const QStringList pieces = item.source->name().split('.');
+    const auto isTaken = [this](const QString &one) {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        return mTaken.contains(one);
+    };
+    QString path = QString("%1/%2").arg(mPath).arg(item.source->name());
+    for (int counter = 1; counter <= LAST_COUNTER && QFile::exists(path) && !isTaken(path); ++counter) {
+        Descriptor file = openFile(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+        struct stat status = {};
+        const bool isCandidate = file.isOpen() && ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode)
+                                 && status.st_size == item.source->size()
+                                 && !isSameFile(status, item.source->status());
+        if (isCandidate && hasSameContent(item.source->descriptor(), file.get(), item.source->path())) {
+            item.existing = std::move(file);
+            mProgress.addBytes(status.st_size);
+            item.target = path;
+            return true;
+        }
+        path = QString("%1/%2_%3.%4").arg(mPath).arg(pieces.first()).arg(counter).arg(pieces.last());
+    }
+    return false;
+}
+
+/// Returns whether renaming the file is as safe as copying it. exFAT and file systems in user space may write
+/// that the file has left its folder before they write that it has arrived.
+bool Transfer::canRename(const Source &source) const
+{
+    return mMode == Mode::Move && !source.isLink() && source.status().st_dev == mStatus.st_dev
+           && mFileSystem != FileSystem::Exfat && mFileSystem != FileSystem::UserSpace;
+}
+
+void Transfer::requireRoom(const Source &source) const
+{
+    if (mFileSystem == FileSystem::Fat && source.size() > FAT_LIMIT)
         throw FileFailure(source.path(), "is too large for the FAT file system of " + mPath);
-    struct statvfs space = {};
-    if (::fstatvfs(mDescriptor.get(), &space) != 0 || space.f_blocks == 0)
-        return;
-    const bool isRoot = ::geteuid() == 0;
-    const auto free =
-        static_cast<qint64>(isRoot ? space.f_bfree : space.f_bavail) * static_cast<qint64>(space.f_frsize);
+    const qint64 free = freeBytes(mPath);
     if (free < source.room())
         throw FileFailure(source.path(), QString("not enough space in %1: %2 needed, %3 free")
                                              .arg(mPath, humanSize(source.room()), humanSize(free)));
 }
 
-QString TargetFolder::take(const Source &source, Progress &progress) const
+/// A file stays in its folder until its batch is complete, so it could be copied twice and then be deleted
+/// once.
+void Transfer::requireGivenOnce(const Source &source)
 {
-    struct stat sourceFolder = {};
-    if (readStatus(source.folder(), sourceFolder) && isSameFile(sourceFolder, mStatus))
-        throw FileFailure(source.path(), "is already in that folder");
-    requireRoom(source);
-    const QString copy = freePath(source.name());
-    progress.startFile(copy);
-    VornFileHandler::copyToFolder({source.path()}, mStorage.type, mName);
-    try {
-        check(source, copy);
-        source.requireUnchanged();
-    } catch (const FileFailure &) {
-        struct stat status = {};
-        const bool isFile = readLinkStatus(copy, status) && S_ISREG(status.st_mode);
-        if (isFile && !source.isSameFileAs(status)
-            && source.hasName()) // otherwise it may be the only copy left
-            ::unlink(QFile::encodeName(copy).constData());
-        throw;
-    }
-    return copy;
+    if (mMode != Mode::Move)
+        return;
+    const QString path = QFileInfo(source.folder()).canonicalFilePath() + "/" + source.name();
+    if (mGiven.contains(path))
+        throw FileFailure(source.path(), "is given twice; a file can be moved only once");
+    mGiven.insert(path);
 }
 
-void TargetFolder::check(const Source &source, const QString &copy) const
+// Writing
+
+void Transfer::add(std::unique_ptr<Source> source)
 {
-    const Descriptor descriptor = openFile(copy, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
-    if (!descriptor.isOpen())
-        throw FileFailure(source.path(), "cannot be copied: " + whyNotWritten(copy));
-    struct stat status = {};
-    if (::fstat(descriptor.get(), &status) != 0 || !S_ISREG(status.st_mode) || source.isSameFileAs(status))
-        throw FileFailure(copy, "is not a copy of " + source.path());
-    // The folder may be new, so its entry in the location is flushed too.
-    if (!flush(descriptor.get()) || !flush(mDescriptor.get()) || !flushFolder(mStorage.location))
-        throw FileFailure(copy, "cannot be flushed to the device: " + errorText(errno));
-    if (!hasSameContent(source.descriptor(), descriptor.get(), source.path())) {
+    struct stat folder = {};
+    if (readStatus(source->folder(), folder) && isSameFile(folder, mStatus))
+        throw FileFailure(source->path(), "is already in that folder");
+    requireGivenOnce(*source);
+    Item item;
+    item.source = std::move(source);
+    if (!findExisting(item)) {
+        if (!canRename(*item.source))
+            write(item);
+        const std::lock_guard<std::mutex> lock(mMutex);
+        item.target = freePath(item.source->name());
+        mTaken.insert(item.target);
+    }
+    if (!mBatch.empty() && mBatch.front().isRenamed() != item.isRenamed())
+        endBatch();
+    mBatchBytes += item.source->size();
+    if (mBatch.empty())
+        mBatchStart = std::chrono::steady_clock::now();
+    mBatch.push_back(std::move(item));
+    static const size_t LIMIT = batchFiles();
+    if (mBatch.size() >= LIMIT || mBatchBytes >= BATCH_BYTES
+        || std::chrono::steady_clock::now() - mBatchStart >= BATCH_TIME)
+        endBatch();
+}
+
+/// Writes a copy under a hidden name. Holes stay holes.
+void Transfer::write(Item &item)
+{
+    constexpr size_t PART = 8 << 20;
+    const Source &source = *item.source;
+    requireRoom(source);
+    item.copy.emplace(mPath, source.path());
+    const int target = item.copy->descriptor();
+    const auto require = [&source](bool isDone) {
+        if (!isDone)
+            throw FileFailure(source.path(), "cannot be copied: " + errorText(errno));
+    };
+    require(::ftruncate(target, source.size()) == 0);
+    for (off_t offset = 0; offset < source.size();) {
         if (isStopped())
             throw FileFailure(source.path(), "interrupted");
-        const QString reason = status.st_size < source.size() ? whyNotWritten(copy) : cpFailure();
-        throw FileFailure(source.path(), "its copy differs: " + reason);
+        const off_t start = ::lseek(source.descriptor(), offset, SEEK_DATA);
+        if (start < 0 && errno == ENXIO)
+            break; // the rest is a hole
+        const off_t end = ::lseek(source.descriptor(), std::max(start, offset), SEEK_HOLE);
+        offset = start < 0 ? offset : start; // a file system that does not know has no holes
+        const auto length = static_cast<size_t>((end < 0 ? source.size() : end) - offset);
+        const ssize_t count = copyPart(source.descriptor(), target, offset, std::min(length, PART));
+        require(count >= 0);
+        if (count == 0)
+            break; // the file has become shorter, which is noticed when it is compared
+        ::sync_file_range(target, offset, count, SYNC_FILE_RANGE_WRITE); // begins to write, and does not wait
+        offset += count;
+        mProgress.addBytes(count);
     }
+    setAttributes(target, source.status()); // FAT keeps neither owner nor exact times
+    source.requireUnchanged();
+}
+
+void Transfer::endBatch()
+{
+    std::unique_lock<std::mutex> lock(mMutex);
+    mChanged.wait(lock, [this] { return mQueue.empty(); });
+    mQueue.push_back(std::move(mBatch));
+    mBatch.clear();
+    mBatchBytes = 0;
+    mChanged.notify_all();
+}
+
+int Transfer::finish()
+{
+    if (!mBatch.empty())
+        endBatch();
+    {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        mIsEnding = true;
+    }
+    mChanged.notify_all();
+    if (mThread.joinable())
+        mThread.join();
+    return mDone;
+}
+
+Transfer::~Transfer()
+{
+    finish();
+}
+
+// Completing, in the second thread
+
+void Transfer::work()
+{
+    std::unique_lock<std::mutex> lock(mMutex);
+    while (true) {
+        mChanged.wait(lock, [this] { return mIsEnding || !mQueue.empty(); });
+        if (mQueue.empty())
+            return;
+        Batch batch = std::move(mQueue.front());
+        mQueue.pop_front();
+        mChanged.notify_all();
+        lock.unlock();
+        complete(std::move(batch));
+        lock.lock();
+    }
+}
+
+void Transfer::complete(Batch batch)
+{
+    try {
+        const bool areRenamed = batch.front().isRenamed();
+        if (!areRenamed)
+            flushFileSystem(mPath);
+        mProgress.setStage("comparing");
+        forEach(batch, [this](Item &item) { compare(item); });
+        forEach(batch, [this](Item &item) { name(item); });
+        mProgress.setStage("flushing");
+        if (areRenamed && mFileSystem == FileSystem::Fat)
+            flushFolder(mPath); // before the folders that the files have left
+        flushFileSystem(mPath);
+        if (mMode == Mode::Move)
+            removeSources(batch);
+        report(batch);
+    } catch (const FileFailure &failure) {
+        fail(batch, failure);
+    }
+}
+
+/// Calls step(item) for each item of @p batch. Reports those that fail and takes them out.
+void Transfer::forEach(Batch &batch, const std::function<void(Item &)> &step)
+{
+    Batch rest;
+    for (Item &item : batch) {
+        try {
+            step(item);
+            rest.push_back(std::move(item));
+        } catch (const FileFailure &failure) {
+            mProgress.print([&failure] { printError(QString::fromUtf8(failure.what())); });
+            mProgress.finishFiles(1);
+        }
+    }
+    batch = std::move(rest);
+}
+
+/// Reports that nothing of @p batch is known to be on the device.
+void Transfer::fail(Batch &batch, const Failure &failure)
+{
+    forEach(batch, [&failure](Item &item) {
+        throw FileFailure(item.source->path(), QString::fromUtf8(failure.what()));
+    });
+}
+
+void Transfer::compare(const Item &item) const
+{
+    const int copy = item.copy ? item.copy->descriptor() : item.existing.get();
+    const bool isSame =
+        item.isRenamed() || hasSameContent(item.source->descriptor(), copy, item.source->path());
+    item.source->requireUnchanged();
+    if (!isSame)
+        throw FileFailure(item.source->path(), "its copy differs on the device");
+}
+
+/// Gives a copy, or the source itself, its name in the folder.
+void Transfer::name(Item &item)
+{
+    if (item.existing.isOpen())
+        return;
+    const auto rename = [&item] {
+        return item.copy ? item.copy->rename(item.target, false)
+                         : renameToNew(item.source->path(), item.target);
+    };
+    while (!rename()) {
+        if (errno != EEXIST)
+            throw FileFailure(item.source->path(),
+                              QString("cannot be named %1: ").arg(item.target) + errorText(errno));
+        // Another program has taken the name, or it differs from another one only in case.
+        const std::lock_guard<std::mutex> lock(mMutex);
+        item.target = freePath(item.source->name());
+        mTaken.insert(item.target);
+    }
+    // FAT writes where the content is only when the file is flushed, which must be before its old name goes.
+    if (item.isRenamed() && mFileSystem == FileSystem::Fat)
+        flushFile(item.source->descriptor(), item.target);
+}
+
+/// Deletes the sources of copies; a source that was renamed has gone.
+void Transfer::removeSources(Batch &batch)
+{
+    std::set<QString> folders;
+    forEach(batch, [&folders](Item &item) {
+        folders.insert(item.source->folder());
+        if (item.isRenamed())
+            return;
+        item.source->requireUnchanged();
+        if (::unlink(QFile::encodeName(item.source->path()).constData()) != 0)
+            throw FileFailure(item.source->path(),
+                              QString("was copied to %1 but cannot be deleted: ").arg(item.target)
+                                  + errorText(errno));
+    });
+    for (const QString &folder : folders)
+        flushFolder(folder);
+}
+
+void Transfer::report(const Batch &batch)
+{
+    mProgress.print([&batch] {
+        for (const Item &item : batch)
+            printDone(printable(item.source->path()) + " -> " + printable(item.target));
+    });
+    mProgress.finishFiles(static_cast<int>(batch.size()));
+    mDone += static_cast<int>(batch.size());
 }

@@ -2,13 +2,27 @@
 #ifndef COPYING_H
 #define COPYING_H
 
+#include "errors.h"
 #include "files.h"
+#include "mounts.h"
 #include "progress.h"
 #include "storages.h"
+#include "temporary.h"
 
+#include <QSet>
 #include <QString>
 
-#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <vector>
+
+enum class Mode { Copy, Move };
 
 /// A file to be copied; kept open from the first check to the last.
 class Source
@@ -22,20 +36,14 @@ public:
     QString folder() const { return mPath.left(mPath.lastIndexOf('/') + 1); }
     qint64 size() const { return mFile.st_size; }
     int descriptor() const { return mDescriptor.get(); }
-    bool isSameFileAs(const struct stat &other) const { return isSameFile(mFile, other); }
+    const struct stat &status() const { return mFile; }
+    bool isLink() const { return S_ISLNK(mEntry.st_mode); }
 
     /// The minimum number of bytes that a copy needs: a file with holes needs less than its size.
-    qint64 room() const { return std::min<qint64>(mFile.st_size, mFile.st_blocks * 512); }
+    qint64 room() const;
 
     /// Throws FileFailure if the file, or the link to it, has changed since it was opened.
     void requireUnchanged() const;
-
-    /// Returns whether the file still has a name, possibly a different one.
-    bool hasName() const;
-
-    /// Deletes the file (if it is a symbolic link, only the link) now that @p copy is safe. Throws
-    /// FileFailure.
-    void remove(const QString &copy) const;
 
 private:
     QString mPath;
@@ -44,29 +52,78 @@ private:
     Descriptor mDescriptor;
 };
 
-/// The folder of a storage device that files are copied into, locked against other vornfh processes.
-class TargetFolder
+/// Copies or moves files into a folder of a storage device, locked against other vornfh processes. The files
+/// are written under hidden names in batches. A second thread flushes a batch, compares it with the sources
+/// as it reads back from the device, gives the copies their names, flushes again, and then reports them and
+/// deletes the sources, while the next batch is written.
+class Transfer
 {
 public:
     /// Creates the folder if it is missing. Throws Failure.
-    TargetFolder(const Storage &storage, const QString &name);
+    Transfer(const Storage &storage, const QString &folder, Mode mode, Progress &progress);
+    ~Transfer();
+    Transfer(const Transfer &) = delete;
+    Transfer &operator=(const Transfer &) = delete;
 
-    /// Copies a file and returns the path of the copy, which is on the device and has the same content.
-    /// On failure, removes the copy, unless it may be the only one left, and throws FileFailure.
-    QString take(const Source &source, Progress &progress) const;
+    /// Writes a copy of @p source. Throws FileFailure; the source is then unchanged. The result is reported
+    /// later.
+    void add(std::unique_ptr<Source> source);
+
+    /// Waits until everything is reported. Returns the number of files that were copied or moved.
+    int finish();
 
 private:
-    void create() const;
+    /// A file that is on its way. One that is renamed has neither a copy nor an existing one.
+    struct Item {
+        std::unique_ptr<Source> source;
+        std::optional<TemporaryFile> copy;
+        Descriptor existing; // a copy that was there before
+
+        QString target;
+
+        bool isRenamed() const { return !copy && !existing.isOpen(); }
+    };
+    using Batch = std::vector<Item>; // of which all are renamed, or none
+
     void lock();
     QString freePath(const QString &name) const;
+    bool findExisting(Item &item) const;
+    void fail(Batch &batch, const Failure &failure);
+    void forEach(Batch &batch, const std::function<void(Item &)> &step);
+    bool canRename(const Source &source) const;
     void requireRoom(const Source &source) const;
-    void check(const Source &source, const QString &copy) const;
+    void requireGivenOnce(const Source &source);
+    void write(Item &item);
+    void endBatch();
+    void work();
+    void complete(Batch batch);
+    void flushCopies(const Batch &batch) const;
+    void compare(const Item &item) const;
+    void name(Item &item);
+    void flushNames(const Batch &batch) const;
+    void removeSources(Batch &batch);
+    void report(const Batch &batch);
 
-    Storage mStorage;
-    QString mName;
-    QString mPath;
-    Descriptor mDescriptor;
+    const Storage mStorage;
+    const QString mPath;
+    const Mode mMode;
+    Progress &mProgress;
+    Descriptor mFolder;
     struct stat mStatus = {};
+    FileSystem mFileSystem = FileSystem::Other;
+    QSet<QString> mTaken; // names given since the start
+    QSet<QString> mGiven; // files to be moved
+
+    Batch mBatch;
+    qint64 mBatchBytes = 0;
+    std::chrono::steady_clock::time_point mBatchStart;
+
+    mutable std::mutex mMutex;
+    std::condition_variable mChanged;
+    std::deque<Batch> mQueue;
+    bool mIsEnding = false;
+    int mDone = 0;
+    std::thread mThread;
 };
 
 #endif // COPYING_H

@@ -3,6 +3,7 @@
 
 #include "errors.h"
 #include "mounts.h"
+#include "output.h"
 #include "paths.h"
 
 namespace {
@@ -84,9 +85,22 @@ void requireMounted(const Storage &storage)
                           .arg(storage.location, storage.block));
 }
 
+QStringList problemsOf(const Storage &storage)
+{
+    QStringList problems;
+    const QString path = nearestExisting(storage.location);
+    if (isReadOnlyAfterError(path))
+        problems.append("the kernel has made the file system read-only after an error; unmount and check it");
+    if (wasNotUnmounted(path))
+        problems.append("the file system was not unmounted properly; unmount and check it");
+    return problems;
+}
+
 void requireWritable(const Storage &storage)
 {
     requireMounted(storage);
+    for (const QString &problem : problemsOf(storage))
+        printError(storage.location + ": " + problem);
     if (isOnReadOnlyFileSystem(nearestExisting(storage.location)))
         throw Failure(storage.location + ": is on a read-only file system");
 }

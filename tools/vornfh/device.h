@@ -6,6 +6,7 @@
 
 #include <QStorageInfo>
 #include <QString>
+#include <QStringList>
 
 /// The block device of a storage and where it is mounted.
 struct Device {
@@ -44,7 +45,12 @@ bool isMountMissing(const Storage &storage);
 /// Throws Failure if isMountMissing() or the configured block device is not present.
 void requireMounted(const Storage &storage);
 
-/// Throws Failure if requireMounted() does, or if the file system is read-only.
+/// What is known to be wrong with the file system of the storage device, each as a clause; empty if nothing
+/// is.
+QStringList problemsOf(const Storage &storage);
+
+/// Throws Failure if requireMounted() does, or if the file system is read-only. Prints problemsOf() on
+/// standard error: a camera must go on recording.
 void requireWritable(const Storage &storage);
 
 #endif // DEVICE_H

@@ -3,7 +3,10 @@
 
 #include "errors.h"
 #include "files.h"
-#include "signals.h"
+#include "mounts.h"
+
+#include <QFile>
+#include <QFileInfo>
 
 #include <algorithm>
 #include <cerrno>
@@ -33,18 +36,81 @@ ssize_t readAt(int descriptor, std::vector<char> &buffer, off_t offset)
     return static_cast<ssize_t>(filled);
 }
 
-} // namespace
+const QString CANNOT_FLUSH = "cannot be flushed to the device: ";
 
-bool flush(int descriptor)
+/// Creates @p folder for @p wanted, which is or will be in it.
+void createOneFolder(const QString &folder, const QString &wanted)
 {
-    // Some file systems cannot flush a folder and return EINVAL.
-    return ::fsync(descriptor) == 0 || errno == EINVAL;
+    const QString above = QFileInfo(folder).path();
+    removeLeftovers(above);
+    TemporaryFolder hidden(above);
+    if (hidden.isCreated()) {
+        flushFile(openFolder(hidden.path()).get(), wanted);
+        flushFile(openFolder(above).get(), wanted);
+        if (hidden.rename(folder) || (errno == EEXIST && QFileInfo(folder).isDir()))
+            return;
+    }
+    throw Failure(wanted + ": cannot be created: " + errorText(errno));
 }
 
-bool flushFolder(const QString &path)
+} // namespace
+
+void flushFile(int descriptor, const QString &path)
 {
-    const Descriptor folder = openFolder(path);
-    return folder.isOpen() && flush(folder.get());
+    // Some file systems cannot flush a folder and return EINVAL.
+    if (descriptor < 0 || (::fsync(descriptor) != 0 && errno != EINVAL))
+        throw FileFailure(path, CANNOT_FLUSH + errorText(errno));
+}
+
+void flushWithFolders(const QStringList &paths)
+{
+    for (const QString &path : paths)
+        flushFile(openFile(path, O_RDONLY | O_NONBLOCK).get(), path);
+    QString folder = paths.first();
+    do {
+        folder = QFileInfo(folder).path();
+        flushFolder(folder);
+    } while (folder != "/" && areOnOneFileSystem(folder, QFileInfo(folder).path()));
+}
+
+void flushFolder(const QString &folder)
+{
+    flushFile(openFolder(folder).get(), folder);
+}
+
+void flushFileSystem(const QString &folder)
+{
+    const Descriptor descriptor = openFolder(folder);
+    if (!descriptor.isOpen() || ::syncfs(descriptor.get()) != 0)
+        throw FileFailure(folder, CANNOT_FLUSH + errorText(errno));
+    flushFile(descriptor.get(), folder); // syncfs() of vfat does not make the device write its cache
+}
+
+void replaceFile(TemporaryFile &file, const QString &path)
+{
+    flushFile(file.descriptor(), path);
+    // vfat frees the old content when the last user closes it, so it stays open until the new one is in
+    // place.
+    const Descriptor old = openFile(path, O_RDONLY | O_NONBLOCK);
+    if (!file.rename(path, true))
+        throw FileFailure(path, "cannot be replaced: " + errorText(errno));
+    // vfat writes where the content is only when the file is flushed under its new name.
+    flushFile(openFile(path, O_RDONLY | O_NONBLOCK).get(), path);
+    flushFolder(QFileInfo(path).path());
+}
+
+void createFolder(const QString &path)
+{
+    struct stat status = {};
+    if (QFileInfo(path).isDir())
+        return;
+    if (readLinkStatus(path, status))
+        throw Failure(path + ": is not a folder");
+    QStringList missing;
+    for (QString folder = path; !QFileInfo::exists(folder); folder = QFileInfo(folder).path())
+        missing.prepend(folder);
+    for (const QString &folder : missing)
+        createOneFolder(folder, path);
 }
 
 bool createExclusively(const QString &path)
@@ -53,16 +119,16 @@ bool createExclusively(const QString &path)
         return true;
     if (errno == EEXIST)
         return false;
-    throw Failure(QString("%1: cannot be created: %2").arg(path, errorText(errno)));
+    throw FileFailure(path, "cannot be created: " + errorText(errno));
 }
 
 bool hasSameContent(int one, int other, const QString &path)
 {
     constexpr size_t BLOCK = 1 << 20;
-    ::posix_fadvise(other, 0, 0, POSIX_FADV_DONTNEED);
+    ::posix_fadvise(other, 0, 0, POSIX_FADV_DONTNEED); // drops what is on the device from memory
     std::vector<char> expected(BLOCK);
     std::vector<char> found(BLOCK);
-    for (off_t offset = 0; !isStopped(); offset += static_cast<off_t>(BLOCK)) {
+    for (off_t offset = 0;; offset += static_cast<off_t>(BLOCK)) {
         const ssize_t count = readAt(one, expected, offset);
         if (count < 0)
             throw FileFailure(path, errorText(errno));
@@ -74,5 +140,4 @@ bool hasSameContent(int one, int other, const QString &path)
         if (count < static_cast<ssize_t>(BLOCK))
             return true;
     }
-    return false;
 }

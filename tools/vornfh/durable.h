@@ -2,18 +2,41 @@
 #ifndef DURABLE_H
 #define DURABLE_H
 
+#include "temporary.h"
+
 #include <QString>
+#include <QStringList>
 
-/// Waits until a file or folder is on the device. Returns false and sets errno on failure.
-bool flush(int descriptor);
-bool flushFolder(const QString &path);
+// Whatever a command has reported must be on the device, even if the power fails at that moment. All
+// functions throw FileFailure for the path that an error concerns.
 
-/// Creates @p path as an empty file. Returns false if something with that name exists; throws Failure if it
-/// cannot be created.
+/// Waits until @p paths, files or folders in one folder, are on the device, and all folders above them on the
+/// same file system, each of which may be new.
+void flushWithFolders(const QStringList &paths);
+
+/// Waits until the content of an open file is on the device, and where it is.
+void flushFile(int descriptor, const QString &path);
+
+/// Waits until the entries of @p folder are on the device.
+void flushFolder(const QString &folder);
+
+/// Waits until everything that was written to the file system of @p folder is on the device.
+void flushFileSystem(const QString &folder);
+
+/// Puts @p file in the place of @p path, so that @p path has its old or its new content whenever the power
+/// fails.
+void replaceFile(TemporaryFile &file, const QString &path);
+
+/// Creates the folder @p path, and those above it, unless they exist. Until the folder is on the device it
+/// has a hidden name: on FAT, one that is interrupted by a power failure can neither be used nor deleted.
+/// Throws Failure.
+void createFolder(const QString &path);
+
+/// Creates @p path as an empty file. Returns false if something with that name exists.
 bool createExclusively(const QString &path);
 
 /// Compares two files byte by byte. The second is read from the device, not from memory, if it has been
-/// flushed. Returns false if isStopped(). Throws FileFailure for @p path if one of the files cannot be read.
+/// flushed.
 bool hasSameContent(int one, int other, const QString &path);
 
 #endif // DURABLE_H

@@ -3,27 +3,60 @@
 
 #include "errors.h"
 #include "paths.h"
-#include "signals.h"
 #include "text.h"
 
 #include <QFileInfo>
 #include <QProcess>
 
+#include <csignal>
+
+#include <sys/prctl.h>
+#include <unistd.h>
+
 namespace {
 
-void waitForEnd(QProcess &process)
+/// A program that does not outlive this process, and does not receive the signals that a terminal sends to
+/// it.
+class Child : public QProcess
 {
-    constexpr int SIGNAL_CHECK = 100;
-    constexpr int TIME_TO_END = 2000;
-    while (!process.waitForFinished(SIGNAL_CHECK) && process.state() != QProcess::NotRunning) {
-        if (!isStopped())
-            continue;
-        process.terminate();
-        if (!process.waitForFinished(TIME_TO_END)) {
-            process.kill();
-            process.waitForFinished(-1);
-        }
+protected:
+    void setupChildProcess() override
+    {
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (::getppid() != mParent) // it died before
+            ::_exit(1);
+        ::setpgid(0, 0);
     }
+
+private:
+    const pid_t mParent = ::getpid();
+};
+
+/// Asks ffmpeg to finish its file, and kills it if it takes too long. If ffmpeg on PATH is a script, both
+/// signals reach the programs that it runs.
+void stop(QProcess &process)
+{
+    constexpr int TIME_TO_FINISH = 10000;
+    const auto group = -static_cast<pid_t>(process.processId());
+    ::kill(group, SIGINT);
+    if (process.waitForFinished(TIME_TO_FINISH))
+        return;
+    ::kill(group, SIGKILL);
+    process.waitForFinished(-1);
+}
+
+/// Waits for the end of ffmpeg and returns why it was stopped; empty if it was not.
+QString waitForEnd(QProcess &process, const WhyStop &whyStop)
+{
+    constexpr int INTERVAL = 100;
+    while (!process.waitForFinished(INTERVAL) && process.state() != QProcess::NotRunning) {
+        const QString reason = whyStop ? whyStop() : QString();
+        if (reason.isEmpty())
+            continue;
+        stop(process);
+        return reason;
+    }
+    return QString();
 }
 
 /// The last line that ffmpeg printed. A final "Conversion failed!" is skipped.
@@ -39,6 +72,18 @@ QString lastLine(const QByteArray &text)
     return lines.isEmpty() ? QString() : lines.last().trimmed();
 }
 
+QString failureOf(QProcess &process)
+{
+    if (process.error() == QProcess::FailedToStart)
+        return "ffmpeg cannot be started: " + process.errorString();
+    if (process.exitStatus() == QProcess::CrashExit)
+        return QString("ffmpeg was killed by signal %1").arg(process.exitCode());
+    const QString reason = process.exitCode() == 0 ? QString() : lastLine(process.readAllStandardError());
+    return process.exitCode() == 0 || !reason.isEmpty()
+               ? reason
+               : QString("ffmpeg exited with code %1").arg(process.exitCode());
+}
+
 } // namespace
 
 void requireFfmpeg()
@@ -52,21 +97,28 @@ QStringList fileInput(const QString &path)
     return {"-i", "file:" + path};
 }
 
-QString runFfmpeg(const QStringList &arguments, const QString &path)
+QString runFfmpeg(const QStringList &arguments, const QString &path, const WhyStop &whyStop)
 {
-    QProcess process;
+    Child process;
     process.setStandardInputFile(QProcess::nullDevice());
     process.setStandardOutputFile(QProcess::nullDevice());
     // The format is always given and the path begins with "file:", so nothing in the path is interpreted.
     process.start("ffmpeg", QStringList{"-nostdin", "-hide_banner", "-loglevel", "error", "-y"} + arguments
                                 + QStringList{"file:" + path});
-    waitForEnd(process);
-    if (process.error() == QProcess::FailedToStart)
-        return "ffmpeg cannot be started: " + process.errorString();
-    if (process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0)
-        return QFileInfo(path).size() > 0 ? QString() : "ffmpeg wrote nothing";
-    if (isStopped())
-        return "interrupted";
-    const QString reason = lastLine(process.readAllStandardError());
-    return reason.isEmpty() ? QString("ffmpeg exited with code %1").arg(process.exitCode()) : reason;
+    const QString stopped = waitForEnd(process, whyStop);
+    return stopped.isEmpty() ? failureOf(process) : stopped;
+}
+
+qint64 packetsIn(const QString &path, int limit)
+{
+    const QStringList interval =
+        limit > 0 ? QStringList{"-read_intervals", QString("%+#%1").arg(limit)} : QStringList();
+    Child process;
+    process.setStandardErrorFile(QProcess::nullDevice());
+    process.start("ffprobe", QStringList{"-v", "error"} + interval
+                                 + QStringList{"-show_entries", "packet=codec_type", "-of", "csv=p=0", "-i",
+                                               "file:" + path});
+    process.waitForFinished(-1);
+    const bool isRead = process.error() == QProcess::UnknownError && process.exitCode() == 0;
+    return isRead ? process.readAllStandardOutput().count('\n') : -1;
 }

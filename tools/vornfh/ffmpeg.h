@@ -5,14 +5,24 @@
 #include <QString>
 #include <QStringList>
 
+#include <functional>
+
 /// Throws Failure unless ffmpeg is on PATH.
 void requireFfmpeg();
 
-/// Runs ffmpeg to write @p path, which must exist and is overwritten, and waits for it; a stop signal ends
-/// it. @p arguments are those before the output. Returns the reason for a failure; empty on success.
-QString runFfmpeg(const QStringList &arguments, const QString &path);
+/// Asked several times a second while ffmpeg runs: the reason to stop it, or an empty string.
+using WhyStop = std::function<QString()>;
+
+/// Runs ffmpeg to write @p path, which must exist and is overwritten, and waits for it. To stop, ffmpeg is
+/// asked to finish the file, and killed if it does not. It is killed, too, when this process dies. @p
+/// arguments are those before the output. Returns why ffmpeg was stopped or failed; empty on success.
+QString runFfmpeg(const QStringList &arguments, const QString &path, const WhyStop &whyStop = {});
 
 /// Arguments that read the file @p path, whatever its name.
 QStringList fileInput(const QString &path);
+
+/// The number of packets in the media file @p path, as ffprobe counts them, at most @p limit if that is not
+/// 0; -1 if it cannot be read.
+qint64 packetsIn(const QString &path, int limit = 0);
 
 #endif // FFMPEG_H

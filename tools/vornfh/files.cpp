@@ -22,6 +22,11 @@ Descriptor::~Descriptor()
         ::close(mDescriptor);
 }
 
+bool Descriptor::close()
+{
+    return ::close(std::exchange(mDescriptor, -1)) == 0;
+}
+
 Descriptor openFile(const QString &path, int flags, mode_t mode)
 {
     return Descriptor(::open(QFile::encodeName(path).constData(), flags | O_CLOEXEC, mode));
@@ -54,4 +59,26 @@ bool isSameState(const struct stat &before, const struct stat &after)
     };
     return isSameFile(before, after) && before.st_mode == after.st_mode && before.st_size == after.st_size
            && isSameTime(before.st_mtim, after.st_mtim) && isSameTime(before.st_ctim, after.st_ctim);
+}
+
+mode_t defaultMode(mode_t mode)
+{
+    const mode_t mask = ::umask(0);
+    ::umask(mask);
+    return mode & ~mask;
+}
+
+bool setAttributes(int target, const struct stat &status)
+{
+    struct stat before = {};
+    const timespec times[2] = {status.st_atim, status.st_mtim};
+    const bool isOwned = ::fstat(target, &before) == 0
+                         && ((before.st_uid == status.st_uid && before.st_gid == status.st_gid)
+                             || ::fchown(target, status.st_uid, status.st_gid) == 0);
+    const int ownerError = errno;
+    const bool hasMode = ::fchmod(target, status.st_mode & 07777) == 0;
+    const bool hasTimes = ::futimens(target, times) == 0;
+    if (!isOwned)
+        errno = ownerError;
+    return isOwned && hasMode && hasTimes;
 }

@@ -20,6 +20,9 @@ public:
     bool isOpen() const { return mDescriptor >= 0; }
     int get() const { return mDescriptor; }
 
+    /// Closes the file. Returns false and sets errno if something written to it may be lost.
+    bool close();
+
 private:
     int mDescriptor;
 };
@@ -36,5 +39,12 @@ bool isSameFile(const struct stat &one, const struct stat &other);
 
 /// Returns whether both are the same file with the same mode, size and times.
 bool isSameState(const struct stat &before, const struct stat &after);
+
+/// @p mode without what the umask of this process forbids.
+mode_t defaultMode(mode_t mode);
+
+/// Gives the file @p target the owner, mode and times of @p status. Returns false and sets errno on failure;
+/// a file system may be unable to keep some of them.
+bool setAttributes(int target, const struct stat &status);
 
 #endif // FILES_H

@@ -4,13 +4,18 @@
 #include "errors.h"
 #include "files.h"
 #include "paths.h"
+#include "text.h"
 
 #include <QDir>
 #include <QFile>
 #include <QRegularExpression>
 
 #include <cerrno>
+#include <memory>
 
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace VORN_FILE_HANDLER;
@@ -78,6 +83,26 @@ void requireReadableFolder(const QString &path)
     if (!S_ISDIR(status.st_mode))
         throw Failure(path + ": is not a folder");
     requireReadable(path);
+}
+
+QStringList unreadableEntries(const QString &folder)
+{
+    QStringList problems;
+    const auto add = [&problems](const QString &path) {
+        // Permissions are not a problem of the medium.
+        if (errno != 0 && errno != ENOENT && errno != ENOTDIR && errno != EACCES)
+            problems.append(QString("%1: cannot be read: %2").arg(path, errorText(errno)));
+    };
+    const std::unique_ptr<DIR, int (*)(DIR *)> stream(::opendir(QFile::encodeName(folder).constData()),
+                                                      ::closedir);
+    const dirent *entry = nullptr;
+    while (stream && (errno = 0, entry = ::readdir(stream.get()))) {
+        struct stat status = {};
+        if (::fstatat(::dirfd(stream.get()), entry->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0)
+            add(folder + "/" + printable(QByteArray(entry->d_name)));
+    }
+    add(folder);
+    return problems;
 }
 
 void requireReadableFolders(const Storage &storage)

@@ -34,6 +34,9 @@ void requireReadable(const QString &path);
 /// Throws Failure unless @p path is a folder that can be read.
 void requireReadableFolder(const QString &path);
 
+/// The entries of @p folder that the medium cannot deliver, each with the reason.
+QStringList unreadableEntries(const QString &folder);
+
 /// requireReadable() for the location of @p storage and its numbered folders.
 void requireReadableFolders(const Storage &storage);
 

@@ -114,7 +114,7 @@ void GalleryPage::text(const QString &element, const QString &text, const QStrin
     close();
 }
 
-void GalleryPage::write()
+bool GalleryPage::write()
 {
     QList<GalleryItem> items;
     for (const QList<GalleryItem> &folder : mGallery.folders)
@@ -133,6 +133,7 @@ void GalleryPage::write()
     close();
     text("footer", QString("Made by vornfh %1 on %2").arg(VORNFH_VERSION, dateText(QDate::currentDate())));
     mXml.writeEndDocument();
+    return !mXml.hasError();
 }
 
 void GalleryPage::writeHead()

@@ -48,7 +48,8 @@ public:
     GalleryPage(QIODevice *device, const Gallery &gallery,
                 std::function<GalleryPicture(const GalleryItem &)> pictureOf);
 
-    void write();
+    /// Returns false if the device cannot be written.
+    bool write();
 
 private:
     using Attributes = QList<QPair<QString, QString>>;

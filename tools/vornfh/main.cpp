@@ -5,10 +5,24 @@
 
 #include <QTextCodec>
 
+#include <csignal>
 #include <cstdio>
 #include <iostream>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 namespace {
+
+/// Keeps the numbers of closed standard streams from being given to files on a storage device, into which
+/// messages would then be written. Reading or writing them still fails: the direction is the wrong one.
+void occupyStandardStreams()
+{
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (::fcntl(stream, F_GETFD) < 0)
+            static_cast<void>(::open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY));
+    }
+}
 
 /// A command whose output could not be written has failed.
 ExitCode finishOutput(ExitCode exitCode)
@@ -24,6 +38,8 @@ ExitCode finishOutput(ExitCode exitCode)
 
 int main(int argc, char *argv[])
 {
+    occupyStandardStreams();
+    std::signal(SIGPIPE, SIG_IGN); // an error of standard output like any other
     // File names are UTF-8 on every storage device, whatever the locale.
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
 

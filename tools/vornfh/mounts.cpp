@@ -7,9 +7,17 @@
 #include <QFileInfo>
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
+#include <limits>
 
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/sysmacros.h>
+#include <sys/vfs.h>
+#include <unistd.h>
 
 namespace {
 
@@ -37,6 +45,20 @@ QString blockDeviceOf(const QString &path)
     return isInPartitions(name) ? name : QString();
 }
 
+FileSystem fileSystemOf(const QString &path)
+{
+    constexpr unsigned EXFAT_MAGIC = 0x2011BAB0;
+    struct statfs status = {};
+    if (::statfs(QFile::encodeName(path).constData(), &status) != 0)
+        return FileSystem::Other;
+    switch (static_cast<unsigned>(status.f_type)) {
+    case MSDOS_SUPER_MAGIC: return FileSystem::Fat;
+    case EXFAT_MAGIC: return FileSystem::Exfat;
+    case FUSE_SUPER_MAGIC: return FileSystem::UserSpace;
+    default: return FileSystem::Other;
+    }
+}
+
 bool isOnRootFileSystem(const QString &path)
 {
     return areOnOneFileSystem("/", path);
@@ -47,6 +69,52 @@ bool isOnReadOnlyFileSystem(const QString &path)
     struct statvfs fileSystem = {};
     return ::statvfs(QFile::encodeName(path).constData(), &fileSystem) == 0
            && (fileSystem.f_flag & ST_RDONLY) != 0;
+}
+
+bool isReadOnlyAfterError(const QString &path)
+{
+    struct statx status = {};
+    QFile mounts("/proc/self/mountinfo");
+    if (::statx(AT_FDCWD, QFile::encodeName(path).constData(), 0, STATX_MNT_ID, &status) != 0
+        || !mounts.open(QIODevice::ReadOnly))
+        return false;
+    const QByteArray id = QByteArray::number(static_cast<qulonglong>(status.stx_mnt_id)) + " ";
+    const QList<QByteArray> lines = mounts.readAll().split('\n');
+    return std::any_of(lines.begin(), lines.end(), [&id](const QByteArray &line) {
+        // The mount is writable, the file system is not: proc(5), "mountinfo".
+        const QByteArray options = "," + line.split(' ').value(5) + ",";
+        const QByteArray fileSystemOptions = "," + line.mid(line.indexOf(" - ")).split(' ').last() + ",";
+        return line.startsWith(id) && options.contains(",rw,") && fileSystemOptions.contains(",ro,");
+    });
+}
+
+bool wasNotUnmounted(const QString &path)
+{
+    const FileSystem fileSystem = fileSystemOf(path);
+    if (fileSystem != FileSystem::Fat && fileSystem != FileSystem::Exfat)
+        return false;
+    const QByteArray text = "-fs (" + blockDeviceOf(path).toUtf8() + "): Volume was not properly unmounted";
+    const Descriptor log = openFile("/dev/kmsg", O_RDONLY | O_NONBLOCK);
+    std::array<char, 8192> record = {}; // longer than any
+    while (true) {
+        const ssize_t length = ::read(log.get(), record.data(), record.size());
+        if (length < 0 && errno == EPIPE) // the record was overwritten
+            continue;
+        if (length <= 0)
+            return false;
+        if (QByteArray::fromRawData(record.data(), static_cast<int>(length)).contains(text))
+            return true;
+    }
+}
+
+qint64 freeBytes(const QString &path)
+{
+    struct statvfs fileSystem = {};
+    if (::statvfs(QFile::encodeName(path).constData(), &fileSystem) != 0 || fileSystem.f_blocks == 0)
+        return std::numeric_limits<qint64>::max();
+    const bool isRoot = ::geteuid() == 0; // who may use the reserved blocks
+    return static_cast<qint64>(isRoot ? fileSystem.f_bfree : fileSystem.f_bavail)
+           * static_cast<qint64>(fileSystem.f_frsize);
 }
 
 bool areOnOneFileSystem(const QString &one, const QString &other)

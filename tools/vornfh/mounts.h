@@ -8,9 +8,25 @@
 /// not exist, if it is not on a single block device, or if /proc/partitions does not list that device.
 QString blockDeviceOf(const QString &path);
 
+enum class FileSystem { Fat, Exfat, UserSpace, Other };
+
+FileSystem fileSystemOf(const QString &path);
+
 bool isOnRootFileSystem(const QString &path);
 
 bool isOnReadOnlyFileSystem(const QString &path);
+
+/// Returns whether the kernel has made the file system of @p path read-only, as ext4 asks it to after an
+/// error.
+bool isReadOnlyAfterError(const QString &path);
+
+/// Returns whether the kernel has reported that the FAT or exFAT file system of @p path was not unmounted
+/// properly before. Only root can tell on most systems.
+bool wasNotUnmounted(const QString &path);
+
+/// Bytes that this user can still write to the file system of @p path; a very large number if that is not
+/// known.
+qint64 freeBytes(const QString &path);
 
 /// Returns whether both paths exist and are on the same file system.
 bool areOnOneFileSystem(const QString &one, const QString &other);

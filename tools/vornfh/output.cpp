@@ -12,6 +12,13 @@ void printLine(const QString &line)
     std::fflush(stdout); // so that a reader sees each result immediately
 }
 
+void printDone(const QString &line)
+{
+    printLine(line);
+    if (std::ferror(stdout) != 0)
+        printError("done, but not written to standard output: " + line);
+}
+
 void printJson(const QJsonDocument &document)
 {
     printLine(QString::fromUtf8(document.toJson()).trimmed());

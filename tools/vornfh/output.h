@@ -12,6 +12,10 @@
 /// One line of a result on standard output.
 void printLine(const QString &line);
 
+/// The same for something that was done on a storage device. If it cannot be written, it is printed to
+/// standard error.
+void printDone(const QString &line);
+
 /// A result as indented JSON on standard output.
 void printJson(const QJsonDocument &document);
 

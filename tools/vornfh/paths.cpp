@@ -21,13 +21,15 @@ QString fromCommandLine(const std::string &text, const QString &what)
     return *result;
 }
 
-QString fileArgument(const std::string &text)
+QString pathArgument(const std::string &text)
 {
+    if (text.empty())
+        throw FileFailure("''", "is not a file name");
     const QByteArray bytes = QByteArray::fromStdString(text);
     const auto result = decoded(bytes);
     if (!result)
         throw FileFailure(printable(bytes), "the name is not valid UTF-8");
-    return *result;
+    return fromRoot(*result);
 }
 
 QString fromRoot(const QString &path)

@@ -11,8 +11,9 @@
 /// argument in the message, for example "PATH".
 QString fromCommandLine(const std::string &text, const QString &what);
 
-/// Decodes the name of one file among several. Throws FileFailure if it is not valid UTF-8.
-QString fileArgument(const std::string &text);
+/// The absolute path of one file among several. Throws FileFailure if the argument is empty or not valid
+/// UTF-8.
+QString pathArgument(const std::string &text);
 
 /// @p path made absolute, otherwise unchanged: "a/../b" is not "b" if a is a symbolic link.
 QString fromRoot(const QString &path);

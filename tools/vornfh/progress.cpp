@@ -3,13 +3,25 @@
 
 #include "text.h"
 
-#include <QFileInfo>
+#include <QStringList>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 
+#include <sys/ioctl.h>
 #include <unistd.h>
+
+namespace {
+
+/// The number of columns of the terminal.
+int terminalWidth()
+{
+    constexpr int USUAL = 80;
+    winsize size = {};
+    return ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : USUAL;
+}
+
+} // namespace
 
 Progress::Progress(int files, qint64 bytes) : mFiles(files), mBytes(bytes)
 {
@@ -29,23 +41,15 @@ Progress::~Progress()
     erase();
 }
 
-void Progress::startFile(const QString &target)
+void Progress::print(const std::function<void()> &printLines)
 {
     const std::lock_guard<std::mutex> lock(mMutex);
-    mTarget = target;
-}
-
-void Progress::finishFile(qint64 bytes)
-{
-    const std::lock_guard<std::mutex> lock(mMutex);
-    mTarget.clear();
-    mBytesDone += bytes;
-    ++mFilesDone;
+    erase();
+    printLines();
 }
 
 void Progress::erase()
 {
-    const std::lock_guard<std::mutex> lock(mMutex);
     if (mIsDrawn)
         std::fputs("\r\x1b[K", stderr);
     mIsDrawn = false;
@@ -53,22 +57,31 @@ void Progress::erase()
 
 void Progress::drawRepeatedly()
 {
+    constexpr auto INTERVAL = std::chrono::milliseconds(200);
     std::unique_lock<std::mutex> lock(mMutex);
     while (!mIsEnding) {
-        draw();
-        mEnd.wait_for(lock, std::chrono::milliseconds(200));
+        std::fprintf(stderr, "\r%s\x1b[K", line().toUtf8().constData());
+        mIsDrawn = true;
+        mEnd.wait_for(lock, INTERVAL);
     }
 }
 
-void Progress::draw()
+/// As many parts, in this order, as the terminal is wide.
+QString Progress::line() const
 {
-    const qint64 growing = mTarget.isEmpty() ? 0 : QFileInfo(mTarget).size();
-    const qint64 done = std::min(mBytesDone + growing, mBytes);
-    const QString line = QString("[%1] %2 of %3 files, %4 of %5")
-                             .arg(bar(done, mBytes))
-                             .arg(mFilesDone)
-                             .arg(mFiles)
-                             .arg(humanSize(done), humanSize(mBytes));
-    std::fprintf(stderr, "\r%s\x1b[K", line.toUtf8().constData());
-    mIsDrawn = true;
+    const qint64 done = std::min<qint64>(mBytesDone, mBytes);
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - mStart).count();
+    const auto rate = static_cast<qint64>(static_cast<double>(done) / std::max(seconds, 0.001));
+    const QString left = rate > 0 ? durationText((mBytes - done) / rate) + " left" : QString();
+    const QStringList parts = {QString("%1 of %2 files").arg(mFilesDone).arg(mFiles),
+                               QString("%1 of %2").arg(humanSize(done), humanSize(mBytes)), mStage.load(),
+                               humanSize(rate) + "/s", left};
+    QString line = "[" + bar(done, mBytes) + "]";
+    const int width = terminalWidth() - 1; // the last column would begin a new line
+    for (const QString &part : parts) {
+        const QString longer = line + (line.endsWith(']') ? " " : ", ") + part;
+        if (!part.isEmpty() && longer.size() <= width)
+            line = longer;
+    }
+    return line.left(width);
 }

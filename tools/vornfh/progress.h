@@ -4,12 +4,15 @@
 
 #include <QString>
 
+#include <atomic>
+#include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <thread>
 
 /// A line on standard error that shows the progress of a transfer. Nothing is shown unless standard error is
-/// a terminal. Files grow while the caller waits for the library, so a separate thread draws the line.
+/// a terminal. A separate thread draws the line.
 class Progress
 {
 public:
@@ -18,22 +21,26 @@ public:
     Progress(const Progress &) = delete;
     Progress &operator=(const Progress &) = delete;
 
-    /// Sets the file whose growth is shown from now on.
-    void startFile(const QString &target);
-    /// Counts the file, whether or not it was copied.
-    void finishFile(qint64 bytes);
-    /// Clears the line, so that another one can be printed in its place.
-    void erase();
+    void addBytes(qint64 bytes) { mBytesDone += bytes; }
+    /// Counts files as done, whether or not they were copied.
+    void finishFiles(int files) { mFilesDone += files; }
+    /// Sets what is going on, "flushing" for instance.
+    void setStage(const char *stage) { mStage = stage; }
+
+    /// Calls @p printLines, which may write to standard output and standard error, without the line.
+    void print(const std::function<void()> &printLines);
 
 private:
     void drawRepeatedly();
-    void draw();
+    QString line() const;
+    void erase();
 
     const int mFiles;
     const qint64 mBytes;
-    int mFilesDone = 0;
-    qint64 mBytesDone = 0;
-    QString mTarget;
+    const std::chrono::steady_clock::time_point mStart = std::chrono::steady_clock::now();
+    std::atomic<int> mFilesDone{0};
+    std::atomic<qint64> mBytesDone{0};
+    std::atomic<const char *> mStage{"copying"};
     bool mIsDrawn = false;
     bool mIsEnding = false;
     std::mutex mMutex;

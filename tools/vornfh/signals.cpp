@@ -1,38 +1,37 @@
 // SPDX-License-Identifier: MIT
 #include "signals.h"
 
+#include <csignal>
+
 namespace {
 
 constexpr int STOP_SIGNALS[] = {SIGINT, SIGTERM, SIGHUP};
 
 volatile std::sig_atomic_t stopped = 0;
 
-} // namespace
-
-void catchStopSignals()
+void setAction(void (*handler)(int))
 {
     struct sigaction action = {};
-    action.sa_handler = [](int) { stopped = 1; };
+    action.sa_handler = handler;
     action.sa_flags = SA_RESTART;
     for (const int number : STOP_SIGNALS)
         ::sigaction(number, &action, nullptr);
 }
 
+void stop(int)
+{
+    stopped = 1;
+    setAction(SIG_DFL);
+}
+
+} // namespace
+
+void catchStopSignals()
+{
+    setAction(stop);
+}
+
 bool isStopped()
 {
     return stopped != 0;
-}
-
-StopSignalsBlocked::StopSignalsBlocked()
-{
-    sigset_t all;
-    ::sigemptyset(&all);
-    for (const int number : STOP_SIGNALS)
-        ::sigaddset(&all, number);
-    ::sigprocmask(SIG_BLOCK, &all, &mBefore);
-}
-
-StopSignalsBlocked::~StopSignalsBlocked()
-{
-    ::sigprocmask(SIG_SETMASK, &mBefore, nullptr);
 }

@@ -80,6 +80,14 @@ QString counted(qint64 count, const QString &noun)
     return QString("%1 %2%3").arg(count).arg(noun, count == 1 ? "" : "s");
 }
 
+QString durationText(qint64 seconds)
+{
+    const QString minutes = QString::number(seconds / 60 % 60);
+    const QString rest = QString("%1").arg(seconds % 60, 2, 10, QChar('0'));
+    return seconds < 3600 ? minutes + ":" + rest
+                          : QString("%1:%2:%3").arg(seconds / 3600).arg(minutes.rightJustified(2, '0'), rest);
+}
+
 QString bar(qint64 part, qint64 whole)
 {
     constexpr int WIDTH = 20;

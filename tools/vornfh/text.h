@@ -27,6 +27,9 @@ QString counted(qint64 count, const QString &noun);
 /// "2025-02-25 14:03:59"; "unknown" if there is no time.
 QString timeText(const QDateTime &time);
 
+/// "0:05", "1:02:03".
+QString durationText(qint64 seconds);
+
 /// A bar of twenty characters for @p part of @p whole, "#####---------------".
 QString bar(qint64 part, qint64 whole);
 

@@ -5,6 +5,8 @@
 #include "numbering.h"
 #include "output.h"
 #include "paths.h"
+#include "recording.h"
+#include "temporary.h"
 #include "text.h"
 
 #include <QFile>
@@ -53,8 +55,9 @@ struct Entry {
     QByteArray path;
     QByteArray bytes;
     std::optional<QString> name; // nullopt if the bytes are not valid UTF-8
-    mode_t mode = 0;             // 0 if the status cannot be read
+    mode_t mode = 0;
     qint64 size = 0;
+    int error = 0; // why the status cannot be read
 
     bool isHidden() const { return bytes.startsWith('.'); }
     bool isFolder() const { return S_ISDIR(mode); }
@@ -73,10 +76,12 @@ std::optional<std::vector<Entry>> readEntries(const QByteArray &path)
         if (name == "." || name == "..")
             continue;
         struct stat status = {};
-        if (::fstatat(::dirfd(stream.get()), name.constData(), &status, AT_SYMLINK_NOFOLLOW) != 0
-            && errno == EACCES)
+        const bool isRead =
+            ::fstatat(::dirfd(stream.get()), name.constData(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+        if (!isRead && errno == EACCES)
             return std::nullopt;
-        entries.push_back({path + "/" + name, name, decoded(name), status.st_mode, status.st_size});
+        entries.push_back(
+            {path + "/" + name, name, decoded(name), status.st_mode, status.st_size, isRead ? 0 : errno});
     }
     std::sort(entries.begin(), entries.end(),
               [](const Entry &one, const Entry &other) { return one.bytes < other.bytes; });
@@ -173,6 +178,11 @@ void checkFile(const Entry &file, Result &result)
     if (file.size == 0)
         result.add(file.path, "empty-file",
                    "is empty: the recording was never written, or its data was lost");
+    else if (isUnfinished(QFile::decodeName(file.path)))
+        result.add(
+            file.path, "file-not-closed",
+            "has no end: it is being recorded, or its recording was interrupted, and a player may refuse "
+            "it");
     const QString extension = QFileInfo(*file.name).suffix();
     if (extension != type->extension)
         result.add(file.path, "file-case",
@@ -219,6 +229,22 @@ void checkHidden(const Entry &entry, Result &result)
         result.add(entry.path, "hidden-file", "the name begins with '.': the library never lists it");
 }
 
+/// Returns whether the status of the entry could be read.
+bool checkReadable(const Entry &entry, Result &result)
+{
+    if (entry.error != 0)
+        result.add(entry.path, "unreadable", "cannot be read: " + errorText(entry.error));
+    return entry.error == 0;
+}
+
+/// Reports what interrupted commands have left in @p folder.
+void checkLeftovers(const QByteArray &folder, Result &result)
+{
+    for (const QString &path : leftoversIn(QFile::decodeName(folder)))
+        result.add(QFile::encodeName(path), "leftover",
+                   "was left by an interrupted command; the next one that writes to this folder removes it");
+}
+
 /// Returns whether it is a file, as everything in a numbered folder should be.
 bool checkKind(const Entry &entry, Result &result)
 {
@@ -240,9 +266,10 @@ void checkFiles(const QByteArray &folder, Result &result)
     for (const Entry &entry : *entries) {
         if (entry.isHidden())
             checkHidden(entry, result);
-        else if (checkName(entry, result) && checkKind(entry, result))
+        else if (checkName(entry, result) && checkReadable(entry, result) && checkKind(entry, result))
             files.push_back(entry);
     }
+    checkLeftovers(folder, result);
     result.files += static_cast<int>(files.size());
     for (const Entry &file : files)
         checkFile(file, result);
@@ -283,8 +310,8 @@ void checkOther(const Entry &entry, Result &result)
     const bool isNamedAsFolder =
         entry.name->endsWith(suffix) && toNumber(QString(*entry.name).remove(suffix)).has_value();
     if (entry.isFolder())
-        return;
-    if (isNamedAsFolder)
+        checkLeftovers(entry.path, result);
+    else if (isNamedAsFolder)
         result.add(entry.path, "not-a-folder",
                    "has the name of a numbered folder but is not a folder: the numbering cannot use it");
     else if (!suffix.isEmpty()) // with an empty suffix the library lists the location itself
@@ -312,10 +339,11 @@ Result check(const Storage &storage)
     Result result;
     result.numbering = numberingOf(storage);
     checkNumbering(result);
+    checkLeftovers(QFile::encodeName(storage.location), result);
     const QStringList listed = numberedFolders(storage);
     QMap<int, QByteArray> owners;
     for (const Entry &entry : *entries) {
-        if (entry.isHidden() || !checkName(entry, result))
+        if (entry.isHidden() || !checkName(entry, result) || !checkReadable(entry, result))
             continue;
         const auto number = entry.isFolder() ? playersNumber(*entry.name) : std::nullopt;
         if (number && owners.contains(*number))

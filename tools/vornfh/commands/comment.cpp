@@ -1,18 +1,116 @@
 // SPDX-License-Identifier: MIT
 #include "commands.h"
+#include "durable.h"
+#include "files.h"
 #include "paths.h"
-#include "photo.h"
 #include "signals.h"
 
+#include <QFile>
 #include <QFileInfo>
 
 #include <exiv2/exiv2.hpp>
 
+#include <algorithm>
 #include <cerrno>
 #include <memory>
 #include <optional>
 
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/sendfile.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
 namespace {
+
+/// Returns whether a file that begins with @p start does so as one of the formats that Exiv2 can write EXIF
+/// data to. Other formats are not given to Exiv2: it may never return from a damaged AVI file.
+bool isImage(const QByteArray &start)
+{
+    const QByteArrayList formats = {"\xff\xd8\xff", "\x89PNG", QByteArray("II*\0", 4),
+                                    QByteArray("MM\0*", 4)};
+    return std::any_of(formats.begin(), formats.end(),
+                       [&start](const QByteArray &format) { return start.startsWith(format); });
+}
+
+/// Copies a file. Returns false and sets errno on failure.
+bool copyContent(int from, int to)
+{
+    constexpr size_t AT_ONCE = 1 << 24;
+    off_t offset = 0;
+    ssize_t count = 0;
+    do {
+        count = ::sendfile(to, from, &offset, AT_ONCE);
+    } while (count > 0 || (count < 0 && errno == EINTR));
+    return count == 0;
+}
+
+/// A photo that is open from the first check to the last.
+class Photo
+{
+public:
+    /// Throws FileFailure unless it is an image that can take a comment.
+    explicit Photo(const QString &path) : mPath(path), mFile(openFile(path, O_RDONLY | O_NONBLOCK))
+    {
+        if (!mFile.isOpen() || ::fstat(mFile.get(), &mStatus) != 0)
+            throw FileFailure(path, errorText(errno));
+        if (!S_ISREG(mStatus.st_mode))
+            throw FileFailure(path, "is not a regular file");
+        char start[4] = {};
+        const ssize_t count = ::pread(mFile.get(), start, sizeof start, 0);
+        if (count < 0)
+            throw FileFailure(path, errorText(errno));
+        if (!isImage(QByteArray(start, static_cast<int>(count))))
+            throw FileFailure(path, "is not a JPEG, PNG or TIFF image");
+    }
+
+    QString folder() const { return QFileInfo(mPath).path(); }
+
+    /// A copy of the content in memory.
+    Descriptor inMemory() const
+    {
+        Descriptor copy(::memfd_create("photo", MFD_CLOEXEC));
+        if (!copy.isOpen() || !copyContent(mFile.get(), copy.get()))
+            throw FileFailure(mPath, "cannot be read: " + errorText(errno));
+        return copy;
+    }
+
+    /// Gives the photo another content and keeps its attributes.
+    void replaceContent(int content) const
+    {
+        TemporaryFile copy(folder(), mPath);
+        if (!copyContent(content, copy.descriptor()))
+            throw FileFailure(mPath, "a copy of it cannot be written in its folder: " + errorText(errno));
+        if (!setAttributes(copy.descriptor(), mStatus))
+            throw FileFailure(mPath, "its owner, mode and times cannot be kept: " + errorText(errno));
+        copyExtendedAttributes(copy.descriptor());
+        struct stat now = {};
+        if (!readLinkStatus(mPath, now) || !isSameState(mStatus, now))
+            throw FileFailure(mPath, "was changed by another program in the meantime");
+        replaceFile(copy, mPath);
+    }
+
+private:
+    /// Those that the file system or this user's permissions do not allow are left out.
+    void copyExtendedAttributes(int target) const
+    {
+        QByteArray names(XATTR_LIST_MAX, '\0');
+        const ssize_t length = ::flistxattr(mFile.get(), names.data(), static_cast<size_t>(names.size()));
+        names.truncate(static_cast<int>(std::max<ssize_t>(0, length)));
+        for (const QByteArray &name : names.split('\0')) {
+            QByteArray value(XATTR_SIZE_MAX, '\0');
+            const ssize_t size =
+                ::fgetxattr(mFile.get(), name.constData(), value.data(), static_cast<size_t>(value.size()));
+            if (size >= 0)
+                static_cast<void>(
+                    ::fsetxattr(target, name.constData(), value.constData(), static_cast<size_t>(size), 0));
+        }
+    }
+
+    QString mPath;
+    Descriptor mFile;
+    struct stat mStatus = {};
+};
 
 /// The comment as other programs read it; nullopt if there is none.
 std::optional<std::string> readComment(const QString &path)
@@ -27,27 +125,38 @@ std::optional<std::string> readComment(const QString &path)
     return value ? value->comment() : found->toString();
 }
 
-ExitCode writeComment(const QString &path, const QString &text)
+/// Writes the comment into @p copy, of the photo that the user calls @p path, and reads it back. The copy is
+/// in memory because Exiv2 0.27 does not report that it could not write all of a file. Throws FileFailure.
+void writeCommentTo(const Descriptor &copy, const QString &path, const QString &text)
 {
-    const QString photo = QFileInfo(fromRoot(path)).canonicalFilePath();
-    if (photo.isEmpty())
-        throw FileFailure(path, errorText(ENOENT));
-    const StopSignalsBlocked blocked; // while the copy exists
-    Exiv2::LogMsg::setLevel(Exiv2::LogMsg::mute);
-    WorkingCopy copy(photo);
+    const QString name = QString("/proc/self/fd/%1").arg(copy.get());
     std::optional<std::string> stored;
     try {
-        if (Metadata().setComment(QFileInfo(copy.path()), text) == 0)
-            stored = readComment(copy.path());
+        if (Metadata().setComment(QFileInfo(name), text) == 0)
+            stored = readComment(name);
     } catch (const std::exception &error) { // thrown by Exiv2, and names the copy
         QString reason = QString::fromUtf8(error.what());
-        throw FileFailure(path, "the comment cannot be written: " + reason.replace(copy.path(), photo));
+        throw FileFailure(path, "the comment cannot be written: " + reason.replace(name, path));
     }
     if (!stored)
         throw FileFailure(path, "the comment cannot be read back; the file is unchanged");
     if (*stored != text.toStdString())
         throw FileFailure(path, "the comment reads back differently; the file is unchanged");
-    copy.replacePhoto();
+}
+
+ExitCode writeComment(const QString &given, const QString &text)
+{
+    const QString path = QFileInfo(fromRoot(given)).canonicalFilePath();
+    struct stat status = {};
+    if (path.isEmpty())
+        throw FileFailure(given, errorText(readStatus(fromRoot(given), status) ? ENOENT : errno));
+    const Photo photo(path);
+    catchStopSignals();
+    Exiv2::LogMsg::setLevel(Exiv2::LogMsg::mute);
+    removeLeftovers(photo.folder());
+    const Descriptor copy = photo.inMemory();
+    writeCommentTo(copy, path, text);
+    photo.replaceContent(copy.get());
     return DONE;
 }
 
@@ -66,11 +175,11 @@ void addComment(CommandLine &line)
     };
     CLI::App &command = line.addIndependent(
         "comment",
-        "Writes a comment into the EXIF data of a photo. It is written to a copy, which replaces the photo\n"
-        "only if the comment reads back as it was given; otherwise nothing is changed. Other hard links to\n"
-        "the photo keep the old content",
+        "Writes a comment into the EXIF data of a JPEG, PNG or TIFF image. It is written to a copy, which\n"
+        "replaces the image only if the comment reads back as it was given; otherwise nothing is changed.\n"
+        "The modification time is kept. Other hard links to the image keep the old content",
         run);
-    command.add_option("PATH", request->path, "The photo")->required()->type_name("");
+    command.add_option("PATH", request->path, "The image")->required()->type_name("");
     command
         .add_option("TEXT", request->text,
                     "The comment; if it begins with '-', precede it with the argument '--'")

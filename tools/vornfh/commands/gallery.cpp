@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "commands.h"
 #include "device.h"
+#include "durable.h"
 #include "files.h"
 #include "folders.h"
 #include "gallerypage.h"
@@ -14,7 +15,6 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonObject>
-#include <QSaveFile>
 
 #include <cerrno>
 #include <memory>
@@ -159,21 +159,46 @@ Gallery collect(const Storage &storage, const QString &path)
     return gallery;
 }
 
+/// The path that a symbolic link leads to; @p path if it is not a link.
+QString linkTarget(const QString &path)
+{
+    const QFileInfo file(path);
+    return file.isSymLink() ? linkTarget(file.symLinkTarget()) : path;
+}
+
+void writePage(int descriptor, const Gallery &gallery, const QString &path, bool isProbing)
+{
+    QFile file;
+    const bool isWritten =
+        file.open(descriptor, QIODevice::WriteOnly)
+        && GalleryPage(&file, gallery,
+                       [isProbing](const GalleryItem &item) { return pictureOf(item, isProbing); })
+               .write()
+        && file.flush();
+    if (!isWritten)
+        throw Failure(QString("%1: cannot be written: %2").arg(path, file.errorString()));
+}
+
+/// Gives the file @p page the mode of @p target, or of a new file if there is none.
+void setMode(int page, const QString &target)
+{
+    struct stat status = {};
+    ::fchmod(page, readStatus(target, status) ? status.st_mode & 07777 : defaultMode(0666));
+}
+
 ExitCode writeGallery(const Storage &storage, const Request &request)
 {
     const QString path = outputPath(request);
     const Gallery gallery = collect(storage, path);
     catchStopSignals();
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        throw Failure(QString("%1: cannot be written: %2").arg(path, file.errorString()));
-    const bool isProbing = request.isProbing;
-    GalleryPage(&file, gallery, [isProbing](const GalleryItem &item) {
-        return pictureOf(item, isProbing);
-    }).write();
-    if (!file.commit())
-        throw Failure(QString("%1: cannot be written: %2").arg(path, file.errorString()));
-    printLine(printable(path));
+    const QString target = linkTarget(path);
+    const QString folder = QFileInfo(target).path();
+    removeLeftovers(folder);
+    TemporaryFile page(folder, path);
+    writePage(page.descriptor(), gallery, path, request.isProbing);
+    setMode(page.descriptor(), target);
+    replaceFile(page, target);
+    printDone(printable(path));
     return DONE;
 }
 

@@ -1,18 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "commands.h"
 #include "device.h"
+#include "durable.h"
 #include "folders.h"
 #include "output.h"
 #include "paths.h"
 #include "text.h"
 
-#include <QFile>
 #include <QFileInfo>
 
-#include <cerrno>
 #include <memory>
-
-#include <sys/stat.h>
 
 namespace {
 
@@ -21,7 +18,7 @@ struct Request {
     std::string folder;
 };
 
-ExitCode createFolder(const Storage &storage, const QString &name)
+ExitCode makeFolder(const Storage &storage, const QString &name)
 {
     requireNotRoot(storage);
     requireFolderName(name);
@@ -29,11 +26,9 @@ ExitCode createFolder(const Storage &storage, const QString &name)
     requireWritable(storage);
     if (QFileInfo::exists(path) || QFileInfo(path).isSymLink())
         throw Failure(path + ": already exists");
-    VornFileHandler::createFolder(storage.type, name);
-    // The library does not report the reason for a failure; a second attempt does.
-    if (!QFileInfo(path).isDir() && ::mkdir(QFile::encodeName(path).constData(), 0777) != 0)
-        throw Failure(path + ": cannot be created: " + errorText(errno));
-    printLine(printable(path));
+    createFolder(path);
+    flushWithFolders({path});
+    printDone(printable(path));
     return DONE;
 }
 
@@ -43,8 +38,8 @@ void addMkdir(CommandLine &line)
 {
     const auto request = std::make_shared<Request>();
     const auto run = [&line, request] {
-        return createFolder(line.storages().require(request->storage),
-                            fromCommandLine(request->folder, "FOLDER"));
+        return makeFolder(line.storages().require(request->storage),
+                          fromCommandLine(request->folder, "FOLDER"));
     };
     CLI::App &command = line.add("mkdir", "Creates a folder on a storage device", run);
     addStorageArgument(command, request->storage);

@@ -5,14 +5,21 @@
 #include "durable.h"
 #include "ffmpeg.h"
 #include "media.h"
+#include "mounts.h"
 #include "numbering.h"
 #include "output.h"
 #include "paths.h"
+#include "recording.h"
 #include "signals.h"
+#include "text.h"
 
 #include <QFile>
+#include <QFileInfo>
 
+#include <cerrno>
 #include <memory>
+
+#include <unistd.h>
 
 using namespace VORN_FILE_HANDLER;
 
@@ -74,6 +81,38 @@ QStringList outputArguments(const Recording &recording)
     }
 }
 
+const QString FULL = "the storage device is full";
+
+/// What is left free for the index that ffmpeg writes at the end, and for the thumbnail.
+constexpr qint64 RESERVE = 256 << 10;
+
+/// ffmpeg finishes a file of this size, before the storage device is full. The index of a recording takes
+/// less than a hundredth of it. Throws Failure if nothing can be recorded.
+qint64 sizeLimit(const QString &folder)
+{
+    const qint64 free = freeBytes(folder);
+    const qint64 limit = free - RESERVE - free / 64;
+    if (limit <= 0)
+        throw Failure(QString("%1: not enough space to record: %2 free").arg(folder, humanSize(free)));
+    return limit;
+}
+
+/// Returns why a recording into @p folder must stop; empty while it need not.
+QString whyStop(const QString &folder)
+{
+    if (isStopped())
+        return "interrupted";
+    return freeBytes(folder) < RESERVE / 2 ? FULL : QString();
+}
+
+/// Deletes a file that ffmpeg has failed to write. Returns what to add to the message about that.
+QString discard(const QString &path)
+{
+    return ::unlink(QFile::encodeName(path).constData()) == 0
+               ? QString()
+               : "; what there is of it cannot be deleted: " + errorText(errno);
+}
+
 /// Puts a small picture beside the recording @p path. Returns the reason for a failure; empty on success.
 QString makeThumbnail(const QString &path)
 {
@@ -85,24 +124,61 @@ QString makeThumbnail(const QString &path)
                       + QStringList{"-map", "0:v:0", "-frames:v", "1", "-vf", "scale=160:-2", "-c:v", "mjpeg",
                                     "-pix_fmt", "yuvj420p", "-update", "1", "-f", "image2"},
                   thumbnail);
-    if (reason.isEmpty())
+    if (reason.isEmpty() && QFileInfo(thumbnail).size() > 0)
         return QString();
-    QFile::remove(thumbnail);
-    return thumbnail + ": cannot be created: " + reason;
+    return thumbnail + ": cannot be created" + (reason.isEmpty() ? QString() : ": " + reason)
+           + discard(thumbnail);
 }
 
-void recordOne(const Recording &recording)
+/// Keeps what was recorded before it ended early. Returns what went wrong with that.
+QString keep(const QString &path)
 {
-    const QString path = claimPath(recording.storage, recording.type.type);
-    const QString reason = runFfmpeg(inputArguments(recording, path) + outputArguments(recording), path);
-    if (!reason.isEmpty()) {
-        QFile::remove(path);
-        throw Failure(QString("%1: recording failed: %2").arg(path, reason));
+    try {
+        if (!isClosed(path))
+            closeRecording(path);
+        return QString();
+    } catch (const FileFailure &failure) {
+        if (isClosed(path)) // and perhaps not on the device
+            throw;
+        return QString::fromUtf8(failure.what()) + "; it is kept as it is";
     }
-    const QString problem = recording.type.kind == AUDIO ? QString() : makeThumbnail(path);
-    printLine(path);
+}
+
+/// Runs ffmpeg and returns why the recording ended early; empty if it did not.
+QString run(const Recording &recording, const QString &path, qint64 limit)
+{
+    const QString folder = QFileInfo(path).path();
+    const QString problem = runFfmpeg(inputArguments(recording, path) + outputArguments(recording)
+                                          + QStringList{"-fs", QString::number(limit)},
+                                      path, [&folder] { return whyStop(folder); });
+    const qint64 size = QFileInfo(path).size();
+    if (problem.isEmpty() && size == 0)
+        return "ffmpeg wrote nothing";
+    return problem.isEmpty() && size >= limit ? FULL : problem;
+}
+
+/// Makes one recording and prints its path when it is on the device. What has content is kept, however it
+/// ended.
+ExitCode recordOne(const Recording &recording)
+{
+    const qint64 limit = sizeLimit(nearestExisting(recording.storage.location));
+    const QString path = claimPath(recording.storage, recording.type.type);
+    removeLeftovers(QFileInfo(path).path());
+    const QString problem = run(recording, path, limit);
+    if (!problem.isEmpty() && !hasContent(path))
+        throw FileFailure(path, "recording failed: " + problem + discard(path));
+    QStringList problems;
     if (!problem.isEmpty())
-        throw Failure(problem);
+        problems << path + ": recording ended early: " + problem << keep(path);
+    if (recording.type.kind != AUDIO)
+        problems << makeThumbnail(path);
+    problems.removeAll(QString());
+    const QString thumbnail = thumbnailOf(path);
+    flushWithFolders(QFile::exists(thumbnail) ? QStringList{path, thumbnail} : QStringList{path});
+    printDone(printable(path));
+    for (const QString &text : problems)
+        printError(text);
+    return problems.isEmpty() ? DONE : FAILED;
 }
 
 ExitCode record(const Recording &recording, int count)
@@ -113,7 +189,8 @@ ExitCode record(const Recording &recording, int count)
     for (int i = 0; i < count; ++i) {
         if (isStopped())
             throw Failure(QString("interrupted after %1 of %2 recordings").arg(i).arg(count));
-        recordOne(recording);
+        if (recordOne(recording) != DONE)
+            return FAILED;
     }
     return DONE;
 }
@@ -145,8 +222,9 @@ void addRecord(CommandLine &line)
         "record",
         "Makes the next recordings on a storage device with ffmpeg and prints their paths. Photos and "
         "videos\n"
-        "get a thumbnail beside them. A recording that fails or is interrupted (SIGINT, SIGTERM, SIGHUP) is\n"
-        "removed; earlier ones are kept",
+        "get a thumbnail beside them. A recording that ends early, because it was interrupted (SIGINT, "
+        "SIGTERM,\n"
+        "SIGHUP), the storage device is full or ffmpeg failed, is closed and kept if it has content",
         run);
     addStorageArgument(command, request->storage);
     command.add_option("--type", request->type, "Type of the recordings")

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "commands.h"
 #include "device.h"
+#include "durable.h"
 #include "files.h"
 #include "folders.h"
 #include "media.h"
@@ -15,9 +16,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <iostream>
 #include <memory>
+#include <set>
+#include <utility>
 
 #include <fts.h>
 #include <pwd.h>
@@ -46,11 +50,9 @@ bool isInStorage(const QString &path, const QList<Storage> &storages)
     });
 }
 
-void deleteFile(const QString &given, const QList<Storage> &storages)
+/// Deletes a file and returns the folder that it was in.
+QString deleteFile(const QString &path, const QList<Storage> &storages)
 {
-    if (given.isEmpty())
-        throw FileFailure("''", "is not a file name");
-    const QString path = fromRoot(given);
     struct stat status = {};
     if (!readLinkStatus(path, status))
         throw FileFailure(path, errorText(errno));
@@ -65,13 +67,43 @@ void deleteFile(const QString &given, const QList<Storage> &storages)
     // The library does not report the reason for a failure; a second attempt does.
     if (readLinkStatus(resolved, status) && ::unlink(QFile::encodeName(resolved).constData()) != 0)
         throw FileFailure(path, "cannot be deleted: " + errorText(errno));
-    printLine(printable(path));
+    return QFileInfo(resolved).path();
+}
+
+/// Files that are deleted, and the folders that they were in.
+struct Deleted {
+    QStringList paths;
+    std::set<QString> folders;
+};
+
+/// Flushes the folders and reports the files. Returns the number of failures.
+int report(Deleted &deleted)
+{
+    const Deleted batch = std::exchange(deleted, {});
+    const int failures = forEachReporting(batch.folders, flushFolder);
+    if (failures > 0)
+        return batch.paths.size();
+    for (const QString &path : batch.paths)
+        printDone(printable(path));
+    return 0;
 }
 
 ExitCode deleteFiles(const std::vector<std::string> &files, const QList<Storage> &storages)
 {
-    const int failures = forEachReporting(
-        files, [&storages](const std::string &file) { deleteFile(fileArgument(file), storages); });
+    constexpr auto INTERVAL = std::chrono::seconds(1);
+    auto lastReport = std::chrono::steady_clock::now();
+    Deleted deleted;
+    int failures = 0;
+    failures += forEachReporting(files, [&](const std::string &file) {
+        const QString path = pathArgument(file);
+        deleted.folders.insert(deleteFile(path, storages));
+        deleted.paths.append(path);
+        if (std::chrono::steady_clock::now() - lastReport < INTERVAL)
+            return;
+        failures += report(deleted);
+        lastReport = std::chrono::steady_clock::now();
+    });
+    failures += report(deleted);
     if (failures > 0)
         throw Failure(QString("%1 of %2 files not deleted").arg(failures).arg(files.size()));
     return DONE;
@@ -87,7 +119,7 @@ struct Content {
     QStringList names;  // of files and folders
     QStringList others; // files that are not media files
     QString mountPoint; // of another file system in it
-    QByteArray deepest; // an entry that could be deleted by itself; empty in an empty folder
+    QByteArray first;   // the path of the first name, which can be deleted before the others
 };
 
 bool isMedia(const QByteArray &name)
@@ -106,8 +138,9 @@ void count(const FTSENT &entry, int prefixLength, dev_t device, Content &content
         return;
     }
     if (entry.fts_level > 0) {
+        if (content.names.isEmpty())
+            content.first = path;
         content.names.append(shown);
-        content.deepest = path;
     }
     if (entry.fts_info == FTS_DP)
         return;
@@ -173,13 +206,26 @@ void confirm(const QString &folder, const Content &content, bool isConfirmed)
         throw Failure(folder + ": not deleted");
 }
 
-/// The library does not report the reason for a failure; another attempt on one of the remaining entries
-/// does.
-QString whyNotDeleted(const QByteArray &path)
+/// Deletes an entry that the library has left. Returns the reason for a failure; empty on success.
+QString deleteEntry(const QByteArray &path, bool isNew)
 {
     if (QFile::encodeName(QFile::decodeName(path)) != path)
         return "files whose names are not valid UTF-8 cannot be deleted";
-    return ::remove(path.constData()) == 0 ? QString("they were created in the meantime") : errorText(errno);
+    if (isNew)
+        return "they were created in the meantime";
+    return ::remove(path.constData()) == 0 ? QString() : errorText(errno);
+}
+
+/// Deletes what the library has left in @p folder. The library does not report the reason for a failure;
+/// another attempt does. Throws Failure.
+void deleteRest(const QString &folder, const Content &before)
+{
+    for (Content left = contentOf(folder); !left.names.isEmpty(); left = contentOf(folder)) {
+        const QString reason = deleteEntry(left.first, !before.names.contains(left.names.first()));
+        if (!reason.isEmpty())
+            throw Failure(
+                QString("%1: could not be deleted: %2: %3").arg(folder, listed(left.names), reason));
+    }
 }
 
 /// Reports what was deleted. Throws Failure if something is left.
@@ -188,17 +234,15 @@ void requireGone(const QString &folder, const Content &before)
     QString rest;
     struct stat status = {};
     if (readLinkStatus(folder, status)) {
-        const Content left = contentOf(folder);
-        if (!left.names.isEmpty())
-            throw Failure(QString("%1: could not be deleted: %2: %3")
-                              .arg(folder, listed(left.names), whyNotDeleted(left.deepest)));
+        deleteRest(folder, before);
         const int error = ::rmdir(QFile::encodeName(folder).constData()) == 0 ? 0 : errno;
         if (error != 0 && error != EBUSY)
             throw Failure(folder
                           + ": is now empty, but the folder itself cannot be deleted: " + errorText(error));
         rest = error == EBUSY ? "; the folder itself remains because a file system is mounted on it" : "";
     }
-    printLine(QString("%1: deleted %2%3").arg(printable(folder), summary(before), rest));
+    flushFolder(QFileInfo(folder).isDir() ? folder : QFileInfo(folder).path());
+    printDone(QString("%1: deleted %2%3").arg(printable(folder), summary(before), rest));
 }
 
 void requireRealFolder(const QString &path, const QString &ifMissing)

@@ -24,7 +24,16 @@ struct Status {
     Numbering numbering;
     QString nextPhoto;
     int mediaCount;
+    QStringList problems; // of the file system, and entries that cannot be read
 };
+
+QStringList allProblems(const Storage &storage)
+{
+    QStringList problems = problemsOf(storage) + unreadableEntries(storage.location);
+    for (const QString &folder : numberedFolders(storage))
+        problems += unreadableEntries(storage.location + "/" + folder);
+    return problems;
+}
 
 Status statusOf(const Storage &storage)
 {
@@ -37,7 +46,8 @@ Status statusOf(const Storage &storage)
             capacityOf(storage, device),
             numbering,
             nextPath(storage, numbering, FILE_TYPE_IMAGE_JPEG),
-            numbering.isCreated ? VornFileHandler::getMediaFileCount(storage.type) : 0};
+            numbering.isCreated ? VornFileHandler::getMediaFileCount(storage.type) : 0,
+            allProblems(storage)};
 }
 
 QJsonValue textOrNull(const QString &text)
@@ -72,6 +82,7 @@ QJsonObject toJson(const Status &status)
         {"currentFolder", status.numbering.isCreated ? status.numbering.folderPath : QJsonValue()},
         {"nextPath", status.nextPhoto},
         {"mediaCount", status.mediaCount},
+        {"problems", QJsonArray::fromStringList(status.problems)},
     };
 }
 
@@ -123,6 +134,8 @@ void print(const Status &status)
           status.numbering.isCreated ? status.numbering.folderPath : QString("not created yet"));
     field("next photo", status.nextPhoto);
     field("media files", QString::number(status.mediaCount));
+    for (const QString &problem : status.problems)
+        field("problem", problem);
 }
 
 /// Shows every storage device that can be read.

@@ -15,8 +15,6 @@
 
 namespace {
 
-enum class Mode { Copy, Move };
-
 struct Request {
     std::vector<std::string> files;
     Storage storage;
@@ -30,49 +28,37 @@ qint64 sizeOf(const std::string &file)
     return ::stat(file.c_str(), &status) == 0 && S_ISREG(status.st_mode) ? status.st_size : 0;
 }
 
-/// Copies or moves one file and prints its line. The target folder is created for the first file that can be
-/// opened.
-void transfer(const std::string &file, const Request &request, std::optional<TargetFolder> &target,
-              Progress &progress)
-{
-    const Source source(fileArgument(file));
-    if (!target)
-        target.emplace(request.storage, request.folder);
-    const QString copy = target->take(source, progress);
-    if (request.mode == Mode::Move)
-        source.remove(copy);
-    progress.erase();
-    printLine(printable(source.path()) + " -> " + printable(copy));
-}
-
 ExitCode transferAll(const Request &request)
 {
     requireFolderName(request.folder);
     requireWritable(request.storage);
     requireReadableFolder(request.storage.location);
+    const int count = static_cast<int>(request.files.size());
     qint64 bytes = 0;
     for (const std::string &file : request.files)
         bytes += sizeOf(file);
     catchStopSignals();
-    Progress progress(static_cast<int>(request.files.size()), bytes);
-    std::optional<TargetFolder> target;
-    size_t done = 0;
-    for (size_t i = 0; i < request.files.size() && !isStopped(); ++i) {
-        const qint64 size = sizeOf(request.files[i]);
+    Progress progress(count, bytes);
+    std::optional<Transfer> transfer; // created with its folder when the first file can be opened
+    for (const std::string &file : request.files) {
+        if (isStopped())
+            break;
         try {
-            transfer(request.files[i], request, target, progress);
-            ++done;
+            auto source = std::make_unique<Source>(pathArgument(file));
+            if (!transfer)
+                transfer.emplace(request.storage, request.folder, request.mode, progress);
+            transfer->add(std::move(source));
         } catch (const FileFailure &failure) {
-            progress.erase();
-            printError(failure.what());
+            progress.print([&failure] { printError(QString::fromUtf8(failure.what())); });
+            progress.finishFiles(1);
         }
-        progress.finishFile(size);
     }
-    if (done < request.files.size())
+    const int done = transfer ? transfer->finish() : 0;
+    if (done < count)
         throw Failure(QString("%1%2 of %3 files not %4")
                           .arg(isStopped() ? "interrupted: " : "")
-                          .arg(request.files.size() - done)
-                          .arg(request.files.size())
+                          .arg(count - done)
+                          .arg(count)
                           .arg(request.mode == Mode::Move ? "moved" : "copied"));
     return DONE;
 }

@@ -1,0 +1,83 @@
+// SPDX-License-Identifier: MIT
+// Preloaded into the tool: lets something happen exactly between two steps of a command. Immediately before
+// call number AT_CALL_COUNT of the function AT_CALL, a shell runs AT_CALL_SCRIPT.
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include <dlfcn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+const char *valueOf(const char *name)
+{
+    const char *value = ::getenv(name);
+    return value ? value : "";
+}
+
+void announce(const char *function)
+{
+    static std::atomic<int> calls{0};
+    if (std::strcmp(valueOf("AT_CALL"), function) != 0 || ++calls != std::atoi(valueOf("AT_CALL_COUNT")))
+        return;
+    const int error = errno;
+    const pid_t shell = ::fork();
+    if (shell == 0) {
+        ::unsetenv("LD_PRELOAD");
+        ::execl("/bin/sh", "sh", "-c", valueOf("AT_CALL_SCRIPT"), nullptr);
+        ::_exit(127);
+    }
+    ::waitpid(shell, nullptr, 0);
+    errno = error;
+}
+
+template <typename Function>
+Function *real(const char *name)
+{
+    return reinterpret_cast<Function *>(::dlsym(RTLD_NEXT, name));
+}
+
+} // namespace
+
+extern "C" {
+
+ssize_t copy_file_range(int from, off64_t *fromOffset, int to, off64_t *toOffset, size_t length,
+                        unsigned flags)
+{
+    static const auto next =
+        real<ssize_t(int, off64_t *, int, off64_t *, size_t, unsigned)>("copy_file_range");
+    announce("copy_file_range");
+    return next(from, fromOffset, to, toOffset, length, flags);
+}
+
+int syncfs(int descriptor) noexcept
+{
+    static const auto next = real<int(int)>("syncfs");
+    announce("syncfs");
+    return next(descriptor);
+}
+
+int renameat2(int fromFolder, const char *from, int toFolder, const char *to, unsigned flags) noexcept
+{
+    static const auto next = real<int(int, const char *, int, const char *, unsigned)>("renameat2");
+    announce("renameat2");
+    return next(fromFolder, from, toFolder, to, flags);
+}
+
+int unlink(const char *path) noexcept
+{
+    static const auto next = real<int(const char *)>("unlink");
+    announce("unlink");
+    return next(path);
+}
+
+ssize_t sendfile(int to, int from, off_t *offset, size_t length) noexcept
+{
+    static const auto next = real<ssize_t(int, int, off_t *, size_t)>("sendfile");
+    announce("sendfile");
+    return next(to, from, offset, length);
+}
+}

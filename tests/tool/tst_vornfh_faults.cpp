@@ -1,0 +1,452 @@
+// SPDX-License-Identifier: MIT
+#include "media.h"
+#include "standins.h"
+#include "toolsupport.h"
+
+#include <QFile>
+#include <QRegularExpression>
+#include <QTest>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+namespace {
+
+/// A call of the tool that the device fails.
+struct Fault {
+    QByteArray call;
+    int number;
+    bool isLasting;
+    int error;
+
+    bool isFlush() const { return call == "fsync" || call == "syncfs"; }
+    QByteArray text() const
+    {
+        return call + " " + QByteArray::number(number) + (isLasting ? " and later" : "") + ": "
+               + QByteArray(std::strerror(error));
+    }
+};
+
+const Fault NONE = {"", 0, false, 0};
+
+/// A command and what it finds. "@" is not expanded in the entries, which may contain anything.
+struct Situation {
+    Tree entries;
+    QByteArrayList arguments;
+    bool hasMount; // sd/ is another file system
+};
+
+struct Run {
+    Outcome outcome;       // with "@" for the path of the directory
+    Tree before;           // with contents
+    Tree after;            // the same
+    QByteArrayList faults; // the paths of the calls that failed
+};
+
+QByteArray nameOf(const QByteArray &entry)
+{
+    const int end = entry.indexOf(" = ");
+    return end < 0 ? entry : entry.left(end);
+}
+
+Tree contents(const ToolRun &tool)
+{
+    // The page of a gallery contains times and the free space.
+    static const QRegularExpression NUMBER("[0-9.]+");
+    Tree entries;
+    for (QByteArray entry : treeWithContents(tool.path())) {
+        if (entry.contains("</footer>"))
+            entry =
+                nameOf(entry) + QString::fromUtf8(entry.mid(nameOf(entry).size())).remove(NUMBER).toUtf8();
+        entries.append(entry.replace(tool.path().toUtf8(), "@"));
+    }
+    return entries;
+}
+
+Run runWith(const Fault &fault, const Situation &situation)
+{
+    Run run;
+    ToolRun tool;
+    const QTemporaryDir outside;
+    const QString log = outside.filePath("log");
+    tool.make({"sd/"});
+    const auto card = situation.hasMount ? std::make_unique<TmpfsMount>(tool.path() + "/sd", "size=4m")
+                                         : std::unique_ptr<TmpfsMount>();
+    makeTree(tool.path(), situation.entries);
+    run.before = contents(tool);
+    tool.environment.insert("LD_PRELOAD", FAULTYIO_PATH);
+    tool.environment.insert("ASAN_OPTIONS", // a preloaded library precedes that of the sanitizer
+                            tool.environment.value("ASAN_OPTIONS") + ":verify_asan_link_order=0");
+    tool.environment.insert("FAULTY_CALL", fault.call);
+    tool.environment.insert("FAULTY_NUMBER", QString::number(fault.number));
+    tool.environment.insert("FAULTY_ONWARDS", fault.isLasting ? "yes" : "");
+    tool.environment.insert("FAULTY_ERROR", QString::number(fault.error));
+    tool.environment.insert("FAULTY_FOLDER", tool.path());
+    tool.environment.insert("FAULTY_LOG", log);
+    run.outcome = tool.runOnStorages(situation.arguments);
+    run.after = contents(tool);
+    const auto shortened = [&tool](QByteArray text) { return text.replace(tool.path().toUtf8(), "@"); };
+    run.outcome.out = shortened(run.outcome.out);
+    run.outcome.err = shortened(run.outcome.err);
+    if (QFile::exists(log))
+        run.faults = shortened(contentOf(log)).trimmed().split('\n');
+    return run;
+}
+
+Tree without(const Tree &entries, const Tree &others)
+{
+    Tree rest;
+    std::copy_if(entries.begin(), entries.end(), std::back_inserter(rest),
+                 [&others](const QByteArray &entry) { return !others.contains(entry); });
+    return rest;
+}
+
+/// The files of @p entries with the names of temporary files.
+Tree hiddenIn(const Tree &entries)
+{
+    Tree found;
+    std::copy_if(entries.begin(), entries.end(), std::back_inserter(found),
+                 [](const QByteArray &entry) { return nameOf(entry).contains("/.vornfh-"); });
+    return found;
+}
+
+/// The entry @p path and what is in it.
+Tree at(const QByteArray &path, const Tree &entries)
+{
+    Tree found;
+    std::copy_if(entries.begin(), entries.end(), std::back_inserter(found), [&path](const QByteArray &entry) {
+        const QByteArray name = nameOf(entry);
+        return name == path || name.startsWith(path + "/");
+    });
+    return found;
+}
+
+QByteArrayList linesOf(const QByteArray &text)
+{
+    return text.isEmpty() ? QByteArrayList() : text.left(text.size() - 1).split('\n');
+}
+
+/// The paths, without "@/", that a line on standard output names.
+QByteArrayList pathsIn(const QByteArray &line)
+{
+    QByteArrayList paths;
+    for (const QString &path : QString::fromUtf8(line).split(": ").first().split(" -> "))
+        paths.append(path.mid(2).toUtf8());
+    return paths;
+}
+
+// Each of these compares a run that met a fault with one that met none, and returns what is wrong; an empty
+// string if nothing is.
+
+/// Whatever has a name is whole: it is as the command found it or as it makes it. Nothing hidden is left,
+/// unless nothing can be deleted.
+QByteArray partialFile(const Fault &fault, const Run &good, const Run &bad)
+{
+    Tree others = without(without(bad.after, bad.before), good.after);
+    if (fault.call == "any")
+        others = without(others, hiddenIn(others));
+    return others.isEmpty() ? "" : "partial or left over: " + others.join(", ").left(200);
+}
+
+/// What the command would not have changed is there, and so is the rest: under its old or its new name, with
+/// its old or its new content. Only what the command deletes may be missing.
+QByteArray lostFile(const Run &good, const Run &bad)
+{
+    for (const QByteArray &entry : without(good.before, bad.after)) {
+        const QByteArray name = nameOf(entry);
+        Tree successors = at(name, good.after);
+        for (const QByteArray &other : without(good.after, good.before)) {
+            if (nameOf(other).endsWith(name.mid(name.lastIndexOf('/'))))
+                successors.append(other);
+        }
+        if (!successors.isEmpty() && without(successors, bad.after).size() == successors.size())
+            return "lost: " + entry.left(200);
+    }
+    return "";
+}
+
+/// Each line on standard output is true, and about what the fault does not concern.
+QByteArray wrongReport(const Fault &fault, const Run &good, const Run &bad)
+{
+    for (const QByteArray &line : linesOf(bad.outcome.out)) {
+        if (!linesOf(good.outcome.out).contains(line))
+            return "not reported without the fault: " + line;
+        for (const QByteArray &path : pathsIn(line)) {
+            if (at(path, bad.after) != at(path, good.after))
+                return "reported, but not done: " + line;
+            if (fault.isFlush() && ("@/" + path + "/").startsWith(bad.faults.first() + "/"))
+                return "reported, but not flushed: " + line;
+        }
+    }
+    return "";
+}
+
+/// A command that fails does not report everything. If a fault concerns one of several files, the others are
+/// reported.
+QByteArray missingReport(const Fault &fault, const Run &good, const Run &bad)
+{
+    const int all = linesOf(good.outcome.out).size();
+    const int missing = all - linesOf(bad.outcome.out).size();
+    const bool concernsAll = fault.isLasting || fault.isFlush() || fault.call == "mkdir";
+    const bool isExpected = all == 0 || missing == 1 || (missing > 1 && concernsAll);
+    return bad.outcome.exitCode == 0 || isExpected ? ""
+                                                   : QByteArray::number(missing) + " files are not reported";
+}
+
+/// What is not reported is as it was, unless only the flush or the deletion at the end has failed.
+QByteArray changedFile(const Fault &fault, const Run &good, const Run &bad)
+{
+    static const QByteArrayList EARLY = {"read", "write", "ftruncate", "close", "rename"};
+    if (!EARLY.contains(fault.call))
+        return "";
+    if (good.outcome.out.isEmpty() && bad.after != bad.before)
+        return "changed";
+    for (const QByteArray &line : without(linesOf(good.outcome.out), linesOf(bad.outcome.out))) {
+        for (const QByteArray &path : pathsIn(line)) {
+            if (at(path, bad.after) != at(path, bad.before))
+                return "changed, but not reported: " + path;
+        }
+    }
+    return "";
+}
+
+/// Standard error names what failed, what the command was to create or change, or what it would have
+/// reported, and the reason.
+QByteArray wrongMessage(const Fault &fault, const Run &good, const Run &bad)
+{
+    QByteArrayList names = bad.faults;
+    for (const QByteArray &entry : without(good.before, good.after))
+        names.append("@/" + nameOf(entry));
+    for (const QByteArray &line : linesOf(good.outcome.out))
+        names.append("@/" + pathsIn(line).first());
+    for (const QByteArray &entry :
+         without(good.after, good.before)) { // a new folder, whose first name is hidden
+        if (entry.endsWith('/'))
+            names.append("@/" + entry.left(entry.size() - 1));
+    }
+    const QByteArray &err = bad.outcome.err;
+    if (err.contains(".vornfh-"))
+        return "names a hidden file: " + err;
+    const QByteArray reason = std::strerror(fault.error);
+    for (const QByteArray &line : linesOf(err)) {
+        // The library does not report why it could not create a folder.
+        const bool hasReason = line.contains(reason) || line.endsWith(": cannot be created");
+        const auto isAbout = [&line](const QByteArray &name) {
+            return line.startsWith("vornfh: " + name + ": ");
+        };
+        if (hasReason && std::any_of(names.begin(), names.end(), isAbout))
+            return "";
+    }
+    return "not named: " + err;
+}
+
+/// A fault is harmless if the tool has tried again, so that all is as it would have been.
+QByteArray wrongExitCode(const Fault &fault, const Run &good, const Run &bad)
+{
+    const bool isRepeated = fault.call == "unlink" || fault.call == "mkdir";
+    const bool isHarmless = isRepeated && bad.after == good.after && bad.outcome.out == good.outcome.out;
+    return bad.outcome.exitCode == 1 || (bad.outcome.exitCode == 0 && isHarmless)
+               ? ""
+               : "exit code " + QByteArray::number(bad.outcome.exitCode);
+}
+
+QByteArray problemOf(const Fault &fault, const Run &good, const Run &bad)
+{
+    const QByteArrayList problems = {wrongExitCode(fault, good, bad),
+                                     partialFile(fault, good, bad),
+                                     lostFile(good, bad),
+                                     wrongReport(fault, good, bad),
+                                     missingReport(fault, good, bad),
+                                     changedFile(fault, good, bad),
+                                     bad.outcome.exitCode == 0 ? "" : wrongMessage(fault, good, bad)};
+    const auto found = std::find_if(problems.begin(), problems.end(),
+                                    [](const QByteArray &problem) { return !problem.isEmpty(); });
+    return found == problems.end() ? "" : *found;
+}
+
+/// The start of a script for ffmpeg: the path to write is the last argument, after "file:".
+const QByteArray FIND_TARGET = "for target; do :; done\ntarget=${target#file:}\n";
+
+QByteArray pattern(int size, char seed)
+{
+    QByteArray bytes(size, '\0');
+    for (int i = 0; i < size; ++i)
+        bytes[i] = static_cast<char>(seed + i * 7 + i / 251);
+    return bytes;
+}
+
+} // namespace
+
+/// Every command that writes, on a device of which one call fails, or all from that one on. See faultyio.cpp.
+class VornfhFaultsTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void survivesEveryFault_data();
+    void survivesEveryFault();
+    void closesARecordingThatEndedEarly_data();
+    void closesARecordingThatEndedEarly();
+    void namesWhatAFailedRecordingLeaves_data();
+    void namesWhatAFailedRecordingLeaves();
+    void goesOnIfALeftoverCannotBeDeleted();
+};
+
+void VornfhFaultsTest::survivesEveryFault_data()
+{
+    QTest::addColumn<QByteArray>("call");
+    QTest::addColumn<Tree>("entries");
+    QTest::addColumn<QByteArrayList>("arguments");
+    QTest::addColumn<bool>("hasMount");
+    // One row for each of the calls that the command makes.
+    const auto row = [](const char *name, const QByteArrayList &arguments, const Tree &entries,
+                        const QByteArrayList &calls, bool hasMount = false) {
+        for (const QByteArray &call : calls + QByteArrayList{"any"})
+            QTest::addRow("%s-%s", name, call.constData()) << call << entries << arguments << hasMount;
+    };
+    // A gallery is ordered by time.
+    const Tree card =
+        onCard({"100ABC/DCF_0001.jpg at 1 = " + pattern(9000, 'd'), "100ABC/DCF_0002.wav at 2 = wav",
+                "100ABC/DCF_0003.avi at 3 = avi", "101ABC/DCF_0001.png at 4 = png", "MISC/a.txt = text"});
+    const Tree sources = {"in/a.jpg = " + pattern(10000, 'a'), "in/b.avi = " + pattern(100, 'b'), "in/c.wav"};
+    const QByteArrayList files = {"in/a.jpg", "in/b.avi", "in/c.wav"};
+    const QByteArray photo = pictureData("jpg", QSize(320, 240));
+    const QByteArrayList copying = {"read", "write", "ftruncate", "fsync", "syncfs", "close", "rename"};
+
+    row("copy", QByteArrayList{"copy"} + files + QByteArrayList{"sd", "100ABC"}, sources + card, copying);
+    row("copy-to-a-new-folder", QByteArrayList{"copy"} + files + QByteArrayList{"sd", "new"}, sources + card,
+        {"mkdir", "syncfs"});
+    row("copy-to-another-file-system", QByteArrayList{"copy"} + files + QByteArrayList{"sd", "100ABC"},
+        sources + card, {"read", "write"}, true);
+    row("copy-what-is-there", {"copy", "in/a.jpg", "sd", "100ABC"},
+        sources + Tree{"sd/DCIM/100ABC/a.jpg = " + pattern(10000, 'a')}, {"read", "fsync", "syncfs"});
+    row("move", QByteArrayList{"move"} + files + QByteArrayList{"sd", "100ABC"}, sources + card,
+        {"fsync", "syncfs", "rename"});
+    row("move-to-another-file-system", QByteArrayList{"move"} + files + QByteArrayList{"sd", "100ABC"},
+        sources + card, copying + QByteArrayList{"unlink"}, true);
+    row("comment", {"comment", "sd/DCIM/100ABC/p.jpg", "a comment"},
+        card + Tree{"sd/DCIM/100ABC/p.jpg = " + photo}, {"read", "write", "fsync", "close", "rename"});
+    row("mkdir", {"mkdir", "sd", "new"}, card, {"mkdir", "fsync"});
+    row("delete",
+        {"delete", "sd/DCIM/100ABC/DCF_0001.jpg", "sd/DCIM/100ABC/DCF_0002.wav",
+         "sd/DCIM/101ABC/DCF_0001.png"},
+        card, {"unlink", "fsync"});
+    row("rmdir", {"rmdir", "sd", "100ABC", "--yes"}, card, {"unlink", "fsync"});
+    row("wipe", {"wipe", "sd", "--yes"}, card, {"unlink", "fsync"});
+    row("gallery", {"gallery", "sd", "-o", "out/page.html"},
+        card + Tree{"out/", "sd/DCIM/100ABC/DCF_0009.jpg at 9 = " + photo},
+        {"write", "fsync", "close", "rename"});
+    row("gallery-in-the-place-of-another", {"gallery", "sd", "-o", "out/page.html", "--force"},
+        card + Tree{"out/page.html = " + pattern(9000, 'p')}, {"write", "fsync", "close", "rename"});
+    row("record-photo", {"record", "sd", "--type", "jpg"}, card, {"fsync"});
+    row("record-video", {"record", "sd", "--type", "avi", "--duration", "0.1"}, card, {"fsync"});
+    row("record-on-a-new-card", {"record", "sd", "--type", "wav", "--duration", "0.1"}, {"sd/"},
+        {"mkdir", "fsync"});
+}
+
+void VornfhFaultsTest::survivesEveryFault()
+{
+    QFETCH(QByteArray, call);
+    QFETCH(Tree, entries);
+    QFETCH(QByteArrayList, arguments);
+    QFETCH(bool, hasMount);
+    if (hasMount && !hasOwnMounts())
+        QSKIP("mounting needs root");
+    const Situation situation = {entries, arguments, hasMount};
+    const Run good = runWith(NONE, situation);
+    QVERIFY2(good.outcome.exitCode == 0, good.outcome.err);
+    for (const int error : call == "write" ? QList<int>{EIO, ENOSPC} : QList<int>{EIO}) {
+        for (const bool isLasting : call == "any" ? QList<bool>{true} : QList<bool>{false, true}) {
+            for (int number = 1;; ++number) {
+                const Fault fault = {call, number, isLasting, error};
+                const Run bad = runWith(fault, situation);
+                if (bad.faults.isEmpty()) {
+                    QVERIFY2(number > 1, "never called");
+                    break;
+                }
+                const QByteArray problem = problemOf(fault, good, bad);
+                QVERIFY2(
+                    problem.isEmpty(),
+                    QByteArray(fault.text() + " at " + bad.faults.join(", ") + ": " + problem).constData());
+            }
+        }
+    }
+}
+
+void VornfhFaultsTest::closesARecordingThatEndedEarly_data()
+{
+    QTest::addColumn<QByteArray>("call");
+    QTest::addColumn<int>("number");
+    QTest::addColumn<bool>("isReplaced"); // by the file that was closed
+    row("content-is-not-flushed", QByteArray("fsync"), 1, false);
+    row("is-not-renamed", QByteArray("rename"), 1, false);
+    row("new-name-is-not-flushed", QByteArray("fsync"), 2, true);
+    row("folder-is-not-flushed", QByteArray("fsync"), 3, true);
+}
+
+void VornfhFaultsTest::closesARecordingThatEndedEarly()
+{
+    QFETCH(QByteArray, call);
+    QFETCH(int, number);
+    QFETCH(bool, isReplaced);
+    const QTemporaryDir outside;
+    makeVideo(outside.filePath("closed.avi"), QSize(64, 48));
+    const QByteArray unclosed = contentOf(outside.filePath("closed.avi")).replace(4, 4, QByteArray(4, '\0'));
+    StandIns programs;
+    programs.add("ffmpeg", FIND_TARGET + "case $* in *lavfi*) {\n" + programs.prints(unclosed)
+                               + "} > \"$target\"; exit 1;; esac\n" + programs.becomes("ffmpeg"));
+    const Run run = runWith({call, number, false, EIO}, {{"sd/DCIM/100ABC/"}, {"record", "sd"}, false});
+    const QByteArray path = "sd/DCIM/100ABC/DCF_0001.avi";
+    QCOMPARE(run.faults.size(), 1);
+    QCOMPARE(run.outcome.exitCode, 1);
+    // The unchanged file is flushed afterwards; a failed flush cannot be repeated.
+    QCOMPARE(run.outcome.out, isReplaced ? QByteArray() : "@/" + path + "\n");
+    QVERIFY2(run.outcome.err.contains(": Input/output error"), run.outcome.err);
+    QCOMPARE(run.after.contains(path + " = " + unclosed), !isReplaced);
+    QCOMPARE(hiddenIn(run.after), Tree());
+}
+
+void VornfhFaultsTest::namesWhatAFailedRecordingLeaves_data()
+{
+    QTest::addColumn<QByteArray>("script"); // of ffmpeg
+    QTest::addColumn<QByteArray>("out");
+    QTest::addColumn<QByteArray>("message");
+    const auto row = [](const char *name, const char *script, const char *out, const QByteArray &message) {
+        QTest::newRow(name) << QByteArray(script) << QByteArray(out)
+                            << message
+                                   + ": ffmpeg exited with code 1; what there is of it cannot be deleted: "
+                                     "Input/output error";
+    };
+    row("recording", "exit 1", "", "@/sd/DCIM/100ABC/DCF_0001.jpg: recording failed");
+    row("thumbnail", "case $target in *.thumb) exit 1; esac; echo data > \"$target\"",
+        "@/sd/DCIM/100ABC/DCF_0001.jpg\n", "@/sd/DCIM/100ABC/DCF_0001.thumb: cannot be created");
+}
+
+void VornfhFaultsTest::namesWhatAFailedRecordingLeaves()
+{
+    QFETCH(QByteArray, script);
+    QFETCH(QByteArray, out);
+    QFETCH(QByteArray, message);
+    StandIns programs;
+    programs.add("ffmpeg", FIND_TARGET + script);
+    const Run run =
+        runWith({"unlink", 1, true, EIO}, {{"sd/DCIM/100ABC/"}, {"record", "sd", "--type", "jpg"}, false});
+    QCOMPARE(run.outcome, (Outcome{1, out, errorLines({message})}));
+}
+
+void VornfhFaultsTest::goesOnIfALeftoverCannotBeDeleted()
+{
+    const QByteArray leftover = "sd/DCIM/100ABC/.vornfh-999999999-abcdef";
+    const Tree before = {"a.jpg = a", leftover + " = x"};
+    const Run run = runWith({"unlink", 1, true, EIO}, {before, {"copy", "a.jpg", "sd", "100ABC"}, false});
+    const QByteArray message =
+        "@/" + leftover + ": left by an interrupted command and cannot be removed: Input/output error";
+    QCOMPARE(run.outcome, (Outcome{0, "@/a.jpg -> @/sd/DCIM/100ABC/a.jpg\n", errorLines({message})}));
+    QCOMPARE(without(run.after, run.before), Tree{"sd/DCIM/100ABC/a.jpg = a"});
+    QCOMPARE(without(run.before, run.after), Tree());
+}
+
+QTEST_GUILESS_MAIN(VornfhFaultsTest)
+#include "tst_vornfh_faults.moc"

@@ -1,0 +1,191 @@
+// SPDX-License-Identifier: MIT
+#include "media.h"
+#include "standins.h"
+#include "toolsupport.h"
+
+#include <QPair>
+#include <QTest>
+#include <QVector>
+
+/// Standard output cannot be written: it is closed, a full device, or a pipe that nobody reads.
+class VornfhOutputTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void aResultThatCannotBePrinted_data();
+    void aResultThatCannotBePrinted();
+    void aChangeThatCannotBePrinted_data();
+    void aChangeThatCannotBePrinted();
+    void aCommandThatPrintsNothingSucceeds();
+    void messagesAreNeverWrittenIntoFiles_data();
+    void messagesAreNeverWrittenIntoFiles();
+};
+
+namespace {
+
+const QString CANNOT_WRITE = "cannot write to standard output";
+
+/// The ways in which standard output cannot be written, each with its redirection; 3 is the pipe.
+const QVector<QPair<QByteArray, QString>> OUTPUTS = {
+    {"closed", ">&-"},
+    {"full-device", ">/dev/full"},
+    {"unread-pipe", ">&3"},
+};
+
+/// Runs the tool on the storage devices with a standard output that cannot be written.
+Outcome runWithout(const ToolRun &tool, const QString &redirection, const QStringList &arguments,
+                   const QString &limit = QString())
+{
+    // A pipe without a reader
+    const QString pipe = "mkfifo pipe && exec 4<>pipe 3>pipe 4<&- && rm pipe; ";
+    QStringList words = {"'" + ToolRun::toolPath() + "'", "--suffix ABC --sd sd/DCIM --usb usb/DCIM"};
+    for (const QString &argument : arguments)
+        words.append("'" + argument + "'");
+    return tool.runProgram("/bin/sh", {"-c", pipe + limit + "exec " + words.join(' ') + " " + redirection});
+}
+
+} // namespace
+
+void VornfhOutputTest::aResultThatCannotBePrinted_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QString>("redirection");
+    const auto row = [](const QByteArray &name, const QStringList &arguments) {
+        for (const auto &output : OUTPUTS)
+            QTest::newRow(name + "-" + output.first) << arguments << output.second;
+    };
+    row("help", {"--help"});
+    row("version", {"--version"});
+    row("next", {"next", "sd", "jpg"});
+    row("folders", {"folders", "sd"});
+    row("folders-json", {"folders", "sd", "--json"});
+    row("list", {"list", "sd"});
+    row("list-json", {"list", "sd", "--json"});
+    row("count", {"count", "sd"});
+    row("count-json", {"count", "sd", "--json"});
+    row("info", {"info", "a.jpg"});
+    row("info-json", {"info", "a.jpg", "--json"});
+    row("status", {"status", "sd"});
+    row("status-json", {"status", "sd", "--json"});
+    row("check", {"check", "sd"});
+    row("check-json", {"check", "sd", "--json"});
+}
+
+void VornfhOutputTest::aResultThatCannotBePrinted()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QString, redirection);
+    const ToolRun tool;
+    tool.make(Tree{"a.jpg = x"} + onCard({"100ABC/DCF_0001.jpg = x"}));
+    const Tree before = treeWithContents(tool.path());
+    QCOMPARE(runWithout(tool, redirection, arguments), tool.failure({CANNOT_WRITE.toUtf8()}));
+    QCOMPARE(treeWithContents(tool.path()), before);
+}
+
+void VornfhOutputTest::aChangeThatCannotBePrinted_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QString>("redirection");
+    QTest::addColumn<QByteArrayList>("done"); // the lines that cannot be printed
+    QTest::addColumn<QByteArrayList>("notices");
+    QTest::addColumn<Tree>("added");
+    QTest::addColumn<Tree>("deleted");
+    const auto row = [](const QByteArray &name, const QStringList &arguments, const QByteArrayList &done,
+                        const Tree &added, const Tree &deleted = {}, const QByteArrayList &notices = {}) {
+        for (const auto &output : OUTPUTS)
+            QTest::newRow(name + "-" + output.first)
+                << arguments << output.second << done << notices << added << deleted;
+    };
+    const QByteArray copies = "sd/DCIM/101ABC/";
+    const QByteArrayList copied = {"@/a.jpg -> @/" + copies + "a.jpg", "@/b.jpg -> @/" + copies + "b.jpg"};
+    row("copy", {"copy", "a.jpg", "b.jpg", "sd", "101ABC"}, copied,
+        {copies, copies + "a.jpg = x", copies + "b.jpg = y"});
+    row("move", {"move", "a.jpg", "b.jpg", "sd", "101ABC"}, copied,
+        {copies, copies + "a.jpg = x", copies + "b.jpg = y"}, {"a.jpg = x", "b.jpg = y"});
+    const QByteArray recordings = "sd/DCIM/100ABC/";
+    row("record", {"record", "sd", "--type", "wav", "--count", "2"},
+        {"@/" + recordings + "DCF_0002.wav", "@/" + recordings + "DCF_0003.wav"},
+        {recordings + "DCF_0002.wav = data\n", recordings + "DCF_0003.wav = data\n"});
+    row("gallery", {"gallery", "usb", "-o", "page.html"}, {"@/page.html"}, {"page.html = <"});
+    row("delete", {"delete", "sd/DCIM/100ABC/DCF_0001.jpg"}, {"@/" + recordings + "DCF_0001.jpg"}, {},
+        {recordings + "DCF_0001.jpg = x"});
+    row("mkdir", {"mkdir", "sd", "MISC"}, {"@/sd/DCIM/MISC"}, {"sd/DCIM/MISC/"});
+    row("rmdir", {"rmdir", "sd", "100ABC", "--yes"}, {"@/sd/DCIM/100ABC: deleted 1 file, 1 B"}, {},
+        {recordings, recordings + "DCF_0001.jpg = x"}, {"@/sd/DCIM/100ABC: will delete 1 file, 1 B"});
+    row("wipe", {"wipe", "sd", "--yes"}, {"@/sd/DCIM: deleted 1 file and 1 folder, 1 B"}, {},
+        {"sd/DCIM/", recordings, recordings + "DCF_0001.jpg = x"},
+        {"@/sd/DCIM: will delete 1 file and 1 folder, 1 B"});
+}
+
+void VornfhOutputTest::aChangeThatCannotBePrinted()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QString, redirection);
+    QFETCH(QByteArrayList, done);
+    QFETCH(QByteArrayList, notices);
+    QFETCH(Tree, added);
+    QFETCH(Tree, deleted);
+    StandIns programs;
+    programs.add("ffmpeg", "for target; do :; done\necho data > \"${target#file:}\"");
+    const ToolRun tool;
+    tool.make(Tree{"a.jpg = x", "b.jpg = y", "usb/DCIM/"} + onCard({"100ABC/DCF_0001.jpg = x"}));
+    Tree expected = treeWithContents(tool.path()) + added;
+    for (const QByteArray &entry : deleted)
+        expected.removeOne(entry);
+
+    QByteArrayList messages = notices;
+    for (const QByteArray &line : done)
+        messages.append("done, but not written to standard output: " + line);
+    messages.append(CANNOT_WRITE.toUtf8());
+    QCOMPARE(runWithout(tool, redirection, arguments), tool.failure(messages));
+    Tree found = treeWithContents(tool.path());
+    for (QByteArray &entry : found) { // only the start of a page
+        if (entry.startsWith("page.html = "))
+            entry.truncate(13);
+    }
+    QCOMPARE(found, sorted(expected));
+}
+
+void VornfhOutputTest::aCommandThatPrintsNothingSucceeds()
+{
+    const ToolRun tool;
+    makePicture(tool.path() + "/a.jpg", QSize(64, 48));
+    for (const auto &output : OUTPUTS)
+        QCOMPARE(runWithout(tool, output.second, {"comment", "a.jpg", "x"}), tool.success());
+}
+
+void VornfhOutputTest::messagesAreNeverWrittenIntoFiles_data()
+{
+    QTest::addColumn<QString>("redirection");
+    QTest::newRow("standard-output-closed") << ">&-";
+    QTest::newRow("standard-error-closed") << "2>&-";
+    QTest::newRow("both-closed") << ">&- 2>&-";
+    QTest::newRow("all-closed") << "<&- >&- 2>&-";
+}
+
+/// With few descriptors, files are copied in many batches, and the first free descriptor is that of one file
+/// after the other.
+void VornfhOutputTest::messagesAreNeverWrittenIntoFiles()
+{
+    QFETCH(QString, redirection);
+    const ToolRun tool;
+    tool.make({"sd/DCIM/"});
+    QByteArrayList names;
+    QStringList files;
+    for (int i = 100; i < 160; ++i) {
+        names.append("DCF_0" + QByteArray::number(i) + ".jpg");
+        files.append(names.last());
+        writeFile(tool.path() + "/" + files.last(), QByteArray(1000, static_cast<char>(i)));
+    }
+    const QStringList arguments = QStringList{"copy", "none.jpg"} + files + QStringList{"sd", "100ABC"};
+    const Outcome outcome = runWithout(tool, redirection, arguments, "ulimit -n 24; ");
+    QCOMPARE(outcome.exitCode, 1);
+    QCOMPARE(outcome.out.isEmpty(), redirection.contains(" >&-") || redirection.startsWith('>'));
+    QCOMPARE(outcome.err.isEmpty(), redirection.contains("2>&-"));
+    for (const QByteArray &name : names)
+        QCOMPARE(tool.content("sd/DCIM/100ABC/" + name), tool.content(name));
+}
+
+QTEST_GUILESS_MAIN(VornfhOutputTest)
+#include "tst_vornfh_output.moc"

@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: MIT
+#ifndef RECORDING_H
+#define RECORDING_H
+
+#include <QString>
+
+/// Returns whether a video or audio file ends as its header says. One whose writer was killed does not, and
+/// most players refuse it. True for other types of files.
+bool isClosed(const QString &path);
+
+/// Returns whether a file is not closed and begins as its format does, or with zeros, which are what a file
+/// system can leave after a power failure.
+bool isUnfinished(const QString &path);
+
+/// Writes the content of a file that is not closed into a new one, which replaces it if it contains all
+/// packets of the old. Throws FileFailure; the file is then unchanged.
+void closeRecording(const QString &path);
+
+/// Returns whether @p path contains anything but a header. True if that cannot be told.
+bool hasContent(const QString &path);
+
+#endif // RECORDING_H
