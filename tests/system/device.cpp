@@ -34,7 +34,19 @@ struct Programs {
     QStringList mountArguments;
 };
 
-Programs programsFor(FileSystem fileSystem)
+/// Returns whether the kernel supports the file system @p name.
+bool isInKernel(const QByteArray &name)
+{
+    QFile file("/proc/filesystems");
+    return file.open(QIODevice::ReadOnly) && file.readAll().contains("\t" + name + "\n");
+}
+
+const char *kernelName(FileSystem fileSystem)
+{
+    return fileSystem == EXT4 ? "ext4" : fileSystem == EXFAT ? "exfat" : "vfat";
+}
+
+Programs userSpacePrograms(FileSystem fileSystem)
 {
     switch (fileSystem) {
     case EXT4: return {"mkfs.ext4", {"-q", "-m", "1"}, {}, {}};
@@ -44,6 +56,14 @@ Programs programsFor(FileSystem fileSystem)
     case FAT32: return {"mkfs.vfat", {"-F", "32", "-s", "1"}, "fusefat", {"-f", "-o", "rw+"}};
     }
     throw std::logic_error("file system");
+}
+
+Programs programsFor(FileSystem fileSystem)
+{
+    Programs programs = userSpacePrograms(fileSystem);
+    if (isInKernel(kernelName(fileSystem)))
+        programs.mount.clear();
+    return programs;
 }
 
 [[noreturn]] void fail(const QString &what)
@@ -86,6 +106,11 @@ QString whyNot(FileSystem fileSystem)
     if (!programs.mount.isEmpty() && ::access(FUSE_DEVICE, R_OK | W_OK) != 0)
         return QString("no %1").arg(FUSE_DEVICE);
     return QString();
+}
+
+bool isInUserSpace(FileSystem fileSystem)
+{
+    return !programsFor(fileSystem).mount.isEmpty();
 }
 
 void Companion::setupChildProcess()
@@ -151,9 +176,10 @@ void Device::mount()
 {
     const QString device = "/dev/" + mBlock;
     const dev_t below = deviceOf(mMountPoint);
-    if (mFileSystem == EXT4) {
-        if (::mount(QFile::encodeName(device).constData(), QFile::encodeName(mMountPoint).constData(), "ext4",
-                    0, nullptr)
+    if (programsFor(mFileSystem).mount.isEmpty()) {
+        const char *options = mFileSystem == FAT16 || mFileSystem == FAT32 ? "utf8=1" : nullptr;
+        if (::mount(QFile::encodeName(device).constData(), QFile::encodeName(mMountPoint).constData(),
+                    kernelName(mFileSystem), 0, options)
             != 0)
             fail("mount");
     } else {
@@ -190,13 +216,15 @@ void Device::unmount()
     mDaemon.waitForFinished(10000);
 }
 
-void Device::pullOut()
+bool Device::pullOut()
 {
-    if (mFileSystem != EXT4) {
+    if (isInUserSpace(mFileSystem)) {
         mDaemon.kill();
         mDaemon.waitForFinished(10000);
-        return;
+        return true;
     }
+    if (mFileSystem != EXT4)
+        return false;
     constexpr quint32 WITHOUT_WRITING_THE_JOURNAL = 2;
     const quint32 flags = WITHOUT_WRITING_THE_JOURNAL;
     const int descriptor =
@@ -205,4 +233,5 @@ void Device::pullOut()
     ::close(descriptor);
     if (result != 0)
         fail("shutdown");
+    return true;
 }

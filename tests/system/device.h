@@ -9,8 +9,8 @@
 
 enum FileSystem {
     EXT4,
-    EXFAT, ///< by the FUSE program mount.exfat-fuse
-    FAT16, ///< by the FUSE program fusefat, which keeps no modes and refuses names outside ASCII
+    EXFAT, ///< without the kernel's, by the FUSE program mount.exfat-fuse
+    FAT16, ///< without the kernel's, by fusefat, which keeps no modes and refuses names outside ASCII
     FAT32, ///< the same; fusefat does not report its size
 };
 
@@ -20,6 +20,9 @@ QString enterOwnMounts();
 
 /// Why @p fileSystem cannot be created or mounted here; an empty string if it can.
 QString whyNot(FileSystem fileSystem);
+
+/// Returns whether @p fileSystem is mounted by a program, because the kernel does not support it.
+bool isInUserSpace(FileSystem fileSystem);
 
 /// A process that does not outlive this program.
 class Companion : public QProcess
@@ -43,8 +46,9 @@ public:
     void remountReadOnly();
     void unmount();
 
-    /// Simulates the removal of the card: every access to the file system fails from now on.
-    void pullOut();
+    /// Simulates the removal of the card: every access to the file system fails from now on. Returns false if
+    /// that is not possible.
+    bool pullOut();
 
 private:
     void attach();

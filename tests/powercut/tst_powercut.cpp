@@ -1,0 +1,492 @@
+// SPDX-License-Identifier: MIT
+// Runs the tool on a disk whose writes and flushes are recorded, then rebuilds every state that the disk can
+// have if the power fails at some moment, mounts it, and compares it with what the tool had reported by then.
+//
+// A disk keeps what was written before its last flush. Of the writes after it, any may be lost: tried are
+// every prefix, random subsets, and a last write that is cut at a sector.
+#include "blocklog.h"
+#include "disks.h"
+#include "media.h"
+#include "toolsupport.h"
+
+#include <QFile>
+
+#include <memory>
+#include <stdexcept>
+#include <vector>
+
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr qint64 DISK_BYTES = 8 << 20;
+constexpr int SUBSETS = 4; // for each flush and each report
+constexpr int SECTOR = 512;
+
+QByteArray fileSystem()
+{
+    return qEnvironmentVariableIsSet("POWERCUT_FILE_SYSTEM") ? qgetenv("POWERCUT_FILE_SYSTEM") : "ext4";
+}
+
+struct Scenario {
+    enum Rule {
+        Whole,   ///< at any time, a file is absent or whole; one that goes has another name
+        InPlace, ///< a new file may have any content until it is reported
+        Deletes, ///< what goes may have any content until it is reported
+    };
+    Rule rule;
+    Tree setup; ///< "sd/" and "usb/" are the disks; "filler BYTES" leaves as many bytes free on "sd/"
+    QByteArrayList arguments; ///< of the tool; "host" for the program that does without it
+    int exitCode = 0;
+
+    int disks() const { return arguments.contains("usb") || arguments.contains("@/usb/page.html") ? 2 : 1; }
+};
+
+/// A run of the tool and what happened to the disks during it.
+struct Recorded {
+    Snapshot before;
+    Snapshot after;
+    QVector<QByteArray> images; ///< before the run
+    QVector<LoggedEvent> events;
+    Outcome outcome;
+};
+
+const QStringList DISKS = {"sd", "usb"};
+
+using Loops = std::vector<std::unique_ptr<LoopDevice>>;
+
+Loops loopsOf(const QStringList &images)
+{
+    Loops loops;
+    for (const QString &image : images)
+        loops.push_back(std::make_unique<LoopDevice>(image));
+    return loops;
+}
+
+/// The disks, mounted below @p folder.
+class MountedDisks
+{
+public:
+    MountedDisks(const Loops &loops, const QString &folder, bool isReadOnly = false)
+    {
+        for (size_t disk = 0; disk < loops.size(); ++disk) {
+            mMounts.push_back(std::make_unique<Mount>(
+                loops[disk]->path(), folder + "/" + DISKS[static_cast<int>(disk)], fileSystem(), isReadOnly));
+            require(mMounts.back()->isMounted(), "mount " + fileSystem());
+        }
+    }
+
+private:
+    std::vector<std::unique_ptr<Mount>> mMounts;
+};
+
+Snapshot snapshotOfDisks(const QString &folder)
+{
+    Snapshot all;
+    for (const QString &disk : DISKS) {
+        const Snapshot found = snapshotOf(folder + "/" + disk);
+        for (auto entry = found.begin(); entry != found.end(); ++entry)
+            all[disk.toUtf8() + "/" + entry.key()] = entry.value();
+    }
+    return all;
+}
+
+/// Creates @p entries. "FILE is a photo" and "FILE is a PNG photo" create pictures.
+void setUp(const ToolRun &tool, const Tree &entries)
+{
+    for (const QByteArray &entry : entries) {
+        const QByteArray path = QFile::encodeName(tool.path()) + "/" + entry.left(entry.indexOf(" is "));
+        if (entry.startsWith("filler ")) {
+            struct statvfs status = {};
+            require(::statvfs(QFile::encodeName(tool.path() + "/sd").constData(), &status) == 0, "statvfs");
+            const qint64 free = static_cast<qint64>(status.f_bfree * status.f_frsize);
+            writeFile(tool.path() + "/sd/filler",
+                      QByteArray(static_cast<int>(free - entry.mid(7).toLongLong()), 'x'));
+        } else if (entry.endsWith(" is a photo")) {
+            writeFile(path, pictureData("jpg", QSize(320, 240)));
+        } else if (entry.endsWith(" is a PNG photo")) {
+            writeFile(path, pictureData("png", QSize(320, 240)));
+        } else {
+            tool.make({entry});
+        }
+    }
+}
+
+QByteArray readAll(const QString &path)
+{
+    QFile file(path);
+    require(file.open(QIODevice::ReadOnly), path.toUtf8());
+    return file.readAll();
+}
+
+/// Runs the tool with each disk recorded. Its standard output is part of the log.
+Recorded record(const ToolRun &tool, const Scenario &scenario)
+{
+    Recorded recorded;
+    QStringList images;
+    for (int disk = 0; disk < scenario.disks(); ++disk) {
+        images.append(tool.path() + "/work/image" + QString::number(disk));
+        makeFileSystem(images.last(), fileSystem(), DISK_BYTES);
+    }
+    {
+        const Loops loops = loopsOf(images);
+        const MountedDisks disks(loops, tool.path());
+        setUp(tool, scenario.disks() > 1 ? Tree{"usb/DCIM/"} + scenario.setup : scenario.setup);
+        recorded.before = snapshotOfDisks(tool.path());
+    }
+    for (const QString &image : images)
+        recorded.images.append(readAll(image));
+    QStringList disks;
+    Recorder recorder(tool.path() + "/work/recorder", tool.path() + "/work/log", images);
+    {
+        for (int disk = 0; disk < scenario.disks(); ++disk)
+            disks.append(recorder.disk(disk));
+        const Loops loops = loopsOf(disks);
+        const MountedDisks mounted(loops, tool.path());
+        QProcess process;
+        process.setStandardOutputFile(recorder.reportFile());
+        if (scenario.arguments.first() == "host") {
+            process.setProcessEnvironment(tool.environment);
+            process.start(HOST_PATH, {scenario.arguments[1], tool.expand(scenario.arguments[2])});
+        } else {
+            tool.startOnStorages(process, scenario.arguments);
+        }
+        recorded.outcome = ToolRun::finish(process);
+        QFile report(recorder.reportFile());
+        require(report.open(QIODevice::WriteOnly) && report.write("exit\n") > 0, "report");
+        report.close();
+        recorded.after = snapshotOfDisks(tool.path());
+    }
+    recorded.events = recorder.stop();
+    return recorded;
+}
+
+// What must hold
+
+/// The paths that a line of the tool names, relative to @p root.
+QByteArrayList namesIn(const QByteArray &line, const QByteArray &root)
+{
+    QByteArrayList names;
+    for (QByteArray part : QString::fromUtf8(line).split(" -> ").join('\n').toUtf8().split('\n')) {
+        part = part.left(part.indexOf(": deleted") < 0 ? part.size() : part.indexOf(": deleted"));
+        if (part.startsWith(root + "/"))
+            names.append(part.mid(root.size() + 1));
+    }
+    return names;
+}
+
+bool isReported(const QByteArray &path, const QByteArrayList &lines, const QByteArray &root)
+{
+    for (const QByteArray &line : lines) {
+        for (const QByteArray &name : namesIn(line, root)) {
+            const bool isThumbnail = path == name.left(name.lastIndexOf('.')) + ".thumb";
+            if (path == name || path.startsWith(name + "/") || isThumbnail)
+                return true;
+        }
+    }
+    return lines.contains("exit");
+}
+
+/// Returns what is wrong with @p state of the disks; empty if nothing is.
+QByteArray problemIn(const Snapshot &state, const Recorded &recorded, Scenario::Rule rule,
+                     const QByteArrayList &lines, const QByteArray &root)
+{
+    static const QByteArray ABSENT("\0absent", 7);
+    const QList<QByteArray> contents = state.values();
+    for (const QByteArray &path : recorded.before.keys() + recorded.after.keys()) {
+        const QByteArray before = recorded.before.value(path, ABSENT);
+        const QByteArray after = recorded.after.value(path, ABSENT);
+        const QByteArray now = state.value(path, ABSENT);
+        if (path.contains("/.vornfh-")) // left by a command, and may go at any time
+            continue;
+        const bool mayBeOld = before == now && !isReported(path, lines, root);
+        const bool mayBeAnything = !isReported(path, lines, root)
+                                   && ((rule == Scenario::InPlace && before == ABSENT)
+                                       || (rule == Scenario::Deletes && after == ABSENT));
+        if (now != after && !mayBeOld && !mayBeAnything)
+            return path + (now == ABSENT ? " is missing" : now == UNREADABLE ? " is unreadable" : " differs");
+        if (now == ABSENT && before != ABSENT && rule != Scenario::Deletes && !contents.contains(before))
+            return path + " is lost";
+    }
+    for (const QByteArray &path : state.keys()) {
+        if (path.contains("/.new-")) // of the host
+            continue;
+        const bool isKnown = recorded.before.contains(path) || recorded.after.contains(path);
+        const bool isFolderBeingDeleted = rule == Scenario::Deletes && recorded.before.contains(path + "/");
+        if (!isKnown && !isFolderBeingDeleted && !path.contains("/.vornfh-"))
+            return path + " is neither old nor new";
+    }
+    return QByteArray();
+}
+
+// Replaying
+
+/// A write that may be lost if the power fails.
+struct Write {
+    int disk;
+    qint64 offset;
+    QByteArray data;
+};
+
+void apply(QByteArray &image, const Write &write)
+{
+    image.replace(static_cast<int>(write.offset), write.data.size(), write.data);
+}
+
+struct Count {
+    int states = 0;
+    int bad = 0;
+    QByteArrayList problems; // of the first bad states
+};
+
+class Replay
+{
+public:
+    Replay(const ToolRun &tool, const Recorded &recorded, Scenario::Rule rule)
+        : mTool(tool), mRecorded(recorded), mRule(rule), mDurable(recorded.images)
+    {
+        for (int disk = 0; disk < recorded.images.size(); ++disk) {
+            mImages.append(mTool.path() + "/work/state" + QString::number(disk));
+            writeFile(mImages[disk], recorded.images[disk]);
+            mLoops.push_back(std::make_unique<LoopDevice>(mImages[disk]));
+        }
+    }
+
+    Count run()
+    {
+        for (const LoggedEvent &event : mRecorded.events) {
+            if (event.kind == Event::Write)
+                mPending.append({event.disk, event.offset, event.data});
+            else
+                trySubsets();
+            if (event.kind == Event::Flush)
+                flush(event.disk);
+            else
+                tryState(mPending);
+            if (event.kind != Event::Report)
+                continue;
+            mLines += event.data.split('\n');
+            trySubsets();
+            tryState(mPending);
+            tryState({});
+            if (mLines.contains("exit"))
+                break;
+        }
+        return mCount;
+    }
+
+private:
+    void flush(int disk)
+    {
+        QVector<Write> rest;
+        for (const Write &write : mPending) {
+            if (write.disk == disk)
+                apply(mDurable[disk], write);
+            else
+                rest.append(write);
+        }
+        mPending = rest;
+        tryState({});
+    }
+
+    void trySubsets()
+    {
+        for (int i = 0; i < SUBSETS && !mPending.isEmpty(); ++i) {
+            QVector<Write> subset;
+            for (const Write &write : mPending) {
+                if (mRandom.bounded(2) == 0)
+                    subset.append(write);
+            }
+            tryState(subset);
+        }
+        if (mPending.isEmpty())
+            return;
+        QVector<Write> torn = mPending;
+        QByteArray &last = torn.last().data;
+        last.truncate(static_cast<int>(mRandom.bounded(last.size() / SECTOR + 1)) * SECTOR);
+        tryState(torn);
+    }
+
+    void tryState(const QVector<Write> &survived)
+    {
+        QVector<QByteArray> state = mDurable;
+        for (const Write &write : survived)
+            apply(state[write.disk], write);
+        for (int disk = 0; disk < mImages.size(); ++disk) {
+            QFile image(mImages[disk]);
+            require(image.open(QIODevice::ReadWrite) && image.write(state[disk]) == state[disk].size(),
+                    "state");
+            image.close();
+            mLoops[static_cast<size_t>(disk)]->dropCache();
+        }
+        const QByteArray problem = problemOfState();
+        ++mCount.states;
+        mCount.bad += problem.isEmpty() ? 0 : 1;
+        if (!problem.isEmpty() && mCount.problems.size() < 3)
+            mCount.problems.append("state " + QByteArray::number(mCount.states) + ", reported "
+                                   + QByteArray::number(mLines.size()) + ": " + problem);
+    }
+
+    QByteArray problemOfState() const
+    {
+        const QString folder = mTool.path() + "/work/mounted";
+        try {
+            const MountedDisks disks(mLoops, folder, true);
+            return problemIn(snapshotOfDisks(folder), mRecorded, mRule, mLines, mTool.path().toUtf8());
+        } catch (const std::exception &error) {
+            return error.what(); // it cannot be mounted
+        }
+    }
+
+    const ToolRun &mTool;
+    const Recorded &mRecorded;
+    const Scenario::Rule mRule;
+    QStringList mImages;
+    Loops mLoops;
+    QVector<QByteArray> mDurable;
+    QVector<Write> mPending;
+    QByteArrayList mLines;
+    QRandomGenerator mRandom{20261122};
+    Count mCount;
+};
+
+} // namespace
+
+Q_DECLARE_METATYPE(Scenario)
+
+class PowerCutTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void reportedIsKept_data();
+    void reportedIsKept();
+    void lossesAreFound_data();
+    void lossesAreFound();
+};
+
+void PowerCutTest::initTestCase()
+{
+    const bool isPossible = ::geteuid() == 0 && ::access("/dev/loop-control", R_OK | W_OK) == 0
+                            && ::access("/dev/fuse", R_OK | W_OK) == 0 && hasOwnMounts();
+    if (!isPossible)
+        QSKIP("needs root, loop devices and FUSE");
+}
+
+void PowerCutTest::reportedIsKept_data()
+{
+    QTest::addColumn<Scenario>("scenario");
+    const Tree CARD = {"sd/DCIM/100ABC/DCF_0001.jpg is a photo", "sd/DCIM/100ABC/DCF_0001.thumb = one",
+                       "sd/DCIM/100ABC/DCF_0002.wav = two"};
+
+    row("record-a-photo", Scenario{Scenario::InPlace, CARD, {"record", "sd", "--type", "jpg"}});
+    row("record-on-an-empty-card", Scenario{Scenario::InPlace, {}, {"record", "sd", "--type", "png"}});
+    row("record-two-sounds",
+        Scenario{
+            Scenario::InPlace, CARD, {"record", "sd", "--type", "wav", "--duration", "0.1", "--count", "2"}});
+    row("record-a-video",
+        Scenario{Scenario::InPlace, CARD, {"record", "sd", "--type", "avi", "--duration", "0.2"}});
+    row("record-a-matroska-video",
+        Scenario{Scenario::InPlace, CARD, {"record", "sd", "--type", "mkv", "--duration", "0.2"}});
+    row("record-after-number-9999", Scenario{Scenario::InPlace,
+                                             {"sd/DCIM/100ABC/DCF_9999.wav = last"},
+                                             {"record", "sd", "--type", "jpg"}});
+    row("record-until-the-card-is-full", Scenario{Scenario::InPlace,
+                                                  CARD + Tree{"filler 700000"},
+                                                  {"record", "sd", "--type", "wav", "--duration", "60"},
+                                                  1});
+
+    row("copy-within-the-card",
+        Scenario{Scenario::Whole,
+                 CARD,
+                 {"copy", "@/sd/DCIM/100ABC/DCF_0001.jpg", "@/sd/DCIM/100ABC/DCF_0002.wav", "sd", "kept"}});
+    row("copy-to-another-card", Scenario{Scenario::Whole,
+                                         CARD,
+                                         {"copy", "@/sd/DCIM/100ABC/DCF_0001.jpg",
+                                          "@/sd/DCIM/100ABC/DCF_0001.thumb", "usb", "200ABC"}});
+    row("copy-to-a-name-that-is-taken", Scenario{Scenario::Whole,
+                                                 CARD + Tree{"sd/DCIM/kept/DCF_0002.wav = other"},
+                                                 {"copy", "@/sd/DCIM/100ABC/DCF_0002.wav", "sd", "kept"}});
+    row("copy-that-continues-an-interrupted-one",
+        Scenario{Scenario::Whole,
+                 CARD + Tree{"sd/DCIM/kept/DCF_0002.wav = two", "sd/DCIM/kept/.vornfh-4194304-abcdef = left"},
+                 {"copy", "@/sd/DCIM/100ABC/DCF_0002.wav", "@/sd/DCIM/100ABC/DCF_0001.jpg", "sd", "kept"}});
+    row("move-within-the-card",
+        Scenario{Scenario::Whole,
+                 CARD,
+                 {"move", "@/sd/DCIM/100ABC/DCF_0001.jpg", "@/sd/DCIM/100ABC/DCF_0002.wav", "sd", "kept"}});
+    const auto longNames = [](const QByteArray &folder) { // on FAT, more than a sector of the folder
+        Tree files;
+        for (const char number : {'1', '2', '3', '4', '5', '6'})
+            files.append(folder + "a-name-that-is-long-enough-for-four-entries-" + number + ".wav");
+        return files;
+    };
+    row("move-files-with-long-names",
+        Scenario{Scenario::Whole, longNames("sd/DCIM/100ABC/"),
+                 QByteArrayList{"move"} + longNames("@/sd/DCIM/100ABC/") + QByteArrayList{"sd", "kept"}});
+    row("move-to-another-card",
+        Scenario{Scenario::Whole,
+                 CARD,
+                 {"move", "@/sd/DCIM/100ABC/DCF_0001.jpg", "@/sd/DCIM/100ABC/DCF_0002.wav", "usb", "kept"}});
+
+    row("comment-a-photo",
+        Scenario{Scenario::Whole, CARD, {"comment", "@/sd/DCIM/100ABC/DCF_0001.jpg", "a comment"}});
+    row("comment-a-png-photo", Scenario{Scenario::Whole,
+                                        {"sd/DCIM/100ABC/DCF_0001.png is a PNG photo"},
+                                        {"comment", "@/sd/DCIM/100ABC/DCF_0001.png", "a comment"}});
+
+    row("delete",
+        Scenario{Scenario::Deletes,
+                 CARD + Tree{"sd/DCIM/101ABC/DCF_0001.wav = three", "sd/DCIM/101ABC/DCF_0002.wav = four"},
+                 {"delete", "@/sd/DCIM/100ABC/DCF_0002.wav", "@/sd/DCIM/101ABC/DCF_0001.wav"}});
+    row("rmdir", Scenario{Scenario::Deletes,
+                          CARD + Tree{"sd/DCIM/kept/DCF_0001.wav = three"},
+                          {"rmdir", "sd", "100ABC", "--yes"}});
+    row("wipe", Scenario{Scenario::Deletes, CARD + Tree{"sd/other = kept"}, {"wipe", "sd", "--yes"}});
+    row("mkdir", Scenario{Scenario::Whole, CARD, {"mkdir", "sd", "kept"}});
+    row("mkdir-on-an-empty-card", Scenario{Scenario::Whole, {}, {"mkdir", "sd", "kept"}});
+    row("host-that-records", Scenario{Scenario::InPlace, CARD, {"host", "record", "@/sd/DCIM"}});
+    row("host-that-records-on-an-empty-card",
+        Scenario{Scenario::InPlace, {}, {"host", "record", "@/sd/DCIM"}});
+    row("host-that-replaces-a-file",
+        Scenario{Scenario::Whole, CARD, {"host", "replace", "@/sd/DCIM/100ABC/DCF_0001.jpg"}});
+    row("gallery", Scenario{Scenario::Whole, CARD, {"gallery", "sd", "-o", "@/usb/page.html"}});
+}
+
+void PowerCutTest::reportedIsKept()
+{
+    QFETCH(Scenario, scenario);
+    const ToolRun tool;
+    tool.make({"work/"});
+    const TmpfsMount memory(tool.path() + "/work", "size=256m");
+    const Recorded recorded = record(tool, scenario);
+    QVERIFY2(recorded.outcome.exitCode == scenario.exitCode, toString(recorded.outcome));
+    const Count count = Replay(tool, recorded, scenario.rule).run();
+    qInfo("%s: %d states, %d bad", fileSystem().constData(), count.states, count.bad);
+    QVERIFY2(count.bad == 0, count.problems.join("; ").constData());
+}
+
+void PowerCutTest::lossesAreFound_data()
+{
+    reportedIsKept_data();
+}
+
+/// Without any flush, a power cut costs files, or the rows above would prove nothing.
+void PowerCutTest::lossesAreFound()
+{
+    QFETCH(Scenario, scenario);
+    ToolRun tool;
+    tool.environment.insert("LD_PRELOAD", UNFLUSHED_PATH);
+    tool.make({"work/"});
+    const TmpfsMount memory(tool.path() + "/work", "size=256m");
+    const Recorded recorded = record(tool, scenario);
+    QVERIFY2(recorded.outcome.exitCode == scenario.exitCode, toString(recorded.outcome));
+    const Count count = Replay(tool, recorded, scenario.rule).run();
+    qInfo("%s: %d states, %d bad", fileSystem().constData(), count.states, count.bad);
+    QVERIFY(count.bad > 0);
+}
+
+QTEST_GUILESS_MAIN(PowerCutTest)
+#include "tst_powercut.moc"
