@@ -33,9 +33,9 @@ bool record(const QString &path, const QByteArray &content)
     const bool isWritten = file.open(QIODevice::WriteOnly | QIODevice::NewOnly) // O_CREAT | O_EXCL
                            && file.write(content) == content.size() && file.flush();
     file.close();
-    const QString folder = QFileInfo(path).path();         // 100CAM: the entry of the file
-    const QString location = QFileInfo(folder).path();     // DCIM: the entry of the folder, which may be new
-    const QString mountPoint = QFileInfo(location).path(); // the entry of DCIM
+    const QString folder = QFileInfo(path).path();         // 100CAM, which holds the entry of the file
+    const QString location = QFileInfo(folder).path();     // DCIM, which holds the entry of the folder
+    const QString mountPoint = QFileInfo(location).path(); // holds the entry of DCIM
     return isWritten && flush(path) && flush(folder) && flush(location) && flush(mountPoint);
 }
 
@@ -54,7 +54,7 @@ bool replace(const QString &path, const QByteArray &content)
     const int old = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
     const bool isReplaced =
         ::rename(QFile::encodeName(hidden).constData(), QFile::encodeName(path).constData()) == 0
-        && flush(path) // vfat writes where the content is only now
+        && flush(path) // only now does vfat record the location of the content
         && flush(folder);
     ::close(old);
     return isReplaced;

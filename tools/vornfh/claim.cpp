@@ -62,7 +62,7 @@ bool hasThumbnail(const QString &path)
     return readLinkStatus(thumbnailOf(path), status);
 }
 
-/// Counts the numbers of a storage device from that of the library on.
+/// Steps through the numbers of a storage device, starting with the one that the library returns.
 class NumberCounter
 {
 public:

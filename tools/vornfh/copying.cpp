@@ -127,8 +127,8 @@ void Transfer::lock()
     mFileSystem = fileSystemOf(mPath);
 }
 
-/// The path that the library would give a copy. Throws FileFailure if there is none: the library would
-/// overwrite one.
+/// The path that the library would give a copy. Throws FileFailure if every name is taken: the library would
+/// overwrite an existing file.
 QString Transfer::freePath(const QString &name) const
 {
     constexpr int LAST_COUNTER = 999;
@@ -147,8 +147,8 @@ QString Transfer::freePath(const QString &name) const
     return path;
 }
 
-/// Finds a file that an earlier run has copied: one of the names that a copy would get, with the same
-/// content.
+/// Finds a file that an earlier run copied: one that has the same content and one of the names that a copy
+/// would get.
 bool Transfer::findExisting(Item &item) const
 {
     constexpr int LAST_COUNTER = 999;
@@ -254,7 +254,7 @@ void Transfer::write(Item &item)
         if (start < 0 && errno == ENXIO)
             break; // the rest is a hole
         const off_t end = ::lseek(source.descriptor(), std::max(start, offset), SEEK_HOLE);
-        offset = start < 0 ? offset : start; // a file system that does not know has no holes
+        offset = start < 0 ? offset : start; // if the file system cannot report holes, there are none
         const auto length = static_cast<size_t>((end < 0 ? source.size() : end) - offset);
         const ssize_t count = copyPart(source.descriptor(), target, offset, std::min(length, PART));
         require(count >= 0);
@@ -388,12 +388,13 @@ void Transfer::name(Item &item)
         item.target = freePath(item.source->name());
         mTaken.insert(item.target);
     }
-    // FAT writes where the content is only when the file is flushed, which must be before its old name goes.
+    // FAT records the location of the content only when the file is flushed, which must be before its old
+    // name is removed.
     if (item.isRenamed() && mFileSystem == FileSystem::Fat)
         flushFile(item.source->descriptor(), item.target);
 }
 
-/// Deletes the sources of copies; a source that was renamed has gone.
+/// Deletes the sources of copies; a source that was renamed is already gone.
 void Transfer::removeSources(Batch &batch)
 {
     std::set<QString> folders;

@@ -53,8 +53,8 @@ private:
 };
 
 /// Copies or moves files into a folder of a storage device, locked against other vornfh processes. The files
-/// are written under hidden names in batches. A second thread flushes a batch, compares it with the sources
-/// as it reads back from the device, gives the copies their names, flushes again, and then reports them and
+/// are written under hidden names in batches. A second thread flushes a batch, reads it back from the device
+/// and compares it with the sources, gives the copies their names, flushes again, and then reports them and
 /// deletes the sources, while the next batch is written.
 class Transfer
 {

@@ -49,8 +49,8 @@ void requireMounted(const Storage &storage);
 /// is.
 QStringList problemsOf(const Storage &storage);
 
-/// Throws Failure if requireMounted() does, or if the file system is read-only. Prints problemsOf() on
-/// standard error: a camera must go on recording.
+/// Throws Failure if requireMounted() does, or if the file system is read-only. The problems in problemsOf()
+/// are only printed on standard error, because a camera must keep recording.
 void requireWritable(const Storage &storage);
 
 #endif // DEVICE_H

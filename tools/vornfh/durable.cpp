@@ -38,7 +38,7 @@ ssize_t readAt(int descriptor, std::vector<char> &buffer, off_t offset)
 
 const QString CANNOT_FLUSH = "cannot be flushed to the device: ";
 
-/// Creates @p folder for @p wanted, which is or will be in it.
+/// Creates @p folder, which is @p wanted or a folder above it.
 void createOneFolder(const QString &folder, const QString &wanted)
 {
     const QString above = QFileInfo(folder).path();
@@ -94,7 +94,7 @@ void replaceFile(TemporaryFile &file, const QString &path)
     const Descriptor old = openFile(path, O_RDONLY | O_NONBLOCK);
     if (!file.rename(path, true))
         throw FileFailure(path, "cannot be replaced: " + errorText(errno));
-    // vfat writes where the content is only when the file is flushed under its new name.
+    // vfat records the location of the content only when the file is flushed under its new name.
     flushFile(openFile(path, O_RDONLY | O_NONBLOCK).get(), path);
     flushFolder(QFileInfo(path).path());
 }
@@ -125,7 +125,7 @@ bool createExclusively(const QString &path)
 bool hasSameContent(int one, int other, const QString &path)
 {
     constexpr size_t BLOCK = 1 << 20;
-    ::posix_fadvise(other, 0, 0, POSIX_FADV_DONTNEED); // drops what is on the device from memory
+    ::posix_fadvise(other, 0, 0, POSIX_FADV_DONTNEED); // drops cached pages that are already on the device
     std::vector<char> expected(BLOCK);
     std::vector<char> found(BLOCK);
     for (off_t offset = 0;; offset += static_cast<off_t>(BLOCK)) {

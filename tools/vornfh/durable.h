@@ -10,11 +10,11 @@
 // Whatever a command has reported must be on the device, even if the power fails at that moment. All
 // functions throw FileFailure for the path that an error concerns.
 
-/// Waits until @p paths, files or folders in one folder, are on the device, and all folders above them on the
-/// same file system, each of which may be new.
+/// Waits until @p paths (files or folders that share a parent folder) are on the device, together with all
+/// folders above them on the same file system, any of which may be new.
 void flushWithFolders(const QStringList &paths);
 
-/// Waits until the content of an open file is on the device, and where it is.
+/// Waits until the content of an open file, and the metadata needed to find it, are on the device.
 void flushFile(int descriptor, const QString &path);
 
 /// Waits until the entries of @p folder are on the device.
@@ -28,8 +28,8 @@ void flushFileSystem(const QString &folder);
 void replaceFile(TemporaryFile &file, const QString &path);
 
 /// Creates the folder @p path, and those above it, unless they exist. Until the folder is on the device it
-/// has a hidden name: on FAT, one that is interrupted by a power failure can neither be used nor deleted.
-/// Throws Failure.
+/// has a hidden name: on FAT, a folder whose creation is interrupted by a power failure can be neither used
+/// nor deleted. Throws Failure.
 void createFolder(const QString &path);
 
 /// Creates @p path as an empty file. Returns false if something with that name exists.

@@ -15,15 +15,15 @@
 
 namespace {
 
-/// A program that does not outlive this process, and does not receive the signals that a terminal sends to
-/// it.
+/// A program that does not outlive this process, and does not receive the signals that the terminal sends to
+/// this process.
 class Child : public QProcess
 {
 protected:
     void setupChildProcess() override
     {
         ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-        if (::getppid() != mParent) // it died before
+        if (::getppid() != mParent) // the parent is already dead
             ::_exit(1);
         ::setpgid(0, 0);
     }
@@ -45,7 +45,7 @@ void stop(QProcess &process)
     process.waitForFinished(-1);
 }
 
-/// Waits for the end of ffmpeg and returns why it was stopped; empty if it was not.
+/// Waits for ffmpeg to exit and returns why it was stopped; empty if it was not.
 QString waitForEnd(QProcess &process, const WhyStop &whyStop)
 {
     constexpr int INTERVAL = 100;

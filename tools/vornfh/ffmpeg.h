@@ -13,8 +13,8 @@ void requireFfmpeg();
 /// Asked several times a second while ffmpeg runs: the reason to stop it, or an empty string.
 using WhyStop = std::function<QString()>;
 
-/// Runs ffmpeg to write @p path, which must exist and is overwritten, and waits for it. To stop, ffmpeg is
-/// asked to finish the file, and killed if it does not. It is killed, too, when this process dies. @p
+/// Runs ffmpeg to write @p path, which must exist and is overwritten, and waits for it. To stop it, ffmpeg is
+/// asked to finish the file, and is killed if it does not. It is killed, too, when this process dies. @p
 /// arguments are those before the output. Returns why ffmpeg was stopped or failed; empty on success.
 QString runFfmpeg(const QStringList &arguments, const QString &path, const WhyStop &whyStop = {});
 

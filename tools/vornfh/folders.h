@@ -34,7 +34,7 @@ void requireReadable(const QString &path);
 /// Throws Failure unless @p path is a folder that can be read.
 void requireReadableFolder(const QString &path);
 
-/// The entries of @p folder that the medium cannot deliver, each with the reason.
+/// The entries of @p folder that cannot be read, other than for lack of permission, each with the reason.
 QStringList unreadableEntries(const QString &folder);
 
 /// requireReadable() for the location of @p storage and its numbered folders.

@@ -22,7 +22,7 @@ struct GalleryItem {
     QDateTime created; // local time
 };
 
-/// What the page shows of an item that requires reading its file.
+/// What the page shows of an item and can get only by reading its file.
 struct GalleryPicture {
     QString uri;      // of the picture; empty for an icon
     QSize resolution; // invalid if unknown

@@ -39,7 +39,7 @@ ExitCode finishOutput(ExitCode exitCode)
 int main(int argc, char *argv[])
 {
     occupyStandardStreams();
-    std::signal(SIGPIPE, SIG_IGN); // an error of standard output like any other
+    std::signal(SIGPIPE, SIG_IGN); // a closed pipe is handled like any other write error
     // File names are UTF-8 on every storage device, whatever the locale.
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
 

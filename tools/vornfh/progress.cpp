@@ -66,7 +66,7 @@ void Progress::drawRepeatedly()
     }
 }
 
-/// As many parts, in this order, as the terminal is wide.
+/// As many parts, in this order, as fit in the width of the terminal.
 QString Progress::line() const
 {
     const qint64 done = std::min<qint64>(mBytesDone, mBytes);

@@ -24,10 +24,11 @@ public:
     void addBytes(qint64 bytes) { mBytesDone += bytes; }
     /// Counts files as done, whether or not they were copied.
     void finishFiles(int files) { mFilesDone += files; }
-    /// Sets what is going on, "flushing" for instance.
+    /// Sets the current stage, for example "flushing".
     void setStage(const char *stage) { mStage = stage; }
 
-    /// Calls @p printLines, which may write to standard output and standard error, without the line.
+    /// Erases the progress line, then calls @p printLines, which may write to standard output and standard
+    /// error.
     void print(const std::function<void()> &printLines);
 
 private:

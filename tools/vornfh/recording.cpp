@@ -31,7 +31,7 @@ bool isRiffClosed(QFile &file)
     return offset > 0 && offset <= file.size() + 1; // the last byte of padding may be missing
 }
 
-/// Reads the size of an EBML element; -1 if it is unknown or @p bytes are too few.
+/// Reads the size of an EBML element; -1 if it is unknown or @p bytes is too short.
 qint64 ebmlSize(const QByteArray &bytes, int &length)
 {
     const auto first = bytes.isEmpty() ? quint8(0) : static_cast<quint8>(bytes[0]);
@@ -67,7 +67,7 @@ bool isMatroskaClosed(QFile &file)
     return offset == file.size();
 }
 
-/// The format that ffmpeg calls the container of @p path.
+/// ffmpeg's name for the container format of @p path.
 QString formatOf(const QString &path)
 {
     const QString extension = QFileInfo(path).suffix();
@@ -102,7 +102,7 @@ void closeRecording(const QString &path)
         throw FileFailure(path, "cannot be closed: " + reason);
     const qint64 packets = packetsIn(path);
     struct stat status = {};
-    // The container is not judged by the temporary file's name.
+    // ffprobe detects the container by its content, so the temporary file's name does not matter.
     if (packets < 0 || packetsIn(closed.path()) < packets)
         throw FileFailure(path, "cannot be closed: not all of it can be read");
     if (readStatus(path, status))

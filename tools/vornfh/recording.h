@@ -4,8 +4,8 @@
 
 #include <QString>
 
-/// Returns whether a video or audio file ends as its header says. One whose writer was killed does not, and
-/// most players refuse it. True for other types of files.
+/// Returns whether a video or audio file ends where its header says. One whose writer was killed does not,
+/// and most players refuse it. True for other types of files.
 bool isClosed(const QString &path);
 
 /// Returns whether a file is not closed and begins as its format does, or with zeros, which are what a file
@@ -16,7 +16,7 @@ bool isUnfinished(const QString &path);
 /// packets of the old. Throws FileFailure; the file is then unchanged.
 void closeRecording(const QString &path);
 
-/// Returns whether @p path contains anything but a header. True if that cannot be told.
+/// Returns whether @p path contains anything but a header. True if that cannot be determined.
 bool hasContent(const QString &path);
 
 #endif // RECORDING_H

@@ -93,7 +93,7 @@ void Storages::addOptions(CLI::App &app)
 {
     app.set_config("--config", "", "Read options from an INI or TOML file with lines such as sd=/mnt/sd/DCIM")
         ->type_name("FILE");
-    app.allow_config_extras(CLI::config_extras_mode::error); // a misspelt option would be ignored
+    app.allow_config_extras(CLI::config_extras_mode::error); // otherwise, a misspelt option would be ignored
     app.add_option("--suffix", mSuffix, "Text after the number in folder names")
         ->type_name("TEXT")
         ->capture_default_str();

@@ -44,8 +44,8 @@ bool isRunning(pid_t number)
     return programOf(QString::number(number)) == programOf("self");
 }
 
-/// Returns whether no process uses the file @p path. The lock is the sign of one in another container, whose
-/// processes cannot be seen; the number, of one that is just replacing the file.
+/// Returns whether no process uses the file @p path. The lock reveals a process in another container, whose
+/// processes cannot be seen; the process number reveals one that is replacing the file at that moment.
 bool isLeftover(const QString &path)
 {
     const auto match = namePattern().match(path.mid(path.lastIndexOf('/') + 1));
@@ -61,8 +61,8 @@ QByteArray nameTemplate(const QString &folder)
     return QFile::encodeName(folder) + "/.vornfh-" + QByteArray::number(::getpid()) + "-XXXXXX";
 }
 
-/// The first block of a file on its device; 0 if it has none or if it cannot be determined, for which root is
-/// needed.
+/// The first block of a file on its device; 0 if it has none or if it cannot be determined (that requires
+/// root).
 int firstBlock(const QString &path)
 {
     int block = 0;

@@ -9,11 +9,11 @@
 #include <QStringList>
 
 /// A hidden file that is written before it gets its name. Neither the numbering nor the library's listings
-/// see it, and it is removed on destruction. What a command leaves that is killed is found by leftoversIn().
+/// see it, and it is removed on destruction. leftoversIn() finds what a killed command leaves behind.
 class TemporaryFile
 {
 public:
-    /// Creates the file in @p folder. Throws FileFailure for @p concerning.
+    /// Creates the file in @p folder. On failure, throws a FileFailure that names the path @p concerning.
     TemporaryFile(const QString &folder, const QString &concerning);
     ~TemporaryFile();
     TemporaryFile(TemporaryFile &&other) noexcept;
@@ -23,8 +23,8 @@ public:
     QString path() const { return mPath; }
     int descriptor() const { return mFile.get(); }
 
-    /// Closes the file and renames it to @p path, replacing a file of that name or not. Returns false with
-    /// errno set, EEXIST if a file that is not to be replaced exists.
+    /// Closes the file and renames it to @p path, replacing an existing file only if @p isReplacing is true.
+    /// Returns false with errno set, EEXIST if a file that is not to be replaced exists.
     bool rename(const QString &path, bool isReplacing);
 
 private:

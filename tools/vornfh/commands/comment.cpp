@@ -75,7 +75,7 @@ public:
         return copy;
     }
 
-    /// Gives the photo another content and keeps its attributes.
+    /// Replaces the content of the photo and keeps its attributes.
     void replaceContent(int content) const
     {
         TemporaryFile copy(folder(), mPath);
@@ -125,7 +125,7 @@ std::optional<std::string> readComment(const QString &path)
     return value ? value->comment() : found->toString();
 }
 
-/// Writes the comment into @p copy, of the photo that the user calls @p path, and reads it back. The copy is
+/// Writes the comment into @p copy, a copy of the photo at @p path, and reads it back. The copy is
 /// in memory because Exiv2 0.27 does not report that it could not write all of a file. Throws FileFailure.
 void writeCommentTo(const Descriptor &copy, const QString &path, const QString &text)
 {
