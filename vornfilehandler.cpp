@@ -5,7 +5,7 @@
 // "Reading directories" serves the four after it and has no public members. A section consists of its
 // constants or table, pure helpers and thin I/O, all in one unnamed namespace, and then the public members.
 //
-// Numbering, counts, JSON lists and listings with the oldest file first read directories with readdir(). QDir
+// Numbering, counts, JSON lists and listings sorted oldest first use readdir(). QDir
 // is used instead if a name filter is anything but head*tail, if a name or filter is not plain ASCII, if the
 // path may be a Qt resource or search path, if the file system does not report the types of its entries, and
 // for sorting by time if a file has no time. Everything else uses QDir.
@@ -711,8 +711,8 @@ QFileInfoList toInfos(const Files &files)
     return infos;
 }
 
-/// The passes over a storage that make up a list of files, each given by its name filters: two for images,
-/// the JPEG files of all folders and then the PNG files of all folders, and one for anything else.
+/// The passes over a storage device that make up a list of files, each given by its name filters: two for
+/// images, the JPEG files of all folders and then the PNG files of all folders, and one for anything else.
 using Passes = QVector<QStringList>;
 
 /// Calls visit(files of a folder, oldest first) for each folder of each pass.
@@ -841,8 +841,8 @@ void VornFileHandler::deleteAllFiles(eStorageType storage)
 {
     // The folders are listed although the whole location is about to be deleted: that creates what is
     // missing, and if it neither finds nor creates a folder, nothing is deleted. The location is named here
-    // and not taken from the folders: with an empty suffix "." and ".." are among them, whose parents are
-    // above the location.
+    // and not taken from the folders: with an empty suffix they include "." and "..", whose parents are above
+    // the location.
     if (!getDCIMFolders(storage).isEmpty())
         deleteFolder(absolutePath(getStorageDir(storage)));
 }
@@ -1158,8 +1158,8 @@ bool VornFileHandler::isMounted(eStorageType type)
     const QString name = typeToMmcBlk(type);
     QString output;
     const bool found = runShell("cat /proc/partitions | grep " + name, output);
-    // Every string contains the empty string, but a storage without a block name is never present, whatever
-    // grep returns.
+    // Every string contains the empty string, but a storage device without a block name is never present,
+    // whatever grep returns.
     return found && !name.isEmpty() && output.contains(name);
 }
 

@@ -231,12 +231,12 @@ public:
     static QList<QFileInfo> getDirectoryContents(QString path, QStringList nameFilters,
                                                  QFlags<QDir::SortFlag> sort);
 
-    /// The folders of a storage device that @p filter selects, in QDir::Name order. DIRECTORY_FILTER_DCIM
-    /// is the same as getDCIMFolders(), including its side effects and output. Otherwise, if the
-    /// location is missing, it is created and the line "root dir <location> doesn't exist. Create it" is
-    /// printed. Hidden folders, symbolic links, "." and ".." are never listed. With DIRECTORY_FILTER_NON_DCIM
-    /// the suffix becomes part of a regular expression; if that is not valid, the numbered folders are listed
-    /// too.
+    /// The folders of a storage device that @p filter selects, in QDir::Name order. DIRECTORY_FILTER_DCIM is
+    /// the same as getDCIMFolders(), including its side effects and output. Otherwise, if the location is
+    /// missing, it is created and the line "root dir <location> doesn't exist. Create it" is printed. With
+    /// any other filter, hidden folders, symbolic links, "." and ".." are not listed. With
+    /// DIRECTORY_FILTER_NON_DCIM the suffix becomes part of a regular expression; if that is not valid, the
+    /// numbered folders are listed too.
     static QList<QFileInfo> getFolders(VORN_FILE_HANDLER::eStorageType storage,
                                        VORN_FILE_HANDLER::eDIRECTORY_FILTER filter);
 
