@@ -4,6 +4,7 @@
 #include "device.h"
 #include "durable.h"
 #include "ffmpeg.h"
+#include "files.h"
 #include "media.h"
 #include "mounts.h"
 #include "numbering.h"
@@ -17,8 +18,10 @@
 #include <QFileInfo>
 
 #include <cerrno>
+#include <chrono>
 #include <memory>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 using namespace VORN_FILE_HANDLER;
@@ -97,13 +100,34 @@ qint64 sizeLimit(const QString &folder)
     return limit;
 }
 
-/// Returns why a recording into @p folder must stop; empty while it need not.
-QString whyStop(const QString &folder)
+/// Decides while ffmpeg writes a recording whether it must stop.
+class Watch
 {
-    if (isStopped())
-        return "interrupted";
-    return freeBytes(folder) < RESERVE / 2 ? FULL : QString();
-}
+public:
+    explicit Watch(const QString &path) : mPath(path) {}
+
+    /// Returns why the recording must stop; empty while it need not.
+    QString whyStop()
+    {
+        if (isStopped())
+            return "interrupted";
+        if (freeBytes(QFileInfo(mPath).path()) < RESERVE / 2)
+            return FULL;
+        const auto now = std::chrono::steady_clock::now();
+        if (now - mLastFlush < INTERVAL)
+            return QString();
+        mLastFlush = now;
+        // ffmpeg writes to memory: only a flush shows that the storage device has been pulled out.
+        const Descriptor file = openFile(mPath, O_RDONLY | O_NONBLOCK);
+        return file.isOpen() && ::fdatasync(file.get()) == 0 ? QString() : errorText(errno);
+    }
+
+private:
+    static constexpr auto INTERVAL = std::chrono::seconds(3);
+
+    const QString mPath;
+    std::chrono::steady_clock::time_point mLastFlush = std::chrono::steady_clock::now();
+};
 
 /// Deletes a file that ffmpeg has failed to write. Returns what to add to the message about that.
 QString discard(const QString &path)
@@ -147,10 +171,10 @@ QString keep(const QString &path)
 /// Runs ffmpeg and returns why the recording ended early; empty if it did not.
 QString run(const Recording &recording, const QString &path, qint64 limit)
 {
-    const QString folder = QFileInfo(path).path();
+    Watch watch(path);
     const QString problem = runFfmpeg(inputArguments(recording, path) + outputArguments(recording)
                                           + QStringList{"-fs", QString::number(limit)},
-                                      path, [&folder] { return whyStop(folder); });
+                                      path, [&watch] { return watch.whyStop(); });
     const qint64 size = QFileInfo(path).size();
     if (problem.isEmpty() && size == 0)
         return "ffmpeg wrote nothing";
