@@ -362,6 +362,23 @@ private:
 
 Q_DECLARE_METATYPE(Scenario)
 
+namespace {
+
+/// Runs the scenario of the current row, and tries the states of the disks.
+Count replayOfRow(const ToolRun &tool)
+{
+    QFETCH(Scenario, scenario);
+    tool.make({"work/"});
+    const TmpfsMount memory(tool.path() + "/work", "size=256m");
+    const Recorded recorded = record(tool, scenario);
+    require(recorded.outcome.exitCode == scenario.exitCode, toString(recorded.outcome));
+    const Count count = Replay(tool, recorded, scenario.rule).run();
+    qInfo("%s: %d states, %d bad", fileSystem().constData(), count.states, count.bad);
+    return count;
+}
+
+} // namespace
+
 class PowerCutTest : public QObject
 {
     Q_OBJECT
@@ -464,14 +481,8 @@ void PowerCutTest::reportedIsKept_data()
 
 void PowerCutTest::reportedIsKept()
 {
-    QFETCH(Scenario, scenario);
     const ToolRun tool;
-    tool.make({"work/"});
-    const TmpfsMount memory(tool.path() + "/work", "size=256m");
-    const Recorded recorded = record(tool, scenario);
-    QVERIFY2(recorded.outcome.exitCode == scenario.exitCode, toString(recorded.outcome));
-    const Count count = Replay(tool, recorded, scenario.rule).run();
-    qInfo("%s: %d states, %d bad", fileSystem().constData(), count.states, count.bad);
+    const Count count = replayOfRow(tool);
     QVERIFY2(count.bad == 0, count.problems.join("; ").constData());
 }
 
@@ -483,16 +494,9 @@ void PowerCutTest::lossesAreFound_data()
 /// Without any flush, a power cut costs files, or the rows above would prove nothing.
 void PowerCutTest::lossesAreFound()
 {
-    QFETCH(Scenario, scenario);
     ToolRun tool;
     tool.environment.insert("LD_PRELOAD", UNFLUSHED_PATH);
-    tool.make({"work/"});
-    const TmpfsMount memory(tool.path() + "/work", "size=256m");
-    const Recorded recorded = record(tool, scenario);
-    QVERIFY2(recorded.outcome.exitCode == scenario.exitCode, toString(recorded.outcome));
-    const Count count = Replay(tool, recorded, scenario.rule).run();
-    qInfo("%s: %d states, %d bad", fileSystem().constData(), count.states, count.bad);
-    QVERIFY(count.bad > 0);
+    QVERIFY(replayOfRow(tool).bad > 0);
 }
 
 QTEST_GUILESS_MAIN(PowerCutTest)

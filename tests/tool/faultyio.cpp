@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: MIT
 // A device that fails. Preloaded into vornfh, this library makes calls of the C library fail for the files
 // below a folder. The programs that vornfh starts are not affected. Environment variables:
-//   FAULTY_CALL     what fails: read, write, ftruncate, fsync, syncfs, close, rename, unlink, mkdir or any
-//   FAULTY_NUMBER   which of these calls fails, counted from 1; none if it is 0
-//   FAULTY_ONWARDS  if it is set, all later ones fail too
-//   FAULTY_ERROR    the error number
-//   FAULTY_FOLDER   the folder
-//   FAULTY_LOG      a file to which the path of each failed call is written, one a line
+//   FAULTY_CALL     what fails: read, write, ftruncate, fsync, syncfs, close, rename, unlink, mkdir, fstatat
+//   or any FAULTY_NUMBER   which of these calls fails, counted from 1; none if it is 0 FAULTY_ONWARDS  if it
+//   is set, all later ones fail too FAULTY_ERROR    the error number FAULTY_FOLDER   the folder FAULTY_LOG a
+//   file to which the path of each failed call is written, one a line
 // Each word stands for all functions with that effect. close() counts only for a descriptor to which the tool
 // has written: no other can lose anything. Data is transferred in parts of at most 8 KiB, so that files of
 // moderate size take several calls.
@@ -283,6 +281,14 @@ int remove(const char *path) noexcept
 {
     static const auto next = real<int(const char *)>("remove");
     return fails("unlink", path) ? -1 : next(path);
+}
+
+/// FAULTY_FOLDER may be the file itself.
+int fstatat(int folder, const char *name, struct stat *status, int flags) noexcept
+{
+    static const auto next = real<int(int, const char *, struct stat *, int)>("fstatat");
+    return fails("fstatat", (pathOf(folder) + "/" + name + "/").c_str()) ? -1
+                                                                         : next(folder, name, status, flags);
 }
 
 int mkdir(const char *path, mode_t mode) noexcept

@@ -3,6 +3,7 @@
 #include "standins.h"
 #include "toolsupport.h"
 
+#include <QDir>
 #include <QFile>
 #include <QRegularExpression>
 #include <QTest>
@@ -65,7 +66,8 @@ Tree contents(const ToolRun &tool)
     return entries;
 }
 
-Run runWith(const Fault &fault, const Situation &situation)
+/// Only calls for files at or below @p path fail.
+Run runWith(const Fault &fault, const Situation &situation, const QString &path = ".")
 {
     Run run;
     ToolRun tool;
@@ -83,7 +85,7 @@ Run runWith(const Fault &fault, const Situation &situation)
     tool.environment.insert("FAULTY_NUMBER", QString::number(fault.number));
     tool.environment.insert("FAULTY_ONWARDS", fault.isLasting ? "yes" : "");
     tool.environment.insert("FAULTY_ERROR", QString::number(fault.error));
-    tool.environment.insert("FAULTY_FOLDER", tool.path());
+    tool.environment.insert("FAULTY_FOLDER", QDir::cleanPath(tool.path() + "/" + path));
     tool.environment.insert("FAULTY_LOG", log);
     run.outcome = tool.runOnStorages(situation.arguments);
     run.after = contents(tool);
@@ -292,6 +294,8 @@ private slots:
     void namesWhatAFailedRecordingLeaves_data();
     void namesWhatAFailedRecordingLeaves();
     void goesOnIfALeftoverCannotBeDeleted();
+    void namesAnEntryThatCannotBeRead_data();
+    void namesAnEntryThatCannotBeRead();
 };
 
 void VornfhFaultsTest::survivesEveryFault_data()
@@ -446,6 +450,34 @@ void VornfhFaultsTest::goesOnIfALeftoverCannotBeDeleted()
     QCOMPARE(run.outcome, (Outcome{0, "@/a.jpg -> @/sd/DCIM/100ABC/a.jpg\n", errorLines({message})}));
     QCOMPARE(without(run.after, run.before), Tree{"sd/DCIM/100ABC/a.jpg = a"});
     QCOMPARE(without(run.before, run.after), Tree());
+}
+
+void VornfhFaultsTest::namesAnEntryThatCannotBeRead_data()
+{
+    QTest::addColumn<QByteArrayList>("arguments");
+    QTest::addColumn<QByteArray>("out");
+    QTest::addColumn<QByteArray>("err");
+    const QByteArray problem = "@/sd/DCIM/100ABC/DCF_0002.jpg: cannot be read: Input/output error";
+    row("status", QByteArrayList{"status", "sd"}, "\n  problem         " + problem + "\n", QByteArray());
+    row("record", QByteArrayList{"record", "sd", "--type", "wav", "--duration", "0.1"},
+        QByteArray("@/sd/DCIM/100ABC/DCF_0003.wav\n"), errorLines({problem}));
+    row("copy", QByteArrayList{"copy", "in/a.jpg", "sd", "100ABC"},
+        QByteArray("@/in/a.jpg -> @/sd/DCIM/100ABC/a.jpg\n"), errorLines({problem}));
+    row("move", QByteArrayList{"move", "in/a.jpg", "sd", "100ABC"},
+        QByteArray("@/in/a.jpg -> @/sd/DCIM/100ABC/a.jpg\n"), errorLines({problem}));
+}
+
+void VornfhFaultsTest::namesAnEntryThatCannotBeRead()
+{
+    QFETCH(QByteArrayList, arguments);
+    QFETCH(QByteArray, out);
+    QFETCH(QByteArray, err);
+    const Situation situation = {
+        {"in/a.jpg = a", "sd/DCIM/100ABC/DCF_0001.jpg", "sd/DCIM/100ABC/DCF_0002.jpg"}, arguments, false};
+    const Run run = runWith({"fstatat", 1, true, EIO}, situation, "sd/DCIM/100ABC/DCF_0002.jpg");
+    QCOMPARE(run.outcome.exitCode, 0);
+    QVERIFY2(run.outcome.out.endsWith(out), run.outcome.out);
+    QCOMPARE(run.outcome.err, err);
 }
 
 QTEST_GUILESS_MAIN(VornfhFaultsTest)

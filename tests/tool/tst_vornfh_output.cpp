@@ -7,7 +7,7 @@
 #include <QTest>
 #include <QVector>
 
-/// Standard output cannot be written: it is closed, a full device, or a pipe that nobody reads.
+/// Standard output cannot be written: it is closed, a full device, or a pipe without a reader.
 class VornfhOutputTest : public QObject
 {
     Q_OBJECT

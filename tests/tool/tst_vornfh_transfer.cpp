@@ -80,7 +80,7 @@ void makeSparse(const QString &path)
             "sparse file");
 }
 
-/// A card that is a file system of its own, so that nothing can be moved there without a copy.
+/// A card with its own file system, so that nothing can be moved there without a copy.
 class Card
 {
 public:

@@ -85,22 +85,27 @@ void requireMounted(const Storage &storage)
                           .arg(storage.location, storage.block));
 }
 
-QStringList problemsOf(const Storage &storage)
+QStringList problemsOf(const QString &path)
 {
     QStringList problems;
-    const QString path = nearestExisting(storage.location);
-    if (isReadOnlyAfterError(path))
+    const QString existing = nearestExisting(path);
+    if (isReadOnlyAfterError(existing))
         problems.append("the kernel has made the file system read-only after an error; unmount and check it");
-    if (wasNotUnmounted(path))
+    if (wasNotUnmounted(existing))
         problems.append("the file system was not unmounted properly; unmount and check it");
     return problems;
+}
+
+void reportProblems(const QString &path)
+{
+    for (const QString &problem : problemsOf(path))
+        printError(path + ": " + problem);
 }
 
 void requireWritable(const Storage &storage)
 {
     requireMounted(storage);
-    for (const QString &problem : problemsOf(storage))
-        printError(storage.location + ": " + problem);
+    reportProblems(storage.location);
     if (isOnReadOnlyFileSystem(nearestExisting(storage.location)))
         throw Failure(storage.location + ": is on a read-only file system");
 }

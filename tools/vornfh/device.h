@@ -45,12 +45,14 @@ bool isMountMissing(const Storage &storage);
 /// Throws Failure if isMountMissing() or the configured block device is not present.
 void requireMounted(const Storage &storage);
 
-/// What is known to be wrong with the file system of the storage device, each as a clause; empty if nothing
-/// is.
-QStringList problemsOf(const Storage &storage);
+/// What is known to be wrong with the file system of @p path, or of the folder that it would be created in,
+/// each as a clause; empty if nothing is.
+QStringList problemsOf(const QString &path);
 
-/// Throws Failure if requireMounted() does, or if the file system is read-only. The problems in problemsOf()
-/// are only printed on standard error, because a camera must keep recording.
+/// Prints problemsOf(@p path) on standard error. They are not failures: a camera must keep recording.
+void reportProblems(const QString &path);
+
+/// Throws Failure if requireMounted() does, or if the file system is read-only. Calls reportProblems().
 void requireWritable(const Storage &storage);
 
 #endif // DEVICE_H

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "commands.h"
+#include "device.h"
 #include "durable.h"
 #include "files.h"
 #include "paths.h"
@@ -153,6 +154,7 @@ ExitCode writeComment(const QString &given, const QString &text)
     const Photo photo(path);
     catchStopSignals();
     Exiv2::LogMsg::setLevel(Exiv2::LogMsg::mute);
+    reportProblems(path);
     removeLeftovers(photo.folder());
     const Descriptor copy = photo.inMemory();
     writeCommentTo(copy, path, text);

@@ -42,16 +42,19 @@ QString withResolvedFolder(const QString &path)
     return folder.isEmpty() ? path : QDir(folder).filePath(path.mid(slash + 1));
 }
 
-bool isInStorage(const QString &path, const QList<Storage> &storages)
+/// Returns the storage device whose location contains @p path; nullptr if none does.
+const Storage *storageOf(const QString &path, const QList<Storage> &storages)
 {
-    return std::any_of(storages.begin(), storages.end(), [&path](const Storage &storage) {
+    const auto found = std::find_if(storages.begin(), storages.end(), [&path](const Storage &storage) {
         const QString location = QFileInfo(storage.location).canonicalFilePath();
         return !location.isEmpty() && location != "/" && isInside(path, location);
     });
+    return found == storages.end() ? nullptr : &*found;
 }
 
-/// Deletes a file and returns the folder that it was in.
-QString deleteFile(const QString &path, const QList<Storage> &storages)
+/// Deletes a file and returns the folder that it was in. Reports what is wrong with its storage device if it
+/// is the first there.
+QString deleteFile(const QString &path, const QList<Storage> &storages, std::set<eStorageType> &reported)
 {
     struct stat status = {};
     if (!readLinkStatus(path, status))
@@ -61,8 +64,11 @@ QString deleteFile(const QString &path, const QList<Storage> &storages)
     if (!S_ISREG(status.st_mode) && !S_ISLNK(status.st_mode))
         throw FileFailure(path, "is not a regular file");
     const QString resolved = withResolvedFolder(path);
-    if (!isInStorage(resolved, storages))
+    const Storage *storage = storageOf(resolved, storages);
+    if (!storage)
         throw FileFailure(path, "is not in the location of a configured storage device");
+    if (reported.insert(storage->type).second)
+        reportProblems(storage->location);
     VornFileHandler::deleteFile(resolved);
     // The library does not report the reason for a failure; a second attempt does.
     if (readLinkStatus(resolved, status) && ::unlink(QFile::encodeName(resolved).constData()) != 0)
@@ -93,10 +99,11 @@ ExitCode deleteFiles(const std::vector<std::string> &files, const QList<Storage>
     constexpr auto INTERVAL = std::chrono::seconds(1);
     auto lastReport = std::chrono::steady_clock::now();
     Deleted deleted;
+    std::set<eStorageType> reported;
     int failures = 0;
     failures += forEachReporting(files, [&](const std::string &file) {
         const QString path = pathArgument(file);
-        deleted.folders.insert(deleteFile(path, storages));
+        deleted.folders.insert(deleteFile(path, storages, reported));
         deleted.paths.append(path);
         if (std::chrono::steady_clock::now() - lastReport < INTERVAL)
             return;

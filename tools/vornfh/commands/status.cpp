@@ -29,7 +29,7 @@ struct Status {
 
 QStringList allProblems(const Storage &storage)
 {
-    QStringList problems = problemsOf(storage) + unreadableEntries(storage.location);
+    QStringList problems = problemsOf(storage.location) + unreadableEntries(storage.location);
     for (const QString &folder : numberedFolders(storage))
         problems += unreadableEntries(storage.location + "/" + folder);
     return problems;
