@@ -9,8 +9,11 @@
 #include <QFile>
 #include <QThread>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
+#include <utility>
 
 #include <fcntl.h>
 #include <linux/fs.h>
@@ -46,6 +49,25 @@ Snapshot snapshotOf(const QString &folder)
             found[name] = UNREADABLE;
     }
     return found;
+}
+
+QVector<QByteArrayList> filesThatShareContent(const QString &folder)
+{
+    QMap<std::pair<dev_t, int>, QByteArrayList> byBlock; // of a device
+    QDirIterator entries(folder, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (entries.hasNext()) {
+        const QString path = entries.next();
+        QFile file(path);
+        int block = 0;
+        struct stat status = {};
+        if (file.size() > 0 && file.open(QIODevice::ReadOnly) && ::fstat(file.handle(), &status) == 0
+            && ::ioctl(file.handle(), FIBMAP, &block) == 0 && block > 0)
+            byBlock[{status.st_dev, block}].append(QFile::encodeName(path.mid(folder.size() + 1)));
+    }
+    QVector<QByteArrayList> groups;
+    std::copy_if(byBlock.begin(), byBlock.end(), std::back_inserter(groups),
+                 [](const QByteArrayList &files) { return files.size() > 1; });
+    return groups;
 }
 
 LoopDevice::LoopDevice(const QString &file)
@@ -100,9 +122,14 @@ Mount::~Mount()
 void makeFileSystem(const QString &file, const QByteArray &fileSystem, qint64 bytes)
 {
     QFile image(file);
-    require(image.open(QIODevice::ReadWrite | QIODevice::Truncate) && image.resize(bytes), "image");
+    // What is not written holds old data, as on a used card.
+    const QByteArray old(static_cast<int>(bytes), '\xa5');
+    require(image.open(QIODevice::ReadWrite | QIODevice::Truncate) && image.write(old) == bytes, "image");
+    image.close();
     static const QMap<QByteArray, QStringList> ARGUMENTS = {
-        {"ext4", {"-q", "-b", "1024", "-J", "size=1", "-O", "^resize_inode", "-m", "0"}},
+        {"ext4",
+         {"-q", "-b", "1024", "-J", "size=1", "-O", "^resize_inode", "-m", "0", "-E",
+          "lazy_itable_init=0,nodiscard"}},
         {"vfat", {}},
         {"exfat", {}}};
     QProcess program;

@@ -2,7 +2,7 @@
 #ifndef DISKS_H
 #define DISKS_H
 
-#include <QByteArray>
+#include <QByteArrayList>
 #include <QMap>
 #include <QProcess>
 #include <QString>
@@ -19,6 +19,10 @@ extern const QByteArray UNREADABLE;
 
 /// Everything below @p folder, except "lost+found".
 Snapshot snapshotOf(const QString &folder);
+
+/// Groups of files below @p folder with the same content on the device, not only the same bytes: if one of
+/// them were deleted, the others would lose theirs. Only FAT and exFAT allow that, and reveal it.
+QVector<QByteArrayList> filesThatShareContent(const QString &folder);
 
 /// A file as a block device, until the end of the scope.
 class LoopDevice

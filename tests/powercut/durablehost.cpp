@@ -4,6 +4,7 @@
 // The functions are those of docs/integration.md, "Durable recording".
 #include "vornfilehandler.h"
 
+#include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
 
@@ -43,9 +44,9 @@ bool record(const QString &path, const QByteArray &content)
 bool replace(const QString &path, const QByteArray &content)
 {
     const QString folder = QFileInfo(path).path();
-    const QString hidden = folder + "/.new-" + QFileInfo(path).fileName();
+    const QString hidden = QString("%1/.new-%2").arg(folder).arg(QDateTime::currentMSecsSinceEpoch());
     QFile file(hidden);
-    const bool isWritten = file.open(QIODevice::WriteOnly | QIODevice::Truncate)
+    const bool isWritten = file.open(QIODevice::WriteOnly | QIODevice::NewOnly)
                            && file.write(content) == content.size() && file.flush();
     file.close();
     if (!isWritten || !flush(hidden))

@@ -11,6 +11,7 @@
 
 #include <QFile>
 
+#include <algorithm>
 #include <memory>
 #include <stdexcept>
 #include <vector>
@@ -188,6 +189,55 @@ bool isReported(const QByteArray &path, const QByteArrayList &lines, const QByte
     return lines.contains("exit");
 }
 
+QByteArray folderOf(const QByteArray &path)
+{
+    return path.left(path.lastIndexOf('/', path.size() - 2) + 1);
+}
+
+bool isTemporary(const QByteArray &path)
+{
+    return path.contains("/.vornfh-") || path.contains("/.new-"); // of the tool, of the host
+}
+
+/// Returns whether the tool has marked that files in @p folder were being renamed.
+bool hasMark(const Snapshot &state, const QByteArray &folder)
+{
+    const QByteArrayList paths = state.keys();
+    return std::any_of(paths.begin(), paths.end(), [&folder](const QByteArray &path) {
+        return path.startsWith(folder + ".vornfh-") && path.endsWith(".renaming");
+    });
+}
+
+/// Two names can share their content only while a file is being renamed. One of them is then a temporary one,
+/// and a mark keeps it from being deleted.
+QByteArray sharedContentIn(const QString &folder, const Snapshot &state)
+{
+    for (const QByteArrayList &files : filesThatShareContent(folder)) {
+        const auto isSafe = [&state](const QByteArray &path) {
+            return path.contains("/.new-") || (isTemporary(path) && hasMark(state, folderOf(path)));
+        };
+        if (std::count_if(files.begin(), files.end(), isSafe) < files.size() - 1)
+            return files.join(" and ") + " share their content";
+    }
+    return QByteArray();
+}
+
+/// The same for folders, whose content cannot be located.
+QByteArray sharedFolderIn(const Snapshot &state, const Snapshot &before)
+{
+    for (const QByteArray &hidden : state.keys()) {
+        const QByteArray parent = folderOf(hidden);
+        if (!isTemporary(hidden) || !hidden.endsWith('/') || fileSystem() == "ext4" || hasMark(state, parent))
+            continue;
+        for (const QByteArray &path : state.keys()) {
+            if (path.endsWith('/') && folderOf(path) == parent && !isTemporary(path)
+                && !before.contains(path))
+                return hidden + " and " + path + " may be the same folder";
+        }
+    }
+    return QByteArray();
+}
+
 /// Returns what is wrong with @p state of the disks; empty if nothing is.
 QByteArray problemIn(const Snapshot &state, const Recorded &recorded, Scenario::Rule rule,
                      const QByteArrayList &lines, const QByteArray &root)
@@ -214,14 +264,14 @@ QByteArray problemIn(const Snapshot &state, const Recorded &recorded, Scenario::
             return path + " is lost";
     }
     for (const QByteArray &path : state.keys()) {
-        if (path.contains("/.new-")) // of the host
+        if (isTemporary(path))
             continue;
         const bool isKnown = recorded.before.contains(path) || recorded.after.contains(path);
         // A long name on FAT can take two sectors; without one of them, the file has only its short name.
         const bool isShortName = fileSystem() == "vfat" && path.contains('~')
                                  && recorded.before.values().contains(state.value(path));
         const bool isFolderBeingDeleted = rule == Scenario::Deletes && recorded.before.contains(path + "/");
-        if (!isKnown && !isFolderBeingDeleted && !isShortName && !path.contains("/.vornfh-"))
+        if (!isKnown && !isFolderBeingDeleted && !isShortName)
             return path + " is neither old nor new";
     }
     return QByteArray();
@@ -340,7 +390,11 @@ private:
         const QString folder = mTool.path() + "/work/mounted";
         try {
             const MountedDisks disks(mLoops, folder, true);
-            return problemIn(snapshotOfDisks(folder), mRecorded, mRule, mLines, mTool.path().toUtf8());
+            const Snapshot state = snapshotOfDisks(folder);
+            const QByteArrayList problems = {
+                sharedContentIn(folder, state), sharedFolderIn(state, mRecorded.before),
+                problemIn(state, mRecorded, mRule, mLines, mTool.path().toUtf8())};
+            return problems.join();
         } catch (const std::exception &error) {
             return error.what(); // it cannot be mounted
         }
@@ -372,6 +426,8 @@ Count replayOfRow(const ToolRun &tool)
     const TmpfsMount memory(tool.path() + "/work", "size=256m");
     const Recorded recorded = record(tool, scenario);
     require(recorded.outcome.exitCode == scenario.exitCode, toString(recorded.outcome));
+    const QByteArrayList left = recorded.after.keys();
+    require(std::none_of(left.begin(), left.end(), isTemporary), "left: " + left.join(", "));
     const Count count = Replay(tool, recorded, scenario.rule).run();
     qInfo("%s: %d states, %d bad", fileSystem().constData(), count.states, count.bad);
     return count;
@@ -455,6 +511,11 @@ void PowerCutTest::reportedIsKept_data()
                  CARD,
                  {"move", "@/sd/DCIM/100ABC/DCF_0001.jpg", "@/sd/DCIM/100ABC/DCF_0002.wav", "usb", "kept"}});
 
+    row("move-that-continues-an-interrupted-one",
+        Scenario{Scenario::Whole,
+                 CARD + Tree{"sd/DCIM/kept/DCF_0002.wav = two"},
+                 {"move", "@/sd/DCIM/100ABC/DCF_0001.jpg", "@/sd/DCIM/100ABC/DCF_0002.wav", "sd", "kept"}});
+
     row("comment-a-photo",
         Scenario{Scenario::Whole, CARD, {"comment", "@/sd/DCIM/100ABC/DCF_0001.jpg", "a comment"}});
     row("comment-a-png-photo", Scenario{Scenario::Whole,
@@ -476,6 +537,12 @@ void PowerCutTest::reportedIsKept_data()
         Scenario{Scenario::InPlace, {}, {"host", "record", "@/sd/DCIM"}});
     row("host-that-replaces-a-file",
         Scenario{Scenario::Whole, CARD, {"host", "replace", "@/sd/DCIM/100ABC/DCF_0001.jpg"}});
+    row("next-on-an-empty-card", Scenario{Scenario::Whole, {}, {"next", "sd", "jpg"}});
+    row("next-after-number-9999",
+        Scenario{Scenario::Whole, {"sd/DCIM/100ABC/DCF_9999.wav = last"}, {"next", "sd", "jpg"}});
+    row("gallery-in-the-place-of-another", Scenario{Scenario::Whole,
+                                                    CARD + Tree{"usb/page.html = other"},
+                                                    {"gallery", "sd", "-o", "@/usb/page.html", "--force"}});
     row("gallery", Scenario{Scenario::Whole, CARD, {"gallery", "sd", "-o", "@/usb/page.html"}});
 }
 

@@ -41,6 +41,9 @@ const QByteArray NOT_CLOSED =
     "has no end: it is being recorded, or its recording was interrupted, and a player may refuse it";
 const QByteArray LEFTOVER =
     "was left by an interrupted command; the next one that writes to this folder removes it";
+const QByteArray LEFTOVER_KEPT =
+    "was left by an interrupted command; it may share its content with another file; unmount the storage "
+    "device, check it with fsck, then delete it";
 
 /// The start of an AVI or WAV file, with @p size in its header, in hexadecimal digits.
 QByteArray riff(const QByteArray &size)
@@ -216,6 +219,9 @@ void VornfhCheckTest::reportsOddFiles_data()
          "DCF_0004.mkv: " + NOT_CLOSED, "DCF_0005.mkv: " + NOT_CLOSED, "DCF_0006.avi: " + NOT_CLOSED});
     row("leftovers", {".vornfh-99999999-ABC123 = x", ".vornfh-99999999-folder/", ".vornfh-99999999-ABC = x"},
         {".vornfh-99999999-ABC123: " + LEFTOVER, ".vornfh-99999999-folder: " + LEFTOVER});
+    row("leftover-that-was-being-renamed",
+        {".vornfh-99999999-ABC123 = x", ".vornfh-99999999-ABC124.renaming"},
+        {".vornfh-99999999-ABC123: " + LEFTOVER_KEPT});
     row("thumbnail-alone-and-of-an-audio-file",
         {"DCF_0001.thumb = x", "DCF_0002.thumb = x", "DCF_0002.wav = x"},
         {"DCF_0001.thumb: " + THUMBNAIL_ALONE, "DCF_0002.thumb: " + THUMBNAIL_ALONE});

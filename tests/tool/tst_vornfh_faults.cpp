@@ -294,6 +294,8 @@ private slots:
     void namesWhatAFailedRecordingLeaves_data();
     void namesWhatAFailedRecordingLeaves();
     void goesOnIfALeftoverCannotBeDeleted();
+    void putsAMovedFileBackIfItCannotBeFlushed();
+    void doesNotReportARecordingWithLostData();
     void namesAnEntryThatCannotBeRead_data();
     void namesAnEntryThatCannotBeRead();
 };
@@ -420,7 +422,7 @@ void VornfhFaultsTest::namesWhatAFailedRecordingLeaves_data()
     const auto row = [](const char *name, const char *script, const char *out, const QByteArray &message) {
         QTest::newRow(name) << QByteArray(script) << QByteArray(out)
                             << message
-                                   + ": ffmpeg exited with code 1; what there is of it cannot be deleted: "
+                                   + ": ffmpeg exited with code 1; the incomplete file cannot be deleted: "
                                      "Input/output error";
     };
     row("recording", "exit 1", "", "@/sd/DCIM/100ABC/DCF_0001.jpg: recording failed");
@@ -450,6 +452,40 @@ void VornfhFaultsTest::goesOnIfALeftoverCannotBeDeleted()
     QCOMPARE(run.outcome, (Outcome{0, "@/a.jpg -> @/sd/DCIM/100ABC/a.jpg\n", errorLines({message})}));
     QCOMPARE(without(run.after, run.before), Tree{"sd/DCIM/100ABC/a.jpg = a"});
     QCOMPARE(without(run.before, run.after), Tree());
+}
+
+void VornfhFaultsTest::putsAMovedFileBackIfItCannotBeFlushed()
+{
+    const Situation situation = {
+        {"sd/DCIM/100ABC/a.jpg = a", "sd/DCIM/100ABC/b.jpg = b", "sd/DCIM/kept/a.jpg = other"},
+        {"move", "sd/DCIM/100ABC/a.jpg", "sd/DCIM/100ABC/b.jpg", "sd", "kept"},
+        false};
+    const Run run = runWith({"syncfs", 1, true, EIO}, situation);
+    const QByteArray problem = ": @/sd/DCIM/kept: cannot be flushed to the device: Input/output error";
+    QCOMPARE(run.outcome,
+             (Outcome{1, "",
+                      errorLines({"@/sd/DCIM/100ABC/a.jpg" + problem, "@/sd/DCIM/100ABC/b.jpg" + problem,
+                                  "2 of 2 files not moved"})}));
+    QCOMPARE(run.after, run.before);
+}
+
+/// The kernel reports an error of the device once. A recording is not reported because a later flush
+/// succeeds.
+void VornfhFaultsTest::doesNotReportARecordingWithLostData()
+{
+    StandIns programs;
+    programs.add("ffmpeg",
+                 FIND_TARGET + "case $* in *lavfi*) echo data > \"$target\"; exec sleep 60; esac; exit 1");
+    const Run run =
+        runWith({"fsync", 1, false, EIO}, {{"sd/DCIM/100ABC/"}, {"record", "sd", "--type", "wav"}, false});
+    const QByteArray path = "sd/DCIM/100ABC/DCF_0001.wav";
+    QCOMPARE(run.faults, QByteArrayList{"@/" + path});
+    QCOMPARE(run.outcome.exitCode, 1);
+    QCOMPARE(run.outcome.out, QByteArray());
+    QVERIFY2(
+        run.outcome.err.startsWith("vornfh: @/" + path + ": recording ended early: Input/output error\n"),
+        run.outcome.err);
+    QVERIFY(run.after.contains(path + " = data\n"));
 }
 
 void VornfhFaultsTest::namesAnEntryThatCannotBeRead_data()

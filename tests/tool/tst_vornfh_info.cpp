@@ -497,7 +497,7 @@ void VornfhInfoTest::aKilledCommentLeavesThePhoto()
 
     tool.environment = usual;
     QCOMPARE(tool.run({"comment", "a.jpg", "x"}),
-             tool.success("", errorLines({"@/" + left + ": removed; an interrupted command had left it"})));
+             tool.success("", errorLines({"@/" + left + ": left by an interrupted command; removed"})));
     QCOMPARE(readComment(tool.path() + "/a.jpg"), unicode("x"));
     QCOMPARE(tree(tool.path()), Tree{"a.jpg"});
 }

@@ -53,7 +53,9 @@ private slots:
     void aSecondSignalEndsTheToolAtOnce_data();
     void aSecondSignalEndsTheToolAtOnce();
     void aKilledToolEndsFfmpeg();
+    void removesWhatAnInterruptedCommandLeft_data();
     void removesWhatAnInterruptedCommandLeft();
+    void removesWhatAProcessWithTheSameNumberLeft();
     void refusesWrongValues_data();
     void refusesWrongValues();
 };
@@ -276,9 +278,6 @@ void VornfhRecordTest::neverOverwritesATakenName_data()
         usedUp);
     row("thumbnail-has-the-last-number-of-all", {"999ABC/DCF_9998.avi = x", "999ABC/DCF_9999.thumb = x"},
         "storage sd has no numbers left: the number of @/sd/DCIM/999ABC/DCF_9999.avi is taken");
-    row("file-in-place-of-the-next-folder",
-        {"100ABC/DCF_9998.avi = x", "100ABC/DCF_9999.thumb = x", "101ABC = x"},
-        "@/sd/DCIM/101ABC: is not a folder");
 }
 
 void VornfhRecordTest::neverOverwritesATakenName()
@@ -310,6 +309,13 @@ void VornfhRecordTest::skipsATakenNumber_data()
         {"100ABC/DCF_0003.avi", "100ABC/DCF_0005.avi"});
     row("thumbnail-has-the-last-number", {"100ABC/DCF_9998.avi = x", "100ABC/DCF_9999.thumb = x"},
         {"101ABC/DCF_0001.avi", "101ABC/DCF_0002.avi"});
+    row("file-in-place-of-the-next-folder",
+        {"100ABC/DCF_9998.avi = x", "100ABC/DCF_9999.thumb = x", "101ABC = x"},
+        {"102ABC/DCF_0001.avi", "102ABC/DCF_0002.avi"});
+    row("file-in-place-of-the-folder-after-a-full-one", {"100ABC/DCF_9999.avi = x", "101ABC -> nowhere"},
+        {"102ABC/DCF_0001.avi", "102ABC/DCF_0002.avi"});
+    row("folder-without-a-number", {"XABC/"}, {"100ABC/DCF_0001.avi", "100ABC/DCF_0002.avi"},
+        noFolderNumberLine().repeated(6));
     row("folder-has-the-name", {"100ABC/DCF_0001.avi = x", "100ABC/DCF_0002.avi/"},
         {"100ABC/DCF_0003.avi", "100ABC/DCF_0004.avi"});
     row("dangling-link-has-the-number", {"100ABC/DCF_0001.avi = x", "100ABC/DCF_0002.png -> nowhere"},
@@ -684,18 +690,51 @@ void VornfhRecordTest::aKilledToolEndsFfmpeg()
     QTRY_VERIFY(!isRunning(processIn(tool, "ffmpeg")));
 }
 
+void VornfhRecordTest::removesWhatAnInterruptedCommandLeft_data()
+{
+    QTest::addColumn<Tree>("left"); // in the last folder
+    QTest::addColumn<Tree>("kept");
+    QTest::addColumn<QByteArrayList>("messages");
+    const QByteArray file = ".vornfh-99999999-abcdef";
+    const QByteArray mark = ".vornfh-99999999-fedcba.renaming";
+    const QByteArray start = "@/sd/DCIM/101ABC/" + file + ": left by an interrupted command";
+    row("file", Tree{file + " = x"}, Tree{}, QByteArrayList{start + "; removed"});
+    row("folder", Tree{file + "/"}, Tree{}, QByteArrayList{start + "; removed"});
+    row("file-that-was-being-renamed", Tree{file + " = x", mark}, Tree{file + " = x", mark},
+        QByteArrayList{start
+                       + " and kept: it may share its content with another file; unmount the storage device, "
+                         "check it with fsck, then delete it"});
+    row("mark-of-renamed-files", Tree{mark}, Tree{}, QByteArrayList{});
+    row("name-that-is-not-the-tool's", Tree{".vornfh-x"}, Tree{".vornfh-x"}, QByteArrayList{});
+}
+
 void VornfhRecordTest::removesWhatAnInterruptedCommandLeft()
+{
+    QFETCH(Tree, left);
+    QFETCH(Tree, kept);
+    QFETCH(QByteArrayList, messages);
+    StandIns programs;
+    programs.add("ffmpeg", WRITE_DATA);
+    const ToolRun tool;
+    tool.make(onCard({"100ABC/.vornfh-99999999-abcdef = x"}) + below("sd/DCIM/101ABC/", left));
+    QCOMPARE(tool.runOnStorages({"record", "sd", "--type", "wav"}),
+             tool.success("@/sd/DCIM/101ABC/DCF_0001.wav\n", errorLines(messages)));
+    QCOMPARE(treeWithContents(tool.sd()), (Tree{"100ABC/", "100ABC/.vornfh-99999999-abcdef = x", "101ABC/"}
+                                           + below("101ABC/", kept + Tree{"DCF_0001.wav = data\n"})));
+}
+
+/// A camera can give the tool the same process number at every start.
+void VornfhRecordTest::removesWhatAProcessWithTheSameNumberLeft()
 {
     StandIns programs;
     programs.add("ffmpeg", WRITE_DATA);
     const ToolRun tool;
-    tool.make(onCard({"100ABC/.vornfh-99999999-abcdef = x", "101ABC/.vornfh-99999999-abcdef = x"}));
-    const QByteArray message =
-        "@/sd/DCIM/101ABC/.vornfh-99999999-abcdef: removed; an interrupted command had left it";
-    QCOMPARE(tool.runOnStorages({"record", "sd", "--type", "wav"}),
-             tool.success("@/sd/DCIM/101ABC/DCF_0001.wav\n", errorLines({message})));
-    QCOMPARE(tree(tool.sd()),
-             (Tree{"100ABC/", "100ABC/.vornfh-99999999-abcdef", "101ABC/", "101ABC/DCF_0001.wav"}));
+    tool.make({"sd/DCIM/100ABC/"});
+    const Outcome outcome = tool.runProgram(
+        "sh", {"-c", "touch sd/DCIM/100ABC/.vornfh-$$-abcdef; exec \"$0\" \"$@\"", ToolRun::toolPath(),
+               "--suffix", "ABC", "--sd", tool.sd(), "record", "sd", "--type", "wav"});
+    QCOMPARE(outcome.exitCode, 0);
+    QCOMPARE(tree(tool.sd()), (Tree{"100ABC/", "100ABC/DCF_0001.wav"}));
 }
 
 void VornfhRecordTest::refusesWrongValues_data()

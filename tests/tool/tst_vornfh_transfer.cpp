@@ -53,7 +53,7 @@ QByteArray alreadyThere(const QByteArray &path)
 /// The message about a file that an interrupted command has left.
 QByteArray removed(const QByteArray &path)
 {
-    return path + ": removed; an interrupted command had left it";
+    return path + ": left by an interrupted command; removed";
 }
 
 QByteArrayList sortedLines(const QByteArray &text)
@@ -313,7 +313,7 @@ void VornfhTransferTest::survivesABadCopy_data()
     QTest::addColumn<QByteArray>("script");
     QTest::addColumn<QByteArray>("message");
     const auto row = [](const QByteArray &name, const QByteArray &call, const QByteArray &script,
-                        const QByteArray &message = "its copy differs on the device") {
+                        const QByteArray &message = "the copy on the device differs") {
         for (const QByteArray command : {"copy", "move"})
             QTest::newRow(command + "-" + name) << command << call << script << message;
     };

@@ -40,19 +40,32 @@ private:
     Descriptor mFolder;
 };
 
-/// Creates the folder of the next recording if the library would, but so that a power failure cannot leave it
-/// unusable. Returns the numbering in it.
+bool isOccupied(const QString &folder)
+{
+    struct stat status = {};
+    return readLinkStatus(folder, status) && !QFileInfo(folder).isDir();
+}
+
+/// Creates the numbered folder @p folder, or the next one whose name is not taken by a file. Returns its
+/// number.
+int createNumberedFolder(const Storage &storage, const Numbering &numbering, int folder)
+{
+    while (folder < numbering.lastFolder && isOccupied(VornFileHandler::getDirPath(storage.type, folder)))
+        ++folder;
+    createFolder(VornFileHandler::getDirPath(storage.type, folder));
+    return folder;
+}
+
+/// Creates the folder of the next recording if the library would, but in such a way that a power failure
+/// cannot leave it unusable. Returns the numbering in it.
 Numbering createNextFolder(const Storage &storage, eFileTypes type)
 {
     Numbering numbering = numberingOf(storage);
-    const QString next = QFileInfo(nextPath(storage, numbering, type)).path();
-    const bool isAdvancing = next != numbering.folderPath;
-    if (!numbering.isCreated || isAdvancing)
-        createFolder(next);
-    if (isAdvancing) {
-        ++numbering.folder;
+    const bool isAdvancing = QFileInfo(nextPath(storage, numbering, type)).path() != numbering.folderPath;
+    const int folder = createNumberedFolder(storage, numbering, numbering.folder + (isAdvancing ? 1 : 0));
+    if (folder != numbering.folder)
         numbering.lastFile = 0;
-    }
+    numbering.folder = folder;
     return numbering;
 }
 
@@ -82,7 +95,7 @@ public:
                               .arg(mStorage.name, mPath));
         if (mNumber >= LAST_FILE) {
             mNumber = 0;
-            createFolder(VornFileHandler::getDirPath(mStorage.type, ++mNumbering.folder));
+            mNumbering.folder = createNumberedFolder(mStorage, mNumbering, mNumbering.folder + 1);
         }
         mPath = VornFileHandler::getFilePath(mStorage.type, mNumbering.folder, ++mNumber,
                                              VornFileHandler::getFileExtension(mType));
@@ -91,12 +104,22 @@ public:
 private:
     const Storage &mStorage;
     eFileTypes mType;
-    Numbering mNumbering; // before mPath: the folder is created with it
+    Numbering mNumbering; // before mPath: its initialiser creates the folder
     QString mPath;
     int mNumber;
 };
 
 } // namespace
+
+void createRecordingFolder(const Storage &storage, eFileTypes type)
+{
+    const Numbering numbering = numberingOf(storage);
+    if (QFileInfo(QFileInfo(nextPath(storage, numbering, type)).path()).isDir())
+        return;
+    createFolder(storage.location);
+    const LocationLock lock(storage.location);
+    flushWithFolders({VornFileHandler::getDirPath(storage.type, createNextFolder(storage, type).folder)});
+}
 
 int fileNumber(const QString &path)
 {

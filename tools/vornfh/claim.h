@@ -6,10 +6,14 @@
 
 #include <QString>
 
-/// Reserves the next number of the storage by creating the file, empty, and returns its path. Numbers that
-/// are taken by something that the numbering does not see are skipped: by a name in another case on FAT, by a
-/// folder or a link, or by a thumbnail alone, which would not match the recording. Throws Failure.
+/// Reserves the next number on the storage device by creating an empty file, and returns its path. Skips
+/// numbers that are taken by something that the numbering does not see: a name in another case on FAT or
+/// exFAT, a folder, a link, or a thumbnail without its recording. Throws Failure.
 QString claimPath(const Storage &storage, VORN_FILE_HANDLER::eFileTypes type);
+
+/// Creates the folder of the next recording unless it exists, and waits until it is on the device. Throws
+/// Failure.
+void createRecordingFolder(const Storage &storage, VORN_FILE_HANDLER::eFileTypes type);
 
 /// The number in a file name that the library built.
 int fileNumber(const QString &path);

@@ -23,8 +23,6 @@
 
 namespace {
 
-constexpr qint64 FAT_LIMIT = 0xFFFFFFFF;
-
 // A batch ends at the first of these limits, so that results are reported steadily.
 constexpr qint64 BATCH_BYTES = 256 << 20;
 constexpr auto BATCH_TIME = std::chrono::seconds(1);
@@ -125,6 +123,7 @@ void Transfer::lock()
     if (::flock(mFolder.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
         throw Failure(mPath + ": another vornfh is copying into this folder");
     mFileSystem = fileSystemOf(mPath);
+    mMount = mountOf(mPath);
 }
 
 /// The path that the library would give a copy. Throws FileFailure if every name is taken: the library would
@@ -175,17 +174,18 @@ bool Transfer::findExisting(Item &item) const
     return false;
 }
 
-/// Returns whether renaming the file is as safe as copying it. exFAT and file systems in user space may write
-/// that the file has left its folder before they write that it has arrived.
+/// Returns whether renaming the file is as safe as copying it. If the power fails meanwhile, FAT can keep
+/// both names, and deleting one then frees the content of the other; exFAT and file systems in user space can
+/// lose both.
 bool Transfer::canRename(const Source &source) const
 {
-    return mMode == Mode::Move && !source.isLink() && source.status().st_dev == mStatus.st_dev
-           && mFileSystem != FileSystem::Exfat && mFileSystem != FileSystem::UserSpace;
+    return mMode == Mode::Move && !source.isLink() && mFileSystem == FileSystem::Other
+           && source.status().st_dev == mStatus.st_dev && mountOf(source.path()) == mMount;
 }
 
 void Transfer::requireRoom(const Source &source) const
 {
-    if (mFileSystem == FileSystem::Fat && source.size() > FAT_LIMIT)
+    if (source.size() > largestFile(mPath))
         throw FileFailure(source.path(), "is too large for the FAT file system of " + mPath);
     const qint64 free = freeBytes(mPath);
     if (free < source.room())
@@ -193,8 +193,8 @@ void Transfer::requireRoom(const Source &source) const
                                              .arg(mPath, humanSize(source.room()), humanSize(free)));
 }
 
-/// A file stays in its folder until its batch is complete, so it could be copied twice and then be deleted
-/// once.
+/// A file stays in its folder until its batch is complete, so one that is given twice would be copied twice
+/// but deleted only once.
 void Transfer::requireGivenOnce(const Source &source)
 {
     if (mMode != Mode::Move)
@@ -259,8 +259,8 @@ void Transfer::write(Item &item)
         const ssize_t count = copyPart(source.descriptor(), target, offset, std::min(length, PART));
         require(count >= 0);
         if (count == 0)
-            break; // the file has become shorter, which is noticed when it is compared
-        ::sync_file_range(target, offset, count, SYNC_FILE_RANGE_WRITE); // begins to write, and does not wait
+            break; // the file has shrunk, which requireUnchanged() reports
+        ::sync_file_range(target, offset, count, SYNC_FILE_RANGE_WRITE); // starts writing without waiting
         offset += count;
         mProgress.addBytes(count);
     }
@@ -319,15 +319,18 @@ void Transfer::complete(Batch batch)
 {
     try {
         const bool areRenamed = batch.front().isRenamed();
-        if (!areRenamed)
+        std::optional<RenameMark> mark;
+        if (!areRenamed) {
+            mark.emplace(mPath);
             flushFileSystem(mPath);
+        }
         mProgress.setStage("comparing");
         forEach(batch, [this](Item &item) { compare(item); });
         forEach(batch, [this](Item &item) { name(item); });
         mProgress.setStage("flushing");
-        if (areRenamed && mFileSystem == FileSystem::Fat)
-            flushFolder(mPath); // before the folders that the files have left
         flushFileSystem(mPath);
+        if (mark)
+            mark->remove();
         if (mMode == Mode::Move)
             removeSources(batch);
         report(batch);
@@ -352,11 +355,15 @@ void Transfer::forEach(Batch &batch, const std::function<void(Item &)> &step)
     batch = std::move(rest);
 }
 
-/// Reports that nothing of @p batch is known to be on the device.
+/// Reports every file of @p batch as failed, because none is known to be on the device. Those that were
+/// renamed get their old names back.
 void Transfer::fail(Batch &batch, const Failure &failure)
 {
     forEach(batch, [&failure](Item &item) {
-        throw FileFailure(item.source->path(), QString::fromUtf8(failure.what()));
+        const bool isElsewhere =
+            item.isRenamed() && item.isNamed && !renameToNew(item.target, item.source->path());
+        throw FileFailure(item.source->path(), QString::fromUtf8(failure.what())
+                                                   + (isElsewhere ? "; it is now " + item.target : ""));
     });
 }
 
@@ -367,7 +374,7 @@ void Transfer::compare(const Item &item) const
         item.isRenamed() || hasSameContent(item.source->descriptor(), copy, item.source->path());
     item.source->requireUnchanged();
     if (!isSame)
-        throw FileFailure(item.source->path(), "its copy differs on the device");
+        throw FileFailure(item.source->path(), "the copy on the device differs");
 }
 
 /// Gives a copy, or the source itself, its name in the folder.
@@ -388,10 +395,7 @@ void Transfer::name(Item &item)
         item.target = freePath(item.source->name());
         mTaken.insert(item.target);
     }
-    // FAT records the location of the content only when the file is flushed, which must be before its old
-    // name is removed.
-    if (item.isRenamed() && mFileSystem == FileSystem::Fat)
-        flushFile(item.source->descriptor(), item.target);
+    item.isNamed = true;
 }
 
 /// Deletes the sources of copies; a source that was renamed is already gone.

@@ -65,25 +65,26 @@ public:
     Transfer(const Transfer &) = delete;
     Transfer &operator=(const Transfer &) = delete;
 
-    /// Writes a copy of @p source. Throws FileFailure; the source is then unchanged. The result is reported
-    /// later.
+    /// Writes a copy of @p source, unless an earlier run has, or the file can be renamed. Throws FileFailure;
+    /// the source is then unchanged. The result is reported later.
     void add(std::unique_ptr<Source> source);
 
     /// Waits until everything is reported. Returns the number of files that were copied or moved.
     int finish();
 
 private:
-    /// A file that is on its way. One that is renamed has neither a copy nor an existing one.
+    /// A file in the transfer. If it is to be renamed, it has neither a copy nor an existing one.
     struct Item {
         std::unique_ptr<Source> source;
         std::optional<TemporaryFile> copy;
         Descriptor existing; // a copy that was there before
 
         QString target;
+        bool isNamed = false;
 
         bool isRenamed() const { return !copy && !existing.isOpen(); }
     };
-    using Batch = std::vector<Item>; // of which all are renamed, or none
+    using Batch = std::vector<Item>; // either all of them are renamed, or none
 
     void lock();
     QString freePath(const QString &name) const;
@@ -97,10 +98,8 @@ private:
     void endBatch();
     void work();
     void complete(Batch batch);
-    void flushCopies(const Batch &batch) const;
     void compare(const Item &item) const;
     void name(Item &item);
-    void flushNames(const Batch &batch) const;
     void removeSources(Batch &batch);
     void report(const Batch &batch);
 
@@ -110,6 +109,7 @@ private:
     Progress &mProgress;
     Descriptor mFolder;
     struct stat mStatus = {};
+    quint64 mMount = 0;
     FileSystem mFileSystem = FileSystem::Other;
     QSet<QString> mTaken; // names given since the start
     QSet<QString> mGiven; // files to be moved

@@ -43,14 +43,19 @@ void createOneFolder(const QString &folder, const QString &wanted)
 {
     const QString above = QFileInfo(folder).path();
     removeLeftovers(above);
+    RenameMark mark(above);
     TemporaryFolder hidden(above);
     if (hidden.isCreated()) {
         flushFile(openFolder(hidden.path()).get(), wanted);
         flushFile(openFolder(above).get(), wanted);
-        if (hidden.rename(folder) || (errno == EEXIST && QFileInfo(folder).isDir()))
-            return;
     }
-    throw Failure(wanted + ": cannot be created: " + errorText(errno));
+    const bool isDone =
+        hidden.isCreated() && (hidden.rename(folder) || (errno == EEXIST && QFileInfo(folder).isDir()));
+    if (!isDone)
+        throw Failure(wanted + ": cannot be created: " + errorText(errno));
+    if (mark.isNeeded())
+        flushFile(openFolder(above).get(), wanted);
+    mark.remove();
 }
 
 } // namespace
@@ -69,7 +74,10 @@ void flushWithFolders(const QStringList &paths)
     QString folder = paths.first();
     do {
         folder = QFileInfo(folder).path();
-        flushFolder(folder);
+        const Descriptor descriptor = openFolder(folder);
+        // This user has not created a folder that they may not read.
+        if (descriptor.isOpen() || errno != EACCES)
+            flushFile(descriptor.get(), folder);
     } while (folder != "/" && areOnOneFileSystem(folder, QFileInfo(folder).path()));
 }
 
@@ -88,7 +96,11 @@ void flushFileSystem(const QString &folder)
 
 void replaceFile(TemporaryFile &file, const QString &path)
 {
+    const QString folder = QFileInfo(path).path();
+    RenameMark mark(folder);
     flushFile(file.descriptor(), path);
+    if (mark.isNeeded())
+        flushFolder(folder);
     // vfat frees the old content when the last user closes it, so it stays open until the new one is in
     // place.
     const Descriptor old = openFile(path, O_RDONLY | O_NONBLOCK);
@@ -96,7 +108,8 @@ void replaceFile(TemporaryFile &file, const QString &path)
         throw FileFailure(path, "cannot be replaced: " + errorText(errno));
     // vfat records the location of the content only when the file is flushed under its new name.
     flushFile(openFile(path, O_RDONLY | O_NONBLOCK).get(), path);
-    flushFolder(QFileInfo(path).path());
+    flushFolder(folder);
+    mark.remove();
 }
 
 void createFolder(const QString &path)

@@ -23,8 +23,7 @@ void flushFolder(const QString &folder);
 /// Waits until everything that was written to the file system of @p folder is on the device.
 void flushFileSystem(const QString &folder);
 
-/// Puts @p file in the place of @p path, so that @p path has its old or its new content whenever the power
-/// fails.
+/// Replaces @p path with @p file, so that @p path has its old or its new content whenever the power fails.
 void replaceFile(TemporaryFile &file, const QString &path);
 
 /// Creates the folder @p path, and those above it, unless they exist. Until the folder is on the device it

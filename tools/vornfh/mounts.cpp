@@ -64,6 +64,14 @@ bool isOnRootFileSystem(const QString &path)
     return areOnOneFileSystem("/", path);
 }
 
+quint64 mountOf(const QString &path)
+{
+    struct statx status = {};
+    const bool isKnown =
+        ::statx(AT_FDCWD, QFile::encodeName(path).constData(), 0, STATX_MNT_ID, &status) == 0;
+    return isKnown ? status.stx_mnt_id : 0;
+}
+
 bool isOnReadOnlyFileSystem(const QString &path)
 {
     struct statvfs fileSystem = {};
@@ -73,12 +81,10 @@ bool isOnReadOnlyFileSystem(const QString &path)
 
 bool isReadOnlyAfterError(const QString &path)
 {
-    struct statx status = {};
+    const QByteArray id = QByteArray::number(mountOf(path)) + " ";
     QFile mounts("/proc/self/mountinfo");
-    if (::statx(AT_FDCWD, QFile::encodeName(path).constData(), 0, STATX_MNT_ID, &status) != 0
-        || !mounts.open(QIODevice::ReadOnly))
+    if (!mounts.open(QIODevice::ReadOnly))
         return false;
-    const QByteArray id = QByteArray::number(static_cast<qulonglong>(status.stx_mnt_id)) + " ";
     const QList<QByteArray> lines = mounts.readAll().split('\n');
     return std::any_of(lines.begin(), lines.end(), [&id](const QByteArray &line) {
         // The mount is writable, the file system is not: proc(5), "mountinfo".
@@ -105,6 +111,11 @@ bool wasNotUnmounted(const QString &path)
         if (QByteArray::fromRawData(record.data(), static_cast<int>(length)).contains(text))
             return true;
     }
+}
+
+qint64 largestFile(const QString &path)
+{
+    return fileSystemOf(path) == FileSystem::Fat ? 0xFFFFFFFF : std::numeric_limits<qint64>::max();
 }
 
 qint64 freeBytes(const QString &path)

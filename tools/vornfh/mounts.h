@@ -12,6 +12,9 @@ enum class FileSystem { Fat, Exfat, UserSpace, Other };
 
 FileSystem fileSystemOf(const QString &path);
 
+/// The number of the mount that @p path is on; 0 if it cannot be determined.
+quint64 mountOf(const QString &path);
+
 bool isOnRootFileSystem(const QString &path);
 
 bool isOnReadOnlyFileSystem(const QString &path);
@@ -23,6 +26,9 @@ bool isReadOnlyAfterError(const QString &path);
 /// Returns whether the kernel has reported that the FAT or exFAT file system of @p path was not unmounted
 /// properly before. Only root can tell on most systems.
 bool wasNotUnmounted(const QString &path);
+
+/// The largest size of a file that the file system of @p path can hold, as far as a recording can reach it.
+qint64 largestFile(const QString &path);
 
 /// Bytes that this user can still write to the file system of @p path; a very large number if that is not
 /// known.

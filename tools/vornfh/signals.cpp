@@ -28,7 +28,11 @@ void stop(int)
 
 void catchStopSignals()
 {
+    struct sigaction hangup = {};
+    ::sigaction(SIGHUP, nullptr, &hangup);
     setAction(stop);
+    if (hangup.sa_handler == SIG_IGN) // nohup(1)
+        ::signal(SIGHUP, SIG_IGN);
 }
 
 bool isStopped()

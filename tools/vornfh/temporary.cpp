@@ -27,25 +27,28 @@
 
 namespace {
 
+const QString MARK_EXTENSION = ".renaming";
+
 const QRegularExpression &namePattern()
 {
-    static const QRegularExpression PATTERN(R"(^\.vornfh-([0-9]+)-[A-Za-z0-9]{6}$)");
+    static const QRegularExpression PATTERN(R"(^\.vornfh-([0-9]+)-[A-Za-z0-9]{6}(\.renaming)?$)");
     return PATTERN;
 }
 
-/// Returns whether process @p number runs this tool.
+/// Returns whether another process with the number @p number runs this tool.
 bool isRunning(pid_t number)
 {
     if (number == ::getpid() || ::kill(number, 0) != 0)
-        return number == ::getpid();
+        return false;
     const auto programOf = [](const QString &process) {
         return QFile::symLinkTarget("/proc/" + process + "/exe");
     };
     return programOf(QString::number(number)) == programOf("self");
 }
 
-/// Returns whether no process uses the file @p path. The lock reveals a process in another container, whose
-/// processes cannot be seen; the process number reveals one that is replacing the file at that moment.
+/// Returns whether no process uses the file @p path. The lock reveals this process, and one in another
+/// container, whose processes cannot be seen; the process number reveals one that is renaming the file at
+/// that moment.
 bool isLeftover(const QString &path)
 {
     const auto match = namePattern().match(path.mid(path.lastIndexOf('/') + 1));
@@ -61,28 +64,27 @@ QByteArray nameTemplate(const QString &folder)
     return QFile::encodeName(folder) + "/.vornfh-" + QByteArray::number(::getpid()) + "-XXXXXX";
 }
 
-/// The first block of a file on its device; 0 if it has none or if it cannot be determined (that requires
-/// root).
-int firstBlock(const QString &path)
+/// Creates a file whose name ends in @p extension, and locks it. On failure, throws a FileFailure that names
+/// the path @p concerning.
+Descriptor createHidden(const QString &folder, const QString &extension, const QString &concerning,
+                        QString &created)
 {
-    int block = 0;
-    const Descriptor file = openFile(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
-    return file.isOpen() && ::ioctl(file.get(), FIBMAP, &block) == 0 ? block : 0;
+    QByteArray path = nameTemplate(folder) + extension.toLatin1();
+    Descriptor file(::mkostemps(path.data(), extension.size(), O_CLOEXEC));
+    if (!file.isOpen())
+        throw FileFailure(concerning,
+                          QString("no file can be created in %1: %2").arg(folder, errorText(errno)));
+    ::flock(file.get(), LOCK_EX | LOCK_NB);
+    created = QFile::decodeName(path);
+    return file;
 }
 
-bool mayShareContent(const QString &path)
+void removeLeftover(const QString &path)
 {
-    const QFileInfo file(path);
-    const FileSystem fileSystem = fileSystemOf(path);
-    if (fileSystem != FileSystem::Fat && fileSystem != FileSystem::Exfat)
-        return false;
-    if (file.isDir() || file.size() == 0)
-        return file.isDir();
-    const int block = firstBlock(path);
-    const QStringList others = QDir(file.path()).entryList(QDir::Files | QDir::Hidden);
-    return block == 0 || std::any_of(others.begin(), others.end(), [&](const QString &name) {
-               return name != file.fileName() && firstBlock(file.path() + "/" + name) == block;
-           });
+    if (::remove(QFile::encodeName(path).constData()) == 0)
+        printError(path + ": left by an interrupted command; removed");
+    else
+        printError(path + ": left by an interrupted command and cannot be removed: " + errorText(errno));
 }
 
 } // namespace
@@ -113,14 +115,8 @@ bool TemporaryFolder::rename(const QString &path)
 }
 
 TemporaryFile::TemporaryFile(const QString &folder, const QString &concerning)
+    : mFile(createHidden(folder, QString(), concerning, mPath))
 {
-    QByteArray path = nameTemplate(folder);
-    mFile = Descriptor(::mkostemp(path.data(), O_CLOEXEC));
-    if (!mFile.isOpen())
-        throw FileFailure(concerning,
-                          QString("no file can be created in %1: %2").arg(folder, errorText(errno)));
-    mPath = QFile::decodeName(path);
-    ::flock(mFile.get(), LOCK_EX | LOCK_NB);
 }
 
 TemporaryFile::TemporaryFile(TemporaryFile &&other) noexcept
@@ -146,29 +142,43 @@ bool TemporaryFile::rename(const QString &path, bool isReplacing)
     return isRenamed;
 }
 
-QStringList leftoversIn(const QString &folder)
+RenameMark::RenameMark(const QString &folder)
 {
-    QStringList found;
+    const FileSystem fileSystem = fileSystemOf(folder);
+    if (fileSystem != FileSystem::Other)
+        mFile = createHidden(folder, MARK_EXTENSION, folder, mPath);
+}
+
+void RenameMark::remove()
+{
+    if (isNeeded())
+        ::unlink(QFile::encodeName(mPath).constData());
+}
+
+Leftovers leftoversIn(const QString &folder)
+{
+    Leftovers found;
     for (const QString &name :
          QDir(folder).entryList({".vornfh-*"}, QDir::Files | QDir::Dirs | QDir::Hidden)) {
         const QString path = folder + "/" + name;
         if (isLeftover(path))
-            found.append(path);
+            (name.endsWith(MARK_EXTENSION) ? found.marks : found.paths).append(path);
     }
     return found;
 }
 
 void removeLeftovers(const QString &folder)
 {
-    for (const QString &path : leftoversIn(folder)) {
-        if (mayShareContent(path))
-            printError(path
-                       + ": left by an interrupted command and not removed, because another file may share "
-                         "its content; check the file system");
-        else if (::remove(QFile::encodeName(path).constData()) == 0)
-            printError(path + ": removed; an interrupted command had left it");
+    const Leftovers leftovers = leftoversIn(folder);
+    for (const QString &path : leftovers.paths) {
+        if (leftovers.areSafeToDelete())
+            removeLeftover(path);
         else
-            printError(path + ": left by an interrupted command and cannot be removed: " + errorText(errno));
+            printError(path + ": left by an interrupted command and kept: " + MAY_SHARE_CONTENT);
+    }
+    if (leftovers.paths.isEmpty()) {
+        for (const QString &mark : leftovers.marks)
+            ::unlink(QFile::encodeName(mark).constData());
     }
 }
 

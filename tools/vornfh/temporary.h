@@ -24,7 +24,7 @@ public:
     int descriptor() const { return mFile.get(); }
 
     /// Closes the file and renames it to @p path, replacing an existing file only if @p isReplacing is true.
-    /// Returns false with errno set, EEXIST if a file that is not to be replaced exists.
+    /// Returns false with errno set, EEXIST if @p path exists and is not to be replaced.
     bool rename(const QString &path, bool isReplacing);
 
 private:
@@ -52,12 +52,42 @@ private:
     QString mPath; // empty once the folder has its name
 };
 
-/// The hidden files and folders in @p folder that an interrupted command has left.
-QStringList leftoversIn(const QString &folder);
+/// A hidden empty file that records, for as long as it exists, that temporary files in its folder are being
+/// renamed. FAT and exFAT, where a power failure can leave both names of such a file, need it: deleting one
+/// of them would free the content of the other. On other file systems no file is created.
+class RenameMark
+{
+public:
+    /// The mark must be on the device before a file is renamed. Throws FileFailure.
+    explicit RenameMark(const QString &folder);
 
-/// Deletes leftoversIn() and prints a line on standard error for each. One that may share its content with
-/// another file is kept: if the power fails while FAT renames a file, both names can remain, and deleting one
-/// would free the content of the other.
+    /// Returns whether the file system needs a mark.
+    bool isNeeded() const { return !mPath.isEmpty(); }
+
+    /// Deletes the mark. The renamed files must be on the device; if that failed, the mark stays.
+    void remove();
+
+private:
+    QString mPath;
+    Descriptor mFile;
+};
+
+/// Why a leftover is kept.
+inline const QString MAY_SHARE_CONTENT = "it may share its content with another file; unmount the storage "
+                                         "device, check it with fsck, then delete it";
+
+/// What interrupted commands have left behind in a folder.
+struct Leftovers {
+    QStringList paths; // of temporary files and folders
+    QStringList marks; // see RenameMark
+
+    /// Returns whether they can be deleted without a check of the file system.
+    bool areSafeToDelete() const { return marks.isEmpty(); }
+};
+
+Leftovers leftoversIn(const QString &folder);
+
+/// Deletes leftoversIn() if that is safe, and prints a line on standard error for each.
 void removeLeftovers(const QString &folder);
 
 /// rename() that fails with EEXIST instead of replacing a file.

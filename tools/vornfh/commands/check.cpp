@@ -240,9 +240,11 @@ bool checkReadable(const Entry &entry, Result &result)
 /// Reports what interrupted commands have left in @p folder.
 void checkLeftovers(const QByteArray &folder, Result &result)
 {
-    for (const QString &path : leftoversIn(QFile::decodeName(folder)))
-        result.add(QFile::encodeName(path), "leftover",
-                   "was left by an interrupted command; the next one that writes to this folder removes it");
+    const Leftovers leftovers = leftoversIn(QFile::decodeName(folder));
+    const QString remedy = leftovers.areSafeToDelete() ? "the next one that writes to this folder removes it"
+                                                       : MAY_SHARE_CONTENT;
+    for (const QString &path : leftovers.paths)
+        result.add(QFile::encodeName(path), "leftover", "was left by an interrupted command; " + remedy);
 }
 
 /// Returns whether it is a file, as everything in a numbered folder should be.

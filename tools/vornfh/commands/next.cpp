@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "claim.h"
 #include "commands.h"
 #include "device.h"
 #include "folders.h"
@@ -18,6 +19,7 @@ ExitCode printNext(const Storage &storage, const MediaType &type)
 {
     requireWritable(storage);
     requireReadable(storage.location);
+    createRecordingFolder(storage, type.type);
     const QString path = VornFileHandler::getNextFileName(storage.type, type.type);
     const QString folder = QFileInfo(path).path();
     requireFolder(folder);

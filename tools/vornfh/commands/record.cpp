@@ -86,21 +86,33 @@ QStringList outputArguments(const Recording &recording)
 
 const QString FULL = "the storage device is full";
 
-/// What is left free for the index that ffmpeg writes at the end, and for the thumbnail.
+/// Space left free for the index that ffmpeg writes at the end, and for the thumbnail.
 constexpr qint64 RESERVE = 256 << 10;
 
-/// ffmpeg finishes a file of this size, before the storage device is full. The index of a recording takes
-/// less than a hundredth of it. Throws Failure if nothing can be recorded.
-qint64 sizeLimit(const QString &folder)
+/// The sizes in the header of a WAV file have 32 bits.
+constexpr qint64 LARGEST_RIFF = 0xFFFFFFFF;
+
+/// The size at which ffmpeg ends a recording, and why.
+struct SizeLimit {
+    qint64 bytes;
+    QString reason;
+};
+
+/// The index of a recording takes less than a hundredth of its size. Throws Failure if nothing can be
+/// recorded.
+SizeLimit sizeLimit(const QString &folder, Kind kind)
 {
+    const auto withoutIndex = [](qint64 bytes) { return bytes - RESERVE - bytes / 64; };
     const qint64 free = freeBytes(folder);
-    const qint64 limit = free - RESERVE - free / 64;
-    if (limit <= 0)
+    const qint64 largest = withoutIndex(kind == AUDIO ? LARGEST_RIFF : largestFile(folder));
+    if (withoutIndex(free) <= 0)
         throw Failure(QString("%1: not enough space to record: %2 free").arg(folder, humanSize(free)));
-    return limit;
+    if (withoutIndex(free) <= largest)
+        return {withoutIndex(free), FULL};
+    return {largest, "the file has reached the largest size of its format or of the file system"};
 }
 
-/// Decides while ffmpeg writes a recording whether it must stop.
+/// Decides whether ffmpeg must stop while it is writing a recording.
 class Watch
 {
 public:
@@ -117,24 +129,31 @@ public:
         if (now - mLastFlush < INTERVAL)
             return QString();
         mLastFlush = now;
-        // ffmpeg writes to memory: only a flush shows that the storage device has been pulled out.
+        // ffmpeg writes to the page cache: only a flush shows that the storage device has been pulled out.
         const Descriptor file = openFile(mPath, O_RDONLY | O_NONBLOCK);
-        return file.isOpen() && ::fdatasync(file.get()) == 0 ? QString() : errorText(errno);
+        mHasLostData = !file.isOpen() || ::fdatasync(file.get()) != 0;
+        return mHasLostData ? errorText(errno) : QString();
     }
+
+    /// Returns whether a flush has failed. The kernel reports that only once: later flushes succeed although
+    /// the data is not on the device.
+    bool hasLostData() const { return mHasLostData; }
 
 private:
     static constexpr auto INTERVAL = std::chrono::seconds(3);
 
     const QString mPath;
     std::chrono::steady_clock::time_point mLastFlush = std::chrono::steady_clock::now();
+    bool mHasLostData = false;
 };
 
-/// Deletes a file that ffmpeg has failed to write. Returns what to add to the message about that.
+/// Deletes a file that ffmpeg has failed to write. Returns text to append to the error message; empty on
+/// success.
 QString discard(const QString &path)
 {
     return ::unlink(QFile::encodeName(path).constData()) == 0
                ? QString()
-               : "; what there is of it cannot be deleted: " + errorText(errno);
+               : "; the incomplete file cannot be deleted: " + errorText(errno);
 }
 
 /// Puts a small picture beside the recording @p path. Returns the reason for a failure; empty on success.
@@ -154,7 +173,7 @@ QString makeThumbnail(const QString &path)
            + discard(thumbnail);
 }
 
-/// Keeps what was recorded before it ended early. Returns what went wrong with that.
+/// Closes a recording that ended early. Returns the reason for a failure; empty on success.
 QString keep(const QString &path)
 {
     try {
@@ -169,26 +188,26 @@ QString keep(const QString &path)
 }
 
 /// Runs ffmpeg and returns why the recording ended early; empty if it did not.
-QString run(const Recording &recording, const QString &path, qint64 limit)
+QString run(const Recording &recording, const QString &path, const SizeLimit &limit, Watch &watch)
 {
-    Watch watch(path);
     const QString problem = runFfmpeg(inputArguments(recording, path) + outputArguments(recording)
-                                          + QStringList{"-fs", QString::number(limit)},
+                                          + QStringList{"-fs", QString::number(limit.bytes)},
                                       path, [&watch] { return watch.whyStop(); });
     const qint64 size = QFileInfo(path).size();
     if (problem.isEmpty() && size == 0)
         return "ffmpeg wrote nothing";
-    return problem.isEmpty() && size >= limit ? FULL : problem;
+    return problem.isEmpty() && size >= limit.bytes ? limit.reason : problem;
 }
 
-/// Makes one recording and prints its path when it is on the device. What has content is kept, however it
-/// ended.
+/// Makes one recording and prints its path when it is on the device. A recording with content is kept,
+/// however it ended.
 ExitCode recordOne(const Recording &recording)
 {
-    const qint64 limit = sizeLimit(nearestExisting(recording.storage.location));
+    const SizeLimit limit = sizeLimit(nearestExisting(recording.storage.location), recording.type.kind);
     const QString path = claimPath(recording.storage, recording.type.type);
     removeLeftovers(QFileInfo(path).path());
-    const QString problem = run(recording, path, limit);
+    Watch watch(path);
+    const QString problem = run(recording, path, limit, watch);
     if (!problem.isEmpty() && !hasContent(path))
         throw FileFailure(path, "recording failed: " + problem + discard(path));
     QStringList problems;
@@ -199,7 +218,8 @@ ExitCode recordOne(const Recording &recording)
     problems.removeAll(QString());
     const QString thumbnail = thumbnailOf(path);
     flushWithFolders(QFile::exists(thumbnail) ? QStringList{path, thumbnail} : QStringList{path});
-    printDone(printable(path));
+    if (!watch.hasLostData())
+        printDone(printable(path));
     for (const QString &text : problems)
         printError(text);
     return problems.isEmpty() ? DONE : FAILED;

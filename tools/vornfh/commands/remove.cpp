@@ -52,9 +52,9 @@ const Storage *storageOf(const QString &path, const QList<Storage> &storages)
     return found == storages.end() ? nullptr : &*found;
 }
 
-/// Deletes a file and returns the folder that it was in. Reports what is wrong with its storage device if it
-/// is the first there.
-QString deleteFile(const QString &path, const QList<Storage> &storages, std::set<eStorageType> &reported)
+/// Deletes a file and returns the folder that it was in. Before the first file in @p seen, reports what is
+/// wrong with its storage device, and removes what interrupted commands have left in its folder.
+QString deleteFile(const QString &path, const QList<Storage> &storages, std::set<QString> &seen)
 {
     struct stat status = {};
     if (!readLinkStatus(path, status))
@@ -67,13 +67,16 @@ QString deleteFile(const QString &path, const QList<Storage> &storages, std::set
     const Storage *storage = storageOf(resolved, storages);
     if (!storage)
         throw FileFailure(path, "is not in the location of a configured storage device");
-    if (reported.insert(storage->type).second)
+    const QString folder = QFileInfo(resolved).path();
+    if (seen.insert(storage->location).second)
         reportProblems(storage->location);
+    if (seen.insert(folder).second)
+        removeLeftovers(folder);
     VornFileHandler::deleteFile(resolved);
     // The library does not report the reason for a failure; a second attempt does.
     if (readLinkStatus(resolved, status) && ::unlink(QFile::encodeName(resolved).constData()) != 0)
         throw FileFailure(path, "cannot be deleted: " + errorText(errno));
-    return QFileInfo(resolved).path();
+    return folder;
 }
 
 /// Files that are deleted, and the folders that they were in.
@@ -99,11 +102,11 @@ ExitCode deleteFiles(const std::vector<std::string> &files, const QList<Storage>
     constexpr auto INTERVAL = std::chrono::seconds(1);
     auto lastReport = std::chrono::steady_clock::now();
     Deleted deleted;
-    std::set<eStorageType> reported;
+    std::set<QString> seen; // storage devices and folders
     int failures = 0;
     failures += forEachReporting(files, [&](const std::string &file) {
         const QString path = pathArgument(file);
-        deleted.folders.insert(deleteFile(path, storages, reported));
+        deleted.folders.insert(deleteFile(path, storages, seen));
         deleted.paths.append(path);
         if (std::chrono::steady_clock::now() - lastReport < INTERVAL)
             return;
