@@ -39,7 +39,7 @@ ExitCode transferAll(const Request &request)
         bytes += sizeOf(file);
     catchStopSignals();
     Progress progress(count, bytes);
-    std::optional<Transfer> transfer; // created with its folder when the first file can be opened
+    std::optional<Transfer> transfer; // created, with its folder, once the first file has been opened
     for (const std::string &file : request.files) {
         if (isStopped())
             break;
