@@ -2,13 +2,14 @@
 //
 // The sections of this file are in the order of the header: constants and configuration, paths and names,
 // folder numbering, file numbering, listings, media lists, JSON, devices and capacity, transfer, metadata.
-// "Reading directories" serves the four after it and has no public members. A section consists of its
-// constants or table, pure helpers and thin I/O, all in one unnamed namespace, and then the public members.
+// "Reading directories" serves the four sections after it and has no public members. A section consists of
+// its constants or table, pure helpers and thin I/O, all in one unnamed namespace, and then the public
+// members.
 //
-// Numbering, counts, JSON lists and listings sorted oldest first use readdir(). QDir
-// is used instead if a name filter is anything but head*tail, if a name or filter is not plain ASCII, if the
-// path may be a Qt resource or search path, if the file system does not report the types of its entries, and
-// for sorting by time if a file has no time. Everything else uses QDir.
+// Numbering, counts, JSON lists and listings sorted oldest first use readdir(). QDir is used instead if a
+// name filter is anything but head*tail, if a name or filter is not plain ASCII, if the path may be a Qt
+// resource or search path, if the file system does not report the types of its entries, and for sorting by
+// time if a file has no time. Everything else uses QDir.
 
 // Without this, readdir() on a 32-bit system stops at the first entry with a large inode number.
 #define _FILE_OFFSET_BITS 64 // NOLINT(bugprone-reserved-identifier): the C library defines the name
@@ -201,10 +202,10 @@ QDir VornFileHandler::getStorageDir(eStorageType type)
     const QDir *location = findLocation(type);
     if (!location)
         return QDir(FALLBACK_LOCATION);
-    // Copies of a QDir share what it looks up lazily, without a lock. Setting the path detaches this copy
-    // from the configuration, so that operations on several threads never share that state.
+    // Copies of a QDir share its lazily computed data without a lock. Setting the path detaches this copy
+    // from the configuration, so that operations on several threads never share that data.
     QDir copy = *location;
-    // setPath() removes one slash at the end, which the path may have kept.
+    // setPath() removes one trailing slash; one is added so that a path with a trailing slash keeps it.
     const QString path = location->path();
     copy.setPath(path.size() > 1 && path.endsWith('/') ? path + '/' : path);
     return copy;
@@ -267,7 +268,7 @@ QString VornFileHandler::getFileExtension(eFileTypes fileType)
     case FILE_TYPE_VIDEO:
     case FILE_TYPE_VIDEO_AVI: return AVI_FILE_EXT;
     case FILE_TYPE_VIDEO_MKV: return MKV_FILE_EXT;
-    case FILE_TYPE_AUDIO: return AVI_FILE_EXT; // hosts ask for the container that they record audio into
+    case FILE_TYPE_AUDIO: return AVI_FILE_EXT; // hosts record audio into an AVI container
     case FILE_TYPE_AUDIO_WAV: return WAV_FILE_EXT;
     case FILE_TYPE_DIRECTORY:
     case FILE_TYPE_UNKNOWN: break;
@@ -1037,7 +1038,8 @@ KeptProcesses &kept()
 /// end closes them, and the next start of the object overwrites the rest of its state.
 void keepSpare(Process process)
 {
-    constexpr int MILLISECONDS = 100; // for children of other threads, which hold the pipes until their exec
+    // Children of other threads hold the pipes until they call exec.
+    constexpr int MILLISECONDS = 100;
     process->waitForStarted(MILLISECONDS);
     process->closeWriteChannel();
     const QMetaObject &members = *process->metaObject();

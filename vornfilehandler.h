@@ -232,11 +232,10 @@ public:
                                                  QFlags<QDir::SortFlag> sort);
 
     /// The folders of a storage device that @p filter selects, in QDir::Name order. DIRECTORY_FILTER_DCIM is
-    /// the same as getDCIMFolders(), including its side effects and output. Otherwise, if the location is
-    /// missing, it is created and the line "root dir <location> doesn't exist. Create it" is printed. With
-    /// any other filter, hidden folders, symbolic links, "." and ".." are not listed. With
-    /// DIRECTORY_FILTER_NON_DCIM the suffix becomes part of a regular expression; if that is not valid, the
-    /// numbered folders are listed too.
+    /// the same as getDCIMFolders(), including its side effects and output. With any other filter, a missing
+    /// location is created, and the line "root dir <location> doesn't exist. Create it" is printed; hidden
+    /// folders, symbolic links, "." and ".." are not listed. With DIRECTORY_FILTER_NON_DCIM the suffix
+    /// becomes part of a regular expression; if that is not valid, the numbered folders are listed too.
     static QList<QFileInfo> getFolders(VORN_FILE_HANDLER::eStorageType storage,
                                        VORN_FILE_HANDLER::eDIRECTORY_FILTER filter);
 
@@ -255,8 +254,8 @@ public:
 
     // Media lists
     //
-    // Extensions are matched ignoring case. Each list takes one listing of the storage device (images: two),
-    // with its side effects and output.
+    // Extensions are matched ignoring case. Each function lists the storage device once (getImageList()
+    // twice), with the side effects and output of that listing.
 
     /// The images on a storage device: first the JPEG files of all folders, with the thumbnails among them if
     /// @p thumbnails is set, then the PNG files of all folders. The location and the folders are read twice.
@@ -286,7 +285,7 @@ public:
     ///
     /// For an unsupported storage, and for every storage before init(), the location is /tmp, so /tmp is
     /// deleted. Has the side effects and output of getDCIMFolders(): a missing location is created and then
-    /// deleted.
+    /// deleted. If getDCIMFolders() returns an empty list, nothing is deleted.
     static void deleteAllFiles(VORN_FILE_HANDLER::eStorageType storage);
 
     // JSON file list

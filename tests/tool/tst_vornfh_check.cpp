@@ -17,7 +17,7 @@ const QByteArray MISSING =
 const QByteArray NOT_A_FOLDER =
     "has the name of a numbered folder but is not a folder: the numbering cannot use it";
 const QByteArray BESIDE_THE_FOLDERS = "is not in a folder: the library never lists it";
-const QByteArray USED_UP = "no number is left: the library keeps returning DCF_0001 here";
+const QByteArray USED_UP = "no numbers are left: the library keeps returning DCF_0001 here";
 
 const QByteArray OTHER_PREFIX = "does not begin with 'DCF_': the numbering ignores it";
 const QByteArray PREFIX_IN_LOWER_CASE =
@@ -38,7 +38,7 @@ const QByteArray NESTED_FOLDER = "is a folder in a numbered folder: the library 
 const QByteArray NOT_UTF8 = "the name is not valid UTF-8: the library never lists it";
 
 const QByteArray NOT_CLOSED =
-    "has no end: it is being recorded, or its recording was interrupted, and a player may refuse it";
+    "is incomplete: it is still being recorded, or the recording was interrupted; a player may reject it";
 const QByteArray LEFTOVER =
     "was left by an interrupted command; the next one that writes to this folder removes it";
 const QByteArray LEFTOVER_KEPT =

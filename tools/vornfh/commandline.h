@@ -53,7 +53,7 @@ private:
 void addFolderArgument(CLI::App &command, std::string &folder);
 
 /// Adds an argument that takes one or more values; results() returns them exactly as they were given. The
-/// help shows @p name once, whatever their number.
+/// help shows @p name once, however many values there are.
 CLI::Option *addNames(CLI::App &command, const std::string &name, const std::string &description);
 
 #endif // COMMANDLINE_H

@@ -8,7 +8,7 @@
 #include <QString>
 #include <QStringList>
 
-/// The block device of a storage and where it is mounted.
+/// The block device of a storage device, and where it is mounted.
 struct Device {
     QString block; // as configured, or else the one that the location is on; empty if unknown
     bool isPresent = false;

@@ -14,8 +14,8 @@ void requireFfmpeg();
 using WhyStop = std::function<QString()>;
 
 /// Runs ffmpeg to write @p path, which must exist and is overwritten, and waits for it. To stop it, ffmpeg is
-/// asked to finish the file, and is killed if it does not. It is killed, too, when this process dies. @p
-/// arguments are those before the output. Returns why ffmpeg was stopped or failed; empty on success.
+/// asked to finish the file, and is killed if it does not. It is also killed when this process dies.
+/// @p arguments are those before the output. Returns why ffmpeg was stopped or failed; empty on success.
 QString runFfmpeg(const QStringList &arguments, const QString &path, const WhyStop &whyStop = {});
 
 /// Arguments that read the file @p path, whatever its name.

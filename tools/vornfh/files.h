@@ -40,7 +40,7 @@ bool isSameFile(const struct stat &one, const struct stat &other);
 /// Returns whether both are the same file with the same mode, size and times.
 bool isSameState(const struct stat &before, const struct stat &after);
 
-/// @p mode without what the umask of this process forbids.
+/// @p mode without the bits that the umask of this process clears.
 mode_t defaultMode(mode_t mode);
 
 /// Gives the file @p target the owner, mode and times of @p status. Returns false and sets errno on failure;

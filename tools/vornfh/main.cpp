@@ -14,8 +14,8 @@
 
 namespace {
 
-/// Keeps the numbers of closed standard streams from being given to files on a storage device, into which
-/// messages would then be written. Reading or writing them still fails: the direction is the wrong one.
+/// Keeps a file on a storage device from getting the descriptor of a closed standard stream; messages would
+/// then be written to it. Using the stream still fails, because /dev/null is opened for the other direction.
 void occupyStandardStreams()
 {
     for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {

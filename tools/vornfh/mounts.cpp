@@ -101,7 +101,7 @@ bool wasNotUnmounted(const QString &path)
         return false;
     const QByteArray text = "-fs (" + blockDeviceOf(path).toUtf8() + "): Volume was not properly unmounted";
     const Descriptor log = openFile("/dev/kmsg", O_RDONLY | O_NONBLOCK);
-    std::array<char, 8192> record = {}; // longer than any
+    std::array<char, 8192> record = {}; // longer than any record
     while (true) {
         const ssize_t length = ::read(log.get(), record.data(), record.size());
         if (length < 0 && errno == EPIPE) // the record was overwritten
@@ -123,7 +123,7 @@ qint64 freeBytes(const QString &path)
     struct statvfs fileSystem = {};
     if (::statvfs(QFile::encodeName(path).constData(), &fileSystem) != 0 || fileSystem.f_blocks == 0)
         return std::numeric_limits<qint64>::max();
-    const bool isRoot = ::geteuid() == 0; // who may use the reserved blocks
+    const bool isRoot = ::geteuid() == 0; // root may use the reserved blocks
     return static_cast<qint64>(isRoot ? fileSystem.f_bfree : fileSystem.f_bavail)
            * static_cast<qint64>(fileSystem.f_frsize);
 }

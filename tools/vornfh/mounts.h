@@ -19,8 +19,8 @@ bool isOnRootFileSystem(const QString &path);
 
 bool isOnReadOnlyFileSystem(const QString &path);
 
-/// Returns whether the kernel has made the file system of @p path read-only, as ext4 asks it to after an
-/// error.
+/// Returns whether the kernel has made the file system of @p path read-only after an error (mount
+/// option errors=remount-ro).
 bool isReadOnlyAfterError(const QString &path);
 
 /// Returns whether the kernel has reported that the FAT or exFAT file system of @p path was not unmounted

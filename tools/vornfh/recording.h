@@ -8,8 +8,8 @@
 /// and most players refuse it. True for other types of files.
 bool isClosed(const QString &path);
 
-/// Returns whether a file is not closed and begins as its format does, or with zeros, which are what a file
-/// system can leave after a power failure.
+/// Returns whether a file is not closed and begins with the signature of its format, or with the zeros that a
+/// file system can leave after a power failure.
 bool isUnfinished(const QString &path);
 
 /// Writes the content of a file that is not closed into a new one, which replaces it if it contains all

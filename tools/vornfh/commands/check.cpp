@@ -181,8 +181,8 @@ void checkFile(const Entry &file, Result &result)
     else if (isUnfinished(QFile::decodeName(file.path)))
         result.add(
             file.path, "file-not-closed",
-            "has no end: it is being recorded, or its recording was interrupted, and a player may refuse "
-            "it");
+            "is incomplete: it is still being recorded, or the recording was interrupted; a player may "
+            "reject it");
     const QString extension = QFileInfo(*file.name).suffix();
     if (extension != type->extension)
         result.add(file.path, "file-case",
@@ -237,7 +237,7 @@ bool checkReadable(const Entry &entry, Result &result)
     return entry.error == 0;
 }
 
-/// Reports what interrupted commands have left in @p folder.
+/// Reports what interrupted commands have left behind in @p folder.
 void checkLeftovers(const QByteArray &folder, Result &result)
 {
     const Leftovers leftovers = leftoversIn(QFile::decodeName(folder));
@@ -329,7 +329,7 @@ void checkNumbering(Result &result)
                    "the next recording belongs here, but the folder does not exist and the library does not "
                    "create it");
     if (numbering.left() == 0)
-        result.add(path, "numbers-used-up", "no number is left: the library keeps returning DCF_0001 here");
+        result.add(path, "numbers-used-up", "no numbers are left: the library keeps returning DCF_0001 here");
 }
 
 Result check(const Storage &storage)

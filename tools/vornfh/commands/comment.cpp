@@ -24,8 +24,8 @@
 
 namespace {
 
-/// Returns whether a file that begins with @p start does so as one of the formats that Exiv2 can write EXIF
-/// data to. Other formats are not given to Exiv2: it may never return from a damaged AVI file.
+/// Returns whether a file that begins with @p start is a JPEG, PNG or TIFF image, to which Exiv2 can write
+/// EXIF data. Other formats are not given to Exiv2: it may never return from a damaged AVI file.
 bool isImage(const QByteArray &start)
 {
     const QByteArrayList formats = {"\xff\xd8\xff", "\x89PNG", QByteArray("II*\0", 4),

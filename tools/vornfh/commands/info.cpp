@@ -20,7 +20,8 @@ using namespace VORN_FILE_HANDLER;
 
 namespace {
 
-/// Fills the record of a video whose path is not safe in a shell, through a link whose path is.
+/// Fills the record of a video whose path contains characters that a shell might interpret, through a link
+/// whose path does not.
 void readThroughLink(const QFileInfo &file, Metadata &record)
 {
     const bool isSafe = unsafeCharacter(absolutePath(QDir::tempPath())) < 0;
@@ -28,7 +29,8 @@ void readThroughLink(const QFileInfo &file, Metadata &record)
     const QString link = folder.path() + "/video." + file.suffix();
     if (!folder.isValid() || !QFile::link(file.absoluteFilePath(), link))
         throw FileFailure(file.absoluteFilePath(),
-                          "its path is not safe in a shell, and no link can be created in " + folder.path());
+                          "a shell might misinterpret its path, and no link can be created in "
+                              + folder.path());
     VornFileHandler::getMetadata(QFileInfo(link), record);
     record.mFileName = file.fileName();
 }

@@ -40,7 +40,7 @@ void addNext(CommandLine &line)
     CLI::App &command = line.add("next",
                                  "Prints the path of the next recording. Creates a folder if there is no "
                                  "numbered folder or the last one\n"
-                                 "is full, but not the file",
+                                 "is full. The file is not created",
                                  run);
     addStorageArgument(command, request->storage);
     command.add_option("TYPE", request->type, "avi, mkv, jpg, png, wav or thumb")

@@ -216,7 +216,7 @@ void confirm(const QString &folder, const Content &content, bool isConfirmed)
         throw Failure(folder + ": not deleted");
 }
 
-/// Deletes an entry that the library has left. Returns the reason for a failure; empty on success.
+/// Deletes an entry that the library has not deleted. Returns the reason for a failure; empty on success.
 QString deleteEntry(const QByteArray &path, bool isNew)
 {
     if (QFile::encodeName(QFile::decodeName(path)) != path)
@@ -226,8 +226,8 @@ QString deleteEntry(const QByteArray &path, bool isNew)
     return ::remove(path.constData()) == 0 ? QString() : errorText(errno);
 }
 
-/// Deletes what the library has left in @p folder. The library does not report the reason for a failure;
-/// another attempt does. Throws Failure.
+/// Deletes what the library has not deleted in @p folder. The library does not report the reason for a
+/// failure; another attempt does. Throws Failure.
 void deleteRest(const QString &folder, const Content &before)
 {
     for (Content left = contentOf(folder); !left.names.isEmpty(); left = contentOf(folder)) {

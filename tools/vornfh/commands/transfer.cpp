@@ -39,7 +39,7 @@ ExitCode transferAll(const Request &request)
         bytes += sizeOf(file);
     catchStopSignals();
     Progress progress(count, bytes);
-    std::optional<Transfer> transfer; // created with its folder when the first file can be opened
+    std::optional<Transfer> transfer; // created, with its folder, once the first file has been opened
     for (const std::string &file : request.files) {
         if (isStopped())
             break;
@@ -93,6 +93,8 @@ void addTransfer(CommandLine &line)
         "byte for byte. The folder is created if it is missing; a counter is added to a name that is taken");
     addCommand(
         line, Mode::Move, "move",
-        "Copies files as copy does, then deletes each file whose copy is safe. If a source is a symbolic\n"
-        "link, only the link is deleted");
+        "Moves files into a folder of a storage device. Within a file system, files are renamed. Between\n"
+        "file systems, and on FAT, exFAT and file systems in user space, they are copied as copy does, and\n"
+        "each file whose copy is safe is deleted. If a source is a symbolic link, its target is copied, and\n"
+        "only the link is deleted");
 }
