@@ -26,8 +26,8 @@ struct Comparison {
     std::function<void()> prepare; ///< called once before the first round
     std::function<void()> finish = [] {};
     std::function<void()> between = [] {}; ///< called before each run, not measured
-    std::optional<Way> floor =
-        {}; ///< the least work for the library's kind of result, if it is more than the bound
+    /// The least work for the kind of result that the library returns, if that is more than the bound.
+    std::optional<Way> floor = {};
 };
 
 /// Registers a benchmark in which the ways take turns: each of them runs once per round, for some

@@ -751,57 +751,20 @@ namespace {
 QByteArray randomForeignFile(QRandomGenerator &random)
 {
     static const QByteArrayList HEADS = {"", "", "DCF_", "DCF_000", "d\u0107f_", "k", "\u212a", ".\u00e4"};
-    static const QByteArrayList PIECES = {"\u212a",
-                                          "k",
-                                          "K", // Kelvin sign
-                                          "\u017f",
-                                          "s",
-                                          "S", // long s
-                                          "\u0131",
-                                          "\u0130",
-                                          "i",
-                                          "I", // without and with a dot
-                                          "\u00df",
-                                          "\u1e9e",
-                                          "ss", // sharp s
-                                          "\u00e4",
-                                          "\u00c4",
-                                          "a\u0308", // composed and combining
-                                          "\u0308",
-                                          "\u00e5",
-                                          "\u212b", // combining alone; Angstrom sign
-                                          "\u00b5",
-                                          "\u03bc",
-                                          "\u039c", // micro sign and mu
-                                          "\u03c3",
-                                          "\u03c2",
-                                          "\u03a3", // sigma, final sigma
-                                          "\u01c6",
-                                          "\u01c5",
-                                          "\u01c4", // three cases
-                                          "\uff4b",
-                                          "\uff2b",
-                                          "\uff61", // full width
-                                          "\uFEFF",
-                                          "\uFFFD",
-                                          "\uffff",
-                                          "\u200d",
-                                          "\u2028",
-                                          "\n",
-                                          "[",
-                                          "\\",
-                                          "\u0661",
-                                          "1",
-                                          "9",
-                                          "\U0001F4F7",
-                                          "\U00010400",
-                                          "\U00010428", // surrogate pairs, two of them in both cases
-                                          "\377",
-                                          "\303",
-                                          "\244", // not UTF-8
-                                          "\355\240\200",
-                                          "\300\257",
-                                          "\364\220\200\200"};
+    // Kelvin sign, long s, i without and with a dot, sharp s
+    static const QByteArrayList CASES = {"\u212a", "k", "K", "\u017f", "s",      "S", "\u0131",
+                                         "\u0130", "i", "I", "\u00df", "\u1e9e", "ss"};
+    // composed and combining, Angstrom sign, micro sign, sigma, dz with caron, full width, Deseret
+    static const QByteArrayList LETTERS = {"\u00e4", "\u00c4", "a\u0308",    "\u0308",    "\u00e5",
+                                           "\u212b", "\u00b5", "\u03bc",     "\u039c",    "\u03c3",
+                                           "\u03c2", "\u03a3", "\u01c6",     "\u01c5",    "\u01c4",
+                                           "\uff4b", "\uff2b", "\U00010400", "\U00010428"};
+    static const QByteArrayList OTHERS = {"\uFEFF", "\uFFFD",     "\uffff", "\u200d", "\u2028",
+                                          "\uff61", "\U0001F4F7", "\u0661", "1",      "9",
+                                          "\n",     "[",          "\\"};
+    static const QByteArrayList INVALID = {"\377",         "\303",     "\244",
+                                           "\355\240\200", "\300\257", "\364\220\200\200"};
+    static const QByteArrayList PIECES = CASES + CASES + LETTERS + OTHERS + INVALID;
     static const QByteArrayList TAILS = {".jpg", ".JPG",      ".mkv",   ".m\u212av",
                                          ".avi", ".av\u0131", ".thumb", ""};
     QByteArray name = oneOf(random, HEADS);
