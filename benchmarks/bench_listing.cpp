@@ -7,6 +7,7 @@
 using namespace VORN_FILE_HANDLER;
 
 static constexpr int FILES = 9999;
+static const QStringList NAME_FILTERS = {"*.jpg", "*.thumb"};
 
 static QString folder()
 {
@@ -23,6 +24,16 @@ static QString folderWithForeignName()
     return path;
 }
 
+/// A folder of files whose names are all not ASCII.
+static QString folderOfForeignNames()
+{
+    const QString path = workDirectory("umlauts");
+    const QString name = path + "/Gru\u00DF_%1.jpg";
+    for (int i = FILES; !QFileInfo::exists(name.arg(1)); --i)
+        makeFile(name.arg(i));
+    return path;
+}
+
 static Comparison listing(const char *name, QString (*directory)(), const QStringList &nameFilters)
 {
     const Way bare = {"bare", [=] { benchmark::DoNotOptimize(bareListing(directory().toStdString())); }};
@@ -36,14 +47,20 @@ static Comparison listing(const char *name, QString (*directory)(), const QStrin
                             literal::files(QDir(directory()), nameFilters, literal::OLDEST_FIRST));
                     },
                     1};
-    return {name, 2.5, {bare, library, qt}, [directory] { directory(); }};
+    const Way infos = {"infos", [=] { benchmark::DoNotOptimize(bareInfos(directory().toStdString())); }};
+    Comparison comparison = {name, 2.5, {bare, library, qt}, [directory] { directory(); }};
+    comparison.floor = infos;
+    return comparison;
 }
 
 void addListing()
 {
     compareInZones(listing("listing, 9,999 files", folder, {}));
-    compareInZones(listing("listing, 9,999 files, name filters", folder, {"*.jpg", "*.thumb"}));
-    Comparison foreign = listing("listing, 10,000 files, one not ASCII", folderWithForeignName, {});
-    foreign.target = 0;
-    compareInZones(foreign);
+    compareInZones(listing("listing, 9,999 files, name filters", folder, NAME_FILTERS));
+    for (Comparison foreign :
+         {listing("listing, 10,000 files, one not ASCII", folderWithForeignName, {}),
+          listing("listing, 9,999 files, none ASCII, name filters", folderOfForeignNames, NAME_FILTERS)}) {
+        foreign.target = 3;
+        compareInZones(foreign);
+    }
 }

@@ -83,24 +83,50 @@ static std::int64_t nanoseconds(const statx_timestamp &time)
     return time.tv_sec * 1000000000 + time.tv_nsec;
 }
 
-std::vector<BareFile> bareStatus(const std::string &directory)
+/// Calls visit(file) for each regular file.
+template <typename Visit>
+static void readStatus(const std::string &directory, Visit visit)
 {
-    std::vector<BareFile> files;
-    readDirectory(directory, [&files](int descriptor, const dirent &entry) {
+    readDirectory(directory, [&visit](int descriptor, const dirent &entry) {
         if (entry.d_type != DT_REG)
             return;
         struct statx status = {};
         ::statx(descriptor, entry.d_name, 0, STATX_BASIC_STATS | STATX_BTIME, &status);
-        files.push_back(
-            {entry.d_name, nanoseconds(status.stx_mtime), nanoseconds(status.stx_btime), status.stx_size});
+        visit(BareFile{entry.d_name, nanoseconds(status.stx_mtime), nanoseconds(status.stx_btime),
+                       status.stx_size});
     });
+}
+
+static void sortByTime(std::vector<BareFile> &files)
+{
+    std::sort(files.begin(), files.end(),
+              [](const BareFile &a, const BareFile &b) { return a.modified < b.modified; });
+}
+
+std::vector<BareFile> bareStatus(const std::string &directory)
+{
+    std::vector<BareFile> files;
+    readStatus(directory, [&files](BareFile &&file) { files.push_back(std::move(file)); });
     return files;
 }
 
 std::vector<BareFile> bareListing(const std::string &directory)
 {
     std::vector<BareFile> files = bareStatus(directory);
-    std::sort(files.begin(), files.end(),
-              [](const BareFile &a, const BareFile &b) { return a.modified < b.modified; });
+    sortByTime(files);
     return files;
+}
+
+QFileInfoList bareInfos(const std::string &directory)
+{
+    std::vector<BareFile> files;
+    QFileInfoList infos;
+    const QString prefix = QString::fromStdString(directory) + '/';
+    readStatus(directory, [&](BareFile &&file) {
+        infos.append(QFileInfo(prefix + QFile::decodeName(file.name.c_str())));
+        static_cast<void>(infos.last().isSymLink()); // makes it read the status
+        files.push_back(std::move(file));
+    });
+    sortByTime(files);
+    return infos;
 }

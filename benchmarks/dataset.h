@@ -2,7 +2,7 @@
 #ifndef DATASET_H
 #define DATASET_H
 
-#include <QString>
+#include <QFileInfo>
 
 #include <string>
 #include <vector>
@@ -24,7 +24,8 @@ QString workDirectory(const QString &name);
 void makeFile(const QString &path);
 void removeDataSets();
 
-// Lower bounds: the system calls that the result requires, without Qt and without an object per file
+// Lower bounds: the system calls that the result requires, without Qt and, except for bareInfos(), without an
+// object per file
 
 struct BareFile {
     std::string name;
@@ -41,5 +42,9 @@ std::vector<BareFile> bareStatus(const std::string &directory);
 
 /// The same, oldest modification first.
 std::vector<BareFile> bareListing(const std::string &directory);
+
+/// bareListing(), and for each file a QFileInfo that has read the file's status: the least work for a list of
+/// QFileInfo that describes the files as they were when they were listed. In directory order.
+QFileInfoList bareInfos(const std::string &directory);
 
 #endif // DATASET_H

@@ -10,6 +10,7 @@
 
 static constexpr char TARGET[] = "target";
 static constexpr char BOUND[] = "bound";
+static constexpr char FLOOR[] = "floor";
 static constexpr char VALUE[] = "value";
 static constexpr double LEAST_SECONDS = 0.02;
 
@@ -61,6 +62,7 @@ static void runRounds(benchmark::State &state, const Comparison &comparison)
 {
     std::vector<double> bounds;
     std::vector<std::vector<double>> ratios(comparison.ways.size());
+    std::vector<double> floorRatios;
     comparison.prepare();
     int round = 0;
     for ([[maybe_unused]] auto iteration : state) {
@@ -69,11 +71,17 @@ static void runRounds(benchmark::State &state, const Comparison &comparison)
             if (round < comparison.ways[i].rounds)
                 ratios[i].push_back(measure(comparison, comparison.ways[i]) / bounds.back());
         }
+        if (comparison.floor) {
+            const double floor = measure(comparison, *comparison.floor);
+            floorRatios.push_back(ratios[1].back() * bounds.back() / floor);
+        }
         ++round;
     }
     comparison.finish();
     state.counters[TARGET] = comparison.target;
     state.counters[BOUND] = median(bounds);
+    if (comparison.floor)
+        state.counters[FLOOR] = median(floorRatios);
     for (std::size_t i = 1; i < ratios.size(); ++i)
         state.counters[counterName(i, comparison.ways[i])] = median(ratios[i]);
 }
@@ -125,7 +133,8 @@ void report(const Measurement &measurement)
 
 bool RatioReporter::ReportContext(const Context & /*context*/)
 {
-    std::printf("%-62s %9s %8s %7s  %s\n", "operation", "bound ms", "library", "target", "other ways");
+    std::printf("%-62s %9s %8s %7s %8s  %s\n", "operation", "bound ms", "library", "target", "to floor",
+                "other ways");
     return true;
 }
 
@@ -149,9 +158,11 @@ static void printRun(const benchmark::BenchmarkReporter::Run &run)
         else if (name[0] == '2')
             others += name.substr(2) + number(" %.2f", counter);
     }
-    std::printf("%-62s %9s %8s %7s  %s\n", run.run_name.function_name.c_str(),
+    const bool hasFloor = counters.count(FLOOR) != 0;
+    std::printf("%-62s %9s %8s %7s %8s  %s\n", run.run_name.function_name.c_str(),
                 isMeasurement ? "-" : number("%.3f", counters.at(BOUND) * 1000).c_str(), library.c_str(),
-                target > 0 ? number("%g", target).c_str() : "-", others.c_str());
+                target > 0 ? number("%g", target).c_str() : "-",
+                hasFloor ? number("%.2f", counters.at(FLOOR)).c_str() : "-", others.c_str());
     std::fflush(stdout);
 }
 

@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,8 @@ struct Comparison {
     std::function<void()> prepare; ///< called once before the first round
     std::function<void()> finish = [] {};
     std::function<void()> between = [] {}; ///< called before each run, not measured
+    /// The least work for the kind of result that the library returns, if that is more than the bound.
+    std::optional<Way> floor = {};
 };
 
 /// Registers a benchmark in which the ways take turns: each of them runs once per round, for some
@@ -45,7 +48,8 @@ struct Measurement {
 
 void report(const Measurement &measurement);
 
-/// Prints one line per comparison: the median time of the bound, and the medians of the ratios to it.
+/// Prints one line per comparison: the median time of the bound, the medians of the ratios to it, and that of
+/// the library's ratio to the floor.
 class RatioReporter : public benchmark::BenchmarkReporter
 {
 public:

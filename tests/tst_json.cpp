@@ -67,9 +67,9 @@ Tree randomTree(QRandomGenerator &random)
 {
     static const QByteArrayList FOLDERS = {"",      "100ABC/",  "101ABC/",    "100abc/",
                                            "MISC/", "1000ABC/", "102ABC/sub/"};
-    static const QByteArrayList EXTENSIONS = {".jpg",      ".png",       ".thumb", ".avi",     ".mkv",
-                                              ".wav",      ".JPG",       ".txt",   ".b.c.jpg", "",
-                                              ".m\u212Av", "\u00FC.jpg", ".MKV"};
+    static const QByteArrayList EXTENSIONS = {
+        ".jpg",     ".png", ".thumb",    ".avi",       ".mkv", ".wav",        ".JPG",           ".txt",
+        ".b.c.jpg", "",     ".m\u212Av", "\u00FC.jpg", ".MKV", "u\u0308.jpg", "\U0001F600.png", "\377.jpg"};
     Tree entries;
     for (int i = 0; i < 60; ++i) {
         const QByteArray number = QByteArray::number(random.bounded(40)).rightJustified(4, '0');

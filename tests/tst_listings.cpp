@@ -2,6 +2,7 @@
 #include "literal.h"
 #include "testsupport.h"
 
+#include <QTextCodec>
 #include <QtTest>
 
 #include <type_traits>
@@ -63,6 +64,9 @@ private slots:
     void readOnlyFileSystem();
     void sameAsQDirOnRandomFolders();
     void sameAsQDirOnRandomStorages();
+    void sameAsQDirOnNamesOutsideAscii();
+    void sameAsQDirInOtherEncodings_data();
+    void sameAsQDirInOtherEncodings();
 };
 
 void ListingsTest::files_data()
@@ -111,6 +115,20 @@ void ListingsTest::files_data()
     row("kelvin-sign-for-k", {"a.mkv", "b.m\u212av"}, {"*.mkv"}, {"a.mkv", "b.m\u212av"});
     row("kelvin-sign-for-k-in-the-filter", {"a.mkv", "b.jpg"}, {"*.m\u212av"}, {"a.mkv"});
     row("order-is-by-code-unit", {"B", "a", "\U0001F4F7", "\uff61"}, {}, {"B", "a", "\U0001F4F7", "\uff61"});
+    row("kelvin-sign-as-head", {"\u212a1.mkv", "k2.mkv", "x.mkv"}, {"k*"}, {"k2.mkv", "\u212a1.mkv"});
+    row("long-s-for-s", {"\u017fa.jpg", "b.jpg", "sc.jpg"}, {"S*"}, {"sc.jpg", "\u017fa.jpg"});
+    row("sharp-s-is-not-two-letters", {"a\u00df", "ass"}, {"*ss"}, {"ass"});
+    row("i-with-and-without-a-dot-is-not-i", {"a.\u0131", "b.\u0130", "c.i", "d.I"}, {"*.i"}, {"c.i", "d.I"});
+    row("composed-and-combining-characters-differ", {"a\u0308.jpg", "\u00e4.jpg"}, {},
+        {"a\u0308.jpg", "\u00e4.jpg"});
+    row("tail-overlaps-the-head-outside-ascii", {"k\u212a", "k\u212ak"}, {"kk*k"}, {"k\u212ak"});
+    row("line-feed-and-name-outside-ascii", {"\u00e4\n.jpg", "\u00e4.jpg\n"}, {"*.jpg"}, {"\u00e4\n.jpg"});
+    row("hidden-file-outside-ascii", {".\u00e4.jpg", "\u00e4.jpg"}, {"*.jpg"}, {"\u00e4.jpg"});
+    row("byte-order-mark", {"\uFEFF", "\uFEFFa.jpg", "a.jpg"}, {},
+        {"a.jpg", QString(QChar(0xFEFF)), QChar(0xFEFF) + QString("a.jpg")});
+    row("overlong-form-surrogate-and-too-large", {"a\300\257", "b\355\240\200", "c\364\220\200\200", "d"}, {},
+        {"d"});
+    row("replacement-character", {"\uFFFD.jpg"}, {}, {"\uFFFD.jpg"});
     row("line-feed-in-the-name", {"a\n.jpg", "b.jpg\n"}, {"*.jpg"}, {"a\n.jpg"});
     row("pattern-characters-in-the-name", {"a[1].jpg", "a+b(.jpg"}, {"a+b(*"}, {"a+b(.jpg"});
     row("backslash-in-the-filter", {"a\\b"}, {"a\\*"}, {"a\\b"});
@@ -725,6 +743,104 @@ void ListingsTest::sameAsQDirOnRandomStorages()
             QCOMPARE(list, paths(literal::files(STORAGE_SD, filters, filter)));
         }
     }
+}
+
+namespace {
+
+/// A file whose name is mostly not plain ASCII, with one of four times.
+QByteArray randomForeignFile(QRandomGenerator &random)
+{
+    static const QByteArrayList HEADS = {"", "", "DCF_", "DCF_000", "d\u0107f_", "k", "\u212a", ".\u00e4"};
+    // Kelvin sign, long s, i without and with a dot, sharp s
+    static const QByteArrayList CASES = {"\u212a", "k", "K", "\u017f", "s",      "S", "\u0131",
+                                         "\u0130", "i", "I", "\u00df", "\u1e9e", "ss"};
+    // composed and combining, Angstrom sign, micro sign, sigma, dz with caron, full width, Deseret
+    static const QByteArrayList LETTERS = {"\u00e4", "\u00c4", "a\u0308",    "\u0308",    "\u00e5",
+                                           "\u212b", "\u00b5", "\u03bc",     "\u039c",    "\u03c3",
+                                           "\u03c2", "\u03a3", "\u01c6",     "\u01c5",    "\u01c4",
+                                           "\uff4b", "\uff2b", "\U00010400", "\U00010428"};
+    static const QByteArrayList OTHERS = {"\uFEFF", "\uFFFD",     "\uffff", "\u200d", "\u2028",
+                                          "\uff61", "\U0001F4F7", "\u0661", "1",      "9",
+                                          "\n",     "[",          "\\"};
+    static const QByteArrayList INVALID = {"\377",         "\303",     "\244",
+                                           "\355\240\200", "\300\257", "\364\220\200\200"};
+    static const QByteArrayList PIECES = CASES + CASES + LETTERS + OTHERS + INVALID;
+    static const QByteArrayList TAILS = {".jpg", ".JPG",      ".mkv",   ".m\u212av",
+                                         ".avi", ".av\u0131", ".thumb", ""};
+    QByteArray name = oneOf(random, HEADS);
+    for (int i = 1 + random.bounded(3); i > 0; --i)
+        name += oneOf(random, PIECES);
+    return name + oneOf(random, TAILS) + " at " + QByteArray::number(1700000000 + random.bounded(4));
+}
+
+QStringList filtersForForeignFiles(QRandomGenerator &random)
+{
+    static const QStringList FILTERS = {
+        "*.jpg",   "*.MKV",     "*.mkv", "*k*", "k*",         "K*",      "*S", "s*",     "*i",  "*ss", "a*",
+        "DCF_*.*", "DCF_*.avi", "*[",    "*1",  "*.m\u212av", "\u00c4*", "*",  "d*.jpg", "?.*", "*\\*"};
+    QStringList filters;
+    for (int i = random.bounded(3); i > 0; --i)
+        filters.append(oneOf(random, FILTERS));
+    return filters;
+}
+
+} // namespace
+
+void ListingsTest::sameAsQDirOnNamesOutsideAscii()
+{
+    constexpr quint32 SEED = 20250302;
+    qInfo("seed %u", SEED);
+    QRandomGenerator random(SEED);
+    for (int round = 0; round < 100; ++round) {
+        const Storages storages;
+        Tree files;
+        for (int i = random.bounded(30); i > 0; --i)
+            files.append(random.bounded(4) == 0 ? "DCF_" + QByteArray::number(1000 + i) + ".jpg at 1700000001"
+                                                : randomForeignFile(random));
+        makeTree(storages.sd(), inFolder("100ABC/", files));
+        const QString folder = storages.sd() + "/100ABC";
+        StandardErrorCapture capture;
+        for (int i = 0; i < 10; ++i) {
+            const QStringList filters = filtersForForeignFiles(random);
+            for (const QDir::SortFlags order : {OLDEST_FIRST, QDir::SortFlags(QDir::Name)}) {
+                QCOMPARE(paths(VornFileHandler::getDirectoryContents(folder, filters, order)),
+                         paths(literal::files(QDir(folder), filters, order)));
+            }
+        }
+        QCOMPARE(capture.take(), QByteArray());
+        const QByteArray expected = literal::report(STORAGE_SD);
+        const QByteArray expectedText = capture.take();
+        QCOMPARE(literal::libraryReport(STORAGE_SD), expected);
+        QCOMPARE(capture.take(), expectedText);
+    }
+}
+
+void ListingsTest::sameAsQDirInOtherEncodings_data()
+{
+    QTest::addColumn<QByteArray>("encoding");
+    for (const char *encoding : {"ISO-8859-1", "US-ASCII", "Big5", "EUC-JP", "Shift_JIS"})
+        QTest::newRow(encoding) << QByteArray(encoding);
+}
+
+void ListingsTest::sameAsQDirInOtherEncodings()
+{
+    QFETCH(QByteArray, encoding);
+    QTextCodec *const codec = QTextCodec::codecForName(encoding);
+    if (!codec)
+        QSKIP("not supported by this Qt");
+    QRandomGenerator random(20250303);
+    const Storages storages;
+    Tree files = {"folder/a.jpg"};
+    for (int i = 0; i < 200; ++i)
+        files.append("folder/" + randomForeignFile(random));
+    makeTree(storages.path(), files);
+    const QString folder = storages.path() + "/folder";
+    QTextCodec *const previous = QTextCodec::codecForLocale();
+    QTextCodec::setCodecForLocale(codec);
+    const QStringList expected = paths(literal::files(QDir(folder), {"*.jpg"}, OLDEST_FIRST));
+    const QStringList actual = paths(VornFileHandler::getDirectoryContents(folder, {"*.jpg"}, OLDEST_FIRST));
+    QTextCodec::setCodecForLocale(previous);
+    QCOMPARE(actual, expected);
 }
 
 QTEST_GUILESS_MAIN(ListingsTest)

@@ -57,9 +57,10 @@ const QList<qint64> MOMENTS = {
 const QByteArrayList ASCII_NAMES = {"DCF_%1.jpg",    "DCF_%1.mkv", "dcf_%1.jpg", "%1.JPG",
                                     "a%1.avi",       "A%1.avi",    "%1",         "x y%1.wav",
                                     ".hidden%1.jpg", "a:%1.jpg",   "a\n%1.jpg"};
-const QByteArrayList OTHER_NAMES = {"\u00e4%1.jpg",  "\u00c4%1.jpg", "\U0001F4F7%1.jpg",
-                                    "\uff61%1.jpg",  "\377%1.jpg",   "\uFEFFDCF_%1.jpg",
-                                    "\uFEFFa%1.avi", "%1.m\u212av",  "%1.\u017fpg"};
+const QByteArrayList OTHER_NAMES = {
+    "\u00e4%1.jpg",     "\u00c4%1.jpg",     "\U0001F4F7%1.jpg", "\uff61%1.jpg", "\377%1.jpg",
+    "\uFEFFDCF_%1.jpg", "\uFEFFa%1.avi",    "%1.m\u212av",      "%1.\u017fpg",  "a\u0308%1.jpg",
+    "\u212a%1.jpg",     "\U00010400%1.jpg", "\U00010428%1.jpg", "\303%1.jpg"};
 
 /// Creates up to @p count files with random names in @p folder, some of them outside ASCII if @p mixed, and
 /// returns their paths.

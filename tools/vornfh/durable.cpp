@@ -53,8 +53,10 @@ void createOneFolder(const QString &folder, const QString &wanted)
         hidden.isCreated() && (hidden.rename(folder) || (errno == EEXIST && QFileInfo(folder).isDir()));
     if (!isDone)
         throw Failure(wanted + ": cannot be created: " + errorText(errno));
-    if (mark.isNeeded())
-        flushFile(openFolder(above).get(), wanted);
+    if (mark.isNeeded()) {
+        flushFolder(folder); // FAT then records its location, before the folder above gets its new name
+        flushFolder(above);
+    }
     mark.remove();
 }
 
