@@ -34,6 +34,7 @@ struct Scenario {
     enum Rule {
         Whole,   ///< at any time, a file is absent or whole; one that goes has another name
         InPlace, ///< a new file may have any content until it is reported
+        MkPath,  ///< so may a new folder; on FAT, the library can create no other
         Deletes, ///< what goes may have any content until it is reported
     };
     Rule rule;
@@ -243,6 +244,7 @@ QByteArray problemIn(const Snapshot &state, const Recorded &recorded, Scenario::
                      const QByteArrayList &lines, const QByteArray &root)
 {
     static const QByteArray ABSENT("\0absent", 7);
+    const bool isInPlace = rule == Scenario::InPlace || rule == Scenario::MkPath;
     QByteArrayList contents; // under names that are old or new
     for (auto entry = state.begin(); entry != state.end(); ++entry) {
         if (recorded.before.contains(entry.key()) || recorded.after.contains(entry.key()))
@@ -255,9 +257,9 @@ QByteArray problemIn(const Snapshot &state, const Recorded &recorded, Scenario::
         if (path.contains("/.vornfh-")) // left by a command, and may go at any time
             continue;
         const bool mayBeOld = before == now && !isReported(path, lines, root);
-        const bool mayBeAnything = !isReported(path, lines, root)
-                                   && ((rule == Scenario::InPlace && before == ABSENT)
-                                       || (rule == Scenario::Deletes && after == ABSENT));
+        const bool mayBeAnything =
+            !isReported(path, lines, root)
+            && ((isInPlace && before == ABSENT) || (rule == Scenario::Deletes && after == ABSENT));
         if (now != after && !mayBeOld && !mayBeAnything)
             return path + (now == ABSENT ? " is missing" : now == UNREADABLE ? " is unreadable" : " differs");
         if (now == ABSENT && before != ABSENT && rule != Scenario::Deletes && !contents.contains(before))
@@ -270,8 +272,10 @@ QByteArray problemIn(const Snapshot &state, const Recorded &recorded, Scenario::
         // A long name on FAT can take two sectors; without one of them, the file has only its short name.
         const bool isShortName = fileSystem() == "vfat" && path.contains('~')
                                  && recorded.before.values().contains(state.value(path));
+        const bool isInNewFolder = rule == Scenario::MkPath && !isReported(path, lines, root)
+                                   && !recorded.before.contains(folderOf(path));
         const bool isFolderBeingDeleted = rule == Scenario::Deletes && recorded.before.contains(path + "/");
-        if (!isKnown && !isFolderBeingDeleted && !isShortName)
+        if (!isKnown && !isFolderBeingDeleted && !isInNewFolder && !isShortName)
             return path + " is neither old nor new";
     }
     return QByteArray();
@@ -534,7 +538,7 @@ void PowerCutTest::reportedIsKept_data()
     row("mkdir-on-an-empty-card", Scenario{Scenario::Whole, {}, {"mkdir", "sd", "kept"}});
     row("host-that-records", Scenario{Scenario::InPlace, CARD, {"host", "record", "@/sd/DCIM"}});
     row("host-that-records-on-an-empty-card",
-        Scenario{Scenario::InPlace, {}, {"host", "record", "@/sd/DCIM"}});
+        Scenario{Scenario::MkPath, {}, {"host", "record", "@/sd/DCIM"}});
     row("host-that-replaces-a-file",
         Scenario{Scenario::Whole, CARD, {"host", "replace", "@/sd/DCIM/100ABC/DCF_0001.jpg"}});
     row("next-on-an-empty-card", Scenario{Scenario::Whole, {}, {"next", "sd", "jpg"}});

@@ -106,6 +106,8 @@ private slots:
     void reportsOddFolders() { compareFindings("sd/DCIM/"); }
     void reportsOddFiles_data();
     void reportsOddFiles() { compareFindings("sd/DCIM/100ABC/"); }
+    void reportsWhatIsLeftAboveTheLocation_data();
+    void reportsWhatIsLeftAboveTheLocation() { compareFindings("sd/"); }
     void reportsHowManyRecordingsAreLeft_data();
     void reportsHowManyRecordingsAreLeft();
     void printsFindingsAsJson();
@@ -255,6 +257,15 @@ void VornfhCheckTest::compareFindings(const QByteArray &folder)
     QCOMPARE(outcome.err, err);
     QCOMPARE(outcome.exitCode, 1);
     QCOMPARE(treeWithContents(tool.path()), before);
+}
+
+void VornfhCheckTest::reportsWhatIsLeftAboveTheLocation_data()
+{
+    QTest::addColumn<Tree>("entries");
+    QTest::addColumn<QByteArrayList>("findings");
+    QTest::addColumn<QByteArray>("err");
+    row("folder-that-was-to-become-the-location", Tree{".vornfh-99999999-abcdef/", "DCIM/"},
+        QByteArrayList{".vornfh-99999999-abcdef: " + LEFTOVER}, QByteArray());
 }
 
 void VornfhCheckTest::reportsHowManyRecordingsAreLeft_data()

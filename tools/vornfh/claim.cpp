@@ -118,7 +118,8 @@ void createRecordingFolder(const Storage &storage, eFileTypes type)
         return;
     createFolder(storage.location);
     const LocationLock lock(storage.location);
-    flushWithFolders({VornFileHandler::getDirPath(storage.type, createNextFolder(storage, type).folder)});
+    const int folder = createNextFolder(storage, type).folder;
+    flushWithFolders({VornFileHandler::getDirPath(storage.type, folder)});
 }
 
 int fileNumber(const QString &path)

@@ -341,7 +341,8 @@ Result check(const Storage &storage)
     Result result;
     result.numbering = numberingOf(storage);
     checkNumbering(result);
-    checkLeftovers(QFile::encodeName(storage.location), result);
+    for (const QString &folder : {QFileInfo(storage.location).path(), storage.location})
+        checkLeftovers(QFile::encodeName(folder), result);
     const QStringList listed = numberedFolders(storage);
     QMap<int, QByteArray> owners;
     for (const Entry &entry : *entries) {
