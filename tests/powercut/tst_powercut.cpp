@@ -16,6 +16,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include <sys/mount.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -449,6 +450,8 @@ private slots:
     void reportedIsKept();
     void lossesAreFound_data();
     void lossesAreFound();
+    void problemsOfTheFileSystemAreReported_data();
+    void problemsOfTheFileSystemAreReported();
 };
 
 void PowerCutTest::initTestCase()
@@ -568,6 +571,58 @@ void PowerCutTest::lossesAreFound()
     ToolRun tool;
     tool.environment.insert("LD_PRELOAD", UNFLUSHED_PATH);
     QVERIFY(replayOfRow(tool).bad > 0);
+}
+
+void PowerCutTest::problemsOfTheFileSystemAreReported_data()
+{
+    QTest::addColumn<QByteArrayList>("arguments");
+    QTest::addColumn<bool>("isWriting");
+    row("status", QByteArrayList{"status", "sd"}, false);
+    row("next", QByteArrayList{"next", "sd", "jpg"}, true);
+    row("record", QByteArrayList{"record", "sd", "--type", "jpg"}, true);
+    row("copy", QByteArrayList{"copy", "@/a.jpg", "sd", "100ABC"}, true);
+    row("move", QByteArrayList{"move", "@/a.jpg", "sd", "100ABC"}, true);
+    row("comment", QByteArrayList{"comment", "@/sd/DCIM/100ABC/DCF_0001.jpg", "text"}, true);
+    row("mkdir", QByteArrayList{"mkdir", "sd", "kept"}, true);
+    row("delete", QByteArrayList{"delete", "@/sd/DCIM/100ABC/DCF_0001.jpg"}, true);
+    row("rmdir", QByteArrayList{"rmdir", "sd", "100ABC", "--yes"}, true);
+    row("wipe", QByteArrayList{"wipe", "sd", "--yes"}, true);
+}
+
+/// ext4 turns read-only after an error; FAT and exFAT were not unmounted.
+void PowerCutTest::problemsOfTheFileSystemAreReported()
+{
+    QFETCH(QByteArrayList, arguments);
+    QFETCH(bool, isWriting);
+    const bool isJournaled = fileSystem() == "ext4";
+    const QByteArray problem =
+        isJournaled ? "the kernel has made the file system read-only after an error; unmount and check it"
+                    : "the file system was not unmounted properly; unmount and check it";
+    const ToolRun tool;
+    tool.make({"work/", "a.jpg = a"});
+    const TmpfsMount memory(tool.path() + "/work", "size=256m");
+    const QString image = tool.path() + "/work/image";
+    makeFileSystem(image, fileSystem(), DISK_BYTES);
+    {
+        const Loops loops = loopsOf({image});
+        const MountedDisks disks(loops, tool.path());
+        setUp(tool, {"sd/DCIM/100ABC/DCF_0001.jpg is a photo"});
+        ::sync();
+        require(QFile::copy(image, tool.path() + "/work/mounted"), "copy of a mounted image");
+    }
+    const Loops loops = loopsOf({isJournaled ? image : tool.path() + "/work/mounted"});
+    const MountedDisks disks(loops, tool.path());
+    if (isJournaled) {
+        const QByteArray path = tool.path().toUtf8() + "/sd";
+        require(::mount(nullptr, path.constData(), nullptr, MS_REMOUNT, "errors=remount-ro") == 0, "remount");
+        QFile trigger("/sys/fs/ext4" + loops[0]->path().mid(4) + "/trigger_fs_error");
+        require(trigger.open(QIODevice::WriteOnly | QIODevice::Unbuffered) && trigger.write("test") == 4,
+                "trigger");
+    }
+    const Outcome outcome = tool.runOnStorages(arguments);
+    const QByteArray &where = isWriting ? outcome.err : outcome.out;
+    QVERIFY2(where.contains(problem), toString(outcome));
+    QCOMPARE(outcome.exitCode, isWriting && isJournaled ? 1 : 0);
 }
 
 QTEST_GUILESS_MAIN(PowerCutTest)

@@ -72,13 +72,6 @@ quint64 mountOf(const QString &path)
     return isKnown ? status.stx_mnt_id : 0;
 }
 
-bool isOnReadOnlyFileSystem(const QString &path)
-{
-    struct statvfs fileSystem = {};
-    return ::statvfs(QFile::encodeName(path).constData(), &fileSystem) == 0
-           && (fileSystem.f_flag & ST_RDONLY) != 0;
-}
-
 bool isReadOnlyAfterError(const QString &path)
 {
     const QByteArray id = QByteArray::number(mountOf(path)) + " ";
@@ -87,11 +80,21 @@ bool isReadOnlyAfterError(const QString &path)
         return false;
     const QList<QByteArray> lines = mounts.readAll().split('\n');
     return std::any_of(lines.begin(), lines.end(), [&id](const QByteArray &line) {
-        // The mount is writable, the file system is not: proc(5), "mountinfo".
-        const QByteArray options = "," + line.split(' ').value(5) + ",";
-        const QByteArray fileSystemOptions = "," + line.mid(line.indexOf(" - ")).split(' ').last() + ",";
-        return line.startsWith(id) && options.contains(",rw,") && fileSystemOptions.contains(",ro,");
+        // The mount is writable, the file system is not: proc(5), "mountinfo". Linux 6.18 reports "rw" for
+        // ext4 even then, and "emergency_ro".
+        const QByteArrayList options = line.split(' ').value(5).split(',');
+        const QByteArrayList ofFileSystem = line.mid(line.indexOf(" - ")).split(' ').last().split(',');
+        return line.startsWith(id) && options.contains("rw")
+               && (ofFileSystem.contains("ro") || ofFileSystem.contains("emergency_ro"));
     });
+}
+
+bool isOnReadOnlyFileSystem(const QString &path)
+{
+    struct statvfs fileSystem = {};
+    const bool isMountedReadOnly = ::statvfs(QFile::encodeName(path).constData(), &fileSystem) == 0
+                                   && (fileSystem.f_flag & ST_RDONLY) != 0;
+    return isMountedReadOnly || isReadOnlyAfterError(path);
 }
 
 bool wasNotUnmounted(const QString &path)
