@@ -11,11 +11,13 @@
 #include <QFileInfo>
 #include <QRandomGenerator>
 #include <QRegularExpression>
+#include <QSet>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 #include <utility>
 
 #include <fcntl.h>
@@ -46,15 +48,41 @@ bool isRunning(pid_t number)
     return programOf(QString::number(number)) == programOf("self");
 }
 
-/// Returns whether no process uses the file @p path. The lock reveals this process, and one in another
-/// container, whose processes cannot be seen; the process number reveals one that is renaming the file at
-/// that moment.
+/// The names that this process has given. An earlier process can have had the same number.
+class GivenNames
+{
+public:
+    void add(const QString &path)
+    {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        mNames.insert(path.section('/', -1));
+    }
+    bool contains(const QString &name) const
+    {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        return mNames.contains(name);
+    }
+
+private:
+    mutable std::mutex mMutex;
+    QSet<QString> mNames;
+};
+
+GivenNames &givenNames()
+{
+    static GivenNames names;
+    return names;
+}
+
+/// Returns whether no process uses the file @p path. The lock reveals a process in another container, whose
+/// processes cannot be seen; the process number reveals one that is renaming the file at that moment.
 bool isLeftover(const QString &path)
 {
-    const auto match = namePattern().match(path.mid(path.lastIndexOf('/') + 1));
+    const QString name = path.section('/', -1);
+    const auto match = namePattern().match(name);
     const Descriptor file = openFile(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
-    return match.hasMatch() && !isRunning(match.captured(1).toInt()) && file.isOpen()
-           && ::flock(file.get(), LOCK_EX | LOCK_NB) == 0;
+    return match.hasMatch() && !givenNames().contains(name) && !isRunning(match.captured(1).toInt())
+           && file.isOpen() && ::flock(file.get(), LOCK_EX | LOCK_NB) == 0;
 }
 
 constexpr int RANDOM_LENGTH = 6;
@@ -76,6 +104,7 @@ Descriptor createHidden(const QString &folder, const QString &extension, const Q
                           QString("no file can be created in %1: %2").arg(folder, errorText(errno)));
     ::flock(file.get(), LOCK_EX | LOCK_NB);
     created = QFile::decodeName(path);
+    givenNames().add(created);
     return file;
 }
 
@@ -98,6 +127,7 @@ TemporaryFolder::TemporaryFolder(const QString &folder)
                      random.rightJustified(RANDOM_LENGTH, '0', true));
         mPath = ::mkdir(path.constData(), 0777) == 0 ? QFile::decodeName(path) : QString();
     } while (!isCreated() && errno == EEXIST);
+    givenNames().add(mPath);
 }
 
 TemporaryFolder::~TemporaryFolder()
