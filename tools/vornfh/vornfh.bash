@@ -36,7 +36,8 @@ _vornfh_options()
         list) echo '--images --videos --audio --thumbs --filter --json' ;;
         count | info | status | check) echo '--json' ;;
         gallery) echo '--output --force --probe' ;;
-        rmdir | wipe) echo '--yes' ;;
+        delete) echo '--only --force' ;;
+        rmdir | wipe) echo '--yes --force' ;;
     esac
 }
 
