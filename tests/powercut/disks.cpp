@@ -44,7 +44,7 @@ Snapshot snapshotOf(const QString &folder)
         else if (!file.open(QIODevice::ReadOnly))
             found[name] = UNREADABLE;
         else
-            found[name] = file.readAll();
+            found[name] = ((status.st_mode & 0222) == 0 ? "protected: " : "") + file.readAll();
         if (file.isOpen() && file.error() != QFile::NoError)
             found[name] = UNREADABLE;
     }

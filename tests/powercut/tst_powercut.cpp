@@ -276,6 +276,12 @@ QByteArray problemIn(const Snapshot &state, const Recorded &recorded, Scenario::
         const bool isInNewFolder = rule == Scenario::MkPath && !isReported(path, lines, root)
                                    && !recorded.before.contains(folderOf(path));
         const bool isFolderBeingDeleted = rule == Scenario::Deletes && recorded.before.contains(path + "/");
+        const QByteArray base = path.left(path.lastIndexOf('.') + 1);
+        const bool isAlone = rule == Scenario::Deletes && path.endsWith(".thumb")
+                             && recorded.before.lowerBound(base).key() != path
+                             && state.lowerBound(base).key() == path;
+        if (isAlone)
+            return path + " is without its recording";
         if (!isKnown && !isFolderBeingDeleted && !isInNewFolder && !isShortName)
             return path + " is neither old nor new";
     }
@@ -533,6 +539,15 @@ void PowerCutTest::reportedIsKept_data()
         Scenario{Scenario::Deletes,
                  CARD + Tree{"sd/DCIM/101ABC/DCF_0001.wav = three", "sd/DCIM/101ABC/DCF_0002.wav = four"},
                  {"delete", "@/sd/DCIM/100ABC/DCF_0002.wav", "@/sd/DCIM/101ABC/DCF_0001.wav"}});
+    row("delete-with-a-thumbnail",
+        Scenario{Scenario::Deletes, CARD, {"delete", "@/sd/DCIM/100ABC/DCF_0001.jpg"}});
+    row("prune",
+        Scenario{Scenario::Deletes,
+                 CARD
+                     + Tree{"sd/DCIM/101ABC/DCF_0001.jpg is a photo", "sd/DCIM/101ABC/DCF_0001.thumb = three",
+                            "sd/DCIM/101ABC/DCF_0002.wav = four"},
+                 {"prune", "sd", "--keep-last", "1"}});
+    row("protect", Scenario{Scenario::Whole, CARD, {"protect", "@/sd/DCIM/100ABC"}});
     row("rmdir", Scenario{Scenario::Deletes,
                           CARD + Tree{"sd/DCIM/kept/DCF_0001.wav = three"},
                           {"rmdir", "sd", "100ABC", "--yes"}});

@@ -339,6 +339,16 @@ void VornfhFaultsTest::survivesEveryFault_data()
         {"delete", "sd/DCIM/100ABC/DCF_0001.jpg", "sd/DCIM/100ABC/DCF_0002.wav",
          "sd/DCIM/101ABC/DCF_0001.png"},
         card, {"unlink", "fsync"});
+    const Tree objects =
+        card
+        + onCard({"100ABC/DCF_0001.thumb = t", "101ABC/DCF_0001.thumb = t", "101ABC/DCF_0002.png = five"});
+    row("delete-with-thumbnails", {"delete", "sd/DCIM/100ABC/DCF_0001.jpg", "sd/DCIM/101ABC/DCF_0001.png"},
+        objects, {"unlink", "fsync"});
+    const Tree stray = onCard({"100ABC/notes.txt"}); // so that the folder stays
+    row("prune", {"prune", "sd", "--keep-last", "1"}, card + stray, {"unlink", "fsync"});
+    row("prune-with-thumbnails", {"prune", "sd", "--keep-last", "1"}, objects + stray, {"fsync"});
+    row("prune-an-empty-folder", {"prune", "sd", "--keep-last", "1"}, objects, {});
+    row("protect", {"protect", "sd/DCIM/100ABC"}, objects, {"syncfs", "fsync"});
     row("rmdir", {"rmdir", "sd", "100ABC", "--yes"}, card, {"unlink", "fsync"});
     row("wipe", {"wipe", "sd", "--yes"}, card, {"unlink", "fsync"});
     row("gallery", {"gallery", "sd", "-o", "out/page.html"},

@@ -205,7 +205,8 @@ void VornfhInfoTest::jsonHasTheRawValues()
                                  {"height", 0},
                                  {"length", 60},
                                  {"bitrate", 6000},
-                                 {"framerate", 0}}));
+                                 {"framerate", 0},
+                                 {"protected", false}}));
     QJsonObject folder = array[1].toObject();
     folder.remove("created");
     QCOMPARE(folder, (QJsonObject{{"type", 128},
@@ -217,6 +218,7 @@ void VornfhInfoTest::jsonHasTheRawValues()
                                   {"length", 0},
                                   {"bitrate", 0},
                                   {"framerate", 0},
+                                  {"protected", false},
                                   {"imageCount", 0},
                                   {"thumbCount", 0},
                                   {"videoCount", 0},

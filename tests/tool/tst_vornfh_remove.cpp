@@ -102,6 +102,25 @@ void VornfhRemoveTest::deletesFiles_data()
         "@/sd/DCIM/l.jpg\n", {"sd/DCIM/l.jpg -> @/a.jpg"});
     row("odd-name", {"sd/DCIM/-f [a,b] 'x'\n"}, {"sd/DCIM/-f [a,b] 'x'\n"}, "@/sd/DCIM/-f [a,b] 'x'\\x0a\n",
         {"sd/DCIM/-f [a,b] 'x'\n"});
+    const Tree photo = {"sd/DCIM/100ABC/DCF_0005.jpg", "sd/DCIM/100ABC/DCF_0005.thumb"};
+    const QByteArray photoLines = "@/sd/DCIM/100ABC/DCF_0005.jpg\n@/sd/DCIM/100ABC/DCF_0005.thumb\n";
+    row("thumbnail-goes-along", photo, {"sd/DCIM/100ABC/DCF_0005.jpg"}, photoLines, photo);
+    row("thumbnail-is-named-too", photo, {"sd/DCIM/100ABC/DCF_0005.jpg", "sd/DCIM/100ABC/DCF_0005.thumb"},
+        photoLines, photo);
+    row("thumbnail-is-named-first", photo, {"sd/DCIM/100ABC/DCF_0005.thumb", "sd/DCIM/100ABC/DCF_0005.jpg"},
+        "@/sd/DCIM/100ABC/DCF_0005.thumb\n@/sd/DCIM/100ABC/DCF_0005.jpg\n", photo);
+    row("thumbnail-alone", photo, {"sd/DCIM/100ABC/DCF_0005.thumb"}, "@/sd/DCIM/100ABC/DCF_0005.thumb\n",
+        photo.mid(1));
+    row("only-the-recording", photo, {"--only", "sd/DCIM/100ABC/DCF_0005.jpg"},
+        "@/sd/DCIM/100ABC/DCF_0005.jpg\n", photo.mid(0, 1));
+    row("thumbnail-of-two-formats-stays", photo + Tree{"sd/DCIM/100ABC/DCF_0005.avi"},
+        {"sd/DCIM/100ABC/DCF_0005.jpg"}, "@/sd/DCIM/100ABC/DCF_0005.jpg\n", photo.mid(0, 1));
+    row("thumbnail-goes-with-the-last-format", photo + Tree{"sd/DCIM/100ABC/DCF_0005.avi"},
+        {"sd/DCIM/100ABC/DCF_0005.jpg", "sd/DCIM/100ABC/DCF_0005.avi"},
+        "@/sd/DCIM/100ABC/DCF_0005.jpg\n@/sd/DCIM/100ABC/DCF_0005.avi\n@/sd/DCIM/100ABC/DCF_0005.thumb\n",
+        photo + Tree{"sd/DCIM/100ABC/DCF_0005.avi"});
+    row("thumbnail-stays-with-an-audio-file", photo + Tree{"sd/DCIM/100ABC/DCF_0005.wav"},
+        {"sd/DCIM/100ABC/DCF_0005.wav"}, "@/sd/DCIM/100ABC/DCF_0005.wav\n", {"sd/DCIM/100ABC/DCF_0005.wav"});
     row("brackets", {"sd/DCIM/[a]", "sd/DCIM/a"}, {"sd/DCIM/[a]"}, "@/sd/DCIM/[a]\n", {"sd/DCIM/[a]"});
 }
 

@@ -10,6 +10,7 @@
 #include <QFile>
 #include <QRegularExpression>
 
+#include <algorithm>
 #include <cerrno>
 #include <memory>
 
@@ -110,4 +111,20 @@ void requireReadableFolders(const Storage &storage)
     requireReadable(storage.location);
     for (const QString &folder : numberedFolders(storage))
         requireReadable(storage.location + "/" + folder);
+}
+
+QString withResolvedFolder(const QString &path)
+{
+    const int slash = path.lastIndexOf('/');
+    const QString folder = QFileInfo(path.left(slash + 1)).canonicalFilePath();
+    return folder.isEmpty() ? path : QDir(folder).filePath(path.mid(slash + 1));
+}
+
+const Storage *storageOf(const QString &path, const QList<Storage> &storages)
+{
+    const auto found = std::find_if(storages.begin(), storages.end(), [&path](const Storage &storage) {
+        const QString location = QFileInfo(storage.location).canonicalFilePath();
+        return !location.isEmpty() && location != "/" && isInside(path, location);
+    });
+    return found == storages.end() ? nullptr : &*found;
 }

@@ -40,4 +40,10 @@ QStringList unreadableEntries(const QString &folder);
 /// requireReadable() for the location of @p storage and its numbered folders.
 void requireReadableFolders(const Storage &storage);
 
+/// @p path with symbolic links resolved in all but the last component.
+QString withResolvedFolder(const QString &path);
+
+/// Returns the storage device whose location contains the resolved path @p path; null if none does.
+const Storage *storageOf(const QString &path, const QList<Storage> &storages);
+
 #endif // FOLDERS_H

@@ -55,5 +55,7 @@ int main(int argc, char *argv[])
     addTransfer(line);
     addMkdir(line);
     addRemove(line);
+    addPrune(line);
+    addProtect(line);
     return finishOutput(line.run(argc, argv));
 }

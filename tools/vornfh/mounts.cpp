@@ -131,6 +131,13 @@ qint64 freeBytes(const QString &path)
            * static_cast<qint64>(fileSystem.f_frsize);
 }
 
+qint64 sizeOfFileSystem(const QString &path)
+{
+    struct statvfs fileSystem = {};
+    ::statvfs(QFile::encodeName(path).constData(), &fileSystem);
+    return static_cast<qint64>(fileSystem.f_blocks) * static_cast<qint64>(fileSystem.f_frsize);
+}
+
 bool areOnOneFileSystem(const QString &one, const QString &other)
 {
     struct stat first = {};

@@ -34,6 +34,9 @@ qint64 largestFile(const QString &path);
 /// known.
 qint64 freeBytes(const QString &path);
 
+/// The size of the file system of @p path in bytes; 0 if it is not known.
+qint64 sizeOfFileSystem(const QString &path);
+
 /// Returns whether both paths exist and are on the same file system.
 bool areOnOneFileSystem(const QString &one, const QString &other);
 

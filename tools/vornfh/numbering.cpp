@@ -3,6 +3,8 @@
 
 #include "folders.h"
 
+#include <algorithm>
+
 using namespace VORN_FILE_HANDLER;
 
 namespace {
@@ -52,4 +54,15 @@ QString nextPath(const Storage &storage, const Numbering &numbering, eFileTypes 
 QString folderName(int number)
 {
     return QString::number(number) + VornFileHandler::mFolderSuffix;
+}
+
+int numberIn(const QByteArray &baseName)
+{
+    constexpr int DIGITS = 4;
+    const QByteArray prefix = "DCF_";
+    const QByteArray digits = baseName.mid(prefix.size());
+    const bool isNumber =
+        baseName.startsWith(prefix) && digits.size() == DIGITS
+        && std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; });
+    return isNumber ? digits.toInt() : 0;
 }

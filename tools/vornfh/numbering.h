@@ -4,6 +4,7 @@
 
 #include "storages.h"
 
+#include <QByteArray>
 #include <QString>
 
 /// The numbers that a player accepts and that the library assigns.
@@ -32,5 +33,9 @@ QString nextPath(const Storage &storage, const Numbering &numbering, VORN_FILE_H
 
 /// The name of folder @p number.
 QString folderName(int number);
+
+/// The number in the base name of a file, if the library could have built it: 7 for "DCF_0007"; 0 for any
+/// other name.
+int numberIn(const QByteArray &baseName);
 
 #endif // NUMBERING_H

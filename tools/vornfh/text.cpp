@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "text.h"
 
+#include <QRegularExpression>
 #include <QTextCodec>
 
 #include <algorithm>
@@ -29,6 +30,26 @@ int sequenceLength(const QByteArray &bytes)
             return length;
     }
     return 0;
+}
+
+struct Unit {
+    QChar letter;
+    qint64 factor;
+};
+
+/// The value of a whole number that is followed by the letter of one of @p units; nullopt if it is anything
+/// else or too large.
+std::optional<qint64> parsedAmount(const QString &text, const std::initializer_list<Unit> &units)
+{
+    static const QRegularExpression AMOUNT(QRegularExpression::anchoredPattern("([0-9]{1,18})([A-Za-z]?)"));
+    const auto match = AMOUNT.match(text);
+    const auto *const unit = std::find_if(units.begin(), units.end(), [&match](const Unit &one) {
+        return match.captured(2) == (one.letter.isNull() ? QString() : QString(one.letter));
+    });
+    qint64 value = match.captured(1).toLongLong();
+    const bool isAmount =
+        match.hasMatch() && unit != units.end() && !__builtin_mul_overflow(value, unit->factor, &value);
+    return isAmount ? std::optional(value) : std::nullopt;
 }
 
 } // namespace
@@ -73,6 +94,17 @@ QString humanSize(qint64 bytes)
         ++unit;
     }
     return QString("%1 %2").arg(size, 0, 'f', 1).arg(UNITS[unit]);
+}
+
+std::optional<qint64> parsedSize(const QString &text)
+{
+    return parsedAmount(
+        text, {{QChar(), 1}, {'K', 1LL << 10}, {'M', 1LL << 20}, {'G', 1LL << 30}, {'T', 1LL << 40}});
+}
+
+std::optional<qint64> parsedAge(const QString &text)
+{
+    return parsedAmount(text, {{'s', 1}, {'m', 60}, {'h', 3600}, {'d', 86400}, {'w', 604800}});
 }
 
 QString counted(qint64 count, const QString &noun)

@@ -21,6 +21,13 @@ QString printable(const QByteArray &bytes);
 /// "1023 B", "1.5 KiB", "3.7 GiB".
 QString humanSize(qint64 bytes);
 
+/// The number of bytes that "2G", "500M", "64K" or "1000" stand for, in powers of 1024; nullopt for anything
+/// else.
+std::optional<qint64> parsedSize(const QString &text);
+
+/// The number of seconds that "90s", "30m", "12h", "7d" or "2w" stand for; nullopt for anything else.
+std::optional<qint64> parsedAge(const QString &text);
+
 /// "1 file", "2 files".
 QString counted(qint64 count, const QString &noun);
 

@@ -22,7 +22,7 @@ _vornfh_values()
             ;;
         --type) _vornfh_reply -W 'avi mkv jpg png wav' -- "$2" ;;
         --filter) _vornfh_reply -W 'dcim other all' -- "$2" ;;
-        --suffix | --count | --duration) COMPREPLY=() ;;
+        --suffix | --count | --duration | --keep-free | --max-size | --keep-last | --keep-within) COMPREPLY=() ;;
         *) return 1 ;;
     esac
 }
@@ -36,7 +36,10 @@ _vornfh_options()
         list) echo '--images --videos --audio --thumbs --filter --json' ;;
         count | info | status | check) echo '--json' ;;
         gallery) echo '--output --force --probe' ;;
-        rmdir | wipe) echo '--yes' ;;
+        move) echo '--force' ;;
+        delete) echo '--only --force' ;;
+        rmdir | wipe) echo '--yes --force' ;;
+        prune) echo '--keep-free --max-size --keep-last --keep-within --json' ;;
     esac
 }
 
@@ -45,7 +48,7 @@ _vornfh_arguments()
 {
     local storages='mmc sd usb'
     case $1 in
-        info | comment | delete) _vornfh_reply -o filenames -f -- "$3" ;;
+        info | comment | delete | protect | unprotect) _vornfh_reply -o filenames -f -- "$3" ;;
         copy | move) _vornfh_reply -o filenames -f -W "$((( $2 > 0 )) && echo $storages)" -- "$3" ;;
         next)
             (($2 == 0)) && _vornfh_reply -W "$storages" -- "$3"
@@ -60,7 +63,7 @@ _vornfh()
     local IFS=$' \t\n'
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
     local commands='next record folders list count info comment status check gallery copy move delete
-                    mkdir rmdir wipe'
+                    mkdir rmdir wipe prune protect unprotect'
     local common='--help --version --config --suffix --mmc --mmc-block --sd --sd-block --usb --usb-block'
     local command='' word i arguments=0 isValue=''
     COMPREPLY=()
@@ -77,7 +80,7 @@ _vornfh()
         word=${COMP_WORDS[i]}
         case $word in
             --config | --output | -o | --input | --mmc | --sd | --usb | --*-block | --type | --filter | \
-                --suffix | --count | --duration)
+                --suffix | --count | --duration | --keep-free | --max-size | --keep-last | --keep-within)
                 isValue=yes
                 continue
                 ;;

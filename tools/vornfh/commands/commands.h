@@ -14,6 +14,8 @@ void addCheck(CommandLine &line);
 void addGallery(CommandLine &line);
 void addTransfer(CommandLine &line); // copy, move
 void addMkdir(CommandLine &line);
+void addPrune(CommandLine &line);
+void addProtect(CommandLine &line); // protect, unprotect
 void addRemove(CommandLine &line); // delete, rmdir, wipe
 
 #endif // COMMANDS_H

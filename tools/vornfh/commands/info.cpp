@@ -3,6 +3,7 @@
 #include "files.h"
 #include "folders.h"
 #include "media.h"
+#include "objects.h"
 #include "output.h"
 #include "paths.h"
 #include "text.h"
@@ -61,7 +62,7 @@ QJsonValue isoTime(const QDateTime &time)
                           : QJsonValue();
 }
 
-QJsonObject toJson(const Metadata &record)
+QJsonObject toJson(const Metadata &record, bool isMarked)
 {
     QJsonObject object = {
         {"type", record.mType},
@@ -74,6 +75,7 @@ QJsonObject toJson(const Metadata &record)
         {"length", record.mLength},
         {"bitrate", record.mBitrate},
         {"framerate", record.mFramerate},
+        {"protected", isMarked},
     };
     if (record.mType == FILE_TYPE_DIRECTORY) {
         object["imageCount"] = record.mImageCount;
@@ -133,6 +135,8 @@ void printRecord(const QString &path, const Metadata &record)
     print("size", sizeText(record.mSize));
     print("created", timeText(record.mCreated));
     print("modified", timeText(record.mLastModified));
+    if (isProtected(fromRoot(path)))
+        print("mark", "protected");
     if (record.mType == FILE_TYPE_DIRECTORY) {
         printFolder(record);
         return;
@@ -151,7 +155,7 @@ ExitCode showInfo(const QStringList &paths, bool isJson)
         Metadata record;
         readRecord(path, record);
         if (isJson)
-            array.append(toJson(record));
+            array.append(toJson(record, isProtected(fromRoot(path))));
         else
             printRecord(path, record);
     });

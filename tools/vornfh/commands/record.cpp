@@ -8,6 +8,7 @@
 #include "media.h"
 #include "mounts.h"
 #include "numbering.h"
+#include "objects.h"
 #include "output.h"
 #include "paths.h"
 #include "recording.h"
@@ -205,6 +206,7 @@ ExitCode recordOne(const Recording &recording)
 {
     const SizeLimit limit = sizeLimit(nearestExisting(recording.storage.location), recording.type.kind);
     const QString path = claimPath(recording.storage, recording.type.type);
+    const Descriptor held = holdForWriting(path); // so that prune leaves it alone
     removeLeftovers(QFileInfo(path).path());
     Watch watch(path);
     const QString problem = run(recording, path, limit, watch);

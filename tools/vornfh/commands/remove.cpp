@@ -6,6 +6,7 @@
 #include "folders.h"
 #include "media.h"
 #include "mounts.h"
+#include "objects.h"
 #include "output.h"
 #include "paths.h"
 #include "text.h"
@@ -13,6 +14,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QSet>
 
 #include <algorithm>
 #include <cerrno>
@@ -33,28 +35,28 @@ namespace {
 
 // delete
 
-/// @p path with symbolic links resolved in all but the last component: if that is a link, the link is
-/// deleted.
-QString withResolvedFolder(const QString &path)
-{
-    const int slash = path.lastIndexOf('/');
-    const QString folder = QFileInfo(path.left(slash + 1)).canonicalFilePath();
-    return folder.isEmpty() ? path : QDir(folder).filePath(path.mid(slash + 1));
-}
+struct Request {
+    eStorageType storage = STORAGE_MMC;
+    std::string folder;
+    CLI::Option *paths = nullptr;
+    bool isConfirmed = false;
+    bool isForced = false;
+    bool isOnly = false;
+};
 
-/// Returns the storage device whose location contains @p path; nullptr if none does.
-const Storage *storageOf(const QString &path, const QList<Storage> &storages)
-{
-    const auto found = std::find_if(storages.begin(), storages.end(), [&path](const Storage &storage) {
-        const QString location = QFileInfo(storage.location).canonicalFilePath();
-        return !location.isEmpty() && location != "/" && isInside(path, location);
-    });
-    return found == storages.end() ? nullptr : &*found;
-}
+/// A file to be deleted.
+struct Target {
+    QString path;      // as it is reported
+    QString resolved;  // without symbolic links in the folder
+    QString thumbnail; // that goes with it, as it is reported; empty if none does
 
-/// Deletes a file and returns the folder that it was in. Before the first file in @p seen, reports what is
-/// wrong with its storage device, and removes what interrupted commands have left in its folder.
-QString deleteFile(const QString &path, const QList<Storage> &storages, std::set<QString> &seen)
+    QString folder() const { return QFileInfo(resolved).path(); }
+};
+
+/// Returns the file @p path if it may be deleted. Before the first file in @p seen, reports what is wrong
+/// with its storage device, and removes what interrupted commands have left in its folder.
+Target targetOf(const QString &path, const QList<Storage> &storages, const Request &request,
+                std::set<QString> &seen)
 {
     struct stat status = {};
     if (!readLinkStatus(path, status))
@@ -72,48 +74,91 @@ QString deleteFile(const QString &path, const QList<Storage> &storages, std::set
         reportProblems(storage->location);
     if (seen.insert(folder).second)
         removeLeftovers(folder);
+    if (!request.isForced)
+        requireUnprotected(path, resolved);
+    const bool hasThumbnail = !request.isOnly && !thumbnailFreedBy(resolved).isEmpty();
+    return {path, resolved, hasThumbnail ? thumbnailOf(path) : QString()};
+}
+
+void deleteFile(const QString &resolved, const QString &path)
+{
+    struct stat status = {};
     VornFileHandler::deleteFile(resolved);
     // The library does not report the reason for a failure; a second attempt does.
     if (readLinkStatus(resolved, status) && ::unlink(QFile::encodeName(resolved).constData()) != 0)
         throw FileFailure(path, "cannot be deleted: " + errorText(errno));
-    return folder;
 }
 
-/// Files that are deleted, and the folders that they were in.
-struct Deleted {
-    QStringList paths;
-    std::set<QString> folders;
+/// Deletes files and reports them when that is on the device. A recording is deleted after its thumbnail, so
+/// that no thumbnail is ever alone.
+class Deletion
+{
+public:
+    void add(const Target &target)
+    {
+        if (target.thumbnail.isEmpty()) {
+            deleteFile(target.resolved, target.path);
+            mDeleted.append(target.path);
+        } else {
+            deleteFile(thumbnailOf(target.resolved), target.thumbnail);
+            mRecordings.append(target);
+            mTaken.insert({target.resolved, thumbnailOf(target.resolved)});
+        }
+        mFolders.insert(target.folder());
+        ++mNamed;
+    }
+
+    /// Returns whether @p path is a recording that was given with its thumbnail, or the thumbnail.
+    bool isTaken(const QString &path) const { return mTaken.find(withResolvedFolder(path)) != mTaken.end(); }
+
+    /// Flushes the folders and reports the files. Returns the number of failures.
+    int finish()
+    {
+        const QList<Target> recordings = std::exchange(mRecordings, {});
+        const std::set<QString> folders = std::exchange(mFolders, {});
+        const int named = std::exchange(mNamed, 0);
+        if (!recordings.isEmpty() && forEachReporting(folders, flushFolder) > 0)
+            return named;
+        const int failures = forEachReporting(recordings, [this](const Target &target) {
+            mDeleted.append(target.thumbnail);
+            deleteFile(target.resolved, target.path);
+            mDeleted.insert(mDeleted.size() - 1, target.path);
+        });
+        const QStringList deleted = std::exchange(mDeleted, {});
+        if (forEachReporting(folders, flushFolder) > 0)
+            return named;
+        for (const QString &path : deleted)
+            printDone(printable(path));
+        return failures;
+    }
+
+private:
+    QStringList mDeleted;       // not yet reported
+    QList<Target> mRecordings;  // whose thumbnails are deleted
+    std::set<QString> mTaken;   // since the start
+    std::set<QString> mFolders; // to be flushed
+    int mNamed = 0;
 };
 
-/// Flushes the folders and reports the files. Returns the number of failures.
-int report(Deleted &deleted)
-{
-    const Deleted batch = std::exchange(deleted, {});
-    const int failures = forEachReporting(batch.folders, flushFolder);
-    if (failures > 0)
-        return batch.paths.size();
-    for (const QString &path : batch.paths)
-        printDone(printable(path));
-    return 0;
-}
-
-ExitCode deleteFiles(const std::vector<std::string> &files, const QList<Storage> &storages)
+ExitCode deleteFiles(const Request &request, const QList<Storage> &storages)
 {
     constexpr auto INTERVAL = std::chrono::seconds(1);
+    const std::vector<std::string> files = request.paths->results();
     auto lastReport = std::chrono::steady_clock::now();
-    Deleted deleted;
+    Deletion deletion;
     std::set<QString> seen; // storage devices and folders
     int failures = 0;
     failures += forEachReporting(files, [&](const std::string &file) {
         const QString path = pathArgument(file);
-        deleted.folders.insert(deleteFile(path, storages, seen));
-        deleted.paths.append(path);
+        if (deletion.isTaken(path))
+            return;
+        deletion.add(targetOf(path, storages, request, seen));
         if (std::chrono::steady_clock::now() - lastReport < INTERVAL)
             return;
-        failures += report(deleted);
+        failures += deletion.finish();
         lastReport = std::chrono::steady_clock::now();
     });
-    failures += report(deleted);
+    failures += deletion.finish();
     if (failures > 0)
         throw Failure(QString("%1 of %2 files not deleted").arg(failures).arg(files.size()));
     return DONE;
@@ -121,7 +166,26 @@ ExitCode deleteFiles(const std::vector<std::string> &files, const QList<Storage>
 
 // rmdir and wipe
 
-/// Everything in a folder, at all depths.
+/// Folders and base names, the start of the paths of the files that are left alone.
+using Kept = std::set<QByteArray>;
+
+/// The path of a file without the extension, which all files of an object share.
+QByteArray basePath(const QByteArray &path)
+{
+    const int dot = path.lastIndexOf('.');
+    return dot > path.lastIndexOf('/') ? path.left(dot) : path;
+}
+
+bool isKept(const FTSENT &entry, const Kept &kept)
+{
+    const QByteArray path = entry.fts_path;
+    if (entry.fts_info != FTS_D && entry.fts_info != FTS_DP)
+        return kept.find(basePath(path)) != kept.end();
+    const auto next = kept.lower_bound(path + "/");
+    return next != kept.end() && next->startsWith(path + "/");
+}
+
+/// Everything in a folder, at all depths, that is to be deleted.
 struct Content {
     int files = 0;
     int folders = 0;
@@ -130,6 +194,8 @@ struct Content {
     QStringList others; // files that are not media files
     QString mountPoint; // of another file system in it
     QByteArray first;   // the path of the first name, which can be deleted before the others
+    Kept objects;       // that are protected
+    int keptFiles = 0;
 };
 
 bool isMedia(const QByteArray &name)
@@ -137,14 +203,19 @@ bool isMedia(const QByteArray &name)
     return findType(QString::fromUtf8(name), Qt::CaseInsensitive) != nullptr;
 }
 
-void count(const FTSENT &entry, int prefixLength, dev_t device, Content &content)
+void count(const FTSENT &entry, int prefixLength, dev_t device, const Kept &kept, Content &content)
 {
     const QByteArray path = entry.fts_path;
     const QString shown = printable(path.mid(prefixLength));
+    const bool isLeft = isKept(entry, kept);
     if (entry.fts_info == FTS_D) {
-        content.folders += entry.fts_level > 0 ? 1 : 0;
+        content.folders += entry.fts_level > 0 && !isLeft ? 1 : 0;
         if (entry.fts_statp->st_dev != device && content.mountPoint.isEmpty())
             content.mountPoint = printable(path);
+        return;
+    }
+    if (isLeft) {
+        content.keptFiles += entry.fts_info != FTS_DP ? 1 : 0;
         return;
     }
     if (entry.fts_level > 0) {
@@ -155,6 +226,8 @@ void count(const FTSENT &entry, int prefixLength, dev_t device, Content &content
     if (entry.fts_info == FTS_DP)
         return;
     ++content.files;
+    if (entry.fts_info == FTS_F && isProtectedMode(entry.fts_statp->st_mode))
+        content.objects.insert(basePath(path));
     if (entry.fts_info == FTS_F && entry.fts_statp->st_dev != device && content.mountPoint.isEmpty())
         content.mountPoint = printable(path);
     content.bytes += entry.fts_info == FTS_F ? entry.fts_statp->st_size : 0;
@@ -162,24 +235,43 @@ void count(const FTSENT &entry, int prefixLength, dev_t device, Content &content
         content.others.append(shown);
 }
 
+/// Calls work(entry) for everything in @p folder, and for the folder itself, as fts(3) walks through it.
 /// Throws Failure if @p folder or a folder in it cannot be read.
-Content contentOf(const QString &folder)
+template <typename Work>
+void walk(const QByteArray &folder, Work work)
 {
-    Content content;
-    QByteArray path = QFile::encodeName(folder);
-    struct stat status = {};
-    if (::lstat(path.constData(), &status) != 0)
-        return content;
+    QByteArray path = folder;
     char *const roots[] = {path.data(), nullptr};
-    const std::unique_ptr<FTS, int (*)(FTS *)> walk(::fts_open(roots, FTS_PHYSICAL | FTS_NOCHDIR, nullptr),
-                                                    ::fts_close);
-    if (!walk)
-        throw Failure(folder + ": " + errorText(errno));
-    while (const FTSENT *entry = ::fts_read(walk.get())) {
+    const std::unique_ptr<FTS, int (*)(FTS *)> entries(::fts_open(roots, FTS_PHYSICAL | FTS_NOCHDIR, nullptr),
+                                                       ::fts_close);
+    if (!entries)
+        throw Failure(printable(folder) + ": " + errorText(errno));
+    while (const FTSENT *entry = ::fts_read(entries.get())) {
         if (entry->fts_info == FTS_DNR || entry->fts_info == FTS_ERR || entry->fts_info == FTS_NS)
             throw Failure(printable(QByteArray(entry->fts_path)) + ": " + errorText(entry->fts_errno));
-        count(*entry, path.size() + 1, status.st_dev, content);
+        work(*entry);
     }
+}
+
+/// What is in @p folder, without what is kept. Throws Failure if a folder cannot be read.
+Content contentOf(const QString &folder, const Kept &kept = {})
+{
+    Content content;
+    const QByteArray path = QFile::encodeName(folder);
+    struct stat status = {};
+    if (::lstat(path.constData(), &status) == 0)
+        walk(path, [&](const FTSENT &entry) { count(entry, path.size() + 1, status.st_dev, kept, content); });
+    return content;
+}
+
+/// What may be deleted of @p folder: without the protected objects, unless @p isForced.
+Content deletableContent(const QString &folder, bool isForced)
+{
+    Content content = contentOf(folder);
+    const Kept objects = isForced ? Kept() : std::exchange(content.objects, {});
+    if (!objects.empty())
+        content = contentOf(folder, objects);
+    content.objects = objects;
     return content;
 }
 
@@ -205,6 +297,9 @@ void confirm(const QString &folder, const Content &content, bool isConfirmed)
     if (!content.others.isEmpty())
         printError(
             QString("%1: including files that are not media files: %2").arg(folder, listed(content.others)));
+    if (content.keptFiles > 0)
+        printError(QString("%1: keeps %2 of protected objects; use --force to delete them too")
+                       .arg(folder, counted(content.keptFiles, "file")));
     if (isConfirmed)
         return;
     if (!::isatty(STDIN_FILENO))
@@ -255,6 +350,27 @@ void requireGone(const QString &folder, const Content &before)
     printDone(QString("%1: deleted %2%3").arg(printable(folder), summary(before), rest));
 }
 
+/// Deletes the content of @p folder. Throws Failure if anything but protected objects is left.
+void deleteAllButKept(const QString &folder, const Content &content)
+{
+    const QByteArray path = QFile::encodeName(folder);
+    const QSet<QString> agreed(content.names.begin(), content.names.end());
+    QStringList left;
+    walk(path, [&](const FTSENT &entry) {
+        const QString shown = printable(QByteArray(entry.fts_path).mid(path.size() + 1));
+        if (entry.fts_info == FTS_D || isKept(entry, content.objects))
+            return;
+        if (!agreed.contains(shown))
+            left.append(shown + ": was created in the meantime");
+        else if (::remove(entry.fts_path) != 0)
+            left.append(shown + ": " + errorText(errno));
+    });
+    flushFileSystem(folder);
+    if (!left.isEmpty())
+        throw Failure(QString("%1: could not be deleted: %2").arg(folder, listed(left)));
+    printDone(QString("%1: deleted %2; protected objects remain").arg(printable(folder), summary(content)));
+}
+
 void requireRealFolder(const QString &path, const QString &ifMissing)
 {
     struct stat status = {};
@@ -266,17 +382,21 @@ void requireRealFolder(const QString &path, const QString &ifMissing)
         throw Failure(path + ": is not a folder");
 }
 
-ExitCode removeFolder(const Storage &storage, const QString &name, bool isConfirmed)
+ExitCode removeFolder(const Storage &storage, const QString &name, const Request &request)
 {
     requireNotRoot(storage);
     requireFolderName(name);
     const QString path = VornFileHandler::getDirPath(storage.type, name);
     requireRealFolder(path, "does not exist");
     requireWritable(storage);
-    Content content = contentOf(path);
+    Content content = deletableContent(path, request.isForced);
     if (!areOnOneFileSystem(path, storage.location))
         content.mountPoint = path;
-    confirm(path, content, isConfirmed);
+    confirm(path, content, request.isConfirmed);
+    if (content.keptFiles > 0) {
+        deleteAllButKept(path, content);
+        return FAILED;
+    }
     VornFileHandler::deleteFolder(storage.type, name);
     requireGone(path, content);
     return DONE;
@@ -309,45 +429,49 @@ void requireNothingElseInside(const Storage &storage, const QList<Storage> &all)
     }
 }
 
-ExitCode wipe(const Storage &storage, const QList<Storage> &all, bool isConfirmed)
+ExitCode wipe(const Storage &storage, const QList<Storage> &all, const Request &request)
 {
     requireNotRoot(storage);
     requireRealFolder(storage.location, "does not exist; there is nothing to delete");
     requireNothingElseInside(storage, all);
     requireWritable(storage);
-    const Content content = contentOf(storage.location);
-    confirm(storage.location, content, isConfirmed);
+    const Content content = deletableContent(storage.location, request.isForced);
+    confirm(storage.location, content, request.isConfirmed);
+    if (content.keptFiles > 0) {
+        deleteAllButKept(storage.location, content);
+        return FAILED;
+    }
     VornFileHandler::deleteAllFiles(storage.type);
     requireGone(storage.location, content);
     return DONE;
 }
-
-struct Request {
-    eStorageType storage = STORAGE_MMC;
-    std::string folder;
-    CLI::Option *paths = nullptr;
-    bool isConfirmed = false;
-};
 
 } // namespace
 
 void addRemove(CommandLine &line)
 {
     const auto request = std::make_shared<Request>();
-    const auto addConfirmation = [request](CLI::App &command) {
+    const auto addForce = [request](CLI::App &command) {
+        command.add_flag("--force", request->isForced, "Delete protected objects too");
+    };
+    const auto addConfirmation = [request, addForce](CLI::App &command) {
         command.add_flag("--yes", request->isConfirmed, "Delete without asking");
+        addForce(command);
     };
 
-    CLI::App &files = line.add("delete", "Deletes files from the storage devices", [&line, request] {
-        return deleteFiles(request->paths->results(), line.storages().configured());
-    });
+    CLI::App &files = line.add(
+        "delete", "Deletes files from the storage devices. The thumbnail of a recording goes with it",
+        [&line, request] { return deleteFiles(*request, line.storages().configured()); });
     request->paths = addNames(files, "PATH...", "Files");
+    addForce(files);
+    files.add_flag("--only", request->isOnly, "Delete only the files that are named, not their thumbnails");
+    files.footer("Example: vornfh --sd /mnt/sd/DCIM delete /mnt/sd/DCIM/100VORN/DCF_0001.jpg");
 
     CLI::App &folder = line.add(
         "rmdir", "Deletes a folder of a storage device and everything in it, after asking for confirmation",
         [&line, request] {
             return removeFolder(line.storages().require(request->storage),
-                                fromCommandLine(request->folder, "FOLDER"), request->isConfirmed);
+                                fromCommandLine(request->folder, "FOLDER"), *request);
         });
     addStorageArgument(folder, request->storage);
     addFolderArgument(folder, request->folder);
@@ -357,8 +481,7 @@ void addRemove(CommandLine &line)
         "wipe",
         "Deletes the DCIM folder of a storage device and everything in it, after asking for confirmation",
         [&line, request] {
-            return wipe(line.storages().require(request->storage), line.storages().configured(),
-                        request->isConfirmed);
+            return wipe(line.storages().require(request->storage), line.storages().configured(), *request);
         });
     addStorageArgument(all, request->storage);
     addConfirmation(all);

@@ -3,6 +3,7 @@
 #include "copying.h"
 #include "device.h"
 #include "folders.h"
+#include "objects.h"
 #include "output.h"
 #include "paths.h"
 #include "signals.h"
@@ -20,6 +21,7 @@ struct Request {
     Storage storage;
     QString folder;
     Mode mode;
+    QList<Storage> protecting; // the storage devices whose protected objects stay
 };
 
 qint64 sizeOf(const std::string &file)
@@ -44,7 +46,11 @@ ExitCode transferAll(const Request &request)
         if (isStopped())
             break;
         try {
-            auto source = std::make_unique<Source>(pathArgument(file));
+            const QString path = pathArgument(file);
+            const QString resolved = withResolvedFolder(path);
+            if (storageOf(resolved, request.protecting))
+                requireUnprotected(path, resolved);
+            auto source = std::make_unique<Source>(path);
             if (!transfer)
                 transfer.emplace(request.storage, request.folder, request.mode, progress);
             transfer->add(std::move(source));
@@ -65,9 +71,13 @@ ExitCode transferAll(const Request &request)
 
 void addCommand(CommandLine &line, Mode mode, const std::string &name, const std::string &description)
 {
-    const auto arguments = std::make_shared<CLI::Option *>(nullptr);
+    struct Arguments {
+        CLI::Option *words = nullptr;
+        bool isForced = false;
+    };
+    const auto arguments = std::make_shared<Arguments>();
     const auto run = [&line, mode, name, arguments] {
-        std::vector<std::string> words = (*arguments)->results();
+        std::vector<std::string> words = arguments->words->results();
         if (words.size() < 3)
             throw UsageError(
                 QString("%1 needs FILE..., STORAGE and FOLDER").arg(QString::fromStdString(name)));
@@ -75,12 +85,16 @@ void addCommand(CommandLine &line, Mode mode, const std::string &name, const std
         words.pop_back();
         const Storage storage = line.storages().require(parseStorage(words.back()));
         words.pop_back();
-        return transferAll({words, storage, folder, mode});
+        const bool isProtecting = mode == Mode::Move && !arguments->isForced;
+        return transferAll(
+            {words, storage, folder, mode, isProtecting ? line.storages().configured() : QList<Storage>()});
     };
     CLI::App &command = line.add(name, description, run);
-    *arguments =
+    arguments->words =
         addNames(command, "FILE... STORAGE FOLDER",
                  "Files, a storage device (mmc, sd or usb), and a folder directly in its DCIM folder");
+    if (mode == Mode::Move)
+        command.add_flag("--force", arguments->isForced, "Move protected objects too");
 }
 
 } // namespace

@@ -1,0 +1,247 @@
+// SPDX-License-Identifier: MIT
+#include "toolsupport.h"
+
+#include <QFile>
+#include <QTest>
+
+#include <sys/stat.h>
+
+namespace {
+
+const Tree CARD =
+    onCard({"100ABC/DCF_0001.jpg = one", "100ABC/DCF_0001.thumb = t", "100ABC/DCF_0002.avi = two",
+            "100ABC/DCF_0002.wav = both", "100ABC/IMG_0001.jpg = other", "101ABC/DCF_0001.jpg = three",
+            "MISC/DCF_0001.jpg = four"});
+
+QByteArray lines(const QByteArrayList &paths)
+{
+    QByteArray text;
+    for (const QByteArray &path : paths)
+        text += "@/sd/DCIM/" + path + "\n";
+    return text;
+}
+
+/// The files on the card that nobody may write to.
+QByteArrayList protectedFiles(const ToolRun &tool)
+{
+    QByteArrayList found;
+    for (const QByteArray &entry : tree(tool.sd())) {
+        struct stat status = {};
+        ::lstat((QFile::encodeName(tool.sd()) + "/" + entry).constData(), &status);
+        if (S_ISREG(status.st_mode) && (status.st_mode & 0222) == 0)
+            found.append(entry);
+    }
+    return found;
+}
+
+} // namespace
+
+class VornfhProtectTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void marksObjects_data();
+    void marksObjects();
+    void refusesPaths_data();
+    void refusesPaths();
+    void keepsTheOtherPermissions_data();
+    void keepsTheOtherPermissions();
+    void isAnErrorIfTheMarkIsNotKept();
+    void leavesProtectedObjectsAlone_data();
+    void leavesProtectedObjectsAlone();
+    void overridesWithForce_data();
+    void overridesWithForce();
+    void showsTheMark();
+};
+
+void VornfhProtectTest::marksObjects_data()
+{
+    QTest::addColumn<QByteArrayList>("paths");
+    QTest::addColumn<QByteArrayList>("files");
+    const auto row = [](const char *name, const QByteArrayList &paths, const QByteArrayList &files) {
+        QTest::newRow(name) << paths << files;
+    };
+    row("recording", {"sd/DCIM/100ABC/DCF_0001.jpg"}, {"100ABC/DCF_0001.jpg", "100ABC/DCF_0001.thumb"});
+    row("thumbnail", {"sd/DCIM/100ABC/DCF_0001.thumb"}, {"100ABC/DCF_0001.jpg", "100ABC/DCF_0001.thumb"});
+    row("two-formats", {"sd/DCIM/100ABC/DCF_0002.wav"}, {"100ABC/DCF_0002.avi", "100ABC/DCF_0002.wav"});
+    row("both-files-of-an-object", {"sd/DCIM/100ABC/DCF_0002.wav", "sd/DCIM/100ABC/DCF_0002.avi"},
+        {"100ABC/DCF_0002.avi", "100ABC/DCF_0002.wav"});
+    row("folder", {"sd/DCIM/100ABC"},
+        {"100ABC/DCF_0001.jpg", "100ABC/DCF_0001.thumb", "100ABC/DCF_0002.avi", "100ABC/DCF_0002.wav"});
+    row("folder-with-a-slash", {"sd/DCIM/101ABC/"}, {"101ABC/DCF_0001.jpg"});
+    row("through-a-link", {"in/DCF_0001.jpg"}, {"101ABC/DCF_0001.jpg"});
+}
+
+void VornfhProtectTest::marksObjects()
+{
+    QFETCH(QByteArrayList, paths);
+    QFETCH(QByteArrayList, files);
+    const ToolRun tool;
+    tool.make(CARD + Tree{"in -> sd/DCIM/101ABC"});
+    const Tree before = treeWithContents(tool.path());
+    QCOMPARE(tool.runOnStorages(QByteArrayList{"protect"} + paths), tool.success(lines(files)));
+    QCOMPARE(protectedFiles(tool), files);
+    QCOMPARE(tool.runOnStorages(QByteArrayList{"protect"} + paths), tool.success(lines(files)));
+    QCOMPARE(protectedFiles(tool), files);
+    QCOMPARE(tool.runOnStorages(QByteArrayList{"unprotect"} + paths), tool.success(lines(files)));
+    QCOMPARE(protectedFiles(tool), QByteArrayList());
+    QCOMPARE(treeWithContents(tool.path()), before);
+}
+
+void VornfhProtectTest::refusesPaths_data()
+{
+    QTest::addColumn<QByteArray>("path");
+    QTest::addColumn<QByteArray>("message");
+    const auto row = [](const char *name, const QByteArray &path, const QByteArray &message) {
+        QTest::newRow(name) << path << message;
+    };
+    const QByteArray outside = ": is not in a numbered folder of a configured storage device";
+    row("missing", "sd/DCIM/100ABC/DCF_0009.jpg", "@/sd/DCIM/100ABC/DCF_0009.jpg: No such file or directory");
+    row("outside", "DCF_0001.jpg", "@/DCF_0001.jpg" + outside);
+    row("in-another-folder", "sd/DCIM/MISC/DCF_0001.jpg", "@/sd/DCIM/MISC/DCF_0001.jpg" + outside);
+    row("another-folder", "sd/DCIM/MISC", "@/sd/DCIM/MISC" + outside);
+    row("location", "sd/DCIM", "@/sd/DCIM" + outside);
+    row("not-an-object", "sd/DCIM/100ABC/IMG_0001.jpg",
+        "@/sd/DCIM/100ABC/IMG_0001.jpg: is not a file of an object");
+    row("empty", "", "'': is not a file name");
+    row("not-utf-8", "sd/\xff", "sd/\\xff: the name is not valid UTF-8");
+}
+
+void VornfhProtectTest::refusesPaths()
+{
+    QFETCH(QByteArray, path);
+    QFETCH(QByteArray, message);
+    const ToolRun tool;
+    tool.make(CARD + Tree{"DCF_0001.jpg"});
+    QCOMPARE(tool.runOnStorages({"protect", path, "sd/DCIM/101ABC/DCF_0001.jpg"}),
+             tool.failure({message, "1 of 2 paths not protected"}, lines({"101ABC/DCF_0001.jpg"})));
+    QCOMPARE(protectedFiles(tool), QByteArrayList{"101ABC/DCF_0001.jpg"});
+}
+
+void VornfhProtectTest::keepsTheOtherPermissions_data()
+{
+    QTest::addColumn<int>("before");
+    QTest::addColumn<int>("marked");
+    QTest::addColumn<int>("after");
+    row("usual", 0644, 0444, 0644);
+    row("private", 0600, 0400, 0600);
+    row("executable", 0755, 0555, 0755);
+}
+
+void VornfhProtectTest::keepsTheOtherPermissions()
+{
+    QFETCH(int, before);
+    QFETCH(int, marked);
+    QFETCH(int, after);
+    const ToolRun tool;
+    tool.make(CARD);
+    const QByteArray file = "sd/DCIM/101ABC/DCF_0001.jpg";
+    const QByteArray path = QFile::encodeName(tool.path()) + "/" + file;
+    const auto mode = [&path] {
+        struct stat status = {};
+        require(::stat(path.constData(), &status) == 0, path);
+        return static_cast<int>(status.st_mode & 07777);
+    };
+    QCOMPARE(::chmod(path.constData(), static_cast<mode_t>(before)), 0);
+    QCOMPARE(tool.runOnStorages({"protect", file}).exitCode, 0);
+    QCOMPARE(mode(), marked);
+    QCOMPARE(tool.runOnStorages({"unprotect", file}).exitCode, 0);
+    QCOMPARE(mode(), after);
+}
+
+void VornfhProtectTest::isAnErrorIfTheMarkIsNotKept()
+{
+    if (!hasOwnMounts())
+        QSKIP("mounting needs root");
+    const ToolRun tool;
+    tool.make({"sd/"});
+    const TmpfsMount card(tool.path() + "/sd", "size=1m");
+    tool.make(CARD);
+    QVERIFY(card.isMounted() && card.makeReadOnly());
+    QCOMPARE(tool.runOnStorages({"protect", "sd/DCIM/101ABC/DCF_0001.jpg"}),
+             tool.failure({"@/sd/DCIM/101ABC/DCF_0001.jpg: cannot be protected: Read-only file system",
+                           "1 of 1 paths not protected"}));
+}
+
+void VornfhProtectTest::leavesProtectedObjectsAlone_data()
+{
+    QTest::addColumn<QByteArrayList>("arguments");
+    QTest::addColumn<QByteArray>("out");
+    QTest::addColumn<QByteArrayList>("messages");
+    QTest::addColumn<Tree>("deleted"); // besides the protected object 100ABC/DCF_0001
+    const auto row = [](const char *name, const QByteArrayList &arguments, const QByteArrayList &messages,
+                        const QByteArray &out = {}, const Tree &deleted = {}) {
+        QTest::newRow(name) << arguments << out << messages << deleted;
+    };
+    const QByteArray recording = "@/sd/DCIM/100ABC/DCF_0001.jpg";
+    const QByteArray thumbnail = "@/sd/DCIM/100ABC/DCF_0001.thumb";
+    const QByteArray why = ": is protected; use --force";
+    const QByteArray keeps = ": keeps 2 files of protected objects; use --force to delete them too";
+    const Tree others = onCard({"100ABC/DCF_0002.avi", "100ABC/DCF_0002.wav", "100ABC/IMG_0001.jpg"}).mid(2);
+    const Tree elsewhere = onCard({"101ABC/", "101ABC/DCF_0001.jpg", "MISC/", "MISC/DCF_0001.jpg"}).mid(2);
+    row("delete", {"delete", recording}, {recording + why, "1 of 1 files not deleted"});
+    row("delete-thumbnail", {"delete", thumbnail}, {thumbnail + why, "1 of 1 files not deleted"});
+    row("delete-only", {"delete", "--only", recording}, {recording + why, "1 of 1 files not deleted"});
+    row("move", {"move", recording, "sd", "MISC"}, {recording + why, "1 of 1 files not moved"});
+    row("move-thumbnail", {"move", thumbnail, "mmc", "MISC"}, {thumbnail + why, "1 of 1 files not moved"});
+    row("rmdir", {"rmdir", "sd", "100ABC", "--yes"},
+        {"@/sd/DCIM/100ABC: will delete 3 files, 12 B", "@/sd/DCIM/100ABC" + keeps},
+        "@/sd/DCIM/100ABC: deleted 3 files, 12 B; protected objects remain\n", others);
+    row("wipe", {"wipe", "sd", "--yes"},
+        {"@/sd/DCIM: will delete 5 files and 2 folders, 21 B", "@/sd/DCIM" + keeps},
+        "@/sd/DCIM: deleted 5 files and 2 folders, 21 B; protected objects remain\n", others + elsewhere);
+}
+
+void VornfhProtectTest::leavesProtectedObjectsAlone()
+{
+    QFETCH(QByteArrayList, arguments);
+    QFETCH(QByteArray, out);
+    QFETCH(QByteArrayList, messages);
+    QFETCH(Tree, deleted);
+    const ToolRun tool;
+    tool.make(CARD + Tree{"mmc/DCIM/"});
+    QVERIFY(::chmod(QFile::encodeName(tool.sd() + "/100ABC/DCF_0001.thumb").constData(), 0444) == 0);
+    Tree expected = tree(tool.path());
+    for (const QByteArray &entry : deleted)
+        QVERIFY2(expected.removeOne(entry), entry.constData());
+    QCOMPARE(tool.runOnStorages(arguments), tool.failure(messages, out));
+    QCOMPARE(tree(tool.path()), expected);
+}
+
+void VornfhProtectTest::overridesWithForce_data()
+{
+    QTest::addColumn<QByteArrayList>("arguments");
+    const auto row = [](const char *name, const QByteArrayList &arguments) {
+        QTest::newRow(name) << arguments;
+    };
+    row("delete", {"delete", "--force", "sd/DCIM/100ABC/DCF_0001.jpg"});
+    row("move", {"move", "--force", "sd/DCIM/100ABC/DCF_0001.jpg", "sd", "MISC2"});
+    row("rmdir", {"rmdir", "sd", "100ABC", "--yes", "--force"});
+    row("wipe", {"wipe", "sd", "--yes", "--force"});
+}
+
+void VornfhProtectTest::overridesWithForce()
+{
+    QFETCH(QByteArrayList, arguments);
+    const ToolRun tool;
+    tool.make(CARD);
+    QCOMPARE(tool.runOnStorages({"protect", "sd/DCIM/100ABC"}).exitCode, 0);
+    const Outcome outcome = tool.runOnStorages(arguments);
+    QVERIFY2(outcome.exitCode == 0, outcome.err);
+    QVERIFY(!QFile::exists(tool.sd() + "/100ABC/DCF_0001.jpg"));
+}
+
+void VornfhProtectTest::showsTheMark()
+{
+    const ToolRun tool;
+    tool.make(CARD);
+    const QByteArrayList info = {"info", "sd/DCIM/100ABC/DCF_0001.jpg"};
+    QVERIFY(!tool.runOnStorages(info).out.contains("protected"));
+    QCOMPARE(tool.runOnStorages({"protect", "sd/DCIM/100ABC/DCF_0001.jpg"}).exitCode, 0);
+    QVERIFY(tool.runOnStorages(info).out.contains("\n  mark      protected\n"));
+    QCOMPARE(tool.runOnStorages(info + QByteArrayList{"--json"}).json()[0]["protected"].toBool(), true);
+}
+
+QTEST_GUILESS_MAIN(VornfhProtectTest)
+#include "tst_vornfh_protect.moc"

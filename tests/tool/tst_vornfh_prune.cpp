@@ -1,0 +1,483 @@
+// SPDX-License-Identifier: MIT
+#include "standins.h"
+#include "toolsupport.h"
+
+#include <QDateTime>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QMap>
+#include <QRegularExpression>
+#include <QTest>
+
+#include <algorithm>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+namespace {
+
+/// Three objects of two files and one of one file, 100 bytes each, in two folders.
+const QByteArrayList FOUR = {"100ABC/DCF_0001.jpg size 90", "100ABC/DCF_0001.thumb size 10",
+                             "100ABC/DCF_0002.avi size 90", "100ABC/DCF_0002.thumb size 10",
+                             "101ABC/DCF_0001.png size 90", "101ABC/DCF_0001.thumb size 10",
+                             "101ABC/DCF_0002.wav size 100"};
+
+/// The lines about what was deleted from the card.
+QByteArray lines(const QByteArrayList &paths)
+{
+    QByteArray text;
+    for (const QByteArray &path : paths)
+        text += "@/sd/DCIM/" + path + "\n";
+    return text;
+}
+
+const QByteArray FIRST = lines({"100ABC/DCF_0001.jpg", "100ABC/DCF_0001.thumb"});
+const QByteArray SECOND = lines({"100ABC/DCF_0002.avi", "100ABC/DCF_0002.thumb"});
+const QByteArray THIRD = lines({"101ABC/DCF_0001.png", "101ABC/DCF_0001.thumb"});
+const QByteArray FOLDER = lines({"100ABC"});
+
+QByteArray stillTakes(const QByteArray &size, const QByteArray &wanted)
+{
+    return "@/sd/DCIM: the objects take " + size + " instead of " + wanted
+           + "; no other object may be deleted";
+}
+
+void setMode(const ToolRun &tool, const QByteArray &file, mode_t mode)
+{
+    require(::chmod((QFile::encodeName(tool.sd()) + "/" + file).constData(), mode) == 0, file);
+}
+
+} // namespace
+
+class VornfhPruneTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void prunes_data();
+    void prunes();
+    void keepsWhatIsNoObject_data();
+    void keepsWhatIsNoObject();
+    void keepsFreeSpace_data();
+    void keepsFreeSpace();
+    void keepsWhatIsBeingWritten_data();
+    void keepsWhatIsBeingWritten();
+    void keepsARecordingBeforeItsFirstByte();
+    void printsJson();
+    void refusesWrongCommandLines_data();
+    void refusesWrongCommandLines();
+    void refusesStorages_data();
+    void refusesStorages();
+    void reportsAReadOnlyStorage();
+    void agreesWithTheRules();
+};
+
+void VornfhPruneTest::prunes_data()
+{
+    QTest::addColumn<QByteArrayList>("policies");
+    QTest::addColumn<QByteArrayList>("isProtected");
+    QTest::addColumn<QByteArray>("out");
+    QTest::addColumn<QByteArray>("message"); // with exit code 3
+    const auto row = [](const char *name, const QByteArrayList &policies, const QByteArray &out,
+                        const QByteArrayList &isProtected = {}, const QByteArray &message = {}) {
+        QTest::newRow(name) << policies << isProtected << out << message;
+    };
+    row("nothing-too-much", {"--max-size", "400"}, "");
+    row("one-byte-too-much", {"--max-size", "399"}, FIRST);
+    row("two-objects-too-much", {"--max-size", "200"}, FIRST + SECOND + FOLDER);
+    row("newest-stays", {"--max-size", "50"}, FIRST + SECOND + THIRD + FOLDER, {},
+        stillTakes("100 B", "50 B"));
+    row("last-one", {"--keep-last", "1"}, FIRST + SECOND + THIRD + FOLDER);
+    row("last-three", {"--keep-last", "3"}, FIRST);
+    row("more-than-there-are", {"--keep-last", "5000000000"}, "");
+    row("last-three-against-the-size", {"--keep-last", "3", "--max-size", "200"}, FIRST, {},
+        stillTakes("300 B", "200 B"));
+    row("last-three-within-the-size", {"--keep-last", "3", "--max-size", "1K"}, "");
+    row("recent-ones-stay", {"--keep-within", "1h"}, "");
+    row("protected-recording", {"--max-size", "200"}, SECOND + THIRD, {"100ABC/DCF_0001.jpg"});
+    row("protected-thumbnail", {"--max-size", "200"}, SECOND + THIRD, {"100ABC/DCF_0001.thumb"});
+    row("all-protected", {"--max-size", "200"}, "",
+        {"100ABC/DCF_0001.jpg", "100ABC/DCF_0002.avi", "101ABC/DCF_0001.thumb"},
+        stillTakes("400 B", "200 B"));
+}
+
+void VornfhPruneTest::prunes()
+{
+    QFETCH(QByteArrayList, policies);
+    QFETCH(QByteArrayList, isProtected);
+    QFETCH(QByteArray, out);
+    QFETCH(QByteArray, message);
+    const ToolRun tool;
+    tool.make(onCard(FOUR));
+    for (const QByteArray &file : isProtected)
+        setMode(tool, file, 0444);
+    Tree expected = tree(tool.path());
+    for (const QByteArray &line : out.split('\n'))
+        expected.removeAll(line.mid(2) + (line.endsWith("ABC") ? "/" : ""));
+    Outcome outcome = tool.success(out);
+    if (!message.isEmpty())
+        outcome = {3, tool.expand(out), tool.expand(errorLines({message}))};
+    QCOMPARE(tool.runOnStorages(QByteArrayList{"prune", "sd"} + policies), outcome);
+    QCOMPARE(tree(tool.path()), expected);
+}
+
+void VornfhPruneTest::keepsWhatIsNoObject_data()
+{
+    QTest::addColumn<QByteArray>("entry");
+    for (const QByteArray entry :
+         {"100ABC/IMG_0001.jpg", "100ABC/DCF_0000.jpg", "100ABC/DCF_001.jpg", "100ABC/DCF_00001.jpg",
+          "100ABC/DCF_0001_1.jpg", "100ABC/dcf_0001.jpg", "100ABC/DCF_0001", "100ABC/DCF_0001.txt",
+          "100ABC/.DCF_0001.jpg", "100ABC/DCF_0001.jpg/x", "100ABC/DCF_0001.jpg -> @/elsewhere",
+          "100ABC/DCF_0001.thumb", "100ABC/notes.txt", "0100ABC/DCF_0001.jpg", "MISC/DCF_0001.jpg",
+          "100abc/DCF_0001.jpg", "DCF_0001.jpg", "ABC/DCF_0001.jpg"})
+        QTest::newRow(entry.constData()) << entry;
+}
+
+void VornfhPruneTest::keepsWhatIsNoObject()
+{
+    QFETCH(QByteArray, entry);
+    const ToolRun tool;
+    tool.make(onCard({entry, "101ABC/DCF_0001.jpg", "101ABC/DCF_0002.jpg"}));
+    Tree expected = tree(tool.path());
+    expected.removeAll("sd/DCIM/101ABC/DCF_0001.jpg");
+    QCOMPARE(tool.runOnStorages({"prune", "sd", "--keep-last", "1"}),
+             tool.success(lines({"101ABC/DCF_0001.jpg"})));
+    QCOMPARE(tree(tool.path()), expected);
+}
+
+void VornfhPruneTest::keepsFreeSpace_data()
+{
+    QTest::addColumn<QByteArray>("policy");
+    QTest::addColumn<int>("deleted"); // how many objects of 64 KiB, of eight
+    QTest::addColumn<QByteArray>("message");
+    const auto row = [](const char *name, const QByteArray &policy, int deleted,
+                        const QByteArray &message = {}) {
+        QTest::newRow(name) << policy << deleted << message;
+    };
+    row("enough", "512K", 0);
+    row("one-byte-short", "524289", 1);
+    row("three-objects", "700K", 3);
+    row("percentage", "75%", 4);
+    row("not-enough", "99%", 7, "960.0 KiB free instead of 1013.7 KiB");
+}
+
+/// On a card of 1 MiB, half of which is used.
+void VornfhPruneTest::keepsFreeSpace()
+{
+    if (!hasOwnMounts())
+        QSKIP("mounting needs root");
+    QFETCH(QByteArray, policy);
+    QFETCH(int, deleted);
+    QFETCH(QByteArray, message);
+    const ToolRun tool;
+    tool.make({"sd/"});
+    const TmpfsMount card(tool.path() + "/sd", "size=1m");
+    QByteArrayList expected;
+    for (char number = '1'; number <= '8'; ++number) {
+        const QByteArray file = QByteArray("100ABC/DCF_000") + number + ".avi";
+        tool.make(onCard({file + " = " + QByteArray(64 << 10, 'x')}));
+        if (expected.size() < deleted)
+            expected.append(file);
+    }
+    const QByteArray err = message.isEmpty()
+                               ? message
+                               : errorLines({"@/sd/DCIM: " + message + "; no other object may be deleted"});
+    const Outcome outcome = {message.isEmpty() ? 0 : 3, tool.expand(lines(expected)), tool.expand(err)};
+    QCOMPARE(tool.runOnStorages({"prune", "sd", "--keep-free", policy}), outcome);
+}
+
+void VornfhPruneTest::keepsWhatIsBeingWritten_data()
+{
+    QTest::addColumn<QByteArray>("file");
+    QTest::addColumn<bool>("isWriting"); // or locked
+    row("open-for-writing", QByteArray("100ABC/DCF_0001.jpg"), true);
+    row("thumbnail-open-for-writing", QByteArray("100ABC/DCF_0001.thumb"), true);
+    row("locked", QByteArray("100ABC/DCF_0001.jpg"), false);
+}
+
+void VornfhPruneTest::keepsWhatIsBeingWritten()
+{
+    QFETCH(QByteArray, file);
+    QFETCH(bool, isWriting);
+    const ToolRun tool;
+    tool.make(onCard(FOUR));
+    const QByteArray path = QFile::encodeName(tool.sd()) + "/" + file;
+    const int descriptor = ::open(path.constData(), isWriting ? O_WRONLY : O_RDONLY);
+    QVERIFY(descriptor >= 0 && (isWriting || ::flock(descriptor, LOCK_EX) == 0));
+    const Outcome outcome = tool.runOnStorages({"prune", "sd", "--keep-last", "1"});
+    ::close(descriptor);
+    QCOMPARE(outcome, tool.success(SECOND + THIRD));
+    QCOMPARE(tool.runOnStorages({"prune", "sd", "--keep-last", "1"}), tool.success(FIRST + FOLDER));
+}
+
+void VornfhPruneTest::keepsARecordingBeforeItsFirstByte()
+{
+    StandIns programs;
+    programs.add("ffmpeg", "sleep 60");
+    const ToolRun tool;
+    tool.make(onCard({"100ABC/"}));
+    QProcess process;
+    tool.startOnStorages(process, {"record", "sd", "--type", "wav"});
+    QTRY_COMPARE_WITH_TIMEOUT(programs.calls("ffmpeg").size(), 1, 10000);
+    tool.make(onCard({"100ABC/DCF_0002.jpg"}));
+    QCOMPARE(tool.runOnStorages({"prune", "sd", "--keep-last", "1"}), tool.success());
+    process.terminate();
+    QCOMPARE(ToolRun::finish(process).exitCode, 1);
+    QCOMPARE(tree(tool.path()), onCard({"100ABC/", "100ABC/DCF_0002.jpg"}));
+}
+
+void VornfhPruneTest::printsJson()
+{
+    const ToolRun tool;
+    tool.make(onCard(FOUR));
+    const QString sd = tool.sd();
+    const Outcome outcome =
+        tool.runOnStorages({"prune", "sd", "--max-size", "50", "--keep-last", "2", "--json"});
+    QJsonObject object = outcome.json().object();
+    QVERIFY(object.take("free").toDouble() > 0);
+    QCOMPARE(object,
+             (QJsonObject{{"storage", "sd"},
+                          {"location", sd},
+                          {"deleted", QJsonArray{sd + "/100ABC/DCF_0001.jpg", sd + "/100ABC/DCF_0001.thumb",
+                                                 sd + "/100ABC/DCF_0002.avi", sd + "/100ABC/DCF_0002.thumb",
+                                                 sd + "/100ABC"}},
+                          {"objects", 2},
+                          {"bytes", 200},
+                          {"left", 200},
+                          {"met", false}}));
+    QCOMPARE(outcome.exitCode, 3);
+    QCOMPARE(outcome.err, tool.expand(errorLines({stillTakes("200 B", "50 B")})));
+}
+
+void VornfhPruneTest::refusesWrongCommandLines_data()
+{
+    QTest::addColumn<QByteArrayList>("arguments");
+    QTest::addColumn<QByteArray>("message");
+    const auto row = [](const char *name, const QByteArrayList &arguments, const QByteArray &message) {
+        QTest::newRow(name) << arguments << message;
+    };
+    const auto badValue = [](const char *option, const char *value, const char *wanted) {
+        return QByteArray(option) + ": '" + value + "' is not " + wanted;
+    };
+    const char *const free = "a size such as 2G or a percentage from 1% to 99%";
+    row("no-policy", {"sd"},
+        "prune needs at least one of --keep-free, --max-size, --keep-last and --keep-within");
+    row("no-storage", {"--keep-last", "1"}, "STORAGE is required");
+    row("unknown-storage", {"card", "--keep-last", "1"}, messages::unknownStorage("card"));
+    row("policy-without-a-value", {"sd", "--keep-free"}, "--keep-free: 1 required SIZE|PERCENT missing");
+    for (const char *value : {"0", "0%", "100%", "101%", "%", "5K%", "2g", "1.5G", "-1", " 1G",
+                              "9999999999999T", "99999999999999999999"})
+        row(QByteArray("keep-free-").append(value), {"sd", "--keep-free=" + QByteArray(value)},
+            badValue("--keep-free", value, free));
+    for (const char *value : {"0", "0G", "10%", "x"})
+        row(QByteArray("max-size-").append(value), {"sd", "--max-size", value},
+            badValue("--max-size", value, "a size such as 2G"));
+    for (const char *value : {"0", "-1", "x", "1K"})
+        row(QByteArray("keep-last-").append(value), {"sd", QByteArray("--keep-last=") + value},
+            badValue("--keep-last", value, "a number from 1"));
+    for (const char *value : {"0d", "7", "d", "7D", "1y", "-1h"})
+        row(QByteArray("keep-within-").append(value), {"sd", QByteArray("--keep-within=") + value},
+            badValue("--keep-within", value, "an age such as 7d, 12h, 30m or 90s"));
+}
+
+void VornfhPruneTest::refusesWrongCommandLines()
+{
+    QFETCH(QByteArrayList, arguments);
+    QFETCH(QByteArray, message);
+    const ToolRun tool;
+    tool.make(onCard(FOUR));
+    const Tree before = tree(tool.path());
+    QCOMPARE(tool.runOnStorages(QByteArrayList{"prune"} + arguments), tool.usageError({message}));
+    QCOMPARE(tree(tool.path()), before);
+}
+
+void VornfhPruneTest::refusesStorages_data()
+{
+    QTest::addColumn<Tree>("entries");
+    QTest::addColumn<QByteArrayList>("options");
+    QTest::addColumn<QByteArray>("message");
+    const auto row = [](const char *name, const Tree &entries, const QByteArrayList &options,
+                        const QByteArray &message) { QTest::newRow(name) << entries << options << message; };
+    row("missing", {}, {"--sd", "@/sd/DCIM"}, "@/sd/DCIM: does not exist");
+    row("file", {"sd/DCIM"}, {"--sd", "@/sd/DCIM"}, "@/sd/DCIM: is not a folder");
+    row("absent-device", onCard(FOUR), {"--sd", "@/sd/DCIM", "--sd-block", "nosuchdevice"},
+        "@/sd/DCIM: the block device nosuchdevice of storage sd is not present");
+}
+
+void VornfhPruneTest::refusesStorages()
+{
+    QFETCH(Tree, entries);
+    QFETCH(QByteArrayList, options);
+    QFETCH(QByteArray, message);
+    const ToolRun tool;
+    tool.make(entries);
+    const Tree before = tree(tool.path());
+    QCOMPARE(tool.run(options + QByteArrayList{"--suffix", "ABC", "prune", "sd", "--keep-last", "1"}),
+             tool.failure({message}));
+    QCOMPARE(tree(tool.path()), before);
+}
+
+void VornfhPruneTest::reportsAReadOnlyStorage()
+{
+    if (!hasOwnMounts())
+        QSKIP("mounting needs root");
+    const ToolRun tool;
+    tool.make({"sd/"});
+    const TmpfsMount card(tool.path() + "/sd", "size=1m");
+    tool.make(onCard(FOUR));
+    QVERIFY(card.isMounted() && card.makeReadOnly());
+    const Tree before = tree(tool.path());
+    QCOMPARE(tool.runOnStorages({"prune", "sd", "--keep-last", "1"}),
+             tool.failure({messages::readOnly("@/sd/DCIM")}));
+    QCOMPARE(tree(tool.path()), before);
+}
+
+// The rules, stated a second time and more simply
+
+namespace {
+
+struct ModelFile {
+    QByteArray path; // relative to the location
+    int size;
+    bool isProtected;
+    bool isRecent;
+};
+
+struct ModelPolicy {
+    int maxSize;  // -1 for none
+    int keepLast; // 0 for none
+    bool isKeepingRecent;
+};
+
+using Key = std::pair<QByteArray, int>; // folder and number
+
+/// The object that a file belongs to, if it belongs to one.
+std::optional<Key> keyOf(const QByteArray &path)
+{
+    static const QRegularExpression NAME(
+        "^([1-9][0-9]*ABC)/DCF_([0-9]{4})\\.(?i:jpg|png|avi|mkv|wav|thumb)$");
+    const auto match = NAME.match(path);
+    const int number = match.captured(2).toInt();
+    return match.hasMatch() && number > 0 ? std::optional(Key(match.captured(1).toUtf8(), number))
+                                          : std::nullopt;
+}
+
+/// The files that are left.
+QList<ModelFile> pruned(QList<ModelFile> files, const ModelPolicy &policy)
+{
+    QMap<Key, QList<ModelFile>> objects;
+    for (const ModelFile &file : files) {
+        if (const auto key = keyOf(file.path))
+            objects[*key].append(file);
+    }
+    const auto any = [&objects](const Key &key, const std::function<bool(const ModelFile &)> &isSo) {
+        return std::any_of(objects[key].begin(), objects[key].end(), isSo);
+    };
+    const auto isRecording = [](const ModelFile &file) { return !file.path.endsWith("thumb"); };
+    QList<Key> recordings;
+    for (const Key &key : objects.keys()) {
+        if (any(key, isRecording))
+            recordings.append(key);
+    }
+    const int last = std::max(1, policy.keepLast);
+    const auto size = [&files] {
+        int sum = 0;
+        for (const ModelFile &file : files)
+            sum += keyOf(file.path) ? file.size : 0;
+        return sum;
+    };
+    for (int i = 0; i + last < recordings.size(); ++i) {
+        const Key key = recordings[i];
+        const bool mayGo = !any(key, [](const ModelFile &file) {
+            return file.isProtected;
+        }) && !(policy.isKeepingRecent && any(key, [](const ModelFile &file) { return file.isRecent; }));
+        if (mayGo && (policy.maxSize < 0 || size() > policy.maxSize))
+            files.erase(std::remove_if(files.begin(), files.end(),
+                                       [&](const ModelFile &file) { return keyOf(file.path) == key; }),
+                        files.end());
+    }
+    return files;
+}
+
+QList<ModelFile> randomFiles(QRandomGenerator &random)
+{
+    static const QByteArrayList FOLDERS = {"100ABC", "100ABC", "101ABC", "102ABC", "9ABC", "0101ABC", "MISC"};
+    static const QByteArrayList EXTENSIONS = {"jpg", "jpg", "thumb", "thumb", "png",
+                                              "avi", "wav", "JPG",   "txt"};
+    static const QByteArrayList STRAYS = {"IMG_0001.jpg", "DCF_0001_1.jpg", "DCF_0000.avi", ".DCF_0001.jpg"};
+    QMap<QByteArray, ModelFile> files;
+    for (int i = random.bounded(40); i > 0; --i) {
+        const QByteArray number = QByteArray::number(random.bounded(1, 6)).rightJustified(4, '0');
+        const QByteArray name = random.bounded(12) == 0 ? oneOf(random, STRAYS)
+                                                        : "DCF_" + number + "." + oneOf(random, EXTENSIONS);
+        const QByteArray path = oneOf(random, FOLDERS) + "/" + name;
+        files[path] = {path, static_cast<int>(random.bounded(100)), random.bounded(8) == 0,
+                       random.bounded(6) == 0};
+    }
+    return files.values();
+}
+
+} // namespace
+
+void VornfhPruneTest::agreesWithTheRules()
+{
+    constexpr int ROUNDS = 150;
+    QRandomGenerator random(20261122);
+    const qint64 now = QDateTime::currentSecsSinceEpoch();
+    for (int round = 0; round < ROUNDS; ++round) {
+        const ToolRun tool;
+        tool.make(onCard({}));
+        const QList<ModelFile> files = randomFiles(random);
+        for (const ModelFile &file : files) {
+            tool.make(onCard({file.path + " size " + QByteArray::number(file.size) + " at "
+                              + QByteArray::number(file.isRecent ? now - 10 : now - 100000)}));
+            setMode(tool, file.path, file.isProtected ? 0444 : 0644);
+        }
+        ModelPolicy policy = {random.bounded(3) == 0 ? -1 : random.bounded(1, 800), random.bounded(4),
+                              random.bounded(2) == 0};
+        policy.keepLast =
+            policy.maxSize < 0 && !policy.isKeepingRecent ? policy.keepLast + 1 : policy.keepLast;
+        QByteArrayList arguments = {"prune", "sd"};
+        if (policy.maxSize >= 0)
+            arguments << "--max-size" << QByteArray::number(policy.maxSize);
+        if (policy.keepLast > 0)
+            arguments << "--keep-last" << QByteArray::number(policy.keepLast);
+        if (policy.isKeepingRecent)
+            arguments << "--keep-within"
+                      << "1h";
+        Tree expected = onCard({});
+        int size = 0;
+        QByteArrayList folders; // with the names of the numbering
+        for (const QByteArray &entry : tree(tool.sd())) {
+            if (QRegularExpression("^[1-9][0-9]*ABC/$").match(entry).hasMatch())
+                folders.append(entry);
+        }
+        Tree left;
+        for (const ModelFile &file : pruned(files, policy)) {
+            left.append(file.path);
+            size += keyOf(file.path) ? file.size : 0;
+        }
+        for (const QByteArray &entry : tree(tool.sd())) {
+            const bool isFolder = entry.endsWith('/');
+            const bool isEmptied = isFolder && folders.contains(entry) && entry != folders.last()
+                                   && std::none_of(left.begin(), left.end(), [&](const QByteArray &path) {
+                                          return path.startsWith(entry);
+                                      });
+            if (isFolder ? !isEmptied : left.contains(entry))
+                expected.append("sd/DCIM/" + entry);
+        }
+        const Outcome outcome = tool.runOnStorages(arguments);
+        const QByteArray what = "round " + QByteArray::number(round) + ": " + arguments.join(' ') + "\n";
+        QVERIFY2(tree(tool.path()) == expected,
+                 (what + tree(tool.path()).join('\n') + "\ninstead of\n" + expected.join('\n')).constData());
+        QVERIFY2(outcome.exitCode == (policy.maxSize >= 0 && size > policy.maxSize ? 3 : 0),
+                 (what + outcome.err).constData());
+    }
+}
+
+QTEST_GUILESS_MAIN(VornfhPruneTest)
+#include "tst_vornfh_prune.moc"

@@ -1,0 +1,153 @@
+// SPDX-License-Identifier: MIT
+#include "commands.h"
+#include "device.h"
+#include "durable.h"
+#include "folders.h"
+#include "objects.h"
+#include "output.h"
+#include "paths.h"
+#include "text.h"
+
+#include <QFile>
+#include <QFileInfo>
+
+#include <algorithm>
+#include <cerrno>
+#include <map>
+#include <memory>
+#include <set>
+
+#include <fcntl.h>
+
+namespace {
+
+struct Request {
+    CLI::Option *paths = nullptr;
+    bool isProtecting;
+};
+
+/// The objects of the numbered folders of storage devices. Each folder is read once.
+class Objects
+{
+public:
+    explicit Objects(const QList<Storage> &storages) : mStorages(storages) {}
+
+    /// What @p path names: all objects in a numbered folder, or the one of a file in it. Throws Failure if it
+    /// is neither.
+    NumberedFolder at(const QString &path)
+    {
+        const bool isFolder = QFileInfo(path).isDir();
+        const QString resolved = isFolder ? QFileInfo(path).canonicalFilePath() : withResolvedFolder(path);
+        struct stat status = {};
+        if (!readLinkStatus(resolved, status))
+            throw FileFailure(path, errorText(errno));
+        const NumberedFolder &folder = read(isFolder ? resolved : QFileInfo(resolved).path(), path);
+        if (isFolder)
+            return folder;
+        const QByteArray base = QFile::encodeName(QFileInfo(resolved).completeBaseName());
+        const auto object =
+            std::lower_bound(folder.objects.begin(), folder.objects.end(), base,
+                             [](const Object &one, const QByteArray &name) { return one.base < name; });
+        if (object == folder.objects.end() || object->base != base || !findType(path, Qt::CaseInsensitive))
+            throw FileFailure(path, "is not a file of an object");
+        return {folder.path, {*object}};
+    }
+
+private:
+    const NumberedFolder &read(const QString &folder, const QString &path)
+    {
+        const auto found = mFolders.find(folder);
+        if (found != mFolders.end())
+            return found->second;
+        const Storage *storage = storageOf(folder, mStorages);
+        if (!storage || !isNumberedFolder(folder, *storage))
+            throw FileFailure(path, "is not in a numbered folder of a configured storage device");
+        if (mReported.insert(storage->location).second)
+            reportProblems(storage->location);
+        return mFolders.emplace(folder, readNumberedFolder(folder)).first->second;
+    }
+
+    const QList<Storage> mStorages;
+    std::set<QString> mReported; // locations
+    std::map<QString, NumberedFolder> mFolders;
+};
+
+/// Sets or removes the mark of a file.
+void mark(const QString &path, bool isProtecting)
+{
+    const Descriptor file = openFile(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    struct stat status = {};
+    const auto require = [&](bool isDone) {
+        if (!isDone)
+            throw FileFailure(path, QString("cannot be %1: ").arg(isProtecting ? "protected" : "unprotected")
+                                        + errorText(errno));
+    };
+    require(::fstat(file.get(), &status) == 0);
+    if (isProtectedMode(status.st_mode) == isProtecting)
+        return;
+    const mode_t permissions = status.st_mode & 07777 & ~ANY_WRITE;
+    if (isProtecting)
+        require(::fchmod(file.get(), permissions) == 0);
+    else // FAT accepts only as many write permissions as its mount options allow, or none
+        require(::fchmod(file.get(), permissions | defaultMode(ANY_WRITE)) == 0
+                || ::fchmod(file.get(), permissions | ANY_WRITE) == 0);
+    require(::fstat(file.get(), &status) == 0);
+    if (isProtectedMode(status.st_mode) != isProtecting)
+        throw FileFailure(path, "the file system does not keep whether a file is protected");
+}
+
+ExitCode markAll(const Request &request, const QList<Storage> &storages)
+{
+    const std::vector<std::string> arguments = request.paths->results();
+    Objects objects(storages);
+    QStringList marked;
+    std::set<QString> seen;
+    std::set<QString> folders;
+    const int failures = forEachReporting(arguments, [&](const std::string &argument) {
+        const QString path = pathArgument(argument);
+        const NumberedFolder folder = objects.at(path);
+        for (const Object &object : folder.objects) {
+            for (const ObjectFile &file : object.files) {
+                const QString name = folder.pathOf(file);
+                if (!seen.insert(name).second)
+                    continue;
+                folders.insert(folder.path);
+                mark(name, request.isProtecting);
+                marked.append(name);
+            }
+        }
+    });
+    for (const QString &folder : folders)
+        flushFileSystem(folder);
+    for (const QString &path : marked)
+        printDone(printable(path));
+    if (failures > 0)
+        throw Failure(QString("%1 of %2 paths not %3")
+                          .arg(failures)
+                          .arg(arguments.size())
+                          .arg(request.isProtecting ? "protected" : "unprotected"));
+    return DONE;
+}
+
+void addCommand(CommandLine &line, bool isProtecting, const char *name, const char *description)
+{
+    const auto request = std::make_shared<Request>();
+    request->isProtecting = isProtecting;
+    CLI::App &command = line.add(
+        name, description, [&line, request] { return markAll(*request, line.storages().configured()); });
+    request->paths =
+        addNames(command, "PATH...", "Files of objects, or numbered folders for all objects in them");
+    command.footer(std::string("Example: vornfh --sd /mnt/sd/DCIM ") + name
+                   + " /mnt/sd/DCIM/100VORN/DCF_0001.jpg");
+}
+
+} // namespace
+
+void addProtect(CommandLine &line)
+{
+    addCommand(
+        line, true, "protect",
+        "Protects objects from delete, rmdir, wipe, prune and move. An object is a recording with its\n"
+        "thumbnail. Its files lose their write permission: on FAT and exFAT, the attribute that cameras use");
+    addCommand(line, false, "unprotect", "Removes the protection of objects");
+}

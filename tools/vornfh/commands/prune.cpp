@@ -1,0 +1,182 @@
+// SPDX-License-Identifier: MIT
+#include "commands.h"
+#include "device.h"
+#include "folders.h"
+#include "mounts.h"
+#include "output.h"
+#include "paths.h"
+#include "pruning.h"
+#include "text.h"
+
+#include <QJsonArray>
+#include <QJsonObject>
+
+#include <memory>
+
+using namespace VORN_FILE_HANDLER;
+
+namespace {
+
+struct Request {
+    eStorageType storage = STORAGE_MMC;
+    PrunePolicy policy;
+    int keepFreePercent = 0;
+    bool isJson = false;
+
+    bool hasPolicy() const
+    {
+        return policy.hasSpacePolicy() || keepFreePercent > 0 || policy.keepLast > 0 || policy.keepWithin > 0;
+    }
+};
+
+/// The policy with a percentage as bytes. Throws UsageError if no object could be kept.
+PrunePolicy policyFor(const Storage &storage, const Request &request)
+{
+    constexpr int WHOLE = 100;
+    const qint64 size = sizeOfFileSystem(storage.location);
+    PrunePolicy policy = request.policy;
+    if (request.keepFreePercent > 0)
+        policy.keepFree = size / WHOLE * request.keepFreePercent;
+    if (size > 0 && policy.keepFree && *policy.keepFree >= size)
+        throw UsageError(QString("--keep-free: %1 is not less than the size of the file system, %2")
+                             .arg(humanSize(*policy.keepFree), humanSize(size)));
+    return policy;
+}
+
+/// The message about space policies that do not hold.
+QString notMet(const Storage &storage, const PrunePolicy &policy, const PruneResult &result)
+{
+    QStringList parts;
+    if (policy.keepFree && result.free < *policy.keepFree)
+        parts.append(
+            QString("%1 free instead of %2").arg(humanSize(result.free), humanSize(*policy.keepFree)));
+    if (policy.maxSize && result.left > *policy.maxSize)
+        parts.append(QString("the objects take %1 instead of %2")
+                         .arg(humanSize(result.left), humanSize(*policy.maxSize)));
+    return QString("%1: %2; no other object may be deleted").arg(storage.location, parts.join(", "));
+}
+
+QJsonObject toJson(const Storage &storage, const QStringList &deleted, const PruneResult &result)
+{
+    return {
+        {"storage", storage.name},
+        {"location", storage.location},
+        {"deleted", QJsonArray::fromStringList(deleted)},
+        {"objects", result.objects},
+        {"bytes", result.bytes},
+        {"left", result.left},
+        {"free", result.free},
+        {"met", result.isMet},
+    };
+}
+
+ExitCode pruneStorage(const Storage &storage, const Request &request)
+{
+    requireNotRoot(storage);
+    requireReadableFolder(storage.location);
+    requireWritable(storage);
+    const PrunePolicy policy = policyFor(storage, request);
+    QStringList deleted;
+    PruneResult result;
+    const auto report = [&](const QStringList &paths) {
+        deleted += paths;
+        for (const QString &path : paths) {
+            if (!request.isJson)
+                printDone(printable(path));
+        }
+    };
+    try {
+        result = prune(storage, policy, report);
+    } catch (const Failure &) {
+        if (request.isJson)
+            printJson(QJsonDocument(QJsonObject{{"deleted", QJsonArray::fromStringList(deleted)}}));
+        throw;
+    }
+    if (request.isJson)
+        printJson(QJsonDocument(toJson(storage, deleted, result)));
+    if (!result.isMet)
+        printError(notMet(storage, policy, result));
+    if (result.failures > 0)
+        throw Failure(counted(result.failures, "object") + " not deleted");
+    return result.isMet ? DONE : NOT_MET;
+}
+
+// The command line
+
+UsageError wrongValue(const QString &option, const QString &text, const QString &wanted)
+{
+    return UsageError(QString("%1: '%2' is not %3").arg(option, text, wanted));
+}
+
+void setKeepFree(Request &request, const QString &text)
+{
+    constexpr qint64 WHOLE = 100;
+    const bool isPercent = text.endsWith('%');
+    const auto value = isPercent ? parsedSize(text.chopped(1)) : parsedSize(text);
+    if (!value || *value <= 0 || (isPercent && (*value >= WHOLE || !text[text.size() - 2].isDigit())))
+        throw wrongValue("--keep-free", text, "a size such as 2G or a percentage from 1% to 99%");
+    if (isPercent)
+        request.keepFreePercent = static_cast<int>(*value);
+    else
+        request.policy.keepFree = *value;
+}
+
+void setMaxSize(Request &request, const QString &text)
+{
+    request.policy.maxSize = parsedSize(text);
+    if (request.policy.maxSize.value_or(0) <= 0)
+        throw wrongValue("--max-size", text, "a size such as 2G");
+}
+
+void setKeepLast(Request &request, const QString &text)
+{
+    bool isNumber = false;
+    request.policy.keepLast = text.toLongLong(&isNumber);
+    if (!isNumber || request.policy.keepLast <= 0)
+        throw wrongValue("--keep-last", text, "a number from 1");
+}
+
+void setKeepWithin(Request &request, const QString &text)
+{
+    request.policy.keepWithin = parsedAge(text).value_or(0);
+    if (request.policy.keepWithin == 0)
+        throw wrongValue("--keep-within", text, "an age such as 7d, 12h, 30m or 90s");
+}
+
+} // namespace
+
+void addPrune(CommandLine &line)
+{
+    const auto request = std::make_shared<Request>();
+    CLI::App &command = line.add(
+        "prune",
+        "Deletes the oldest objects of a storage device, in the order of the numbering, until the policies "
+        "hold.\n"
+        "An object is a recording with its thumbnail. Protected objects, the newest object and objects that "
+        "are\n"
+        "being written are never deleted. The exit code is 3 if that is not enough",
+        [&line, request] {
+            if (!request->hasPolicy())
+                throw UsageError(
+                    "prune needs at least one of --keep-free, --max-size, --keep-last and --keep-within");
+            return pruneStorage(line.storages().require(request->storage), *request);
+        });
+    const auto addPolicy = [&](const char *name, void (*set)(Request &, const QString &), const char *type,
+                               const char *description) {
+        command
+            .add_option_function<std::string>(
+                name, [=](const std::string &text) { set(*request, fromCommandLine(text, name)); },
+                description)
+            ->type_name(type);
+    };
+    addStorageArgument(command, request->storage);
+    addPolicy("--keep-free", setKeepFree, "SIZE|PERCENT",
+              "Delete until so much of the storage device is free");
+    addPolicy("--max-size", setMaxSize, "SIZE", "Delete until all objects together take no more");
+    addPolicy("--keep-last", setKeepLast, "N", "Keep the N newest objects");
+    addPolicy("--keep-within", setKeepWithin, "AGE",
+              "Keep objects that were modified within this time. Without --keep-free and --max-size, all "
+              "others go");
+    command.add_flag("--json", request->isJson, "Print an object with the deleted paths");
+    command.footer("Example: vornfh --sd /mnt/sd/DCIM prune sd --keep-free 10% --keep-within 12h");
+}

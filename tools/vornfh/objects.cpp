@@ -1,0 +1,221 @@
+// SPDX-License-Identifier: MIT
+#include "objects.h"
+
+#include "errors.h"
+#include "folders.h"
+#include "numbering.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QHash>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <memory>
+#include <numeric>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/file.h>
+
+using namespace VORN_FILE_HANDLER;
+
+namespace {
+
+/// Reads the status of a file. Returns false if the entry is not a regular file or no longer exists.
+bool readFile(int folder, ObjectFile &file)
+{
+    constexpr unsigned WANTED =
+        STATX_TYPE | STATX_MODE | STATX_SIZE | STATX_BLOCKS | STATX_MTIME; // no more than is needed
+    constexpr qint64 BLOCK = 512;
+    struct statx status = {};
+    if (::statx(folder, file.name.constData(), AT_SYMLINK_NOFOLLOW, WANTED, &status) != 0) {
+        file.error = errno;
+        return errno != ENOENT;
+    }
+    file.mode = status.stx_mode;
+    file.size = static_cast<qint64>(status.stx_size);
+    file.allocated = static_cast<qint64>(status.stx_blocks) * BLOCK;
+    file.modified = status.stx_mtime.tv_sec;
+    return S_ISREG(status.stx_mode);
+}
+
+bool comesBefore(const ObjectFile &one, const ObjectFile &other)
+{
+    return one.isThumbnail() != other.isThumbnail() ? other.isThumbnail() : one.name < other.name;
+}
+
+/// Returns whether the numbering uses the folder name @p name: not "0100ABC", whose files it would look for
+/// in 100ABC.
+bool isNumberedName(const QString &name)
+{
+    bool isNumber = false;
+    const int number = QString(name).remove(VornFileHandler::mFolderSuffix).toInt(&isNumber);
+    return isNumber && folderName(number) == name;
+}
+
+/// The paths with the base name of @p path and the extensions of the media files of @p kinds.
+QStringList siblingsOf(const QString &path, const QList<Kind> &kinds)
+{
+    const QFileInfo file(path);
+    QStringList paths;
+    for (const MediaType &type : mediaTypes()) {
+        if (kinds.contains(type.kind))
+            paths.append(file.path() + "/" + file.completeBaseName() + "." + type.extension);
+    }
+    return paths;
+}
+
+/// The objects of a folder by their base names. Other files, links and hidden files are left out.
+std::vector<Object> objectsIn(const QString &folder)
+{
+    const std::unique_ptr<DIR, int (*)(DIR *)> stream(::opendir(QFile::encodeName(folder).constData()),
+                                                      ::closedir);
+    std::vector<Object> objects;
+    QHash<QByteArray, size_t> places;
+    const dirent *entry = nullptr;
+    while (stream && (errno = 0, entry = ::readdir(stream.get()))) {
+        ObjectFile file;
+        file.name = entry->d_name;
+        const int dot = file.name.lastIndexOf('.');
+        file.type = findType(QString::fromUtf8(file.name), Qt::CaseInsensitive);
+        if (!file.type || file.name.startsWith('.') || !readFile(::dirfd(stream.get()), file))
+            continue;
+        const QByteArray base = file.name.left(dot);
+        const auto place = places.insert(base, places.value(base, objects.size()));
+        if (*place == objects.size())
+            objects.push_back({base, {}});
+        objects[*place].files.push_back(file);
+    }
+    if (errno != 0)
+        throw Failure(QString("%1: %2").arg(folder, errorText(errno)));
+    for (Object &object : objects)
+        std::sort(object.files.begin(), object.files.end(), comesBefore);
+    std::sort(objects.begin(), objects.end(),
+              [](const Object &one, const Object &other) { return one.base < other.base; });
+    return objects;
+}
+
+} // namespace
+
+bool Object::isReadable() const
+{
+    return std::all_of(files.begin(), files.end(), [](const ObjectFile &file) { return file.error == 0; });
+}
+
+bool Object::hasRecording() const
+{
+    return !files.front().isThumbnail();
+}
+
+bool Object::isProtected() const
+{
+    return std::any_of(files.begin(), files.end(),
+                       [](const ObjectFile &file) { return isProtectedMode(file.mode); });
+}
+
+qint64 Object::size() const
+{
+    return std::accumulate(files.begin(), files.end(), qint64(0),
+                           [](qint64 sum, const ObjectFile &file) { return sum + file.size; });
+}
+
+qint64 Object::allocated() const
+{
+    return std::accumulate(files.begin(), files.end(), qint64(0),
+                           [](qint64 sum, const ObjectFile &file) { return sum + file.allocated; });
+}
+
+std::time_t Object::modified() const
+{
+    return std::accumulate(
+        files.begin(), files.end(), files.front().modified,
+        [](std::time_t last, const ObjectFile &file) { return std::max(last, file.modified); });
+}
+
+QString NumberedFolder::pathOf(const ObjectFile &file) const
+{
+    return path + "/" + QFile::decodeName(file.name);
+}
+
+NumberedFolder readNumberedFolder(const QString &path)
+{
+    NumberedFolder folder = {path, objectsIn(path)};
+    const auto isOther = [](const Object &object) { return numberIn(object.base) == 0; };
+    folder.objects.erase(std::remove_if(folder.objects.begin(), folder.objects.end(), isOther),
+                         folder.objects.end());
+    return folder;
+}
+
+std::vector<NumberedFolder> numberedObjects(const Storage &storage)
+{
+    std::vector<NumberedFolder> folders;
+    for (const QString &name : numberedFolders(storage)) {
+        if (isNumberedName(name))
+            folders.push_back(readNumberedFolder(storage.location + "/" + name));
+    }
+    return folders;
+}
+
+bool isNumberedFolder(const QString &path, const Storage &storage)
+{
+    const QFileInfo folder(path);
+    return folder.path() == QFileInfo(storage.location).canonicalFilePath()
+           && isNumberedName(folder.fileName()) && numberedFolders(storage).contains(folder.fileName());
+}
+
+bool isProtectedMode(mode_t mode)
+{
+    return S_ISREG(mode) && (mode & ANY_WRITE) == 0;
+}
+
+bool isProtected(const QString &path)
+{
+    const QStringList paths = QStringList{path} + siblingsOf(path, {PHOTO, VIDEO, AUDIO, THUMBNAIL});
+    return std::any_of(paths.begin(), paths.end(), [](const QString &file) {
+        struct stat status = {};
+        return readLinkStatus(file, status) && isProtectedMode(status.st_mode);
+    });
+}
+
+void requireUnprotected(const QString &path, const QString &resolved)
+{
+    if (isProtected(resolved))
+        throw FileFailure(path, "is protected; use --force");
+}
+
+QString thumbnailFreedBy(const QString &path)
+{
+    const auto isFile = [](const QString &file) {
+        struct stat status = {};
+        return readLinkStatus(file, status) && S_ISREG(status.st_mode);
+    };
+    const MediaType *type = findType(path, Qt::CaseInsensitive);
+    const QString thumbnail = thumbnailOf(path);
+    if (!type || (type->kind != PHOTO && type->kind != VIDEO) || !isFile(thumbnail))
+        return QString();
+    QStringList others = siblingsOf(path, {PHOTO, VIDEO});
+    others.removeAll(QFileInfo(path).path() + "/" + QFileInfo(path).fileName());
+    return std::any_of(others.begin(), others.end(), isFile) ? QString() : thumbnail;
+}
+
+Descriptor holdForWriting(const QString &path)
+{
+    Descriptor file = openFile(path, O_WRONLY | O_NOFOLLOW | O_NONBLOCK);
+    ::flock(file.get(), LOCK_EX | LOCK_NB);
+    return file;
+}
+
+bool isBeingWritten(const QString &path)
+{
+    const Descriptor file = openFile(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    if (file.isOpen() && ::flock(file.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+        return true;
+    // The kernel grants a read lease only if nobody has the file open for writing, and only to its owner or
+    // root: fcntl(2), "Leases". It sends SIGIO to the holder of a lease that is in the way.
+    std::signal(SIGIO, SIG_IGN);
+    if (!file.isOpen() || ::fcntl(file.get(), F_SETLEASE, F_RDLCK) == 0)
+        return false;
+    return errno == EAGAIN;
+}

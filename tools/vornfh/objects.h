@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: MIT
+#ifndef OBJECTS_H
+#define OBJECTS_H
+
+#include "files.h"
+#include "media.h"
+#include "storages.h"
+
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+
+#include <ctime>
+#include <vector>
+
+// An object is what a camera shows and deletes as one: all files in a folder that share a base name, such as
+// a photo and its thumbnail, or the two formats of one shot. Its position in the numbering is its number.
+
+/// A file of an object.
+struct ObjectFile {
+    QByteArray name;
+    const MediaType *type = nullptr;
+    mode_t mode = 0;
+    qint64 size = 0;
+    qint64 allocated = 0; // the bytes that become free when it is deleted
+    std::time_t modified = 0;
+    int error = 0; // why the status cannot be read
+
+    bool isThumbnail() const { return type->kind == THUMBNAIL; }
+};
+
+struct Object {
+    QByteArray base;               // "DCF_0001"
+    std::vector<ObjectFile> files; // the recordings by name, then the thumbnail
+
+    bool isReadable() const;
+    /// False for a thumbnail that is alone.
+    bool hasRecording() const;
+    bool isProtected() const;
+    qint64 size() const;
+    qint64 allocated() const;
+    /// The time of its last file.
+    std::time_t modified() const;
+};
+
+/// A numbered folder and the objects in it whose base names are those of the numbering.
+struct NumberedFolder {
+    QString path;
+    std::vector<Object> objects;
+
+    QString pathOf(const ObjectFile &file) const;
+};
+
+/// Reads a folder for which isNumberedFolder() returns true. Throws Failure if it cannot be read.
+NumberedFolder readNumberedFolder(const QString &path);
+
+/// The numbered folders in the order of the numbering, so that the last object of the last folder is the
+/// newest. Folders whose names the numbering does not use are left out. Throws Failure if one cannot be read.
+std::vector<NumberedFolder> numberedObjects(const Storage &storage);
+
+/// Returns whether the resolved path @p path is one of the folders that numberedObjects() reads.
+bool isNumberedFolder(const QString &path, const Storage &storage);
+
+constexpr mode_t ANY_WRITE = S_IWUSR | S_IWGRP | S_IWOTH;
+
+/// Returns whether a file with @p mode is protected: nobody may write to it. On FAT and exFAT this is the
+/// attribute "read-only", which cameras use. access() would not do: root may write to any file.
+bool isProtectedMode(mode_t mode);
+
+/// Returns whether the file @p path, or another file of its object, is protected.
+bool isProtected(const QString &path);
+
+/// Throws FileFailure if isProtected(@p resolved); the message names the path @p path.
+void requireUnprotected(const QString &path, const QString &resolved);
+
+/// The thumbnail that would be alone without the recording @p path; empty if there is none, or if another
+/// photo or video shares it.
+QString thumbnailFreedBy(const QString &path);
+
+/// As long as the result is open, isBeingWritten() returns true for @p path.
+Descriptor holdForWriting(const QString &path);
+
+/// Returns whether a process has the file @p path open for writing or locked.
+bool isBeingWritten(const QString &path);
+
+#endif // OBJECTS_H

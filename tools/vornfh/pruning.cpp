@@ -1,0 +1,217 @@
+// SPDX-License-Identifier: MIT
+#include "pruning.h"
+
+#include "durable.h"
+#include "errors.h"
+#include "mounts.h"
+#include "output.h"
+#include "temporary.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include <algorithm>
+#include <cerrno>
+#include <ctime>
+
+#include <unistd.h>
+
+namespace {
+
+/// An object that may be deleted.
+struct Candidate {
+    const NumberedFolder *folder;
+    const Object *object;
+
+    QString pathOf(const ObjectFile &file) const { return folder->pathOf(file); }
+};
+
+bool mayBeDeleted(const Object &object, const PrunePolicy &policy, std::time_t now)
+{
+    const bool isRecent = policy.keepWithin > 0 && object.modified() > now - policy.keepWithin;
+    return object.hasRecording() && object.isReadable() && !object.isProtected() && !isRecent;
+}
+
+/// The objects that may be deleted, oldest first.
+std::vector<Candidate> candidatesIn(const std::vector<NumberedFolder> &folders, const PrunePolicy &policy)
+{
+    const qint64 keepLast =
+        std::max<qint64>(1, policy.keepLast); // the newest number is the numbering's memory
+    const std::time_t now = std::time(nullptr);
+    std::vector<Candidate> candidates;
+    qint64 newer = 0;
+    for (auto folder = folders.rbegin(); folder != folders.rend(); ++folder) {
+        for (auto object = folder->objects.rbegin(); object != folder->objects.rend(); ++object) {
+            newer += object->hasRecording() ? 1 : 0;
+            if (newer > keepLast && mayBeDeleted(*object, policy, now))
+                candidates.push_back({&*folder, &*object});
+        }
+    }
+    std::reverse(candidates.begin(), candidates.end());
+    return candidates;
+}
+
+qint64 sizeOf(const std::vector<NumberedFolder> &folders)
+{
+    qint64 size = 0;
+    for (const NumberedFolder &folder : folders) {
+        for (const Object &object : folder.objects)
+            size += object.size();
+    }
+    return size;
+}
+
+void printUnreadable(const std::vector<NumberedFolder> &folders)
+{
+    for (const NumberedFolder &folder : folders) {
+        for (const Object &object : folder.objects) {
+            for (const ObjectFile &file : object.files) {
+                if (file.error != 0)
+                    printError(QString("%1: cannot be read, so its object is kept: %2")
+                                   .arg(folder.pathOf(file), errorText(file.error)));
+            }
+        }
+    }
+}
+
+/// What must still be deleted. Negative if a policy holds with room to spare.
+struct Excess {
+    qint64 allocated; // bytes on the file system
+    qint64 size;      // of the objects
+
+    bool isOver() const { return allocated > 0 || size > 0; }
+};
+
+class Pruning
+{
+public:
+    Pruning(const Storage &storage, const PrunePolicy &policy, const PruneReport &report)
+        : mStorage(storage), mPolicy(policy), mReport(report)
+    {
+    }
+
+    PruneResult run()
+    {
+        const std::vector<NumberedFolder> folders = numberedObjects(mStorage);
+        printUnreadable(folders);
+        mResult.left = sizeOf(folders);
+        const std::vector<Candidate> candidates = candidatesIn(folders, mPolicy);
+        auto next = candidates.begin();
+        while (next != candidates.end() && (!mPolicy.hasSpacePolicy() || excess().isOver()))
+            deleteBatch(next, candidates.end());
+        for (size_t i = 0; i + 1 < folders.size(); ++i)
+            deleteIfEmpty(folders[i].path);
+        mResult.free = freeBytes(mStorage.location);
+        mResult.isMet = !excess().isOver();
+        return mResult;
+    }
+
+private:
+    using Position = std::vector<Candidate>::const_iterator;
+
+    Excess excess() const
+    {
+        return {mPolicy.keepFree ? *mPolicy.keepFree - freeBytes(mStorage.location) : 0,
+                mPolicy.maxSize ? mResult.left - *mPolicy.maxSize : 0};
+    }
+
+    /// Returns whether the object may still be deleted: it may have been protected in the meantime.
+    static bool isFree(const Candidate &candidate)
+    {
+        const std::vector<ObjectFile> &files = candidate.object->files;
+        return !isProtected(candidate.pathOf(files.front()))
+               && std::none_of(files.begin(), files.end(), [&](const ObjectFile &file) {
+                      return isBeingWritten(candidate.pathOf(file));
+                  });
+    }
+
+    /// Deletes the next objects of one folder, no more than have to go.
+    void deleteBatch(Position &next, Position end)
+    {
+        constexpr size_t LIMIT = 1000; // so that results are reported steadily
+        const QString folder = next->folder->path;
+        Excess rest = excess();
+        std::vector<Candidate> batch;
+        for (; next != end && next->folder->path == folder && batch.size() < LIMIT; ++next) {
+            if (mPolicy.hasSpacePolicy() && !rest.isOver())
+                break;
+            if (!isFree(*next))
+                continue;
+            batch.push_back(*next);
+            rest.allocated -= next->object->allocated();
+            rest.size -= next->object->size();
+        }
+        if (folder != mLastFolder)
+            removeLeftovers(folder);
+        mLastFolder = folder;
+        if (!batch.empty())
+            deleteObjects(folder, batch);
+    }
+
+    void deleteObjects(const QString &folder, std::vector<Candidate> &batch)
+    {
+        const auto isWithoutThumbnail = [](const Candidate &candidate) {
+            return !candidate.object->files.back().isThumbnail();
+        };
+        QStringList deleted;
+        const bool hasThumbnails = !std::all_of(batch.begin(), batch.end(), isWithoutThumbnail);
+        deleteFiles(batch, true);
+        if (hasThumbnails)
+            flushFolder(folder); // before any recording goes
+        deleteFiles(batch, false);
+        flushFolder(folder);
+        for (const Candidate &candidate : batch) {
+            for (const ObjectFile &file : candidate.object->files)
+                deleted.append(candidate.pathOf(file));
+            ++mResult.objects;
+            mResult.bytes += candidate.object->size();
+            mResult.left -= candidate.object->size();
+        }
+        mReport(deleted);
+    }
+
+    /// Deletes the thumbnails or the recordings of @p batch. Takes out the objects for which that fails.
+    void deleteFiles(std::vector<Candidate> &batch, bool areThumbnails)
+    {
+        std::vector<Candidate> rest;
+        mResult.failures += forEachReporting(batch, [&](const Candidate &candidate) {
+            for (const ObjectFile &file : candidate.object->files) {
+                const QString path = candidate.pathOf(file);
+                if (file.isThumbnail() == areThumbnails && ::unlink(QFile::encodeName(path).constData()) != 0
+                    && errno != ENOENT)
+                    throw FileFailure(path, "cannot be deleted: " + errorText(errno));
+            }
+            rest.push_back(candidate);
+        });
+        batch = std::move(rest);
+    }
+
+    void deleteIfEmpty(const QString &folder)
+    {
+        constexpr auto ANYTHING = QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot;
+        if (!QDir(folder).isEmpty(ANYTHING))
+            return;
+        const bool isDeleted = ::rmdir(QFile::encodeName(folder).constData()) == 0;
+        // ENOTEMPTY: a name that is not valid UTF-8; EBUSY: a mount point
+        if (!isDeleted && (errno == ENOTEMPTY || errno == EBUSY))
+            return;
+        if (!isDeleted)
+            throw FileFailure(folder, "cannot be deleted: " + errorText(errno));
+        flushFolder(mStorage.location);
+        mReport({folder});
+    }
+
+    const Storage &mStorage;
+    const PrunePolicy &mPolicy;
+    const PruneReport &mReport;
+    PruneResult mResult;
+    QString mLastFolder; // from which something was deleted
+};
+
+} // namespace
+
+PruneResult prune(const Storage &storage, const PrunePolicy &policy, const PruneReport &report)
+{
+    return Pruning(storage, policy, report).run();
+}

@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: MIT
+#ifndef PRUNING_H
+#define PRUNING_H
+
+#include "objects.h"
+#include "storages.h"
+
+#include <QString>
+#include <QStringList>
+
+#include <functional>
+#include <optional>
+
+/// Which objects must go and which must stay.
+struct PrunePolicy {
+    std::optional<qint64> keepFree; // bytes on the file system
+    std::optional<qint64> maxSize;  // of all objects together, in bytes
+    qint64 keepLast = 0;            // this many of the newest objects stay
+    qint64 keepWithin = 0;          // objects that were modified in the last so many seconds stay
+
+    /// Without one, all objects that may go do so.
+    bool hasSpacePolicy() const { return keepFree || maxSize; }
+};
+
+struct PruneResult {
+    int objects = 0;   // that were deleted
+    qint64 bytes = 0;  // their size
+    int failures = 0;  // objects and folders that could not be deleted
+    qint64 left = 0;   // the size of all objects that are left
+    qint64 free = 0;   // bytes on the file system
+    bool isMet = true; // the space policies hold
+};
+
+/// Calls @p report with the paths of what was deleted whenever that is on the device.
+using PruneReport = std::function<void(const QStringList &paths)>;
+
+/// Deletes the oldest objects in the order of the numbering until the space policies hold, and then the
+/// numbered folders before the last one that are empty. Protected objects, the newest one, objects that are
+/// being written, thumbnails that are alone and all other files are left alone. Whenever the power fails, no
+/// thumbnail is without its recording. Throws Failure.
+PruneResult prune(const Storage &storage, const PrunePolicy &policy, const PruneReport &report);
+
+#endif // PRUNING_H
