@@ -370,8 +370,10 @@ Result check(const Storage &storage)
 
 void print(const Storage &storage, const Result &result)
 {
+    QByteArray lines;
     for (const Finding &finding : result.findings)
-        printLine(printable(finding.path) + ": " + printable(finding.text));
+        lines += (printable(finding.path) + ": " + printable(finding.text) + "\n").toUtf8();
+    printLines(lines);
     const QString found =
         result.findings.isEmpty() ? "no findings" : counted(result.findings.size(), "finding");
     printLine(
