@@ -278,8 +278,11 @@ struct Part {
 void writePart(const Job &job, const PageFolder &pages, int number, bool isLast, const Part &part,
                const Items &items)
 {
-    GalleryHeader header = {
-        job.header.title + ", folder " + printable(part.card.title), part.folder, Capacity(), part.card.totals, {}};
+    GalleryHeader header = {job.header.title + ", folder " + printable(part.card.title),
+                            part.folder,
+                            Capacity(),
+                            part.card.totals,
+                            {}};
     header.links.index = encodedLink(pages.linkToIndex());
     header.links.previous = number > 1 ? PageFolder::pageName(number - 1) : QString();
     header.links.next = isLast ? QString() : PageFolder::pageName(number + 1);
