@@ -35,7 +35,7 @@ _vornfh_options()
         folders) echo '--filter --json' ;;
         list) echo '--images --videos --audio --thumbs --filter --json' ;;
         count | info | status | check) echo '--json' ;;
-        gallery) echo '--output --force --probe' ;;
+        gallery) echo '--output --page-size --force --probe' ;;
         move) echo '--force' ;;
         delete) echo '--only --force' ;;
         rmdir | wipe) echo '--yes --force' ;;
