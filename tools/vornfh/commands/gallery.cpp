@@ -350,6 +350,7 @@ ExitCode writeGallery(const Storage &storage, const Request &request)
     nameTimeZone();
     const Job job = jobOf(storage, request);
     const PageFolder pages(job.path);
+    reportProblems(QFileInfo(job.path).path());
     catchStopSignals();
     int count = 0;
     if (job.isOnePage()) {
