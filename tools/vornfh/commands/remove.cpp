@@ -23,6 +23,7 @@
 #include <set>
 #include <utility>
 
+#include <fcntl.h>
 #include <fts.h>
 #include <pwd.h>
 #include <unistd.h>
@@ -113,13 +114,13 @@ ExitCode deleteFiles(const std::vector<std::string> &files, const QList<Storage>
 
 /// Everything in a folder, at all depths.
 struct Content {
-    int files = 0;
-    int folders = 0;
+    QByteArrayList files;
+    QByteArrayList folders; // each after those in it
+    QByteArrayList others;  // files that are not media files
     qint64 bytes = 0;
-    QStringList names;  // of files and folders
-    QStringList others; // files that are not media files
     QString mountPoint; // of another file system in it
-    QByteArray first;   // the path of the first name, which can be deleted before the others
+
+    QByteArrayList names() const { return files + folders; }
 };
 
 bool isMedia(const QByteArray &name)
@@ -127,29 +128,20 @@ bool isMedia(const QByteArray &name)
     return findType(QString::fromUtf8(name), Qt::CaseInsensitive) != nullptr;
 }
 
-void count(const FTSENT &entry, int prefixLength, dev_t device, Content &content)
+/// Adds an entry of a folder. Each folder is visited twice, before and after the entries in it.
+void add(const FTSENT &entry, int prefixLength, dev_t device, Content &content)
 {
-    const QByteArray path = entry.fts_path;
-    const QString shown = printable(path.mid(prefixLength));
-    if (entry.fts_info == FTS_D) {
-        content.folders += entry.fts_level > 0 ? 1 : 0;
-        if (entry.fts_statp->st_dev != device && content.mountPoint.isEmpty())
-            content.mountPoint = printable(path);
+    const bool isFile = entry.fts_info == FTS_F;
+    if ((entry.fts_info == FTS_D || isFile) && entry.fts_statp->st_dev != device
+        && content.mountPoint.isEmpty())
+        content.mountPoint = printable(QByteArray(entry.fts_path));
+    if (entry.fts_info == FTS_D || entry.fts_level == 0)
         return;
-    }
-    if (entry.fts_level > 0) {
-        if (content.names.isEmpty())
-            content.first = path;
-        content.names.append(shown);
-    }
-    if (entry.fts_info == FTS_DP)
-        return;
-    ++content.files;
-    if (entry.fts_info == FTS_F && entry.fts_statp->st_dev != device && content.mountPoint.isEmpty())
-        content.mountPoint = printable(path);
-    content.bytes += entry.fts_info == FTS_F ? entry.fts_statp->st_size : 0;
-    if (entry.fts_info != FTS_F || !isMedia(entry.fts_name))
-        content.others.append(shown);
+    const QByteArray name = entry.fts_path + prefixLength;
+    (entry.fts_info == FTS_DP ? content.folders : content.files).append(name);
+    content.bytes += isFile ? entry.fts_statp->st_size : 0;
+    if (entry.fts_info != FTS_DP && !(isFile && isMedia(entry.fts_name)))
+        content.others.append(name);
 }
 
 /// Throws Failure if @p folder or a folder in it cannot be read.
@@ -168,22 +160,26 @@ Content contentOf(const QString &folder)
     while (const FTSENT *entry = ::fts_read(walk.get())) {
         if (entry->fts_info == FTS_DNR || entry->fts_info == FTS_ERR || entry->fts_info == FTS_NS)
             throw Failure(printable(QByteArray(entry->fts_path)) + ": " + errorText(entry->fts_errno));
-        count(*entry, path.size() + 1, status.st_dev, content);
+        add(*entry, path.size() + 1, status.st_dev, content);
     }
     return content;
 }
 
-QString listed(const QStringList &names)
+QString listed(const QByteArrayList &names)
 {
     constexpr int SHOWN = 5;
-    const QString list = QStringList(names.mid(0, SHOWN)).join(", ");
+    QStringList shown;
+    for (const QByteArray &name : names.mid(0, SHOWN))
+        shown.append(printable(name));
+    const QString list = shown.join(", ");
     return names.size() > SHOWN ? QString("%1 and %2 more").arg(list).arg(names.size() - SHOWN) : list;
 }
 
 QString summary(const Content &content)
 {
-    const QString folders = content.folders > 0 ? " and " + counted(content.folders, "folder") : QString();
-    return QString("%1%2, %3").arg(counted(content.files, "file"), folders, humanSize(content.bytes));
+    const QString folders =
+        content.folders.isEmpty() ? QString() : " and " + counted(content.folders.size(), "folder");
+    return QString("%1%2, %3").arg(counted(content.files.size(), "file"), folders, humanSize(content.bytes));
 }
 
 /// Reports what will be deleted, and returns only if the user agrees.
@@ -206,10 +202,31 @@ void confirm(const QString &folder, const Content &content, bool isConfirmed)
         throw Failure(folder + ": not deleted");
 }
 
+/// Returns whether the library can delete the file @p name.
+bool isVisible(const QByteArray &name)
+{
+    return QFile::encodeName(QFile::decodeName(name)) == name;
+}
+
+/// Deletes what was counted, in half the time of the library, which reads all folders again and resolves each
+/// path from the root. The library deletes the rest.
+void deleteCounted(const QString &folder, const Content &content)
+{
+    const Descriptor location = openFolder(folder);
+    const auto remove = [&location](const QByteArrayList &names, int flags) {
+        for (const QByteArray &name : names) {
+            if (isVisible(name))
+                ::unlinkat(location.get(), name.constData(), flags);
+        }
+    };
+    remove(content.files, 0);
+    remove(content.folders, AT_REMOVEDIR);
+}
+
 /// Deletes an entry that the library has left. Returns the reason for a failure; empty on success.
 QString deleteEntry(const QByteArray &path, bool isNew)
 {
-    if (QFile::encodeName(QFile::decodeName(path)) != path)
+    if (!isVisible(path))
         return "files whose names are not valid UTF-8 cannot be deleted";
     if (isNew)
         return "they were created in the meantime";
@@ -220,11 +237,13 @@ QString deleteEntry(const QByteArray &path, bool isNew)
 /// another attempt does. Throws Failure.
 void deleteRest(const QString &folder, const Content &before)
 {
-    for (Content left = contentOf(folder); !left.names.isEmpty(); left = contentOf(folder)) {
-        const QString reason = deleteEntry(left.first, !before.names.contains(left.names.first()));
+    const QByteArrayList known = before.names();
+    QByteArrayList left;
+    while (!(left = contentOf(folder).names()).isEmpty()) {
+        const QByteArray path = QFile::encodeName(folder) + "/" + left.first();
+        const QString reason = deleteEntry(path, !known.contains(left.first()));
         if (!reason.isEmpty())
-            throw Failure(
-                QString("%1: could not be deleted: %2: %3").arg(folder, listed(left.names), reason));
+            throw Failure(QString("%1: could not be deleted: %2: %3").arg(folder, listed(left), reason));
     }
 }
 
@@ -267,6 +286,7 @@ ExitCode removeFolder(const Storage &storage, const QString &name, bool isConfir
     if (!areOnOneFileSystem(path, storage.location))
         content.mountPoint = path;
     confirm(path, content, isConfirmed);
+    deleteCounted(path, content);
     VornFileHandler::deleteFolder(storage.type, name);
     requireGone(path, content);
     return DONE;
@@ -307,6 +327,7 @@ ExitCode wipe(const Storage &storage, const QList<Storage> &all, bool isConfirme
     requireWritable(storage);
     const Content content = contentOf(storage.location);
     confirm(storage.location, content, isConfirmed);
+    deleteCounted(storage.location, content);
     VornFileHandler::deleteAllFiles(storage.type);
     requireGone(storage.location, content);
     return DONE;
