@@ -25,6 +25,9 @@
 #include <memory>
 #include <numeric>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 using namespace VORN_FILE_HANDLER;
 
 namespace {
@@ -133,10 +136,16 @@ QVector<Folder> foldersOf(const Storage &storage)
 /// The picture @p path as a data: URI; empty if it is neither JPEG nor PNG, or larger than @p limit.
 QByteArray dataUri(const QString &path, qint64 limit)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly) || file.size() > limit)
+    struct stat status = {};
+    const Descriptor file = openFile(path, O_RDONLY | O_NONBLOCK);
+    if (!file.isOpen() || ::fstat(file.get(), &status) != 0 || status.st_size > limit)
         return QByteArray();
-    const QByteArray data = file.read(limit);
+    QByteArray data(static_cast<int>(status.st_size), Qt::Uninitialized);
+    int size = 0;
+    for (ssize_t count = 1; count > 0 && size < data.size();
+         size += static_cast<int>(std::max<ssize_t>(count, 0)))
+        count = ::pread(file.get(), data.data() + size, static_cast<size_t>(data.size() - size), size);
+    data.truncate(size);
     const char *type = data.startsWith("\xff\xd8\xff") ? "jpeg"
                        : data.startsWith("\x89PNG")    ? "png"
                                                        : nullptr;
