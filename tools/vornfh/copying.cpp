@@ -27,8 +27,8 @@ namespace {
 constexpr qint64 BATCH_BYTES = 256 << 20;
 constexpr auto BATCH_TIME = std::chrono::seconds(1);
 
-/// The number of files in a batch. Each has two open files, and three batches are open at a time: one is
-/// written, one waits, and one is completed.
+/// The largest number of files in a batch. Each file needs two descriptors, and three batches are open at a
+/// time: one is written, one waits, and one is completed.
 size_t batchFiles()
 {
     constexpr rlim_t WANTED = 4096;

@@ -19,7 +19,7 @@ struct GalleryItem {
     qint64 thumbnailSize = -1; // -1 if it has no thumbnail
 };
 
-/// What a page shows of an item and can get only by reading its files.
+/// What a page shows of an item that only the content of its files reveals.
 struct GalleryPicture {
     QByteArray uri;   // empty for an icon
     QSize resolution; // invalid if unknown

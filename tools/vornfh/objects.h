@@ -39,7 +39,7 @@ struct Object {
     bool isProtected() const;
     qint64 size() const;
     qint64 allocated() const;
-    /// The time of its last file.
+    /// The latest modification time of its files.
     std::time_t modified() const;
 };
 

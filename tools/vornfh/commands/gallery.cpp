@@ -38,8 +38,8 @@ constexpr qint64 LARGEST_PICTURE = 300 << 10;
 constexpr qint64 LARGEST_COVER = 32 << 10;
 /// The largest number of files on one page.
 constexpr int LARGEST_COUNT = 10000;
-/// The number of files in one grid. Browsers lay out a grid when it comes into view. All numbers of columns
-/// are divisors, so that each row is full.
+/// The number of files in one grid. Browsers lay out a grid when it comes into view. Every number of
+/// columns in the style sheet divides it, so that each row is full.
 constexpr int GRID = 240;
 
 struct Request {
@@ -61,7 +61,7 @@ struct Folder {
     qint64 length; // of its part of a page
 };
 
-/// The length of @p item on a page, by the sizes of its files.
+/// The length of @p item on a page, estimated from the sizes of its files.
 qint64 lengthOf(const GalleryItem &item)
 {
     constexpr qint64 MARKUP = 1 << 10;
@@ -83,8 +83,8 @@ GalleryItem toItem(const QFileInfo &file)
     return item;
 }
 
-/// The files in @p folder, oldest first. A thumbnail is the picture of its photo or video, and an item only
-/// if it has neither.
+/// The files in @p folder, oldest first. A thumbnail is the picture of the files that share its base name,
+/// except audio files, and an item only if there are none.
 Items itemsIn(const QString &folder)
 {
     const QList<QFileInfo> files =
@@ -401,11 +401,13 @@ void addGallery(CommandLine &line)
         ->required();
     command
         .add_option("--page-size", request->pageSize,
-                    "Largest page, estimated by the sizes of the pictures in it")
+                    "Largest page, estimated from the sizes of the pictures in it")
         ->check(between(1, 1024))
         ->type_name("MIB")
         ->capture_default_str();
-    command.add_flag("--force", request->isForced, "Replace a file that is not a gallery");
+    command.add_flag(
+        "--force", request->isForced,
+        "Replace a file that is not a gallery, and write pages into a folder that contains other files");
     command.add_flag(
         "--probe", request->isProbing,
         "Show the frame size of videos too: starts ffprobe for each video whose path is safe in a\n"

@@ -53,8 +53,9 @@ struct Target {
     QString folder() const { return QFileInfo(resolved).path(); }
 };
 
-/// Returns the file @p path if it may be deleted. Before the first file in @p seen, reports what is wrong
-/// with its storage device, and removes what interrupted commands have left in its folder.
+/// Returns the file @p path if it may be deleted. For the first file on a storage device, reports what is
+/// wrong with the device; for the first in a folder, removes what interrupted commands have left there. @p
+/// seen records both.
 Target targetOf(const QString &path, const QList<Storage> &storages, const Request &request,
                 std::set<QString> &seen)
 {
@@ -108,7 +109,7 @@ public:
         ++mNamed;
     }
 
-    /// Returns whether @p path is a recording that was given with its thumbnail, or the thumbnail.
+    /// Returns whether @p path is a recording that was added together with its thumbnail, or that thumbnail.
     bool isTaken(const QString &path) const { return mTaken.find(withResolvedFolder(path)) != mTaken.end(); }
 
     /// Flushes the folders and reports the files. Returns the number of failures.
@@ -166,7 +167,7 @@ ExitCode deleteFiles(const Request &request, const QList<Storage> &storages)
 
 // rmdir and wipe
 
-/// Folders and base names, the start of the paths of the files that are left alone.
+/// The paths, without the extension, of the files that are left alone.
 using Kept = std::set<QByteArray>;
 
 /// The path of a file without the extension, which all files of an object share.
