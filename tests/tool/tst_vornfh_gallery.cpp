@@ -152,7 +152,9 @@ QByteArray changedHeader(QRandomGenerator &random)
         case 4: segment.chop(1 + random.bounded(2)); break;
         case 5: segment.append(static_cast<char>(random.bounded(2) * 0xff)); break;
         default:
-            segment[random.bounded(std::min(20, segment.size()))] = static_cast<char>(random.bounded(256));
+            if (!segment.isEmpty())
+                segment[random.bounded(std::min(20, segment.size()))] =
+                    static_cast<char>(random.bounded(256));
         }
     }
     return segments.join()
