@@ -53,11 +53,17 @@ struct Target {
     QString folder() const { return QFileInfo(resolved).path(); }
 };
 
+/// What has been looked at since the start.
+struct Seen {
+    std::set<QString> locations;
+    std::set<QString> folders;
+    ProtectionCheck protection;
+};
+
 /// Returns the file @p path if it may be deleted. For the first file on a storage device, reports what is
 /// wrong with the device; for the first in a folder, removes what interrupted commands have left there. @p
 /// seen records both.
-Target targetOf(const QString &path, const QList<Storage> &storages, const Request &request,
-                std::set<QString> &seen)
+Target targetOf(const QString &path, const QList<Storage> &storages, const Request &request, Seen &seen)
 {
     struct stat status = {};
     if (!readLinkStatus(path, status))
@@ -71,12 +77,12 @@ Target targetOf(const QString &path, const QList<Storage> &storages, const Reque
     if (!storage)
         throw FileFailure(path, "is not in the location of a configured storage device");
     const QString folder = QFileInfo(resolved).path();
-    if (seen.insert(storage->location).second)
+    if (seen.locations.insert(storage->location).second)
         reportProblems(storage->location);
-    if (seen.insert(folder).second)
+    if (seen.folders.insert(folder).second)
         removeLeftovers(folder);
     if (!request.isForced)
-        requireUnprotected(path, resolved);
+        seen.protection.requireUnprotected(path, resolved);
     const bool hasThumbnail = !request.isOnly && !thumbnailFreedBy(resolved).isEmpty();
     return {path, resolved, hasThumbnail ? thumbnailOf(path) : QString()};
 }
@@ -112,7 +118,8 @@ public:
     /// Returns whether @p path is a recording that was added together with its thumbnail, or that thumbnail.
     bool isTaken(const QString &path) const { return mTaken.find(withResolvedFolder(path)) != mTaken.end(); }
 
-    /// Flushes the folders and reports the files. Returns the number of failures.
+    /// Deletes the recordings whose thumbnails have been deleted, flushes the folders, and reports the files.
+    /// Returns the number of failures.
     int finish()
     {
         const QList<Target> recordings = std::exchange(mRecordings, {});
@@ -147,7 +154,7 @@ ExitCode deleteFiles(const Request &request, const QList<Storage> &storages)
     const std::vector<std::string> files = request.paths->results();
     auto lastReport = std::chrono::steady_clock::now();
     Deletion deletion;
-    std::set<QString> seen; // storage devices and folders
+    Seen seen;
     int failures = 0;
     failures += forEachReporting(files, [&](const std::string &file) {
         const QString path = pathArgument(file);
@@ -169,13 +176,6 @@ ExitCode deleteFiles(const Request &request, const QList<Storage> &storages)
 
 /// The paths, without the extension, of the files that are left alone.
 using Kept = std::set<QByteArray>;
-
-/// The path of a file without the extension, which all files of an object share.
-QByteArray basePath(const QByteArray &path)
-{
-    const int dot = path.lastIndexOf('.');
-    return dot > path.lastIndexOf('/') ? path.left(dot) : path;
-}
 
 bool isKept(const FTSENT &entry, const Kept &kept)
 {
