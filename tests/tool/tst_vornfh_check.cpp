@@ -43,7 +43,7 @@ const QByteArray LEFTOVER =
     "was left by an interrupted command; the next command that writes to this folder removes it";
 const QByteArray LEFTOVER_KEPT =
     "was left by an interrupted command; it may share its content with another file; unmount the storage "
-    "device, check it with fsck, then delete it";
+    "device and check it with fsck, then delete the leftover";
 
 /// The start of an AVI or WAV file, with @p size in its header, in hexadecimal digits.
 QByteArray riff(const QByteArray &size)

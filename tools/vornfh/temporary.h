@@ -74,7 +74,7 @@ private:
 
 /// Why a leftover is kept.
 inline const QString MAY_SHARE_CONTENT = "it may share its content with another file; unmount the storage "
-                                         "device, check it with fsck, then delete it";
+                                         "device and check it with fsck, then delete the leftover";
 
 /// What interrupted commands have left behind in a folder.
 struct Leftovers {

@@ -22,7 +22,9 @@ _vornfh_values()
             ;;
         --type) _vornfh_reply -W 'avi mkv jpg png wav' -- "$2" ;;
         --filter) _vornfh_reply -W 'dcim other all' -- "$2" ;;
-        --suffix | --count | --duration | --keep-free | --max-size | --keep-last | --keep-within) COMPREPLY=() ;;
+        --suffix | --count | --duration | --page-size | --keep-free | --max-size | --keep-last | --keep-within)
+            COMPREPLY=()
+            ;;
         *) return 1 ;;
     esac
 }
@@ -80,7 +82,8 @@ _vornfh()
         word=${COMP_WORDS[i]}
         case $word in
             --config | --output | -o | --input | --mmc | --sd | --usb | --*-block | --type | --filter | \
-                --suffix | --count | --duration | --keep-free | --max-size | --keep-last | --keep-within)
+                --suffix | --count | --duration | --page-size | --keep-free | --max-size | --keep-last | \
+                --keep-within)
                 isValue=yes
                 continue
                 ;;

@@ -391,9 +391,9 @@ void addGallery(CommandLine &line)
                  "folders of a storage device.\n"
                  "More than 10,000 files, or more than --page-size, are divided into several "
                  "pages, at least one\n"
-                 "for each folder: FILE becomes their index, and for FILE.html they are in the "
-                 "folder FILE-pages\n"
-                 "next to it. Apart from these, nothing is created on the storage device",
+                 "for each folder: FILE becomes their index, and they are in a folder next to it, "
+                 "sd-pages for\n"
+                 "sd.html. Apart from these, nothing is created on the storage device",
                  run);
     addStorageArgument(command, request->storage);
     command.add_option("-o,--output", request->output, "The page; an existing gallery is replaced")
