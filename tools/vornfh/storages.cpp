@@ -7,6 +7,8 @@
 #include "output.h"
 #include "paths.h"
 
+#include <CLI/CLI.hpp>
+
 #include <QStandardPaths>
 
 #include <algorithm>

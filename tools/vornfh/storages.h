@@ -4,13 +4,17 @@
 
 #include "vornfilehandler.h"
 
-#include <CLI/CLI.hpp>
-
 #include <QList>
 #include <QString>
 
 #include <array>
 #include <string>
+
+// The parser's header takes several seconds to compile, so only the files that use the parser include it.
+namespace CLI {
+class App;
+class Option;
+} // namespace CLI
 
 constexpr int STORAGE_COUNT = 3;
 
@@ -23,7 +27,7 @@ struct Storage {
     QString block;    // block name; empty if it is not configured
 };
 
-/// The storage devices that the command line and the config file name, and the options for them.
+/// The storage devices named on the command line and in the config file, and the options for them.
 class Storages
 {
 public:
