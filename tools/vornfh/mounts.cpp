@@ -72,6 +72,25 @@ quint64 mountOf(const QString &path)
     return isKnown ? status.stx_mnt_id : 0;
 }
 
+QByteArray sessionOf(const QString &path)
+{
+    const auto contentOf = [](const QString &name) {
+        QFile file(name);
+        return file.open(QIODevice::ReadOnly) ? file.readAll().trimmed() : QByteArray();
+    };
+    struct stat status = {};
+    if (!readStatus(path, status))
+        return QByteArray();
+    const QString device =
+        QString("/sys/dev/block/%1:%2").arg(major(status.st_dev)).arg(minor(status.st_dev));
+    // Since Linux 5.15, each device that appears gets a new number. A partition has the number of its disk.
+    QByteArray number = contentOf(device + "/diskseq");
+    if (number.isEmpty())
+        number = contentOf(QFileInfo(device).canonicalFilePath() + "/../diskseq");
+    const QByteArray boot = contentOf("/proc/sys/kernel/random/boot_id");
+    return boot.isEmpty() || number.isEmpty() ? QByteArray() : boot + " " + number + "\n";
+}
+
 bool isReadOnlyAfterError(const QString &path)
 {
     const QByteArray id = QByteArray::number(mountOf(path)) + " ";

@@ -2,6 +2,7 @@
 #ifndef MOUNTS_H
 #define MOUNTS_H
 
+#include <QByteArray>
 #include <QString>
 
 /// The kernel's name for the block device that holds @p path, for example "mmcblk1p1"; empty if the path does
@@ -14,6 +15,10 @@ FileSystem fileSystemOf(const QString &path);
 
 /// The number of the mount that @p path is on; 0 if it cannot be determined.
 quint64 mountOf(const QString &path);
+
+/// Identifies the period that began when the system found the block device of @p path. Within it, no power
+/// failure can have lost cached data that was not yet on the device. Empty if it is unknown.
+QByteArray sessionOf(const QString &path);
 
 bool isOnRootFileSystem(const QString &path);
 

@@ -108,6 +108,21 @@ Descriptor createHidden(const QString &folder, const QString &extension, const Q
     return file;
 }
 
+/// Returns whether the mark @p path was made since the device of its folder appeared.
+bool isOfThisSession(const QString &path)
+{
+    QFile mark(path);
+    const QByteArray session = sessionOf(path);
+    return !session.isEmpty() && mark.open(QIODevice::ReadOnly) && mark.readAll() == session;
+}
+
+/// Flushes the file system of @p folder: as long as a deleted file can come back, its mark is needed.
+bool isFlushed(const QString &folder)
+{
+    const Descriptor descriptor = openFolder(folder);
+    return ::syncfs(descriptor.get()) == 0 && (::fsync(descriptor.get()) == 0 || errno == EINVAL);
+}
+
 void removeLeftover(const QString &path)
 {
     if (::remove(QFile::encodeName(path).constData()) == 0)
@@ -175,8 +190,13 @@ bool TemporaryFile::rename(const QString &path, bool isReplacing)
 RenameMark::RenameMark(const QString &folder)
 {
     const FileSystem fileSystem = fileSystemOf(folder);
-    if (fileSystem != FileSystem::Other)
-        mFile = createHidden(folder, MARK_EXTENSION, folder, mPath);
+    if (fileSystem == FileSystem::Other)
+        return;
+    mFile = createHidden(folder, MARK_EXTENSION, folder, mPath);
+    const QByteArray session = sessionOf(folder);
+    // On a full device the mark stays empty and is later treated as an old one.
+    [[maybe_unused]] const ssize_t written =
+        ::write(mFile.get(), session.constData(), static_cast<size_t>(session.size()));
 }
 
 void RenameMark::remove()
@@ -191,8 +211,11 @@ Leftovers leftoversIn(const QString &folder)
     for (const QString &name :
          QDir(folder).entryList({".vornfh-*"}, QDir::Files | QDir::Dirs | QDir::Hidden)) {
         const QString path = folder + "/" + name;
-        if (isLeftover(path))
-            (name.endsWith(MARK_EXTENSION) ? found.marks : found.paths).append(path);
+        if (!isLeftover(path))
+            continue;
+        const bool isMark = name.endsWith(MARK_EXTENSION);
+        (isMark ? found.marks : found.paths).append(path);
+        found.hasOldMark |= isMark && !isOfThisSession(path);
     }
     return found;
 }
@@ -206,7 +229,9 @@ void removeLeftovers(const QString &folder)
         else
             printError(path + ": left by an interrupted command and kept: " + MAY_SHARE_CONTENT);
     }
-    if (leftovers.paths.isEmpty()) {
+    if (leftovers.marks.isEmpty())
+        return;
+    if (leftovers.paths.isEmpty() || (leftovers.areSafeToDelete() && isFlushed(folder))) {
         for (const QString &mark : leftovers.marks)
             ::unlink(QFile::encodeName(mark).constData());
     }

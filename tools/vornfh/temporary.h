@@ -52,9 +52,10 @@ private:
     QString mPath; // empty once the folder has its name
 };
 
-/// A hidden empty file that records, for as long as it exists, that temporary files in its folder are being
+/// A hidden file that records, for as long as it exists, that temporary files in its folder are being
 /// renamed. FAT, exFAT and file systems in user space need it: a power failure can leave both names of such a
-/// file, and deleting one would free the content of the other. On other file systems no file is created.
+/// file, and deleting one would free the content of the other. On other file systems no file is created. The
+/// mark contains sessionOf() its folder: if that is still the same, only the command was killed.
 class RenameMark
 {
 public:
@@ -64,7 +65,7 @@ public:
     /// Returns whether the file system needs a mark.
     bool isNeeded() const { return !mPath.isEmpty(); }
 
-    /// Deletes the mark. The renamed files must be on the device; if that failed, the mark stays.
+    /// Deletes the mark. Call this only when the renamed files are on the device.
     void remove();
 
 private:
@@ -80,9 +81,10 @@ inline const QString MAY_SHARE_CONTENT = "it may share its content with another 
 struct Leftovers {
     QStringList paths; // of temporary files and folders
     QStringList marks; // see RenameMark
+    bool hasOldMark = false;
 
     /// Returns whether they can be deleted without a check of the file system.
-    bool areSafeToDelete() const { return marks.isEmpty(); }
+    bool areSafeToDelete() const { return !hasOldMark; }
 };
 
 Leftovers leftoversIn(const QString &folder);

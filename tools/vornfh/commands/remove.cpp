@@ -388,6 +388,15 @@ void requireRealFolder(const QString &path, const QString &ifMissing)
         throw Failure(path + ": is not a folder");
 }
 
+/// Throws Failure if the power failed while a command renamed files in @p folder: deleting one of them could
+/// free the content of a file in another folder.
+void requireNoSharedContent(const QString &folder)
+{
+    const Leftovers leftovers = leftoversIn(folder);
+    if (!leftovers.paths.isEmpty() && !leftovers.areSafeToDelete())
+        throw Failure(leftovers.paths.first() + ": was left by an interrupted command; " + MAY_SHARE_CONTENT);
+}
+
 ExitCode removeFolder(const Storage &storage, const QString &name, const Request &request)
 {
     requireNotRoot(storage);
@@ -395,6 +404,7 @@ ExitCode removeFolder(const Storage &storage, const QString &name, const Request
     const QString path = VornFileHandler::getDirPath(storage.type, name);
     requireRealFolder(path, "does not exist");
     requireWritable(storage);
+    requireNoSharedContent(path);
     Content content = deletableContent(path, request.isForced);
     if (!areOnOneFileSystem(path, storage.location))
         content.mountPoint = path;
