@@ -10,14 +10,19 @@
 #include "media.h"
 #include "toolsupport.h"
 
+#include <QElapsedTimer>
 #include <QFile>
+#include <QFileInfo>
 
 #include <algorithm>
+#include <csignal>
+#include <cstdio>
 #include <memory>
 #include <stdexcept>
 #include <vector>
 
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -34,7 +39,8 @@ QByteArray fileSystem()
 
 struct Scenario {
     enum Rule {
-        Whole,   ///< at any time, a file is absent or whole; the content of one that goes has another name
+        Whole,   ///< at any time, a file is absent or whole; if it disappears, its content is there under
+                 ///< another name
         InPlace, ///< a new file may have any content until it is reported
         MkPath,  ///< so may a new folder; on FAT, the library can create no other
         Deletes, ///< what goes may have any content until it is reported
@@ -43,6 +49,7 @@ struct Scenario {
     Tree setup; ///< "sd/" and "usb/" are the disks; "filler BYTES" leaves as many bytes free on "sd/"
     QByteArrayList arguments; ///< of the tool; "host" for the program that does without it
     int exitCode = 0;
+    QByteArray killedAt = {}; ///< ffmpeg is killed when this file has content
 
     int disks() const { return arguments.contains("usb") || arguments.contains("@/usb/page.html") ? 2 : 1; }
 };
@@ -96,7 +103,9 @@ Snapshot snapshotOfDisks(const QString &folder)
     return all;
 }
 
-/// Creates @p entries. "FILE is a photo" and "FILE is a PNG photo" create pictures.
+/// Creates @p entries. "FILE is a photo", "FILE is a PNG photo" and "FILE is a large photo" create pictures,
+/// "FILE is gone" deletes the file, "FILE is protected" removes its write permission, and "gallery" writes a
+/// gallery with pages of 1 MiB.
 void setUp(const ToolRun &tool, const Tree &entries)
 {
     for (const QByteArray &entry : entries) {
@@ -111,6 +120,20 @@ void setUp(const ToolRun &tool, const Tree &entries)
             writeFile(path, pictureData("jpg", QSize(320, 240)));
         } else if (entry.endsWith(" is a PNG photo")) {
             writeFile(path, pictureData("png", QSize(320, 240)));
+        } else if (entry.endsWith(" is a large photo")) {
+            constexpr int SIZE = 290 << 10; // a gallery shows no larger photo without a thumbnail
+            writeFile(path, pictureData("jpg", QSize(320, 240)).leftJustified(SIZE, 'x'));
+        } else if (entry.endsWith(" is gone")) {
+            require(QFile::remove(QFile::decodeName(path)), path);
+        } else if (entry.endsWith(" is protected")) {
+            struct stat status = {};
+            require(::stat(path.constData(), &status) == 0, path);
+            // FAT ignores a change of any other permission.
+            require(::chmod(path.constData(), status.st_mode & 0555) == 0, path);
+        } else if (entry == "gallery") {
+            const Outcome outcome =
+                tool.runOnStorages({"gallery", "sd", "-o", "@/usb/page.html", "--page-size", "1"});
+            require(outcome.exitCode == 0, toString(outcome));
         } else {
             tool.make({entry});
         }
@@ -122,6 +145,20 @@ QByteArray readAll(const QString &path)
     QFile file(path);
     require(file.open(QIODevice::ReadOnly), path.toUtf8());
     return file.readAll();
+}
+
+/// Kills the program that @p process has started once the file @p path has content.
+void killChildAt(const QProcess &process, const QString &path)
+{
+    constexpr int ENOUGH = 20000; // bytes; more than the header
+    constexpr int LIMIT = 60;     // seconds
+    QElapsedTimer clock;
+    clock.start();
+    while (QFileInfo(path).size() < ENOUGH && clock.elapsed() < LIMIT * 1000)
+        ::usleep(10000);
+    const QString number = QString::number(process.processId());
+    const QByteArray child = readAll(QString("/proc/%1/task/%1/children").arg(number)).trimmed();
+    require(::kill(child.toInt(), SIGKILL) == 0, "no child is running");
 }
 
 /// Runs the tool with each disk recorded. Its standard output is part of the log.
@@ -156,6 +193,8 @@ Recorded record(const ToolRun &tool, const Scenario &scenario)
         } else {
             tool.startOnStorages(process, scenario.arguments);
         }
+        if (!scenario.killedAt.isEmpty())
+            killChildAt(process, tool.path() + "/" + scenario.killedAt);
         recorded.outcome = ToolRun::finish(process);
         QFile report(recorder.reportFile());
         require(report.open(QIODevice::WriteOnly) && report.write("exit\n") > 0, "report");
@@ -453,12 +492,15 @@ class PowerCutTest : public QObject
 
 private slots:
     void initTestCase();
+    void cleanup();
     void reportedIsKept_data();
     void reportedIsKept();
     void lossesAreFound_data();
     void lossesAreFound();
     void problemsOfTheFileSystemAreReported_data();
     void problemsOfTheFileSystemAreReported();
+    void leftoversOfThisSessionAreRemoved_data();
+    void leftoversOfThisSessionAreRemoved();
 };
 
 void PowerCutTest::initTestCase()
@@ -467,6 +509,15 @@ void PowerCutTest::initTestCase()
                             && ::access("/dev/fuse", R_OK | W_OK) == 0 && hasOwnMounts();
     if (!isPossible)
         QSKIP("needs root, loop devices and FUSE");
+}
+
+/// POWERCUT_UNTIL_FAILURE ends the program at the first failure, for tests/mutation/flushes.
+void PowerCutTest::cleanup()
+{
+    if (!QTest::currentTestFailed() || !qEnvironmentVariableIsSet("POWERCUT_UNTIL_FAILURE"))
+        return;
+    std::fflush(nullptr);
+    ::_exit(1);
 }
 
 void PowerCutTest::reportedIsKept_data()
@@ -491,6 +542,12 @@ void PowerCutTest::reportedIsKept_data()
                                                   CARD + Tree{"filler 700000"},
                                                   {"record", "sd", "--type", "wav", "--duration", "60"},
                                                   1});
+
+    row("record-until-ffmpeg-is-killed", Scenario{Scenario::InPlace,
+                                                  CARD,
+                                                  {"record", "sd", "--type", "avi", "--duration", "60"},
+                                                  1,
+                                                  "sd/DCIM/100ABC/DCF_0003.avi"});
 
     row("copy-within-the-card",
         Scenario{Scenario::Whole,
@@ -549,6 +606,13 @@ void PowerCutTest::reportedIsKept_data()
                             "sd/DCIM/101ABC/DCF_0002.wav = four"},
                  {"prune", "sd", "--keep-last", "1"}});
     row("protect", Scenario{Scenario::Whole, CARD, {"protect", "@/sd/DCIM/100ABC"}});
+    row("unprotect", Scenario{Scenario::Whole,
+                              CARD + Tree{"sd/DCIM/100ABC/DCF_0002.wav is protected"},
+                              {"unprotect", "@/sd/DCIM/100ABC"}});
+    row("rmdir-without-a-protected-object", Scenario{Scenario::Deletes,
+                                                     CARD + Tree{"sd/DCIM/100ABC/DCF_0002.wav is protected"},
+                                                     {"rmdir", "sd", "100ABC", "--yes"},
+                                                     1});
     row("rmdir", Scenario{Scenario::Deletes,
                           CARD + Tree{"sd/DCIM/kept/DCF_0001.wav = three"},
                           {"rmdir", "sd", "100ABC", "--yes"}});
@@ -567,6 +631,22 @@ void PowerCutTest::reportedIsKept_data()
                                                     CARD + Tree{"usb/page.html = other"},
                                                     {"gallery", "sd", "-o", "@/usb/page.html", "--force"}});
     row("gallery", Scenario{Scenario::Whole, CARD, {"gallery", "sd", "-o", "@/usb/page.html"}});
+    const Tree LARGE = {"sd/DCIM/100ABC/DCF_0001.jpg is a large photo",
+                        "sd/DCIM/100ABC/DCF_0002.jpg is a large photo",
+                        "sd/DCIM/100ABC/DCF_0003.jpg is a large photo"}; // more than 1 MiB on a page
+    row("gallery-of-one-page-after-several",
+        Scenario{Scenario::Deletes,
+                 LARGE
+                     + Tree{"gallery", "sd/DCIM/100ABC/DCF_0001.jpg is gone",
+                            "sd/DCIM/100ABC/DCF_0002.jpg is gone", "sd/DCIM/100ABC/DCF_0003.jpg is a photo"},
+                 {"gallery", "sd", "-o", "@/usb/page.html", "--page-size", "1"}});
+    if (fileSystem() == "ext4") // in an emulated machine, it would take minutes
+        row("gallery-of-fewer-pages",
+            Scenario{Scenario::Deletes,
+                     LARGE
+                         + Tree{"sd/DCIM/101ABC/DCF_0001.wav = three", "gallery",
+                                "sd/DCIM/101ABC/DCF_0001.wav is gone"},
+                     {"gallery", "sd", "-o", "@/usb/page.html", "--page-size", "1"}});
 }
 
 void PowerCutTest::reportedIsKept()
@@ -640,6 +720,41 @@ void PowerCutTest::problemsOfTheFileSystemAreReported()
     const QByteArray &where = isWriting ? outcome.err : outcome.out;
     QVERIFY2(where.contains(problem), toString(outcome));
     QCOMPARE(outcome.exitCode, isWriting && isJournaled ? 1 : 0);
+}
+
+void PowerCutTest::leftoversOfThisSessionAreRemoved_data()
+{
+    QTest::addColumn<QByteArray>("boot"); // empty for that of this run of the system
+    QTest::addColumn<int>("disksBetween");
+    QTest::addColumn<bool>("isRemoved");
+    row("killed", QByteArray(), 0, true);
+    row("after-a-restart", QByteArray("00000000-0000-4000-8000-000000000000"), 0, false);
+    row("pulled-and-back", QByteArray(), 1, false);
+}
+
+/// A mark of renamed files keeps leftovers only if the power may have failed since it was made.
+void PowerCutTest::leftoversOfThisSessionAreRemoved()
+{
+    QFETCH(QByteArray, boot);
+    QFETCH(int, disksBetween);
+    QFETCH(bool, isRemoved);
+    const ToolRun tool;
+    tool.make({"work/", "a.jpg = a"});
+    const TmpfsMount memory(tool.path() + "/work", "size=256m");
+    const QString image = tool.path() + "/work/image";
+    makeFileSystem(image, fileSystem(), DISK_BYTES);
+    const Loops loops = loopsOf({image});
+    const MountedDisks disks(loops, tool.path());
+    const int disk = readAll("/sys/class/block" + loops[0]->path().mid(4) + "/diskseq").trimmed().toInt();
+    if (boot.isEmpty())
+        boot = readAll("/proc/sys/kernel/random/boot_id").trimmed();
+    const QByteArray folder = "sd/DCIM/100ABC/";
+    tool.make({folder + ".vornfh-4194304-abcdef = left"});
+    writeFile(tool.path() + "/" + folder + ".vornfh-4194304-ghijkl.renaming",
+              boot + " " + QByteArray::number(disk - disksBetween) + "\n");
+    QCOMPARE(tool.runOnStorages({"copy", "a.jpg", "sd", "100ABC"}).exitCode, 0);
+    QCOMPARE(tree(tool.path() + "/" + folder).size(), isRemoved ? 1 : 3);
+    QCOMPARE(tool.runOnStorages({"rmdir", "sd", "100ABC", "--yes"}).exitCode, isRemoved ? 0 : 1);
 }
 
 QTEST_GUILESS_MAIN(PowerCutTest)
