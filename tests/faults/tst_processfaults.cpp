@@ -68,6 +68,7 @@ private slots:
     void childThatIgnoresTerminationIsKilledAtTheLimit();
     void childThatCannotBeKilledIsAbandoned();
     void programThatNeverStartedIsNotKept();
+    void slowProgramsAreWaitedFor();
     void probeIsKilled();
     void fewDescriptorsAreFree_data();
     void fewDescriptorsAreFree();
@@ -245,6 +246,32 @@ void TestProcessFaults::programThatNeverStartedIsNotKept()
     slow.killMicroseconds = 5000;
     const WithFaults slowly(slow);
     QVERIFY(heapGrowth([] { run("/none/missing", {"argument"}, 0); }) < SMALLEST_LEAK);
+}
+
+/// A limit, however long, would end a copy to a slow card, and a move would then delete the source.
+void TestProcessFaults::slowProgramsAreWaitedFor()
+{
+    const Storages storages;
+    StandIns programs;
+    const QByteArray slowly = "sleep 0.2\n";
+    programs.add("cat", slowly + programs.prints("179 0 1000 vfhblk\n"));
+    programs.add("df", slowly
+                           + programs.prints("Filesystem 1K-blocks Used Available Use% Mounted on\n"
+                                             "/dev/vfhblk 3000 1000 2000 33% /mnt\n"));
+    programs.add("cp", slowly + programs.becomes("cp"));
+    const StandardErrorCapture banner;
+    VornFileHandler::init("ABC", "/dev/null/x", "", storages.sd(), "vfhblk", "/dev/null/x", "");
+    const QString source = storages.path() + "/a.jpg";
+    writeFile(source, "content");
+
+    Faults wanted;
+    wanted.timePasses = true;
+    const WithFaults passing(wanted);
+    QVERIFY(VornFileHandler::isMounted(STORAGE_SD));
+    QCOMPARE(VornFileHandler::getStorageSize(STORAGE_SD), qint64(3000 * 1024));
+    QCOMPARE(VornFileHandler::getRemainingBytes(STORAGE_SD), qint64(2000 * 1024));
+    VornFileHandler::moveToFolder({source}, STORAGE_SD, "100ABC");
+    QCOMPARE(contentOf(storages.sd() + "/100ABC/a.jpg"), QByteArray("content"));
 }
 
 void TestProcessFaults::probeIsKilled()
