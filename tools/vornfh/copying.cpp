@@ -212,7 +212,7 @@ void Transfer::add(std::unique_ptr<Source> source)
         if (!isRenamed)
             write(item);
         chooseName(item);
-        if (isRenamed) // here, because the second thread would wait for this one to leave the folders
+        if (isRenamed) // here, because two threads would wait for each other at the locks of the folders
             name(item);
     }
     if (!mBatch.empty() && mBatch.front().isRenamed() != item.isRenamed())

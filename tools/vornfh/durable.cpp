@@ -54,8 +54,8 @@ void createOneFolder(const QString &folder, const QString &wanted)
     if (!isDone)
         throw Failure(wanted + ": cannot be created: " + errorText(errno));
     if (mark.isNeeded()) {
-        // FAT records under the new name where the content of the folder is only when the folder is flushed,
-        // and this must be on the device before the new name is.
+        // Only when the folder is flushed does FAT record the location of its content under the new name,
+        // and that record must be on the device before the new name is.
         flushFolder(folder);
         flushFolder(above);
     }

@@ -75,8 +75,8 @@ bool isProtectedMode(mode_t mode);
 /// Returns whether the file @p path, or another file of its object, is protected.
 bool isProtected(const QString &path);
 
-/// Refuses protected files. Reads the names in each folder once: FAT and ext4 search a folder for a name that
-/// is not there, and an object has few of the names that it could have.
+/// Refuses protected files. Reads the names in each folder once: FAT and ext4 search the whole folder for
+/// a name that is not there, and an object has few of the names that it could have.
 class ProtectionCheck
 {
 public:

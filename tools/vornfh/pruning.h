@@ -31,7 +31,7 @@ struct PruneResult {
     bool isMet = true; // the space policies hold
 };
 
-/// Calls @p report with the paths of what was deleted whenever that is on the device.
+/// Called with the paths of what was deleted, once the deletion is on the device.
 using PruneReport = std::function<void(const QStringList &paths)>;
 
 /// Deletes the oldest objects in the order of the numbering until the space policies hold, and then the

@@ -154,7 +154,7 @@ void addPrune(CommandLine &line)
         "hold.\n"
         "An object is a recording with its thumbnail. Protected objects, the newest object and objects that "
         "are\n"
-        "being written are never deleted. The exit code is 3 if that is not enough",
+        "being written are never deleted. The exit code is 3 if a policy still does not hold",
         [&line, request] {
             if (!request->hasPolicy())
                 throw UsageError(

@@ -114,7 +114,8 @@ void addTransfer(CommandLine &line)
     addCommand(
         line, Mode::Move, "move",
         "Moves files into a folder of a storage device. Within a file system, files are renamed. Between\n"
-        "file systems, and on FAT, exFAT and file systems in user space, they are copied as copy does, and\n"
+        "file systems, and on FAT, exFAT and file systems in user space, they are copied as by the copy "
+        "command, and\n"
         "each file whose copy is safe is deleted. If a source is a symbolic link, its target is copied, and\n"
         "only the link is deleted");
 }
