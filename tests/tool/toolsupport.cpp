@@ -221,6 +221,17 @@ Outcome withoutRandomNames(const Outcome &outcome)
     return {outcome.exitCode, withoutRandomNames(outcome.out), withoutRandomNames(outcome.err)};
 }
 
+QByteArray twoSignals(const QByteArray &first, const QByteArray &second)
+{
+    // The tool catches SIGHUP (bit 0), SIGINT (1) and SIGTERM (14) until the first of them arrives.
+    return "kill -" + first
+           + " $PPID\n"
+             "while [ $((0x$(sed -n 's/^SigCgt:[^0-9a-f]*//p' /proc/$PPID/status) & 0x4003)) != 0 ]\n"
+             "do sleep 0.01; done\n"
+             "kill -"
+           + second + " $PPID";
+}
+
 bool isRunning(pid_t number)
 {
     QFile file(QString("/proc/%1/stat").arg(number));

@@ -57,8 +57,8 @@ public:
     /// that is not possible.
     bool dropPrivileges();
     /// From now on, a shell runs @p script immediately before call number @p count of the function @p call
-    /// that the tool makes; the functions are those in atcall.cpp. To the script, the tool is $PPID. Returns
-    /// false if that is not possible.
+    /// that the tool makes, before each call if it is 0; the functions are those in atcall.cpp. To the
+    /// script, the tool is $PPID. Returns false if that is not possible.
     bool runBefore(const QByteArray &call, const QByteArray &script, int count = 1);
 
     QString path() const { return mDirectory.path(); }
@@ -96,6 +96,10 @@ QByteArray errorLines(const QByteArrayList &messages);
 /// @p text with ".vornfh-PID-XXXXXX" in place of the name of each temporary file of the tool.
 QByteArray withoutRandomNames(const QByteArray &text);
 Outcome withoutRandomNames(const Outcome &outcome);
+
+/// A script for ToolRun::runBefore() that sends two signals, such as "INT", to the tool, the second one after
+/// the tool has handled the first.
+QByteArray twoSignals(const QByteArray &first, const QByteArray &second);
 
 /// Returns whether process @p number exists and is not a zombie.
 bool isRunning(pid_t number);

@@ -149,6 +149,10 @@ private slots:
     void stopsAfterTheCurrentFile();
     void stopsWithinAFile_data();
     void stopsWithinAFile();
+    void aSecondSignalEndsTheToolAtOnce_data();
+    void aSecondSignalEndsTheToolAtOnce();
+    void nohupKeepsAHangUpFromEndingTheTool_data();
+    void nohupKeepsAHangUpFromEndingTheTool();
     void continuesAfterBeingKilled_data();
     void continuesAfterBeingKilled();
     void continuesAfterBeingKilledBeforeTheFolderIsNamed();
@@ -724,6 +728,56 @@ void VornfhTransferTest::stopsWithinAFile()
     QCOMPARE(statusOf(tool, FOLDER + "a.jpg").st_ino, first);
     QCOMPARE(tree(tool.sd()), (Tree{"100ABC/", "100ABC/a.jpg", "100ABC/b.avi", "100ABC/c.jpg"}));
     QVERIFY(tool.content("sd/DCIM/100ABC/b.avi") == content);
+}
+
+void VornfhTransferTest::aSecondSignalEndsTheToolAtOnce_data()
+{
+    QTest::addColumn<QByteArray>("call");
+    QTest::addColumn<QByteArray>("first");
+    QTest::addColumn<QByteArray>("second");
+    QTest::addColumn<int>("number"); // of the second
+    const auto row = [](const char *name, const QByteArray &call, const QByteArray &first,
+                        const QByteArray &second,
+                        int number) { QTest::newRow(name) << call << first << second << number; };
+    row("SIGINT-twice-while-a-file-is-copied", "copy_file_range", "INT", "INT", SIGINT);
+    row("SIGINT-twice-while-copies-are-flushed", "syncfs", "INT", "INT", SIGINT);
+    row("SIGINT-twice-while-copies-are-compared", "posix_fadvise", "INT", "INT", SIGINT);
+    row("SIGTERM-twice-while-copies-are-compared", "posix_fadvise", "TERM", "TERM", SIGTERM);
+    row("SIGHUP-after-SIGTERM-while-copies-are-compared", "posix_fadvise", "TERM", "HUP", SIGHUP);
+}
+
+void VornfhTransferTest::aSecondSignalEndsTheToolAtOnce()
+{
+    QFETCH(QByteArray, call);
+    QFETCH(QByteArray, first);
+    QFETCH(QByteArray, second);
+    QFETCH(int, number);
+    ToolRun tool;
+    if (!tool.runBefore(call, twoSignals(first, second)))
+        QSKIP(CANNOT_PRELOAD);
+    tool.make({"a.jpg = x", "sd/DCIM/100ABC/"});
+    QCOMPARE(tool.runOnStorages({"copy", "a.jpg", "sd", "100ABC"}), (Outcome{128 + number, "", ""}));
+    QCOMPARE(withoutRandomNames(tree(tool.sd()).join(' ')), QByteArray("100ABC/ 100ABC/.vornfh-PID-XXXXXX"));
+}
+
+void VornfhTransferTest::nohupKeepsAHangUpFromEndingTheTool_data()
+{
+    QTest::addColumn<QByteArray>("script");
+    row("SIGHUP", QByteArray("kill -HUP $PPID"));
+    row("SIGHUP-after-SIGINT", twoSignals("INT", "HUP"));
+}
+
+void VornfhTransferTest::nohupKeepsAHangUpFromEndingTheTool()
+{
+    QFETCH(QByteArray, script);
+    ToolRun tool;
+    if (!tool.runBefore("posix_fadvise", script))
+        QSKIP(CANNOT_PRELOAD);
+    tool.make({"a.jpg = x", "sd/DCIM/100ABC/"});
+    const QString line = "exec nohup '%1' --suffix ABC --sd sd/DCIM copy a.jpg sd 100ABC";
+    QCOMPARE(tool.runProgram("/bin/sh", {"-c", line.arg(ToolRun::toolPath())}),
+             tool.success(copied("a.jpg")));
+    QCOMPARE(tree(tool.sd()), (Tree{"100ABC/", "100ABC/a.jpg"}));
 }
 
 void VornfhTransferTest::continuesAfterBeingKilled_data()
