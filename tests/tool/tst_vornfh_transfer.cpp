@@ -461,6 +461,9 @@ void VornfhTransferTest::stopsWhenAllCountersAreTaken()
         tool.make(onCard({"100ABC/README_" + QByteArray::number(i) + ".README = old"}));
     QCOMPARE(tool.runOnStorages({"move", "README", "sd", "100ABC"}),
              tool.success(copied("README", "README_999.README")));
+    tool.make({"README = new"});
+    QCOMPARE(tool.runOnStorages({"move", "README", "sd", "100ABC"}),
+             tool.success(copied("README", "README_999.README"))); // it is there already
     tool.make({"README = newer"});
     const Tree before = treeWithContents(tool.path());
     const QByteArray message =

@@ -27,6 +27,8 @@ namespace {
 constexpr qint64 BATCH_BYTES = 256 << 20;
 constexpr auto BATCH_TIME = std::chrono::seconds(1);
 
+constexpr int LAST_COUNTER = 999; // in the name of a copy
+
 /// The largest number of files in a batch. Each file needs two descriptors, and three batches are open at a
 /// time: one is written, one waits, and one is completed.
 size_t batchFiles()
@@ -127,24 +129,33 @@ void Transfer::lock()
     mMount = mountOf(mPath);
 }
 
+/// The path that the library tries first for a copy of a file with that name (@p counter is 0), and those it
+/// tries if it is taken.
+QString Transfer::candidate(const QString &name, int counter) const
+{
+    if (counter == 0)
+        return QString("%1/%2").arg(mPath).arg(name);
+    const QStringList pieces = name.split('.');
+    return QString("%1/%2_%3.%4").arg(mPath).arg(pieces.first()).arg(counter).arg(pieces.last());
+}
+
 /// The path that the library would give a copy. Throws FileFailure if every name is taken: the library would
 /// overwrite an existing file.
 QString Transfer::freePath(const QString &name) const
 {
-    constexpr int LAST_COUNTER = 999;
-    QString path = QString("%1/%2").arg(mPath).arg(name);
-    const QStringList pieces = name.split('.');
     bool isEntry = false;
     const auto isTaken = [this, &isEntry](const QString &one) {
         struct stat status = {};
         isEntry = readLinkStatus(one, status);
         return mTaken.contains(one) || (isEntry && QFile::exists(one));
     };
-    for (int counter = 1; isTaken(path); ++counter) {
-        if (counter > LAST_COUNTER)
+    int counter = 0;
+    QString path = candidate(name, counter);
+    while (isTaken(path)) {
+        if (counter == LAST_COUNTER)
             throw FileFailure(
                 path, QString("exists, and so do the other %1 names with a counter").arg(LAST_COUNTER - 1));
-        path = QString("%1/%2_%3.%4").arg(mPath).arg(pieces.first()).arg(counter).arg(pieces.last());
+        path = candidate(name, ++counter);
     }
     if (isEntry)
         throw FileFailure(path, "is a dangling symbolic link");
@@ -155,26 +166,28 @@ QString Transfer::freePath(const QString &name) const
 /// would get.
 bool Transfer::findExisting(Item &item) const
 {
-    constexpr int LAST_COUNTER = 999;
-    const QStringList pieces = item.source->name().split('.');
     const auto isTaken = [this](const QString &one) {
         const std::lock_guard<std::mutex> lock(mMutex);
         return mTaken.contains(one);
     };
-    QString path = QString("%1/%2").arg(mPath).arg(item.source->name());
-    for (int counter = 1; counter <= LAST_COUNTER && QFile::exists(path) && !isTaken(path); ++counter) {
+    for (int counter = 0; counter <= LAST_COUNTER; ++counter) {
+        const QString path = candidate(item.source->name(), counter);
+        if (!QFile::exists(path) || isTaken(path))
+            return false;
         Descriptor file = openFile(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
         struct stat status = {};
         const bool isCandidate = file.isOpen() && ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode)
                                  && status.st_size == item.source->size()
                                  && !isSameFile(status, item.source->status());
-        if (isCandidate && hasSameContent(item.source->descriptor(), file.get(), item.source->path())) {
+        if (!isCandidate)
+            continue;
+        mProgress.setStage("comparing");
+        if (hasSameContent(item.source->descriptor(), file.get(), item.source->path())) {
             item.existing = std::move(file);
             mProgress.addBytes(status.st_size);
             item.target = path;
             return true;
         }
-        path = QString("%1/%2_%3.%4").arg(mPath).arg(pieces.first()).arg(counter).arg(pieces.last());
     }
     return false;
 }

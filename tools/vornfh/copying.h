@@ -87,6 +87,7 @@ private:
     using Batch = std::vector<Item>; // either all of them are renamed, or none
 
     void lock();
+    QString candidate(const QString &name, int counter) const;
     QString freePath(const QString &name) const;
     bool findExisting(Item &item) const;
     void fail(Batch &batch, const Failure &failure);
