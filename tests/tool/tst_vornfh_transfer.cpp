@@ -139,11 +139,14 @@ private slots:
     void keepsModeAndTimes();
     void keepsHoles_data();
     void keepsHoles();
+    void keepsTheProtectionOfACopy();
     void movesWithinAFileSystemByRenaming();
     void movesAFileOnlyOnce();
     void doesNotCopyAgain();
     void keepsASourceThatChanges_data();
     void keepsASourceThatChanges();
+    void keepsASourceThatIsBeingWritten_data();
+    void keepsASourceThatIsBeingWritten();
     void keepsACopyWhoseSourceVanished();
     void stopsAfterTheCurrentFile_data();
     void stopsAfterTheCurrentFile();
@@ -493,23 +496,29 @@ void VornfhTransferTest::keepsModeAndTimes_data()
 {
     QTest::addColumn<QByteArray>("command");
     QTest::addColumn<bool>("hasOwnFileSystem");
-    const auto row = [](const char *name, const QByteArray &command, bool hasOwnFileSystem = false) {
-        QTest::newRow(name) << command << hasOwnFileSystem;
+    QTest::addColumn<Tree>("existing");
+    const auto row = [](const char *name, const QByteArray &command, bool hasOwnFileSystem = false,
+                        const Tree &existing = {}) {
+        QTest::newRow(name) << command << hasOwnFileSystem << existing;
     };
     row("copy", "copy");
     row("move", "move");
     row("move-to-another-file-system", "move", true);
+    row("move-of-what-is-there", "move", false, {"sd/DCIM/100ABC/a.jpg at 1 = x"});
+    row("move-of-what-is-on-another-file-system", "move", true, {"sd/DCIM/100ABC/a.jpg at 1 = x"});
 }
 
 void VornfhTransferTest::keepsModeAndTimes()
 {
     QFETCH(QByteArray, command);
     QFETCH(bool, hasOwnFileSystem);
+    QFETCH(Tree, existing);
     const ToolRun tool;
     tool.make({"a.jpg = x", "sd/DCIM/"});
     std::optional<Card> card;
     if (hasOwnFileSystem && !card.emplace(tool).isMounted())
         QSKIP(CANNOT_MOUNT);
+    tool.make(existing);
     const QByteArray source = tool.path().toUtf8() + "/a.jpg";
     if (::geteuid() == 0)
         QCOMPARE(::chown(source.constData(), 1234, 2345), 0);
@@ -554,6 +563,17 @@ void VornfhTransferTest::keepsHoles()
         QVERIFY2(tool.content(FOLDER + names[i]) == contents[i], names[i].constData());
         QVERIFY2(statusOf(tool, FOLDER + names[i]).st_blocks * 512 < 1000000, names[i].constData());
     }
+}
+
+void VornfhTransferTest::keepsTheProtectionOfACopy()
+{
+    const ToolRun tool;
+    tool.make({"a.jpg at 9 = x", "sd/DCIM/100ABC/a.jpg at 1 = x"});
+    ::chmod(QFile::encodeName(tool.sd() + "/100ABC/a.jpg").constData(), 0444);
+    QCOMPARE(tool.runOnStorages({"move", "a.jpg", "sd", "100ABC"}), tool.success(copied("a.jpg")));
+    const struct stat copy = statusOf(tool, FOLDER + "a.jpg");
+    QCOMPARE(copy.st_mode & 0222U, 0U);
+    QCOMPARE(qint64(copy.st_mtim.tv_sec), qint64(9));
 }
 
 void VornfhTransferTest::movesWithinAFileSystemByRenaming()
@@ -644,6 +664,50 @@ void VornfhTransferTest::keepsASourceThatChanges()
     QCOMPARE(tool.runOnStorages({command, "a.jpg", "sd", "100ABC"}),
              tool.failure({"@/a.jpg: has changed since it was opened", notDone(command, 1, 1)}));
     QCOMPARE(treeWithContents(tool.path()), Tree{"a.jpg = " + content} + onCard(Tree{"100ABC/"} + copies));
+}
+
+void VornfhTransferTest::keepsASourceThatIsBeingWritten_data()
+{
+    QTest::addColumn<int>("flags"); // with which this process has the file open; 0 if it has not
+    QTest::addColumn<bool>("isLocked");
+    QTest::addColumn<QByteArray>("script"); // before the copy is named
+    QTest::addColumn<Tree>("existing");
+    QTest::addColumn<QByteArray>("message");
+    const QByteArray afterTheCopy = "was copied to @/sd/DCIM/100ABC/a.jpg but is being written";
+    const QByteArray openIt = "exec 3>> a.jpg; sleep 60 >&3 2>&1 < /dev/null & echo $! > writer";
+    row("open", O_WRONLY, false, QByteArray(), Tree{}, QByteArray("is being written"));
+    row("locked", O_RDONLY, true, QByteArray(), Tree{}, QByteArray("is being written"));
+    row("opened-after-the-copy", 0, false, openIt, Tree{}, afterTheCopy);
+    row("copied-before", O_WRONLY, false, QByteArray(), Tree{"sd/DCIM/100ABC/a.jpg = x"}, afterTheCopy);
+}
+
+void VornfhTransferTest::keepsASourceThatIsBeingWritten()
+{
+    QFETCH(int, flags);
+    QFETCH(bool, isLocked);
+    QFETCH(QByteArray, script);
+    QFETCH(Tree, existing);
+    QFETCH(QByteArray, message);
+    ToolRun tool;
+    const Card card(tool);
+    if (!card.isMounted())
+        QSKIP(CANNOT_MOUNT);
+    if (!script.isEmpty() && !tool.runBefore("renameat2", script))
+        QSKIP(CANNOT_PRELOAD);
+    tool.make(Tree{"a.jpg = x", "sd/DCIM/100ABC/"} + existing);
+    const int file = ::open(QFile::encodeName(tool.path() + "/a.jpg").constData(), flags | O_CLOEXEC);
+    QVERIFY(!isLocked || ::flock(file, LOCK_EX) == 0);
+    if (!script.isEmpty())
+        ::close(file);
+    const Outcome outcome = tool.runOnStorages({"move", "a.jpg", "sd", "100ABC"});
+    if (script.isEmpty())
+        ::close(file);
+    else
+        ::kill(tool.content("writer").trimmed().toInt(), SIGKILL);
+    QCOMPARE(outcome, tool.failure({"@/a.jpg: " + message, notDone("move", 1, 1)}));
+    QCOMPARE(tool.content("a.jpg"), QByteArray("x"));
+    const bool isCopied = message != "is being written";
+    QCOMPARE(tree(tool.sd()), isCopied ? Tree({"100ABC/", "100ABC/a.jpg"}) : Tree{"100ABC/"});
 }
 
 void VornfhTransferTest::keepsACopyWhoseSourceVanished()

@@ -5,12 +5,12 @@
 #include "errors.h"
 #include "folders.h"
 #include "mounts.h"
+#include "objects.h"
 #include "output.h"
 #include "signals.h"
 #include "text.h"
 
 #include <QFile>
-#include <QFileInfo>
 
 #include <algorithm>
 #include <cerrno>
@@ -245,6 +245,8 @@ void Transfer::write(Item &item)
 {
     constexpr size_t PART = 8 << 20;
     const Source &source = *item.source;
+    if (mMode == Mode::Move && isBeingWritten(source.path()))
+        throw FileFailure(source.path(), "is being written");
     requireRoom(source);
     item.copy.emplace(mPath, source.path());
     const int target = item.copy->descriptor();
@@ -338,8 +340,10 @@ void Transfer::complete(Batch batch)
         flushFileSystem(mPath);
         if (mark)
             mark->remove();
-        if (mMode == Mode::Move)
+        if (mMode == Mode::Move) {
             removeSources(batch);
+            flushSources(batch);
+        }
         report(batch);
     } catch (const FileFailure &failure) {
         fail(batch, failure);
@@ -390,9 +394,17 @@ void Transfer::chooseName(Item &item)
     mTaken.insert(item.target);
 }
 
-/// Gives a copy, or the source itself, its name in the folder.
+/// Gives a copy, or the source itself, its name in the folder. A copy that was there before has its name, but
+/// not the attributes of a source that is to be deleted.
 void Transfer::name(Item &item)
 {
+    if (item.existing.isOpen() && mMode == Mode::Move) {
+        struct stat status = item.source->status();
+        struct stat existing = {};
+        if (::fstat(item.existing.get(), &existing) == 0 && isProtectedMode(existing.st_mode))
+            status.st_mode &= ~ANY_WRITE; // it stays protected
+        setAttributes(item.existing.get(), status);
+    }
     if (item.existing.isOpen() || item.isNamed)
         return;
     const auto rename = [&item] {
@@ -409,22 +421,45 @@ void Transfer::name(Item &item)
     item.isNamed = true;
 }
 
+FileFailure Transfer::Item::wasCopied(const QString &problem) const
+{
+    return {source->path(), QString("was copied to %1 ").arg(target) + problem};
+}
+
 /// Deletes the sources of copies; a source that was renamed is already gone.
 void Transfer::removeSources(Batch &batch)
 {
-    std::set<QString> folders;
-    forEach(batch, [&folders](Item &item) {
-        folders.insert(item.source->folder());
+    forEach(batch, [](Item &item) {
         if (item.isRenamed())
             return;
         item.source->requireUnchanged();
+        if (isBeingWritten(item.source->path()))
+            throw item.wasCopied("but is being written");
         if (::unlink(QFile::encodeName(item.source->path()).constData()) != 0)
-            throw FileFailure(item.source->path(),
-                              QString("was copied to %1 but cannot be deleted: ").arg(item.target)
-                                  + errorText(errno));
+            throw item.wasCopied("but cannot be deleted: " + errorText(errno));
     });
-    for (const QString &folder : folders)
-        flushFolder(folder);
+}
+
+/// Flushes the folders that the sources have left. A file that was renamed can still go back, a source that
+/// was deleted cannot.
+void Transfer::flushSources(Batch &batch)
+{
+    const bool areRenamed = !batch.empty() && batch.front().isRenamed();
+    std::set<QString> folders;
+    for (const Item &item : batch)
+        folders.insert(item.source->folder());
+    for (const QString &folder : folders) {
+        try {
+            flushFolder(folder);
+        } catch (const FileFailure &failure) {
+            if (areRenamed)
+                throw;
+            forEach(batch, [&folder, &failure](const Item &item) {
+                if (item.source->folder() == folder)
+                    throw item.wasCopied("and deleted; " + QString::fromUtf8(failure.what()));
+            });
+        }
+    }
 }
 
 void Transfer::report(const Batch &batch)

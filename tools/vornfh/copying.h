@@ -9,6 +9,7 @@
 #include "storages.h"
 #include "temporary.h"
 
+#include <QFileInfo>
 #include <QSet>
 #include <QString>
 
@@ -33,7 +34,7 @@ public:
 
     const QString &path() const { return mPath; }
     QString name() const { return mPath.mid(mPath.lastIndexOf('/') + 1); }
-    QString folder() const { return mPath.left(mPath.lastIndexOf('/') + 1); }
+    QString folder() const { return QFileInfo(mPath).path(); }
     qint64 size() const { return mFile.st_size; }
     int descriptor() const { return mDescriptor.get(); }
     const struct stat &status() const { return mFile; }
@@ -83,6 +84,8 @@ private:
         bool isNamed = false;
 
         bool isRenamed() const { return !copy && !existing.isOpen(); }
+        /// What is wrong with the source of a copy that is safe.
+        FileFailure wasCopied(const QString &problem) const;
     };
     using Batch = std::vector<Item>; // either all of them are renamed, or none
 
@@ -102,6 +105,7 @@ private:
     void compare(const Item &item) const;
     void name(Item &item);
     void removeSources(Batch &batch);
+    void flushSources(Batch &batch);
     void report(const Batch &batch);
 
     const Storage mStorage;
