@@ -101,11 +101,13 @@ Outcome ToolRun::runOnStorages(const QByteArrayList &arguments) const
     return run(STORAGE_OPTIONS + arguments);
 }
 
-Outcome ToolRun::runOnTerminal(const QByteArrayList &arguments, const QByteArray &input) const
+Outcome ToolRun::runOnTerminal(const QByteArrayList &arguments, const QByteArray &input, int columns) const
 {
     Outcome outcome;
     int terminal = -1;
-    const pid_t child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
+    winsize size = {};
+    size.ws_col = static_cast<unsigned short>(columns);
+    const pid_t child = ::forkpty(&terminal, nullptr, nullptr, &size);
     if (child == 0)
         becomeTool(*this, STORAGE_OPTIONS + arguments);
     if (::write(terminal, input.constData(), static_cast<size_t>(input.size())) != input.size())

@@ -44,9 +44,10 @@ public:
     Outcome run(const QByteArrayList &arguments) const;
     /// The same with "--suffix ABC --mmc @/mmc/DCIM --sd @/sd/DCIM --usb @/usb/DCIM" before @p arguments.
     Outcome runOnStorages(const QByteArrayList &arguments) const;
-    /// The same on a terminal with @p input. Both output streams and the echo of the input are in
-    /// Outcome::out.
-    Outcome runOnTerminal(const QByteArrayList &arguments, const QByteArray &input = QByteArray()) const;
+    /// The same on a terminal with @p input; its width is unknown if @p columns is 0. Both output streams and
+    /// the echo of the input are in Outcome::out.
+    Outcome runOnTerminal(const QByteArrayList &arguments, const QByteArray &input = QByteArray(),
+                          int columns = 0) const;
     /// Starts what runOnStorages() runs.
     void startOnStorages(QProcess &process, const QByteArrayList &arguments) const;
     /// Waits for the end of @p process.

@@ -7,6 +7,7 @@
 #include <QFile>
 #include <QMap>
 #include <QRandomGenerator>
+#include <QRegularExpression>
 #include <QSet>
 #include <QTest>
 
@@ -169,6 +170,13 @@ private slots:
     void reportsAMissingStorage_data();
     void reportsAMissingStorage();
     void showsProgressOnlyOnATerminal();
+    void fitsTheProgressLineIntoTheTerminal_data();
+    void fitsTheProgressLineIntoTheTerminal();
+    void showsTheStage_data();
+    void showsTheStage();
+    void reportsFilesBeforeALargeOneIsComplete_data();
+    void reportsFilesBeforeALargeOneIsComplete();
+    void erasesTheProgressLineBeforeAMessage();
     void losesNothingWhenKilled_data();
     void losesNothingWhenKilled();
 };
@@ -1117,9 +1125,114 @@ void VornfhTransferTest::showsProgressOnlyOnATerminal()
     tool.make({"a.jpg = x", "b.jpg = x", "sd/DCIM/"});
     const Outcome shown = tool.runOnTerminal({"copy", "a.jpg", "sd", "100ABC"});
     QCOMPARE(shown.exitCode, 0);
-    QVERIFY(shown.out.contains("] 0 of 1 files, "));
+    QVERIFY(shown.out.contains("\r0 of 1 files, "));
     QVERIFY(shown.out.contains(tool.expand("\r\x1b[K@/a.jpg -> @/sd/DCIM/100ABC/a.jpg\r\n")));
     QCOMPARE(tool.runOnStorages({"copy", "b.jpg", "sd", "100ABC"}), tool.success(copied("b.jpg")));
+}
+
+void VornfhTransferTest::fitsTheProgressLineIntoTheTerminal_data()
+{
+    QTest::addColumn<int>("columns");
+    QTest::addColumn<QByteArray>("shown");
+    row("unknown-width", 0, QByteArray("0 of 1 files, 0 B of 1 B, copying, 0 B/s [--------------------]"));
+    row("19-columns", 19, QByteArray("0/1 files 0 B/1 B"));
+}
+
+void VornfhTransferTest::fitsTheProgressLineIntoTheTerminal()
+{
+    QFETCH(int, columns);
+    QFETCH(QByteArray, shown);
+    ToolRun tool;
+    if (!tool.runBefore("copy_file_range", "sleep 0.5")) // so that the line is drawn
+        QSKIP(CANNOT_PRELOAD);
+    tool.make({"a.jpg = x", "sd/DCIM/"});
+    const Outcome outcome = tool.runOnTerminal({"copy", "a.jpg", "sd", "100ABC"}, "", columns);
+    QVERIFY2(outcome.out.contains("\r" + shown + "\x1b[K"), outcome.out);
+}
+
+void VornfhTransferTest::showsTheStage_data()
+{
+    QTest::addColumn<QByteArrayList>("arguments");
+    QTest::addColumn<QByteArray>("call"); // which takes so long that the line is drawn
+    QTest::addColumn<int>("count");
+    QTest::addColumn<QByteArray>("shown");
+    const QByteArrayList copy = {"copy", "a.jpg", "sd", "100ABC"};
+    const QByteArrayList copyAgain = {"copy", "there.jpg", "sd", "100ABC"};
+    const QByteArrayList copySparse = {"copy", "b.avi", "sd", "100ABC"};
+    const QByteArrayList move = {"move", "a.jpg", "sd", "100ABC"};
+    const QByteArrayList moveTwice = {"move", "a.jpg", "a.jpg", "sd", "100ABC"};
+    const auto row = [](const char *name, const QByteArrayList &arguments, const QByteArray &call, int count,
+                        const QByteArray &shown) {
+        QTest::newRow(name) << arguments << call << count << shown;
+    };
+    row("copy-copies", copy, "copy_file_range", 1, "0 of 1 files, 0 B of 1 B, copying");
+    row("copy-flushes-the-content", copy, "syncfs", 1, "0 of 1 files, 1 B of 1 B, flushing");
+    row("copy-compares", copy, "posix_fadvise", 1, "0 of 1 files, 1 B of 1 B, comparing");
+    row("copy-flushes-the-names", copy, "syncfs", 2, "0 of 1 files, 1 B of 1 B, flushing");
+    row("copy-of-what-is-there-compares", copyAgain, "posix_fadvise", 1,
+        "0 of 1 files, 0 B of 1 B, comparing");
+    row("copy-of-what-is-there-flushes", copyAgain, "syncfs", 1, "0 of 1 files, 1 B of 1 B, flushing");
+    row("holes-are-counted", copySparse, "syncfs", 1, "0 of 1 files, 24.0 MiB of 24.0 MiB, flushing");
+    row("move-renames", move, "renameat2", 1, "0 of 1 files, 0 B of 1 B, moving");
+    row("move-flushes", move, "syncfs", 1, "0 of 1 files, 1 B of 1 B, flushing");
+    row("failures-are-counted", moveTwice, "syncfs", 1, "1 of 2 files, 2 B of 2 B, flushing");
+}
+
+void VornfhTransferTest::showsTheStage()
+{
+    QFETCH(QByteArrayList, arguments);
+    QFETCH(QByteArray, call);
+    QFETCH(int, count);
+    QFETCH(QByteArray, shown);
+    ToolRun tool;
+    if (!tool.runBefore(call, "sleep 0.5", count))
+        QSKIP(CANNOT_PRELOAD);
+    tool.make({"a.jpg = x", "there.jpg = x", "sd/DCIM/100ABC/there.jpg = x"});
+    makeSparse(tool.path() + "/b.avi");
+    const Outcome outcome = tool.runOnTerminal(arguments);
+    QVERIFY2(outcome.out.contains("\r" + shown + ", "), outcome.out);
+}
+
+void VornfhTransferTest::reportsFilesBeforeALargeOneIsComplete_data()
+{
+    QTest::addColumn<qint64>("size");       // of the large file
+    QTest::addColumn<QByteArray>("second"); // what happens when the first part of the large file is copied
+    QTest::addColumn<QByteArray>("third");  // the second part
+    const QByteArray waiting = "i=0; until [ -e sd/DCIM/100ABC/a.jpg ] || [ $i = 100 ]\n"
+                               "do sleep 0.05; i=$((i + 1)); done; sleep 0.5";
+    row("it-fills-a-batch", qint64(300) << 20, waiting, QByteArray());
+    row("it-takes-longer-than-a-second", qint64(24) << 20, QByteArray("sleep 1.1"), waiting);
+}
+
+void VornfhTransferTest::reportsFilesBeforeALargeOneIsComplete()
+{
+    QFETCH(qint64, size);
+    QFETCH(QByteArray, second);
+    QFETCH(QByteArray, third);
+    ToolRun tool;
+    const QByteArray script = "echo >> calls; case $(grep -c '' calls) in\n2) " + second + ";;\n3) "
+                              + (third.isEmpty() ? ":" : third) + ";;\nesac";
+    if (!tool.runBefore("copy_file_range", script, 0))
+        QSKIP(CANNOT_PRELOAD);
+    tool.make({"a.jpg = x", "sd/DCIM/100ABC/"});
+    makeSparse(tool.path() + "/b.avi");
+    QVERIFY(QFile::resize(tool.path() + "/b.avi", size));
+    const Outcome outcome = tool.runOnTerminal({"copy", "a.jpg", "b.avi", "sd", "100ABC"});
+    QCOMPARE(outcome.exitCode, 0);
+    static const QRegularExpression LINE("\r1 of 2 files, [0-9.]+ K?i?B of [0-9.]+ MiB, copying, ");
+    QVERIFY2(QString::fromUtf8(outcome.out).contains(LINE), outcome.out);
+}
+
+void VornfhTransferTest::erasesTheProgressLineBeforeAMessage()
+{
+    ToolRun tool;
+    if (!tool.runBefore("flock", "sleep 0.5"))
+        QSKIP(CANNOT_PRELOAD);
+    const QByteArray leftover = "sd/DCIM/100ABC/.vornfh-99999999-ABC123";
+    tool.make({"a.jpg = x", leftover});
+    const QByteArray out = tool.runOnTerminal({"copy", "a.jpg", "sd", "100ABC"}).out;
+    const QByteArray message = tool.expand("vornfh: " + removed("@/" + leftover) + "\r\n");
+    QVERIFY2(out.startsWith(message) || out.contains("\r\x1b[K" + message), out);
 }
 
 void VornfhTransferTest::losesNothingWhenKilled_data()

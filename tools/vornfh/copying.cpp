@@ -110,11 +110,13 @@ Transfer::Transfer(const Storage &storage, const QString &folder, Mode mode, Pro
     : mStorage(storage), mPath(VornFileHandler::getDirPath(storage.type, folder)), mMode(mode),
       mProgress(progress)
 {
-    createFolder(mPath);
-    lock();
-    removeLeftovers(mPath);
-    for (const QString &problem : unreadableEntries(mPath))
-        printError(problem);
+    mProgress.print([this] { // each of these can print messages
+        createFolder(mPath);
+        lock();
+        removeLeftovers(mPath);
+        for (const QString &problem : unreadableEntries(mPath))
+            printError(problem);
+    });
     mThread = std::thread([this] { work(); });
 }
 
@@ -184,7 +186,6 @@ bool Transfer::findExisting(Item &item) const
         mProgress.setStage("comparing");
         if (hasSameContent(item.source->descriptor(), file.get(), item.source->path())) {
             item.existing = std::move(file);
-            mProgress.addBytes(status.st_size);
             item.target = path;
             return true;
         }
@@ -218,10 +219,13 @@ void Transfer::add(std::unique_ptr<Source> source)
     struct stat folder = {};
     if (readStatus(source->folder(), folder) && isSameFile(folder, mStatus))
         throw FileFailure(source->path(), "is already in that folder");
+    if (!mBatch.empty() && source->size() >= BATCH_BYTES)
+        endBatch(); // the files in it would be reported only after this one
     Item item;
     item.source = std::move(source);
     if (!findExisting(item)) {
         const bool isRenamed = canRename(*item.source);
+        mProgress.setStage(isRenamed ? "moving" : "copying");
         if (!isRenamed)
             write(item);
         chooseName(item);
@@ -235,8 +239,7 @@ void Transfer::add(std::unique_ptr<Source> source)
         mBatchStart = std::chrono::steady_clock::now();
     mBatch.push_back(std::move(item));
     static const size_t LIMIT = batchFiles();
-    if (mBatch.size() >= LIMIT || mBatchBytes >= BATCH_BYTES
-        || std::chrono::steady_clock::now() - mBatchStart >= BATCH_TIME)
+    if (mBatch.size() >= LIMIT || mBatchBytes >= BATCH_BYTES || isBatchOld())
         endBatch();
 }
 
@@ -271,9 +274,17 @@ void Transfer::write(Item &item)
         ::sync_file_range(target, offset, count, SYNC_FILE_RANGE_WRITE); // starts writing without waiting
         offset += count;
         mProgress.addBytes(count);
+        if (isBatchOld())
+            endBatch(); // with the files before this one
     }
     setAttributes(target, source.status()); // FAT keeps neither owner nor exact times
     source.requireUnchanged();
+}
+
+/// Returns whether results of the batch are due.
+bool Transfer::isBatchOld() const
+{
+    return !mBatch.empty() && std::chrono::steady_clock::now() - mBatchStart >= BATCH_TIME;
 }
 
 void Transfer::endBatch()
@@ -325,18 +336,18 @@ void Transfer::work()
 
 void Transfer::complete(Batch batch)
 {
+    mProgress.setBatchStage("flushing");
     try {
         const bool areRenamed = batch.front().isRenamed();
         std::optional<RenameMark> mark;
         if (!areRenamed) {
             mark.emplace(mPath);
             flushFileSystem(mPath);
-        }
-        mProgress.setStage("comparing");
-        if (!areRenamed)
+            mProgress.setBatchStage("comparing");
             forEach(batch, [this](Item &item) { compare(item); });
+        }
         forEach(batch, [this](Item &item) { name(item); });
-        mProgress.setStage("flushing");
+        mProgress.setBatchStage("flushing");
         flushFileSystem(mPath);
         if (mark)
             mark->remove();
@@ -348,6 +359,7 @@ void Transfer::complete(Batch batch)
     } catch (const FileFailure &failure) {
         fail(batch, failure);
     }
+    mProgress.setBatchStage(nullptr);
 }
 
 /// Calls step(item) for each item of @p batch. Reports those that fail and takes them out.

@@ -99,6 +99,7 @@ private:
     void requireRoom(const Source &source) const;
     void write(Item &item);
     void chooseName(Item &item);
+    bool isBatchOld() const;
     void endBatch();
     void work();
     void complete(Batch batch);
