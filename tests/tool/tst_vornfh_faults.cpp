@@ -487,7 +487,7 @@ void VornfhFaultsTest::putsAMovedFileBackIfItCannotBeFlushed()
     QCOMPARE(run.after, run.before);
 }
 
-/// The source is gone, so it is not "not moved" in the usual sense.
+/// The message says where the only copy is.
 void VornfhFaultsTest::saysThatADeletedSourceWasCopied()
 {
     if (!hasOwnMounts())
