@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: MIT
 // Preloaded into the tool: lets something happen exactly between two steps of a command. Immediately before
-// call number AT_CALL_COUNT of the function AT_CALL, a shell runs AT_CALL_SCRIPT.
+// call number AT_CALL_COUNT of the function AT_CALL, or before each call if it is 0, a shell runs
+// AT_CALL_SCRIPT.
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
 #include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -21,7 +24,10 @@ const char *valueOf(const char *name)
 void announce(const char *function)
 {
     static std::atomic<int> calls{0};
-    if (std::strcmp(valueOf("AT_CALL"), function) != 0 || ++calls != std::atoi(valueOf("AT_CALL_COUNT")))
+    if (std::strcmp(valueOf("AT_CALL"), function) != 0)
+        return;
+    const int wanted = std::atoi(valueOf("AT_CALL_COUNT"));
+    if (++calls != wanted && wanted != 0)
         return;
     const int error = errno;
     const pid_t shell = ::fork();
@@ -58,6 +64,32 @@ int syncfs(int descriptor) noexcept
     static const auto next = real<int(int)>("syncfs");
     announce("syncfs");
     return next(descriptor);
+}
+
+int fsync(int descriptor)
+{
+    static const auto next = real<int(int)>("fsync");
+    announce("fsync");
+    return next(descriptor);
+}
+
+int flock(int descriptor, int operation) noexcept
+{
+    static const auto next = real<int(int, int)>("flock");
+    announce("flock");
+    return next(descriptor, operation);
+}
+
+int posix_fadvise64(int descriptor, off64_t offset, off64_t length, int advice) noexcept
+{
+    static const auto next = real<int(int, off64_t, off64_t, int)>("posix_fadvise64");
+    announce("posix_fadvise");
+    return next(descriptor, offset, length, advice);
+}
+
+int posix_fadvise(int descriptor, off_t offset, off_t length, int advice) noexcept
+{
+    return ::posix_fadvise64(descriptor, offset, length, advice);
 }
 
 int renameat2(int fromFolder, const char *from, int toFolder, const char *to, unsigned flags) noexcept

@@ -101,11 +101,13 @@ Outcome ToolRun::runOnStorages(const QByteArrayList &arguments) const
     return run(STORAGE_OPTIONS + arguments);
 }
 
-Outcome ToolRun::runOnTerminal(const QByteArrayList &arguments, const QByteArray &input) const
+Outcome ToolRun::runOnTerminal(const QByteArrayList &arguments, const QByteArray &input, int columns) const
 {
     Outcome outcome;
     int terminal = -1;
-    const pid_t child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
+    winsize size = {};
+    size.ws_col = static_cast<unsigned short>(columns);
+    const pid_t child = ::forkpty(&terminal, nullptr, nullptr, &size);
     if (child == 0)
         becomeTool(*this, STORAGE_OPTIONS + arguments);
     if (::write(terminal, input.constData(), static_cast<size_t>(input.size())) != input.size())
@@ -219,6 +221,17 @@ QByteArray withoutRandomNames(const QByteArray &text)
 Outcome withoutRandomNames(const Outcome &outcome)
 {
     return {outcome.exitCode, withoutRandomNames(outcome.out), withoutRandomNames(outcome.err)};
+}
+
+QByteArray twoSignals(const QByteArray &first, const QByteArray &second)
+{
+    // The tool catches SIGHUP (bit 0), SIGINT (1) and SIGTERM (14) until the first of them arrives.
+    return "kill -" + first
+           + " $PPID\n"
+             "while [ $((0x$(sed -n 's/^SigCgt:[^0-9a-f]*//p' /proc/$PPID/status) & 0x4003)) != 0 ]\n"
+             "do sleep 0.01; done\n"
+             "kill -"
+           + second + " $PPID";
 }
 
 bool isRunning(pid_t number)

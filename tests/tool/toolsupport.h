@@ -44,9 +44,10 @@ public:
     Outcome run(const QByteArrayList &arguments) const;
     /// The same with "--suffix ABC --mmc @/mmc/DCIM --sd @/sd/DCIM --usb @/usb/DCIM" before @p arguments.
     Outcome runOnStorages(const QByteArrayList &arguments) const;
-    /// The same on a terminal with @p input. Both output streams and the echo of the input are in
-    /// Outcome::out.
-    Outcome runOnTerminal(const QByteArrayList &arguments, const QByteArray &input = QByteArray()) const;
+    /// The same on a terminal with @p input; its width is unknown if @p columns is 0. Both output streams and
+    /// the echo of the input are in Outcome::out.
+    Outcome runOnTerminal(const QByteArrayList &arguments, const QByteArray &input = QByteArray(),
+                          int columns = 0) const;
     /// Starts what runOnStorages() runs.
     void startOnStorages(QProcess &process, const QByteArrayList &arguments) const;
     /// Waits for the end of @p process.
@@ -57,8 +58,8 @@ public:
     /// that is not possible.
     bool dropPrivileges();
     /// From now on, a shell runs @p script immediately before call number @p count of the function @p call
-    /// that the tool makes; the functions are those in atcall.cpp. To the script, the tool is $PPID. Returns
-    /// false if that is not possible.
+    /// that the tool makes, before each call if it is 0; the functions are those in atcall.cpp. To the
+    /// script, the tool is $PPID. Returns false if that is not possible.
     bool runBefore(const QByteArray &call, const QByteArray &script, int count = 1);
 
     QString path() const { return mDirectory.path(); }
@@ -96,6 +97,10 @@ QByteArray errorLines(const QByteArrayList &messages);
 /// @p text with ".vornfh-PID-XXXXXX" in place of the name of each temporary file of the tool.
 QByteArray withoutRandomNames(const QByteArray &text);
 Outcome withoutRandomNames(const Outcome &outcome);
+
+/// A script for ToolRun::runBefore() that sends two signals, such as "INT", to the tool, the second one after
+/// the tool has handled the first.
+QByteArray twoSignals(const QByteArray &first, const QByteArray &second);
 
 /// Returns whether process @p number exists and is not a zombie.
 bool isRunning(pid_t number);

@@ -296,6 +296,7 @@ private slots:
     void namesWhatAFailedRecordingLeaves();
     void goesOnIfALeftoverCannotBeDeleted();
     void putsAMovedFileBackIfItCannotBeFlushed();
+    void saysThatADeletedSourceWasCopied();
     void doesNotReportARecordingWithLostData();
     void namesAnEntryThatCannotBeRead_data();
     void namesAnEntryThatCannotBeRead();
@@ -484,6 +485,26 @@ void VornfhFaultsTest::putsAMovedFileBackIfItCannotBeFlushed()
                       errorLines({"@/sd/DCIM/100ABC/a.jpg" + problem, "@/sd/DCIM/100ABC/b.jpg" + problem,
                                   "2 of 2 files not moved"})}));
     QCOMPARE(run.after, run.before);
+}
+
+/// The message says where the only copy is.
+void VornfhFaultsTest::saysThatADeletedSourceWasCopied()
+{
+    if (!hasOwnMounts())
+        QSKIP("mounting needs root");
+    const Situation situation = {{"in/a.jpg = a", "other/b.jpg = b", "sd/DCIM/100ABC/"},
+                                 {"move", "in/a.jpg", "other/b.jpg", "sd", "100ABC"},
+                                 true};
+    const Run run = runWith({"fsync", 3, false, EIO}, situation);
+    QCOMPARE(run.faults, QByteArrayList{"@/in"});
+    QCOMPARE(
+        run.outcome,
+        (Outcome{1, "@/other/b.jpg -> @/sd/DCIM/100ABC/b.jpg\n",
+                 errorLines({"@/in/a.jpg: was copied to @/sd/DCIM/100ABC/a.jpg and deleted; @/in: cannot "
+                             "be flushed to the device: Input/output error",
+                             "1 of 2 files not moved"})}));
+    QCOMPARE(run.after, (Tree{"in/", "other/", "sd/", "sd/DCIM/", "sd/DCIM/100ABC/",
+                              "sd/DCIM/100ABC/a.jpg = a", "sd/DCIM/100ABC/b.jpg = b"}));
 }
 
 /// The kernel reports an error of the device once. A recording is not reported because a later flush

@@ -9,6 +9,7 @@
 #include <QXmlStreamReader>
 
 #include <algorithm>
+#include <csignal>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -225,6 +226,8 @@ private slots:
     void keepsTheModeOfAPage();
     void reportsWhatCannotBeWritten_data();
     void reportsWhatCannotBeWritten();
+    void aSecondSignalEndsTheToolAtOnce_data();
+    void aSecondSignalEndsTheToolAtOnce();
 };
 
 void VornfhGalleryTest::showsEveryFile()
@@ -720,6 +723,28 @@ void VornfhGalleryTest::reportsWhatCannotBeWritten()
     QCOMPARE(tool.runOnStorages(QByteArrayList{"gallery"} + arguments),
              (Outcome{exitCode, "", tool.expand(errorLines({message}))}));
     QCOMPARE(tree(tool.path()), before);
+}
+
+void VornfhGalleryTest::aSecondSignalEndsTheToolAtOnce_data()
+{
+    QTest::addColumn<QByteArray>("first");
+    QTest::addColumn<QByteArray>("second");
+    QTest::addColumn<int>("number"); // of the second
+    row("SIGINT-twice", QByteArray("INT"), QByteArray("INT"), SIGINT);
+    row("SIGTERM-twice", QByteArray("TERM"), QByteArray("TERM"), SIGTERM);
+}
+
+void VornfhGalleryTest::aSecondSignalEndsTheToolAtOnce()
+{
+    QFETCH(QByteArray, first);
+    QFETCH(QByteArray, second);
+    QFETCH(int, number);
+    ToolRun tool;
+    if (!tool.runBefore("fsync", twoSignals(first, second)))
+        QSKIP("nothing can be preloaded");
+    tool.make(onCard({"100ABC/DCF_0001.wav = x"}));
+    QCOMPARE(tool.runOnStorages(GALLERY), (Outcome{128 + number, "", ""}));
+    QVERIFY(!QFile::exists(tool.path() + "/page.html"));
 }
 
 QTEST_GUILESS_MAIN(VornfhGalleryTest)

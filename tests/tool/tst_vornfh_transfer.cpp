@@ -7,6 +7,7 @@
 #include <QFile>
 #include <QMap>
 #include <QRandomGenerator>
+#include <QRegularExpression>
 #include <QSet>
 #include <QTest>
 
@@ -139,16 +140,23 @@ private slots:
     void keepsModeAndTimes();
     void keepsHoles_data();
     void keepsHoles();
+    void keepsTheProtectionOfACopy();
     void movesWithinAFileSystemByRenaming();
     void movesAFileOnlyOnce();
     void doesNotCopyAgain();
     void keepsASourceThatChanges_data();
     void keepsASourceThatChanges();
+    void keepsASourceThatIsBeingWritten_data();
+    void keepsASourceThatIsBeingWritten();
     void keepsACopyWhoseSourceVanished();
     void stopsAfterTheCurrentFile_data();
     void stopsAfterTheCurrentFile();
     void stopsWithinAFile_data();
     void stopsWithinAFile();
+    void aSecondSignalEndsTheToolAtOnce_data();
+    void aSecondSignalEndsTheToolAtOnce();
+    void nohupKeepsAHangUpFromEndingTheTool_data();
+    void nohupKeepsAHangUpFromEndingTheTool();
     void continuesAfterBeingKilled_data();
     void continuesAfterBeingKilled();
     void continuesAfterBeingKilledBeforeTheFolderIsNamed();
@@ -162,6 +170,13 @@ private slots:
     void reportsAMissingStorage_data();
     void reportsAMissingStorage();
     void showsProgressOnlyOnATerminal();
+    void fitsTheProgressLineIntoTheTerminal_data();
+    void fitsTheProgressLineIntoTheTerminal();
+    void showsTheStage_data();
+    void showsTheStage();
+    void reportsFilesBeforeALargeOneIsComplete_data();
+    void reportsFilesBeforeALargeOneIsComplete();
+    void erasesTheProgressLineBeforeAMessage();
     void losesNothingWhenKilled_data();
     void losesNothingWhenKilled();
 };
@@ -457,6 +472,9 @@ void VornfhTransferTest::stopsWhenAllCountersAreTaken()
         tool.make(onCard({"100ABC/README_" + QByteArray::number(i) + ".README = old"}));
     QCOMPARE(tool.runOnStorages({"move", "README", "sd", "100ABC"}),
              tool.success(copied("README", "README_999.README")));
+    tool.make({"README = new"});
+    QCOMPARE(tool.runOnStorages({"move", "README", "sd", "100ABC"}),
+             tool.success(copied("README", "README_999.README"))); // it is there already
     tool.make({"README = newer"});
     const Tree before = treeWithContents(tool.path());
     const QByteArray message =
@@ -486,23 +504,29 @@ void VornfhTransferTest::keepsModeAndTimes_data()
 {
     QTest::addColumn<QByteArray>("command");
     QTest::addColumn<bool>("hasOwnFileSystem");
-    const auto row = [](const char *name, const QByteArray &command, bool hasOwnFileSystem = false) {
-        QTest::newRow(name) << command << hasOwnFileSystem;
+    QTest::addColumn<Tree>("existing");
+    const auto row = [](const char *name, const QByteArray &command, bool hasOwnFileSystem = false,
+                        const Tree &existing = {}) {
+        QTest::newRow(name) << command << hasOwnFileSystem << existing;
     };
     row("copy", "copy");
     row("move", "move");
     row("move-to-another-file-system", "move", true);
+    row("move-of-what-is-there", "move", false, {"sd/DCIM/100ABC/a.jpg at 1 = x"});
+    row("move-of-what-is-on-another-file-system", "move", true, {"sd/DCIM/100ABC/a.jpg at 1 = x"});
 }
 
 void VornfhTransferTest::keepsModeAndTimes()
 {
     QFETCH(QByteArray, command);
     QFETCH(bool, hasOwnFileSystem);
+    QFETCH(Tree, existing);
     const ToolRun tool;
     tool.make({"a.jpg = x", "sd/DCIM/"});
     std::optional<Card> card;
     if (hasOwnFileSystem && !card.emplace(tool).isMounted())
         QSKIP(CANNOT_MOUNT);
+    tool.make(existing);
     const QByteArray source = tool.path().toUtf8() + "/a.jpg";
     if (::geteuid() == 0)
         QCOMPARE(::chown(source.constData(), 1234, 2345), 0);
@@ -547,6 +571,17 @@ void VornfhTransferTest::keepsHoles()
         QVERIFY2(tool.content(FOLDER + names[i]) == contents[i], names[i].constData());
         QVERIFY2(statusOf(tool, FOLDER + names[i]).st_blocks * 512 < 1000000, names[i].constData());
     }
+}
+
+void VornfhTransferTest::keepsTheProtectionOfACopy()
+{
+    const ToolRun tool;
+    tool.make({"a.jpg at 9 = x", "sd/DCIM/100ABC/a.jpg at 1 = x"});
+    ::chmod(QFile::encodeName(tool.sd() + "/100ABC/a.jpg").constData(), 0444);
+    QCOMPARE(tool.runOnStorages({"move", "a.jpg", "sd", "100ABC"}), tool.success(copied("a.jpg")));
+    const struct stat copy = statusOf(tool, FOLDER + "a.jpg");
+    QCOMPARE(copy.st_mode & 0222U, 0U);
+    QCOMPARE(qint64(copy.st_mtim.tv_sec), qint64(9));
 }
 
 void VornfhTransferTest::movesWithinAFileSystemByRenaming()
@@ -639,6 +674,50 @@ void VornfhTransferTest::keepsASourceThatChanges()
     QCOMPARE(treeWithContents(tool.path()), Tree{"a.jpg = " + content} + onCard(Tree{"100ABC/"} + copies));
 }
 
+void VornfhTransferTest::keepsASourceThatIsBeingWritten_data()
+{
+    QTest::addColumn<int>("flags"); // with which this process has the file open; 0 if it has not
+    QTest::addColumn<bool>("isLocked");
+    QTest::addColumn<QByteArray>("script"); // before the copy is named
+    QTest::addColumn<Tree>("existing");
+    QTest::addColumn<QByteArray>("message");
+    const QByteArray afterTheCopy = "was copied to @/sd/DCIM/100ABC/a.jpg but is being written";
+    const QByteArray openIt = "exec 3>> a.jpg; sleep 60 >&3 2>&1 < /dev/null & echo $! > writer";
+    row("open", O_WRONLY, false, QByteArray(), Tree{}, QByteArray("is being written"));
+    row("locked", O_RDONLY, true, QByteArray(), Tree{}, QByteArray("is being written"));
+    row("opened-after-the-copy", 0, false, openIt, Tree{}, afterTheCopy);
+    row("copied-before", O_WRONLY, false, QByteArray(), Tree{"sd/DCIM/100ABC/a.jpg = x"}, afterTheCopy);
+}
+
+void VornfhTransferTest::keepsASourceThatIsBeingWritten()
+{
+    QFETCH(int, flags);
+    QFETCH(bool, isLocked);
+    QFETCH(QByteArray, script);
+    QFETCH(Tree, existing);
+    QFETCH(QByteArray, message);
+    ToolRun tool;
+    const Card card(tool);
+    if (!card.isMounted())
+        QSKIP(CANNOT_MOUNT);
+    if (!script.isEmpty() && !tool.runBefore("renameat2", script))
+        QSKIP(CANNOT_PRELOAD);
+    tool.make(Tree{"a.jpg = x", "sd/DCIM/100ABC/"} + existing);
+    const int file = ::open(QFile::encodeName(tool.path() + "/a.jpg").constData(), flags | O_CLOEXEC);
+    QVERIFY(!isLocked || ::flock(file, LOCK_EX) == 0);
+    if (!script.isEmpty())
+        ::close(file);
+    const Outcome outcome = tool.runOnStorages({"move", "a.jpg", "sd", "100ABC"});
+    if (script.isEmpty())
+        ::close(file);
+    else
+        ::kill(tool.content("writer").trimmed().toInt(), SIGKILL);
+    QCOMPARE(outcome, tool.failure({"@/a.jpg: " + message, notDone("move", 1, 1)}));
+    QCOMPARE(tool.content("a.jpg"), QByteArray("x"));
+    const bool isCopied = message != "is being written";
+    QCOMPARE(tree(tool.sd()), isCopied ? Tree({"100ABC/", "100ABC/a.jpg"}) : Tree{"100ABC/"});
+}
+
 void VornfhTransferTest::keepsACopyWhoseSourceVanished()
 {
     ToolRun tool;
@@ -724,6 +803,56 @@ void VornfhTransferTest::stopsWithinAFile()
     QCOMPARE(statusOf(tool, FOLDER + "a.jpg").st_ino, first);
     QCOMPARE(tree(tool.sd()), (Tree{"100ABC/", "100ABC/a.jpg", "100ABC/b.avi", "100ABC/c.jpg"}));
     QVERIFY(tool.content("sd/DCIM/100ABC/b.avi") == content);
+}
+
+void VornfhTransferTest::aSecondSignalEndsTheToolAtOnce_data()
+{
+    QTest::addColumn<QByteArray>("call");
+    QTest::addColumn<QByteArray>("first");
+    QTest::addColumn<QByteArray>("second");
+    QTest::addColumn<int>("number"); // of the second
+    const auto row = [](const char *name, const QByteArray &call, const QByteArray &first,
+                        const QByteArray &second,
+                        int number) { QTest::newRow(name) << call << first << second << number; };
+    row("SIGINT-twice-while-a-file-is-copied", "copy_file_range", "INT", "INT", SIGINT);
+    row("SIGINT-twice-while-copies-are-flushed", "syncfs", "INT", "INT", SIGINT);
+    row("SIGINT-twice-while-copies-are-compared", "posix_fadvise", "INT", "INT", SIGINT);
+    row("SIGTERM-twice-while-copies-are-compared", "posix_fadvise", "TERM", "TERM", SIGTERM);
+    row("SIGHUP-after-SIGTERM-while-copies-are-compared", "posix_fadvise", "TERM", "HUP", SIGHUP);
+}
+
+void VornfhTransferTest::aSecondSignalEndsTheToolAtOnce()
+{
+    QFETCH(QByteArray, call);
+    QFETCH(QByteArray, first);
+    QFETCH(QByteArray, second);
+    QFETCH(int, number);
+    ToolRun tool;
+    if (!tool.runBefore(call, twoSignals(first, second)))
+        QSKIP(CANNOT_PRELOAD);
+    tool.make({"a.jpg = x", "sd/DCIM/100ABC/"});
+    QCOMPARE(tool.runOnStorages({"copy", "a.jpg", "sd", "100ABC"}), (Outcome{128 + number, "", ""}));
+    QCOMPARE(withoutRandomNames(tree(tool.sd()).join(' ')), QByteArray("100ABC/ 100ABC/.vornfh-PID-XXXXXX"));
+}
+
+void VornfhTransferTest::nohupKeepsAHangUpFromEndingTheTool_data()
+{
+    QTest::addColumn<QByteArray>("script");
+    row("SIGHUP", QByteArray("kill -HUP $PPID"));
+    row("SIGHUP-after-SIGINT", twoSignals("INT", "HUP"));
+}
+
+void VornfhTransferTest::nohupKeepsAHangUpFromEndingTheTool()
+{
+    QFETCH(QByteArray, script);
+    ToolRun tool;
+    if (!tool.runBefore("posix_fadvise", script))
+        QSKIP(CANNOT_PRELOAD);
+    tool.make({"a.jpg = x", "sd/DCIM/100ABC/"});
+    const QString line = "exec nohup '%1' --suffix ABC --sd sd/DCIM copy a.jpg sd 100ABC";
+    QCOMPARE(tool.runProgram("/bin/sh", {"-c", line.arg(ToolRun::toolPath())}),
+             tool.success(copied("a.jpg")));
+    QCOMPARE(tree(tool.sd()), (Tree{"100ABC/", "100ABC/a.jpg"}));
 }
 
 void VornfhTransferTest::continuesAfterBeingKilled_data()
@@ -996,9 +1125,114 @@ void VornfhTransferTest::showsProgressOnlyOnATerminal()
     tool.make({"a.jpg = x", "b.jpg = x", "sd/DCIM/"});
     const Outcome shown = tool.runOnTerminal({"copy", "a.jpg", "sd", "100ABC"});
     QCOMPARE(shown.exitCode, 0);
-    QVERIFY(shown.out.contains("] 0 of 1 files, "));
+    QVERIFY(shown.out.contains("\r0 of 1 files, "));
     QVERIFY(shown.out.contains(tool.expand("\r\x1b[K@/a.jpg -> @/sd/DCIM/100ABC/a.jpg\r\n")));
     QCOMPARE(tool.runOnStorages({"copy", "b.jpg", "sd", "100ABC"}), tool.success(copied("b.jpg")));
+}
+
+void VornfhTransferTest::fitsTheProgressLineIntoTheTerminal_data()
+{
+    QTest::addColumn<int>("columns");
+    QTest::addColumn<QByteArray>("shown");
+    row("unknown-width", 0, QByteArray("0 of 1 files, 0 B of 1 B, copying, 0 B/s [--------------------]"));
+    row("19-columns", 19, QByteArray("0/1 files 0 B/1 B"));
+}
+
+void VornfhTransferTest::fitsTheProgressLineIntoTheTerminal()
+{
+    QFETCH(int, columns);
+    QFETCH(QByteArray, shown);
+    ToolRun tool;
+    if (!tool.runBefore("copy_file_range", "sleep 0.5")) // so that the line is drawn
+        QSKIP(CANNOT_PRELOAD);
+    tool.make({"a.jpg = x", "sd/DCIM/"});
+    const Outcome outcome = tool.runOnTerminal({"copy", "a.jpg", "sd", "100ABC"}, "", columns);
+    QVERIFY2(outcome.out.contains("\r" + shown + "\x1b[K"), outcome.out);
+}
+
+void VornfhTransferTest::showsTheStage_data()
+{
+    QTest::addColumn<QByteArrayList>("arguments");
+    QTest::addColumn<QByteArray>("call"); // which takes so long that the line is drawn
+    QTest::addColumn<int>("count");
+    QTest::addColumn<QByteArray>("shown");
+    const QByteArrayList copy = {"copy", "a.jpg", "sd", "100ABC"};
+    const QByteArrayList copyAgain = {"copy", "there.jpg", "sd", "100ABC"};
+    const QByteArrayList copySparse = {"copy", "b.avi", "sd", "100ABC"};
+    const QByteArrayList move = {"move", "a.jpg", "sd", "100ABC"};
+    const QByteArrayList moveTwice = {"move", "a.jpg", "a.jpg", "sd", "100ABC"};
+    const auto row = [](const char *name, const QByteArrayList &arguments, const QByteArray &call, int count,
+                        const QByteArray &shown) {
+        QTest::newRow(name) << arguments << call << count << shown;
+    };
+    row("copy-copies", copy, "copy_file_range", 1, "0 of 1 files, 0 B of 1 B, copying");
+    row("copy-flushes-the-content", copy, "syncfs", 1, "0 of 1 files, 1 B of 1 B, flushing");
+    row("copy-compares", copy, "posix_fadvise", 1, "0 of 1 files, 1 B of 1 B, comparing");
+    row("copy-flushes-the-names", copy, "syncfs", 2, "0 of 1 files, 1 B of 1 B, flushing");
+    row("copy-of-what-is-there-compares", copyAgain, "posix_fadvise", 1,
+        "0 of 1 files, 0 B of 1 B, comparing");
+    row("copy-of-what-is-there-flushes", copyAgain, "syncfs", 1, "0 of 1 files, 1 B of 1 B, flushing");
+    row("holes-are-counted", copySparse, "syncfs", 1, "0 of 1 files, 24.0 MiB of 24.0 MiB, flushing");
+    row("move-renames", move, "renameat2", 1, "0 of 1 files, 0 B of 1 B, moving");
+    row("move-flushes", move, "syncfs", 1, "0 of 1 files, 1 B of 1 B, flushing");
+    row("failures-are-counted", moveTwice, "syncfs", 1, "1 of 2 files, 2 B of 2 B, flushing");
+}
+
+void VornfhTransferTest::showsTheStage()
+{
+    QFETCH(QByteArrayList, arguments);
+    QFETCH(QByteArray, call);
+    QFETCH(int, count);
+    QFETCH(QByteArray, shown);
+    ToolRun tool;
+    if (!tool.runBefore(call, "sleep 0.5", count))
+        QSKIP(CANNOT_PRELOAD);
+    tool.make({"a.jpg = x", "there.jpg = x", "sd/DCIM/100ABC/there.jpg = x"});
+    makeSparse(tool.path() + "/b.avi");
+    const Outcome outcome = tool.runOnTerminal(arguments);
+    QVERIFY2(outcome.out.contains("\r" + shown + ", "), outcome.out);
+}
+
+void VornfhTransferTest::reportsFilesBeforeALargeOneIsComplete_data()
+{
+    QTest::addColumn<qint64>("size");       // of the large file
+    QTest::addColumn<QByteArray>("second"); // what happens when the first part of the large file is copied
+    QTest::addColumn<QByteArray>("third");  // the second part
+    const QByteArray waiting = "i=0; until [ -e sd/DCIM/100ABC/a.jpg ] || [ $i = 100 ]\n"
+                               "do sleep 0.05; i=$((i + 1)); done; sleep 0.5";
+    row("it-fills-a-batch", qint64(300) << 20, waiting, QByteArray());
+    row("it-takes-longer-than-a-second", qint64(24) << 20, QByteArray("sleep 1.1"), waiting);
+}
+
+void VornfhTransferTest::reportsFilesBeforeALargeOneIsComplete()
+{
+    QFETCH(qint64, size);
+    QFETCH(QByteArray, second);
+    QFETCH(QByteArray, third);
+    ToolRun tool;
+    const QByteArray script = "echo >> calls; case $(grep -c '' calls) in\n2) " + second + ";;\n3) "
+                              + (third.isEmpty() ? ":" : third) + ";;\nesac";
+    if (!tool.runBefore("copy_file_range", script, 0))
+        QSKIP(CANNOT_PRELOAD);
+    tool.make({"a.jpg = x", "sd/DCIM/100ABC/"});
+    makeSparse(tool.path() + "/b.avi");
+    QVERIFY(QFile::resize(tool.path() + "/b.avi", size));
+    const Outcome outcome = tool.runOnTerminal({"copy", "a.jpg", "b.avi", "sd", "100ABC"});
+    QCOMPARE(outcome.exitCode, 0);
+    static const QRegularExpression LINE("\r1 of 2 files, [0-9.]+ K?i?B of [0-9.]+ MiB, copying, ");
+    QVERIFY2(QString::fromUtf8(outcome.out).contains(LINE), outcome.out);
+}
+
+void VornfhTransferTest::erasesTheProgressLineBeforeAMessage()
+{
+    ToolRun tool;
+    if (!tool.runBefore("flock", "sleep 0.5"))
+        QSKIP(CANNOT_PRELOAD);
+    const QByteArray leftover = "sd/DCIM/100ABC/.vornfh-99999999-ABC123";
+    tool.make({"a.jpg = x", leftover});
+    const QByteArray out = tool.runOnTerminal({"copy", "a.jpg", "sd", "100ABC"}).out;
+    const QByteArray message = tool.expand("vornfh: " + removed("@/" + leftover) + "\r\n");
+    QVERIFY2(out.startsWith(message) || out.contains("\r\x1b[K" + message), out);
 }
 
 void VornfhTransferTest::losesNothingWhenKilled_data()

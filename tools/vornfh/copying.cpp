@@ -5,12 +5,12 @@
 #include "errors.h"
 #include "folders.h"
 #include "mounts.h"
+#include "objects.h"
 #include "output.h"
 #include "signals.h"
 #include "text.h"
 
 #include <QFile>
-#include <QFileInfo>
 
 #include <algorithm>
 #include <cerrno>
@@ -26,6 +26,8 @@ namespace {
 // A batch ends at the first of these limits, so that results are reported steadily.
 constexpr qint64 BATCH_BYTES = 256 << 20;
 constexpr auto BATCH_TIME = std::chrono::seconds(1);
+
+constexpr int LAST_COUNTER = 999; // in the name of a copy
 
 /// The largest number of files in a batch. Each file needs two descriptors, and three batches are open at a
 /// time: one is written, one waits, and one is completed.
@@ -108,11 +110,13 @@ Transfer::Transfer(const Storage &storage, const QString &folder, Mode mode, Pro
     : mStorage(storage), mPath(VornFileHandler::getDirPath(storage.type, folder)), mMode(mode),
       mProgress(progress)
 {
-    createFolder(mPath);
-    lock();
-    removeLeftovers(mPath);
-    for (const QString &problem : unreadableEntries(mPath))
-        printError(problem);
+    mProgress.print([this] { // each of these can print messages
+        createFolder(mPath);
+        lock();
+        removeLeftovers(mPath);
+        for (const QString &problem : unreadableEntries(mPath))
+            printError(problem);
+    });
     mThread = std::thread([this] { work(); });
 }
 
@@ -127,24 +131,33 @@ void Transfer::lock()
     mMount = mountOf(mPath);
 }
 
+/// The path that the library tries first for a copy of a file with that name (@p counter is 0), and those it
+/// tries if it is taken.
+QString Transfer::candidate(const QString &name, int counter) const
+{
+    if (counter == 0)
+        return QString("%1/%2").arg(mPath).arg(name);
+    const QStringList pieces = name.split('.');
+    return QString("%1/%2_%3.%4").arg(mPath).arg(pieces.first()).arg(counter).arg(pieces.last());
+}
+
 /// The path that the library would give a copy. Throws FileFailure if every name is taken: the library would
 /// overwrite an existing file.
 QString Transfer::freePath(const QString &name) const
 {
-    constexpr int LAST_COUNTER = 999;
-    QString path = QString("%1/%2").arg(mPath).arg(name);
-    const QStringList pieces = name.split('.');
     bool isEntry = false;
     const auto isTaken = [this, &isEntry](const QString &one) {
         struct stat status = {};
         isEntry = readLinkStatus(one, status);
         return mTaken.contains(one) || (isEntry && QFile::exists(one));
     };
-    for (int counter = 1; isTaken(path); ++counter) {
-        if (counter > LAST_COUNTER)
+    int counter = 0;
+    QString path = candidate(name, counter);
+    while (isTaken(path)) {
+        if (counter == LAST_COUNTER)
             throw FileFailure(
                 path, QString("exists, and so do the other %1 names with a counter").arg(LAST_COUNTER - 1));
-        path = QString("%1/%2_%3.%4").arg(mPath).arg(pieces.first()).arg(counter).arg(pieces.last());
+        path = candidate(name, ++counter);
     }
     if (isEntry)
         throw FileFailure(path, "is a dangling symbolic link");
@@ -155,26 +168,27 @@ QString Transfer::freePath(const QString &name) const
 /// would get.
 bool Transfer::findExisting(Item &item) const
 {
-    constexpr int LAST_COUNTER = 999;
-    const QStringList pieces = item.source->name().split('.');
     const auto isTaken = [this](const QString &one) {
         const std::lock_guard<std::mutex> lock(mMutex);
         return mTaken.contains(one);
     };
-    QString path = QString("%1/%2").arg(mPath).arg(item.source->name());
-    for (int counter = 1; counter <= LAST_COUNTER && QFile::exists(path) && !isTaken(path); ++counter) {
+    for (int counter = 0; counter <= LAST_COUNTER; ++counter) {
+        const QString path = candidate(item.source->name(), counter);
+        if (!QFile::exists(path) || isTaken(path))
+            return false;
         Descriptor file = openFile(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
         struct stat status = {};
         const bool isCandidate = file.isOpen() && ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode)
                                  && status.st_size == item.source->size()
                                  && !isSameFile(status, item.source->status());
-        if (isCandidate && hasSameContent(item.source->descriptor(), file.get(), item.source->path())) {
+        if (!isCandidate)
+            continue;
+        mProgress.setStage("comparing");
+        if (hasSameContent(item.source->descriptor(), file.get(), item.source->path())) {
             item.existing = std::move(file);
-            mProgress.addBytes(status.st_size);
             item.target = path;
             return true;
         }
-        path = QString("%1/%2_%3.%4").arg(mPath).arg(pieces.first()).arg(counter).arg(pieces.last());
     }
     return false;
 }
@@ -205,10 +219,13 @@ void Transfer::add(std::unique_ptr<Source> source)
     struct stat folder = {};
     if (readStatus(source->folder(), folder) && isSameFile(folder, mStatus))
         throw FileFailure(source->path(), "is already in that folder");
+    if (!mBatch.empty() && source->size() >= BATCH_BYTES)
+        endBatch(); // the files in it would be reported only after this one
     Item item;
     item.source = std::move(source);
     if (!findExisting(item)) {
         const bool isRenamed = canRename(*item.source);
+        mProgress.setStage(isRenamed ? "moving" : "copying");
         if (!isRenamed)
             write(item);
         chooseName(item);
@@ -222,8 +239,7 @@ void Transfer::add(std::unique_ptr<Source> source)
         mBatchStart = std::chrono::steady_clock::now();
     mBatch.push_back(std::move(item));
     static const size_t LIMIT = batchFiles();
-    if (mBatch.size() >= LIMIT || mBatchBytes >= BATCH_BYTES
-        || std::chrono::steady_clock::now() - mBatchStart >= BATCH_TIME)
+    if (mBatch.size() >= LIMIT || mBatchBytes >= BATCH_BYTES || isBatchOld())
         endBatch();
 }
 
@@ -232,6 +248,8 @@ void Transfer::write(Item &item)
 {
     constexpr size_t PART = 8 << 20;
     const Source &source = *item.source;
+    if (mMode == Mode::Move && isBeingWritten(source.path()))
+        throw FileFailure(source.path(), "is being written");
     requireRoom(source);
     item.copy.emplace(mPath, source.path());
     const int target = item.copy->descriptor();
@@ -256,9 +274,17 @@ void Transfer::write(Item &item)
         ::sync_file_range(target, offset, count, SYNC_FILE_RANGE_WRITE); // starts writing without waiting
         offset += count;
         mProgress.addBytes(count);
+        if (isBatchOld())
+            endBatch(); // with the files before this one
     }
     setAttributes(target, source.status()); // FAT keeps neither owner nor exact times
     source.requireUnchanged();
+}
+
+/// Returns whether results of the batch are due.
+bool Transfer::isBatchOld() const
+{
+    return !mBatch.empty() && std::chrono::steady_clock::now() - mBatchStart >= BATCH_TIME;
 }
 
 void Transfer::endBatch()
@@ -310,27 +336,30 @@ void Transfer::work()
 
 void Transfer::complete(Batch batch)
 {
+    mProgress.setBatchStage("flushing");
     try {
         const bool areRenamed = batch.front().isRenamed();
         std::optional<RenameMark> mark;
         if (!areRenamed) {
             mark.emplace(mPath);
             flushFileSystem(mPath);
-        }
-        mProgress.setStage("comparing");
-        if (!areRenamed)
+            mProgress.setBatchStage("comparing");
             forEach(batch, [this](Item &item) { compare(item); });
+        }
         forEach(batch, [this](Item &item) { name(item); });
-        mProgress.setStage("flushing");
+        mProgress.setBatchStage("flushing");
         flushFileSystem(mPath);
         if (mark)
             mark->remove();
-        if (mMode == Mode::Move)
+        if (mMode == Mode::Move) {
             removeSources(batch);
+            flushSources(batch);
+        }
         report(batch);
     } catch (const FileFailure &failure) {
         fail(batch, failure);
     }
+    mProgress.setBatchStage(nullptr);
 }
 
 /// Calls step(item) for each item of @p batch. Reports those that fail and takes them out.
@@ -377,9 +406,17 @@ void Transfer::chooseName(Item &item)
     mTaken.insert(item.target);
 }
 
-/// Gives a copy, or the source itself, its name in the folder.
+/// Gives a copy, or the source itself, its name in the folder. A copy that was there before has its name, but
+/// not the attributes of a source that is to be deleted.
 void Transfer::name(Item &item)
 {
+    if (item.existing.isOpen() && mMode == Mode::Move) {
+        struct stat status = item.source->status();
+        struct stat existing = {};
+        if (::fstat(item.existing.get(), &existing) == 0 && isProtectedMode(existing.st_mode))
+            status.st_mode &= ~ANY_WRITE; // it stays protected
+        setAttributes(item.existing.get(), status);
+    }
     if (item.existing.isOpen() || item.isNamed)
         return;
     const auto rename = [&item] {
@@ -396,22 +433,45 @@ void Transfer::name(Item &item)
     item.isNamed = true;
 }
 
+FileFailure Transfer::Item::wasCopied(const QString &problem) const
+{
+    return {source->path(), QString("was copied to %1 ").arg(target) + problem};
+}
+
 /// Deletes the sources of copies; a source that was renamed is already gone.
 void Transfer::removeSources(Batch &batch)
 {
-    std::set<QString> folders;
-    forEach(batch, [&folders](Item &item) {
-        folders.insert(item.source->folder());
+    forEach(batch, [](Item &item) {
         if (item.isRenamed())
             return;
         item.source->requireUnchanged();
+        if (isBeingWritten(item.source->path()))
+            throw item.wasCopied("but is being written");
         if (::unlink(QFile::encodeName(item.source->path()).constData()) != 0)
-            throw FileFailure(item.source->path(),
-                              QString("was copied to %1 but cannot be deleted: ").arg(item.target)
-                                  + errorText(errno));
+            throw item.wasCopied("but cannot be deleted: " + errorText(errno));
     });
-    for (const QString &folder : folders)
-        flushFolder(folder);
+}
+
+/// Flushes the folders that the sources have left. A file that was renamed can still go back, a source that
+/// was deleted cannot.
+void Transfer::flushSources(Batch &batch)
+{
+    const bool areRenamed = !batch.empty() && batch.front().isRenamed();
+    std::set<QString> folders;
+    for (const Item &item : batch)
+        folders.insert(item.source->folder());
+    for (const QString &folder : folders) {
+        try {
+            flushFolder(folder);
+        } catch (const FileFailure &failure) {
+            if (areRenamed)
+                throw;
+            forEach(batch, [&folder, &failure](const Item &item) {
+                if (item.source->folder() == folder)
+                    throw item.wasCopied("and deleted; " + QString::fromUtf8(failure.what()));
+            });
+        }
+    }
 }
 
 void Transfer::report(const Batch &batch)

@@ -9,6 +9,7 @@
 #include "storages.h"
 #include "temporary.h"
 
+#include <QFileInfo>
 #include <QSet>
 #include <QString>
 
@@ -33,7 +34,7 @@ public:
 
     const QString &path() const { return mPath; }
     QString name() const { return mPath.mid(mPath.lastIndexOf('/') + 1); }
-    QString folder() const { return mPath.left(mPath.lastIndexOf('/') + 1); }
+    QString folder() const { return QFileInfo(mPath).path(); }
     qint64 size() const { return mFile.st_size; }
     int descriptor() const { return mDescriptor.get(); }
     const struct stat &status() const { return mFile; }
@@ -83,10 +84,13 @@ private:
         bool isNamed = false;
 
         bool isRenamed() const { return !copy && !existing.isOpen(); }
+        /// What is wrong with the source of a copy that is safe.
+        FileFailure wasCopied(const QString &problem) const;
     };
     using Batch = std::vector<Item>; // either all of them are renamed, or none
 
     void lock();
+    QString candidate(const QString &name, int counter) const;
     QString freePath(const QString &name) const;
     bool findExisting(Item &item) const;
     void fail(Batch &batch, const Failure &failure);
@@ -95,12 +99,14 @@ private:
     void requireRoom(const Source &source) const;
     void write(Item &item);
     void chooseName(Item &item);
+    bool isBatchOld() const;
     void endBatch();
     void work();
     void complete(Batch batch);
     void compare(const Item &item) const;
     void name(Item &item);
     void removeSources(Batch &batch);
+    void flushSources(Batch &batch);
     void report(const Batch &batch);
 
     const Storage mStorage;

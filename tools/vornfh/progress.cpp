@@ -6,6 +6,7 @@
 #include <QStringList>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 
 #include <sys/ioctl.h>
@@ -21,7 +22,51 @@ int terminalWidth()
     return ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : USUAL;
 }
 
+/// Files, bytes, stage, rate and time left. More bytes than expected are done if a file has grown.
+QStringList partsOf(const ProgressState &state, const QString &of)
+{
+    const qint64 done = std::min(state.bytesDone, state.bytes);
+    const double rate = static_cast<double>(done) / std::max(state.seconds, 0.001);
+    QStringList parts = {QString("%1%2%3 files").arg(state.filesDone).arg(of).arg(state.files),
+                         humanSize(done) + of + humanSize(state.bytes), state.stage,
+                         humanSize(static_cast<qint64>(rate)) + "/s"};
+    // When all bytes are copied, it is not known how long the device takes to write them.
+    if (done > 0 && done < state.bytes)
+        parts.append(
+            durationText(static_cast<qint64>(std::ceil(static_cast<double>(state.bytes - done) / rate)))
+            + " left");
+    return parts;
+}
+
+/// @p line with @p bar after it, as wide as the space allows.
+QString withBar(const QString &line, const ProgressState &state, int width)
+{
+    constexpr int SMALLEST = 5;
+    constexpr int LARGEST = 20;
+    constexpr int FRAME = 3; // " []"
+    const int size = std::min(LARGEST, width - line.size() - FRAME);
+    if (size < SMALLEST)
+        return line;
+    const QString filled = state.bytes > 0 ? bar(std::min(state.bytesDone, state.bytes), state.bytes, size)
+                                           : bar(state.filesDone, state.files, size);
+    return line + " [" + filled + "]";
+}
+
 } // namespace
+
+QString progressLine(const ProgressState &state, int width)
+{
+    const int room = width - 1; // a character in the last column would begin a new line
+    const QString full = partsOf(state, " of ").join(", ");
+    if (full.size() <= room)
+        return withBar(full, state, room);
+    QStringList fitting;
+    for (const QString &part : partsOf(state, "/")) {
+        if ((fitting + QStringList{part}).join(" ").size() <= room)
+            fitting.append(part);
+    }
+    return withBar(fitting.join(" "), state, room);
+}
 
 Progress::Progress(int files, qint64 bytes) : mFiles(files), mBytes(bytes)
 {
@@ -60,28 +105,19 @@ void Progress::drawRepeatedly()
     constexpr auto INTERVAL = std::chrono::milliseconds(200);
     std::unique_lock<std::mutex> lock(mMutex);
     while (!mIsEnding) {
-        std::fprintf(stderr, "\r%s\x1b[K", line().toUtf8().constData());
+        std::fprintf(stderr, "\r%s\x1b[K", progressLine(state(), terminalWidth()).toUtf8().constData());
         mIsDrawn = true;
         mEnd.wait_for(lock, INTERVAL);
     }
 }
 
-/// As many parts, in this order, as fit in the width of the terminal.
-QString Progress::line() const
+ProgressState Progress::state() const
 {
-    const qint64 done = std::min<qint64>(mBytesDone, mBytes);
-    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - mStart).count();
-    const auto rate = static_cast<qint64>(static_cast<double>(done) / std::max(seconds, 0.001));
-    const QString left = rate > 0 ? durationText((mBytes - done) / rate) + " left" : QString();
-    const QStringList parts = {QString("%1 of %2 files").arg(mFilesDone).arg(mFiles),
-                               QString("%1 of %2").arg(humanSize(done), humanSize(mBytes)), mStage.load(),
-                               humanSize(rate) + "/s", left};
-    QString line = "[" + bar(done, mBytes) + "]";
-    const int width = terminalWidth() - 1; // the last column would begin a new line
-    for (const QString &part : parts) {
-        const QString longer = line + (line.endsWith(']') ? " " : ", ") + part;
-        if (!part.isEmpty() && longer.size() <= width)
-            line = longer;
-    }
-    return line.left(width);
+    const char *batchStage = mBatchStage;
+    return {mFilesDone,
+            mFiles,
+            mBytesDone,
+            mBytes,
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - mStart).count(),
+            batchStage ? batchStage : mStage.load()};
 }

@@ -11,6 +11,20 @@
 #include <mutex>
 #include <thread>
 
+/// How far a transfer is.
+struct ProgressState {
+    int filesDone;
+    int files;
+    qint64 bytesDone;
+    qint64 bytes;
+    double seconds; // since the start
+    QString stage;  // for example "flushing"
+};
+
+/// The line that shows @p state on a terminal of @p width columns, without wrapping: files, bytes, stage,
+/// rate and time left, as many as fit, and a bar if there is room for it.
+QString progressLine(const ProgressState &state, int width);
+
 /// A line on standard error that shows the progress of a transfer. Nothing is shown unless standard error is
 /// a terminal. A separate thread draws the line.
 class Progress
@@ -22,10 +36,15 @@ public:
     Progress &operator=(const Progress &) = delete;
 
     void addBytes(qint64 bytes) { mBytesDone += bytes; }
+    /// Sets the number of bytes that are done.
+    void setBytes(qint64 bytes) { mBytesDone = bytes; }
     /// Counts files as done, whether or not they were copied.
     void finishFiles(int files) { mFilesDone += files; }
-    /// Sets the current stage, for example "flushing".
+    /// Sets what is done with the current file, for example "copying".
     void setStage(const char *stage) { mStage = stage; }
+    /// Sets what is done with the files before it, for example "flushing"; nullptr if nothing is. This is
+    /// shown instead of what is done with the current file.
+    void setBatchStage(const char *stage) { mBatchStage = stage; }
 
     /// Erases the progress line, then calls @p printLines, which may write to standard output and standard
     /// error.
@@ -33,7 +52,7 @@ public:
 
 private:
     void drawRepeatedly();
-    QString line() const;
+    ProgressState state() const;
     void erase();
 
     const int mFiles;
@@ -41,7 +60,8 @@ private:
     const std::chrono::steady_clock::time_point mStart = std::chrono::steady_clock::now();
     std::atomic<int> mFilesDone{0};
     std::atomic<qint64> mBytesDone{0};
-    std::atomic<const char *> mStage{"copying"};
+    std::atomic<const char *> mStage{"starting"};
+    std::atomic<const char *> mBatchStage{nullptr};
     bool mIsDrawn = false;
     bool mIsEnding = false;
     std::mutex mMutex;

@@ -14,8 +14,12 @@ void setAction(void (*handler)(int))
     struct sigaction action = {};
     action.sa_handler = handler;
     action.sa_flags = SA_RESTART;
-    for (const int number : STOP_SIGNALS)
-        ::sigaction(number, &action, nullptr);
+    for (const int number : STOP_SIGNALS) {
+        struct sigaction current = {};
+        ::sigaction(number, nullptr, &current);
+        if (number != SIGHUP || current.sa_handler != SIG_IGN) // nohup(1)
+            ::sigaction(number, &action, nullptr);
+    }
 }
 
 void stop(int)
@@ -28,11 +32,7 @@ void stop(int)
 
 void catchStopSignals()
 {
-    struct sigaction hangup = {};
-    ::sigaction(SIGHUP, nullptr, &hangup);
     setAction(stop);
-    if (hangup.sa_handler == SIG_IGN) // nohup(1)
-        ::signal(SIGHUP, SIG_IGN);
 }
 
 bool isStopped()

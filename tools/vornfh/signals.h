@@ -3,7 +3,7 @@
 #define SIGNALS_H
 
 /// After this call, the first SIGINT, SIGTERM or SIGHUP no longer ends the tool; isStopped() reports it. A
-/// second one ends the tool at once. System calls are restarted.
+/// second one ends the tool at once. A SIGHUP that is ignored stays ignored. System calls are restarted.
 void catchStopSignals();
 
 bool isStopped();

@@ -134,11 +134,10 @@ QString durationText(qint64 seconds)
                           : QString("%1:%2:%3").arg(seconds / 3600).arg(minutes.rightJustified(2, '0'), rest);
 }
 
-QString bar(qint64 part, qint64 whole)
+QString bar(qint64 part, qint64 whole, int width)
 {
-    constexpr int WIDTH = 20;
-    const int filled = whole > 0 ? static_cast<int>(part * WIDTH / whole) : 0;
-    return QString(filled, '#') + QString(WIDTH - filled, '-');
+    const int filled = whole > 0 ? static_cast<int>(part * width / whole) : 0;
+    return QString(filled, '#') + QString(width - filled, '-');
 }
 
 QString timeText(const QDateTime &time)

@@ -37,7 +37,7 @@ QString timeText(const QDateTime &time);
 /// "0:05", "1:02:03".
 QString durationText(qint64 seconds);
 
-/// A bar of twenty characters for @p part of @p whole, "#####---------------".
-QString bar(qint64 part, qint64 whole);
+/// A bar of @p width characters for @p part of @p whole, "#####---------------".
+QString bar(qint64 part, qint64 whole, int width = 20);
 
 #endif // TEXT_H

@@ -13,6 +13,7 @@
 
 #include <memory>
 #include <optional>
+#include <vector>
 
 namespace {
 
@@ -36,19 +37,18 @@ ExitCode transferAll(const Request &request)
     requireWritable(request.storage);
     requireReadableFolder(request.storage.location);
     const int count = static_cast<int>(request.files.size());
+    std::vector<qint64> ends; // of the files, in the bytes of all
     qint64 bytes = 0;
     for (const std::string &file : request.files)
-        bytes += sizeOf(file);
+        ends.push_back(bytes += sizeOf(file));
     catchStopSignals();
     Progress progress(count, bytes);
     ProtectionCheck protection;
     QSet<QString> given;              // resolved paths
     std::optional<Transfer> transfer; // created, with its folder, once the first file has been opened
-    for (const std::string &file : request.files) {
-        if (isStopped())
-            break;
+    for (size_t i = 0; i < ends.size() && !isStopped(); ++i) {
         try {
-            const QString path = pathArgument(file);
+            const QString path = pathArgument(request.files[i]);
             const QString resolved = withResolvedFolder(path);
             if (storageOf(resolved, request.protecting))
                 protection.requireUnprotected(path, resolved);
@@ -64,6 +64,7 @@ ExitCode transferAll(const Request &request)
             progress.print([&failure] { printError(QString::fromUtf8(failure.what())); });
             progress.finishFiles(1);
         }
+        progress.setBytes(ends[i]); // not all are copied: holes, files that are renamed or already there
     }
     const int done = transfer ? transfer->finish() : 0;
     if (done < count)
