@@ -337,10 +337,9 @@ void writeIndex(const Job &job, const QVector<Part> &parts)
 
 Job jobOf(const Storage &storage, const Request &request)
 {
-    static const QString TITLES[] = {"Internal memory", "SD card", "USB storage"};
     constexpr qint64 MIB = 1 << 20;
     Job job = {outputPath(request), {}, foldersOf(storage), request.pageSize * MIB, request.isProbing};
-    job.header = {TITLES[storage.type], storage.location, capacityOf(storage, deviceOf(storage)), {}, {}};
+    job.header = {storage.title, storage.location, capacityOf(storage, deviceOf(storage)), {}, {}};
     for (const Folder &folder : job.folders)
         job.header.totals.add(folder.totals);
     return job;
