@@ -146,10 +146,11 @@ QByteArray dataUri(const QString &path, qint64 limit)
          size += static_cast<int>(std::max<ssize_t>(count, 0)))
         count = ::pread(file.get(), data.data() + size, static_cast<size_t>(data.size() - size), size);
     data.truncate(size);
-    const char *type = data.startsWith("\xff\xd8\xff") ? "jpeg"
-                       : data.startsWith("\x89PNG")    ? "png"
-                                                       : nullptr;
-    return type ? QByteArray("data:image/") + type + ";base64," + data.toBase64() : QByteArray();
+    switch (imageFormat(data)) {
+    case ImageFormat::Jpeg: return "data:image/jpeg;base64," + data.toBase64();
+    case ImageFormat::Png: return "data:image/png;base64," + data.toBase64();
+    default: return QByteArray();
+    }
 }
 
 /// The picture of @p item, which is the file @p path.
