@@ -43,6 +43,7 @@ struct Scenario {
     Tree setup; ///< "sd/" and "usb/" are the disks; "filler BYTES" leaves as many bytes free on "sd/"
     QByteArrayList arguments; ///< of the tool; "host" for the program that does without it
     int exitCode = 0;
+    Tree unflushed = {}; ///< made while the disks are recorded, before the tool starts
 
     int disks() const { return arguments.contains("usb") || arguments.contains("@/usb/page.html") ? 2 : 1; }
 };
@@ -148,6 +149,7 @@ Recorded record(const ToolRun &tool, const Scenario &scenario)
             disks.append(recorder.disk(disk));
         const Loops loops = loopsOf(disks);
         const MountedDisks mounted(loops, tool.path());
+        setUp(tool, scenario.unflushed);
         QProcess process;
         process.setStandardOutputFile(recorder.reportFile());
         if (scenario.arguments.first() == "host") {
@@ -567,6 +569,8 @@ void PowerCutTest::reportedIsKept_data()
                                                     CARD + Tree{"usb/page.html = other"},
                                                     {"gallery", "sd", "-o", "@/usb/page.html", "--force"}});
     row("gallery", Scenario{Scenario::Whole, CARD, {"gallery", "sd", "-o", "@/usb/page.html"}});
+    row("gallery-in-a-new-folder",
+        Scenario{Scenario::MkPath, CARD, {"gallery", "sd", "-o", "@/sd/out/page.html"}, 0, {"sd/out/"}});
 }
 
 void PowerCutTest::reportedIsKept()

@@ -373,6 +373,7 @@ ExitCode writeGallery(const Storage &storage, const Request &request)
         count = parts.size();
     }
     pages.removePages(count + 1);
+    flushWithFolders({QFileInfo(job.path).canonicalFilePath()});
     printDone(printable(job.path));
     return DONE;
 }
