@@ -607,6 +607,10 @@ void PowerCutTest::problemsOfTheFileSystemAreReported_data()
     row("delete", QByteArrayList{"delete", "@/sd/DCIM/100ABC/DCF_0001.jpg"}, true);
     row("rmdir", QByteArrayList{"rmdir", "sd", "100ABC", "--yes"}, true);
     row("wipe", QByteArrayList{"wipe", "sd", "--yes"}, true);
+    row("prune", QByteArrayList{"prune", "sd", "--keep-last", "1"}, true);
+    row("protect", QByteArrayList{"protect", "@/sd/DCIM/100ABC"}, true);
+    row("unprotect", QByteArrayList{"unprotect", "@/sd/DCIM/100ABC"}, true);
+    row("gallery", QByteArrayList{"gallery", "sd", "-o", "@/sd/page.html"}, true);
 }
 
 /// ext4 turns read-only after an error; FAT and exFAT were not unmounted.
@@ -617,7 +621,8 @@ void PowerCutTest::problemsOfTheFileSystemAreReported()
     const bool isJournaled = fileSystem() == "ext4";
     const QByteArray problem =
         isJournaled ? "the kernel has made the file system read-only after an error; unmount and check it"
-                    : "the file system was not unmounted properly; unmount and check it";
+                    : "the kernel has reported since the system started that the file system was not "
+                      "unmounted properly; unmount and check it";
     const ToolRun tool;
     tool.make({"work/", "a.jpg = a"});
     const TmpfsMount memory(tool.path() + "/work", "size=256m");
@@ -643,6 +648,8 @@ void PowerCutTest::problemsOfTheFileSystemAreReported()
     const Outcome outcome = tool.runOnStorages(arguments);
     const QByteArray &where = isWriting ? outcome.err : outcome.out;
     QVERIFY2(where.contains(problem), toString(outcome));
+    if (!isWriting)
+        QCOMPARE(outcome.out.contains(", read-only\n"), isJournaled);
     QCOMPARE(outcome.exitCode, isWriting && isJournaled ? 1 : 0);
 }
 

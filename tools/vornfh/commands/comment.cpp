@@ -3,6 +3,7 @@
 #include "device.h"
 #include "durable.h"
 #include "files.h"
+#include "folders.h"
 #include "media.h"
 #include "paths.h"
 #include "signals.h"
@@ -195,6 +196,7 @@ ExitCode writeComment(const QString &given, const QString &text)
     Exiv2::LogMsg::setLevel(Exiv2::LogMsg::mute);
     reportProblems(path);
     removeLeftovers(photo.folder());
+    reportUnreadable(photo.folder());
     const Descriptor copy = photo.inMemory();
     writeCommentTo(copy, path, text);
     photo.replaceContent(copy.get());

@@ -89,6 +89,7 @@ Items itemsIn(const QString &folder)
 {
     const QList<QFileInfo> files =
         VornFileHandler::getDirectoryContents(folder, QStringList(), QDir::Time | QDir::Reversed);
+    requireReadToEnd(folder);
     QHash<QString, qint64> thumbnails; // the sizes, by the name without the extension
     QSet<QString> illustrated;
     for (const QFileInfo &file : files) {
@@ -360,6 +361,7 @@ ExitCode writeGallery(const Storage &storage, const Request &request)
     const Job job = jobOf(storage, request);
     const PageFolder pages(job.path);
     reportProblems(QFileInfo(job.path).path());
+    reportUnreadable(QFileInfo(job.path).path());
     catchStopSignals();
     int count = 0;
     if (job.isOnePage()) {

@@ -24,6 +24,7 @@ ExitCode printNext(const Storage &storage, const MediaType &type)
     const QString folder = QFileInfo(path).path();
     requireFolder(folder);
     requireReadable(folder);
+    reportUnreadable(folder);
     printLine(path);
     return DONE;
 }
