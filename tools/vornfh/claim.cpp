@@ -103,15 +103,16 @@ private:
 
 } // namespace
 
-void createRecordingFolder(const Storage &storage, eFileTypes type)
+QString createRecordingFolder(const Storage &storage, eFileTypes type)
 {
     const Numbering numbering = numberingOf(storage);
     if (QFileInfo(QFileInfo(nextPath(storage, numbering, type)).path()).isDir())
-        return;
+        return QString();
     createFolder(storage.location);
     const LocationLock lock(storage.location);
-    const int folder = createNextFolder(storage, type).folder;
-    flushWithFolders({VornFileHandler::getDirPath(storage.type, folder)});
+    const QString folder = VornFileHandler::getDirPath(storage.type, createNextFolder(storage, type).folder);
+    flushWithFolders({folder});
+    return folder;
 }
 
 int fileNumber(const QString &path)

@@ -11,7 +11,6 @@
 #include <QJsonObject>
 
 #include <algorithm>
-#include <cstdio>
 #include <map>
 #include <memory>
 
@@ -198,7 +197,7 @@ ExitCode list(const Storage &storage, const Request &request)
                                                      : std::make_unique<TablePrinter>(storage);
     for (const QStringList &extensions : passesOf(request)) {
         for (const QFileInfo &info : folders) {
-            if (std::ferror(stdout) != 0) // such as a pipe whose reader has ended
+            if (isOutputLost()) // such as a pipe whose reader has ended
                 return FAILED;
             const QString folder = info.absoluteFilePath();
             const auto plain = listPlainFiles(folder, extensions);
