@@ -49,6 +49,7 @@ struct Scenario {
     Tree setup; ///< "sd/" and "usb/" are the disks; "filler BYTES" leaves as many bytes free on "sd/"
     QByteArrayList arguments; ///< of the tool; "host" for the program that does without it
     int exitCode = 0;
+    Tree unflushed = {};      ///< made while the disks are recorded, before the tool starts
     QByteArray killedAt = {}; ///< ffmpeg is killed when this file has content
 
     int disks() const { return arguments.contains("usb") || arguments.contains("@/usb/page.html") ? 2 : 1; }
@@ -185,6 +186,7 @@ Recorded record(const ToolRun &tool, const Scenario &scenario)
             disks.append(recorder.disk(disk));
         const Loops loops = loopsOf(disks);
         const MountedDisks mounted(loops, tool.path());
+        setUp(tool, scenario.unflushed);
         QProcess process;
         process.setStandardOutputFile(recorder.reportFile());
         if (scenario.arguments.first() == "host") {
@@ -547,6 +549,7 @@ void PowerCutTest::reportedIsKept_data()
                                                   CARD,
                                                   {"record", "sd", "--type", "avi", "--duration", "60"},
                                                   1,
+                                                  {},
                                                   "sd/DCIM/100ABC/DCF_0003.avi"});
 
     row("copy-within-the-card",
@@ -647,6 +650,8 @@ void PowerCutTest::reportedIsKept_data()
                          + Tree{"sd/DCIM/101ABC/DCF_0001.wav = three", "gallery",
                                 "sd/DCIM/101ABC/DCF_0001.wav is gone"},
                      {"gallery", "sd", "-o", "@/usb/page.html", "--page-size", "1"}});
+    row("gallery-in-a-new-folder",
+        Scenario{Scenario::MkPath, CARD, {"gallery", "sd", "-o", "@/sd/out/page.html"}, 0, {"sd/out/"}});
 }
 
 void PowerCutTest::reportedIsKept()
@@ -683,6 +688,10 @@ void PowerCutTest::problemsOfTheFileSystemAreReported_data()
     row("delete", QByteArrayList{"delete", "@/sd/DCIM/100ABC/DCF_0001.jpg"}, true);
     row("rmdir", QByteArrayList{"rmdir", "sd", "100ABC", "--yes"}, true);
     row("wipe", QByteArrayList{"wipe", "sd", "--yes"}, true);
+    row("prune", QByteArrayList{"prune", "sd", "--keep-last", "1"}, true);
+    row("protect", QByteArrayList{"protect", "@/sd/DCIM/100ABC"}, true);
+    row("unprotect", QByteArrayList{"unprotect", "@/sd/DCIM/100ABC"}, true);
+    row("gallery", QByteArrayList{"gallery", "sd", "-o", "@/sd/page.html"}, true);
 }
 
 /// ext4 turns read-only after an error; FAT and exFAT were not unmounted.
@@ -693,7 +702,8 @@ void PowerCutTest::problemsOfTheFileSystemAreReported()
     const bool isJournaled = fileSystem() == "ext4";
     const QByteArray problem =
         isJournaled ? "the kernel has made the file system read-only after an error; unmount and check it"
-                    : "the file system was not unmounted properly; unmount and check it";
+                    : "the kernel has reported since the system started that the file system was not "
+                      "unmounted properly; unmount and check it";
     const ToolRun tool;
     tool.make({"work/", "a.jpg = a"});
     const TmpfsMount memory(tool.path() + "/work", "size=256m");
@@ -719,6 +729,8 @@ void PowerCutTest::problemsOfTheFileSystemAreReported()
     const Outcome outcome = tool.runOnStorages(arguments);
     const QByteArray &where = isWriting ? outcome.err : outcome.out;
     QVERIFY2(where.contains(problem), toString(outcome));
+    if (!isWriting)
+        QCOMPARE(outcome.out.contains(", read-only\n"), isJournaled);
     QCOMPARE(outcome.exitCode, isWriting && isJournaled ? 1 : 0);
 }
 

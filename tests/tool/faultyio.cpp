@@ -1,10 +1,15 @@
 // SPDX-License-Identifier: MIT
 // A device that fails. Preloaded into vornfh, this library makes calls of the C library fail for the files
 // below a folder. The programs that vornfh starts are not affected. Environment variables:
-//   FAULTY_CALL     what fails: read, write, ftruncate, fsync, syncfs, close, rename, unlink, mkdir, fstatat
-//   or any FAULTY_NUMBER   which of these calls fails, counted from 1; none if it is 0 FAULTY_ONWARDS  if it
-//   is set, all later ones fail too FAULTY_ERROR    the error number FAULTY_FOLDER   the folder FAULTY_LOG a
-//   file to which the path of each failed call is written, one a line
+//
+//   FAULTY_CALL     what fails: read, write, ftruncate, fsync, syncfs, close, rename, unlink, mkdir, fstatat,
+//                   readdir, or any of these but readdir
+//   FAULTY_NUMBER   which of these calls fails, counted from 1; none if it is 0
+//   FAULTY_ONWARDS  if it is set, all later ones fail too
+//   FAULTY_ERROR    the error number
+//   FAULTY_FOLDER   the folder
+//   FAULTY_LOG      a file to which the path of each failed call is written, one a line
+//
 // Each word stands for all functions with that effect. close() counts only for a descriptor to which the tool
 // has written: no other can lose anything. Data is transferred in parts of at most 8 KiB, so that files of
 // moderate size take several calls.
@@ -19,6 +24,7 @@
 #include <cstring>
 #include <string>
 
+#include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <stdio_ext.h>
@@ -95,7 +101,7 @@ template <typename File>
 bool fails(const char *call, File file)
 {
     static const Fault fault;
-    if (fault.call != call && fault.call != "any")
+    if (fault.call != call && (fault.call != "any" || std::strcmp(call, "readdir") == 0))
         return false;
     const std::string path = pathOf(file);
     if (path.compare(0, fault.folder.size(), fault.folder) != 0)
@@ -104,7 +110,7 @@ bool fails(const char *call, File file)
     if (fault.number == 0 || (fault.isLasting ? count < fault.number : count != fault.number))
         return false;
     const int log = ::open(fault.log.c_str(), O_CREAT | O_APPEND | O_WRONLY | O_CLOEXEC, 0666);
-    ::dprintf(log, "%s\n", path.c_str());
+    ::dprintf(log, "%s\n", path.substr(0, path.find_last_not_of('/') + 1).c_str());
     ::close(log);
     errno = fault.error;
     return true;
@@ -295,6 +301,20 @@ int fstatat(int folder, const char *name, struct stat *status, int flags) noexce
     static const auto next = real<int(int, const char *, struct stat *, int)>("fstatat");
     return fails("fstatat", (pathOf(folder) + "/" + name + "/").c_str()) ? -1
                                                                          : next(folder, name, status, flags);
+}
+
+// FAULTY_FOLDER may be the folder itself. Qt calls the second one.
+
+dirent *readdir(DIR *folder)
+{
+    static const auto next = real<dirent *(DIR *)>("readdir");
+    return fails("readdir", (pathOf(::dirfd(folder)) + "/").c_str()) ? nullptr : next(folder);
+}
+
+dirent64 *readdir64(DIR *folder)
+{
+    static const auto next = real<dirent64 *(DIR *)>("readdir64");
+    return fails("readdir", (pathOf(::dirfd(folder)) + "/").c_str()) ? nullptr : next(folder);
 }
 
 int mkdir(const char *path, mode_t mode) noexcept

@@ -300,6 +300,8 @@ private slots:
     void doesNotReportARecordingWithLostData();
     void namesAnEntryThatCannotBeRead_data();
     void namesAnEntryThatCannotBeRead();
+    void failsIfAFolderCannotBeReadToItsEnd_data();
+    void failsIfAFolderCannotBeReadToItsEnd();
 };
 
 void VornfhFaultsTest::survivesEveryFault_data()
@@ -531,14 +533,29 @@ void VornfhFaultsTest::namesAnEntryThatCannotBeRead_data()
     QTest::addColumn<QByteArrayList>("arguments");
     QTest::addColumn<QByteArray>("out");
     QTest::addColumn<QByteArray>("err");
+    QTest::addColumn<QByteArray>("entry");
+    const auto row = [](const char *name, const QByteArrayList &arguments, const QByteArray &out,
+                        const QByteArray &err, const QByteArray &entry = "sd/DCIM/100ABC/DCF_0002.jpg") {
+        QTest::newRow(name) << arguments << out << err << entry;
+    };
+    const QByteArray photo = "sd/DCIM/100ABC/DCF_0001.jpg";
     const QByteArray problem = "@/sd/DCIM/100ABC/DCF_0002.jpg: cannot be read: Input/output error";
-    row("status", QByteArrayList{"status", "sd"}, "\n  problem         " + problem + "\n", QByteArray());
-    row("record", QByteArrayList{"record", "sd", "--type", "wav", "--duration", "0.1"},
-        QByteArray("@/sd/DCIM/100ABC/DCF_0003.wav\n"), errorLines({problem}));
-    row("copy", QByteArrayList{"copy", "in/a.jpg", "sd", "100ABC"},
-        QByteArray("@/in/a.jpg -> @/sd/DCIM/100ABC/a.jpg\n"), errorLines({problem}));
-    row("move", QByteArrayList{"move", "in/a.jpg", "sd", "100ABC"},
-        QByteArray("@/in/a.jpg -> @/sd/DCIM/100ABC/a.jpg\n"), errorLines({problem}));
+    row("status", {"status", "sd"}, "\n  problem         " + problem + "\n", "");
+    row("next", {"next", "sd", "jpg"}, "@/sd/DCIM/100ABC/DCF_0003.jpg\n", errorLines({problem}));
+    row("record", {"record", "sd", "--type", "wav", "--duration", "0.1"}, "@/sd/DCIM/100ABC/DCF_0003.wav\n",
+        errorLines({problem}));
+    row("copy", {"copy", "in/a.jpg", "sd", "100ABC"}, "@/in/a.jpg -> @/sd/DCIM/100ABC/a.jpg\n",
+        errorLines({problem}));
+    row("move", {"move", "in/a.jpg", "sd", "100ABC"}, "@/in/a.jpg -> @/sd/DCIM/100ABC/a.jpg\n",
+        errorLines({problem}));
+    row("comment", {"comment", photo, "text"}, "", errorLines({problem}));
+    row("delete", {"delete", photo}, "@/" + photo + "\n", errorLines({problem}));
+    row("protect", {"protect", photo}, "@/" + photo + "\n", errorLines({problem}));
+    row("unprotect", {"unprotect", photo}, "@/" + photo + "\n", errorLines({problem}));
+    row("gallery", {"gallery", "sd", "-o", "sd/DCIM/100ABC/page.html"}, "@/sd/DCIM/100ABC/page.html\n",
+        errorLines({problem}));
+    row("mkdir", {"mkdir", "sd", "new"}, "@/sd/DCIM/new\n",
+        errorLines({"@/sd/DCIM/MISC: cannot be read: Input/output error"}), "sd/DCIM/MISC");
 }
 
 void VornfhFaultsTest::namesAnEntryThatCannotBeRead()
@@ -546,12 +563,70 @@ void VornfhFaultsTest::namesAnEntryThatCannotBeRead()
     QFETCH(QByteArrayList, arguments);
     QFETCH(QByteArray, out);
     QFETCH(QByteArray, err);
-    const Situation situation = {
-        {"in/a.jpg = a", "sd/DCIM/100ABC/DCF_0001.jpg", "sd/DCIM/100ABC/DCF_0002.jpg"}, arguments, false};
-    const Run run = runWith({"fstatat", 1, true, EIO}, situation, "sd/DCIM/100ABC/DCF_0002.jpg");
+    QFETCH(QByteArray, entry);
+    const Situation situation = {{"in/a.jpg = a",
+                                  "sd/DCIM/100ABC/DCF_0001.jpg = " + pictureData("jpg", QSize(32, 24)),
+                                  "sd/DCIM/100ABC/DCF_0002.jpg", "sd/DCIM/MISC/"},
+                                 arguments,
+                                 false};
+    const Run run = runWith({"fstatat", 1, true, EIO}, situation, entry);
     QCOMPARE(run.outcome.exitCode, 0);
     QVERIFY2(run.outcome.out.endsWith(out), run.outcome.out);
     QCOMPARE(run.outcome.err, err);
+}
+
+void VornfhFaultsTest::failsIfAFolderCannotBeReadToItsEnd_data()
+{
+    QTest::addColumn<QByteArrayList>("arguments");
+    QTest::addColumn<QByteArray>("folder");
+    QTest::addColumn<int>("number"); // of the entry that cannot be read, counted from "."
+    QTest::addColumn<QByteArray>("out");
+    QTest::addColumn<QByteArray>("err");
+    const auto row = [](const QByteArray &name, const QByteArrayList &arguments, const QByteArray &folder,
+                        const QByteArray &out = "") {
+        const QByteArray err = out.isEmpty() ? errorLines({"@/" + folder + ": Input/output error"}) : "";
+        for (const int number : {1, 4})
+            QTest::addRow("%s-%d", name.constData(), number) << arguments << folder << number << out << err;
+    };
+    const QByteArray numbered = "sd/DCIM/100ABC";
+    const QByteArray finding = "@/" + numbered + ": cannot be read: Input/output error\n";
+    row("list", {"list", "sd"}, numbered);
+    row("list-of-images", {"list", "sd", "--images"}, numbered);
+    row("list-of-names-outside-ascii", {"list", "sd", "--filter", "other"}, "sd/DCIM/MISC");
+    row("folders", {"folders", "sd"}, numbered);
+    row("folders-json", {"folders", "sd", "--json"}, numbered);
+    row("count", {"count", "sd"}, numbered);
+    row("count-json", {"count", "sd", "--json"}, numbered);
+    row("gallery", {"gallery", "sd", "-o", "page.html"}, numbered);
+    row("check", {"check", "sd"}, numbered, finding);
+    row("prune", {"prune", "sd", "--keep-last", "1"}, numbered);
+    const QByteArray location = "sd/DCIM";
+    row("list-of-the-location", {"list", "sd"}, location);
+    row("folders-of-the-location", {"folders", "sd"}, location);
+    row("count-of-the-location", {"count", "sd"}, location);
+    row("gallery-of-the-location", {"gallery", "sd", "-o", "page.html"}, location);
+    row("check-of-the-location", {"check", "sd"}, location);
+    row("prune-of-the-location", {"prune", "sd", "--keep-last", "1"}, location);
+    row("protect-of-the-location", {"protect", "sd/DCIM/100ABC"}, location);
+}
+
+/// An error while a folder is read is not the end of the folder.
+void VornfhFaultsTest::failsIfAFolderCannotBeReadToItsEnd()
+{
+    QFETCH(QByteArrayList, arguments);
+    QFETCH(QByteArray, folder);
+    QFETCH(int, number);
+    QFETCH(QByteArray, out);
+    QFETCH(QByteArray, err);
+    const Situation situation = {{"sd/DCIM/100ABC/DCF_0001.jpg = 1", "sd/DCIM/100ABC/DCF_0002.jpg = 2",
+                                  "sd/DCIM/MISC/a.jpg = a", "sd/DCIM/MISC/\xc3\xa4.jpg = b"},
+                                 arguments,
+                                 false};
+    const Run run = runWith({"readdir", number, true, EIO}, situation, folder);
+    QCOMPARE(run.outcome.exitCode, 1);
+    QVERIFY2(run.outcome.out.startsWith(out), run.outcome.out);
+    QVERIFY2(run.outcome.err.startsWith(err), run.outcome.err);
+    QCOMPARE(run.after, run.before);
 }
 
 QTEST_GUILESS_MAIN(VornfhFaultsTest)

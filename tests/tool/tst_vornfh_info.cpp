@@ -90,17 +90,19 @@ void makeImage(const QString &path)
         makePicture(path, QSize(64, 48));
 }
 
-/// One grey pixel.
-const QByteArray BIG_ENDIAN_TIFF =
-    QByteArray::fromHex("4d4d002a0000000a"         // header
-                        "8000"                     // the pixel
-                        "0005"                     // directory: width, height,
-                        "010000030000000100010000" // photometric interpretation,
-                        "010100030000000100010000" // offset and size of the pixel
-                        "010600030000000100010000"
-                        "011100040000000100000008"
-                        "011700040000000100000001"
-                        "00000000");
+/// One grey pixel. @p entry is another entry of the directory, of 12 bytes in hexadecimal.
+QByteArray bigEndianTiff(const QByteArray &entry = QByteArray())
+{
+    return QByteArray::fromHex("4d4d002a0000000a"                                // header
+                               "8000"                                            // the pixel
+                               + QByteArray(entry.isEmpty() ? "0005" : "0006") + // directory: width, height,
+                               "010000030000000100010000" // photometric interpretation,
+                               "010100030000000100010000" // offset and size of the pixel
+                               "010600030000000100010000"
+                               "011100040000000100000008"
+                               "011700040000000100000001"
+                               + entry + "00000000");
+}
 
 /// The start of an AVI file whose recording was killed.
 const QByteArray UNCLOSED_AVI = QByteArray::fromHex("52494646ffffffff41564920"  // RIFF, the size, AVI
@@ -369,7 +371,7 @@ void VornfhInfoTest::formatIsReadFromTheContent()
     const QString path = tool.path() + "/" + file;
     makeImage(tool.path() + "/" + made);
     if (made.isEmpty())
-        writeFile(path, BIG_ENDIAN_TIFF);
+        writeFile(path, bigEndianTiff());
     else if (made != file)
         QVERIFY(QFile::rename(tool.path() + "/" + made, path));
     QCOMPARE(tool.run({"comment", file, "At the lake"}), tool.success());
@@ -443,10 +445,11 @@ void VornfhInfoTest::aRefusedCommentChangesNothing_data()
     row("empty-file", "empty.jpg", "x", "@/empty.jpg" + otherFormat);
     row("jpeg-cut-off-after-its-first-bytes", "cut.jpg", "x",
         "@/cut.jpg: the comment cannot be written: Failed to read image data");
-    row("damaged-png-signature", "damaged.png", "x",
-        "@/damaged.png: the comment cannot be written: @/damaged.png: The file contains data of an unknown "
-        "image "
-        "type");
+    row("damaged-png-signature", "damaged.png", "x", "@/damaged.png" + otherFormat);
+    const QByteArray raw = ": is a raw photo, not a TIFF image";
+    row("cr2", "a.cr2", "x", "@/a.cr2" + raw);
+    row("dng", "a.dng", "x", "@/a.dng" + raw);
+    row("raw-photo-whose-first-image-is-a-preview", "a.nef", "x", "@/a.nef" + raw);
     row("missing", "none.jpg", "x", "none.jpg: No such file or directory");
     row("folder", "folder", "x", "@/folder: is not a regular file");
 }
@@ -463,6 +466,9 @@ void VornfhInfoTest::aRefusedCommentChangesNothing()
     writeFile(tool.path() + "/killed.jpg", UNCLOSED_AVI);
     writeFile(tool.path() + "/cut.jpg", QByteArray::fromHex("ffd8ffe0"));
     writeFile(tool.path() + "/damaged.png", "\x89PNG and not what comes next");
+    writeFile(tool.path() + "/a.cr2", QByteArray::fromHex("49492a001000000043520200") + QByteArray(64, '\0'));
+    writeFile(tool.path() + "/a.dng", bigEndianTiff("c61200010000000401040000"));
+    writeFile(tool.path() + "/a.nef", bigEndianTiff("00fe00040000000100000001"));
     makePicture(tool.path() + "/a.jpg", QSize(64, 48));
     makeVideo(tool.path() + "/a.avi", QSize(64, 48));
     const Tree before = treeWithContents(tool.path());

@@ -91,11 +91,13 @@ void VornfhOutputTest::aChangeThatCannotBePrinted_data()
     QTest::addColumn<QByteArrayList>("notices");
     QTest::addColumn<Tree>("added");
     QTest::addColumn<Tree>("deleted");
+    QTest::addColumn<Tree>("entries"); // that are there before
     const auto row = [](const QByteArray &name, const QStringList &arguments, const QByteArrayList &done,
-                        const Tree &added, const Tree &deleted = {}, const QByteArrayList &notices = {}) {
+                        const Tree &added, const Tree &deleted = {}, const QByteArrayList &notices = {},
+                        const Tree &entries = {}) {
         for (const auto &output : OUTPUTS)
             QTest::newRow(name + "-" + output.first)
-                << arguments << output.second << done << notices << added << deleted;
+                << arguments << output.second << done << notices << added << deleted << entries;
     };
     const QByteArray copies = "sd/DCIM/101ABC/";
     const QByteArrayList copied = {"@/a.jpg -> @/" + copies + "a.jpg", "@/b.jpg -> @/" + copies + "b.jpg"};
@@ -116,6 +118,16 @@ void VornfhOutputTest::aChangeThatCannotBePrinted_data()
     row("wipe", {"wipe", "sd", "--yes"}, {"@/sd/DCIM: deleted 1 file and 1 folder, 1 B"}, {},
         {"sd/DCIM/", recordings, recordings + "DCF_0001.jpg = x"},
         {"@/sd/DCIM: will delete 1 file and 1 folder, 1 B"});
+    row("next-in-a-new-folder", {"next", "usb", "jpg"}, {"@/usb/DCIM/100ABC"}, {"usb/DCIM/100ABC/"});
+    const QByteArray oldest = "usb/DCIM/100ABC/DCF_0001.jpg";
+    const Tree two = {oldest + " = x", "usb/DCIM/100ABC/DCF_0002.jpg = yz"};
+    row("prune", {"prune", "usb", "--keep-last", "1"}, {"@/" + oldest}, {}, {oldest + " = x"}, {}, two);
+    row("prune-json", {"prune", "usb", "--keep-last", "1", "--json"}, {"@/" + oldest}, {}, {oldest + " = x"},
+        {}, two);
+    row("prune-that-is-not-enough", {"prune", "usb", "--max-size", "1", "--json"}, {}, {}, {},
+        {"@/usb/DCIM: the objects take 2 B instead of 1 B; no other object may be deleted"}, {two[1]});
+    row("protect", {"protect", "sd/DCIM/100ABC"}, {"@/" + recordings + "DCF_0001.jpg"}, {});
+    row("unprotect", {"unprotect", "sd/DCIM/100ABC"}, {"@/" + recordings + "DCF_0001.jpg"}, {});
 }
 
 void VornfhOutputTest::aChangeThatCannotBePrinted()
@@ -126,10 +138,11 @@ void VornfhOutputTest::aChangeThatCannotBePrinted()
     QFETCH(QByteArrayList, notices);
     QFETCH(Tree, added);
     QFETCH(Tree, deleted);
+    QFETCH(Tree, entries);
     StandIns programs;
     programs.add("ffmpeg", "for target; do :; done\necho data > \"${target#file:}\"");
     const ToolRun tool;
-    tool.make(Tree{"a.jpg = x", "b.jpg = y", "usb/DCIM/"} + onCard({"100ABC/DCF_0001.jpg = x"}));
+    tool.make(Tree{"a.jpg = x", "b.jpg = y", "usb/DCIM/"} + onCard({"100ABC/DCF_0001.jpg = x"}) + entries);
     Tree expected = treeWithContents(tool.path()) + added;
     for (const QByteArray &entry : deleted)
         expected.removeOne(entry);

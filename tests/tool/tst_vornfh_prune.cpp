@@ -67,6 +67,8 @@ private slots:
     void keepsWhatIsBeingWritten_data();
     void keepsWhatIsBeingWritten();
     void keepsARecordingBeforeItsFirstByte();
+    void stopsAtASignal_data();
+    void stopsAtASignal();
     void printsJson();
     void refusesWrongCommandLines_data();
     void refusesWrongCommandLines();
@@ -228,6 +230,43 @@ void VornfhPruneTest::keepsARecordingBeforeItsFirstByte()
     process.terminate();
     QCOMPARE(ToolRun::finish(process).exitCode, 1);
     QCOMPARE(tree(tool.path()), onCard({"100ABC/", "100ABC/DCF_0002.jpg"}));
+}
+
+void VornfhPruneTest::stopsAtASignal_data()
+{
+    QTest::addColumn<QByteArrayList>("policies");
+    QTest::addColumn<QByteArray>("out");
+    QTest::addColumn<QByteArrayList>("messages");
+    const QByteArrayList interrupted = {"interrupted after deleting 2 objects"};
+    row("before-the-next-folder", QByteArrayList{"--keep-last", "1"}, FIRST + SECOND, interrupted);
+    row("before-the-next-folder-json", QByteArrayList{"--keep-last", "1", "--json"}, FIRST + SECOND,
+        interrupted);
+    row("during-the-last-batch", QByteArrayList{"--keep-last", "2"}, FIRST + SECOND + FOLDER,
+        QByteArrayList());
+}
+
+void VornfhPruneTest::stopsAtASignal()
+{
+    QFETCH(QByteArrayList, policies);
+    QFETCH(QByteArray, out);
+    QFETCH(QByteArrayList, messages);
+    ToolRun tool;
+    tool.make(onCard(FOUR));
+    Tree expected = tree(tool.path());
+    for (const QByteArray &line : out.split('\n'))
+        expected.removeAll(line.mid(2) + (line.endsWith("ABC") ? "/" : ""));
+    if (!tool.runBefore("unlink", "kill -TERM $PPID"))
+        QSKIP("nothing can be preloaded");
+    Outcome outcome = tool.runOnStorages(QByteArrayList{"prune", "sd"} + policies);
+    if (policies.contains("--json")) {
+        const QJsonObject object = outcome.json().object();
+        QCOMPARE(object["met"], QJsonValue(false));
+        outcome.out.clear();
+        for (const QJsonValue &path : object["deleted"].toArray())
+            outcome.out += path.toString().toUtf8() + "\n";
+    }
+    QCOMPARE(outcome, messages.isEmpty() ? tool.success(out) : tool.failure(messages, out));
+    QCOMPARE(tree(tool.path()), expected);
 }
 
 void VornfhPruneTest::printsJson()

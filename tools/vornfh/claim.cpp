@@ -7,7 +7,6 @@
 #include "folders.h"
 #include "media.h"
 #include "numbering.h"
-#include "output.h"
 #include "signals.h"
 
 #include <cerrno>
@@ -42,8 +41,7 @@ private:
 
 bool isOccupied(const QString &folder)
 {
-    struct stat status = {};
-    return readLinkStatus(folder, status) && !QFileInfo(folder).isDir();
+    return isEntry(folder) && !QFileInfo(folder).isDir();
 }
 
 /// Creates the numbered folder @p folder, or the next one whose name is not taken by a file. Returns its
@@ -67,12 +65,6 @@ Numbering createNextFolder(const Storage &storage, eFileTypes type)
         numbering.lastFile = 0;
     numbering.folder = folder;
     return numbering;
-}
-
-bool hasThumbnail(const QString &path)
-{
-    struct stat status = {};
-    return readLinkStatus(thumbnailOf(path), status);
 }
 
 /// Steps through the numbers of a storage device, starting with the one that the library returns.
@@ -111,15 +103,16 @@ private:
 
 } // namespace
 
-void createRecordingFolder(const Storage &storage, eFileTypes type)
+QString createRecordingFolder(const Storage &storage, eFileTypes type)
 {
     const Numbering numbering = numberingOf(storage);
     if (QFileInfo(QFileInfo(nextPath(storage, numbering, type)).path()).isDir())
-        return;
+        return QString();
     createFolder(storage.location);
     const LocationLock lock(storage.location);
-    const int folder = createNextFolder(storage, type).folder;
-    flushWithFolders({VornFileHandler::getDirPath(storage.type, folder)});
+    const QString folder = VornFileHandler::getDirPath(storage.type, createNextFolder(storage, type).folder);
+    flushWithFolders({folder});
+    return folder;
 }
 
 int fileNumber(const QString &path)
@@ -133,13 +126,12 @@ QString claimPath(const Storage &storage, eFileTypes type)
     createFolder(storage.location);
     const LocationLock lock(storage.location);
     NumberCounter counter(storage, type);
-    for (const QString &problem : unreadableEntries(QFileInfo(counter.path()).path()))
-        printError(problem);
+    reportUnreadable(QFileInfo(counter.path()).path());
     for (;; counter.advance()) {
         const QString folder = QFileInfo(counter.path()).path();
         requireFolder(folder);
         requireReadable(folder);
-        if (!isNumberTaken(counter.path()) && !hasThumbnail(counter.path())
+        if (!isNumberTaken(counter.path()) && !isEntry(thumbnailOf(counter.path()))
             && createExclusively(counter.path()))
             return counter.path();
     }

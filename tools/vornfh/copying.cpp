@@ -114,8 +114,7 @@ Transfer::Transfer(const Storage &storage, const QString &folder, Mode mode, Pro
         createFolder(mPath);
         lock();
         removeLeftovers(mPath);
-        for (const QString &problem : unreadableEntries(mPath))
-            printError(problem);
+        reportUnreadable(mPath);
     });
     mThread = std::thread([this] { work(); });
 }

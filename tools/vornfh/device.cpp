@@ -43,6 +43,7 @@ Device deviceOf(const Storage &storage)
     device.isMounted = !isOnRootFileSystem(existing);
     device.isMountMissing = isMountMissing(storage);
     device.fileSystem = QStorageInfo(existing);
+    device.isReadOnly = isOnReadOnlyFileSystem(existing);
     return device;
 }
 
@@ -92,7 +93,9 @@ QStringList problemsOf(const QString &path)
     if (isReadOnlyAfterError(existing))
         problems.append("the kernel has made the file system read-only after an error; unmount and check it");
     if (wasNotUnmounted(existing))
-        problems.append("the file system was not unmounted properly; unmount and check it");
+        problems.append(
+            "the kernel has reported since the system started that the file system was not unmounted "
+            "properly; unmount and check it");
     return problems;
 }
 

@@ -16,6 +16,7 @@ struct Device {
     bool isMounted = false;      // the location is not on the root file system
     bool isMountMissing = false; // see isMountMissing()
     QStorageInfo fileSystem;     // that the location is on
+    bool isReadOnly = false;     // that file system cannot be written
 
     bool isPresenceKnown() const { return !block.isEmpty() && missingProgram.isEmpty(); }
 };

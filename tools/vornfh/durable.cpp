@@ -118,10 +118,9 @@ void replaceFile(TemporaryFile &file, const QString &path)
 
 void createFolder(const QString &path)
 {
-    struct stat status = {};
     if (QFileInfo(path).isDir())
         return;
-    if (readLinkStatus(path, status))
+    if (isEntry(path))
         throw Failure(path + ": is not a folder");
     QStringList missing;
     for (QString folder = path; !QFileInfo::exists(folder); folder = QFileInfo(folder).path())

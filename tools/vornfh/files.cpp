@@ -3,6 +3,8 @@
 
 #include <QFile>
 
+#include <cerrno>
+#include <memory>
 #include <utility>
 
 #include <fcntl.h>
@@ -45,6 +47,24 @@ bool readStatus(const QString &path, struct stat &status)
 bool readLinkStatus(const QString &path, struct stat &status)
 {
     return ::lstat(QFile::encodeName(path).constData(), &status) == 0;
+}
+
+bool isEntry(const QString &path)
+{
+    struct stat status = {};
+    return readLinkStatus(path, status);
+}
+
+bool forEachEntry(const QString &folder, const std::function<void(int folder, const dirent &entry)> &work)
+{
+    const std::unique_ptr<DIR, int (*)(DIR *)> stream(::opendir(QFile::encodeName(folder).constData()),
+                                                      ::closedir);
+    const dirent *entry = nullptr;
+    while (stream && (errno = 0, entry = ::readdir(stream.get()))) {
+        if (qstrcmp(entry->d_name, ".") != 0 && qstrcmp(entry->d_name, "..") != 0)
+            work(::dirfd(stream.get()), *entry);
+    }
+    return errno == 0;
 }
 
 bool isSameFile(const struct stat &one, const struct stat &other)

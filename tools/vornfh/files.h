@@ -4,6 +4,9 @@
 
 #include <QString>
 
+#include <functional>
+
+#include <dirent.h>
 #include <sys/stat.h>
 
 /// A file descriptor that is closed on destruction.
@@ -34,6 +37,13 @@ Descriptor openFolder(const QString &path);
 /// stat() and lstat() for a QString path. Return false and set errno on failure.
 bool readStatus(const QString &path, struct stat &status);
 bool readLinkStatus(const QString &path, struct stat &status);
+
+/// Returns whether there is an entry with this path; symbolic links are not followed.
+bool isEntry(const QString &path);
+
+/// Calls @p work with the open folder and the entry for each entry of @p folder except "." and "..". Returns
+/// false and sets errno if the folder cannot be read to its end.
+bool forEachEntry(const QString &folder, const std::function<void(int folder, const dirent &entry)> &work);
 
 bool isSameFile(const struct stat &one, const struct stat &other);
 

@@ -3,6 +3,7 @@
 
 #include "errors.h"
 #include "files.h"
+#include "output.h"
 #include "paths.h"
 #include "text.h"
 
@@ -13,9 +14,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <memory>
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -57,9 +56,10 @@ bool hasNumberedFolders(const Storage &storage)
 QList<QFileInfo> selectedFolders(const Storage &storage, eDIRECTORY_FILTER filter)
 {
     requireReadableFolder(storage.location);
-    if (filter == DIRECTORY_FILTER_DCIM && !hasNumberedFolders(storage))
-        return {};
-    const QList<QFileInfo> folders = VornFileHandler::getFolders(storage.type, filter);
+    const bool isListed = filter != DIRECTORY_FILTER_DCIM || hasNumberedFolders(storage);
+    const QList<QFileInfo> folders =
+        isListed ? VornFileHandler::getFolders(storage.type, filter) : QList<QFileInfo>();
+    requireReadToEnd(storage.location);
     for (const QFileInfo &folder : folders)
         requireReadable(folder.absoluteFilePath());
     return folders;
@@ -102,24 +102,34 @@ void requireReadableFolder(const QString &path)
     requireReadable(path);
 }
 
+void requireReadToEnd(const QString &folder)
+{
+    if (!forEachEntry(folder, [](int, const dirent &) {}) && errno != ENOENT && errno != ENOTDIR)
+        throw FileFailure(folder, errorText(errno));
+}
+
 QStringList unreadableEntries(const QString &folder)
 {
     QStringList problems;
     const auto add = [&problems](const QString &path) {
         // Permissions are not a problem of the medium.
-        if (errno != 0 && errno != ENOENT && errno != ENOTDIR && errno != EACCES)
+        if (errno != ENOENT && errno != ENOTDIR && errno != EACCES)
             problems.append(QString("%1: cannot be read: %2").arg(path, errorText(errno)));
     };
-    const std::unique_ptr<DIR, int (*)(DIR *)> stream(::opendir(QFile::encodeName(folder).constData()),
-                                                      ::closedir);
-    const dirent *entry = nullptr;
-    while (stream && (errno = 0, entry = ::readdir(stream.get()))) {
+    const bool isRead = forEachEntry(folder, [&](int descriptor, const dirent &entry) {
         struct stat status = {};
-        if (::fstatat(::dirfd(stream.get()), entry->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0)
-            add(folder + "/" + printable(QByteArray(entry->d_name)));
-    }
-    add(folder);
+        if (::fstatat(descriptor, entry.d_name, &status, AT_SYMLINK_NOFOLLOW) != 0)
+            add(folder + "/" + printable(QByteArray(entry.d_name)));
+    });
+    if (!isRead)
+        add(folder);
     return problems;
+}
+
+void reportUnreadable(const QString &folder)
+{
+    for (const QString &problem : unreadableEntries(folder))
+        printError(problem);
 }
 
 void requireReadableFolders(const Storage &storage)

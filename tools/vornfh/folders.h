@@ -34,8 +34,15 @@ void requireReadable(const QString &path);
 /// Throws Failure unless @p path is a folder that can be read.
 void requireReadableFolder(const QString &path);
 
+/// Throws FileFailure if an entry of @p folder cannot be read: Qt and the library treat an error as the end
+/// of the folder. Call this after they have listed it. A missing folder is left to the caller.
+void requireReadToEnd(const QString &folder);
+
 /// The entries of @p folder that cannot be read, other than for lack of permission, each with the reason.
 QStringList unreadableEntries(const QString &folder);
+
+/// Prints unreadableEntries() on standard error. They are not failures: a camera must keep recording.
+void reportUnreadable(const QString &folder);
 
 /// requireReadable() for the location of @p storage and its numbered folders.
 void requireReadableFolders(const Storage &storage);

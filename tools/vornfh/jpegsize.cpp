@@ -2,6 +2,7 @@
 #include "jpegsize.h"
 
 #include "files.h"
+#include "media.h"
 
 #include <QByteArray>
 
@@ -153,7 +154,7 @@ std::optional<QSize> plainJpegSize(const QString &path)
 {
     constexpr int START = 4; // of a segment: the marker and the length, which includes itself
     Blocks file(path);
-    if (file.read(0, 2) != "\xff\xd8")
+    if (imageFormat(file.read(0, 3)) != ImageFormat::Jpeg)
         return std::nullopt;
     QByteArray frame;
     for (qint64 offset = 2;;) {

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "listing.h"
 
-#include <QFile>
+#include "errors.h"
+#include "files.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <ctime>
-#include <memory>
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -72,25 +72,24 @@ std::optional<std::vector<PlainFile>> listPlainFiles(const QString &folder, cons
     Extensions endings;
     for (const QString &extension : extensions)
         endings.push_back(extension.toStdString());
-    const std::unique_ptr<DIR, int (*)(DIR *)> stream(::opendir(QFile::encodeName(folder).constData()),
-                                                      ::closedir);
-    // A ":" could mark a path that only Qt resolves.
-    if (!stream || folder == "/" || folder.contains(':'))
-        return std::nullopt;
     std::vector<PlainFile> files;
-    while (const dirent *entry = ::readdir(stream.get())) {
-        const char *const name = entry->d_name;
-        if (name[0] == '.') // hidden
-            continue;
-        if (entry->d_type == DT_UNKNOWN || !isAscii(name))
-            return std::nullopt;
-        if (entry->d_type != DT_REG || !hasExtension(name, endings))
-            continue;
-        const auto file = readFile(::dirfd(stream.get()), name);
-        if (!file)
-            return std::nullopt;
-        files.push_back(*file);
-    }
+    bool isPlain = folder != "/" && !folder.contains(':'); // a ":" could mark a path that only Qt resolves
+    const bool isRead = forEachEntry(folder, [&](int descriptor, const dirent &entry) {
+        const char *const name = entry.d_name;
+        if (!isPlain || name[0] == '.') // hidden
+            return;
+        isPlain = entry.d_type != DT_UNKNOWN && isAscii(name);
+        if (!isPlain || entry.d_type != DT_REG || !hasExtension(name, endings))
+            return;
+        const auto file = readFile(descriptor, name);
+        isPlain = file.has_value();
+        if (file)
+            files.push_back(*file);
+    });
+    if (!isRead && errno != ENOENT && errno != ENOTDIR)
+        throw FileFailure(folder, errorText(errno));
+    if (!isRead || !isPlain)
+        return std::nullopt;
     // Files with the same time are in reverse order of their names: QDir sorts both, then reverses the list.
     std::sort(files.begin(), files.end(), [](const PlainFile &one, const PlainFile &other) {
         return one.modified != other.modified ? one.modified < other.modified : one.name > other.name;

@@ -24,8 +24,9 @@ struct PlainFile {
 /// The files of @p folder, an absolute path without a slash at the end, that have one of @p extensions (any,
 /// if that is empty): the same as VornFileHandler::getDirectoryContents() lists with filters "*.<extension>",
 /// oldest first, and in its order, but with one status query per file and no QFileInfo. Nullopt if the
-/// library must be used: for names that are not ASCII, times before 1970 or after 2037, a folder that cannot
-/// be read, and file systems that do not report the types of entries.
+/// library must be used: for names that are not ASCII, times before 1970 or after 2037, a folder that does
+/// not exist, and file systems that do not report the types of entries. Throws FileFailure if the folder
+/// cannot be read to its end.
 std::optional<std::vector<PlainFile>> listPlainFiles(const QString &folder, const QStringList &extensions);
 
 /// "2025-02-25" and "14:03:59".

@@ -29,10 +29,10 @@ void occupyStandardStreams()
 ExitCode finishOutput(ExitCode exitCode)
 {
     std::cout.flush();
-    if (std::fflush(stdout) == 0 && !std::ferror(stdout) && std::cout)
+    if (std::fflush(stdout) == 0 && !isOutputLost() && std::cout)
         return exitCode;
     printError("cannot write to standard output");
-    return exitCode == DONE ? FAILED : exitCode;
+    return exitCode == WRONG_COMMAND_LINE ? exitCode : FAILED;
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QPair>
 
 #include <algorithm>
 
@@ -59,6 +60,21 @@ QString thumbnailOf(const QString &path)
 {
     const QFileInfo file(path);
     return file.path() + "/" + file.completeBaseName() + "." + THUMB_FILE_EXT;
+}
+
+ImageFormat imageFormat(const QByteArray &start)
+{
+    static const QPair<QByteArray, ImageFormat> SIGNATURES[] = {
+        {"\xff\xd8\xff", ImageFormat::Jpeg},
+        {"\x89PNG\r\n\x1a\n", ImageFormat::Png},
+        {QByteArray("II*\0", 4), ImageFormat::Tiff},
+        {QByteArray("MM\0*", 4), ImageFormat::Tiff},
+    };
+    for (const auto &[signature, format] : SIGNATURES) {
+        if (start.startsWith(signature))
+            return format;
+    }
+    return ImageFormat::Other;
 }
 
 bool isNumberTaken(const QString &path)

@@ -4,6 +4,7 @@
 
 #include "vornfilehandler.h"
 
+#include <QByteArray>
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -38,6 +39,12 @@ QStringList extensions();
 
 /// The path of the thumbnail that belongs to the photo or video @p path.
 QString thumbnailOf(const QString &path);
+
+enum class ImageFormat { Jpeg, Png, Tiff, Other };
+
+/// The format of a file that begins with @p start, of which eight bytes are enough. Raw photos in a TIFF
+/// container count as TIFF.
+ImageFormat imageFormat(const QByteArray &start);
 
 /// Returns whether an entry with the extension of a photo, video or audio file has the number of @p path:
 /// DCF_0001.avi and DCF_0001.jpg share a number.

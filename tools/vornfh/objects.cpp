@@ -12,10 +12,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <memory>
 #include <numeric>
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 
@@ -78,15 +76,12 @@ bool hasMark(const QString &path)
 template <typename Work>
 void forEachMediaName(const QString &folder, Work work)
 {
-    const std::unique_ptr<DIR, int (*)(DIR *)> stream(::opendir(QFile::encodeName(folder).constData()),
-                                                      ::closedir);
-    const dirent *entry = nullptr;
-    while (stream && (errno = 0, entry = ::readdir(stream.get()))) {
-        const MediaType *type = findType(QString::fromUtf8(entry->d_name), Qt::CaseInsensitive);
-        if (type && entry->d_name[0] != '.')
-            work(::dirfd(stream.get()), entry->d_name, type);
-    }
-    if (errno != 0)
+    const bool isRead = forEachEntry(folder, [&work](int descriptor, const dirent &entry) {
+        const MediaType *type = findType(QString::fromUtf8(entry.d_name), Qt::CaseInsensitive);
+        if (type && entry.d_name[0] != '.')
+            work(descriptor, entry.d_name, type);
+    });
+    if (!isRead)
         throw FileFailure(folder, errorText(errno));
 }
 
@@ -178,14 +173,17 @@ std::vector<NumberedFolder> numberedObjects(const Storage &storage)
         if (isNumberedName(name))
             folders.push_back(readNumberedFolder(storage.location + "/" + name));
     }
+    requireReadToEnd(storage.location);
     return folders;
 }
 
 bool isNumberedFolder(const QString &path, const Storage &storage)
 {
     const QFileInfo folder(path);
+    const bool isListed = numberedFolders(storage).contains(folder.fileName());
+    requireReadToEnd(storage.location);
     return folder.path() == QFileInfo(storage.location).canonicalFilePath()
-           && isNumberedName(folder.fileName()) && numberedFolders(storage).contains(folder.fileName());
+           && isNumberedName(folder.fileName()) && isListed;
 }
 
 bool isProtectedMode(mode_t mode)

@@ -63,7 +63,8 @@ NumberedFolder readNumberedFolder(const QString &path);
 /// newest. Folders whose names the numbering does not use are left out. Throws Failure if one cannot be read.
 std::vector<NumberedFolder> numberedObjects(const Storage &storage);
 
-/// Returns whether the resolved path @p path is one of the folders that numberedObjects() reads.
+/// Returns whether the resolved path @p path is one of the folders that numberedObjects() reads. Throws
+/// FileFailure if the location cannot be read.
 bool isNumberedFolder(const QString &path, const Storage &storage);
 
 constexpr mode_t ANY_WRITE = S_IWUSR | S_IWGRP | S_IWOTH;

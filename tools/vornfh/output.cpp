@@ -31,8 +31,20 @@ void printLines(const QByteArray &lines)
 void printDone(const QString &line)
 {
     printLine(line);
-    if (std::ferror(stdout) != 0)
+    printIfLost({line});
+}
+
+void printIfLost(const QStringList &lines)
+{
+    if (!isOutputLost())
+        return;
+    for (const QString &line : lines)
         printError("done, but not written to standard output: " + line);
+}
+
+bool isOutputLost()
+{
+    return std::ferror(stdout) != 0;
 }
 
 void printJson(const QJsonDocument &document)

@@ -19,6 +19,12 @@ void printLines(const QByteArray &lines);
 /// printed to standard error.
 void printDone(const QString &line);
 
+/// Prints @p lines, which say what was done on a storage device, on standard error if isOutputLost().
+void printIfLost(const QStringList &lines);
+
+/// Returns whether something printed on standard output could not be written.
+bool isOutputLost();
+
 /// A result as indented JSON on standard output.
 void printJson(const QJsonDocument &document);
 

@@ -5,6 +5,7 @@
 #include "errors.h"
 #include "mounts.h"
 #include "output.h"
+#include "signals.h"
 #include "temporary.h"
 
 #include <QDir>
@@ -97,12 +98,16 @@ public:
         mResult.left = sizeOf(folders);
         const std::vector<Candidate> candidates = candidatesIn(folders, mPolicy);
         auto next = candidates.begin();
-        while (next != candidates.end() && (!mPolicy.hasSpacePolicy() || excess().isOver()))
+        const auto isMore = [&] {
+            return next != candidates.end() && (!mPolicy.hasSpacePolicy() || excess().isOver());
+        };
+        while (isMore() && !isStopped())
             deleteBatch(next, candidates.end());
-        for (size_t i = 0; i + 1 < folders.size(); ++i)
+        mResult.isInterrupted = isMore();
+        for (size_t i = 0; i + 1 < folders.size() && !mResult.isInterrupted; ++i)
             deleteIfEmpty(folders[i].path);
         mResult.free = freeBytes(mStorage.location);
-        mResult.isMet = !excess().isOver();
+        mResult.isMet = !mResult.isInterrupted && !excess().isOver();
         return mResult;
     }
 

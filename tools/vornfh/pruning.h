@@ -23,12 +23,13 @@ struct PrunePolicy {
 };
 
 struct PruneResult {
-    int objects = 0;   // that were deleted
-    qint64 bytes = 0;  // their size
-    int failures = 0;  // objects that could not be deleted
-    qint64 left = 0;   // the size of all objects that are left
-    qint64 free = 0;   // bytes on the file system
-    bool isMet = true; // the space policies hold
+    int objects = 0;            // that were deleted
+    qint64 bytes = 0;           // their size
+    int failures = 0;           // objects that could not be deleted
+    qint64 left = 0;            // the size of all objects that are left
+    qint64 free = 0;            // bytes on the file system
+    bool isInterrupted = false; // by a signal, before everything was deleted
+    bool isMet = true;          // the policies hold
 };
 
 /// Called with the paths of what was deleted, once the deletion is on the device.
@@ -37,7 +38,7 @@ using PruneReport = std::function<void(const QStringList &paths)>;
 /// Deletes the oldest objects in the order of the numbering until the space policies hold, and then the
 /// numbered folders before the last one that are empty. Protected objects, the newest one, objects that are
 /// being written, thumbnails that are alone and all other files are left alone. Whenever the power fails, no
-/// thumbnail is without its recording. Throws Failure.
+/// thumbnail is without its recording. Stops early if isStopped(). Throws Failure.
 PruneResult prune(const Storage &storage, const PrunePolicy &policy, const PruneReport &report);
 
 #endif // PRUNING_H

@@ -24,13 +24,14 @@ namespace {
 struct Row {
     eStorageType type;
     const char *name;
-    const char *title;
+    const char *description; // in a sentence
+    const char *title;       // in a heading
 };
 
 constexpr std::array<Row, STORAGE_COUNT> TABLE = {{
-    {STORAGE_MMC, "mmc", "internal eMMC"},
-    {STORAGE_SD, "sd", "SD card"},
-    {STORAGE_USB, "usb", "USB storage"},
+    {STORAGE_MMC, "mmc", "internal eMMC", "Internal memory"},
+    {STORAGE_SD, "sd", "SD card", "SD card"},
+    {STORAGE_USB, "usb", "USB storage", "USB storage"},
 }};
 
 /// The location of a storage device that is not configured: no folder can ever exist there.
@@ -101,12 +102,13 @@ void Storages::addOptions(CLI::App &app)
         ->capture_default_str();
     for (const Row &row : TABLE) {
         const std::string option = std::string("--") + row.name;
-        const std::string title = row.title;
+        const std::string description = row.description;
         Options &options = mOptions[row.type];
-        options.location =
-            app.add_option(option, options.locationText, "DCIM folder of the " + title)->type_name("DIR");
-        options.block = app.add_option(option + "-block", options.blockText,
-                                       "Block device of the " + title + ", as named in /proc/partitions");
+        options.location = app.add_option(option, options.locationText, "DCIM folder of the " + description)
+                               ->type_name("DIR");
+        options.block =
+            app.add_option(option + "-block", options.blockText,
+                           "Block device of the " + description + ", as named in /proc/partitions");
         options.block->type_name("NAME")->needs(options.location);
     }
     app.footer("A command can use only the storage devices that are configured. If none is configured,\n"

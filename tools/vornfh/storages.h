@@ -22,7 +22,7 @@ constexpr int STORAGE_COUNT = 3;
 struct Storage {
     VORN_FILE_HANDLER::eStorageType type;
     QString name;     // "sd"
-    QString title;    // "SD card"
+    QString title;    // in a heading: "SD card"
     QString location; // absolute path of its DCIM folder
     QString block;    // block name; empty if it is not configured
 };

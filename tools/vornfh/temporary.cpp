@@ -245,8 +245,7 @@ bool renameToNew(const QString &from, const QString &to)
         return true;
     if (errno != EINVAL && errno != ENOSYS) // some file systems in user space cannot do that
         return false;
-    struct stat status = {};
-    if (readLinkStatus(to, status)) {
+    if (isEntry(to)) {
         errno = EEXIST;
         return false;
     }

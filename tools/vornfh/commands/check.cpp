@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "commands.h"
+#include "files.h"
 #include "folders.h"
 #include "media.h"
 #include "numbering.h"
@@ -21,7 +22,6 @@
 #include <memory>
 #include <optional>
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -67,22 +67,19 @@ struct Entry {
 /// The entries of @p path, sorted by name; nullopt with errno set.
 std::optional<std::vector<Entry>> readEntries(const QByteArray &path)
 {
-    const std::unique_ptr<DIR, int (*)(DIR *)> stream(::opendir(path.constData()), ::closedir);
-    if (!stream)
-        return std::nullopt;
     std::vector<Entry> entries;
-    while (const dirent *found = ::readdir(stream.get())) {
-        const QByteArray name = found->d_name;
-        if (name == "." || name == "..")
-            continue;
+    bool isPermitted = true;
+    const bool isRead = forEachEntry(QFile::decodeName(path), [&](int folder, const dirent &found) {
+        const QByteArray name = found.d_name;
         struct stat status = {};
-        const bool isRead =
-            ::fstatat(::dirfd(stream.get()), name.constData(), &status, AT_SYMLINK_NOFOLLOW) == 0;
-        if (!isRead && errno == EACCES)
-            return std::nullopt;
-        entries.push_back(
-            {path + "/" + name, name, decoded(name), status.st_mode, status.st_size, isRead ? 0 : errno});
-    }
+        const int error = ::fstatat(folder, name.constData(), &status, AT_SYMLINK_NOFOLLOW) == 0 ? 0 : errno;
+        isPermitted = isPermitted && error != EACCES;
+        entries.push_back({path + "/" + name, name, decoded(name), status.st_mode, status.st_size, error});
+    });
+    if (!isPermitted)
+        errno = EACCES;
+    if (!isRead || !isPermitted)
+        return std::nullopt;
     std::sort(entries.begin(), entries.end(),
               [](const Entry &one, const Entry &other) { return one.bytes < other.bytes; });
     return entries;

@@ -3,11 +3,14 @@
 #include "device.h"
 #include "durable.h"
 #include "files.h"
+#include "folders.h"
+#include "media.h"
 #include "paths.h"
 #include "signals.h"
 
 #include <QFile>
 #include <QFileInfo>
+#include <QtEndian>
 
 #include <exiv2/exiv2.hpp>
 
@@ -24,14 +27,12 @@
 
 namespace {
 
-/// Returns whether a file that begins with @p start is a JPEG, PNG or TIFF image, to which Exiv2 can write
-/// EXIF data. Other formats are not given to Exiv2: it may never return from a damaged AVI file.
-bool isImage(const QByteArray &start)
+/// A number in a TIFF file, at @p index of @p bytes.
+template <typename Number>
+Number numberAt(const QByteArray &bytes, int index, bool isBigEndian)
 {
-    const QByteArrayList formats = {"\xff\xd8\xff", "\x89PNG", QByteArray("II*\0", 4),
-                                    QByteArray("MM\0*", 4)};
-    return std::any_of(formats.begin(), formats.end(),
-                       [&start](const QByteArray &format) { return start.startsWith(format); });
+    const char *const first = bytes.constData() + index;
+    return isBigEndian ? qFromBigEndian<Number>(first) : qFromLittleEndian<Number>(first);
 }
 
 /// Copies a file. Returns false and sets errno on failure.
@@ -57,12 +58,13 @@ public:
             throw FileFailure(path, errorText(errno));
         if (!S_ISREG(mStatus.st_mode))
             throw FileFailure(path, "is not a regular file");
-        char start[4] = {};
-        const ssize_t count = ::pread(mFile.get(), start, sizeof start, 0);
-        if (count < 0)
-            throw FileFailure(path, errorText(errno));
-        if (!isImage(QByteArray(start, static_cast<int>(count))))
+        // Other formats are not given to Exiv2: it may never return from a damaged AVI file.
+        const QByteArray start = read(0, HEADER);
+        const ImageFormat format = imageFormat(start);
+        if (format == ImageFormat::Other)
             throw FileFailure(path, "is not a JPEG, PNG or TIFF image");
+        if (format == ImageFormat::Tiff && isRaw(start))
+            throw FileFailure(path, "is a raw photo, not a TIFF image");
     }
 
     QString folder() const { return QFileInfo(mPath).path(); }
@@ -92,6 +94,44 @@ public:
     }
 
 private:
+    static constexpr int HEADER = 10; // of a TIFF file, and the mark of CR2
+
+    /// The @p count bytes at @p offset; fewer at the end of the file.
+    QByteArray read(qint64 offset, int count) const
+    {
+        QByteArray bytes(count, '\0');
+        const ssize_t size = ::pread(mFile.get(), bytes.data(), static_cast<size_t>(count), offset);
+        if (size < 0)
+            throw FileFailure(mPath, errorText(errno));
+        bytes.truncate(static_cast<int>(size));
+        return bytes;
+    }
+
+    /// Returns whether the TIFF file that begins with @p start contains a raw photo. It must stay as the
+    /// camera wrote it: converters rely on data of the manufacturer, which Exiv2 would move.
+    bool isRaw(const QByteArray &start) const
+    {
+        constexpr int ENTRY = 12;             // bytes
+        constexpr int NEW_SUBFILE_TYPE = 254; // TIFF 6.0, page 36: bit 0 marks a preview
+        constexpr int DNG_VERSION = 50706;
+        if (start.size() < HEADER)
+            return false;
+        if (start.endsWith("CR"))
+            return true;
+        const bool isBigEndian = start.startsWith("MM");
+        const qint64 directory = numberAt<quint32>(start, 4, isBigEndian); // of the first image
+        const QByteArray length = read(directory, 2);
+        const int count = length.size() == 2 ? numberAt<quint16>(length, 0, isBigEndian) : 0;
+        const QByteArray entries = read(directory + 2, count * ENTRY);
+        for (int entry = 0; entry + ENTRY <= entries.size(); entry += ENTRY) {
+            const int tag = numberAt<quint16>(entries, entry, isBigEndian);
+            const quint32 value = numberAt<quint32>(entries, entry + 8, isBigEndian);
+            if (tag == DNG_VERSION || (tag == NEW_SUBFILE_TYPE && (value & 1) != 0))
+                return true;
+        }
+        return false;
+    }
+
     /// Those that the file system or this user's permissions do not allow are left out.
     void copyExtendedAttributes(int target) const
     {
@@ -156,6 +196,7 @@ ExitCode writeComment(const QString &given, const QString &text)
     Exiv2::LogMsg::setLevel(Exiv2::LogMsg::mute);
     reportProblems(path);
     removeLeftovers(photo.folder());
+    reportUnreadable(photo.folder());
     const Descriptor copy = photo.inMemory();
     writeCommentTo(copy, path, text);
     photo.replaceContent(copy.get());

@@ -89,6 +89,7 @@ Items itemsIn(const QString &folder)
 {
     const QList<QFileInfo> files =
         VornFileHandler::getDirectoryContents(folder, QStringList(), QDir::Time | QDir::Reversed);
+    requireReadToEnd(folder);
     QHash<QString, qint64> thumbnails; // the sizes, by the name without the extension
     QSet<QString> illustrated;
     for (const QFileInfo &file : files) {
@@ -146,10 +147,11 @@ QByteArray dataUri(const QString &path, qint64 limit)
          size += static_cast<int>(std::max<ssize_t>(count, 0)))
         count = ::pread(file.get(), data.data() + size, static_cast<size_t>(data.size() - size), size);
     data.truncate(size);
-    const char *type = data.startsWith("\xff\xd8\xff") ? "jpeg"
-                       : data.startsWith("\x89PNG")    ? "png"
-                                                       : nullptr;
-    return type ? QByteArray("data:image/") + type + ";base64," + data.toBase64() : QByteArray();
+    switch (imageFormat(data)) {
+    case ImageFormat::Jpeg: return "data:image/jpeg;base64," + data.toBase64();
+    case ImageFormat::Png: return "data:image/png;base64," + data.toBase64();
+    default: return QByteArray();
+    }
 }
 
 /// The picture of @p item, which is the file @p path.
@@ -337,10 +339,9 @@ void writeIndex(const Job &job, const QVector<Part> &parts)
 
 Job jobOf(const Storage &storage, const Request &request)
 {
-    static const QString TITLES[] = {"Internal memory", "SD card", "USB storage"};
     constexpr qint64 MIB = 1 << 20;
     Job job = {outputPath(request), {}, foldersOf(storage), request.pageSize * MIB, request.isProbing};
-    job.header = {TITLES[storage.type], storage.location, capacityOf(storage, deviceOf(storage)), {}, {}};
+    job.header = {storage.title, storage.location, capacityOf(storage, deviceOf(storage)), {}, {}};
     for (const Folder &folder : job.folders)
         job.header.totals.add(folder.totals);
     return job;
@@ -360,6 +361,7 @@ ExitCode writeGallery(const Storage &storage, const Request &request)
     const Job job = jobOf(storage, request);
     const PageFolder pages(job.path);
     reportProblems(QFileInfo(job.path).path());
+    reportUnreadable(QFileInfo(job.path).path());
     catchStopSignals();
     int count = 0;
     if (job.isOnePage()) {
@@ -373,6 +375,7 @@ ExitCode writeGallery(const Storage &storage, const Request &request)
         count = parts.size();
     }
     pages.removePages(count + 1);
+    flushWithFolders({QFileInfo(job.path).canonicalFilePath()});
     printDone(printable(job.path));
     return DONE;
 }

@@ -11,7 +11,6 @@
 #include <QJsonObject>
 
 #include <algorithm>
-#include <cstdio>
 #include <map>
 #include <memory>
 
@@ -62,13 +61,16 @@ Passes passesOf(const Request &request)
     return {{}};
 }
 
-/// The files that the library lists in @p folder.
+/// The files that the library lists in @p folder. Throws FileFailure if the folder cannot be read.
 QList<QFileInfo> libraryFiles(const QString &folder, const QStringList &extensions)
 {
     QStringList filters;
     for (const QString &extension : extensions)
         filters.append("*." + extension);
-    return VornFileHandler::getDirectoryContents(QDir(folder), filters, QDir::Time | QDir::Reversed);
+    const QList<QFileInfo> files =
+        VornFileHandler::getDirectoryContents(QDir(folder), filters, QDir::Time | QDir::Reversed);
+    requireReadToEnd(folder);
+    return files;
 }
 
 /// Prints a list, one folder at a time. Folders without files are left out.
@@ -195,7 +197,7 @@ ExitCode list(const Storage &storage, const Request &request)
                                                      : std::make_unique<TablePrinter>(storage);
     for (const QStringList &extensions : passesOf(request)) {
         for (const QFileInfo &info : folders) {
-            if (std::ferror(stdout) != 0) // such as a pipe whose reader has ended
+            if (isOutputLost()) // such as a pipe whose reader has ended
                 return FAILED;
             const QString folder = info.absoluteFilePath();
             const auto plain = listPlainFiles(folder, extensions);
@@ -228,6 +230,7 @@ Folder readFolder(const QFileInfo &info)
         ++folder.files;
         folder.size += file.size();
     }
+    requireReadToEnd(path);
     return folder;
 }
 
@@ -270,14 +273,18 @@ QJsonObject countByType(eStorageType storage, int total)
 
 ExitCode count(const Storage &storage, const Request &request)
 {
-    const bool isEmpty = foldersOf(storage, DIRECTORY_FILTER_DCIM).isEmpty();
+    const QList<QFileInfo> folders = foldersOf(storage, DIRECTORY_FILTER_DCIM);
+    const bool isEmpty = folders.isEmpty();
     const int total = isEmpty ? 0 : VornFileHandler::getMediaFileCount(storage.type);
-    if (!request.json)
-        printLine(QString::number(total));
-    else if (isEmpty)
-        printJson(QJsonDocument(QJsonObject{{"images", 0}, {"videos", 0}, {"sounds", 0}, {"total", 0}}));
+    QJsonObject counts{{"images", 0}, {"videos", 0}, {"sounds", 0}, {"total", 0}};
+    if (request.json && !isEmpty)
+        counts = countByType(storage.type, total);
+    for (const QFileInfo &folder : folders)
+        requireReadToEnd(folder.absoluteFilePath());
+    if (request.json)
+        printJson(QJsonDocument(counts));
     else
-        printJson(QJsonDocument(countByType(storage.type, total)));
+        printLine(QString::number(total));
     return DONE;
 }
 

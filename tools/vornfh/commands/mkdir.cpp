@@ -2,6 +2,7 @@
 #include "commands.h"
 #include "device.h"
 #include "durable.h"
+#include "files.h"
 #include "folders.h"
 #include "output.h"
 #include "paths.h"
@@ -24,7 +25,8 @@ ExitCode makeFolder(const Storage &storage, const QString &name)
     requireFolderName(name);
     const QString path = VornFileHandler::getDirPath(storage.type, name);
     requireWritable(storage);
-    if (QFileInfo::exists(path) || QFileInfo(path).isSymLink())
+    reportUnreadable(storage.location);
+    if (isEntry(path))
         throw Failure(path + ": already exists");
     createFolder(path);
     flushWithFolders({path});

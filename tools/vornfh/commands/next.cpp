@@ -19,12 +19,15 @@ ExitCode printNext(const Storage &storage, const MediaType &type)
 {
     requireWritable(storage);
     requireReadable(storage.location);
-    createRecordingFolder(storage, type.type);
+    const QString created = createRecordingFolder(storage, type.type);
     const QString path = VornFileHandler::getNextFileName(storage.type, type.type);
     const QString folder = QFileInfo(path).path();
     requireFolder(folder);
     requireReadable(folder);
+    reportUnreadable(folder);
     printLine(path);
+    if (!created.isEmpty())
+        printIfLost({created});
     return DONE;
 }
 

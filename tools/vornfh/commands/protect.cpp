@@ -38,8 +38,7 @@ public:
     {
         const bool isFolder = QFileInfo(path).isDir();
         const QString resolved = isFolder ? QFileInfo(path).canonicalFilePath() : withResolvedFolder(path);
-        struct stat status = {};
-        if (!readLinkStatus(resolved, status))
+        if (!isEntry(resolved))
             throw FileFailure(path, errorText(errno));
         const NumberedFolder &folder = read(isFolder ? resolved : QFileInfo(resolved).path(), path);
         if (isFolder)
@@ -64,6 +63,7 @@ private:
             throw FileFailure(path, "is not in a numbered folder of a configured storage device");
         if (mReported.insert(storage->location).second)
             reportProblems(storage->location);
+        reportUnreadable(folder);
         return mFolders.emplace(folder, readNumberedFolder(folder)).first->second;
     }
 

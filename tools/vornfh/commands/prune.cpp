@@ -6,6 +6,7 @@
 #include "output.h"
 #include "paths.h"
 #include "pruning.h"
+#include "signals.h"
 #include "text.h"
 
 #include <QJsonArray>
@@ -85,15 +86,22 @@ ExitCode pruneStorage(const Storage &storage, const Request &request)
                 printDone(printable(path));
         }
     };
+    const auto printObject = [&](const QJsonObject &object) {
+        if (!request.isJson)
+            return;
+        printJson(QJsonDocument(object));
+        printIfLost(deleted);
+    };
+    catchStopSignals();
     try {
         result = prune(storage, policy, report);
     } catch (const Failure &) {
-        if (request.isJson)
-            printJson(QJsonDocument(QJsonObject{{"deleted", QJsonArray::fromStringList(deleted)}}));
+        printObject({{"deleted", QJsonArray::fromStringList(deleted)}});
         throw;
     }
-    if (request.isJson)
-        printJson(QJsonDocument(toJson(storage, deleted, result)));
+    printObject(toJson(storage, deleted, result));
+    if (result.isInterrupted)
+        throw Failure("interrupted after deleting " + counted(result.objects, "object"));
     if (!result.isMet)
         printError(notMet(storage, policy, result));
     if (result.failures > 0)

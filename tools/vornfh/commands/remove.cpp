@@ -79,8 +79,10 @@ Target targetOf(const QString &path, const QList<Storage> &storages, const Reque
     const QString folder = QFileInfo(resolved).path();
     if (seen.locations.insert(storage->location).second)
         reportProblems(storage->location);
-    if (seen.folders.insert(folder).second)
+    if (seen.folders.insert(folder).second) {
         removeLeftovers(folder);
+        reportUnreadable(folder);
+    }
     if (!request.isForced)
         seen.protection.requireUnprotected(path, resolved);
     const bool hasThumbnail = !request.isOnly && !thumbnailFreedBy(resolved).isEmpty();
@@ -89,10 +91,9 @@ Target targetOf(const QString &path, const QList<Storage> &storages, const Reque
 
 void deleteFile(const QString &resolved, const QString &path)
 {
-    struct stat status = {};
     VornFileHandler::deleteFile(resolved);
     // The library does not report the reason for a failure; a second attempt does.
-    if (readLinkStatus(resolved, status) && ::unlink(QFile::encodeName(resolved).constData()) != 0)
+    if (isEntry(resolved) && ::unlink(QFile::encodeName(resolved).constData()) != 0)
         throw FileFailure(path, "cannot be deleted: " + errorText(errno));
 }
 
@@ -355,8 +356,7 @@ void deleteRest(const QString &folder, const Content &before)
 void requireGone(const QString &folder, const Content &before)
 {
     QString rest;
-    struct stat status = {};
-    if (readLinkStatus(folder, status)) {
+    if (isEntry(folder)) {
         deleteRest(folder, before);
         const int error = ::rmdir(QFile::encodeName(folder).constData()) == 0 ? 0 : errno;
         if (error != 0 && error != EBUSY)

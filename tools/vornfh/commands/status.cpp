@@ -70,7 +70,7 @@ QJsonObject toJson(const Status &status)
         {"present", device.isPresenceKnown() ? QJsonValue(device.isPresent) : QJsonValue()},
         {"mounted", device.isMounted},
         {"mountPoint", textOrNull(device.fileSystem.rootPath())},
-        {"readOnly", device.fileSystem.isReadOnly()},
+        {"readOnly", device.isReadOnly},
         {"fileSystem", textOrNull(device.fileSystem.fileSystemType())},
         {"spacePath", capacity.path},
         {"spaceElsewhere", ifKnown(capacity.isElsewhere)},
@@ -125,7 +125,7 @@ void print(const Status &status)
     printLine(status.storage.name + ": " + printable(status.storage.location));
     field("block device", blockText(device));
     field("mounted", mountText(device));
-    field("file system", fileSystem + (device.fileSystem.isReadOnly() ? ", read-only" : ""));
+    field("file system", fileSystem + (device.isReadOnly ? ", read-only" : ""));
     field("space", capacityText(status.capacity));
     if (status.capacity.isKnown() && status.capacity.isElsewhere)
         field("", QString("measured at %1, on a different file system from the location")
