@@ -34,7 +34,8 @@ _vornfh_options()
         record) echo '--type --count --duration --input' ;;
         folders) echo '--filter --json' ;;
         list) echo '--images --videos --audio --thumbs --filter --json' ;;
-        count | info | status | check) echo '--json' ;;
+        count | info | status) echo '--json' ;;
+        check) echo '--names --read-all --dcf --json' ;;
         gallery) echo '--output --force --probe' ;;
         move) echo '--force' ;;
         delete) echo '--only --force' ;;

@@ -229,7 +229,7 @@ ExitCode recordOne(const Recording &recording)
 
 ExitCode record(const Recording &recording, int count)
 {
-    requireFfmpeg();
+    requireFfmpeg("recording");
     requireWritable(recording.storage);
     catchStopSignals();
     for (int i = 0; i < count; ++i) {
