@@ -31,7 +31,7 @@ ExitCode finishOutput(ExitCode exitCode)
     if (std::fflush(stdout) == 0 && !std::ferror(stdout) && std::cout)
         return exitCode;
     printError("cannot write to standard output");
-    return exitCode == DONE ? FAILED : exitCode;
+    return exitCode == NOT_MET || exitCode == DONE ? FAILED : exitCode;
 }
 
 } // namespace
