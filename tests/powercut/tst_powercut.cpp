@@ -95,7 +95,16 @@ Snapshot snapshotOfDisks(const QString &folder)
     return all;
 }
 
-/// Creates @p entries. "FILE is a photo" and "FILE is a PNG photo" create pictures.
+/// An AVI file whose writer was killed.
+QByteArray unclosedVideo()
+{
+    const QTemporaryDir folder;
+    makeVideo(folder.filePath("a.avi"), QSize(64, 48));
+    return contentOf(folder.filePath("a.avi")).replace(4, 4, QByteArray(4, '\xff'));
+}
+
+/// Creates @p entries. "FILE is an unclosed video", "FILE is a photo" and "FILE is a PNG photo" create
+/// pictures.
 void setUp(const ToolRun &tool, const Tree &entries)
 {
     for (const QByteArray &entry : entries) {
@@ -108,6 +117,8 @@ void setUp(const ToolRun &tool, const Tree &entries)
                       QByteArray(static_cast<int>(free - entry.mid(7).toLongLong()), 'x'));
         } else if (entry.endsWith(" is a photo")) {
             writeFile(path, pictureData("jpg", QSize(320, 240)));
+        } else if (entry.endsWith(" is an unclosed video")) {
+            writeFile(path, unclosedVideo());
         } else if (entry.endsWith(" is a PNG photo")) {
             writeFile(path, pictureData("png", QSize(320, 240)));
         } else {
@@ -172,7 +183,7 @@ QByteArrayList namesIn(const QByteArray &line, const QByteArray &root)
 {
     QByteArrayList names;
     for (QByteArray part : QString::fromUtf8(line).split(" -> ").join('\n').toUtf8().split('\n')) {
-        part = part.left(part.indexOf(": deleted") < 0 ? part.size() : part.indexOf(": deleted"));
+        part = part.left(part.indexOf(": ") < 0 ? part.size() : part.indexOf(": "));
         if (part.startsWith(root + "/"))
             names.append(part.mid(root.size() + 1));
     }
@@ -547,6 +558,19 @@ void PowerCutTest::reportedIsKept_data()
                      + Tree{"sd/DCIM/101ABC/DCF_0001.jpg is a photo", "sd/DCIM/101ABC/DCF_0001.thumb = three",
                             "sd/DCIM/101ABC/DCF_0002.wav = four"},
                  {"prune", "sd", "--keep-last", "1"}});
+    row("repair-a-video",
+        Scenario{Scenario::Whole, {"sd/DCIM/100ABC/DCF_0001.avi is an unclosed video"}, {"repair", "sd"}});
+    row("repair-a-thumbnail", Scenario{Scenario::Whole,
+                                       CARD + Tree{"sd/DCIM/100ABC/DCF_0003.jpg is a photo"},
+                                       {"repair", "@/sd/DCIM/100ABC/DCF_0003.jpg"}});
+    row("repair-a-damaged-thumbnail",
+        Scenario{Scenario::Whole, CARD, {"repair", "@/sd/DCIM/100ABC/DCF_0001.jpg"}});
+    row("repair-by-deleting",
+        Scenario{Scenario::Deletes,
+                 {"sd/DCIM/100ABC/DCF_0001.jpg is a photo", "sd/DCIM/100ABC/DCF_0002.wav",
+                  "sd/DCIM/100ABC/DCF_0003.avi", "sd/DCIM/100ABC/DCF_0003.thumb = three",
+                  "sd/DCIM/100ABC/DCF_0004.thumb = four", "sd/DCIM/100ABC/.vornfh-4194304-abcdef = left"},
+                 {"repair", "sd"}});
     row("protect", Scenario{Scenario::Whole, CARD, {"protect", "@/sd/DCIM/100ABC"}});
     row("rmdir", Scenario{Scenario::Deletes,
                           CARD + Tree{"sd/DCIM/kept/DCF_0001.wav = three"},

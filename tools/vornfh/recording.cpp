@@ -58,3 +58,11 @@ bool hasContent(const QString &path)
 {
     return QFileInfo(path).size() > 0 && packetsIn(path, 1) != 0;
 }
+
+QString writeThumbnail(const QString &recording, const QString &path)
+{
+    return runFfmpeg(fileInput(recording)
+                         + QStringList{"-map", "0:v:0", "-frames:v", "1", "-vf", "scale=160:-2", "-c:v",
+                                       "mjpeg", "-pix_fmt", "yuvj420p", "-update", "1", "-f", "image2"},
+                     path);
+}
