@@ -741,8 +741,8 @@ Files filesByTime(const QDir &directory, Seen seen)
 }
 
 /// filesByTime() as the host gets them. Each entry keeps what it reads here: it describes the file as it was
-/// when it was listed. It reads the file directly after readFacts(), while what the kernel needs for that is
-/// still in the processor's cache: reading it after sorting makes a listing 6 % slower.
+/// when it was listed. It reads the status directly after readFacts(), while what the kernel needs for that
+/// is still in the processor's cache: reading it after sorting makes a listing 6 % slower.
 QFileInfoList infosByTime(const QDir &directory)
 {
     QFileInfoList unsorted;

@@ -208,7 +208,8 @@ public:
     /// current folder, and every later call returns DCF_0001 in folder 999. A host must therefore open the
     /// file exclusively (O_EXCL, QIODevice::NewOnly). Has the side effects and output of getNextFileNum()
     /// followed by getLastDirectoryNum(). Reads the location twice and the current folder once; each of these
-    /// reads is repeated if a name in the directory is not ASCII.
+    /// reads is repeated if a name in the directory is not ASCII and QTextCodec::codecForLocale() is not
+    /// UTF-8.
     static QString getNextFileName(VORN_FILE_HANDLER::eStorageType storage,
                                    VORN_FILE_HANDLER::eFileTypes fileType);
 
@@ -219,7 +220,8 @@ public:
     // not valid UTF-8 are never listed. In a listing in the order QDir::Time | QDir::Reversed, the entries
     // keep the size and times that the files had when they were listed; in any other order, these may be read
     // when first asked for. A directory is read once. In the order QDir::Time | QDir::Reversed, it is read
-    // twice if a name in it is not ASCII, and once more if a file has no modification time.
+    // twice if a name in it is not ASCII and QTextCodec::codecForLocale() is not UTF-8, and once more if a
+    // file has no modification time.
 
     /// The files in one directory, sorted by @p sort. If @p nameFilters is empty, the name filters already
     /// set in @p directory apply. If the directory is missing, prints the line "directory <path> doesn't

@@ -86,7 +86,7 @@ static Comparison starts(const char *name, const std::function<void(Run)> &bare,
                          const std::function<void()> &library)
 {
     return {name,
-            1.1,
+            1.05,
             {{"QProcess", [bare] { bare(runByQt); }},
              {"library", library},
              {"posix_spawn", [bare] { bare(runBySpawn); }}},

@@ -84,7 +84,7 @@ void addMetadata()
               {"library", [] { libraryMetadata(photo()); }}},
              [] { photo(); }});
     compare({"metadata of a video",
-             1.1,
+             1.05,
              {{"QProcess",
                [] {
                    runByQt({"sh", "-c", probeLine()});

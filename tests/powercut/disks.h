@@ -69,7 +69,7 @@ struct LoggedEvent {
     QByteArray data;
 };
 
-/// Records what is written to copies of @p images, which it changes, until stop().
+/// Presents @p images as disks and records what is written to them, until stop(). The images are changed.
 class Recorder
 {
 public:

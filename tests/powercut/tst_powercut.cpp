@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
-// Runs the tool on a disk whose writes and flushes are recorded, then rebuilds every state that the disk can
-// have if the power fails at some moment, mounts it, and compares it with what the tool had reported by then.
+// Runs the tool on a disk whose writes and flushes are recorded, then rebuilds states that the disk can
+// have if the power fails at some moment, mounts them, and compares them with what the tool had reported by
+// then.
 //
-// A disk keeps what was written before its last flush. Of the writes after it, any may be lost: tried are
-// every prefix, random subsets, and a last write that is cut at a sector.
+// A disk keeps what was written before its last flush. Of the writes after it, any may be lost. The
+// test tries every prefix, random subsets, and all of them with the last one cut at the boundary of a sector.
 #include "blocklog.h"
 #include "disks.h"
 #include "media.h"
@@ -33,7 +34,7 @@ QByteArray fileSystem()
 
 struct Scenario {
     enum Rule {
-        Whole,   ///< at any time, a file is absent or whole; one that goes has another name
+        Whole,   ///< at any time, a file is absent or whole; the content of one that goes has another name
         InPlace, ///< a new file may have any content until it is reported
         MkPath,  ///< so may a new folder; on FAT, the library can create no other
         Deletes, ///< what goes may have any content until it is reported

@@ -271,6 +271,12 @@ int unlink(const char *path) noexcept
     return fails("unlink", path) ? -1 : next(path);
 }
 
+int unlinkat(int folder, const char *name, int flags) noexcept
+{
+    static const auto next = real<int(int, const char *, int)>("unlinkat");
+    return fails("unlink", (pathOf(folder) + "/" + name).c_str()) ? -1 : next(folder, name, flags);
+}
+
 int rmdir(const char *path) noexcept
 {
     static const auto next = real<int(const char *)>("rmdir");

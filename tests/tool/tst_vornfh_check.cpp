@@ -49,10 +49,10 @@ const QByteArray NOT_UTF8 = "the name is not valid UTF-8: the library never list
 const QByteArray NOT_CLOSED =
     "is incomplete: it is still being recorded, or the recording was interrupted; a player may reject it";
 const QByteArray LEFTOVER =
-    "was left by an interrupted command; the next one that writes to this folder removes it";
+    "was left by an interrupted command; the next command that writes to this folder removes it";
 const QByteArray LEFTOVER_KEPT =
     "was left by an interrupted command; it may share its content with another file; unmount the storage "
-    "device, check it with fsck, then delete it";
+    "device and check it with fsck, then delete the leftover";
 
 /// After a finding that the command repair mends.
 const QByteArray REPAIRABLE = " [repairable]";

@@ -223,10 +223,11 @@ QByteArray wrongMessage(const Fault &fault, const Run &good, const Run &bad)
         names.append("@/" + nameOf(entry));
     for (const QByteArray &line : linesOf(good.outcome.out))
         names.append("@/" + pathsIn(line).first());
-    for (const QByteArray &entry :
-         without(good.after, good.before)) { // a new folder, whose first name is hidden
+    for (const QByteArray &entry : without(good.after, good.before)) { // its first name is hidden
         if (entry.endsWith('/'))
             names.append("@/" + entry.left(entry.size() - 1));
+        else if (entry.contains("-pages/"))
+            names.append("@/" + nameOf(entry));
     }
     const QByteArray &err = bad.outcome.err;
     if (err.contains(".vornfh-"))
@@ -364,6 +365,12 @@ void VornfhFaultsTest::survivesEveryFault_data()
         {"write", "fsync", "close", "rename"});
     row("gallery-in-the-place-of-another", {"gallery", "sd", "-o", "out/page.html", "--force"},
         card + Tree{"out/page.html = " + pattern(9000, 'p')}, {"write", "fsync", "close", "rename"});
+    row("gallery-of-several-pages", {"gallery", "sd", "-o", "out/page.html", "--page-size", "1"},
+        card
+            + Tree{"out/", "sd/DCIM/100ABC/DCF_0005.jpg at 5 = " + photo.leftJustified(290 << 10, 'x'),
+                   "sd/DCIM/100ABC/DCF_0006.jpg at 6 = " + photo.leftJustified(290 << 10, 'x'),
+                   "sd/DCIM/100ABC/DCF_0007.jpg at 7 = " + photo.leftJustified(290 << 10, 'x')},
+        {"mkdir", "write", "fsync", "close", "rename"});
     row("record-photo", {"record", "sd", "--type", "jpg"}, card, {"fsync"});
     row("record-video", {"record", "sd", "--type", "avi", "--duration", "0.1"}, card, {"fsync"});
     row("record-on-a-new-card", {"record", "sd", "--type", "wav", "--duration", "0.1"}, {"sd/"},

@@ -29,6 +29,8 @@ struct Page {
     QStringList sections;
     QStringList choices;
     QList<Figure> figures;
+    QStringList links; // to other pages
+    int grids = 0;
     QString text;
 };
 
@@ -48,8 +50,12 @@ void readStart(const QXmlStreamReader &xml, Page &page)
         page.choices.append(attribute("id"));
     else if (xml.name() == "figure")
         page.figures.append({attribute("class"), "", "", "", {}});
+    else if (xml.name() == "a" && page.figures.isEmpty())
+        page.links.append(attribute("href"));
     else if (xml.name() == "a")
         page.figures.last().link = attribute("href");
+    else if (xml.name() == "div" && attribute("class") == "grid")
+        ++page.grids;
     else if (xml.name() == "img") {
         page.figures.last().picture = pictureOf(attribute("src"));
         page.figures.last().alt = attribute("alt");
@@ -76,8 +82,114 @@ Page parsed(const QByteArray &html)
     return page;
 }
 
+QStringList linksOf(const Page &page)
+{
+    QStringList links;
+    for (const Figure &figure : page.figures)
+        links.append(figure.link);
+    return links;
+}
+
+QByteArray hex(const char *digits)
+{
+    return QByteArray::fromHex(digits);
+}
+
+/// The segments of a JPEG header.
+const QByteArrayList HEADER = {
+    hex("ffd8"),
+    hex("ffe000104a46494600010100000100010000"),
+    hex("ffdb004300") + QByteArray(64, 1),                                // quantization table
+    hex("ffc400140001000000000000000000000000000000") + QByteArray(1, 5), // Huffman table
+    hex("ffdd00040008"),                                                  // restart interval
+    hex("ffc000110800200030") + hex("03012200021101031101"),              // frame
+    hex("ffda000c03010002110311003f00"),                                  // scan
+};
+
+/// Segments that are valid or not, in place of others or in addition to them.
+const QByteArrayList OTHER_SEGMENTS = {
+    hex("fffe0004abcd"),                                                    // comment
+    hex("ffdb008310") + QByteArray(128, 1),                                 // table of 16-bit values
+    hex("ffdb008320") + QByteArray(128, 1),                                 // and of unknown values
+    hex("ffdb004304") + QByteArray(64, 1),                                  // fifth table
+    hex("ffdb008400") + QByteArray(64, 1) + hex("01") + QByteArray(64, 1),  // two tables
+    hex("ffdb008300") + QByteArray(64, 1) + hex("01") + QByteArray(63, 1),  // and one byte missing
+    hex("ffc4013f00ff2d0000000000000000000000000000") + QByteArray(300, 0), // table of 300 codes
+    hex("ffc400141301000000000000000000000000000000") + QByteArray(1, 5),
+    hex("ffc400140401000000000000000000000000000000") + QByteArray(1, 5), // fifth table
+    hex("ffc400142001000000000000000000000000000000") + QByteArray(1, 5),
+    hex("ffc400150001000000000000000000000000000000") + QByteArray(2, 5), // one byte too many
+    hex("ffdd0005000800"),
+    hex("ffc200110800200030") + hex("03012200021101031101"), // progressive
+    hex("ffc900110800200030") + hex("03012200021101031101"), // arithmetic coding
+    hex("ffc300110800200030") + hex("03012200021101031101"), // lossless
+    hex("ffc100110c00200030") + hex("03012200021101031101"), // 12 bits
+    hex("ffc0000b080020003001011100"),                       // grey
+    hex("ffc000140800200030") + hex("04011100021100031100041100"),
+    hex("ffc0001108ffffffff") + hex("03012200021101031101"),
+    hex("ffc000110800000030") + hex("03012200021101031101"),
+    hex("ffc000110800200030") + hex("03015500021101031101"), // sampling factors
+    hex("ffc000110800200030") + hex("03010200021101031101"),
+    hex("ffc000110800200030") + hex("03012200011101031101"), // two components with one number
+    hex("ffc000110800200030") + hex("03522200471101421101"), // R, G and B
+    hex("ffda0008010100003f00"),                             // scan of one component
+    hex("ffda0008010400003f00"),
+    hex("ffda000c03010001110311003f00"),
+};
+
+/// The header of a JPEG file with one or more changes.
+QByteArray changedHeader(QRandomGenerator &random)
+{
+    QByteArrayList segments = HEADER;
+    for (int count = random.bounded(3); count >= 0; --count) {
+        const int place = random.bounded(segments.size());
+        QByteArray &segment = segments[place];
+        switch (random.bounded(8)) {
+        case 0: segments.insert(place, oneOf(random, OTHER_SEGMENTS)); break;
+        case 1:
+        case 2: segment = oneOf(random, OTHER_SEGMENTS); break;
+        case 3: segments.swapItemsAt(place, random.bounded(segments.size())); break;
+        case 4: segment.chop(1 + random.bounded(2)); break;
+        case 5: segment.append(static_cast<char>(random.bounded(2) * 0xff)); break;
+        default:
+            if (!segment.isEmpty())
+                segment[random.bounded(std::min(20, segment.size()))] =
+                    static_cast<char>(random.bounded(256));
+        }
+    }
+    return segments.join()
+        .leftJustified(1000, '\0')
+        .left(random.bounded(10) == 0 ? random.bounded(300) : 1000);
+}
+
+/// The size that a caption ends with; invalid if it contains none.
+QSize sizeIn(const QStringList &caption)
+{
+    const auto match = QRegularExpression("^(\\d+)\u00a0\u00d7\u00a0(\\d+)$").match(caption.last());
+    return match.hasMatch() ? QSize(match.captured(1).toInt(), match.captured(2).toInt()) : QSize();
+}
+
+QSize sizeByLibrary(const QString &path)
+{
+    Metadata record;
+    VornFileHandler::getMetadata(QFileInfo(path), record);
+    const QSize size(record.mWidth, record.mHeight);
+    return size.isEmpty() ? QSize() : size;
+}
+
 const QByteArrayList GALLERY = {"gallery", "sd", "-o", "page.html"};
+const QByteArrayList DIVIDED = GALLERY + QByteArrayList{"--page-size", "1"};
 const QByteArray PRINTED = "@/page.html\n";
+
+/// Makes photos in 100ABC of which two fit on a page of 1 MiB.
+void makeLargePhotos(const ToolRun &tool, int count)
+{
+    for (int i = 1; i <= count; ++i) {
+        const QString path = QString("%1/100ABC/DCF_000%2.jpg").arg(tool.sd()).arg(i);
+        writeFile(path, jpegHeader(64, 48) + QByteArray(290 << 10, 'x'));
+        setModified(path.toUtf8(), 1740492000000 + i * 60000);
+    }
+}
 
 } // namespace
 
@@ -90,6 +202,15 @@ private slots:
     void showsOtherFiles_data();
     void showsOtherFiles();
     void readsTheSizeOfVideosOnRequest();
+    void readsTheSizeOfPhotosAsTheLibraryDoes();
+    void countsEachKindInAFolder();
+    void namesVideosThatBrowsersCannotPlay();
+    void dividesALongFolderIntoGrids();
+    void dividesALargeGallery();
+    void dividesByTheNumberOfFiles();
+    void removesPagesThatAreNoLongerNeeded();
+    void writesOnlyIntoItsOwnFolder_data();
+    void writesOnlyIntoItsOwnFolder();
     void escapesNames_data();
     void escapesNames();
     void isSelfContained();
@@ -214,6 +335,177 @@ void VornfhGalleryTest::readsTheSizeOfVideosOnRequest()
             QCOMPARE(figure.caption.last().endsWith(QString("64\u00a0\u00d7\u00a048")),
                      isProbing && figure.caption.first() == "DCF_0001.avi");
     }
+}
+
+void VornfhGalleryTest::readsTheSizeOfPhotosAsTheLibraryDoes()
+{
+    constexpr int COUNT = 4000;
+    QRandomGenerator random(20261122);
+    const ToolRun tool;
+    tool.make({"sd/DCIM/100ABC/"});
+    for (int i = 0; i < COUNT; ++i)
+        writeFile(QString("%1/100ABC/%2.%3").arg(tool.sd()).arg(i).arg(i % 8 == 0 ? "png" : "jpg"),
+                  changedHeader(random));
+    QCOMPARE(tool.runOnStorages(GALLERY).exitCode, 0);
+    const Page page = parsed(tool.content("page.html"));
+    QCOMPARE(page.figures.size(), COUNT);
+    // Qt warns of damaged images.
+    const auto handler =
+        qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
+    QStringList different;
+    int known = 0;
+    for (const Figure &figure : page.figures) {
+        const QString name = figure.caption.first();
+        const QSize expected = sizeByLibrary(tool.sd() + "/100ABC/" + name);
+        if (sizeIn(figure.caption) != expected)
+            different.append(name);
+        known += expected.isValid() ? 1 : 0;
+    }
+    qInstallMessageHandler(handler);
+    QCOMPARE(different, QStringList());
+    QVERIFY(known > COUNT / 10 && known < COUNT * 9 / 10);
+}
+
+void VornfhGalleryTest::countsEachKindInAFolder()
+{
+    const ToolRun tool;
+    tool.make(onCard({"100ABC/a.jpg size 1024", "100ABC/b.jpg size 1024", "100ABC/c.wav size 512"}));
+    QCOMPARE(tool.runOnStorages(GALLERY), tool.success(PRINTED));
+    const QString html = QString::fromUtf8(tool.content("page.html"));
+    QVERIFY(html.contains("<section class=\"photo audio\""));
+    for (const char *count : {"all\">3 files \u00b7 2.5 KiB<", "photo\">2 photos \u00b7 2.0 KiB<",
+                              "audio\">1 audio file \u00b7 512 B<"})
+        QVERIFY2(html.contains(QString("<p class=\"") + QString::fromUtf8(count)), count);
+    QVERIFY(!html.contains("<p class=\"video"));
+}
+
+void VornfhGalleryTest::namesVideosThatBrowsersCannotPlay()
+{
+    const ToolRun tool;
+    tool.make(onCard({"100ABC/DCF_0001.avi = x", "100ABC/DCF_0002.mkv = x"}));
+    QCOMPARE(tool.runOnStorages(GALLERY), tool.success(PRINTED));
+    for (const Figure &figure : parsed(tool.content("page.html")).figures)
+        QCOMPARE(figure.caption.contains("Not played by browsers"), figure.link.endsWith(".avi"));
+}
+
+void VornfhGalleryTest::dividesALongFolderIntoGrids()
+{
+    const ToolRun tool;
+    tool.make(onCard({"100ABC/", "101ABC/a.wav"}));
+    for (int i = 1; i <= 481; ++i)
+        writeFile(QString("%1/100ABC/DCF_%2.wav").arg(tool.sd()).arg(i, 4, 10, QChar('0')), "");
+    QCOMPARE(tool.runOnStorages(GALLERY), tool.success(PRINTED));
+    const Page page = parsed(tool.content("page.html"));
+    QVERIFY(page.isValid);
+    QCOMPARE(page.figures.size(), 482);
+    QCOMPARE(page.grids, 4);
+}
+
+void VornfhGalleryTest::dividesALargeGallery()
+{
+    const ToolRun tool;
+    tool.make(onCard({"101ABC/DCF_0001.wav = x", "102ABC/"}));
+    makeLargePhotos(tool, 5);
+    QCOMPARE(tool.runOnStorages(DIVIDED), tool.success(PRINTED));
+    QCOMPARE(
+        QDir(tool.path() + "/page-pages").entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+        (QStringList{"1.html", "2.html", "3.html", "4.html"}));
+    const Page index = parsed(tool.content("page.html"));
+    QVERIFY(index.isValid);
+    QVERIFY(index.text.contains("5 photos 1 audio file"));
+    QCOMPARE(index.choices, QStringList());
+    QCOMPARE(linksOf(index), (QStringList{"page-pages/1.html", "page-pages/2.html", "page-pages/3.html",
+                                          "page-pages/4.html"}));
+    QCOMPARE(index.figures[1].caption.first(), QString("100ABC, part 2 of 3"));
+    QCOMPARE(index.figures[3].caption.first(), QString("101ABC"));
+    const QList<QStringList> others = {{"../page.html", "2.html"},
+                                       {"../page.html", "1.html", "3.html"},
+                                       {"../page.html", "2.html", "4.html"},
+                                       {"../page.html", "3.html"}};
+    QStringList files;
+    for (int i = 0; i < others.size(); ++i) {
+        const Page page = parsed(tool.content(QString("page-pages/%1.html").arg(i + 1)));
+        QVERIFY(page.isValid);
+        QCOMPARE(page.links, others[i]);
+        QCOMPARE(page.sections, QStringList{i < 3 ? "Folder 100ABC" : "Folder 101ABC"});
+        QVERIFY(page.choices.contains("only-all"));
+        files += linksOf(page);
+    }
+    QCOMPARE(files, (QStringList{"../sd/DCIM/100ABC/DCF_0001.jpg", "../sd/DCIM/100ABC/DCF_0002.jpg",
+                                 "../sd/DCIM/100ABC/DCF_0003.jpg", "../sd/DCIM/100ABC/DCF_0004.jpg",
+                                 "../sd/DCIM/100ABC/DCF_0005.jpg", "../sd/DCIM/101ABC/DCF_0001.wav"}));
+}
+
+void VornfhGalleryTest::dividesByTheNumberOfFiles()
+{
+    const ToolRun tool;
+    tool.make(onCard({"100ABC/"}));
+    for (int i = 1; i <= 10000; ++i)
+        writeFile(QString("%1/100ABC/%2.wav").arg(tool.sd()).arg(i), "");
+    QCOMPARE(tool.runOnStorages(GALLERY), tool.success(PRINTED));
+    QVERIFY(!QFile::exists(tool.path() + "/page-pages"));
+    tool.make(onCard({"101ABC/a.wav"}));
+    QCOMPARE(tool.runOnStorages(GALLERY), tool.success(PRINTED));
+    QCOMPARE(QDir(tool.path() + "/page-pages").entryList(QDir::Files), (QStringList{"1.html", "2.html"}));
+}
+
+void VornfhGalleryTest::removesPagesThatAreNoLongerNeeded()
+{
+    const ToolRun tool;
+    tool.make(onCard({}));
+    makeLargePhotos(tool, 5);
+    const auto pages = [&tool] { return QDir(tool.path() + "/page-pages").entryList(QDir::Files); };
+    QCOMPARE(tool.runOnStorages(DIVIDED), tool.success(PRINTED));
+    QCOMPARE(pages(), (QStringList{"1.html", "2.html", "3.html"}));
+    QVERIFY(QFile::remove(tool.sd() + "/100ABC/DCF_0005.jpg"));
+    QCOMPARE(tool.runOnStorages(DIVIDED), tool.success(PRINTED));
+    QCOMPARE(pages(), (QStringList{"1.html", "2.html"}));
+    // Files that are not pages of this gallery stay.
+    tool.make({"page-pages/mine.txt = x", "page-pages/9.html = <p>mine</p>"});
+    QVERIFY(QFile::copy(tool.path() + "/page.html", tool.path() + "/page-pages/8.html"));
+    QCOMPARE(tool.runOnStorages(GALLERY), tool.success(PRINTED));
+    QCOMPARE(pages(), (QStringList{"8.html", "9.html", "mine.txt"}));
+    // An empty folder goes.
+    for (const char *name : {"8.html", "9.html", "mine.txt"})
+        QVERIFY(QFile::remove(tool.path() + "/page-pages/" + name));
+    QCOMPARE(tool.runOnStorages(DIVIDED), tool.success(PRINTED));
+    QCOMPARE(tool.runOnStorages(GALLERY), tool.success(PRINTED));
+    QVERIFY(!QFile::exists(tool.path() + "/page-pages"));
+}
+
+void VornfhGalleryTest::writesOnlyIntoItsOwnFolder_data()
+{
+    QTest::addColumn<QByteArray>("entry");
+    QTest::addColumn<QByteArray>("name");
+    QTest::addColumn<Tree>("after"); // with --force
+    row("other-file", QByteArray("page-pages/a.txt = x"), QByteArray("a.txt"),
+        Tree{"1.html", "2.html", "a.txt"});
+    row("other-page", QByteArray("page-pages/2.html = <p>mine</p>"), QByteArray("2.html"),
+        Tree{"1.html", "2.html"});
+    row("page-of-another-gallery",
+        QByteArray("page-pages/1.html = <meta name=\"generator\" content=\"vornfh gallery 1\"/>"),
+        QByteArray("1.html"), Tree{"1.html", "2.html"});
+    row("folder", QByteArray("page-pages/3.html/"), QByteArray("3.html"),
+        Tree{"1.html", "2.html", "3.html/"});
+}
+
+void VornfhGalleryTest::writesOnlyIntoItsOwnFolder()
+{
+    QFETCH(QByteArray, entry);
+    QFETCH(QByteArray, name);
+    QFETCH(Tree, after);
+    const ToolRun tool;
+    tool.make(onCard({}));
+    makeLargePhotos(tool, 4);
+    tool.make({entry});
+    const Tree before = treeWithContents(tool.path());
+    QCOMPARE(tool.runOnStorages(DIVIDED),
+             tool.failure({"@/page-pages: exists and contains '" + name
+                           + "', which is not a page of this gallery; use --force to write into it"}));
+    QCOMPARE(treeWithContents(tool.path()), before);
+    QCOMPARE(tool.runOnStorages(DIVIDED + QByteArrayList{"--force"}), tool.success(PRINTED));
+    QCOMPARE(tree(tool.path() + "/page-pages"), after);
+    QVERIFY(tool.content("page-pages/2.html").startsWith("<!DOCTYPE html>"));
 }
 
 void VornfhGalleryTest::escapesNames_data()
@@ -410,6 +702,10 @@ void VornfhGalleryTest::reportsWhatCannotBeWritten_data()
         "@/usb/DCIM/page.html: Not a directory");
     row("output-is-a-media-file", {"sd", "--force", "-o", "DCF_0001.jpg"}, 2,
         "--output: '@/DCF_0001.jpg' does not end in .html or .htm");
+    row("page-size-too-small", {"sd", "--page-size", "0", "-o", "page.html"}, 2,
+        "--page-size: '0' is not a number from 1 to 1024");
+    row("page-size-too-large", {"sd", "--page-size", "1025", "-o", "page.html"}, 2,
+        "--page-size: '1025' is not a number from 1 to 1024");
     row("no-output", {"sd"}, 2, "--output is required");
 }
 

@@ -14,9 +14,9 @@
 
 namespace {
 
-/// A script that is appended to a copy of the page. It selects each type in turn and reports what is visible,
-/// the widths of the loaded pictures, the number of elements wider than the window, the number of columns and
-/// the lowest contrast of any text.
+/// A script that is appended to a copy of the page. It selects each type in turn and reports what is visible
+/// and counted, the widths of the loaded pictures, the number of elements wider than the window, the number
+/// of columns and the lowest contrast of any text.
 constexpr char LOOK[] = R"js(<script>
 const isSeen = element => element.getClientRects().length > 0;
 const numbers = colour => colour.match(/[\d.]+/g).map(Number);
@@ -33,11 +33,13 @@ const contrast = element => {
 };
 addEventListener('load', () => {
     document.head.insertAdjacentHTML('beforeend', '<style>* { transition: none !important }</style>');
-    const result = {shown: {}, sections: {}};
+    const result = {shown: {}, counted: {}, sections: {}};
     for (const choice of document.querySelectorAll('.filter input')) {
         choice.click();
         result.shown[choice.id] = [...document.querySelectorAll('figure')].filter(isSeen)
             .map(figure => figure.querySelector('.name').textContent);
+        result.counted[choice.id] = [...document.querySelectorAll('.heading p')].filter(isSeen)
+            .map(count => count.textContent.split(' \u00b7 ')[0]);
         result.sections[choice.id] = [...document.querySelectorAll('section')].filter(isSeen).length;
     }
     document.getElementById('only-all').click();
@@ -45,7 +47,7 @@ addEventListener('load', () => {
     result.contrast = Math.min(...[...texts].map(contrast));
     result.pictures = [...document.images].map(image => image.naturalWidth);
     result.window = innerWidth;
-    result.tooWide = [...document.querySelectorAll('main, header, figure, .picture, figcaption *')]
+    result.tooWide = [...document.querySelectorAll('main, header, .filter label, figure, .picture, figcaption *')]
         .filter(element => element.getBoundingClientRect().right > innerWidth).length
         + (document.documentElement.scrollWidth > innerWidth);
     result.columns = new Set([...document.querySelectorAll('figure')]
@@ -182,6 +184,12 @@ void VornfhGalleryPageTest::looksRightInABrowser()
         seen["sections"].toObject(),
         (QJsonObject{
             {"only-all", 2}, {"only-photo", 2}, {"only-video", 1}, {"only-audio", 1}, {"only-other", 1}}));
+    const QJsonObject counts = seen["counted"].toObject();
+    QCOMPARE(namesIn(counts["only-all"]), (QStringList{"5 files", "2 files"}));
+    QCOMPARE(namesIn(counts["only-photo"]), (QStringList{"2 photos", "1 photo"}));
+    QCOMPARE(namesIn(counts["only-video"]), QStringList{"2 videos"});
+    QCOMPARE(namesIn(counts["only-audio"]), QStringList{"1 audio file"});
+    QCOMPARE(namesIn(counts["only-other"]), QStringList{"1 other file"});
     QCOMPARE(seen["pictures"].toArray(), (QJsonArray{160, 160, 160, 160}));
     QCOMPARE(seen["tooWide"].toInt(-1), 0);
     QCOMPARE(seen["columns"].toInt(), columns);

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "media.h"
+#include "standins.h"
 #include "toolsupport.h"
 
 #include <QDateTime>
@@ -8,6 +9,7 @@
 #include <QTest>
 
 #include <csignal>
+#include <thread>
 
 #include <sys/stat.h>
 #include <sys/xattr.h>
@@ -24,6 +26,7 @@ private slots:
     void showsAVideoWithAnyPath();
     void jsonHasTheRawValues();
     void reportsAMissingPathAndShowsTheOthers();
+    void readsSeveralVideosAtATime();
     void readsPathsLiterally_data();
     void readsPathsLiterally();
     void refusesWrongCommandLines_data();
@@ -236,6 +239,30 @@ void VornfhInfoTest::reportsAMissingPathAndShowsTheOthers()
              errorLines({"none.jpg: No such file or directory", "link: No such file or directory",
                          "pipe.avi: is neither a file nor a folder"}));
     QVERIFY(outcome.out.startsWith("b.txt\n  type      other\n"));
+}
+
+void VornfhInfoTest::readsSeveralVideosAtATime()
+{
+    if (std::thread::hardware_concurrency() < 2)
+        QSKIP("there is only one processor");
+    // The first is finished after the second.
+    StandIns programs;
+    programs.add("ffprobe", "for path; do :; done\n"
+                            "case $path in\n"
+                            "*1.avi) for i in $(seq 100); do [ -e second ] && break; sleep 0.1; done\n"
+                            "    [ -e second ] && printf '1\\n1\\n' ;;\n"
+                            "*2.avi) : >second; printf '2\\n2\\n' ;;\n"
+                            "esac");
+    const ToolRun tool;
+    tool.make({"1.avi", "2.avi"});
+    const Outcome outcome = tool.run({"info", "1.avi", "missing.avi", "2.avi", "--json"});
+    const QJsonArray records = outcome.json().array();
+    QCOMPARE(outcome.err, errorLines({"missing.avi: No such file or directory"}));
+    QCOMPARE(records.size(), 2);
+    for (int i = 0; i < 2; ++i) {
+        QCOMPARE(records[i].toObject()["name"].toString(), QString("%1.avi").arg(i + 1));
+        QCOMPARE(records[i].toObject()["width"].toInt(), i + 1);
+    }
 }
 
 void VornfhInfoTest::readsPathsLiterally_data()

@@ -3,7 +3,10 @@
 
 #include <QJsonArray>
 #include <QJsonObject>
+#include <QPair>
+#include <QRegularExpression>
 #include <QTest>
+#include <QVector>
 
 using namespace VORN_FILE_HANDLER;
 
@@ -23,6 +26,9 @@ private slots:
     void jsonIsTheArrayOfTheLibrary();
     void printsFoldersAndCountsAsJson_data();
     void printsFoldersAndCountsAsJson();
+    void isThatOfTheLibrary_data();
+    void isThatOfTheLibrary();
+    void printsAFolderBeforeItReadsTheNext();
     void escapesNames();
     void createsNothing_data();
     void createsNothing();
@@ -46,6 +52,85 @@ const Tree CARD = onCard({
     "loose.jpg size 7 at 1740492480",
 });
 
+/// Names that the tool lists itself, and names that it leaves to the library.
+const QByteArrayList ASCII_NAMES = {"DCF_%1.jpg", "dcf_%1.JPG", "DCF_%1.thumb",  "DCF_%1.png",
+                                    "%1.avi",     "%1.Mkv",     "a \"b\\%1.wav", "a\n\t%1.jpg",
+                                    "%1",         "x.y.%1.",    ".%1.jpg",       "\x7f%1.txt"};
+const QByteArrayList OTHER_NAMES = {"\u00e4%1.jpg", "\U0001F4F7%1.png", "\xff%1.jpg", "%1.m\u212av"};
+
+/// Before the first clock change of 2021 in London, in the hour that repeats, and outside the times that the
+/// tool converts itself.
+const QList<qint64> USUAL_TIMES = {1616893199000, 1635640200000, 1635642600000, 1635642600001, 1740492000000};
+const QList<qint64> OTHER_TIMES = {0, -1000, 2145916800000, 2224152000000};
+
+/// Creates up to thirty files with some of @p names and @p times in @p folder.
+void makeRandomFiles(QRandomGenerator &random, const QByteArray &folder, const QByteArrayList &names,
+                     const QList<qint64> &times)
+{
+    for (int i = random.bounded(10, 30); i > 0; --i) {
+        const QByteArray number = QByteArray::number(random.bounded(5));
+        const QByteArray path = folder + "/" + oneOf(random, names).replace("%1", number);
+        writeFile(path, QByteArray(random.bounded(1200), 'x'));
+        setModified(path, oneOf(random, times));
+    }
+}
+
+/// Creates folders with files that the tool lists itself in @p location, and then folders with one name or
+/// time that it leaves to the library.
+void makeRandomFolders(QRandomGenerator &random, const QByteArray &location)
+{
+    for (const char *folder : {"100ABC", "101ABC", "1:2ABC", "\u00e4ABC", "other"})
+        makeRandomFiles(random, location + "/" + folder, ASCII_NAMES, USUAL_TIMES);
+    int number = 200;
+    const auto next = [&] { return location + "/" + QByteArray::number(number++) + "ABC"; };
+    for (const QByteArray &name : OTHER_NAMES)
+        makeRandomFiles(random, next(), ASCII_NAMES + QByteArrayList{name}, USUAL_TIMES);
+    for (const qint64 time : OTHER_TIMES)
+        makeRandomFiles(random, next(), ASCII_NAMES, USUAL_TIMES + QList<qint64>{time});
+}
+
+/// The options of a list and the list of the library.
+struct List {
+    QByteArrayList options;
+    std::function<QFileInfoList(eDIRECTORY_FILTER)> files;
+};
+
+const QVector<List> LISTS = {
+    {{}, [](auto filter) { return VornFileHandler::getDirectoryContents(STORAGE_SD, filter); }},
+    {{"--images"}, [](auto filter) { return VornFileHandler::getImageList(STORAGE_SD, false, filter); }},
+    {{"--images", "--thumbs"},
+     [](auto filter) { return VornFileHandler::getImageList(STORAGE_SD, true, filter); }},
+    {{"--videos"}, [](auto filter) { return VornFileHandler::getVideoList(STORAGE_SD, filter); }},
+    {{"--audio"}, [](auto filter) { return VornFileHandler::getAudioList(STORAGE_SD, filter); }},
+};
+
+const QVector<QPair<QByteArray, eDIRECTORY_FILTER>> FILTERS = {
+    {"dcim", DIRECTORY_FILTER_DCIM}, {"other", DIRECTORY_FILTER_NON_DCIM}, {"all", anyFilter(0)}};
+
+/// The rows of the table for @p files, with one space between the columns.
+QByteArray rowsOf(const QFileInfoList &files)
+{
+    static const QMap<QString, QByteArray> LABELS = {{"jpg", "image"}, {"png", "image"}, {"avi", "avi"},
+                                                     {"mkv", "mkv"},   {"wav", "wav"},   {"thumb", "thumb"}};
+    QByteArray rows = "FILE TYPE SIZE MODIFIED\n";
+    for (const QFileInfo &file : files) {
+        QByteArray path = file.absoluteFilePath().remove(VornFileHandler::mSDLocation.path() + "/").toUtf8();
+        path.replace('\n', "\\x0a").replace('\t', "\\x09").replace('\x7f', "\\x7f");
+        const QByteArray size =
+            file.size() < 1024 ? QByteArray::number(file.size()) + " B"
+                               : QByteArray::number(static_cast<double>(file.size()) / 1024, 'f', 1) + " KiB";
+        const QString time = file.lastModified().toString("yyyy-MM-dd HH:mm:ss");
+        rows += path + " " + LABELS.value(file.suffix(), "other") + " " + size + " "
+                + (time.isEmpty() ? "unknown" : time.toUtf8()) + "\n";
+    }
+    return rows;
+}
+
+QByteArray withSingleSpaces(const QByteArray &text)
+{
+    return QString(text).replace(QRegularExpression(" +"), " ").toUtf8();
+}
+
 const QByteArray EMPTY_TABLE = "FILE  TYPE  SIZE  MODIFIED\n";
 
 } // namespace
@@ -58,22 +143,22 @@ void VornfhListTest::printsTables_data()
         QTest::newRow(name) << arguments << out;
     };
     row("list", {"list", "sd"},
-        "FILE                   TYPE        SIZE  MODIFIED\n"
-        "100ABC/DCF_0002.jpg    image     1023 B  2025-02-25 14:00:00\n"
-        "100ABC/DCF_0001.avi    avi      1.5 KiB  2025-02-25 14:01:00\n"
-        "100ABC/DCF_0001.thumb  thumb       10 B  2025-02-25 14:02:00\n"
-        "100ABC/notes.txt       other        0 B  2025-02-25 14:03:00\n"
+        "FILE                   TYPE      SIZE  MODIFIED\n"
+        "100ABC/DCF_0002.jpg    image   1023 B  2025-02-25 14:00:00\n"
+        "100ABC/DCF_0001.avi    avi    1.5 KiB  2025-02-25 14:01:00\n"
+        "100ABC/DCF_0001.thumb  thumb     10 B  2025-02-25 14:02:00\n"
+        "100ABC/notes.txt       other      0 B  2025-02-25 14:03:00\n"
         "101ABC/DCF_0001.png    image    2.0 KiB  2025-02-25 14:04:00\n"
         "101ABC/DCF_0002.mkv    mkv      1.0 MiB  2025-02-25 14:05:00\n"
         "101ABC/DCF_0003.wav    wav    100.0 KiB  2025-02-25 14:06:00\n");
     row("images", {"list", "--images", "sd"},
-        "FILE                 TYPE      SIZE  MODIFIED\n"
-        "100ABC/DCF_0002.jpg  image   1023 B  2025-02-25 14:00:00\n"
+        "FILE                 TYPE     SIZE  MODIFIED\n"
+        "100ABC/DCF_0002.jpg  image  1023 B  2025-02-25 14:00:00\n"
         "101ABC/DCF_0001.png  image  2.0 KiB  2025-02-25 14:04:00\n");
     row("images-and-thumbnails", {"list", "sd", "--images", "--thumbs"},
-        "FILE                   TYPE      SIZE  MODIFIED\n"
-        "100ABC/DCF_0002.jpg    image   1023 B  2025-02-25 14:00:00\n"
-        "100ABC/DCF_0001.thumb  thumb     10 B  2025-02-25 14:02:00\n"
+        "FILE                   TYPE     SIZE  MODIFIED\n"
+        "100ABC/DCF_0002.jpg    image  1023 B  2025-02-25 14:00:00\n"
+        "100ABC/DCF_0001.thumb  thumb    10 B  2025-02-25 14:02:00\n"
         "101ABC/DCF_0001.png    image  2.0 KiB  2025-02-25 14:04:00\n");
     row("videos-of-all-folders", {"list", "sd", "--videos", "--filter", "all"},
         "FILE                 TYPE     SIZE  MODIFIED\n"
@@ -207,6 +292,70 @@ void VornfhListTest::printsFoldersAndCountsAsJson()
     QCOMPARE(outcome.exitCode, 0);
     QCOMPARE(outcome.err, QByteArray());
     QCOMPARE(outcome.json(), QJsonDocument::fromJson(tool.expand(expected.toJson())));
+}
+
+void VornfhListTest::isThatOfTheLibrary_data()
+{
+    QTest::addColumn<QByteArray>("zone");
+    QTest::addColumn<QByteArray>("suffix");
+    const auto row = [](const char *name, const QByteArray &zone, const QByteArray &suffix) {
+        QTest::newRow(name) << zone << suffix;
+    };
+    row("utc", "UTC", "ABC");
+    row("zone-with-summer-time", "Europe/London", "ABC");
+    row("zone-with-leap-seconds", "right/Europe/London", "ABC");
+    row("no-zone", QByteArray(), "ABC");
+    row("no-suffix", "UTC", "");
+}
+
+/// A random tree.
+void VornfhListTest::isThatOfTheLibrary()
+{
+    constexpr quint32 SEED = 20250228;
+    QFETCH(QByteArray, zone);
+    QFETCH(QByteArray, suffix);
+    qInfo("seed %u", SEED);
+    QRandomGenerator random(SEED);
+    const EnvironmentVariable timeZone("TZ", zone);
+    ToolRun tool;
+    tool.environment.remove("TZ");
+    if (!zone.isNull())
+        tool.environment.insert("TZ", zone);
+    tool.make({"sd/DCIM/100ABC/folder.jpg/", "sd/DCIM/100ABC/link.jpg -> folder.jpg"});
+    makeRandomFolders(random, QFile::encodeName(tool.sd()));
+    const Storages restoring; // its destructor resets the library
+    const StandardErrorCapture banner;
+    VornFileHandler::init(suffix, "/dev/null/x", "", tool.sd(), "", "/dev/null/x", "");
+    for (const List &list : LISTS) {
+        for (const auto &filter : FILTERS) {
+            const QByteArrayList command = QByteArrayList{"--suffix", suffix, "--sd",     "@/sd/DCIM",
+                                                          "list",     "sd",   "--filter", filter.first}
+                                           + list.options;
+            const QFileInfoList files = list.files(filter.second);
+            const QJsonDocument json(VornFileHandler::getJsonFileList(STORAGE_SD, files));
+            QCOMPARE(tool.run(command + QByteArrayList{"--json"}), tool.success(json.toJson()));
+            const Outcome table = tool.run(command);
+            QCOMPARE(withSingleSpaces(table.out), withSingleSpaces(rowsOf(files)));
+            QCOMPARE(table.err, QByteArray());
+        }
+    }
+}
+
+void VornfhListTest::printsAFolderBeforeItReadsTheNext()
+{
+    const ToolRun tool;
+    Tree entries = {"101ABC/"};
+    for (int i = 0; i < 500; ++i) // more than a pipe holds, so the tool waits for the reader
+        entries.append("100ABC/" + QByteArray::number(i).rightJustified(200, '0') + ".jpg");
+    tool.make(onCard(entries));
+    for (const QString option : {"", "--json"}) {
+        const QString list = "'" + ToolRun::toolPath() + "' --suffix ABC --sd sd/DCIM list sd " + option;
+        const Outcome outcome =
+            tool.runProgram("/bin/sh", {"-c", "rm -f sd/DCIM/101ABC/*; " + list
+                                                  + " | { read line; touch sd/DCIM/101ABC/new.jpg; cat; }"});
+        QCOMPARE(outcome.exitCode, 0);
+        QVERIFY(outcome.out.contains("101ABC/new.jpg"));
+    }
 }
 
 void VornfhListTest::escapesNames()

@@ -278,7 +278,7 @@ void VornfhPruneTest::refusesWrongCommandLines_data()
             badValue("--max-size", value, "a size such as 2G"));
     for (const char *value : {"0", "-1", "x", "1K"})
         row(QByteArray("keep-last-").append(value), {"sd", QByteArray("--keep-last=") + value},
-            badValue("--keep-last", value, "a number from 1"));
+            badValue("--keep-last", value, "a whole number of at least 1"));
     for (const char *value : {"0d", "7", "d", "7D", "1y", "-1h"})
         row(QByteArray("keep-within-").append(value), {"sd", QByteArray("--keep-within=") + value},
             badValue("--keep-within", value, "an age such as 7d, 12h, 30m or 90s"));

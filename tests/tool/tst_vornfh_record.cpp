@@ -702,8 +702,8 @@ void VornfhRecordTest::removesWhatAnInterruptedCommandLeft_data()
     row("folder", Tree{file + "/"}, Tree{}, QByteArrayList{start + "; removed"});
     row("file-that-was-being-renamed", Tree{file + " = x", mark}, Tree{file + " = x", mark},
         QByteArrayList{start
-                       + " and kept: it may share its content with another file; unmount the storage device, "
-                         "check it with fsck, then delete it"});
+                       + " and kept: it may share its content with another file; unmount the storage device "
+                         "and check it with fsck, then delete the leftover"});
     row("mark-of-renamed-files", Tree{mark}, Tree{}, QByteArrayList{});
     row("name-that-is-not-the-tool's", Tree{".vornfh-x"}, Tree{".vornfh-x"}, QByteArrayList{});
 }

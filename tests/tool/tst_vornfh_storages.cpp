@@ -115,7 +115,7 @@ void VornfhStoragesTest::refusesWrongCommandLines_data()
     row("escape-sequence-in-the-suffix", {"--suffix", "\x1b[1m", "count", "sd"},
         unusableSuffix("\\x1b[1m", "\\x1b", 1));
     row("placeholder-in-the-suffix", {"--suffix", "A%L2", "count", "sd"},
-        "--suffix: the suffix 'A%L2' contains '%' before a digit, which the library would replace");
+        "--suffix: the suffix 'A%L2' contains a place marker such as '%1', which the library would replace");
 }
 
 void VornfhStoragesTest::refusesWrongCommandLines()

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "standins.h"
 #include "toolsupport.h"
+#include "vornfilehandler.h"
 
 #include <QElapsedTimer>
 #include <QFile>
 #include <QMap>
 #include <QRandomGenerator>
+#include <QSet>
 #include <QTest>
 
 #include <algorithm>
@@ -59,6 +61,17 @@ QByteArray removed(const QByteArray &path)
 QByteArrayList sortedLines(const QByteArray &text)
 {
     return sorted(text.split('\n'));
+}
+
+/// A name of one to three pieces with dots between them.
+QByteArray randomName(QRandomGenerator &random)
+{
+    const QByteArrayList pieces{"a", "a_1", "\xc3\xa9 b", ""};
+    QByteArrayList name;
+    for (int count = 1 + random.bounded(3); count > 0; --count)
+        name.append(pieces[random.bounded(pieces.size())]);
+    const QByteArray joined = name.join('.');
+    return joined.count('.') == joined.size() ? "README" : joined; // "", "." and ".." are not names of files
 }
 
 const QString FOLDER = "sd/DCIM/100ABC/";
@@ -118,6 +131,8 @@ private slots:
     void survivesAFileThatCannotBeWritten();
     void neverTreatsTheSourceAsItsCopy();
     void needsNoOtherProgram();
+    void choosesTheNamesOfTheLibrary_data();
+    void choosesTheNamesOfTheLibrary();
     void stopsWhenAllCountersAreTaken();
     void takesTheNextNameIfOneIsTakenInTheMeantime();
     void keepsModeAndTimes_data();
@@ -293,7 +308,7 @@ void VornfhTransferTest::refusesWrongCommandLines_data()
     row("line-feed", {"sd", "x\n"}, "the folder name 'x\\x0a' contains a control character");
     row("not-utf-8", {"sd", "x\xff"}, messages::notUtf8("FOLDER", "x\\xff"));
     row("placeholder", {"sd", "50%2"},
-        "the folder name '50%2' contains '%' before a digit, which the library would replace");
+        "the folder name '50%2' contains a place marker such as '%1', which the library would replace");
 }
 
 void VornfhTransferTest::refusesWrongCommandLines()
@@ -382,6 +397,55 @@ void VornfhTransferTest::needsNoOtherProgram()
         const ToolRun tool;
         tool.make({"sd/DCIM/", "a.jpg"});
         QCOMPARE(tool.runOnStorages({command, "a.jpg", "sd", "100ABC"}), tool.success(copied("a.jpg")));
+    }
+}
+
+void VornfhTransferTest::choosesTheNamesOfTheLibrary_data()
+{
+    QTest::addColumn<QByteArray>("command");
+    QTest::newRow("copy") << QByteArray("copy");
+    QTest::newRow("move") << QByteArray("move"); // renames the files
+}
+
+void VornfhTransferTest::choosesTheNamesOfTheLibrary()
+{
+    constexpr int RUNS = 50;
+    constexpr quint32 SEED = 20261122;
+    QFETCH(QByteArray, command);
+    qInfo("seed %u", SEED);
+    QRandomGenerator random(SEED);
+    const Storages restoring; // its destructor resets the library
+    const StandardErrorCapture banner;
+    for (int run = 0; run < RUNS; ++run) {
+        QByteArrayList files; // of the same few names, so that many are taken
+        for (const QByteArray folder : {"a/", "b/", "c/", "sd/DCIM/100ABC/"}) {
+            for (int count = random.bounded(8); count > 0; --count)
+                files.append(folder + randomName(random));
+        }
+        files = sorted(QSet<QByteArray>(files.begin(), files.end()).values());
+        Tree before{"sd/DCIM/100ABC/"};
+        QByteArrayList sources;
+        for (const QByteArray &file : qAsConst(files)) {
+            before.append(file + " = content of " + file); // no two are the same
+            if (!file.startsWith("sd/"))
+                sources.append(file);
+        }
+        if (sources.isEmpty())
+            continue;
+        std::shuffle(sources.begin(), sources.end(), random);
+        const ToolRun tool;
+        const ToolRun library;
+        tool.make(before);
+        library.make(before);
+        QCOMPARE(
+            tool.runOnStorages(QByteArrayList{command} + sources + QByteArrayList{"sd", "100ABC"}).exitCode,
+            0);
+        VornFileHandler::init("ABC", "/dev/null/x", "", library.sd(), "", "/dev/null/x", "");
+        QStringList paths;
+        for (const QByteArray &source : qAsConst(sources))
+            paths.append(library.path() + "/" + source);
+        VornFileHandler::copyToFolder(paths, VORN_FILE_HANDLER::STORAGE_SD, "100ABC");
+        QCOMPARE(treeWithContents(tool.sd()), treeWithContents(library.sd()));
     }
 }
 

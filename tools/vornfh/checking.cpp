@@ -329,8 +329,9 @@ bool checkReadable(const Entry &entry, Result &result)
 void checkLeftovers(const QByteArray &folder, Result &result)
 {
     const Leftovers leftovers = leftoversIn(QFile::decodeName(folder));
-    const QString remedy = leftovers.areSafeToDelete() ? "the next one that writes to this folder removes it"
-                                                       : MAY_SHARE_CONTENT;
+    const QString remedy = leftovers.areSafeToDelete()
+                               ? "the next command that writes to this folder removes it"
+                               : MAY_SHARE_CONTENT;
     for (const QString &path : leftovers.paths)
         result.add(QFile::encodeName(path), "leftover", "was left by an interrupted command; " + remedy,
                    leftovers.areSafeToDelete() ? Remedy::Delete : Remedy::None);

@@ -7,8 +7,8 @@
 #include <QString>
 
 /// Reserves the next number on the storage device by creating an empty file, and returns its path. Skips
-/// numbers that are taken by something that the numbering does not see: a name in another case on FAT or
-/// exFAT, a folder, a link, or a thumbnail without its recording. Throws Failure.
+/// numbers that are taken by something that the numbering does not see: a name in another case, a folder,
+/// a link, or a thumbnail without its recording. Throws Failure.
 QString claimPath(const Storage &storage, VORN_FILE_HANDLER::eFileTypes type);
 
 /// Creates the folder of the next recording unless it exists, and waits until it is on the device. Throws

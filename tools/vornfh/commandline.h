@@ -56,4 +56,7 @@ void addFolderArgument(CLI::App &command, std::string &folder);
 /// help shows @p name once, however many values there are.
 CLI::Option *addNames(CLI::App &command, const std::string &name, const std::string &description);
 
+/// Accepts the numbers from @p lowest to @p highest.
+CLI::Validator between(double lowest, double highest);
+
 #endif // COMMANDLINE_H

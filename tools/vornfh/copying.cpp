@@ -27,8 +27,8 @@ namespace {
 constexpr qint64 BATCH_BYTES = 256 << 20;
 constexpr auto BATCH_TIME = std::chrono::seconds(1);
 
-/// The number of files in a batch. Each has two open files, and three batches are open at a time: one is
-/// written, one waits, and one is completed.
+/// The largest number of files in a batch. Each file needs two descriptors, and three batches are open at a
+/// time: one is written, one waits, and one is completed.
 size_t batchFiles()
 {
     constexpr rlim_t WANTED = 4096;
@@ -75,7 +75,8 @@ Source::Source(const QString &path) : mPath(path)
 {
     if (!readLinkStatus(mPath, mEntry))
         throw FileFailure(mPath, errorText(errno));
-    if (!readStatus(mPath, mFile))
+    mFile = mEntry;
+    if (isLink() && !readStatus(mPath, mFile))
         throw FileFailure(mPath, errno == ENOENT ? QString("is a dangling symbolic link") : errorText(errno));
     if (S_ISDIR(mFile.st_mode))
         throw FileFailure(mPath, "is a folder");
@@ -133,15 +134,19 @@ QString Transfer::freePath(const QString &name) const
     constexpr int LAST_COUNTER = 999;
     QString path = QString("%1/%2").arg(mPath).arg(name);
     const QStringList pieces = name.split('.');
-    const auto isTaken = [this](const QString &one) { return mTaken.contains(one) || QFile::exists(one); };
+    bool isEntry = false;
+    const auto isTaken = [this, &isEntry](const QString &one) {
+        struct stat status = {};
+        isEntry = readLinkStatus(one, status);
+        return mTaken.contains(one) || (isEntry && QFile::exists(one));
+    };
     for (int counter = 1; isTaken(path); ++counter) {
         if (counter > LAST_COUNTER)
             throw FileFailure(
                 path, QString("exists, and so do the other %1 names with a counter").arg(LAST_COUNTER - 1));
         path = QString("%1/%2_%3.%4").arg(mPath).arg(pieces.first()).arg(counter).arg(pieces.last());
     }
-    struct stat status = {};
-    if (readLinkStatus(path, status))
+    if (isEntry)
         throw FileFailure(path, "is a dangling symbolic link");
     return path;
 }
@@ -193,18 +198,6 @@ void Transfer::requireRoom(const Source &source) const
                                              .arg(mPath, humanSize(source.room()), humanSize(free)));
 }
 
-/// A file stays in its folder until its batch is complete, so one that is given twice would be copied twice
-/// but deleted only once.
-void Transfer::requireGivenOnce(const Source &source)
-{
-    if (mMode != Mode::Move)
-        return;
-    const QString path = QFileInfo(source.folder()).canonicalFilePath() + "/" + source.name();
-    if (mGiven.contains(path))
-        throw FileFailure(source.path(), "is given twice; a file can be moved only once");
-    mGiven.insert(path);
-}
-
 // Writing
 
 void Transfer::add(std::unique_ptr<Source> source)
@@ -212,15 +205,15 @@ void Transfer::add(std::unique_ptr<Source> source)
     struct stat folder = {};
     if (readStatus(source->folder(), folder) && isSameFile(folder, mStatus))
         throw FileFailure(source->path(), "is already in that folder");
-    requireGivenOnce(*source);
     Item item;
     item.source = std::move(source);
     if (!findExisting(item)) {
-        if (!canRename(*item.source))
+        const bool isRenamed = canRename(*item.source);
+        if (!isRenamed)
             write(item);
-        const std::lock_guard<std::mutex> lock(mMutex);
-        item.target = freePath(item.source->name());
-        mTaken.insert(item.target);
+        chooseName(item);
+        if (isRenamed) // here, because the second thread would wait for this one to leave the folders
+            name(item);
     }
     if (!mBatch.empty() && mBatch.front().isRenamed() != item.isRenamed())
         endBatch();
@@ -325,7 +318,8 @@ void Transfer::complete(Batch batch)
             flushFileSystem(mPath);
         }
         mProgress.setStage("comparing");
-        forEach(batch, [this](Item &item) { compare(item); });
+        if (!areRenamed)
+            forEach(batch, [this](Item &item) { compare(item); });
         forEach(batch, [this](Item &item) { name(item); });
         mProgress.setStage("flushing");
         flushFileSystem(mPath);
@@ -370,17 +364,23 @@ void Transfer::fail(Batch &batch, const Failure &failure)
 void Transfer::compare(const Item &item) const
 {
     const int copy = item.copy ? item.copy->descriptor() : item.existing.get();
-    const bool isSame =
-        item.isRenamed() || hasSameContent(item.source->descriptor(), copy, item.source->path());
+    const bool isSame = hasSameContent(item.source->descriptor(), copy, item.source->path());
     item.source->requireUnchanged();
     if (!isSame)
         throw FileFailure(item.source->path(), "the copy on the device differs");
 }
 
+void Transfer::chooseName(Item &item)
+{
+    const std::lock_guard<std::mutex> lock(mMutex);
+    item.target = freePath(item.source->name());
+    mTaken.insert(item.target);
+}
+
 /// Gives a copy, or the source itself, its name in the folder.
 void Transfer::name(Item &item)
 {
-    if (item.existing.isOpen())
+    if (item.existing.isOpen() || item.isNamed)
         return;
     const auto rename = [&item] {
         return item.copy ? item.copy->rename(item.target, false)
@@ -391,9 +391,7 @@ void Transfer::name(Item &item)
             throw FileFailure(item.source->path(),
                               QString("cannot be named %1: ").arg(item.target) + errorText(errno));
         // Another program has taken the name, or it differs from another one only in case.
-        const std::lock_guard<std::mutex> lock(mMutex);
-        item.target = freePath(item.source->name());
-        mTaken.insert(item.target);
+        chooseName(item);
     }
     item.isNamed = true;
 }

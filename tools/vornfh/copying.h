@@ -93,8 +93,8 @@ private:
     void forEach(Batch &batch, const std::function<void(Item &)> &step);
     bool canRename(const Source &source) const;
     void requireRoom(const Source &source) const;
-    void requireGivenOnce(const Source &source);
     void write(Item &item);
+    void chooseName(Item &item);
     void endBatch();
     void work();
     void complete(Batch batch);
@@ -112,7 +112,6 @@ private:
     quint64 mMount = 0;
     FileSystem mFileSystem = FileSystem::Other;
     QSet<QString> mTaken; // names given since the start
-    QSet<QString> mGiven; // files to be moved
 
     Batch mBatch;
     qint64 mBatchBytes = 0;

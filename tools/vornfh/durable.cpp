@@ -54,7 +54,9 @@ void createOneFolder(const QString &folder, const QString &wanted)
     if (!isDone)
         throw Failure(wanted + ": cannot be created: " + errorText(errno));
     if (mark.isNeeded()) {
-        flushFolder(folder); // FAT then records its location, before the folder above gets its new name
+        // FAT records under the new name where the content of the folder is only when the folder is flushed,
+        // and this must be on the device before the new name is.
+        flushFolder(folder);
         flushFolder(above);
     }
     mark.remove();
@@ -77,7 +79,7 @@ void flushWithFolders(const QStringList &paths)
     do {
         folder = QFileInfo(folder).path();
         const Descriptor descriptor = openFolder(folder);
-        // This user has not created a folder that they may not read.
+        // A folder that this user may not read was not created by this user.
         if (descriptor.isOpen() || errno != EACCES)
             flushFile(descriptor.get(), folder);
     } while (folder != "/" && areOnOneFileSystem(folder, QFileInfo(folder).path()));

@@ -7,8 +7,8 @@
 #include <QString>
 #include <QStringList>
 
-// Whatever a command has reported must be on the device, even if the power fails at that moment. All
-// functions throw FileFailure for the path that an error concerns.
+// Whatever a command has reported must be on the device, even if the power fails at that moment. Unless
+// stated otherwise, functions throw FileFailure for the path that an error concerns.
 
 /// Waits until @p paths (files or folders that share a parent folder) are on the device, together with all
 /// folders above them on the same file system, any of which may be new.

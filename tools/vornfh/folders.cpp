@@ -8,6 +8,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QHash>
 #include <QRegularExpression>
 
 #include <algorithm>
@@ -20,6 +21,21 @@
 #include <unistd.h>
 
 using namespace VORN_FILE_HANDLER;
+
+namespace {
+
+/// @p folder without symbolic links; empty if it does not exist. Each folder is resolved once: a command with
+/// thousands of files would otherwise spend most of its time here.
+QString resolvedFolder(const QString &folder)
+{
+    static thread_local QHash<QString, QString> resolved;
+    QString &path = resolved[folder];
+    if (path.isEmpty())
+        path = QFileInfo(folder).canonicalFilePath();
+    return path;
+}
+
+} // namespace
 
 QStringList numberedFolders(const Storage &storage)
 {
@@ -116,14 +132,14 @@ void requireReadableFolders(const Storage &storage)
 QString withResolvedFolder(const QString &path)
 {
     const int slash = path.lastIndexOf('/');
-    const QString folder = QFileInfo(path.left(slash + 1)).canonicalFilePath();
+    const QString folder = resolvedFolder(path.left(slash + 1));
     return folder.isEmpty() ? path : QDir(folder).filePath(path.mid(slash + 1));
 }
 
 const Storage *storageOf(const QString &path, const QList<Storage> &storages)
 {
     const auto found = std::find_if(storages.begin(), storages.end(), [&path](const Storage &storage) {
-        const QString location = QFileInfo(storage.location).canonicalFilePath();
+        const QString location = resolvedFolder(storage.location);
         return !location.isEmpty() && location != "/" && isInside(path, location);
     });
     return found == storages.end() ? nullptr : &*found;

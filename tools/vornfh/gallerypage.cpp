@@ -4,13 +4,15 @@
 #include "gallerystyle.h"
 #include "text.h"
 
-#include <QDir>
 #include <QFile>
-#include <QFileInfo>
+#include <QList>
 #include <QLocale>
+#include <QPair>
+#include <QStringList>
 #include <QUrl>
 
 #include <algorithm>
+#include <numeric>
 
 namespace {
 
@@ -46,258 +48,321 @@ QString dateText(const QDate &date)
     return QLocale::c().toString(date, "d MMM yyyy");
 }
 
-/// "1 Feb 2025 - 3 Mar 2025", or one date if all items are from the same day.
-QString periodOf(const QList<GalleryItem> &items)
+// HTML
+
+using Attributes = QList<QPair<const char *, QString>>;
+
+QByteArray escaped(const QString &text)
 {
-    QDate first;
-    QDate last;
-    for (const GalleryItem &item : items) {
-        const QDate date = item.created.date();
-        first = !first.isValid() || date < first ? date : first;
-        last = !last.isValid() || last < date ? date : last;
+    return text.toHtmlEscaped().toUtf8();
+}
+
+QByteArray startOf(const char *element, const QString &style, const Attributes &attributes)
+{
+    QByteArray html = QByteArray("<") + element;
+    if (!style.isEmpty())
+        html += " class=\"" + escaped(style) + "\"";
+    for (const auto &attribute : attributes)
+        html += QByteArray(" ") + attribute.first + "=\"" + escaped(attribute.second) + "\"";
+    return html;
+}
+
+QByteArray opening(const char *element, const QString &style = QString(), const Attributes &attributes = {})
+{
+    return startOf(element, style, attributes) + ">";
+}
+
+QByteArray closing(const char *element)
+{
+    return QByteArray("</") + element + ">";
+}
+
+QByteArray empty(const char *element, const Attributes &attributes)
+{
+    return startOf(element, QString(), attributes) + "/>";
+}
+
+/// An element with @p content, which is HTML.
+QByteArray element(const char *element, const QByteArray &content, const QString &style = QString(),
+                   const Attributes &attributes = {})
+{
+    return opening(element, style, attributes) + content + closing(element);
+}
+
+QByteArray text(const char *element, const QString &text, const QString &style = QString())
+{
+    return ::element(element, escaped(text), style);
+}
+
+QByteArray linkToIndex(const QString &link)
+{
+    return empty("link", {{"rel", "up"}, {"href", link}});
+}
+
+// The parts of a page
+
+QByteArray headHtml(const GalleryHeader &header)
+{
+    QByteArray html = empty("meta", {{"charset", "utf-8"}});
+    html += empty("meta", {{"name", "generator"}, {"content", QString(GENERATOR) + " " VORNFH_VERSION}});
+    if (!header.links.index.isEmpty())
+        html += linkToIndex(header.links.index);
+    html += empty("meta", {{"name", "viewport"}, {"content", "width=device-width, initial-scale=1"}});
+    html += empty("meta", {{"name", "color-scheme"}, {"content", "light dark"}});
+    // No browser fetches anything for the page, whatever was injected into it.
+    html += empty("meta", {{"http-equiv", "Content-Security-Policy"},
+                           {"content", "default-src 'none'; img-src data:; style-src 'unsafe-inline'"}});
+    html += empty("link", {{"rel", "icon"}, {"href", "data:,"}});
+    return element("head", html + text("title", header.title) + text("style", GALLERY_STYLE));
+}
+
+QByteArray factsHtml(const GalleryTotals &totals)
+{
+    QStringList facts;
+    for (const KindRow &row : KINDS) {
+        if (const int count = totals.count(row.kind))
+            facts.append(counted(count, row.noun));
     }
-    return first == last ? dateText(first) : dateText(first) + " " + QChar(0x2013) + " " + dateText(last);
+    facts.append(humanSize(totals.size()));
+    if (totals.count() > 0)
+        facts.append(totals.period());
+    QByteArray html;
+    for (const QString &fact : facts)
+        html += text("span", fact) + " "; // for screen readers
+    return element("p", html, "facts");
 }
 
-QString sizeOf(const QList<GalleryItem> &items)
+QByteArray capacityHtml(const Capacity &capacity)
 {
-    qint64 size = 0;
-    for (const GalleryItem &item : items)
-        size += item.size;
-    return humanSize(size);
+    if (!capacity.isKnown() || capacity.isElsewhere)
+        return QByteArray();
+    const int percent = capacity.usedPercent();
+    const QByteArray used = element("span", escaped(QString("%1 %").arg(percent)), QString(),
+                                    {{"style", QString("width:%1%").arg(percent)}});
+    const QString rest = QString(" of %1, %2% used").arg(humanSize(capacity.size)).arg(percent);
+    return element("div",
+                   element("div", used, "bar", {{"aria-hidden", "true"}})
+                       + element("p", text("strong", humanSize(capacity.free) + " free") + escaped(rest)),
+                   "capacity");
 }
 
-int countOf(const QList<GalleryItem> &items, Kind kind)
+QByteArray linksHtml(const GalleryLinks &links)
 {
-    return static_cast<int>(std::count_if(items.begin(), items.end(),
-                                          [kind](const GalleryItem &item) { return item.kind == kind; }));
+    QByteArray html;
+    const auto add = [&html](const QString &link, const char *title) {
+        if (!link.isEmpty())
+            html += element("a", title, QString(), {{"href", link}}) + " ";
+    };
+    add(links.index, "All pages");
+    add(links.previous, "Previous page");
+    add(links.next, "Next page");
+    return html.isEmpty() ? html : element("nav", html);
+}
+
+QByteArray choiceHtml(const QString &id, const QString &title, int count)
+{
+    Attributes attributes = {{"type", "radio"}, {"name", "only"}, {"id", "only-" + id}};
+    if (id == "all")
+        attributes += Attributes{{"checked", "checked"}};
+    return element("label",
+                   empty("input", attributes) + escaped(title + " ") + text("span", QString::number(count)));
+}
+
+QByteArray iconHtml(Kind kind)
+{
+    return element("svg", empty("path", {{"d", rowOf(kind).icon}}), QString(),
+                   {{"xmlns", "http://www.w3.org/2000/svg"},
+                    {"viewBox", "0 0 24 24"},
+                    {"role", "img"},
+                    {"aria-label", rowOf(kind).title},
+                    {"fill", kind == VIDEO ? "currentColor" : "none"},
+                    {"stroke", "currentColor"},
+                    {"stroke-width", "1.5"},
+                    {"stroke-linecap", "round"},
+                    {"stroke-linejoin", "round"}});
+}
+
+/// The picture @p uri of @p item; an icon if that is empty.
+QByteArray pictureHtml(const GalleryItem &item, const QByteArray &uri)
+{
+    if (uri.isEmpty())
+        return element("div", iconHtml(item.kind), "picture");
+    const QString alt = QString(rowOf(item.kind).title) + " " + printable(item.name);
+    QByteArray html =
+        R"(<img src=")" + uri + R"(" alt=")" + escaped(alt) + R"(" loading="lazy" decoding="async"/>)";
+    if (item.kind == VIDEO)
+        html += element("span", iconHtml(VIDEO), "badge");
+    return element("div", html, "picture");
+}
+
+QByteArray captionHtml(const GalleryItem &item, QSize resolution)
+{
+    QByteArray html = text("span", printable(item.name), "name");
+    if (item.created.isValid())
+        html +=
+            element("time", escaped(dateText(item.created.date()) + ", " + item.created.toString("HH:mm")),
+                    QString(), {{"datetime", item.created.toString(Qt::ISODate)}});
+    if (findType(item.name) == &typeOf(VORN_FILE_HANDLER::AVI_FILE_EXT))
+        html += text("span", "Not played by browsers", "note");
+    QByteArray size = text("span", humanSize(item.size));
+    if (!resolution.isEmpty())
+        size += " "
+                + text("span",
+                       QString("%1\u00a0\u00d7\u00a0%2").arg(resolution.width()).arg(resolution.height()));
+    return element("figcaption", html + element("span", size, "size"));
+}
+
+QByteArray figureHtml(const QString &style, const QString &link, const QByteArray &content)
+{
+    return "\n" + element("figure", element("a", content, QString(), {{"href", link}}), style);
+}
+
+/// "500 files . 2.0 GiB"
+QString sizeText(int count, const QString &noun, qint64 size)
+{
+    return counted(count, noun) + QString(" %1 ").arg(QChar(0xb7)) + humanSize(size);
+}
+
+QByteArray beginningOf(const QString &path)
+{
+    constexpr int LENGTH = 2048; // the link to the index may be long
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.read(LENGTH) : QByteArray();
 }
 
 } // namespace
 
+void GalleryTotals::add(const GalleryItem &item)
+{
+    ++mCounts[item.kind];
+    mSizes[item.kind] += item.size;
+    addDate(item.created.date());
+}
+
+void GalleryTotals::add(const GalleryTotals &others)
+{
+    for (const KindRow &row : KINDS) {
+        mCounts[row.kind] += others.mCounts[row.kind];
+        mSizes[row.kind] += others.mSizes[row.kind];
+    }
+    addDate(others.mFirst);
+    addDate(others.mLast);
+}
+
+void GalleryTotals::addDate(const QDate &date)
+{
+    if (!date.isValid())
+        return;
+    mFirst = mFirst.isValid() ? std::min(mFirst, date) : date;
+    mLast = mLast.isValid() ? std::max(mLast, date) : date;
+}
+
+int GalleryTotals::count() const
+{
+    return std::accumulate(std::begin(mCounts), std::end(mCounts), 0);
+}
+
+qint64 GalleryTotals::size() const
+{
+    return std::accumulate(std::begin(mSizes), std::end(mSizes), qint64(0));
+}
+
+QString GalleryTotals::period() const
+{
+    return mFirst == mLast ? dateText(mFirst)
+                           : dateText(mFirst) + " " + QChar(0x2013) + " " + dateText(mLast);
+}
+
 bool isGalleryPage(const QString &path)
 {
-    constexpr int BEGINNING = 512;
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly)
-           && file.read(BEGINNING).contains(QByteArray(R"(name="generator" content=")") + GENERATOR);
+    return beginningOf(path).contains(QByteArray(R"(name="generator" content=")") + GENERATOR);
 }
 
-GalleryPage::GalleryPage(QIODevice *device, const Gallery &gallery,
-                         std::function<GalleryPicture(const GalleryItem &)> pictureOf)
-    : mXml(device), mGallery(gallery), mPictureOf(std::move(pictureOf))
+bool isPartOfGallery(const QString &path, const QString &index)
 {
-    mXml.setCodec("UTF-8");
-    mXml.writeDTD("<!DOCTYPE html>\n");
+    return isGalleryPage(path) && beginningOf(path).contains(linkToIndex(index));
 }
 
-void GalleryPage::open(const QString &element, const QString &style, const Attributes &attributes)
+QString encodedLink(const QString &path)
 {
-    mXml.writeStartElement(element);
-    if (!style.isEmpty())
-        mXml.writeAttribute("class", style);
-    for (const auto &attribute : attributes)
-        mXml.writeAttribute(attribute.first, attribute.second);
+    return QUrl::toPercentEncoding(path, "/");
 }
 
-void GalleryPage::empty(const QString &element, const Attributes &attributes)
+QByteArray galleryBeginning(const GalleryHeader &header)
 {
-    mXml.writeEmptyElement(element);
-    for (const auto &attribute : attributes)
-        mXml.writeAttribute(attribute.first, attribute.second);
+    const QByteArray title = element("div",
+                                     text("h1", header.title) + text("p", printable(header.location), "place")
+                                         + factsHtml(header.totals) + linksHtml(header.links),
+                                     "title");
+    QByteArray html =
+        "<!DOCTYPE html>\n"
+        + opening("html", QString(), {{"lang", "en"}, {"xmlns", "http://www.w3.org/1999/xhtml"}})
+        + headHtml(header) + opening("body") + element("header", title + capacityHtml(header.capacity))
+        + opening("main");
+    if (header.totals.count() == 0)
+        html += text("p", "There are no files in the numbered folders of this storage device.", "empty");
+    return html;
 }
 
-void GalleryPage::text(const QString &element, const QString &text, const QString &style)
+QByteArray galleryFilter(const GalleryTotals &totals)
 {
-    open(element, style);
-    mXml.writeCharacters(text);
-    close();
-}
-
-bool GalleryPage::write()
-{
-    QList<GalleryItem> items;
-    for (const QList<GalleryItem> &folder : mGallery.folders)
-        items += folder;
-    open("html", QString(), {{"lang", "en"}, {"xmlns", "http://www.w3.org/1999/xhtml"}});
-    writeHead();
-    open("body");
-    writeHeader(items);
-    open("main");
-    if (items.isEmpty())
-        text("p", "There are no files in the numbered folders of this storage device.", "empty");
-    else
-        writeFilter(items);
-    for (auto folder = mGallery.folders.begin(); folder != mGallery.folders.end(); ++folder)
-        writeFolder(folder.key(), *folder);
-    close();
-    text("footer", QString("Made by vornfh %1 on %2").arg(VORNFH_VERSION, dateText(QDate::currentDate())));
-    mXml.writeEndDocument();
-    return !mXml.hasError();
-}
-
-void GalleryPage::writeHead()
-{
-    open("head");
-    empty("meta", {{"charset", "utf-8"}});
-    empty("meta", {{"name", "generator"}, {"content", QString(GENERATOR) + " " VORNFH_VERSION}});
-    empty("meta", {{"name", "viewport"}, {"content", "width=device-width, initial-scale=1"}});
-    empty("meta", {{"name", "color-scheme"}, {"content", "light dark"}});
-    // No browser fetches anything for the page, whatever was injected into it.
-    empty("meta", {{"http-equiv", "Content-Security-Policy"},
-                   {"content", "default-src 'none'; img-src data:; style-src 'unsafe-inline'"}});
-    empty("link", {{"rel", "icon"}, {"href", "data:,"}});
-    text("title", mGallery.title);
-    text("style", GALLERY_STYLE);
-    close();
-}
-
-void GalleryPage::writeHeader(const QList<GalleryItem> &items)
-{
-    open("header");
-    open("div", "title");
-    text("h1", mGallery.title);
-    text("p", printable(mGallery.location), "place");
-    open("p", "facts");
-    QStringList facts;
+    if (totals.count() == 0)
+        return QByteArray();
+    QByteArray html = text("legend", "Show") + choiceHtml("all", "All", totals.count());
     for (const KindRow &row : KINDS) {
-        if (const int count = countOf(items, row.kind))
-            facts.append(counted(count, row.noun));
+        if (const int count = totals.count(row.kind))
+            html += choiceHtml(row.id, row.plural, count);
     }
-    facts.append(sizeOf(items));
-    if (!items.isEmpty())
-        facts.append(periodOf(items));
-    for (const QString &fact : facts) {
-        text("span", fact);
-        mXml.writeCharacters(" "); // for screen readers
-    }
-    close();
-    close();
-    writeCapacity();
-    close();
+    return element("fieldset", html, "filter");
 }
 
-void GalleryPage::writeCapacity()
+QByteArray folderBeginning(const QString &name, const GalleryTotals &totals)
 {
-    const Capacity &capacity = mGallery.capacity;
-    if (!capacity.isKnown() || capacity.isElsewhere)
-        return;
-    const int percent = capacity.usedPercent();
-    open("div", "capacity");
-    open("div", "bar", {{"aria-hidden", "true"}});
-    open("span", QString(), {{"style", QString("width:%1%").arg(percent)}});
-    mXml.writeCharacters(QString("%1 %").arg(percent));
-    close();
-    close();
-    open("p");
-    text("strong", humanSize(capacity.free) + " free");
-    mXml.writeCharacters(QString(" of %1, %2% used").arg(humanSize(capacity.size)).arg(percent));
-    close();
-    close();
-}
-
-void GalleryPage::writeFilter(const QList<GalleryItem> &items)
-{
-    open("fieldset", "filter");
-    text("legend", "Show");
-    writeChoice("all", "All", items.size());
+    QStringList kinds;
+    QByteArray heading =
+        text("h2", printable(name)) + text("p", sizeText(totals.count(), "file", totals.size()), "all");
     for (const KindRow &row : KINDS) {
-        const int count = countOf(items, row.kind);
-        if (count > 0)
-            writeChoice(row.id, row.plural, count);
+        if (const int count = totals.count(row.kind)) {
+            kinds.append(row.id);
+            heading += text("p", sizeText(count, row.noun, totals.size(row.kind)), row.id);
+        }
     }
-    close();
+    return opening("section", kinds.join(' '), {{"aria-label", "Folder " + printable(name)}})
+           + element("div", heading, "heading");
 }
 
-void GalleryPage::writeChoice(const QString &id, const QString &title, int count)
+QByteArray gridBeginning(int count)
 {
-    Attributes attributes = {{"type", "radio"}, {"name", "only"}, {"id", "only-" + id}};
-    if (id == "all")
-        attributes.append(qMakePair(QString("checked"), QString("checked")));
-    open("label");
-    empty("input", attributes);
-    mXml.writeCharacters(title + " ");
-    text("span", QString::number(count));
-    close();
+    return opening("div", "grid", {{"style", QString("--files:%1").arg(count)}});
 }
 
-void GalleryPage::writeFolder(const QString &name, const QList<GalleryItem> &items)
+QByteArray itemFigure(const GalleryItem &item, const GalleryPicture &picture, const QString &link)
 {
-    open("section", QString(), {{"aria-label", "Folder " + printable(name)}});
-    open("div", "heading");
-    text("h2", printable(name));
-    text("p", counted(items.size(), "file") + QString(" %1 ").arg(QChar(0xb7)) + sizeOf(items));
-    close();
-    open("div", "grid");
-    for (const GalleryItem &item : items)
-        writeItem(item);
-    close();
-    close();
+    return figureHtml(rowOf(item.kind).id, link,
+                      pictureHtml(item, picture.uri) + captionHtml(item, picture.resolution));
 }
 
-void GalleryPage::writeItem(const GalleryItem &item)
+QByteArray cardFigure(const GalleryCard &card, const QByteArray &uri)
 {
-    const QString link = QDir(mGallery.folder).relativeFilePath(item.path);
-    const GalleryPicture picture = mPictureOf(item);
-    mXml.writeCharacters("\n");
-    open("figure", rowOf(item.kind).id);
-    open("a", QString(), {{"href", QUrl::toPercentEncoding(link, "/")}});
-    writePicture(item, picture.uri);
-    writeCaption(item, picture.resolution);
-    close();
-    close();
+    const QByteArray caption =
+        text("span", printable(card.title), "name") + text("span", card.totals.period())
+        + text("span", sizeText(card.totals.count(), "file", card.totals.size()), "size");
+    return figureHtml("page", card.link, pictureHtml(card.first, uri) + element("figcaption", caption));
 }
 
-void GalleryPage::writePicture(const GalleryItem &item, const QString &uri)
+QByteArray gridEnd()
 {
-    open("div", "picture");
-    if (!uri.isEmpty())
-        empty("img",
-              {{"src", uri},
-               {"alt", QString(rowOf(item.kind).title) + " " + printable(QFileInfo(item.path).fileName())},
-               {"loading", "lazy"},
-               {"decoding", "async"}});
-    if (uri.isEmpty())
-        writeIcon(item.kind);
-    else if (item.kind == VIDEO) {
-        open("span", "badge");
-        writeIcon(item.kind);
-        close();
-    }
-    close();
+    return closing("div");
 }
 
-void GalleryPage::writeIcon(Kind kind)
+QByteArray folderEnd()
 {
-    open("svg", QString(),
-         {{"xmlns", "http://www.w3.org/2000/svg"},
-          {"viewBox", "0 0 24 24"},
-          {"role", "img"},
-          {"aria-label", rowOf(kind).title},
-          {"fill", kind == VIDEO ? "currentColor" : "none"},
-          {"stroke", "currentColor"},
-          {"stroke-width", "1.5"},
-          {"stroke-linecap", "round"},
-          {"stroke-linejoin", "round"}});
-    empty("path", {{"d", rowOf(kind).icon}});
-    close();
+    return closing("section");
 }
 
-void GalleryPage::writeCaption(const GalleryItem &item, QSize resolution)
+QByteArray galleryEnd()
 {
-    open("figcaption");
-    text("span", printable(QFileInfo(item.path).fileName()), "name");
-    if (item.created.isValid()) {
-        open("time", QString(), {{"datetime", item.created.toString(Qt::ISODate)}});
-        mXml.writeCharacters(dateText(item.created.date()) + ", " + item.created.toString("HH:mm"));
-        close();
-    }
-    open("span", "size");
-    text("span", humanSize(item.size));
-    if (!resolution.isEmpty()) {
-        mXml.writeCharacters(" ");
-        text("span", QString("%1\u00a0\u00d7\u00a0%2").arg(resolution.width()).arg(resolution.height()));
-    }
-    close();
-    close();
+    const QString made = QString("Made by vornfh %1 on %2");
+    return closing("main") + text("footer", made.arg(VORNFH_VERSION, dateText(QDate::currentDate())))
+           + closing("body") + closing("html");
 }

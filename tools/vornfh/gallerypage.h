@@ -5,73 +5,99 @@
 #include "device.h"
 #include "media.h"
 
+#include <QByteArray>
 #include <QDateTime>
-#include <QMap>
 #include <QSize>
 #include <QString>
-#include <QXmlStreamWriter>
 
-#include <functional>
-
-/// A file as the page shows it.
+/// A file as a page shows it.
 struct GalleryItem {
     Kind kind = OTHER; // never THUMBNAIL
-    QString path;
-    QString thumbnail; // path of its thumbnail; empty if there is none
+    QString name;
     qint64 size = 0;
-    QDateTime created; // local time
+    QDateTime created;         // local time
+    qint64 thumbnailSize = -1; // -1 if it has no thumbnail
 };
 
-/// What the page shows of an item and can get only by reading its file.
+/// What a page shows of an item that only the content of its files reveals.
 struct GalleryPicture {
-    QString uri;      // of the picture; empty for an icon
+    QByteArray uri;   // empty for an icon
     QSize resolution; // invalid if unknown
 };
 
-struct Gallery {
+/// The number, size and dates of some files.
+class GalleryTotals
+{
+public:
+    void add(const GalleryItem &item);
+    void add(const GalleryTotals &others);
+
+    int count() const;
+    int count(Kind kind) const { return mCounts[kind]; }
+    qint64 size() const;
+    qint64 size(Kind kind) const { return mSizes[kind]; }
+
+    /// "1 Feb 2025 - 3 Mar 2025", or one date if all files are from the same day.
+    QString period() const;
+
+private:
+    void addDate(const QDate &date);
+
+    int mCounts[OTHER + 1] = {};
+    qint64 mSizes[OTHER + 1] = {};
+    QDate mFirst;
+    QDate mLast;
+};
+
+/// The links of a page to others of the same gallery; empty if there is no such page.
+struct GalleryLinks {
+    QString index;
+    QString previous;
+    QString next;
+};
+
+/// What is at the top of a page.
+struct GalleryHeader {
     QString title;
     QString location;
     Capacity capacity;
-    QString folder;                            // of the page: links are relative to it
-    QMap<QString, QList<GalleryItem>> folders; // by name
+    GalleryTotals totals;
+    GalleryLinks links;
 };
 
-/// Returns whether the file @p path is such a page.
+/// A page as the index shows it.
+struct GalleryCard {
+    QString title;
+    QString link;
+    GalleryTotals totals;
+    GalleryItem first; // whose picture is shown
+};
+
+/// Returns whether the file @p path is a page of a gallery.
 bool isGalleryPage(const QString &path);
 
-/// Writes a page that is both HTML and XML: only void elements of HTML, and elements of SVG, are empty.
-class GalleryPage
-{
-public:
-    /// @p pictureOf is called for each item when it is written, so that only one picture is in memory at a
-    /// time.
-    GalleryPage(QIODevice *device, const Gallery &gallery,
-                std::function<GalleryPicture(const GalleryItem &)> pictureOf);
+/// Returns whether the file @p path is a page whose link to the index is @p index.
+bool isPartOfGallery(const QString &path, const QString &index);
 
-    /// Returns false if the device cannot be written.
-    bool write();
+/// Encodes a path for a link.
+QString encodedLink(const QString &path);
 
-private:
-    using Attributes = QList<QPair<QString, QString>>;
+// The pieces of a page, in order. It is written in pieces so that only a few pictures are in memory at a
+// time. A page is both HTML and XML: only void elements of HTML, and elements of SVG, are empty.
 
-    void open(const QString &element, const QString &style = QString(), const Attributes &attributes = {});
-    void close() { mXml.writeEndElement(); }
-    void empty(const QString &element, const Attributes &attributes);
-    void text(const QString &element, const QString &text, const QString &style = QString());
-    void writeHead();
-    void writeHeader(const QList<GalleryItem> &items);
-    void writeCapacity();
-    void writeFilter(const QList<GalleryItem> &items);
-    void writeChoice(const QString &id, const QString &title, int count);
-    void writeFolder(const QString &name, const QList<GalleryItem> &items);
-    void writeItem(const GalleryItem &item);
-    void writePicture(const GalleryItem &item, const QString &uri);
-    void writeCaption(const GalleryItem &item, QSize resolution);
-    void writeIcon(Kind kind);
+QByteArray galleryBeginning(const GalleryHeader &header);
+QByteArray galleryFilter(const GalleryTotals &totals);
 
-    QXmlStreamWriter mXml;
-    const Gallery &mGallery;
-    std::function<GalleryPicture(const GalleryItem &)> mPictureOf;
-};
+QByteArray folderBeginning(const QString &name, const GalleryTotals &totals);
+QByteArray gridBeginning(int count);
+/// @p link leads to the file.
+QByteArray itemFigure(const GalleryItem &item, const GalleryPicture &picture, const QString &link);
+QByteArray gridEnd();
+QByteArray folderEnd();
+
+/// Between gridBeginning() and gridEnd(), in an index.
+QByteArray cardFigure(const GalleryCard &card, const QByteArray &uri);
+
+QByteArray galleryEnd();
 
 #endif // GALLERYPAGE_H

@@ -21,11 +21,17 @@ const QList<MediaType> &mediaTypes()
     return TYPES;
 }
 
+QStringRef suffixOf(const QString &name)
+{
+    const int dot = name.lastIndexOf('.');
+    return dot > name.lastIndexOf('/') ? name.midRef(dot + 1) : QStringRef();
+}
+
 const MediaType *findType(const QString &name, Qt::CaseSensitivity sensitivity)
 {
-    const QString extension = QFileInfo(name).suffix();
+    const QStringRef extension = suffixOf(name);
     const auto found = std::find_if(mediaTypes().begin(), mediaTypes().end(), [&](const MediaType &type) {
-        return type.extension.compare(extension, sensitivity) == 0;
+        return extension.compare(type.extension, sensitivity) == 0;
     });
     return found == mediaTypes().end() ? nullptr : &*found;
 }

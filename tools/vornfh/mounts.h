@@ -27,7 +27,8 @@ bool isReadOnlyAfterError(const QString &path);
 /// properly before. Only root can tell on most systems.
 bool wasNotUnmounted(const QString &path);
 
-/// The largest size of a file that the file system of @p path can hold, as far as a recording can reach it.
+/// The size of the largest file that the file system of @p path can hold; a very large number if no recording
+/// can reach it.
 qint64 largestFile(const QString &path);
 
 /// Bytes that this user can still write to the file system of @p path; a very large number if that is not

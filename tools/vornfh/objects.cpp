@@ -67,29 +67,46 @@ QStringList siblingsOf(const QString &path, const QList<Kind> &kinds)
     return paths;
 }
 
-/// The objects of a folder by their base names. Other files, links and hidden files are left out.
-std::vector<Object> objectsIn(const QString &folder)
+bool hasMark(const QString &path)
+{
+    struct stat status = {};
+    return readLinkStatus(path, status) && isProtectedMode(status.st_mode);
+}
+
+/// Calls work(descriptor of the folder, name, type) for each media file that is not hidden. Throws
+/// FileFailure if the folder cannot be read.
+template <typename Work>
+void forEachMediaName(const QString &folder, Work work)
 {
     const std::unique_ptr<DIR, int (*)(DIR *)> stream(::opendir(QFile::encodeName(folder).constData()),
                                                       ::closedir);
-    std::vector<Object> objects;
-    QHash<QByteArray, size_t> places;
     const dirent *entry = nullptr;
     while (stream && (errno = 0, entry = ::readdir(stream.get()))) {
+        const MediaType *type = findType(QString::fromUtf8(entry->d_name), Qt::CaseInsensitive);
+        if (type && entry->d_name[0] != '.')
+            work(::dirfd(stream.get()), entry->d_name, type);
+    }
+    if (errno != 0)
+        throw FileFailure(folder, errorText(errno));
+}
+
+/// The objects of a folder by their base names. Other files, links and hidden files are left out.
+std::vector<Object> objectsIn(const QString &folder)
+{
+    std::vector<Object> objects;
+    QHash<QByteArray, size_t> places;
+    forEachMediaName(folder, [&](int descriptor, const QByteArray &name, const MediaType *type) {
         ObjectFile file;
-        file.name = entry->d_name;
-        const int dot = file.name.lastIndexOf('.');
-        file.type = findType(QString::fromUtf8(file.name), Qt::CaseInsensitive);
-        if (!file.type || file.name.startsWith('.') || !readFile(::dirfd(stream.get()), file))
-            continue;
-        const QByteArray base = file.name.left(dot);
+        file.name = name;
+        file.type = type;
+        if (!readFile(descriptor, file))
+            return;
+        const QByteArray base = basePath(name);
         const auto place = places.insert(base, places.value(base, objects.size()));
         if (*place == objects.size())
             objects.push_back({base, {}});
         objects[*place].files.push_back(file);
-    }
-    if (errno != 0)
-        throw Failure(QString("%1: %2").arg(folder, errorText(errno)));
+    });
     for (Object &object : objects)
         std::sort(object.files.begin(), object.files.end(), comesBefore);
     std::sort(objects.begin(), objects.end(),
@@ -98,6 +115,12 @@ std::vector<Object> objectsIn(const QString &folder)
 }
 
 } // namespace
+
+QByteArray basePath(const QByteArray &path)
+{
+    const int dot = path.lastIndexOf('.');
+    return dot > path.lastIndexOf('/') ? path.left(dot) : path;
+}
 
 bool Object::isReadable() const
 {
@@ -173,16 +196,30 @@ bool isProtectedMode(mode_t mode)
 bool isProtected(const QString &path)
 {
     const QStringList paths = QStringList{path} + siblingsOf(path, {PHOTO, VIDEO, AUDIO, THUMBNAIL});
-    return std::any_of(paths.begin(), paths.end(), [](const QString &file) {
-        struct stat status = {};
-        return readLinkStatus(file, status) && isProtectedMode(status.st_mode);
-    });
+    return std::any_of(paths.begin(), paths.end(), hasMark);
 }
 
-void requireUnprotected(const QString &path, const QString &resolved)
+void ProtectionCheck::requireUnprotected(const QString &path, const QString &resolved)
 {
-    if (isProtected(resolved))
+    const QString folder = resolved.left(resolved.lastIndexOf('/') + 1);
+    if (!mFolders.contains(folder) && QFileInfo(folder).isDir())
+        mFolders.insert(folder, namesIn(folder));
+    const QByteArray name = QFile::encodeName(resolved.mid(folder.size()));
+    const QByteArrayList names = mFolders.value(folder).value(basePath(name));
+    const bool isAnyMarked = std::any_of(names.begin(), names.end(), [&folder](const QByteArray &other) {
+        return hasMark(folder + QFile::decodeName(other));
+    });
+    if (isAnyMarked || hasMark(resolved))
         throw FileFailure(path, "is protected; use --force");
+}
+
+ProtectionCheck::Names ProtectionCheck::namesIn(const QString &folder)
+{
+    Names names;
+    forEachMediaName(folder, [&names](int, const QByteArray &name, const MediaType *) {
+        names[basePath(name)].append(name);
+    });
+    return names;
 }
 
 QString thumbnailFreedBy(const QString &path)

@@ -7,6 +7,8 @@
 #include "storages.h"
 
 #include <QByteArray>
+#include <QByteArrayList>
+#include <QHash>
 #include <QString>
 #include <QStringList>
 
@@ -15,6 +17,9 @@
 
 // An object is what a camera shows and deletes as one: all files in a folder that share a base name, such as
 // a photo and its thumbnail, or the two formats of one shot. Its position in the numbering is its number.
+
+/// The path or name of a file without the extension, which all files of an object share.
+QByteArray basePath(const QByteArray &path);
 
 /// A file of an object.
 struct ObjectFile {
@@ -39,7 +44,7 @@ struct Object {
     bool isProtected() const;
     qint64 size() const;
     qint64 allocated() const;
-    /// The time of its last file.
+    /// The latest modification time of its files.
     std::time_t modified() const;
 };
 
@@ -70,8 +75,22 @@ bool isProtectedMode(mode_t mode);
 /// Returns whether the file @p path, or another file of its object, is protected.
 bool isProtected(const QString &path);
 
-/// Throws FileFailure if isProtected(@p resolved); the message names the path @p path.
-void requireUnprotected(const QString &path, const QString &resolved);
+/// Refuses protected files. Reads the names in each folder once: FAT and ext4 search a folder for a name that
+/// is not there, and an object has few of the names that it could have.
+class ProtectionCheck
+{
+public:
+    /// Throws FileFailure if the file @p resolved, or another file of its object, is protected; the message
+    /// names the path @p path.
+    void requireUnprotected(const QString &path, const QString &resolved);
+
+private:
+    using Names = QHash<QByteArray, QByteArrayList>; // of media files, by their base names
+
+    static Names namesIn(const QString &folder);
+
+    QHash<QString, Names> mFolders;
+};
 
 /// The thumbnail that would be alone without the recording @p path; empty if there is none, or if another
 /// photo or video shares it.

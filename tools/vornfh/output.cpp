@@ -6,9 +6,25 @@
 #include <algorithm>
 #include <cstdio>
 
+namespace {
+
+/// The number of characters of @p text, which has no unpaired surrogates.
+int columnsOf(const QString &text)
+{
+    return static_cast<int>(
+        std::count_if(text.begin(), text.end(), [](QChar c) { return !c.isLowSurrogate(); }));
+}
+
+} // namespace
+
 void printLine(const QString &line)
 {
-    std::printf("%s\n", line.toUtf8().constData());
+    printLines(line.toUtf8() + '\n');
+}
+
+void printLines(const QByteArray &lines)
+{
+    std::fwrite(lines.constData(), 1, static_cast<size_t>(lines.size()), stdout);
     std::fflush(stdout); // so that a reader sees each result immediately
 }
 
@@ -35,40 +51,34 @@ void printError(const QString &message)
 }
 
 Table::Table(const QStringList &heading, const QVector<int> &rightAligned)
-    : mRows({heading}), mRightAligned(rightAligned)
+    : mRows({heading}), mWidths(heading.size()), mRightAligned(rightAligned)
 {
 }
 
 void Table::add(const QStringList &row)
 {
-    QStringList cells;
-    for (const QString &cell : row)
-        cells.append(printable(cell));
-    mRows.append(cells);
+    mRows.append(row);
+    for (QString &cell : mRows.last())
+        cell = printable(cell);
 }
 
-QVector<int> Table::widths() const
+void Table::print()
 {
-    QVector<int> widths(mRows.first().size(), 0);
     for (const QStringList &row : mRows) {
         for (int column = 0; column < row.size(); ++column)
-            widths[column] = std::max(widths[column], row[column].toUcs4().size());
+            mWidths[column] = std::max(mWidths[column], columnsOf(row[column]));
     }
-    return widths;
-}
-
-void Table::print() const
-{
-    const QVector<int> columns = widths();
+    QString text;
     for (const QStringList &row : mRows) {
-        QString line;
         for (int column = 0; column < row.size(); ++column) {
-            const QString padding(columns[column] - row[column].toUcs4().size(), ' ');
+            const QString padding(mWidths[column] - columnsOf(row[column]), ' ');
             const bool right = mRightAligned.contains(column);
             const bool last = column == row.size() - 1;
-            line += column > 0 ? "  " : "";
-            line += right ? padding + row[column] : row[column] + (last ? QString() : padding);
+            text += column > 0 ? "  " : "";
+            text += right ? padding + row[column] : row[column] + (last ? QString() : padding);
         }
-        std::printf("%s\n", line.toUtf8().constData());
+        text += '\n';
     }
+    mRows.clear();
+    printLines(text.toUtf8());
 }

@@ -12,8 +12,11 @@
 /// One line of a result on standard output.
 void printLine(const QString &line);
 
-/// The same for something that was done on a storage device. If it cannot be written, it is printed to
-/// standard error.
+/// The same for several lines, each with its line feed.
+void printLines(const QByteArray &lines);
+
+/// The same as printLine() for something that was done on a storage device. If it cannot be written, it is
+/// printed to standard error.
 void printDone(const QString &line);
 
 /// A result as indented JSON on standard output.
@@ -42,7 +45,8 @@ int forEachReporting(const Items &items, Work work)
     return failures;
 }
 
-/// Rows of text, printed in columns under a heading. The columns @p rightAligned contain numbers.
+/// Rows of text, printed in columns under a heading. The columns @p rightAligned contain numbers. A long
+/// table is printed in parts: a column is as wide as its widest cell so far.
 class Table
 {
 public:
@@ -50,13 +54,12 @@ public:
 
     void add(const QStringList &row);
 
-    /// Prints heading and rows on standard output; cells are made printable().
-    void print() const;
+    /// Prints the rows that were added since the last call on standard output; cells are made printable().
+    void print();
 
 private:
-    QVector<int> widths() const;
-
     QVector<QStringList> mRows;
+    QVector<int> mWidths;
     QVector<int> mRightAligned;
 };
 

@@ -90,7 +90,7 @@ void requireFolderName(const QString &name)
     if (std::any_of(name.begin(), name.end(), isControl))
         refuse("contains a control character");
     if (hasPlaceMarker(name))
-        refuse("contains '%' before a digit, which the library would replace");
+        refuse("contains a place marker such as '%1', which the library would replace");
 }
 
 QString missingProgram(const QStringList &programs)

@@ -36,8 +36,7 @@ bool mayBeDeleted(const Object &object, const PrunePolicy &policy, std::time_t n
 /// The objects that may be deleted, oldest first.
 std::vector<Candidate> candidatesIn(const std::vector<NumberedFolder> &folders, const PrunePolicy &policy)
 {
-    const qint64 keepLast =
-        std::max<qint64>(1, policy.keepLast); // the newest number is the numbering's memory
+    const qint64 keepLast = std::max<qint64>(1, policy.keepLast); // the numbering continues from the newest
     const std::time_t now = std::time(nullptr);
     std::vector<Candidate> candidates;
     qint64 newer = 0;
@@ -206,7 +205,7 @@ private:
     const PrunePolicy &mPolicy;
     const PruneReport &mReport;
     PruneResult mResult;
-    QString mLastFolder; // from which something was deleted
+    QString mLastFolder; // whose leftovers were removed last
 };
 
 } // namespace

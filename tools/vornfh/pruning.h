@@ -16,7 +16,7 @@ struct PrunePolicy {
     std::optional<qint64> keepFree; // bytes on the file system
     std::optional<qint64> maxSize;  // of all objects together, in bytes
     qint64 keepLast = 0;            // this many of the newest objects stay
-    qint64 keepWithin = 0;          // objects that were modified in the last so many seconds stay
+    qint64 keepWithin = 0;          // objects that were modified within this many seconds stay
 
     /// Without one, all objects that may go do so.
     bool hasSpacePolicy() const { return keepFree || maxSize; }
@@ -25,7 +25,7 @@ struct PrunePolicy {
 struct PruneResult {
     int objects = 0;   // that were deleted
     qint64 bytes = 0;  // their size
-    int failures = 0;  // objects and folders that could not be deleted
+    int failures = 0;  // objects that could not be deleted
     qint64 left = 0;   // the size of all objects that are left
     qint64 free = 0;   // bytes on the file system
     bool isMet = true; // the space policies hold

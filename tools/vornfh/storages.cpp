@@ -62,7 +62,7 @@ void requireUsableSuffix(const QString &suffix)
     }
     if (hasPlaceMarker(suffix))
         throw UsageError("--suffix: the suffix '" + suffix
-                         + "' contains '%' before a digit, which the library would replace");
+                         + "' contains a place marker such as '%1', which the library would replace");
 }
 
 QString defaultLocation(const Row &row)

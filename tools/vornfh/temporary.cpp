@@ -37,7 +37,7 @@ const QRegularExpression &namePattern()
     return PATTERN;
 }
 
-/// Returns whether another process with the number @p number runs this tool.
+/// Returns whether another process with the ID @p number runs this tool.
 bool isRunning(pid_t number)
 {
     if (number == ::getpid() || ::kill(number, 0) != 0)
@@ -48,7 +48,7 @@ bool isRunning(pid_t number)
     return programOf(QString::number(number)) == programOf("self");
 }
 
-/// The names that this process has given. An earlier process can have had the same number.
+/// The names that this process has given. An earlier process can have had the same process ID.
 class GivenNames
 {
 public:
@@ -75,7 +75,7 @@ GivenNames &givenNames()
 }
 
 /// Returns whether no process uses the file @p path. The lock reveals a process in another container, whose
-/// processes cannot be seen; the process number reveals one that is renaming the file at that moment.
+/// processes cannot be seen; the process ID reveals one that is renaming the file at that moment.
 bool isLeftover(const QString &path)
 {
     const QString name = path.section('/', -1);

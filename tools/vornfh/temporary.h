@@ -53,8 +53,8 @@ private:
 };
 
 /// A hidden empty file that records, for as long as it exists, that temporary files in its folder are being
-/// renamed. FAT and exFAT, where a power failure can leave both names of such a file, need it: deleting one
-/// of them would free the content of the other. On other file systems no file is created.
+/// renamed. FAT, exFAT and file systems in user space need it: a power failure can leave both names of such a
+/// file, and deleting one would free the content of the other. On other file systems no file is created.
 class RenameMark
 {
 public:
@@ -74,7 +74,7 @@ private:
 
 /// Why a leftover is kept.
 inline const QString MAY_SHARE_CONTENT = "it may share its content with another file; unmount the storage "
-                                         "device, check it with fsck, then delete it";
+                                         "device and check it with fsck, then delete the leftover";
 
 /// What interrupted commands have left behind in a folder.
 struct Leftovers {

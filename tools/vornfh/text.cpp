@@ -22,6 +22,16 @@ QString escaped(uint character)
                              : QString("\\u%1").arg(character, 4, 16, QChar('0'));
 }
 
+/// Returns whether each byte or character of @p text is printable ASCII, as in most names.
+template <typename Text>
+bool isPlain(const Text &text)
+{
+    return std::all_of(text.begin(), text.end(), [](auto character) {
+        const QChar c(character);
+        return c >= ' ' && c <= '~';
+    });
+}
+
 /// Length of the UTF-8 sequence at the start of @p bytes; 0 if it is not valid.
 int sequenceLength(const QByteArray &bytes)
 {
@@ -56,14 +66,16 @@ std::optional<qint64> parsedAmount(const QString &text, const std::initializer_l
 
 std::optional<QString> decoded(const QByteArray &bytes)
 {
+    static const QTextCodec *const UTF8 = QTextCodec::codecForName("UTF-8");
     QTextCodec::ConverterState state(QTextCodec::IgnoreHeader);
-    const QString text =
-        QTextCodec::codecForName("UTF-8")->toUnicode(bytes.constData(), bytes.size(), &state);
+    const QString text = UTF8->toUnicode(bytes.constData(), bytes.size(), &state);
     return state.invalidChars == 0 && state.remainingChars == 0 ? std::optional(text) : std::nullopt;
 }
 
 QString printable(const QString &text)
 {
+    if (isPlain(text))
+        return text;
     QString result;
     for (const uint character : text.toUcs4())
         result += isInterpreted(character) ? escaped(character) : QString::fromUcs4(&character, 1);
@@ -72,6 +84,8 @@ QString printable(const QString &text)
 
 QString printable(const QByteArray &bytes)
 {
+    if (isPlain(bytes))
+        return QString::fromLatin1(bytes);
     QString result;
     for (int i = 0; i < bytes.size();) {
         const int length = sequenceLength(bytes.mid(i, 4));

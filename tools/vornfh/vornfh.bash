@@ -22,7 +22,9 @@ _vornfh_values()
             ;;
         --type) _vornfh_reply -W 'avi mkv jpg png wav' -- "$2" ;;
         --filter) _vornfh_reply -W 'dcim other all' -- "$2" ;;
-        --suffix | --count | --duration | --keep-free | --max-size | --keep-last | --keep-within) COMPREPLY=() ;;
+        --suffix | --count | --duration | --page-size | --keep-free | --max-size | --keep-last | --keep-within)
+            COMPREPLY=()
+            ;;
         *) return 1 ;;
     esac
 }
@@ -37,7 +39,7 @@ _vornfh_options()
         count | info | status) echo '--json' ;;
         repair) echo '--dry-run' ;;
         check) echo '--names --read-all --dcf --json' ;;
-        gallery) echo '--output --force --probe' ;;
+        gallery) echo '--output --page-size --force --probe' ;;
         move) echo '--force' ;;
         delete) echo '--only --force' ;;
         rmdir | wipe) echo '--yes --force' ;;
@@ -83,7 +85,8 @@ _vornfh()
         word=${COMP_WORDS[i]}
         case $word in
             --config | --output | -o | --input | --mmc | --sd | --usb | --*-block | --type | --filter | \
-                --suffix | --count | --duration | --keep-free | --max-size | --keep-last | --keep-within)
+                --suffix | --count | --duration | --page-size | --keep-free | --max-size | --keep-last | \
+                --keep-within)
                 isValue=yes
                 continue
                 ;;

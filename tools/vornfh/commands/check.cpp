@@ -23,9 +23,12 @@ struct Request {
 
 void print(const Storage &storage, const CheckResult &result)
 {
+    QByteArray lines;
     for (const Finding &finding : result.findings)
-        printLine(printable(finding.path) + ": " + printable(finding.text)
-                  + (finding.isRepairable() ? " [repairable]" : ""));
+        lines += (printable(finding.path) + ": " + printable(finding.text)
+                  + (finding.isRepairable() ? " [repairable]" : "") + "\n")
+                     .toUtf8();
+    printLines(lines);
     const QString found =
         result.findings.isEmpty() ? "no findings" : counted(result.findings.size(), "finding");
     printLine(

@@ -17,6 +17,6 @@ void addTransfer(CommandLine &line); // copy, move
 void addMkdir(CommandLine &line);
 void addPrune(CommandLine &line);
 void addProtect(CommandLine &line); // protect, unprotect
-void addRemove(CommandLine &line); // delete, rmdir, wipe
+void addRemove(CommandLine &line);  // delete, rmdir, wipe
 
 #endif // COMMANDS_H

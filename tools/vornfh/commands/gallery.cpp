@@ -4,129 +4,174 @@
 #include "durable.h"
 #include "files.h"
 #include "folders.h"
+#include "galleryfiles.h"
 #include "gallerypage.h"
+#include "jpegsize.h"
 #include "media.h"
 #include "output.h"
 #include "paths.h"
 #include "signals.h"
 #include "text.h"
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QJsonArray>
-#include <QJsonObject>
+#include <QHash>
+#include <QSet>
+#include <QVector>
 
+#include <algorithm>
 #include <cerrno>
 #include <memory>
+#include <numeric>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 using namespace VORN_FILE_HANDLER;
 
 namespace {
 
-/// A larger picture is not embedded in the page.
+/// A larger picture is not embedded in a page.
 constexpr qint64 LARGEST_PICTURE = 300 << 10;
+/// The same for the index of the pages, which shows one picture for each page.
+constexpr qint64 LARGEST_COVER = 32 << 10;
+/// The largest number of files on one page.
+constexpr int LARGEST_COUNT = 10000;
+/// The number of files in one grid. Browsers lay out a grid when it comes into view. Every number of
+/// columns in the style sheet divides it, so that each row is full.
+constexpr int GRID = 240;
 
 struct Request {
     eStorageType storage = STORAGE_MMC;
     std::string output;
+    int pageSize = 128; // MiB
     bool isForced = false;
     bool isProbing = false;
 };
 
-QString withoutExtension(const QString &path)
+// What is on the storage device
+
+using Items = QVector<GalleryItem>;
+
+/// A numbered folder with files.
+struct Folder {
+    QString path;
+    GalleryTotals totals;
+    qint64 length; // of its part of a page
+};
+
+/// The length of @p item on a page, estimated from the sizes of its files.
+qint64 lengthOf(const GalleryItem &item)
 {
-    return path.left(path.lastIndexOf('.'));
+    constexpr qint64 MARKUP = 1 << 10;
+    qint64 picture = 0;
+    if (item.thumbnailSize >= 0 && item.thumbnailSize <= LARGEST_PICTURE)
+        picture = item.thumbnailSize;
+    else if (item.kind == PHOTO && item.size <= LARGEST_PICTURE)
+        picture = item.size;
+    return MARKUP + picture * 4 / 3;
 }
 
-GalleryItem toItem(const QJsonObject &file, const QString &location)
+GalleryItem toItem(const QFileInfo &file)
 {
     GalleryItem item;
-    item.path = location + "/" + file["filename"].toString();
-    item.size = file["size"].toString().toLongLong(nullptr, 16);
-    item.created = QDateTime(QDate::fromString(file["moddate"].toString(), Qt::ISODate),
-                             QTime::fromString(file["modtime"].toString(), Qt::ISODate));
-    item.kind = kindOf(item.path);
-    if (item.kind == THUMBNAIL) // one without its photo or video
-        item.kind = OTHER;
+    item.name = file.fileName();
+    item.size = file.size();
+    item.created = file.birthTime().isValid() ? file.birthTime() : file.metadataChangeTime();
+    item.kind = kindOf(item.name);
     return item;
 }
 
-/// Maps the name of each photo or video, without its extension, to the name of its thumbnail.
-QMap<QString, QString> thumbnailsIn(const QJsonArray &files)
+/// The files in @p folder, oldest first. A thumbnail is the picture of the files that share its base name,
+/// except audio files, and an item only if there are none.
+Items itemsIn(const QString &folder)
 {
-    QMap<QString, QString> all;
-    QMap<QString, QString> used;
-    for (const QJsonValue &file : files) {
-        const QString name = file["filename"].toString();
-        if (kindOf(name) == THUMBNAIL)
-            all.insert(withoutExtension(name), name);
+    const QList<QFileInfo> files =
+        VornFileHandler::getDirectoryContents(folder, QStringList(), QDir::Time | QDir::Reversed);
+    QHash<QString, qint64> thumbnails; // the sizes, by the name without the extension
+    QSet<QString> illustrated;
+    for (const QFileInfo &file : files) {
+        const Kind kind = kindOf(file.fileName());
+        if (kind == THUMBNAIL)
+            thumbnails.insert(file.completeBaseName(), file.size());
+        else if (kind != AUDIO)
+            illustrated.insert(file.completeBaseName());
     }
-    for (const QJsonValue &file : files) {
-        const QString name = file["filename"].toString();
-        const QString base = withoutExtension(name);
-        if (kindOf(name) != THUMBNAIL && kindOf(name) != AUDIO && all.contains(base))
-            used.insert(base, all[base]);
+    Items items;
+    for (const QFileInfo &file : files) {
+        GalleryItem item = toItem(file);
+        const QString base = file.completeBaseName();
+        if (item.kind == THUMBNAIL && illustrated.contains(base))
+            continue;
+        if (item.kind == THUMBNAIL)
+            item.kind = OTHER;
+        else if (item.kind != AUDIO)
+            item.thumbnailSize = thumbnails.value(base, -1);
+        items.append(item);
     }
-    return used;
+    return items;
 }
 
-/// Every file in the numbered folders. A thumbnail is the picture of its photo or video, and an item only if
-/// it has neither.
-QMap<QString, QList<GalleryItem>> itemsOf(const Storage &storage)
+QVector<Folder> foldersOf(const Storage &storage)
 {
-    if (selectedFolders(storage, DIRECTORY_FILTER_DCIM).isEmpty())
-        return {};
-    const QJsonArray files = VornFileHandler::getJSONDirectoryContents(storage.type);
-    const QMap<QString, QString> thumbnails = thumbnailsIn(files);
-    QMap<QString, QList<GalleryItem>> folders;
-    for (const QJsonValue &file : files) {
-        const QString name = file["filename"].toString();
-        const QString folder = name.section('/', 0, -2);
-        const QString thumbnail = thumbnails.value(withoutExtension(name));
+    QVector<Folder> folders;
+    for (const QFileInfo &info : selectedFolders(storage, DIRECTORY_FILTER_DCIM)) {
         // With an empty suffix, the location and the folder above it are listed as numbered folders too.
-        if (folder.isEmpty() || folder.contains('/') || name == thumbnail)
+        if (info.fileName() == "." || info.fileName() == "..")
             continue;
-        GalleryItem item = toItem(file.toObject(), storage.location);
-        if (item.kind != AUDIO && !thumbnail.isEmpty())
-            item.thumbnail = storage.location + "/" + thumbnail;
-        folders[folder].append(item);
+        Folder folder = {storage.location + "/" + info.fileName(), {}, 0};
+        for (const GalleryItem &item : itemsIn(folder.path)) {
+            folder.totals.add(item);
+            folder.length += lengthOf(item);
+        }
+        if (folder.totals.count() > 0)
+            folders.append(folder);
     }
     return folders;
 }
 
-/// The picture @p path as a data: URI; empty if it is neither JPEG nor PNG, or too large.
-QString dataUri(const QString &path)
+// The pictures
+
+/// The picture @p path as a data: URI; empty if it is neither JPEG nor PNG, or larger than @p limit.
+QByteArray dataUri(const QString &path, qint64 limit)
 {
-    QFile file(path);
-    if (path.isEmpty() || !file.open(QIODevice::ReadOnly) || file.size() > LARGEST_PICTURE)
-        return QString();
-    const QByteArray data = file.read(LARGEST_PICTURE);
+    struct stat status = {};
+    const Descriptor file = openFile(path, O_RDONLY | O_NONBLOCK);
+    if (!file.isOpen() || ::fstat(file.get(), &status) != 0 || status.st_size > limit)
+        return QByteArray();
+    QByteArray data(static_cast<int>(status.st_size), Qt::Uninitialized);
+    int size = 0;
+    for (ssize_t count = 1; count > 0 && size < data.size();
+         size += static_cast<int>(std::max<ssize_t>(count, 0)))
+        count = ::pread(file.get(), data.data() + size, static_cast<size_t>(data.size() - size), size);
+    data.truncate(size);
     const char *type = data.startsWith("\xff\xd8\xff") ? "jpeg"
                        : data.startsWith("\x89PNG")    ? "png"
                                                        : nullptr;
-    return type ? QString("data:image/%1;base64,%2").arg(type, QString(data.toBase64())) : QString();
+    return type ? QByteArray("data:image/") + type + ";base64," + data.toBase64() : QByteArray();
+}
+
+/// The picture of @p item, which is the file @p path.
+QByteArray uriOf(const GalleryItem &item, const QString &path, qint64 limit)
+{
+    const QByteArray thumbnail = item.thumbnailSize < 0 ? QByteArray() : dataUri(thumbnailOf(path), limit);
+    return thumbnail.isEmpty() && item.kind == PHOTO ? dataUri(path, limit) : thumbnail;
 }
 
 /// Invalid if it is not known. A video whose path is not safe in a shell is skipped: the library passes it to
 /// one.
-QSize resolutionOf(const GalleryItem &item, bool isProbing)
+QSize resolutionOf(Kind kind, const QString &path, bool isProbing)
 {
-    const bool isRead =
-        item.kind == PHOTO || (item.kind == VIDEO && isProbing && unsafeCharacter(item.path) < 0);
+    const bool isRead = kind == PHOTO || (kind == VIDEO && isProbing && unsafeCharacter(path) < 0);
     if (!isRead)
         return QSize();
+    const auto size = kind == PHOTO ? plainJpegSize(path) : std::nullopt;
+    if (size)
+        return *size;
     Metadata record;
-    VornFileHandler::getMetadata(QFileInfo(item.path), record);
+    VornFileHandler::getMetadata(QFileInfo(path), record);
     return {record.mWidth, record.mHeight};
-}
-
-GalleryPicture pictureOf(const GalleryItem &item, bool isProbing)
-{
-    if (isStopped())
-        throw Failure("interrupted; no page was written");
-    const QString thumbnail = dataUri(item.thumbnail);
-    return {thumbnail.isEmpty() && item.kind == PHOTO ? dataUri(item.path) : thumbnail,
-            resolutionOf(item, isProbing)};
 }
 
 QString outputPath(const Request &request)
@@ -147,58 +192,188 @@ QString outputPath(const Request &request)
     return path;
 }
 
-Gallery collect(const Storage &storage, const QString &path)
+// The pages
+
+/// Files of one folder that are shown on one page.
+struct Section {
+    QString folder; // path
+    QString link;   // from the page to the folder; ends in "/" unless it is empty
+    Items items;
+    bool isProbing;
+};
+
+GalleryTotals totalsOf(const Items &items)
+{
+    GalleryTotals totals;
+    for (const GalleryItem &item : items)
+        totals.add(item);
+    return totals;
+}
+
+/// The link from the page @p page to the files in @p folder, without their names.
+QString linkTo(const QString &folder, const QString &page)
+{
+    return encodedLink(QDir(QFileInfo(page).path()).relativeFilePath(folder + "/x")).chopped(1);
+}
+
+QByteArray figureOf(const GalleryItem &item, const Section &section)
+{
+    const QString path = section.folder + "/" + item.name;
+    return itemFigure(item,
+                      {uriOf(item, path, LARGEST_PICTURE), resolutionOf(item.kind, path, section.isProbing)},
+                      section.link + encodedLink(item.name));
+}
+
+void writeSection(PageFile &page, const Section &section)
+{
+    const int count = section.items.size();
+    page.write(folderBeginning(QFileInfo(section.folder).fileName(), totalsOf(section.items)));
+    for (int begin = 0; begin < count; begin += GRID) {
+        const int end = std::min(begin + GRID, count);
+        page.write(gridBeginning(end - begin));
+        for (int i = begin; i < end; ++i)
+            page.write(figureOf(section.items.at(i), section));
+        page.write(gridEnd());
+    }
+    page.write(folderEnd());
+}
+
+/// A gallery to be written.
+struct Job {
+    QString path; // of the page or index
+    GalleryHeader header;
+    QVector<Folder> folders;
+    qint64 pageSize; // bytes
+    bool isProbing;
+
+    bool isOnePage() const
+    {
+        const auto add = [](qint64 sum, const Folder &folder) { return sum + folder.length; };
+        return header.totals.count() <= LARGEST_COUNT
+               && std::accumulate(folders.begin(), folders.end(), qint64(0), add) <= pageSize;
+    }
+};
+
+void writeOnePage(const Job &job)
+{
+    PageFile page(job.path);
+    page.write(galleryBeginning(job.header) + galleryFilter(job.header.totals));
+    for (const Folder &folder : job.folders)
+        writeSection(page, {folder.path, linkTo(folder.path, job.path), itemsIn(folder.path), job.isProbing});
+    page.write(galleryEnd());
+    page.finish();
+}
+
+/// Divides the items of a folder into those of its pages.
+QVector<Items> divided(const Items &items, qint64 pageSize)
+{
+    QVector<Items> parts;
+    for (int begin = 0, end = 0; begin < items.size(); begin = end) {
+        qint64 length = lengthOf(items.at(end++));
+        while (end < items.size() && end - begin < LARGEST_COUNT
+               && (length += lengthOf(items.at(end))) <= pageSize)
+            ++end;
+        parts.append(items.mid(begin, end - begin));
+    }
+    return parts;
+}
+
+/// A page, as the index shows it and as it is written.
+struct Part {
+    GalleryCard card;
+    QString folder; // path
+};
+
+void writePart(const Job &job, const PageFolder &pages, int number, bool isLast, const Part &part,
+               const Items &items)
+{
+    GalleryHeader header = {job.header.title + ", folder " + printable(part.card.title),
+                            part.folder,
+                            Capacity(),
+                            part.card.totals,
+                            {}};
+    header.links.index = encodedLink(pages.linkToIndex());
+    header.links.previous = number > 1 ? PageFolder::pageName(number - 1) : QString();
+    header.links.next = isLast ? QString() : PageFolder::pageName(number + 1);
+    PageFile page(pages.pagePath(number));
+    page.write(galleryBeginning(header) + galleryFilter(header.totals));
+    writeSection(page, {part.folder, linkTo(part.folder, pages.pagePath(number)), items, job.isProbing});
+    page.write(galleryEnd());
+    page.finish();
+}
+
+QVector<Part> writeParts(const Job &job, const PageFolder &pages)
+{
+    QVector<Part> written;
+    for (int f = 0; f < job.folders.size(); ++f) {
+        const QString &folder = job.folders.at(f).path;
+        const QVector<Items> parts = divided(itemsIn(folder), job.pageSize);
+        for (int i = 0; i < parts.size(); ++i) {
+            const int number = written.size() + 1;
+            const bool isLast = f == job.folders.size() - 1 && i == parts.size() - 1;
+            QString title = QFileInfo(folder).fileName();
+            if (parts.size() > 1)
+                title += QString(", part %1 of %2").arg(i + 1).arg(parts.size());
+            const Items &items = parts.at(i);
+            written.append(
+                {{title, encodedLink(pages.linkTo(number)), totalsOf(items), items.first()}, folder});
+            writePart(job, pages, number, isLast, written.last(), items);
+        }
+    }
+    return written;
+}
+
+void writeIndex(const Job &job, const QVector<Part> &parts)
+{
+    PageFile page(job.path);
+    page.write(galleryBeginning(job.header) + gridBeginning(parts.size()));
+    for (const Part &part : parts) {
+        const QString path = part.folder + "/" + part.card.first.name;
+        page.write(cardFigure(part.card, uriOf(part.card.first, path, LARGEST_COVER)));
+    }
+    page.write(gridEnd() + galleryEnd());
+    page.finish();
+}
+
+Job jobOf(const Storage &storage, const Request &request)
 {
     static const QString TITLES[] = {"Internal memory", "SD card", "USB storage"};
-    Gallery gallery;
-    gallery.title = TITLES[storage.type];
-    gallery.location = storage.location;
-    gallery.folders = itemsOf(storage);
-    gallery.capacity = capacityOf(storage, deviceOf(storage));
-    gallery.folder = QFileInfo(path).path();
-    return gallery;
+    constexpr qint64 MIB = 1 << 20;
+    Job job = {outputPath(request), {}, foldersOf(storage), request.pageSize * MIB, request.isProbing};
+    job.header = {TITLES[storage.type], storage.location, capacityOf(storage, deviceOf(storage)), {}, {}};
+    for (const Folder &folder : job.folders)
+        job.header.totals.add(folder.totals);
+    return job;
 }
 
-/// The path that a symbolic link leads to; @p path if it is not a link.
-QString linkTarget(const QString &path)
+/// Names the time zone that is used anyway. glibc calls stat() on its file for each conversion of a time if
+/// TZ is unset, and there are 15 for each photo.
+void nameTimeZone()
 {
-    const QFileInfo file(path);
-    return file.isSymLink() ? linkTarget(file.symLinkTarget()) : path;
-}
-
-void writePage(int descriptor, const Gallery &gallery, const QString &path, bool isProbing)
-{
-    QFile file;
-    const bool isWritten =
-        file.open(descriptor, QIODevice::WriteOnly)
-        && GalleryPage(&file, gallery,
-                       [isProbing](const GalleryItem &item) { return pictureOf(item, isProbing); })
-               .write()
-        && file.flush();
-    if (!isWritten)
-        throw Failure(QString("%1: cannot be written: %2").arg(path, file.errorString()));
-}
-
-/// Gives the file @p page the mode of @p target, or of a new file if there is none.
-void setMode(int page, const QString &target)
-{
-    struct stat status = {};
-    ::fchmod(page, readStatus(target, status) ? status.st_mode & 07777 : defaultMode(0666));
+    if (!qEnvironmentVariableIsSet("TZ"))
+        qputenv("TZ", ":/etc/localtime");
 }
 
 ExitCode writeGallery(const Storage &storage, const Request &request)
 {
-    const QString path = outputPath(request);
-    const Gallery gallery = collect(storage, path);
+    nameTimeZone();
+    const Job job = jobOf(storage, request);
+    const PageFolder pages(job.path);
+    reportProblems(QFileInfo(job.path).path());
     catchStopSignals();
-    const QString target = linkTarget(path);
-    const QString folder = QFileInfo(target).path();
-    removeLeftovers(folder);
-    TemporaryFile page(folder, path);
-    writePage(page.descriptor(), gallery, path, request.isProbing);
-    setMode(page.descriptor(), target);
-    replaceFile(page, target);
-    printDone(printable(path));
+    int count = 0;
+    if (job.isOnePage()) {
+        writeOnePage(job);
+    } else {
+        if (!request.isForced)
+            pages.requireOwn();
+        createFolder(pages.path());
+        const QVector<Part> parts = writeParts(job, pages);
+        writeIndex(job, parts);
+        count = parts.size();
+    }
+    pages.removePages(count + 1);
+    printDone(printable(job.path));
     return DONE;
 }
 
@@ -210,16 +385,29 @@ void addGallery(CommandLine &line)
     const auto run = [&line, request] {
         return writeGallery(line.storages().require(request->storage), *request);
     };
-    CLI::App &command = line.add("gallery",
-                                 "Writes a self-contained HTML page that shows the files in the numbered "
-                                 "folders of a storage device.\n"
-                                 "Apart from the page, nothing is created on the storage device",
-                                 run);
+    CLI::App &command =
+        line.add("gallery",
+                 "Writes a self-contained HTML page that shows the files in the numbered "
+                 "folders of a storage device.\n"
+                 "More than 10,000 files, or more than --page-size, are divided into several "
+                 "pages, at least one\n"
+                 "for each folder: FILE becomes their index, and they are in a folder next to it, "
+                 "sd-pages for\n"
+                 "sd.html. Apart from these, nothing is created on the storage device",
+                 run);
     addStorageArgument(command, request->storage);
     command.add_option("-o,--output", request->output, "The page; an existing gallery is replaced")
         ->type_name("FILE")
         ->required();
-    command.add_flag("--force", request->isForced, "Replace a file that is not a gallery");
+    command
+        .add_option("--page-size", request->pageSize,
+                    "Largest page, estimated from the sizes of the pictures in it")
+        ->check(between(1, 1024))
+        ->type_name("MIB")
+        ->capture_default_str();
+    command.add_flag(
+        "--force", request->isForced,
+        "Replace a file that is not a gallery, and write pages into a folder that contains other files");
     command.add_flag(
         "--probe", request->isProbing,
         "Show the frame size of videos too: starts ffprobe for each video whose path is safe in a\n"

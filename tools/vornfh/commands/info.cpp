@@ -14,8 +14,13 @@
 #include <QJsonObject>
 #include <QTemporaryDir>
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <future>
 #include <memory>
+#include <thread>
+#include <vector>
 
 using namespace VORN_FILE_HANDLER;
 
@@ -55,6 +60,45 @@ void readRecord(const QString &path, Metadata &record)
     else
         VornFileHandler::getMetadata(file, record);
 }
+
+/// Reads the records of several files and folders, as many at a time as there are processors: for a video,
+/// the library waits for ffprobe.
+class RecordReader
+{
+public:
+    explicit RecordReader(const QStringList &paths) : mRecords(static_cast<size_t>(paths.size()))
+    {
+        for (size_t i = 0; i < mRecords.size(); ++i)
+            mReadings.emplace_back(
+                [this, i, path = paths[static_cast<int>(i)]] { readRecord(path, mRecords[i]); });
+        const size_t processors = std::max(std::thread::hardware_concurrency(), 1U);
+        for (size_t i = 0; i < std::min(processors, mReadings.size()); ++i)
+            mThreads.push_back(std::async(std::launch::async, [this] { readAll(); }));
+    }
+    ~RecordReader() { mNext = mReadings.size(); }
+    RecordReader(const RecordReader &) = delete;
+    RecordReader &operator=(const RecordReader &) = delete;
+
+    /// The record of path number @p index, once it has been read. Call this once for each. Throws what
+    /// readRecord() throws.
+    const Metadata &record(size_t index)
+    {
+        mReadings[index].get_future().get();
+        return mRecords[index];
+    }
+
+private:
+    void readAll()
+    {
+        for (size_t i = mNext++; i < mReadings.size(); i = mNext++)
+            mReadings[i]();
+    }
+
+    std::vector<Metadata> mRecords;
+    std::vector<std::packaged_task<void()>> mReadings;
+    std::atomic<size_t> mNext{0};
+    std::vector<std::future<void>> mThreads; // last, because its destructor waits for the threads
+};
 
 QJsonValue isoTime(const QDateTime &time)
 {
@@ -151,9 +195,10 @@ void printRecord(const QString &path, const Metadata &record)
 ExitCode showInfo(const QStringList &paths, bool isJson)
 {
     QJsonArray array;
+    RecordReader reader(paths);
+    size_t index = 0;
     const int failures = forEachReporting(paths, [&](const QString &path) {
-        Metadata record;
-        readRecord(path, record);
+        const Metadata &record = reader.record(index++);
         if (isJson)
             array.append(toJson(record, isProtected(fromRoot(path))));
         else

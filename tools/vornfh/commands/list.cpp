@@ -2,6 +2,7 @@
 #include "commands.h"
 #include "device.h"
 #include "folders.h"
+#include "listing.h"
 #include "media.h"
 #include "output.h"
 #include "text.h"
@@ -9,6 +10,8 @@
 #include <QJsonArray>
 #include <QJsonObject>
 
+#include <algorithm>
+#include <cstdio>
 #include <map>
 #include <memory>
 
@@ -42,45 +45,168 @@ QList<QFileInfo> foldersOf(const Storage &storage, eDIRECTORY_FILTER filter)
 
 // list
 
-QList<QFileInfo> filesOf(const Storage &storage, const Request &request)
+/// The passes over the folders that make up a list, each given by the extensions that it selects: two for
+/// images, as the library lists all JPEG files before all PNG files, and one for anything else.
+using Passes = QVector<QStringList>;
+
+Passes passesOf(const Request &request)
 {
-    if (foldersOf(storage, request.folders()).isEmpty())
-        return {};
+    if (request.images && request.thumbnails)
+        return {{JPEG_FILE_EXT, THUMB_FILE_EXT}, {PNG_FILE_EXT}};
     if (request.images)
-        return VornFileHandler::getImageList(storage.type, request.thumbnails, request.folders());
+        return {{JPEG_FILE_EXT}, {PNG_FILE_EXT}};
     if (request.videos)
-        return VornFileHandler::getVideoList(storage.type, request.folders());
+        return {{AVI_FILE_EXT, MKV_FILE_EXT}};
     if (request.audio)
-        return VornFileHandler::getAudioList(storage.type, request.folders());
-    return VornFileHandler::getDirectoryContents(storage.type, request.folders());
+        return {{WAV_FILE_EXT}};
+    return {{}};
 }
 
-/// The path relative to the location; the whole path of a file elsewhere.
-QString shortPath(const QFileInfo &file, const Storage &storage)
+/// The files that the library lists in @p folder.
+QList<QFileInfo> libraryFiles(const QString &folder, const QStringList &extensions)
 {
-    const QString path = file.absoluteFilePath();
-    const QString location = storage.location + "/";
-    return path.startsWith(location) ? path.mid(location.size()) : path;
+    QStringList filters;
+    for (const QString &extension : extensions)
+        filters.append("*." + extension);
+    return VornFileHandler::getDirectoryContents(QDir(folder), filters, QDir::Time | QDir::Reversed);
 }
 
-void printFiles(const QList<QFileInfo> &files, const Storage &storage)
+/// Prints a list, one folder at a time. Folders without files are left out.
+class ListPrinter
 {
-    Table table({"FILE", "TYPE", "SIZE", "MODIFIED"}, {2});
-    for (const QFileInfo &file : files) {
-        const MediaType *type = findType(file.fileName());
-        table.add({shortPath(file, storage), type ? type->label : "other", humanSize(file.size()),
-                   timeText(file.lastModified())});
+public:
+    virtual ~ListPrinter() = default;
+    virtual void print(const QString &folder, const std::vector<PlainFile> &files) = 0;
+    virtual void print(const QList<QFileInfo> &files) = 0;
+    virtual void finish() = 0;
+};
+
+class TablePrinter : public ListPrinter
+{
+public:
+    explicit TablePrinter(const Storage &storage) : mPrefix(storage.location + "/") {}
+
+    void print(const QString &folder, const std::vector<PlainFile> &files) override
+    {
+        const QString shown = shortPath(folder + "/");
+        for (const PlainFile &file : files) {
+            const QString name = QString::fromStdString(file.name);
+            add(shown + name, name, file.size, dateText(file.modified) + " " + clockText(file.modified));
+        }
+        mTable.print();
     }
-    table.print();
+
+    void print(const QList<QFileInfo> &files) override
+    {
+        for (const QFileInfo &file : files)
+            add(shortPath(file.absoluteFilePath()), file.fileName(), file.size(),
+                timeText(file.lastModified()));
+        mTable.print();
+    }
+
+    void finish() override { mTable.print(); }
+
+private:
+    void add(const QString &path, const QString &name, qint64 size, const QString &time)
+    {
+        const MediaType *type = findType(name);
+        mTable.add({path, type ? type->label : "other", humanSize(size), time});
+    }
+
+    /// The path relative to the location; the whole path of a file elsewhere.
+    QString shortPath(const QString &path) const
+    {
+        return path.startsWith(mPrefix) ? path.mid(mPrefix.size()) : path;
+    }
+
+    const QString mPrefix;
+    Table mTable{{"FILE", "TYPE", "SIZE", "MODIFIED"}, {2}};
+};
+
+/// @p text between the quotes of a JSON string.
+QByteArray jsonText(const QString &text)
+{
+    const auto isPlain = [](QChar c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; };
+    if (std::all_of(text.begin(), text.end(), isPlain))
+        return text.toLatin1();
+    const QByteArray array = QJsonDocument(QJsonArray{text}).toJson(QJsonDocument::Compact);
+    return array.mid(2, array.size() - 4); // without [" and "]
 }
+
+/// Prints the array of VornFileHandler::getJsonFileList() as QJsonDocument formats it.
+class JsonPrinter : public ListPrinter
+{
+public:
+    explicit JsonPrinter(const Storage &storage) : mStorage(storage)
+    {
+        mTypes[nullptr] = typeNumber("/dev/null/file");
+        for (const MediaType &type : mediaTypes())
+            mTypes[&type] = typeNumber("/dev/null/file." + type.extension);
+    }
+
+    void print(const QString &folder, const std::vector<PlainFile> &files) override
+    {
+        const QByteArray shown = jsonText(QString(folder + "/").remove(mStorage.location + "/"));
+        QByteArray text;
+        for (const PlainFile &file : files) {
+            const QString name = QString::fromStdString(file.name);
+            text += mSeparator + "    {\n" + member("filename", shown + jsonText(name))
+                    + member("moddate", dateText(file.created)) + member("modtime", clockText(file.created))
+                    + member("size", "0x" + QByteArray::number(file.size, 16))
+                    + "        \"type\": " + mTypes[findType(name)] + "\n    }";
+            mSeparator = ",\n";
+        }
+        printLines(text);
+    }
+
+    void print(const QList<QFileInfo> &files) override
+    {
+        const QByteArray array =
+            QJsonDocument(VornFileHandler::getJsonFileList(mStorage.type, files)).toJson();
+        printLines(mSeparator + array.mid(2, array.size() - 5)); // without the lines [ and ]
+        mSeparator = ",\n";
+    }
+
+    void finish() override { printLines(mSeparator == "[\n" ? "[\n]\n" : "\n]\n"); }
+
+private:
+    static QByteArray member(const char *key, const QByteArray &value)
+    {
+        return QByteArray("        \"") + key + "\": \"" + value + "\",\n";
+    }
+
+    /// The library's number for the type of a file.
+    QByteArray typeNumber(const QString &name) const
+    {
+        const QJsonArray array = VornFileHandler::getJsonFileList(mStorage.type, {QFileInfo(name)});
+        return QByteArray::number(array.first().toObject()["type"].toInt());
+    }
+
+    const Storage mStorage;
+    std::map<const MediaType *, QByteArray> mTypes;
+    QByteArray mSeparator = "[\n";
+};
 
 ExitCode list(const Storage &storage, const Request &request)
 {
-    const QList<QFileInfo> files = filesOf(storage, request);
-    if (request.json)
-        printJson(QJsonDocument(VornFileHandler::getJsonFileList(storage.type, files)));
-    else
-        printFiles(files, storage);
+    const QList<QFileInfo> folders = foldersOf(storage, request.folders());
+    const std::unique_ptr<ListPrinter> printer = request.json
+                                                     ? std::unique_ptr<ListPrinter>(new JsonPrinter(storage))
+                                                     : std::make_unique<TablePrinter>(storage);
+    for (const QStringList &extensions : passesOf(request)) {
+        for (const QFileInfo &info : folders) {
+            if (std::ferror(stdout) != 0) // such as a pipe whose reader has ended
+                return FAILED;
+            const QString folder = info.absoluteFilePath();
+            const auto plain = listPlainFiles(folder, extensions);
+            const QList<QFileInfo> others = plain ? QList<QFileInfo>() : libraryFiles(folder, extensions);
+            if (plain && !plain->empty())
+                printer->print(folder, *plain);
+            if (!others.isEmpty())
+                printer->print(others);
+        }
+    }
+    printer->finish();
     return DONE;
 }
 

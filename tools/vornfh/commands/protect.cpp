@@ -88,12 +88,12 @@ void mark(const QString &path, bool isProtecting)
     const mode_t permissions = status.st_mode & 07777 & ~ANY_WRITE;
     if (isProtecting)
         require(::fchmod(file.get(), permissions) == 0);
-    else // FAT accepts only as many write permissions as its mount options allow, or none
+    else // FAT accepts exactly the write permissions that its mount options allow, or none
         require(::fchmod(file.get(), permissions | defaultMode(ANY_WRITE)) == 0
                 || ::fchmod(file.get(), permissions | ANY_WRITE) == 0);
     require(::fstat(file.get(), &status) == 0);
     if (isProtectedMode(status.st_mode) != isProtecting)
-        throw FileFailure(path, "the file system does not keep whether a file is protected");
+        throw FileFailure(path, "the file system cannot store the protection of files");
 }
 
 ExitCode markAll(const Request &request, const QList<Storage> &storages)
@@ -148,6 +148,7 @@ void addProtect(CommandLine &line)
     addCommand(
         line, true, "protect",
         "Protects objects from delete, rmdir, wipe, prune and move. An object is a recording with its\n"
-        "thumbnail. Its files lose their write permission: on FAT and exFAT, the attribute that cameras use");
+        "thumbnail. Its files lose their write permission; on FAT and exFAT this sets the\nread-only "
+        "attribute, which cameras use");
     addCommand(line, false, "unprotect", "Removes the protection of objects");
 }

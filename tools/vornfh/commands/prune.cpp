@@ -133,7 +133,7 @@ void setKeepLast(Request &request, const QString &text)
     bool isNumber = false;
     request.policy.keepLast = text.toLongLong(&isNumber);
     if (!isNumber || request.policy.keepLast <= 0)
-        throw wrongValue("--keep-last", text, "a number from 1");
+        throw wrongValue("--keep-last", text, "a whole number of at least 1");
 }
 
 void setKeepWithin(Request &request, const QString &text)
@@ -171,8 +171,8 @@ void addPrune(CommandLine &line)
     };
     addStorageArgument(command, request->storage);
     addPolicy("--keep-free", setKeepFree, "SIZE|PERCENT",
-              "Delete until so much of the storage device is free");
-    addPolicy("--max-size", setMaxSize, "SIZE", "Delete until all objects together take no more");
+              "Delete until this much of the storage device is free");
+    addPolicy("--max-size", setMaxSize, "SIZE", "Delete until all objects together take no more than this");
     addPolicy("--keep-last", setKeepLast, "N", "Keep the N newest objects");
     addPolicy("--keep-within", setKeepWithin, "AGE",
               "Keep objects that were modified within this time. Without --keep-free and --max-size, all "

@@ -237,18 +237,6 @@ ExitCode record(const Recording &recording, int count)
     return DONE;
 }
 
-CLI::Validator between(double lowest, double highest)
-{
-    const auto check = [lowest, highest](const std::string &text) {
-        double value = 0;
-        const bool isInside = CLI::detail::lexical_cast(text, value) && value >= lowest && value <= highest;
-        const QString message = QString("'%1' is not a number from %2 to %3");
-        return isInside ? std::string()
-                        : message.arg(QString::fromStdString(text)).arg(lowest).arg(highest).toStdString();
-    };
-    return CLI::Validator(check, "");
-}
-
 } // namespace
 
 void addRecord(CommandLine &line)

@@ -14,7 +14,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QSet>
 
 #include <algorithm>
 #include <cerrno>
@@ -25,6 +24,7 @@
 #include <set>
 #include <utility>
 
+#include <fcntl.h>
 #include <fts.h>
 #include <pwd.h>
 #include <unistd.h>
@@ -53,10 +53,17 @@ struct Target {
     QString folder() const { return QFileInfo(resolved).path(); }
 };
 
-/// Returns the file @p path if it may be deleted. Before the first file in @p seen, reports what is wrong
-/// with its storage device, and removes what interrupted commands have left in its folder.
-Target targetOf(const QString &path, const QList<Storage> &storages, const Request &request,
-                std::set<QString> &seen)
+/// What has been looked at since the start.
+struct Seen {
+    std::set<QString> locations;
+    std::set<QString> folders;
+    ProtectionCheck protection;
+};
+
+/// Returns the file @p path if it may be deleted. For the first file on a storage device, reports what is
+/// wrong with the device; for the first in a folder, removes what interrupted commands have left there. @p
+/// seen records both.
+Target targetOf(const QString &path, const QList<Storage> &storages, const Request &request, Seen &seen)
 {
     struct stat status = {};
     if (!readLinkStatus(path, status))
@@ -70,12 +77,12 @@ Target targetOf(const QString &path, const QList<Storage> &storages, const Reque
     if (!storage)
         throw FileFailure(path, "is not in the location of a configured storage device");
     const QString folder = QFileInfo(resolved).path();
-    if (seen.insert(storage->location).second)
+    if (seen.locations.insert(storage->location).second)
         reportProblems(storage->location);
-    if (seen.insert(folder).second)
+    if (seen.folders.insert(folder).second)
         removeLeftovers(folder);
     if (!request.isForced)
-        requireUnprotected(path, resolved);
+        seen.protection.requireUnprotected(path, resolved);
     const bool hasThumbnail = !request.isOnly && !thumbnailFreedBy(resolved).isEmpty();
     return {path, resolved, hasThumbnail ? thumbnailOf(path) : QString()};
 }
@@ -108,10 +115,11 @@ public:
         ++mNamed;
     }
 
-    /// Returns whether @p path is a recording that was given with its thumbnail, or the thumbnail.
+    /// Returns whether @p path is a recording that was added together with its thumbnail, or that thumbnail.
     bool isTaken(const QString &path) const { return mTaken.find(withResolvedFolder(path)) != mTaken.end(); }
 
-    /// Flushes the folders and reports the files. Returns the number of failures.
+    /// Deletes the recordings whose thumbnails have been deleted, flushes the folders, and reports the files.
+    /// Returns the number of failures.
     int finish()
     {
         const QList<Target> recordings = std::exchange(mRecordings, {});
@@ -146,7 +154,7 @@ ExitCode deleteFiles(const Request &request, const QList<Storage> &storages)
     const std::vector<std::string> files = request.paths->results();
     auto lastReport = std::chrono::steady_clock::now();
     Deletion deletion;
-    std::set<QString> seen; // storage devices and folders
+    Seen seen;
     int failures = 0;
     failures += forEachReporting(files, [&](const std::string &file) {
         const QString path = pathArgument(file);
@@ -166,15 +174,8 @@ ExitCode deleteFiles(const Request &request, const QList<Storage> &storages)
 
 // rmdir and wipe
 
-/// Folders and base names, the start of the paths of the files that are left alone.
+/// The paths, without the extension, of the files that are left alone.
 using Kept = std::set<QByteArray>;
-
-/// The path of a file without the extension, which all files of an object share.
-QByteArray basePath(const QByteArray &path)
-{
-    const int dot = path.lastIndexOf('.');
-    return dot > path.lastIndexOf('/') ? path.left(dot) : path;
-}
 
 bool isKept(const FTSENT &entry, const Kept &kept)
 {
@@ -187,15 +188,15 @@ bool isKept(const FTSENT &entry, const Kept &kept)
 
 /// Everything in a folder, at all depths, that is to be deleted.
 struct Content {
-    int files = 0;
-    int folders = 0;
+    QByteArrayList files;
+    QByteArrayList folders; // each after those in it
+    QByteArrayList others;  // files that are not media files
     qint64 bytes = 0;
-    QStringList names;  // of files and folders
-    QStringList others; // files that are not media files
     QString mountPoint; // of another file system in it
-    QByteArray first;   // the path of the first name, which can be deleted before the others
     Kept objects;       // that are protected
     int keptFiles = 0;
+
+    QByteArrayList names() const { return files + folders; }
 };
 
 bool isMedia(const QByteArray &name)
@@ -203,36 +204,26 @@ bool isMedia(const QByteArray &name)
     return findType(QString::fromUtf8(name), Qt::CaseInsensitive) != nullptr;
 }
 
-void count(const FTSENT &entry, int prefixLength, dev_t device, const Kept &kept, Content &content)
+/// Adds an entry of a folder. Each folder is visited twice, before and after the entries in it.
+void add(const FTSENT &entry, int prefixLength, dev_t device, const Kept &kept, Content &content)
 {
-    const QByteArray path = entry.fts_path;
-    const QString shown = printable(path.mid(prefixLength));
+    const bool isFile = entry.fts_info == FTS_F;
+    const bool isFolder = entry.fts_info == FTS_D || entry.fts_info == FTS_DP;
     const bool isLeft = isKept(entry, kept);
-    if (entry.fts_info == FTS_D) {
-        content.folders += entry.fts_level > 0 && !isLeft ? 1 : 0;
-        if (entry.fts_statp->st_dev != device && content.mountPoint.isEmpty())
-            content.mountPoint = printable(path);
+    if ((entry.fts_info == FTS_D || isFile) && entry.fts_statp->st_dev != device
+        && content.mountPoint.isEmpty() && !(isFile && isLeft))
+        content.mountPoint = printable(QByteArray(entry.fts_path));
+    if (isLeft)
+        content.keptFiles += isFolder ? 0 : 1;
+    if (entry.fts_info == FTS_D || entry.fts_level == 0 || isLeft)
         return;
-    }
-    if (isLeft) {
-        content.keptFiles += entry.fts_info != FTS_DP ? 1 : 0;
-        return;
-    }
-    if (entry.fts_level > 0) {
-        if (content.names.isEmpty())
-            content.first = path;
-        content.names.append(shown);
-    }
-    if (entry.fts_info == FTS_DP)
-        return;
-    ++content.files;
-    if (entry.fts_info == FTS_F && isProtectedMode(entry.fts_statp->st_mode))
-        content.objects.insert(basePath(path));
-    if (entry.fts_info == FTS_F && entry.fts_statp->st_dev != device && content.mountPoint.isEmpty())
-        content.mountPoint = printable(path);
-    content.bytes += entry.fts_info == FTS_F ? entry.fts_statp->st_size : 0;
-    if (entry.fts_info != FTS_F || !isMedia(entry.fts_name))
-        content.others.append(shown);
+    const QByteArray name = entry.fts_path + prefixLength;
+    (isFolder ? content.folders : content.files).append(name);
+    if (isFile && isProtectedMode(entry.fts_statp->st_mode))
+        content.objects.insert(basePath(entry.fts_path));
+    content.bytes += isFile ? entry.fts_statp->st_size : 0;
+    if (!isFolder && !(isFile && isMedia(entry.fts_name)))
+        content.others.append(name);
 }
 
 /// Calls work(entry) for everything in @p folder, and for the folder itself, as fts(3) walks through it.
@@ -260,7 +251,7 @@ Content contentOf(const QString &folder, const Kept &kept = {})
     const QByteArray path = QFile::encodeName(folder);
     struct stat status = {};
     if (::lstat(path.constData(), &status) == 0)
-        walk(path, [&](const FTSENT &entry) { count(entry, path.size() + 1, status.st_dev, kept, content); });
+        walk(path, [&](const FTSENT &entry) { add(entry, path.size() + 1, status.st_dev, kept, content); });
     return content;
 }
 
@@ -275,17 +266,21 @@ Content deletableContent(const QString &folder, bool isForced)
     return content;
 }
 
-QString listed(const QStringList &names)
+QString listed(const QByteArrayList &names)
 {
     constexpr int SHOWN = 5;
-    const QString list = QStringList(names.mid(0, SHOWN)).join(", ");
+    QStringList shown;
+    for (const QByteArray &name : names.mid(0, SHOWN))
+        shown.append(printable(name));
+    const QString list = shown.join(", ");
     return names.size() > SHOWN ? QString("%1 and %2 more").arg(list).arg(names.size() - SHOWN) : list;
 }
 
 QString summary(const Content &content)
 {
-    const QString folders = content.folders > 0 ? " and " + counted(content.folders, "folder") : QString();
-    return QString("%1%2, %3").arg(counted(content.files, "file"), folders, humanSize(content.bytes));
+    const QString folders =
+        content.folders.isEmpty() ? QString() : " and " + counted(content.folders.size(), "folder");
+    return QString("%1%2, %3").arg(counted(content.files.size(), "file"), folders, humanSize(content.bytes));
 }
 
 /// Reports what will be deleted, and returns only if the user agrees.
@@ -311,10 +306,31 @@ void confirm(const QString &folder, const Content &content, bool isConfirmed)
         throw Failure(folder + ": not deleted");
 }
 
+/// Returns whether the library can delete the file @p name.
+bool isVisible(const QByteArray &name)
+{
+    return QFile::encodeName(QFile::decodeName(name)) == name;
+}
+
+/// Deletes what was counted, in half the time of the library, which reads all folders again and resolves each
+/// path from the root. The library deletes the rest.
+void deleteCounted(const QString &folder, const Content &content)
+{
+    const Descriptor location = openFolder(folder);
+    const auto remove = [&location](const QByteArrayList &names, int flags) {
+        for (const QByteArray &name : names) {
+            if (isVisible(name))
+                ::unlinkat(location.get(), name.constData(), flags);
+        }
+    };
+    remove(content.files, 0);
+    remove(content.folders, AT_REMOVEDIR);
+}
+
 /// Deletes an entry that the library has not deleted. Returns the reason for a failure; empty on success.
 QString deleteEntry(const QByteArray &path, bool isNew)
 {
-    if (QFile::encodeName(QFile::decodeName(path)) != path)
+    if (!isVisible(path))
         return "files whose names are not valid UTF-8 cannot be deleted";
     if (isNew)
         return "they were created in the meantime";
@@ -325,11 +341,13 @@ QString deleteEntry(const QByteArray &path, bool isNew)
 /// failure; another attempt does. Throws Failure.
 void deleteRest(const QString &folder, const Content &before)
 {
-    for (Content left = contentOf(folder); !left.names.isEmpty(); left = contentOf(folder)) {
-        const QString reason = deleteEntry(left.first, !before.names.contains(left.names.first()));
+    const QByteArrayList known = before.names();
+    QByteArrayList left;
+    while (!(left = contentOf(folder, before.objects).names()).isEmpty()) {
+        const QByteArray path = QFile::encodeName(folder) + "/" + left.first();
+        const QString reason = deleteEntry(path, !known.contains(left.first()));
         if (!reason.isEmpty())
-            throw Failure(
-                QString("%1: could not be deleted: %2: %3").arg(folder, listed(left.names), reason));
+            throw Failure(QString("%1: could not be deleted: %2: %3").arg(folder, listed(left), reason));
     }
 }
 
@@ -353,21 +371,9 @@ void requireGone(const QString &folder, const Content &before)
 /// Deletes the content of @p folder. Throws Failure if anything but protected objects is left.
 void deleteAllButKept(const QString &folder, const Content &content)
 {
-    const QByteArray path = QFile::encodeName(folder);
-    const QSet<QString> agreed(content.names.begin(), content.names.end());
-    QStringList left;
-    walk(path, [&](const FTSENT &entry) {
-        const QString shown = printable(QByteArray(entry.fts_path).mid(path.size() + 1));
-        if (entry.fts_info == FTS_D || isKept(entry, content.objects))
-            return;
-        if (!agreed.contains(shown))
-            left.append(shown + ": was created in the meantime");
-        else if (::remove(entry.fts_path) != 0)
-            left.append(shown + ": " + errorText(errno));
-    });
+    deleteCounted(folder, content);
+    deleteRest(folder, content);
     flushFileSystem(folder);
-    if (!left.isEmpty())
-        throw Failure(QString("%1: could not be deleted: %2").arg(folder, listed(left)));
     printDone(QString("%1: deleted %2; protected objects remain").arg(printable(folder), summary(content)));
 }
 
@@ -397,6 +403,7 @@ ExitCode removeFolder(const Storage &storage, const QString &name, const Request
         deleteAllButKept(path, content);
         return FAILED;
     }
+    deleteCounted(path, content);
     VornFileHandler::deleteFolder(storage.type, name);
     requireGone(path, content);
     return DONE;
@@ -441,6 +448,7 @@ ExitCode wipe(const Storage &storage, const QList<Storage> &all, const Request &
         deleteAllButKept(storage.location, content);
         return FAILED;
     }
+    deleteCounted(storage.location, content);
     VornFileHandler::deleteAllFiles(storage.type);
     requireGone(storage.location, content);
     return DONE;

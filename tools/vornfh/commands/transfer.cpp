@@ -9,7 +9,7 @@
 #include "signals.h"
 #include "text.h"
 
-#include <QFileInfo>
+#include <QSet>
 
 #include <memory>
 #include <optional>
@@ -41,6 +41,8 @@ ExitCode transferAll(const Request &request)
         bytes += sizeOf(file);
     catchStopSignals();
     Progress progress(count, bytes);
+    ProtectionCheck protection;
+    QSet<QString> given;              // resolved paths
     std::optional<Transfer> transfer; // created, with its folder, once the first file has been opened
     for (const std::string &file : request.files) {
         if (isStopped())
@@ -49,8 +51,12 @@ ExitCode transferAll(const Request &request)
             const QString path = pathArgument(file);
             const QString resolved = withResolvedFolder(path);
             if (storageOf(resolved, request.protecting))
-                requireUnprotected(path, resolved);
+                protection.requireUnprotected(path, resolved);
+            // A file can stay in its folder for a while: one that is given twice would be copied twice.
+            if (request.mode == Mode::Move && given.contains(resolved))
+                throw FileFailure(path, "is given twice; a file can be moved only once");
             auto source = std::make_unique<Source>(path);
+            given.insert(resolved);
             if (!transfer)
                 transfer.emplace(request.storage, request.folder, request.mode, progress);
             transfer->add(std::move(source));

@@ -1,0 +1,111 @@
+// SPDX-License-Identifier: MIT
+#include "listing.h"
+
+#include <QFile>
+
+#include <algorithm>
+#include <cstring>
+#include <ctime>
+#include <memory>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+namespace {
+
+using Extensions = std::vector<std::string>;
+
+bool isAscii(const char *name)
+{
+    return std::all_of(name, name + qstrlen(name), [](char c) { return static_cast<signed char>(c) > 0; });
+}
+
+/// Like a name filter of QDir, this ignores case.
+bool hasExtension(const char *name, const Extensions &extensions)
+{
+    const char *const dot = std::strrchr(name, '.');
+    return extensions.empty()
+           || (dot && std::any_of(extensions.begin(), extensions.end(), [dot](const std::string &extension) {
+                   return qstricmp(dot + 1, extension.c_str()) == 0;
+               }));
+}
+
+qint64 toMsecs(const statx_timestamp &time)
+{
+    return time.tv_sec * 1000 + time.tv_nsec / 1000000;
+}
+
+/// The digits of @p msecs since 1970 in local time; nullopt outside the range in which localtime_r() and
+/// QDateTime agree: from 1970 to 2037, except in leap seconds. 0 means no time to QFileInfo.
+std::optional<ClockDigits> toDigits(qint64 msecs)
+{
+    constexpr std::time_t END_OF_2037 = 2145916799;
+    const std::time_t seconds = msecs / 1000;
+    std::tm local = {};
+    if (msecs <= 0 || seconds >= END_OF_2037 || !::localtime_r(&seconds, &local) || local.tm_sec > 59)
+        return std::nullopt;
+    ClockDigits digits = local.tm_year + 1900;
+    for (const int part : {local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec})
+        digits = digits * 100 + part;
+    return digits * 1000 + msecs % 1000;
+}
+
+/// Reads the status of the file @p name in the open folder @p descriptor; nullopt if a value is unusual.
+std::optional<PlainFile> readFile(int descriptor, const char *name)
+{
+    struct statx status = {};
+    if (::statx(descriptor, name, 0, STATX_BASIC_STATS | STATX_BTIME, &status) != 0)
+        return std::nullopt;
+    const qint64 birth = status.stx_mask & STATX_BTIME ? toMsecs(status.stx_btime) : 0;
+    const auto created = toDigits(birth != 0 ? birth : toMsecs(status.stx_ctime));
+    const auto modified = toDigits(toMsecs(status.stx_mtime));
+    if (!created || !modified)
+        return std::nullopt;
+    return PlainFile{name, static_cast<qint64>(status.stx_size), *modified, *created};
+}
+
+} // namespace
+
+std::optional<std::vector<PlainFile>> listPlainFiles(const QString &folder, const QStringList &extensions)
+{
+    Extensions endings;
+    for (const QString &extension : extensions)
+        endings.push_back(extension.toStdString());
+    const std::unique_ptr<DIR, int (*)(DIR *)> stream(::opendir(QFile::encodeName(folder).constData()),
+                                                      ::closedir);
+    // A ":" could mark a path that only Qt resolves.
+    if (!stream || folder == "/" || folder.contains(':'))
+        return std::nullopt;
+    std::vector<PlainFile> files;
+    while (const dirent *entry = ::readdir(stream.get())) {
+        const char *const name = entry->d_name;
+        if (name[0] == '.') // hidden
+            continue;
+        if (entry->d_type == DT_UNKNOWN || !isAscii(name))
+            return std::nullopt;
+        if (entry->d_type != DT_REG || !hasExtension(name, endings))
+            continue;
+        const auto file = readFile(::dirfd(stream.get()), name);
+        if (!file)
+            return std::nullopt;
+        files.push_back(*file);
+    }
+    // Files with the same time are in reverse order of their names: QDir sorts both, then reverses the list.
+    std::sort(files.begin(), files.end(), [](const PlainFile &one, const PlainFile &other) {
+        return one.modified != other.modified ? one.modified < other.modified : one.name > other.name;
+    });
+    return files;
+}
+
+QByteArray dateText(ClockDigits time)
+{
+    const QByteArray digits = QByteArray::number(time);
+    return digits.mid(0, 4) + '-' + digits.mid(4, 2) + '-' + digits.mid(6, 2);
+}
+
+QByteArray clockText(ClockDigits time)
+{
+    const QByteArray digits = QByteArray::number(time);
+    return digits.mid(8, 2) + ':' + digits.mid(10, 2) + ':' + digits.mid(12, 2);
+}

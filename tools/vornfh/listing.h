@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: MIT
+#ifndef LISTING_H
+#define LISTING_H
+
+#include <QString>
+#include <QStringList>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+/// A local time as decimal digits: 20250225140359123 is 2025-02-25 14:03:59.123. Numbers compare as the times
+/// do.
+using ClockDigits = qint64;
+
+/// A file with a name in ASCII, as its status was when it was listed.
+struct PlainFile {
+    std::string name;
+    qint64 size;
+    ClockDigits modified;
+    ClockDigits created; // if the file system keeps no such time: the last status change
+};
+
+/// The files of @p folder, an absolute path without a slash at the end, that have one of @p extensions (any,
+/// if that is empty): the same as VornFileHandler::getDirectoryContents() lists with filters "*.<extension>",
+/// oldest first, and in its order, but with one status query per file and no QFileInfo. Nullopt if the
+/// library must be used: for names that are not ASCII, times before 1970 or after 2037, a folder that cannot
+/// be read, and file systems that do not report the types of entries.
+std::optional<std::vector<PlainFile>> listPlainFiles(const QString &folder, const QStringList &extensions);
+
+/// "2025-02-25" and "14:03:59".
+QByteArray dateText(ClockDigits time);
+QByteArray clockText(ClockDigits time);
+
+#endif // LISTING_H
