@@ -108,6 +108,7 @@ private slots:
     void keepsTheRecordingIfFfmpegFails();
     void requiresFfmpeg();
     void keepsARecordingThatChanges();
+    void keepsAnEmptyFileThatIsFilled();
     void refusesWrongArguments_data();
     void refusesWrongArguments();
     void reportsAReadOnlyStorage();
@@ -225,7 +226,8 @@ void VornfhRepairTest::keepsAndNamesWhatCannotBeMended_data()
         Tree{".vornfh-99999999-ABC123 = x", ".vornfh-99999999-ABC124.renaming"},
         QByteArray(
             ".vornfh-99999999-ABC123: was left by an interrupted command; it may share its content with "
-            "another file; unmount the storage device, check it with fsck, then delete it; cannot be "
+            "another file; unmount the storage device and check it with fsck, then delete the leftover; "
+            "cannot be "
             "repaired"));
 }
 
@@ -398,6 +400,18 @@ void VornfhRepairTest::keepsARecordingThatChanges()
              tool.failure(messagesOf({"DCF_0001.avi: cannot be closed: it was changed by another program in "
                                       "the meantime"})));
     QCOMPARE(treeWithContents(tool.sd() + "/100ABC"), Tree{"DCF_0001.avi = " + content + "more\n"});
+}
+
+/// A program writes to a file after it was found to be empty.
+void VornfhRepairTest::keepsAnEmptyFileThatIsFilled()
+{
+    const QByteArray content = unclosedFile("avi");
+    StandIns programs;
+    programs.add("ffmpeg", "echo more > 'sd/DCIM/100ABC/DCF_0002.wav'\n" + programs.becomes("ffmpeg"));
+    const ToolRun tool;
+    makeOnCard(tool, {"DCF_0001.avi = " + content, "DCF_0002.wav"});
+    QCOMPARE(tool.runOnStorages({"repair", "sd"}), tool.success(linesOf({"DCF_0001.avi: closed"})));
+    QCOMPARE(tool.content("sd/DCIM/100ABC/DCF_0002.wav"), QByteArray("more\n"));
 }
 
 void VornfhRepairTest::refusesWrongArguments_data()

@@ -93,6 +93,18 @@ QStringList removeFile(const QString &path)
     return removed;
 }
 
+/// Returns whether a file or folder that @p finding would have deleted is still what it was: closing
+/// recordings takes time, in which another program may have written to the storage device.
+bool isStillDeletable(const Finding &finding, const QString &path, const struct stat &status)
+{
+    if (finding.kind == "empty-file")
+        return S_ISREG(status.st_mode) && status.st_size == 0;
+    if (finding.kind == "thumb-alone")
+        return isThumbnailAlone(path);
+    const Leftovers leftovers = leftoversIn(QFileInfo(path).path());
+    return leftovers.areSafeToDelete() && leftovers.paths.contains(path);
+}
+
 /// A part that the device cannot read would be missing from the new file.
 void closeWhole(const QString &path)
 {
@@ -130,7 +142,8 @@ public:
             struct stat status = {};
             // It may have been deleted with its recording, or have two findings.
             if (finding.remedy == Remedy::NotNeeded || isStopped() || mDone.contains(path)
-                || !readLinkStatus(path, status))
+                || !readLinkStatus(path, status)
+                || (finding.remedy == Remedy::Delete && !isStillDeletable(finding, path, status)))
                 return;
             if (finding.kind == "unreadable")
                 throw FileFailure(printable(finding.path), finding.text);
@@ -207,20 +220,14 @@ private:
     int mLeft = 0;
 };
 
-bool isStorageName(const QString &text)
-{
-    return QStringList({"mmc", "sd", "usb"}).contains(text, Qt::CaseInsensitive);
-}
-
 ExitCode repair(const Request &request, const Storages &storages)
 {
     catchStopSignals();
     Repair repair(request.isDryRun);
     const int failures = forEachReporting(request.targets->results(), [&](const std::string &argument) {
-        const QString name = QString::fromStdString(argument);
-        repair.mend(isStorageName(name)
-                        ? findingsOn(storages.require(parseStorage(argument)), request.isDryRun)
-                        : findingsAt(pathArgument(argument), storages.configured(), request.isDryRun));
+        const auto storage = storageNamed(QString::fromStdString(argument));
+        repair.mend(storage ? findingsOn(storages.require(*storage), request.isDryRun)
+                            : findingsAt(pathArgument(argument), storages.configured(), request.isDryRun));
     });
     const ExitCode result = repair.result();
     return failures > 0 ? FAILED : result;
