@@ -104,9 +104,17 @@ Snapshot snapshotOfDisks(const QString &folder)
     return all;
 }
 
-/// Creates @p entries. "FILE is a photo", "FILE is a PNG photo" and "FILE is a large photo" create pictures,
-/// "FILE is gone" deletes the file, "FILE is protected" removes its write permission, and "gallery" writes a
-/// gallery with pages of 1 MiB.
+/// An AVI file whose writer was killed.
+QByteArray unclosedVideo()
+{
+    const QTemporaryDir folder;
+    makeVideo(folder.filePath("a.avi"), QSize(64, 48));
+    return contentOf(folder.filePath("a.avi")).replace(4, 4, QByteArray(4, '\xff'));
+}
+
+/// Creates @p entries. "FILE is a photo", "FILE is a PNG photo", "FILE is a large photo" and "FILE is an
+/// unclosed video" create media files, "FILE is gone" deletes the file, "FILE is protected" removes its write
+/// permission, and "gallery" writes a gallery with pages of 1 MiB.
 void setUp(const ToolRun &tool, const Tree &entries)
 {
     for (const QByteArray &entry : entries) {
@@ -119,6 +127,8 @@ void setUp(const ToolRun &tool, const Tree &entries)
                       QByteArray(static_cast<int>(free - entry.mid(7).toLongLong()), 'x'));
         } else if (entry.endsWith(" is a photo")) {
             writeFile(path, pictureData("jpg", QSize(320, 240)));
+        } else if (entry.endsWith(" is an unclosed video")) {
+            writeFile(path, unclosedVideo());
         } else if (entry.endsWith(" is a PNG photo")) {
             writeFile(path, pictureData("png", QSize(320, 240)));
         } else if (entry.endsWith(" is a large photo")) {
@@ -214,7 +224,7 @@ QByteArrayList namesIn(const QByteArray &line, const QByteArray &root)
 {
     QByteArrayList names;
     for (QByteArray part : QString::fromUtf8(line).split(" -> ").join('\n').toUtf8().split('\n')) {
-        part = part.left(part.indexOf(": deleted") < 0 ? part.size() : part.indexOf(": deleted"));
+        part = part.left(part.indexOf(": ") < 0 ? part.size() : part.indexOf(": "));
         if (part.startsWith(root + "/"))
             names.append(part.mid(root.size() + 1));
     }
@@ -608,6 +618,19 @@ void PowerCutTest::reportedIsKept_data()
                      + Tree{"sd/DCIM/101ABC/DCF_0001.jpg is a photo", "sd/DCIM/101ABC/DCF_0001.thumb = three",
                             "sd/DCIM/101ABC/DCF_0002.wav = four"},
                  {"prune", "sd", "--keep-last", "1"}});
+    row("repair-a-video",
+        Scenario{Scenario::Whole, {"sd/DCIM/100ABC/DCF_0001.avi is an unclosed video"}, {"repair", "sd"}});
+    row("repair-a-thumbnail", Scenario{Scenario::Whole,
+                                       CARD + Tree{"sd/DCIM/100ABC/DCF_0003.jpg is a photo"},
+                                       {"repair", "@/sd/DCIM/100ABC/DCF_0003.jpg"}});
+    row("repair-a-damaged-thumbnail",
+        Scenario{Scenario::Whole, CARD, {"repair", "@/sd/DCIM/100ABC/DCF_0001.jpg"}});
+    row("repair-by-deleting",
+        Scenario{Scenario::Deletes,
+                 {"sd/DCIM/100ABC/DCF_0001.jpg is a photo", "sd/DCIM/100ABC/DCF_0002.wav",
+                  "sd/DCIM/100ABC/DCF_0003.avi", "sd/DCIM/100ABC/DCF_0003.thumb = three",
+                  "sd/DCIM/100ABC/DCF_0004.thumb = four", "sd/DCIM/100ABC/.vornfh-4194304-abcdef = left"},
+                 {"repair", "sd"}});
     row("protect", Scenario{Scenario::Whole, CARD, {"protect", "@/sd/DCIM/100ABC"}});
     row("unprotect", Scenario{Scenario::Whole,
                               CARD + Tree{"sd/DCIM/100ABC/DCF_0002.wav is protected"},

@@ -1,9 +1,18 @@
 // SPDX-License-Identifier: MIT
+#include "media.h"
+#include "standins.h"
 #include "toolsupport.h"
 
+#include <QFile>
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QTest>
+
+#include <functional>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 namespace {
 
@@ -44,6 +53,61 @@ const QByteArray LEFTOVER =
 const QByteArray LEFTOVER_KEPT =
     "was left by an interrupted command; it may share its content with another file; unmount the storage "
     "device and check it with fsck, then delete the leftover";
+
+/// After a finding that the command repair mends.
+const QByteArray REPAIRABLE = " [repairable]";
+
+const QByteArray BEGINS_WITH_ZEROS = "begins with zeros: its content was lost, usually in a power failure";
+const QByteArray ENDS_WITH_ZEROS = "ends with zeros: its content was lost, usually in a power failure";
+const QByteArray CUT_OFF = "does not end as a file of its type: the end is missing or damaged";
+const QByteArray BROKEN_CHUNKS = "its chunks do not lead to its end";
+const QByteArray NO_MOVIE = "contains no movie data";
+const QByteArray NO_AUDIO = "contains no audio data";
+const QByteArray NO_INDEX = "has no index: a player may reject it or be unable to seek";
+const QByteArray WRONG_INDEX = "its index does not match its content";
+const QByteArray NO_THUMBNAIL = "has no thumbnail, unlike others in this folder";
+const QByteArray DCF_FOLDER =
+    "is not a name of the camera standard (DCF): a number from 100 to 999 and five characters A-Z 0-9 _";
+const QByteArray DCF_FILE =
+    "is not a name of the camera standard (DCF): four characters A-Z 0-9 _ and a number from 0001 to 9999";
+
+QByteArray otherType(const QByteArray &extension)
+{
+    return "does not begin as a file of type " + extension;
+}
+
+QByteArray shortName(const QByteArray &name)
+{
+    return "has the short name " + name + " on FAT, which is not a name of the camera standard (DCF)";
+}
+
+/// The content of a file of each type, as a camera leaves it.
+QByteArray wholeFile(const QByteArray &extension)
+{
+    static QHash<QByteArray, QByteArray> files;
+    const bool isPicture = extension == "jpg" || extension == "png" || extension == "thumb";
+    if (!files.contains(extension) && isPicture)
+        files[extension] = pictureData(extension, QSize(1280, 960));
+    if (!files.contains(extension)) {
+        const QTemporaryDir folder;
+        const QString path = folder.filePath("file." + extension);
+        extension == "wav" ? makeSound(path) : makeVideo(path, QSize(320, 240));
+        files[extension] = contentOf(path);
+    }
+    return files[extension];
+}
+
+/// @p content with @p count bytes at @p place replaced by @p byte; a negative place counts from the end.
+QByteArray overwritten(QByteArray content, int place, int count, char byte = '\0')
+{
+    return content.replace(place < 0 ? content.size() + place : place, count, QByteArray(count, byte));
+}
+
+/// @p content with the first or last occurrence of @p name replaced by @p other.
+QByteArray renamed(QByteArray content, const QByteArray &name, const QByteArray &other)
+{
+    return content.replace(content.lastIndexOf(name), name.size(), other);
+}
 
 /// The start of an AVI or WAV file, with @p size in its header, in hexadecimal digits.
 QByteArray riff(const QByteArray &size)
@@ -110,6 +174,21 @@ private slots:
     void reportsWhatIsLeftAboveTheLocation() { compareFindings("sd/"); }
     void reportsHowManyRecordingsAreLeft_data();
     void reportsHowManyRecordingsAreLeft();
+    void reportsDamage_data();
+    void reportsDamage();
+    void reportsThumbnails_data();
+    void reportsThumbnails();
+    void reportsNamesThatCamerasReject_data();
+    void reportsNamesThatCamerasReject();
+    void readsAndDecodesEverything_data();
+    void readsAndDecodesEverything();
+    void requiresFfmpegToReadEverything();
+    void ignoresFilesThatAreBeingWritten_data();
+    void ignoresFilesThatAreBeingWritten();
+    void reportsAnUnreadableFile();
+    void opensNoFileForNames();
+    void refusesWrongCommandLines_data();
+    void refusesWrongCommandLines();
     void printsFindingsAsJson();
     void checksFoldersWithoutASuffix();
     void reportsAnUnreadableFolder_data();
@@ -154,7 +233,8 @@ void VornfhCheckTest::reportsNothingOnACleanStorage()
     const ToolRun tool;
     tool.make(onCard(entries));
     const Tree before = treeWithContents(tool.path());
-    QCOMPARE(tool.runOnStorages({"check", "sd"}), tool.success(summary("no findings in " + counted, left)));
+    QCOMPARE(tool.runOnStorages({"check", "sd", "--names"}),
+             tool.success(summary("no findings in " + counted, left)));
     QCOMPARE(treeWithContents(tool.path()), before);
 }
 
@@ -189,7 +269,8 @@ void VornfhCheckTest::reportsOddFolders_data()
          "loose.jpg: " + BESIDE_THE_FOLDERS});
     row("leftovers-beside-and-in-other-folders",
         {".vornfh-99999999-folder/", "100ABC/", "MISC/.vornfh-99999999-ABC123 = x"},
-        {".vornfh-99999999-folder: " + LEFTOVER, "MISC/.vornfh-99999999-ABC123: " + LEFTOVER});
+        {".vornfh-99999999-folder: " + LEFTOVER + REPAIRABLE,
+         "MISC/.vornfh-99999999-ABC123: " + LEFTOVER + REPAIRABLE});
     row("unusable-names", {"100ABC/", "a b/", "x\xff"},
         {"a b: " + unsafeInAShell(" "), "x\\xff: " + NOT_UTF8});
 }
@@ -212,21 +293,17 @@ void VornfhCheckTest::reportsOddFiles_data()
     row("copy-with-a-counter", {"DCF_0001_1.png = x"}, {"DCF_0001_1.png: " + countsAsFile("1")});
     row("one-digit", {"DCF_7.jpg = x"}, {"DCF_7.jpg: " + NO_NUMBER_AFTER_THE_PREFIX}, fileNotANumber());
     row("number-zero", {"DCF_0000.jpg = x"}, {"DCF_0000.jpg: " + NUMBER_ZERO});
-    row("empty-file", {"DCF_0001.avi"}, {"DCF_0001.avi: " + EMPTY});
-    row("recordings-that-are-not-closed",
-        {"DCF_0001.avi = " + riff("ffffffff") + "AVI ", "DCF_0002.wav = " + riff("00000000") + "WAVE",
-         "DCF_0003.avi = " + riff("05000000") + "AVI ", "DCF_0004.mkv = " + matroska("01ffffffffffffff"),
-         "DCF_0005.mkv = " + matroska("82") + "x", "DCF_0006.avi = " + QByteArray(8, '\0')},
-        {"DCF_0001.avi: " + NOT_CLOSED, "DCF_0002.wav: " + NOT_CLOSED, "DCF_0003.avi: " + NOT_CLOSED,
-         "DCF_0004.mkv: " + NOT_CLOSED, "DCF_0005.mkv: " + NOT_CLOSED, "DCF_0006.avi: " + NOT_CLOSED});
+    row("empty-file", {"DCF_0001.avi"}, {"DCF_0001.avi: " + EMPTY + REPAIRABLE});
     row("leftovers", {".vornfh-99999999-ABC123 = x", ".vornfh-99999999-folder/", ".vornfh-99999999-ABC = x"},
-        {".vornfh-99999999-ABC123: " + LEFTOVER, ".vornfh-99999999-folder: " + LEFTOVER});
+        {".vornfh-99999999-ABC123: " + LEFTOVER + REPAIRABLE,
+         ".vornfh-99999999-folder: " + LEFTOVER + REPAIRABLE});
     row("leftover-that-was-being-renamed",
         {".vornfh-99999999-ABC123 = x", ".vornfh-99999999-ABC124.renaming"},
         {".vornfh-99999999-ABC123: " + LEFTOVER_KEPT});
     row("thumbnail-alone-and-of-an-audio-file",
         {"DCF_0001.thumb = x", "DCF_0002.thumb = x", "DCF_0002.wav = x"},
-        {"DCF_0001.thumb: " + THUMBNAIL_ALONE, "DCF_0002.thumb: " + THUMBNAIL_ALONE});
+        {"DCF_0001.thumb: " + THUMBNAIL_ALONE + REPAIRABLE,
+         "DCF_0002.thumb: " + THUMBNAIL_ALONE + REPAIRABLE});
     row("extensions-that-the-library-does-not-list",
         {"DCF_0001.jpeg = x", "DCF_0002.mp4 = x", "DCF_0003 = x", "archive.tar.gz = x", "notes.txt"},
         {"DCF_0001.jpeg: " + OTHER_EXTENSION, "DCF_0002.mp4: " + OTHER_EXTENSION,
@@ -251,11 +328,11 @@ void VornfhCheckTest::compareFindings(const QByteArray &folder)
     const ToolRun tool;
     tool.make(below(folder, entries));
     const Tree before = treeWithContents(tool.path());
-    const Outcome outcome = tool.runOnStorages({"check", "sd"});
+    const Outcome outcome = tool.runOnStorages({"check", "sd", "--names"});
     const QByteArray expected = below("@/" + folder, findings).join("\n") + "\n";
     QCOMPARE(outcome.out.left(outcome.out.indexOf("sd: ")), tool.expand(expected));
     QCOMPARE(outcome.err, err);
-    QCOMPARE(outcome.exitCode, 1);
+    QCOMPARE(outcome.exitCode, 3);
     QCOMPARE(treeWithContents(tool.path()), before);
 }
 
@@ -265,7 +342,7 @@ void VornfhCheckTest::reportsWhatIsLeftAboveTheLocation_data()
     QTest::addColumn<QByteArrayList>("findings");
     QTest::addColumn<QByteArray>("err");
     row("folder-that-was-to-become-the-location", Tree{".vornfh-99999999-abcdef/", "DCIM/"},
-        QByteArrayList{".vornfh-99999999-abcdef: " + LEFTOVER}, QByteArray());
+        QByteArrayList{".vornfh-99999999-abcdef: " + LEFTOVER + REPAIRABLE}, QByteArray());
 }
 
 void VornfhCheckTest::reportsHowManyRecordingsAreLeft_data()
@@ -296,13 +373,284 @@ void VornfhCheckTest::reportsHowManyRecordingsAreLeft()
     QCOMPARE(out.contains(tool.expand("@/sd/DCIM/999ABC: " + USED_UP + "\n")), isUsedUp);
 }
 
+/// The findings of "check sd" with @p options, without the path of the folder 100ABC.
+static QByteArrayList findingsIn(const ToolRun &tool, const QByteArrayList &options = {})
+{
+    const Outcome outcome = tool.runOnStorages(QByteArrayList{"check", "sd"} + options);
+    const QByteArray lines = outcome.out.left(outcome.out.indexOf("sd: ")).trimmed();
+    require(outcome.exitCode == (lines.isEmpty() ? 0 : 3) && outcome.err.isEmpty(), toString(outcome));
+    QByteArrayList findings;
+    for (QByteArray line : lines.isEmpty() ? QByteArrayList() : lines.split('\n'))
+        findings.append(line.replace(tool.expand("@/sd/DCIM/100ABC/"), ""));
+    return findings;
+}
+
+void VornfhCheckTest::reportsDamage_data()
+{
+    QTest::addColumn<QByteArray>("extension");
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<QByteArray>("finding"); // empty if there is none
+    const auto row = [](const char *name, const QByteArray &extension, const QByteArray &content,
+                        const QByteArray &finding = {}) {
+        QTest::newRow((extension + "-" + name).constData()) << extension << content << finding;
+    };
+    for (const QByteArray extension : {"jpg", "png", "avi", "mkv", "wav"}) {
+        const QByteArray whole = wholeFile(extension);
+        row("whole", extension, whole);
+        row("text", extension, "not a recording", otherType(extension));
+        row("of-another-type", extension, wholeFile(extension == "jpg" ? "png" : "jpg"),
+            otherType(extension));
+        row("head-of-zeros", extension, overwritten(whole, 0, 64), BEGINS_WITH_ZEROS);
+        row("zeros", extension, QByteArray(8, '\0'), BEGINS_WITH_ZEROS);
+    }
+    const QByteArray jpeg = wholeFile("jpg");
+    row("cut", "jpg", jpeg.chopped(1), CUT_OFF);
+    row("cut-in-half", "jpg", jpeg.left(jpeg.size() / 2), CUT_OFF);
+    row("tail-of-zeros", "jpg", overwritten(jpeg, -5000, 5000), ENDS_WITH_ZEROS);
+    row("padded", "jpg", jpeg + QByteArray(100, '\0'));
+    row("only-a-signature", "jpg", "\xff\xd8\xff", CUT_OFF);
+    const QByteArray png = wholeFile("png");
+    row("cut", "png", png.chopped(1), CUT_OFF);
+    row("tail-of-zeros", "png", overwritten(png, -5000, 5000), ENDS_WITH_ZEROS);
+    row("other-data-after-its-end", "png", png + "x", CUT_OFF);
+    row("length-of-a-chunk-is-wrong", "png", overwritten(png, 8, 1, '\x7f'), BROKEN_CHUNKS);
+    row("without-a-header", "png", renamed(png, "IHDR", "IHDX"), BROKEN_CHUNKS);
+    row("end-in-the-middle", "png", renamed(png, "IDAT", "IEND"), BROKEN_CHUNKS);
+    row("only-an-end", "png", png.left(8) + png.right(12));
+
+    const QByteArray notClosed = NOT_CLOSED + REPAIRABLE;
+    row("size-is-unknown", "avi", riff("ffffffff") + "AVI ", notClosed);
+    row("size-is-zero", "wav", riff("00000000") + "WAVE", notClosed);
+    row("size-is-too-large", "avi", riff("05000000") + "AVI ", notClosed);
+    row("size-is-unknown", "mkv", matroska("01ffffffffffffff"), notClosed);
+    row("size-is-too-large", "mkv", matroska("82") + "x", notClosed);
+    for (const QByteArray extension : {"avi", "mkv", "wav"}) {
+        const QByteArray whole = wholeFile(extension);
+        row("cut", extension, whole.left(whole.size() / 2), notClosed);
+    }
+    const QByteArray avi = wholeFile("avi");
+    row("without-movie-data", "avi", riff("04000000") + "AVI ", NO_MOVIE);
+    row("without-an-index", "avi", renamed(avi, "idx1", "JUNK"), NO_INDEX + REPAIRABLE);
+    row("tail-of-zeros", "avi", overwritten(avi, -16, 16), WRONG_INDEX + REPAIRABLE);
+    row("index-of-other-content", "avi", overwritten(avi, -8, 1, '\x01'), WRONG_INDEX + REPAIRABLE);
+    row("movie-data-beyond-the-end", "avi", overwritten(avi, avi.indexOf("movi") - 1, 1, '\x01'), notClosed);
+    const QByteArray wav = wholeFile("wav");
+    row("without-audio-data", "wav", riff("04000000") + "WAVE", NO_AUDIO);
+    row("audio-data-beyond-the-end", "wav", overwritten(wav, wav.indexOf("data") + 7, 1, '\x01'), notClosed);
+    row("silence-at-the-end", "wav", overwritten(wav, -5000, 5000));
+    row("without-a-type", "mkv", matroska("81") + "x", otherType("mkv"));
+    row("tail-of-zeros", "mkv", overwritten(wholeFile("mkv"), -4096, 4096), ENDS_WITH_ZEROS + REPAIRABLE);
+}
+
+void VornfhCheckTest::reportsDamage()
+{
+    QFETCH(QByteArray, extension);
+    QFETCH(QByteArray, content);
+    QFETCH(QByteArray, finding);
+    const ToolRun tool;
+    const QString file = "DCF_0001." + extension;
+    writeFile(tool.sd() + "/100ABC/" + file, content);
+    const Tree before = treeWithContents(tool.path());
+    QCOMPARE(findingsIn(tool),
+             finding.isEmpty() ? QByteArrayList() : QByteArrayList{file.toUtf8() + ": " + finding});
+    QCOMPARE(findingsIn(tool, {"--names"}), QByteArrayList());
+    QCOMPARE(treeWithContents(tool.path()), before);
+}
+
+void VornfhCheckTest::reportsThumbnails_data()
+{
+    QTest::addColumn<Tree>("entries");
+    QTest::addColumn<QByteArrayList>("findings");
+    const QByteArray jpeg = wholeFile("jpg");
+    const QByteArray png = wholeFile("png");
+    const QByteArray photo = "DCF_0001.jpg = " + jpeg;
+    row("whole", Tree{photo, "DCF_0001.thumb = " + jpeg}, QByteArrayList());
+    row("not-a-jpeg-image", Tree{photo, "DCF_0001.thumb = " + png},
+        QByteArrayList{"DCF_0001.thumb: " + otherType("thumb") + REPAIRABLE});
+    row("cut", Tree{photo, "DCF_0001.thumb = " + jpeg.chopped(1)},
+        QByteArrayList{"DCF_0001.thumb: " + CUT_OFF + REPAIRABLE});
+    row("empty", Tree{photo, "DCF_0001.thumb"}, QByteArrayList{"DCF_0001.thumb: " + EMPTY + REPAIRABLE});
+    row("of-an-empty-recording", Tree{"DCF_0001.jpg", "DCF_0001.thumb = x"},
+        QByteArrayList{"DCF_0001.jpg: " + EMPTY + REPAIRABLE, "DCF_0001.thumb: " + otherType("thumb")});
+    row("alone", Tree{"DCF_0001.thumb = x"},
+        QByteArrayList{"DCF_0001.thumb: " + THUMBNAIL_ALONE + REPAIRABLE});
+    row("missing", Tree{photo, "DCF_0001.thumb = " + jpeg, "DCF_0002.png = " + png},
+        QByteArrayList{"DCF_0002.png: " + NO_THUMBNAIL + REPAIRABLE});
+    row("none-in-the-folder", Tree{photo, "DCF_0002.png = " + png}, QByteArrayList());
+    row("two-formats-of-one-shot", Tree{photo, "DCF_0001.png = " + png, "DCF_0001.thumb = " + jpeg},
+        QByteArrayList{"DCF_0001.png: " + sameNumber("DCF_0001.jpg")});
+}
+
+void VornfhCheckTest::reportsThumbnails()
+{
+    QFETCH(Tree, entries);
+    QFETCH(QByteArrayList, findings);
+    const ToolRun tool;
+    makeTree(tool.path(), below("sd/DCIM/100ABC/", entries));
+    QCOMPARE(findingsIn(tool), findings);
+}
+
+void VornfhCheckTest::reportsNamesThatCamerasReject_data()
+{
+    QTest::addColumn<QByteArray>("suffix");
+    QTest::addColumn<Tree>("entries");
+    QTest::addColumn<QByteArrayList>("findings"); // without the location
+    row("names-of-the-standard", QByteArray("VORN_"), Tree{"100VORN_/DCF_0001.jpg", "998VORN_/DCF_9999.wav"},
+        QByteArrayList());
+    row("suffix-of-four-characters", QByteArray("VORN"), Tree{"100VORN/DCF_0001.jpg"},
+        QByteArrayList{"100VORN: " + DCF_FOLDER});
+    row("suffix-of-six-characters", QByteArray("VORN25"), Tree{"100VORN25/DCF_0001.jpg"},
+        QByteArrayList{"100VORN25: " + DCF_FOLDER});
+    row("other-characters-in-the-suffix", QByteArray("VOR-N"), Tree{"100VOR-N/DCF_0001.jpg"},
+        QByteArrayList{"100VOR-N: " + DCF_FOLDER});
+    row("number-below-100", QByteArray("VORN_"), Tree{"99VORN_/DCF_0001.jpg"},
+        QByteArrayList{"99VORN_: " + NOT_THREE_DIGITS, "99VORN_: " + DCF_FOLDER});
+    row("counter-after-the-number", QByteArray("VORN_"), Tree{"100VORN_/DCF_0001_1.jpg"},
+        QByteArrayList{"100VORN_/DCF_0001_1.jpg: " + countsAsFile("1"),
+                       "100VORN_/DCF_0001_1.jpg: " + DCF_FILE});
+    row("number-zero", QByteArray("VORN_"), Tree{"100VORN_/DCF_0000.jpg"},
+        QByteArrayList{"100VORN_/DCF_0000.jpg: " + NUMBER_ZERO, "100VORN_/DCF_0000.jpg: " + DCF_FILE});
+    row("extension-of-five-characters", QByteArray("VORN_"),
+        Tree{"100VORN_/DCF_0001.jpg", "100VORN_/DCF_0001.thumb"},
+        QByteArrayList{"100VORN_/DCF_0001.thumb: " + shortName("DCF_00~1.THU")});
+    row("number-used-twice", QByteArray("VORN_"), Tree{"100VORN_/DCF_0001.jpg", "100VORN_/DCF_0001.wav"},
+        QByteArrayList{"100VORN_/DCF_0001.wav: " + sameNumber("DCF_0001.jpg")});
+}
+
+void VornfhCheckTest::reportsNamesThatCamerasReject()
+{
+    QFETCH(QByteArray, suffix);
+    QFETCH(Tree, entries);
+    QFETCH(QByteArrayList, findings);
+    const ToolRun tool;
+    Tree files;
+    for (const QByteArray &entry : entries)
+        files.append("sd/DCIM/" + entry + " = x");
+    tool.make(files);
+    const Outcome outcome =
+        tool.run({"--suffix", suffix, "--sd", "@/sd/DCIM", "check", "sd", "--names", "--dcf"});
+    QByteArray expected;
+    for (const QByteArray &finding : findings)
+        expected += "@/sd/DCIM/" + finding + "\n";
+    QCOMPARE(outcome.out.left(outcome.out.indexOf("sd: ")), tool.expand(expected));
+    QCOMPARE(outcome.exitCode, findings.isEmpty() ? 0 : 3);
+}
+
+void VornfhCheckTest::readsAndDecodesEverything_data()
+{
+    QTest::addColumn<QByteArray>("extension");
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<bool>("isDamaged");
+    for (const QByteArray extension : {"jpg", "png", "avi", "mkv", "wav"})
+        QTest::newRow("whole-" + extension) << extension << wholeFile(extension) << false;
+    const QByteArray png = wholeFile("png");
+    QTest::newRow("damaged-png") << QByteArray("png") << overwritten(png, png.size() / 2, 100, '\x55')
+                                 << true;
+    const QByteArray avi = wholeFile("avi");
+    QTest::newRow("damaged-avi") << QByteArray("avi") << overwritten(avi, avi.size() / 2 - 600, 1200, '\x55')
+                                 << true;
+}
+
+void VornfhCheckTest::readsAndDecodesEverything()
+{
+    QFETCH(QByteArray, extension);
+    QFETCH(QByteArray, content);
+    QFETCH(bool, isDamaged);
+    const ToolRun tool;
+    const QByteArray file = "DCF_0001." + extension;
+    writeFile(tool.sd() + "/100ABC/" + file, content);
+    QCOMPARE(findingsIn(tool), QByteArrayList());
+    const QByteArrayList found = findingsIn(tool, {"--read-all"});
+    QCOMPARE(found.size(), isDamaged ? 1 : 0);
+    if (isDamaged)
+        QVERIFY2(found[0].startsWith(file + ": cannot be decoded: "), found[0].constData());
+}
+
+void VornfhCheckTest::requiresFfmpegToReadEverything()
+{
+    const StandIns noPrograms(StandIns::Alone);
+    const ToolRun tool;
+    tool.make(onCard({"100ABC/DCF_0001.jpg = x"}));
+    QCOMPARE(tool.runOnStorages({"check", "sd", "--read-all"}),
+             tool.failure({"ffmpeg is not on PATH; checking all content needs it"}));
+}
+
+void VornfhCheckTest::ignoresFilesThatAreBeingWritten_data()
+{
+    QTest::addColumn<bool>("isLocked");
+    QTest::newRow("open-for-writing") << false;
+    QTest::newRow("locked") << true;
+}
+
+void VornfhCheckTest::ignoresFilesThatAreBeingWritten()
+{
+    QFETCH(bool, isLocked);
+    const ToolRun tool;
+    tool.make(onCard({"100ABC/DCF_0001.avi = " + riff("ffffffff") + "AVI ", "100ABC/DCF_0002.avi"}));
+    {
+        QList<int> descriptors;
+        for (const char *name : {"/100ABC/DCF_0001.avi", "/100ABC/DCF_0002.avi"}) {
+            const QByteArray path = QFile::encodeName(tool.sd()) + name;
+            descriptors.append(::open(path.constData(), (isLocked ? O_RDONLY : O_WRONLY) | O_CLOEXEC));
+            QVERIFY(descriptors.last() >= 0);
+            if (isLocked)
+                QCOMPARE(::flock(descriptors.last(), LOCK_EX), 0);
+        }
+        QCOMPARE(findingsIn(tool), QByteArrayList());
+        for (const int descriptor : descriptors)
+            ::close(descriptor);
+    }
+    QCOMPARE(findingsIn(tool), (QByteArrayList{"DCF_0001.avi: " + NOT_CLOSED + REPAIRABLE,
+                                               "DCF_0002.avi: " + EMPTY + REPAIRABLE}));
+}
+
+void VornfhCheckTest::reportsAnUnreadableFile()
+{
+    ToolRun tool;
+    if (!tool.dropPrivileges())
+        QSKIP("the tool cannot run as another user");
+    tool.make(onCard({"100ABC/DCF_0001.jpg = x"}));
+    const FolderMode unreadable(tool.sd() + "/100ABC/DCF_0001.jpg", 0);
+    QCOMPARE(findingsIn(tool), QByteArrayList{"DCF_0001.jpg: cannot be read: Permission denied"});
+    QCOMPARE(findingsIn(tool, {"--names"}), QByteArrayList());
+}
+
+void VornfhCheckTest::opensNoFileForNames()
+{
+    const ToolRun tool;
+    tool.make(onCard({"100ABC/DCF_0001.avi = x", "100ABC/DCF_0001.thumb = x", "100ABC/DCF_0002.avi = x"}));
+    QCOMPARE(findingsIn(tool).size(), 4);
+    QCOMPARE(findingsIn(tool, {"--names"}), QByteArrayList());
+}
+
+void VornfhCheckTest::refusesWrongCommandLines_data()
+{
+    QTest::addColumn<QByteArrayList>("arguments");
+    QTest::addColumn<QByteArray>("message");
+    row("names-and-content", QByteArrayList{"check", "sd", "--names", "--read-all"},
+        QByteArray("--names excludes --read-all"));
+    row("without-a-storage", QByteArrayList{"check"}, QByteArray("STORAGE is required"));
+    row("unknown-storage", QByteArrayList{"check", "cf"}, messages::unknownStorage("cf"));
+}
+
+void VornfhCheckTest::refusesWrongCommandLines()
+{
+    QFETCH(QByteArrayList, arguments);
+    QFETCH(QByteArray, message);
+    const ToolRun tool;
+    QCOMPARE(tool.runOnStorages(arguments), tool.usageError({message}));
+}
+
 void VornfhCheckTest::printsFindingsAsJson()
 {
     const ToolRun tool;
     tool.make(onCard({"100ABC/DCF_0005.jpg", "100ABC/\xff.jpg"}));
     const Outcome outcome = tool.runOnStorages({"check", "sd", "--json"});
     const auto finding = [&tool](const QString &file, const QString &kind, const QByteArray &text) {
-        return QJsonObject{{"path", tool.sd() + "/100ABC/" + file}, {"kind", kind}, {"text", QString(text)}};
+        return QJsonObject{{"path", tool.sd() + "/100ABC/" + file},
+                           {"kind", kind},
+                           {"text", QString(text)},
+                           {"repairable", kind == "empty-file"}};
     };
     const QJsonObject expected = {
         {"storage", "sd"},
@@ -314,12 +662,12 @@ void VornfhCheckTest::printsFindingsAsJson()
                                 finding("DCF_0005.jpg", "empty-file", EMPTY)}},
     };
     QCOMPARE(outcome.json().object(), expected);
-    QCOMPARE(outcome.exitCode, 1);
+    QCOMPARE(outcome.exitCode, 3);
 }
 
 void VornfhCheckTest::checksFoldersWithoutASuffix()
 {
-    const QByteArrayList command = {"--suffix", "", "--sd", "@/sd/DCIM", "check", "sd"};
+    const QByteArrayList command = {"--suffix", "", "--sd", "@/sd/DCIM", "check", "sd", "--names"};
     {
         // The location and its parent count as numbered folders, so the library creates none.
         const ToolRun tool;
@@ -327,14 +675,14 @@ void VornfhCheckTest::checksFoldersWithoutASuffix()
         const QByteArray out = "@/sd/DCIM/100: " + MISSING + "\n"
                                + summary("1 finding in 0 folders with 0 files",
                                          "numbers left for 8999100 recordings, up to 999/DCF_9999");
-        QCOMPARE(tool.run(command), (Outcome{1, tool.expand(out), noFolderNumberLine().repeated(2)}));
+        QCOMPARE(tool.run(command), (Outcome{3, tool.expand(out), noFolderNumberLine().repeated(2)}));
     }
     const ToolRun tool;
     tool.make(onCard({"100/DCF_0001.jpg = x", "101 = x"}));
-    QCOMPARE(tool.run(command),
-             tool.failure({}, "@/sd/DCIM/101: " + NOT_A_FOLDER + "\n"
-                                  + summary("1 finding in 1 folder with 1 file",
-                                            "numbers left for 8999099 recordings, up to 999/DCF_9999")));
+    const QByteArray out = "@/sd/DCIM/101: " + NOT_A_FOLDER + "\n"
+                           + summary("1 finding in 1 folder with 1 file",
+                                     "numbers left for 8999099 recordings, up to 999/DCF_9999");
+    QCOMPARE(tool.run(command), (Outcome{3, tool.expand(out), QByteArray()}));
 }
 
 void VornfhCheckTest::reportsAnUnreadableFolder_data()
@@ -352,10 +700,10 @@ void VornfhCheckTest::reportsAnUnreadableFolder()
         QSKIP("the tool cannot run as another user");
     tool.make(onCard({"100ABC/DCF_0001.jpg = x", "101ABC/DCF_0001.jpg = x"}));
     const FolderMode unreadable(tool.sd() + "/100ABC", static_cast<mode_t>(mode));
-    QCOMPARE(tool.runOnStorages({"check", "sd"}),
-             tool.failure({}, "@/sd/DCIM/100ABC: cannot be read: Permission denied\n"
-                                  + summary("1 finding in 2 folders with 1 file",
-                                            "numbers left for 8989100 recordings, up to 999ABC/DCF_9999")));
+    const QByteArray out = "@/sd/DCIM/100ABC: cannot be read: Permission denied\n"
+                           + summary("1 finding in 2 folders with 1 file",
+                                     "numbers left for 8989100 recordings, up to 999ABC/DCF_9999");
+    QCOMPARE(tool.runOnStorages({"check", "sd", "--names"}), (Outcome{3, tool.expand(out), QByteArray()}));
 }
 
 void VornfhCheckTest::requiresALocation()

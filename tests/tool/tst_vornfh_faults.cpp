@@ -298,6 +298,8 @@ private slots:
     void putsAMovedFileBackIfItCannotBeFlushed();
     void saysThatADeletedSourceWasCopied();
     void doesNotReportARecordingWithLostData();
+    void reportsWhereAFileCannotBeRead_data();
+    void reportsWhereAFileCannotBeRead();
     void namesAnEntryThatCannotBeRead_data();
     void namesAnEntryThatCannotBeRead();
     void failsIfAFolderCannotBeReadToItsEnd_data();
@@ -353,6 +355,12 @@ void VornfhFaultsTest::survivesEveryFault_data()
     row("prune-with-thumbnails", {"prune", "sd", "--keep-last", "1"}, objects + stray, {"fsync"});
     row("prune-an-empty-folder", {"prune", "sd", "--keep-last", "1"}, objects, {});
     row("protect", {"protect", "sd/DCIM/100ABC"}, objects, {"syncfs", "fsync"});
+    const QTemporaryDir media;
+    makeVideo(media.filePath("a.avi"), QSize(64, 48));
+    const QByteArray unclosed = contentOf(media.filePath("a.avi")).replace(4, 4, QByteArray(4, '\0'));
+    row("repair", {"repair", "sd"},
+        onCard({"100ABC/DCF_0001.avi = " + unclosed, "100ABC/DCF_0002.thumb = alone", "100ABC/DCF_0003.jpg"}),
+        {"unlink", "fsync", "rename"});
     row("rmdir", {"rmdir", "sd", "100ABC", "--yes"}, card, {"unlink", "fsync"});
     row("wipe", {"wipe", "sd", "--yes"}, card, {"unlink", "fsync"});
     row("gallery", {"gallery", "sd", "-o", "out/page.html"},
@@ -526,6 +534,32 @@ void VornfhFaultsTest::doesNotReportARecordingWithLostData()
         run.outcome.err.startsWith("vornfh: @/" + path + ": recording ended early: Input/output error\n"),
         run.outcome.err);
     QVERIFY(run.after.contains(path + " = data\n"));
+}
+
+void VornfhFaultsTest::reportsWhereAFileCannotBeRead_data()
+{
+    QTest::addColumn<QByteArrayList>("options");
+    QTest::addColumn<int>("number"); // of the call that fails
+    QTest::addColumn<int>("offset");
+    row("head", QByteArrayList(), 1, 0);
+    row("tail", QByteArrayList(), 2, 40000 - 4096);
+    row("first-byte", QByteArrayList{"--read-all"}, 3, 0);
+    row("middle", QByteArrayList{"--read-all"}, 5, 2 * 8192); // read in parts of 8 KiB
+}
+
+void VornfhFaultsTest::reportsWhereAFileCannotBeRead()
+{
+    QFETCH(QByteArrayList, options);
+    QFETCH(int, number);
+    QFETCH(int, offset);
+    const QByteArray content = "\xff\xd8\xff" + QByteArray(40000 - 5, 'x') + "\xff\xd9";
+    const Situation situation = {
+        {"sd/DCIM/100ABC/DCF_0001.jpg = " + content}, QByteArrayList{"check", "sd"} + options, false};
+    const Run run = runWith({"read", number, true, EIO}, situation);
+    QCOMPARE(run.outcome.exitCode, 3);
+    const QByteArray finding = "@/sd/DCIM/100ABC/DCF_0001.jpg: cannot be read at offset "
+                               + QByteArray::number(offset) + ": Input/output error\n";
+    QVERIFY2(run.outcome.out.startsWith(finding), run.outcome.out);
 }
 
 void VornfhFaultsTest::namesAnEntryThatCannotBeRead_data()

@@ -7,6 +7,7 @@
 
 #include <QFileInfo>
 #include <QProcess>
+#include <QRegularExpression>
 
 #include <csignal>
 
@@ -86,10 +87,10 @@ QString failureOf(QProcess &process)
 
 } // namespace
 
-void requireFfmpeg()
+void requireFfmpeg(const QString &what)
 {
     if (!missingProgram({"ffmpeg"}).isEmpty())
-        throw Failure("ffmpeg is not on PATH; recording needs it");
+        throw Failure(QString("ffmpeg is not on PATH; %1 needs it").arg(what));
 }
 
 QStringList fileInput(const QString &path)
@@ -107,6 +108,20 @@ QString runFfmpeg(const QStringList &arguments, const QString &path, const WhySt
                                 + QStringList{"file:" + path});
     const QString stopped = waitForEnd(process, whyStop);
     return stopped.isEmpty() ? failureOf(process) : stopped;
+}
+
+QString decodingErrorOf(const QString &path)
+{
+    static const QRegularExpression ADDRESS("^\\[[^]]*\\] ");
+    Child process;
+    process.setStandardInputFile(QProcess::nullDevice());
+    process.setStandardOutputFile(QProcess::nullDevice());
+    process.start("ffmpeg", QStringList{"-nostdin", "-hide_banner", "-loglevel", "error"} + fileInput(path)
+                                + QStringList{"-map", "0:v?", "-map", "0:a?", "-fps_mode", "passthrough",
+                                              "-f", "null", "-"});
+    process.waitForFinished(-1);
+    const QString line = lastLine(process.readAllStandardError()).remove(ADDRESS);
+    return process.error() == QProcess::FailedToStart || line.isEmpty() ? failureOf(process) : line;
 }
 
 qint64 packetsIn(const QString &path, int limit)

@@ -7,8 +7,8 @@
 
 #include <functional>
 
-/// Throws Failure unless ffmpeg is on PATH.
-void requireFfmpeg();
+/// Throws Failure unless ffmpeg is on PATH; @p what needs it.
+void requireFfmpeg(const QString &what);
 
 /// Asked several times a second while ffmpeg runs: the reason to stop it, or an empty string.
 using WhyStop = std::function<QString()>;
@@ -20,6 +20,9 @@ QString runFfmpeg(const QStringList &arguments, const QString &path, const WhySt
 
 /// Arguments that read the file @p path, whatever its name.
 QStringList fileInput(const QString &path);
+
+/// Decodes the media file @p path. Returns the last error that ffmpeg printed; empty if there was none.
+QString decodingErrorOf(const QString &path);
 
 /// The number of packets in the media file @p path, as ffprobe counts them, at most @p limit if that is not
 /// 0; -1 if it cannot be read.

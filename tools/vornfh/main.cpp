@@ -52,6 +52,7 @@ int main(int argc, char *argv[])
     addComment(line);
     addStatus(line);
     addCheck(line);
+    addRepair(line);
     addGallery(line);
     addTransfer(line);
     addMkdir(line);

@@ -65,6 +65,12 @@ QStringList siblingsOf(const QString &path, const QList<Kind> &kinds)
     return paths;
 }
 
+bool isFile(const QString &path)
+{
+    struct stat status = {};
+    return readLinkStatus(path, status) && S_ISREG(status.st_mode);
+}
+
 bool hasMark(const QString &path)
 {
     struct stat status = {};
@@ -222,10 +228,6 @@ ProtectionCheck::Names ProtectionCheck::namesIn(const QString &folder)
 
 QString thumbnailFreedBy(const QString &path)
 {
-    const auto isFile = [](const QString &file) {
-        struct stat status = {};
-        return readLinkStatus(file, status) && S_ISREG(status.st_mode);
-    };
     const MediaType *type = findType(path, Qt::CaseInsensitive);
     const QString thumbnail = thumbnailOf(path);
     if (!type || (type->kind != PHOTO && type->kind != VIDEO) || !isFile(thumbnail))
@@ -233,6 +235,12 @@ QString thumbnailFreedBy(const QString &path)
     QStringList others = siblingsOf(path, {PHOTO, VIDEO});
     others.removeAll(QFileInfo(path).path() + "/" + QFileInfo(path).fileName());
     return std::any_of(others.begin(), others.end(), isFile) ? QString() : thumbnail;
+}
+
+bool isThumbnailAlone(const QString &path)
+{
+    const QStringList recordings = siblingsOf(path, {PHOTO, VIDEO});
+    return std::none_of(recordings.begin(), recordings.end(), isFile);
 }
 
 Descriptor holdForWriting(const QString &path)

@@ -97,6 +97,9 @@ private:
 /// photo or video shares it.
 QString thumbnailFreedBy(const QString &path);
 
+/// Returns whether there is no photo or video with the base name of the thumbnail @p path.
+bool isThumbnailAlone(const QString &path);
+
 /// As long as the result is open, isBeingWritten() returns true for @p path.
 Descriptor holdForWriting(const QString &path);
 

@@ -4,13 +4,9 @@
 
 #include <QString>
 
-/// Returns whether a video or audio file ends where its header says. One whose writer was killed does not,
-/// and most players refuse it. True for other types of files.
+/// Returns whether a video or audio file is complete. One whose writer was killed is not, and most players
+/// refuse it. True for other types of files.
 bool isClosed(const QString &path);
-
-/// Returns whether a file is not closed and begins with the signature of its format, or with the zeros that a
-/// file system can leave after a power failure.
-bool isUnfinished(const QString &path);
 
 /// Writes the content of a file that is not closed into a new one, which replaces it if it contains all
 /// packets of the old. Throws FileFailure; the file is then unchanged.
@@ -18,5 +14,9 @@ void closeRecording(const QString &path);
 
 /// Returns whether @p path contains anything but a header. True if that cannot be determined.
 bool hasContent(const QString &path);
+
+/// Writes a small picture of a photo or video into the file @p path, which must exist. Returns the reason for
+/// a failure; empty on success.
+QString writeThumbnail(const QString &recording, const QString &path);
 
 #endif // RECORDING_H

@@ -189,13 +189,19 @@ QList<Storage> Storages::configured() const
     return storages;
 }
 
+std::optional<eStorageType> storageNamed(const QString &name)
+{
+    const auto found = std::find_if(TABLE.begin(), TABLE.end(), [&name](const Row &row) {
+        return name.compare(QLatin1String(row.name), Qt::CaseInsensitive) == 0;
+    });
+    return found == TABLE.end() ? std::nullopt : std::optional(found->type);
+}
+
 eStorageType parseStorage(const std::string &text)
 {
     const QString name = fromCommandLine(text, "STORAGE");
-    for (const Row &row : TABLE) {
-        if (name.compare(QLatin1String(row.name), Qt::CaseInsensitive) == 0)
-            return row.type;
-    }
+    if (const auto type = storageNamed(name))
+        return *type;
     throw UsageError(QString("STORAGE: '%1' is not one of mmc, sd, usb").arg(name));
 }
 

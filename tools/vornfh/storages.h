@@ -8,6 +8,7 @@
 #include <QString>
 
 #include <array>
+#include <optional>
 #include <string>
 
 // The parser's header takes several seconds to compile, so only the files that use the parser include it.
@@ -62,6 +63,9 @@ private:
     std::string mSuffix = "VORN";
     std::array<Options, STORAGE_COUNT> mOptions;
 };
+
+/// The storage device that is called @p name: "mmc", "sd" or "usb", ignoring case; nullopt for anything else.
+std::optional<VORN_FILE_HANDLER::eStorageType> storageNamed(const QString &name);
 
 /// Decodes a STORAGE argument: "mmc", "sd" or "usb", ignoring case. Throws UsageError for anything else.
 VORN_FILE_HANDLER::eStorageType parseStorage(const std::string &text);

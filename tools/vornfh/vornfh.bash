@@ -36,7 +36,9 @@ _vornfh_options()
         record) echo '--type --count --duration --input' ;;
         folders) echo '--filter --json' ;;
         list) echo '--images --videos --audio --thumbs --filter --json' ;;
-        count | info | status | check) echo '--json' ;;
+        count | info | status) echo '--json' ;;
+        repair) echo '--dry-run' ;;
+        check) echo '--names --read-all --dcf --json' ;;
         gallery) echo '--output --page-size --force --probe' ;;
         move) echo '--force' ;;
         delete) echo '--only --force' ;;
@@ -51,6 +53,7 @@ _vornfh_arguments()
     local storages='mmc sd usb'
     case $1 in
         info | comment | delete | protect | unprotect) _vornfh_reply -o filenames -f -- "$3" ;;
+        repair) _vornfh_reply -o filenames -f -W "$storages" -- "$3" ;;
         copy | move) _vornfh_reply -o filenames -f -W "$((( $2 > 0 )) && echo $storages)" -- "$3" ;;
         next)
             (($2 == 0)) && _vornfh_reply -W "$storages" -- "$3"
@@ -65,7 +68,7 @@ _vornfh()
     local IFS=$' \t\n'
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
     local commands='next record folders list count info comment status check gallery copy move delete
-                    mkdir rmdir wipe prune protect unprotect'
+                    mkdir rmdir wipe prune protect unprotect repair'
     local common='--help --version --config --suffix --mmc --mmc-block --sd --sd-block --usb --usb-block'
     local command='' word i arguments=0 isValue=''
     COMPREPLY=()

@@ -11,6 +11,7 @@ void addInfo(CommandLine &line);
 void addComment(CommandLine &line);
 void addStatus(CommandLine &line);
 void addCheck(CommandLine &line);
+void addRepair(CommandLine &line);
 void addGallery(CommandLine &line);
 void addTransfer(CommandLine &line); // copy, move
 void addMkdir(CommandLine &line);

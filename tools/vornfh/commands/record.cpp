@@ -163,11 +163,7 @@ QString makeThumbnail(const QString &path)
     const QString thumbnail = thumbnailOf(path);
     if (!createExclusively(thumbnail))
         return thumbnail + ": was created by another program and is left as it is";
-    const QString reason =
-        runFfmpeg(fileInput(path)
-                      + QStringList{"-map", "0:v:0", "-frames:v", "1", "-vf", "scale=160:-2", "-c:v", "mjpeg",
-                                    "-pix_fmt", "yuvj420p", "-update", "1", "-f", "image2"},
-                  thumbnail);
+    const QString reason = writeThumbnail(path, thumbnail);
     if (reason.isEmpty() && QFileInfo(thumbnail).size() > 0)
         return QString();
     return thumbnail + ": cannot be created" + (reason.isEmpty() ? QString() : ": " + reason)
@@ -229,7 +225,7 @@ ExitCode recordOne(const Recording &recording)
 
 ExitCode record(const Recording &recording, int count)
 {
-    requireFfmpeg();
+    requireFfmpeg("recording");
     requireWritable(recording.storage);
     catchStopSignals();
     for (int i = 0; i < count; ++i) {

@@ -1,0 +1,461 @@
+// SPDX-License-Identifier: MIT
+#include "media.h"
+#include "standins.h"
+#include "toolsupport.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QHash>
+#include <QTest>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+const QByteArray NO_THUMBNAIL = "has no thumbnail, unlike others in this folder";
+const QByteArray NOT_CLOSED =
+    "is incomplete: it is still being recorded, or the recording was interrupted; a player may reject it";
+const QByteArray CUT_OFF = "does not end as a file of its type: the end is missing or damaged";
+
+/// The content of a file of each type, as a camera leaves it.
+QByteArray wholeFile(const QByteArray &extension)
+{
+    static QHash<QByteArray, QByteArray> files;
+    const bool isPicture = extension == "jpg" || extension == "png" || extension == "thumb";
+    if (!files.contains(extension) && isPicture)
+        files[extension] = pictureData(extension, QSize(320, 240));
+    if (!files.contains(extension)) {
+        const QTemporaryDir folder;
+        const QString path = folder.filePath("file." + extension);
+        extension == "wav" ? makeSound(path) : makeVideo(path, QSize(320, 240));
+        files[extension] = contentOf(path);
+    }
+    return files[extension];
+}
+
+/// A recording whose writer was killed: the sizes in its header are unknown, and it has no index.
+QByteArray unclosedFile(const QByteArray &extension)
+{
+    QByteArray content = wholeFile(extension);
+    if (extension == "avi")
+        content.truncate(content.lastIndexOf("idx1"));
+    if (extension == "mkv")
+        content.truncate(content.size() * 3 / 4);
+    else
+        content.replace(4, 4, QByteArray(4, '\xff'));
+    return content;
+}
+
+/// The number of frames or samples that can be decoded, as a line for each.
+QByteArray framesIn(const QString &path)
+{
+    return outputOf("ffprobe", {"-v", "error", "-of", "csv=p=0", "-show_entries", "packet=size", path});
+}
+
+QByteArray linesOf(const QByteArrayList &lines)
+{
+    QByteArray text;
+    for (const QByteArray &line : lines)
+        text += "@/sd/DCIM/100ABC/" + line + "\n";
+    return text;
+}
+
+QByteArrayList messagesOf(const QByteArrayList &lines)
+{
+    QByteArrayList messages;
+    for (const QByteArray &line : lines)
+        messages.append("@/sd/DCIM/100ABC/" + line);
+    return messages;
+}
+
+/// Creates @p entries, which may contain anything, in the folder 100ABC.
+void makeOnCard(const ToolRun &tool, const Tree &entries)
+{
+    makeTree(tool.sd() + "/100ABC", entries);
+}
+
+Tree namesOnCard(const ToolRun &tool)
+{
+    return tree(tool.sd() + "/100ABC");
+}
+
+} // namespace
+
+class VornfhRepairTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void closesRecordings_data();
+    void closesRecordings();
+    void deletesWhatIsEmptyOrLeft_data();
+    void deletesWhatIsEmptyOrLeft();
+    void makesThumbnails_data();
+    void makesThumbnails();
+    void keepsAndNamesWhatCannotBeMended_data();
+    void keepsAndNamesWhatCannotBeMended();
+    void leavesProtectedObjectsAlone_data();
+    void leavesProtectedObjectsAlone();
+    void leavesObjectsAloneThatAreBeingWritten_data();
+    void leavesObjectsAloneThatAreBeingWritten();
+    void repairsOnlyWhatIsNamed_data();
+    void repairsOnlyWhatIsNamed();
+    void changesNothingInADryRun();
+    void keepsTheRecordingIfFfmpegFails_data();
+    void keepsTheRecordingIfFfmpegFails();
+    void requiresFfmpeg();
+    void keepsARecordingThatChanges();
+    void keepsAnEmptyFileThatIsFilled();
+    void refusesWrongArguments_data();
+    void refusesWrongArguments();
+    void reportsAReadOnlyStorage();
+};
+
+void VornfhRepairTest::closesRecordings_data()
+{
+    QTest::addColumn<QByteArray>("extension");
+    QTest::addColumn<QByteArray>("content");
+    for (const QByteArray extension : {"avi", "mkv", "wav"})
+        QTest::newRow(extension) << extension << unclosedFile(extension);
+    QByteArray withoutIndex = wholeFile("avi");
+    withoutIndex.replace(withoutIndex.lastIndexOf("idx1"), 4, "JUNK");
+    QTest::newRow("avi-without-an-index") << QByteArray("avi") << withoutIndex;
+    QTest::newRow("upper-case") << QByteArray("AVI") << unclosedFile("avi");
+}
+
+void VornfhRepairTest::closesRecordings()
+{
+    QFETCH(QByteArray, extension);
+    QFETCH(QByteArray, content);
+    const ToolRun tool;
+    const QByteArray file = "DCF_0001." + extension;
+    const QString path = tool.sd() + "/100ABC/" + file;
+    writeFile(path, content);
+    setModified(QFile::encodeName(path), 1000000000000);
+    require(::chmod(QFile::encodeName(path).constData(), 0640) == 0, "chmod");
+    const QByteArray frames = framesIn(path);
+    QCOMPARE(tool.runOnStorages({"repair", "sd"}), tool.success(linesOf({file + ": closed"})));
+    QVERIFY(!tool.runOnStorages({"check", "sd"}).out.contains("repairable"));
+    QCOMPARE(framesIn(path), frames);
+    struct stat status = {};
+    QCOMPARE(::stat(QFile::encodeName(path).constData(), &status), 0);
+    QCOMPARE(status.st_mtime, 1000000000L);
+    QCOMPARE(status.st_mode & 0777, 0640U);
+    QCOMPARE(namesOnCard(tool), Tree{file});
+    QCOMPARE(tool.runOnStorages({"repair", "sd"}), tool.success());
+}
+
+void VornfhRepairTest::deletesWhatIsEmptyOrLeft_data()
+{
+    QTest::addColumn<Tree>("entries");
+    QTest::addColumn<QByteArrayList>("deleted");
+    QTest::addColumn<Tree>("left");
+    const QByteArray photo = "DCF_0001.jpg = " + wholeFile("jpg");
+    row("empty-files", Tree{photo, "DCF_0002.jpg", "DCF_0003.wav"},
+        QByteArrayList{"DCF_0002.jpg", "DCF_0003.wav"}, Tree{"DCF_0001.jpg"});
+    row("empty-recording-with-a-thumbnail", Tree{photo, "DCF_0002.avi", "DCF_0002.thumb = t"},
+        QByteArrayList{"DCF_0002.thumb", "DCF_0002.avi"}, Tree{"DCF_0001.jpg"});
+    row("empty-format-of-two", Tree{photo, "DCF_0001.avi", "DCF_0001.thumb = " + wholeFile("jpg")},
+        QByteArrayList{"DCF_0001.avi"}, Tree{"DCF_0001.jpg", "DCF_0001.thumb"});
+    row("thumbnails-alone", Tree{photo, "DCF_0002.thumb = t", "DCF_0003.thumb", "DCF_0004.wav"},
+        QByteArrayList{"DCF_0003.thumb", "DCF_0004.wav", "DCF_0002.thumb"}, Tree{"DCF_0001.jpg"});
+    row("leftovers", Tree{photo, ".vornfh-99999999-ABC123 = x", ".vornfh-99999999-ABCDEF/"},
+        QByteArrayList{".vornfh-99999999-ABC123", ".vornfh-99999999-ABCDEF"}, Tree{"DCF_0001.jpg"});
+    row("names-that-players-reject", Tree{"notes.txt", "IMG_0001.jpg = " + wholeFile("jpg"), ".DCF_0001.jpg"},
+        QByteArrayList(), Tree{".DCF_0001.jpg", "IMG_0001.jpg", "notes.txt"});
+}
+
+void VornfhRepairTest::deletesWhatIsEmptyOrLeft()
+{
+    QFETCH(Tree, entries);
+    QFETCH(QByteArrayList, deleted);
+    QFETCH(Tree, left);
+    const ToolRun tool;
+    makeOnCard(tool, entries);
+    QByteArrayList lines;
+    for (const QByteArray &path : deleted)
+        lines.append(path + ": deleted");
+    const Outcome outcome = tool.runOnStorages({"repair", "sd"});
+    const auto sortedLines = [](const QByteArray &text) { return sorted(text.split('\n')); };
+    QCOMPARE(sortedLines(outcome.out), sortedLines(tool.expand(linesOf(lines))));
+    QCOMPARE(outcome.err, QByteArray());
+    QCOMPARE(outcome.exitCode, 0);
+    QCOMPARE(namesOnCard(tool), left);
+}
+
+void VornfhRepairTest::makesThumbnails_data()
+{
+    QTest::addColumn<Tree>("entries");
+    QTest::addColumn<QByteArray>("thumbnail");
+    const Tree other = {"DCF_0009.jpg = " + wholeFile("jpg"), "DCF_0009.thumb = " + wholeFile("jpg")};
+    row("missing", other + Tree{"DCF_0001.png = " + wholeFile("png")}, QByteArray("DCF_0001.thumb"));
+    row("missing-for-a-video", other + Tree{"DCF_0001.mkv = " + wholeFile("mkv")},
+        QByteArray("DCF_0001.thumb"));
+    row("empty", Tree{"DCF_0001.jpg = " + wholeFile("jpg"), "DCF_0001.thumb"}, QByteArray("DCF_0001.thumb"));
+    row("cut", Tree{"DCF_0001.jpg = " + wholeFile("jpg"), "DCF_0001.thumb = " + wholeFile("jpg").chopped(2)},
+        QByteArray("DCF_0001.thumb"));
+}
+
+void VornfhRepairTest::makesThumbnails()
+{
+    QFETCH(Tree, entries);
+    QFETCH(QByteArray, thumbnail);
+    const ToolRun tool;
+    makeOnCard(tool, entries);
+    QCOMPARE(tool.runOnStorages({"repair", "sd"}), tool.success(linesOf({thumbnail + ": created"})));
+    QCOMPARE(outputOf("ffprobe", {"-v", "error", "-of", "csv=p=0", "-f", "mjpeg", "-show_entries",
+                                  "stream=codec_name,width,height", tool.sd() + "/100ABC/" + thumbnail})
+                 .trimmed(),
+             QByteArray("mjpeg,160,120"));
+    QCOMPARE(tool.runOnStorages({"check", "sd"}).exitCode, 0);
+}
+
+void VornfhRepairTest::keepsAndNamesWhatCannotBeMended_data()
+{
+    QTest::addColumn<Tree>("entries");
+    QTest::addColumn<QByteArray>("message");
+    const QByteArray jpeg = wholeFile("jpg");
+    row("cut-photo", Tree{"DCF_0001.jpg = " + jpeg.chopped(1)},
+        "DCF_0001.jpg: " + CUT_OFF + "; cannot be repaired");
+    row("text", Tree{"DCF_0001.avi = text"},
+        QByteArray("DCF_0001.avi: does not begin as a file of type avi; cannot be repaired"));
+    row("leftover-that-may-share-its-content",
+        Tree{".vornfh-99999999-ABC123 = x", ".vornfh-99999999-ABC124.renaming"},
+        QByteArray(
+            ".vornfh-99999999-ABC123: was left by an interrupted command; it may share its content with "
+            "another file; unmount the storage device and check it with fsck, then delete the leftover; "
+            "cannot be "
+            "repaired"));
+}
+
+void VornfhRepairTest::keepsAndNamesWhatCannotBeMended()
+{
+    QFETCH(Tree, entries);
+    QFETCH(QByteArray, message);
+    const ToolRun tool;
+    makeOnCard(tool, entries);
+    const Tree before = treeWithContents(tool.path());
+    QCOMPARE(tool.runOnStorages({"repair", "sd"}),
+             (Outcome{3, QByteArray(), tool.expand(errorLines(messagesOf({message})))}));
+    QCOMPARE(treeWithContents(tool.path()), before);
+}
+
+void VornfhRepairTest::leavesProtectedObjectsAlone_data()
+{
+    QTest::addColumn<Tree>("entries");
+    QTest::addColumn<QByteArray>("isProtected");
+    QTest::addColumn<QByteArray>("message");
+    const QByteArray end = "; is protected and left alone";
+    row("recording", Tree{"DCF_0001.avi = " + unclosedFile("avi")}, QByteArray("DCF_0001.avi"),
+        "DCF_0001.avi: " + NOT_CLOSED + end);
+    row("empty-file", Tree{"DCF_0001.wav"}, QByteArray("DCF_0001.wav"),
+        "DCF_0001.wav: is empty: the recording was never written, or its data was lost" + end);
+    row("thumbnail", Tree{"DCF_0001.thumb = x"}, QByteArray("DCF_0001.thumb"),
+        "DCF_0001.thumb: the photo or video of this thumbnail is missing" + end);
+    row("photo-of-a-damaged-thumbnail", Tree{"DCF_0001.jpg = " + wholeFile("jpg"), "DCF_0001.thumb = x"},
+        QByteArray("DCF_0001.jpg"), "DCF_0001.thumb: does not begin as a file of type thumb" + end);
+}
+
+void VornfhRepairTest::leavesProtectedObjectsAlone()
+{
+    QFETCH(Tree, entries);
+    QFETCH(QByteArray, isProtected);
+    QFETCH(QByteArray, message);
+    const ToolRun tool;
+    makeOnCard(tool, entries);
+    require(::chmod((QFile::encodeName(tool.sd()) + "/100ABC/" + isProtected).constData(), 0444) == 0,
+            "chmod");
+    const Tree before = treeWithContents(tool.path());
+    QCOMPARE(tool.runOnStorages({"repair", "sd"}),
+             (Outcome{3, QByteArray(), tool.expand(errorLines(messagesOf({message})))}));
+    QCOMPARE(treeWithContents(tool.path()), before);
+}
+
+void VornfhRepairTest::leavesObjectsAloneThatAreBeingWritten_data()
+{
+    QTest::addColumn<QByteArray>("file");
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<bool>("isLocked");
+    for (const bool isLocked : {false, true}) {
+        const char *how = isLocked ? "locked" : "open-for-writing";
+        QTest::addRow("recording-%s", how) << QByteArray("DCF_0001.avi") << unclosedFile("avi") << isLocked;
+        QTest::addRow("empty-%s", how) << QByteArray("DCF_0001.wav") << QByteArray() << isLocked;
+    }
+}
+
+void VornfhRepairTest::leavesObjectsAloneThatAreBeingWritten()
+{
+    QFETCH(QByteArray, file);
+    QFETCH(QByteArray, content);
+    QFETCH(bool, isLocked);
+    const ToolRun tool;
+    const QByteArray path = QFile::encodeName(tool.sd()) + "/100ABC/" + file;
+    writeFile(path, content);
+    const Tree before = treeWithContents(tool.path());
+    const int descriptor = ::open(path.constData(), (isLocked ? O_RDONLY : O_WRONLY) | O_CLOEXEC);
+    QVERIFY(descriptor >= 0 && (!isLocked || ::flock(descriptor, LOCK_EX) == 0));
+    QCOMPARE(tool.runOnStorages({"repair", "sd"}), tool.success());
+    QCOMPARE(treeWithContents(tool.path()), before);
+    ::close(descriptor);
+}
+
+void VornfhRepairTest::repairsOnlyWhatIsNamed_data()
+{
+    QTest::addColumn<QByteArrayList>("arguments");
+    QTest::addColumn<QByteArrayList>("deleted");
+    row("file", QByteArrayList{"sd/DCIM/100ABC/DCF_0001.jpg"}, QByteArrayList{"sd/DCIM/100ABC/DCF_0001.jpg"});
+    row("thumbnail-of-the-object", QByteArrayList{"@/sd/DCIM/100ABC/DCF_0002.thumb"},
+        QByteArrayList{"sd/DCIM/100ABC/DCF_0002.thumb", "sd/DCIM/100ABC/DCF_0002.jpg"});
+    row("folder", QByteArrayList{"sd/DCIM/101ABC"}, QByteArrayList{"sd/DCIM/101ABC/DCF_0001.jpg"});
+    row("folder-and-file", QByteArrayList{"sd/DCIM/101ABC/", "sd/DCIM/100ABC/DCF_0001.jpg"},
+        QByteArrayList{"sd/DCIM/101ABC/DCF_0001.jpg", "sd/DCIM/100ABC/DCF_0001.jpg"});
+    row("two-storages", QByteArrayList{"MMC", "sd/DCIM/101ABC"},
+        QByteArrayList{"mmc/DCIM/100ABC/DCF_0001.jpg", "sd/DCIM/101ABC/DCF_0001.jpg"});
+    row("the-same-twice", QByteArrayList{"mmc", "mmc"}, QByteArrayList{"mmc/DCIM/100ABC/DCF_0001.jpg"});
+}
+
+void VornfhRepairTest::repairsOnlyWhatIsNamed()
+{
+    QFETCH(QByteArrayList, arguments);
+    QFETCH(QByteArrayList, deleted);
+    const ToolRun tool;
+    const Tree files = {"mmc/DCIM/100ABC/DCF_0001.jpg", "sd/DCIM/100ABC/DCF_0001.jpg",
+                        "sd/DCIM/100ABC/DCF_0002.jpg", "sd/DCIM/100ABC/DCF_0002.thumb = x",
+                        "sd/DCIM/101ABC/DCF_0001.jpg"};
+    tool.make(files);
+    QByteArray out;
+    Tree left = tree(tool.path());
+    for (const QByteArray &path : deleted) {
+        out += "@/" + path + ": deleted\n";
+        left.removeOne(path);
+    }
+    QCOMPARE(tool.runOnStorages(QByteArrayList{"repair"} + arguments), tool.success(out));
+    QCOMPARE(tree(tool.path()), left);
+}
+
+void VornfhRepairTest::changesNothingInADryRun()
+{
+    const ToolRun tool;
+    makeOnCard(tool, {"DCF_0001.avi = " + unclosedFile("avi"), "DCF_0002.jpg = " + wholeFile("jpg"),
+                      "DCF_0002.thumb = x", "DCF_0003.jpg = x", "DCF_0004.wav", "DCF_0005.thumb = x"});
+    const Tree before = treeWithContents(tool.path());
+    const QByteArray out = linesOf({"DCF_0001.avi: would be closed", "DCF_0002.thumb: would be created",
+                                    "DCF_0004.wav: would be deleted", "DCF_0005.thumb: would be deleted",
+                                    "DCF_0001.thumb: would be created", "DCF_0003.thumb: would be created"});
+    const QByteArrayList messages =
+        messagesOf({"DCF_0003.jpg: does not begin as a file of type jpg; cannot be repaired"});
+    QCOMPARE(tool.runOnStorages({"repair", "sd", "--dry-run"}),
+             (Outcome{3, tool.expand(out), tool.expand(errorLines(messages))}));
+    QCOMPARE(treeWithContents(tool.path()), before);
+}
+
+void VornfhRepairTest::keepsTheRecordingIfFfmpegFails_data()
+{
+    QTest::addColumn<QByteArray>("script");
+    QTest::addColumn<QByteArray>("message");
+    const QByteArray findTarget = "for target; do :; done\ntarget=${target#file:}\n";
+    row("fails", QByteArray("echo broken >&2; exit 1"), QByteArray("cannot be closed: broken"));
+    row("writes-nothing", QByteArray("exit 0"), QByteArray("cannot be closed: not all of it can be read"));
+    row("writes-something-else", findTarget + "echo text > \"$target\"",
+        QByteArray("cannot be closed: not all of it can be read"));
+}
+
+void VornfhRepairTest::keepsTheRecordingIfFfmpegFails()
+{
+    QFETCH(QByteArray, script);
+    QFETCH(QByteArray, message);
+    const QByteArray content = unclosedFile("avi"); // with the real ffmpeg
+    StandIns programs;
+    programs.add("ffmpeg", script);
+    const ToolRun tool;
+    makeOnCard(tool, {"DCF_0001.avi = " + content, "DCF_0002.wav"});
+    QCOMPARE(tool.runOnStorages({"repair", "sd"}),
+             tool.failure(messagesOf({"DCF_0001.avi: " + message}), linesOf({"DCF_0002.wav: deleted"})));
+    QCOMPARE(treeWithContents(tool.sd() + "/100ABC"), Tree{"DCF_0001.avi = " + content});
+}
+
+void VornfhRepairTest::requiresFfmpeg()
+{
+    const QByteArray content = unclosedFile("avi");
+    const StandIns noPrograms(StandIns::Alone);
+    const ToolRun tool;
+    makeOnCard(tool, {"DCF_0001.avi = " + content});
+    QCOMPARE(tool.runOnStorages({"repair", "sd"}), tool.failure({"ffmpeg is not on PATH; repair needs it"}));
+    QCOMPARE(treeWithContents(tool.sd() + "/100ABC"), Tree{"DCF_0001.avi = " + content});
+}
+
+/// A program continues to write the recording after it was checked.
+void VornfhRepairTest::keepsARecordingThatChanges()
+{
+    const QByteArray content = unclosedFile("avi");
+    StandIns programs;
+    programs.add("ffmpeg", "echo more >> '" + QByteArray("sd/DCIM/100ABC/DCF_0001.avi") + "'\n"
+                               + programs.becomes("ffmpeg"));
+    const ToolRun tool;
+    makeOnCard(tool, {"DCF_0001.avi = " + content});
+    QCOMPARE(tool.runOnStorages({"repair", "sd"}),
+             tool.failure(messagesOf({"DCF_0001.avi: cannot be closed: it was changed by another program in "
+                                      "the meantime"})));
+    QCOMPARE(treeWithContents(tool.sd() + "/100ABC"), Tree{"DCF_0001.avi = " + content + "more\n"});
+}
+
+/// A program writes to a file after it was found to be empty.
+void VornfhRepairTest::keepsAnEmptyFileThatIsFilled()
+{
+    const QByteArray content = unclosedFile("avi");
+    StandIns programs;
+    programs.add("ffmpeg", "echo more > 'sd/DCIM/100ABC/DCF_0002.wav'\n" + programs.becomes("ffmpeg"));
+    const ToolRun tool;
+    makeOnCard(tool, {"DCF_0001.avi = " + content, "DCF_0002.wav"});
+    QCOMPARE(tool.runOnStorages({"repair", "sd"}), tool.success(linesOf({"DCF_0001.avi: closed"})));
+    QCOMPARE(tool.content("sd/DCIM/100ABC/DCF_0002.wav"), QByteArray("more\n"));
+}
+
+void VornfhRepairTest::refusesWrongArguments_data()
+{
+    QTest::addColumn<QByteArrayList>("arguments");
+    QTest::addColumn<QByteArray>("message");
+    QTest::addColumn<bool>("isUsageError");
+    const QByteArray outside = ": is not in a numbered folder of a configured storage device";
+    row("no-argument", QByteArrayList(), QByteArray("STORAGE|PATH... is required"), true);
+    row("empty", QByteArrayList{""}, QByteArray("'': is not a file name"), false);
+    row("missing-file", QByteArrayList{"sd/DCIM/100ABC/none.jpg"},
+        QByteArray("@/sd/DCIM/100ABC/none.jpg: No such file or directory"), false);
+    row("file-outside-a-storage", QByteArrayList{"a.jpg"}, "@/a.jpg" + outside, false);
+    row("location", QByteArrayList{"sd/DCIM"}, "@/sd/DCIM" + outside, false);
+    row("folder-that-is-not-numbered", QByteArrayList{"sd/DCIM/MISC"}, "@/sd/DCIM/MISC" + outside, false);
+    row("storage-without-a-location", QByteArrayList{"usb"}, QByteArray("@/usb/DCIM: does not exist"), false);
+}
+
+void VornfhRepairTest::refusesWrongArguments()
+{
+    QFETCH(QByteArrayList, arguments);
+    QFETCH(QByteArray, message);
+    QFETCH(bool, isUsageError);
+    const ToolRun tool;
+    tool.make({"a.jpg", "sd/DCIM/MISC/", "sd/DCIM/100ABC/DCF_0001.jpg"});
+    const Tree before = tree(tool.path());
+    QCOMPARE(tool.runOnStorages(QByteArrayList{"repair"} + arguments),
+             isUsageError ? tool.usageError({message}) : tool.failure({message}));
+    QCOMPARE(tree(tool.path()), before);
+}
+
+void VornfhRepairTest::reportsAReadOnlyStorage()
+{
+    if (!hasOwnMounts())
+        QSKIP("mounting needs root");
+    const ToolRun tool;
+    tool.make({"sd/"});
+    const TmpfsMount card(tool.path() + "/sd", "size=4m");
+    tool.make(onCard({"100ABC/DCF_0001.jpg"}));
+    QVERIFY(card.isMounted() && card.makeReadOnly());
+    QCOMPARE(tool.runOnStorages({"repair", "sd"}), tool.failure({messages::readOnly("@/sd/DCIM")}));
+    QCOMPARE(tool.runOnStorages({"repair", "sd", "--dry-run"}),
+             tool.success("@/sd/DCIM/100ABC/DCF_0001.jpg: would be deleted\n"));
+}
+
+QTEST_GUILESS_MAIN(VornfhRepairTest)
+#include "tst_vornfh_repair.moc"

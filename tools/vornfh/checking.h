@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: MIT
+#ifndef CHECKING_H
+#define CHECKING_H
+
+#include "numbering.h"
+#include "storages.h"
+
+#include <QByteArray>
+#include <QList>
+#include <QString>
+
+/// What the command repair does about a finding.
+enum class Remedy {
+    NotNeeded, // a player or the library may skip it, but no content is damaged
+    None,      // it cannot be mended
+    Delete,
+    Close, // see closeRecording()
+    MakeThumbnail,
+};
+
+/// Something that a player would reject, or that the library skips or can no longer reach.
+struct Finding {
+    QByteArray path;
+    QString kind;
+    QString text;
+    Remedy remedy = Remedy::NotNeeded;
+    QString recording; // of which a thumbnail must be made
+
+    bool isRepairable() const { return remedy != Remedy::NotNeeded && remedy != Remedy::None; }
+};
+
+struct CheckOptions {
+    bool hasContents = true;   // files are opened
+    bool isReadingAll = false; // to their ends, and decoded
+    bool isDcf = false;        // names must follow the camera standard (DCF)
+};
+
+struct CheckResult {
+    QList<Finding> findings;
+    int folders = 0;
+    int files = 0;
+    Numbering numbering;
+};
+
+/// Checks the numbered folders of a storage device, and the names of the others. Throws Failure if the
+/// location cannot be read.
+CheckResult checkStorage(const Storage &storage, const CheckOptions &options);
+
+/// Checks the files in one numbered folder.
+CheckResult checkFolder(const QString &path, const CheckOptions &options);
+
+#endif // CHECKING_H

@@ -1,0 +1,254 @@
+// SPDX-License-Identifier: MIT
+#include "checking.h"
+#include "commands.h"
+#include "content.h"
+#include "device.h"
+#include "durable.h"
+#include "ffmpeg.h"
+#include "files.h"
+#include "folders.h"
+#include "media.h"
+#include "objects.h"
+#include "output.h"
+#include "paths.h"
+#include "recording.h"
+#include "signals.h"
+#include "temporary.h"
+#include "text.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QSet>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+
+using namespace VORN_FILE_HANDLER;
+
+namespace {
+
+struct Request {
+    CLI::Option *targets = nullptr;
+    bool isDryRun = false;
+};
+
+// What is to be mended
+
+/// The storage device whose numbered folder @p folder is. Throws FileFailure for @p path if there is none.
+Storage storageOfFolder(const QString &folder, const QString &path, const QList<Storage> &storages)
+{
+    const Storage *storage = storageOf(folder, storages);
+    if (!storage || !isNumberedFolder(folder, *storage))
+        throw FileFailure(path, "is not in a numbered folder of a configured storage device");
+    return *storage;
+}
+
+/// The findings about the numbered folder @p path, or about the object of the file @p path.
+QList<Finding> findingsAt(const QString &path, const QList<Storage> &storages, bool isDryRun)
+{
+    struct stat status = {};
+    const bool isFolder = QFileInfo(path).isDir();
+    const QString resolved = isFolder ? QFileInfo(path).canonicalFilePath() : withResolvedFolder(path);
+    if (!readLinkStatus(resolved, status))
+        throw FileFailure(path, errorText(errno));
+    const QString folder = isFolder ? resolved : QFileInfo(resolved).path();
+    const Storage storage = storageOfFolder(folder, path, storages);
+    if (!isDryRun)
+        requireWritable(storage);
+    QList<Finding> findings = checkFolder(folder, CheckOptions()).findings;
+    const QString base = QFileInfo(resolved).completeBaseName();
+    const auto isOther = [&](const Finding &finding) {
+        const QFileInfo file(QFile::decodeName(finding.path));
+        return file.filePath() != resolved && (base.isEmpty() || file.completeBaseName() != base);
+    };
+    if (!isFolder)
+        findings.erase(std::remove_if(findings.begin(), findings.end(), isOther), findings.end());
+    return findings;
+}
+
+QList<Finding> findingsOn(const Storage &storage, bool isDryRun)
+{
+    requireNotRoot(storage);
+    requireReadableFolder(storage.location);
+    if (!isDryRun)
+        requireWritable(storage);
+    return checkStorage(storage, CheckOptions()).findings;
+}
+
+// Mending
+
+/// Deletes a file or a leftover folder. The thumbnail of an empty recording goes before it, so that no
+/// thumbnail is ever alone.
+QStringList removeFile(const QString &path)
+{
+    QStringList removed = {thumbnailFreedBy(path), path};
+    removed.removeAll(QString());
+    for (const QString &name : removed) {
+        if (::remove(QFile::encodeName(name).constData()) != 0)
+            throw FileFailure(name, "cannot be deleted: " + errorText(errno));
+        flushFolder(QFileInfo(name).path());
+    }
+    return removed;
+}
+
+/// Returns whether a file or folder that @p finding would have deleted is still what it was: closing
+/// recordings takes time, in which another program may have written to the storage device.
+bool isStillDeletable(const Finding &finding, const QString &path, const struct stat &status)
+{
+    if (finding.kind == "empty-file")
+        return S_ISREG(status.st_mode) && status.st_size == 0;
+    if (finding.kind == "thumb-alone")
+        return isThumbnailAlone(path);
+    const Leftovers leftovers = leftoversIn(QFileInfo(path).path());
+    return leftovers.areSafeToDelete() && leftovers.paths.contains(path);
+}
+
+/// A part that the device cannot read would be missing from the new file.
+void closeWhole(const QString &path)
+{
+    if (const auto error = readingErrorOf(path))
+        throw FileFailure(path, error->text);
+    if (!hasContent(path))
+        throw FileFailure(path, "contains no picture or sound and is left as it is");
+    closeRecording(path);
+}
+
+/// Makes the thumbnail of @p recording, in the place of a damaged one.
+void replaceThumbnail(const QString &recording, const QString &path)
+{
+    TemporaryFile file(QFileInfo(path).path(), path);
+    const QString reason = writeThumbnail(recording, file.path());
+    struct stat status = {};
+    if (!reason.isEmpty() || damageOf(file.path(), typeOf(THUMB_FILE_EXT)))
+        throw FileFailure(path, "cannot be created" + (reason.isEmpty() ? QString() : ": " + reason));
+    if (readStatus(recording, status))
+        setAttributes(file.descriptor(), status);
+    replaceFile(file, path);
+}
+
+/// Mends findings and reports each when that is on the device.
+class Repair
+{
+public:
+    explicit Repair(bool isDryRun) : mIsDryRun(isDryRun) {}
+
+    void mend(const QList<Finding> &findings)
+    {
+        requirePrograms(findings);
+        mFailures += forEachReporting(findings, [this](const Finding &finding) {
+            const QString path = QFile::decodeName(finding.path);
+            struct stat status = {};
+            // It may have been deleted with its recording, or have two findings.
+            if (finding.remedy == Remedy::NotNeeded || isStopped() || mDone.contains(path)
+                || !readLinkStatus(path, status)
+                || (finding.remedy == Remedy::Delete && !isStillDeletable(finding, path, status)))
+                return;
+            if (finding.kind == "unreadable")
+                throw FileFailure(printable(finding.path), finding.text);
+            const QString reason = whyNot(finding, path);
+            if (reason.isEmpty()) {
+                mend(finding, path);
+                return;
+            }
+            printError(printable(finding.path) + ": " + reason);
+            ++mLeft;
+        });
+    }
+
+    ExitCode result() const
+    {
+        if (isStopped())
+            throw Failure("interrupted");
+        if (mFailures > 0)
+            return FAILED;
+        return mLeft > 0 ? NOT_MET : DONE;
+    }
+
+private:
+    void requirePrograms(const QList<Finding> &findings) const
+    {
+        const auto needsFfmpeg = [](const Finding &finding) {
+            return finding.remedy == Remedy::Close || finding.remedy == Remedy::MakeThumbnail;
+        };
+        if (!mIsDryRun && std::any_of(findings.begin(), findings.end(), needsFfmpeg))
+            requireFfmpeg("repair");
+    }
+
+    /// Returns why the finding stays; empty if it can be mended.
+    static QString whyNot(const Finding &finding, const QString &path)
+    {
+        const auto isWritten = [](const QString &file) { return !file.isEmpty() && isBeingWritten(file); };
+        if (!finding.isRepairable())
+            return finding.text + "; cannot be repaired";
+        if (!findType(path, Qt::CaseInsensitive)) // a leftover
+            return QString();
+        if (isProtected(path))
+            return finding.text + "; is protected and left alone";
+        return isWritten(path) || isWritten(finding.recording) ? "is being written and left alone"
+                                                               : QString();
+    }
+
+    void mend(const Finding &finding, const QString &path)
+    {
+        if (finding.remedy == Remedy::MakeThumbnail) {
+            const QString thumbnail = finding.kind == "thumb-missing" ? thumbnailOf(path) : path;
+            if (!mIsDryRun)
+                replaceThumbnail(finding.recording, thumbnail);
+            report(thumbnail, "created");
+        } else if (finding.remedy == Remedy::Close) {
+            if (!mIsDryRun)
+                closeWhole(path);
+            report(path, "closed");
+        } else {
+            const QStringList removed = mIsDryRun ? QStringList{path} : removeFile(path);
+            for (const QString &name : removed)
+                report(name, "deleted");
+            mDone.insert(path);
+        }
+    }
+
+    void report(const QString &path, const QString &what) const
+    {
+        printDone(printable(path) + ": " + (mIsDryRun ? "would be " : "") + what);
+    }
+
+    const bool mIsDryRun;
+    QSet<QString> mDone; // deleted, or would be
+    int mFailures = 0;
+    int mLeft = 0;
+};
+
+ExitCode repair(const Request &request, const Storages &storages)
+{
+    catchStopSignals();
+    Repair repair(request.isDryRun);
+    const int failures = forEachReporting(request.targets->results(), [&](const std::string &argument) {
+        const auto storage = storageNamed(QString::fromStdString(argument));
+        repair.mend(storage ? findingsOn(storages.require(*storage), request.isDryRun)
+                            : findingsAt(pathArgument(argument), storages.configured(), request.isDryRun));
+    });
+    const ExitCode result = repair.result();
+    return failures > 0 ? FAILED : result;
+}
+
+} // namespace
+
+void addRepair(CommandLine &line)
+{
+    const auto request = std::make_shared<Request>();
+    CLI::App &command = line.add(
+        "repair",
+        "Mends what check calls repairable: recordings that are not closed are written into a new file, "
+        "which\n"
+        "replaces them; missing and damaged thumbnails are made; empty files, thumbnails without a "
+        "recording\n"
+        "and files left behind by interrupted commands are deleted. All else stays and is named, as do\n"
+        "protected objects and those that are being written; the exit code is then 3",
+        [&line, request] { return repair(*request, line.storages()); });
+    request->targets =
+        addNames(command, "STORAGE|PATH...", "Storage devices, numbered folders, or files for their objects");
+    command.add_flag("--dry-run", request->isDryRun, "Only print what would be done");
+    command.footer("Example: vornfh --sd /mnt/sd/DCIM repair sd --dry-run");
+}

@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: MIT
+#ifndef CONTENT_H
+#define CONTENT_H
+
+#include "media.h"
+
+#include <QString>
+
+#include <optional>
+
+/// What is wrong with the content of a media file.
+struct Damage {
+    QString kind; // "zero-filled"
+    QString text;
+    bool isClosable = false; // writing its streams into a new file mends it
+};
+
+/// Returns what is wrong with the content of the file @p path for its type; nullopt if nothing is. The start,
+/// the end and the structure are checked with a few reads, whatever the size of the file.
+std::optional<Damage> damageOf(const QString &path, const MediaType &type);
+
+/// Reads every byte of the file @p path from the device. Returns the first error; nullopt if there is none.
+std::optional<Damage> readingErrorOf(const QString &path);
+
+#endif // CONTENT_H
