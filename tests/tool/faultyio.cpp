@@ -1,15 +1,13 @@
 // SPDX-License-Identifier: MIT
 // A device that fails. Preloaded into vornfh, this library makes calls of the C library fail for the files
 // below a folder. The programs that vornfh starts are not affected. Environment variables:
-//
-//   FAULTY_CALL     what fails: read, write, ftruncate, fsync, syncfs, close, rename, unlink, mkdir, fstatat,
-//                   readdir, or any of these but readdir
-//   FAULTY_NUMBER   which of these calls fails, counted from 1; none if it is 0
-//   FAULTY_ONWARDS  if it is set, all later ones fail too
-//   FAULTY_ERROR    the error number
-//   FAULTY_FOLDER   the folder
-//   FAULTY_LOG      a file to which the path of each failed call is written, one a line
-//
+// - FAULTY_CALL: what fails: read, write, ftruncate, fsync, syncfs, close, rename, unlink, mkdir, fstatat,
+//   fchmod, readdir, or any of these but readdir
+// - FAULTY_NUMBER: which of these calls fails, counted from 1; none if it is 0
+// - FAULTY_ONWARDS: if it is set, all later ones fail too
+// - FAULTY_ERROR: the error number; with 0, fchmod reports success and changes nothing
+// - FAULTY_FOLDER: the folder
+// - FAULTY_LOG: a file to which the path of each failed call is written, one a line
 // Each word stands for all functions with that effect. close() counts only for a descriptor to which the tool
 // has written: no other can lose anything. Data is transferred in parts of at most 8 KiB, so that files of
 // moderate size take several calls.
@@ -239,6 +237,14 @@ int ftruncate(int descriptor, off_t size) noexcept
 int ftruncate64(int descriptor, off64_t size) noexcept
 {
     return ::ftruncate(descriptor, size);
+}
+
+int fchmod(int descriptor, mode_t mode) noexcept
+{
+    static const auto next = real<int(int, mode_t)>("fchmod");
+    if (fails("fchmod", descriptor))
+        return errno == 0 ? 0 : -1;
+    return next(descriptor, mode);
 }
 
 int fsync(int descriptor)

@@ -298,6 +298,8 @@ private slots:
     void putsAMovedFileBackIfItCannotBeFlushed();
     void saysThatADeletedSourceWasCopied();
     void doesNotReportARecordingWithLostData();
+    void reportsAMarkThatIsNotKept_data();
+    void reportsAMarkThatIsNotKept();
     void reportsWhereAFileCannotBeRead_data();
     void reportsWhereAFileCannotBeRead();
     void namesAnEntryThatCannotBeRead_data();
@@ -534,6 +536,24 @@ void VornfhFaultsTest::doesNotReportARecordingWithLostData()
         run.outcome.err.startsWith("vornfh: @/" + path + ": recording ended early: Input/output error\n"),
         run.outcome.err);
     QVERIFY(run.after.contains(path + " = data\n"));
+}
+
+void VornfhFaultsTest::reportsAMarkThatIsNotKept_data()
+{
+    QTest::addColumn<int>("error");
+    QTest::addColumn<QByteArray>("reason");
+    row("nothing-changes", 0, QByteArray("the file system cannot store the protection of files"));
+    row("refused", EPERM, QByteArray("cannot be protected: Operation not permitted"));
+}
+
+void VornfhFaultsTest::reportsAMarkThatIsNotKept()
+{
+    QFETCH(int, error);
+    QFETCH(QByteArray, reason);
+    const QByteArray file = "sd/DCIM/100ABC/DCF_0001.jpg";
+    const Run run = runWith({"fchmod", 1, true, error}, {{file}, {"protect", file}, false});
+    QCOMPARE(run.outcome,
+             (Outcome{1, "", errorLines({"@/" + file + ": " + reason, "1 of 1 paths not protected"})}));
 }
 
 void VornfhFaultsTest::reportsWhereAFileCannotBeRead_data()

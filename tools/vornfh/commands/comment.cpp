@@ -228,4 +228,5 @@ void addComment(CommandLine &line)
                     "The comment; if it begins with '-', precede it with the argument '--'")
         ->required()
         ->type_name("");
+    command.footer("Example: vornfh comment /mnt/sd/DCIM/100VORN/DCF_0001.jpg 'Pier 3, left side'");
 }

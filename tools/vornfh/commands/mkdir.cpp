@@ -46,4 +46,5 @@ void addMkdir(CommandLine &line)
     CLI::App &command = line.add("mkdir", "Creates a folder on a storage device", run);
     addStorageArgument(command, request->storage);
     addFolderArgument(command, request->folder);
+    command.footer("Example: vornfh --sd /mnt/sd/DCIM mkdir sd kept");
 }

@@ -50,4 +50,5 @@ void addNext(CommandLine &line)
         ->required()
         ->check(CLI::IsMember({"avi", "mkv", "jpg", "png", "wav", "thumb"}).description(""))
         ->type_name("");
+    command.footer("Example: vornfh --sd /mnt/sd/DCIM next sd avi");
 }

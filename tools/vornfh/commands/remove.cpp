@@ -494,6 +494,7 @@ void addRemove(CommandLine &line)
     addStorageArgument(folder, request->storage);
     addFolderArgument(folder, request->folder);
     addConfirmation(folder);
+    folder.footer("Example: vornfh --sd /mnt/sd/DCIM rmdir sd 100VORN");
 
     CLI::App &all = line.add(
         "wipe",
@@ -503,4 +504,5 @@ void addRemove(CommandLine &line)
         });
     addStorageArgument(all, request->storage);
     addConfirmation(all);
+    all.footer("Example: vornfh --sd /mnt/sd/DCIM wipe sd");
 }

@@ -102,6 +102,8 @@ void addCommand(CommandLine &line, Mode mode, const std::string &name, const std
                  "Files, a storage device (mmc, sd or usb), and a folder directly in its DCIM folder");
     if (mode == Mode::Move)
         command.add_flag("--force", arguments->isForced, "Move protected objects too");
+    command.footer("Example: vornfh --sd /mnt/sd/DCIM --usb /mnt/usb/DCIM " + name
+                   + " /mnt/sd/DCIM/100VORN/* usb 100VORN");
 }
 
 } // namespace
