@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "listing.h"
 
+#include "media.h"
+#include "objects.h"
+
 #include <QFile>
 
 #include <algorithm>
@@ -15,6 +18,14 @@
 namespace {
 
 using Extensions = std::vector<std::string>;
+
+Extensions toExtensions(const QStringList &texts)
+{
+    Extensions result;
+    for (const QString &text : texts)
+        result.push_back(text.toStdString());
+    return result;
+}
 
 bool isAscii(const char *name)
 {
@@ -62,34 +73,54 @@ std::optional<PlainFile> readFile(int descriptor, const char *name)
     const auto modified = toDigits(toMsecs(status.stx_mtime));
     if (!created || !modified)
         return std::nullopt;
-    return PlainFile{name, static_cast<qint64>(status.stx_size), *modified, *created};
+    return PlainFile{name, static_cast<qint64>(status.stx_size), *modified, *created,
+                     isProtectedMode(status.stx_mode)};
+}
+
+bool isProtected(int descriptor, const char *name)
+{
+    struct statx status = {};
+    return ::statx(descriptor, name, 0, STATX_TYPE | STATX_MODE, &status) == 0
+           && isProtectedMode(status.stx_mode);
 }
 
 } // namespace
 
 std::optional<std::vector<PlainFile>> listPlainFiles(const QString &folder, const QStringList &extensions)
 {
-    Extensions endings;
-    for (const QString &extension : extensions)
-        endings.push_back(extension.toStdString());
+    const Extensions endings = toExtensions(extensions);
+    static const Extensions MEDIA = toExtensions(::extensions());
     const std::unique_ptr<DIR, int (*)(DIR *)> stream(::opendir(QFile::encodeName(folder).constData()),
                                                       ::closedir);
     // A ":" could mark a path that only Qt resolves.
     if (!stream || folder == "/" || folder.contains(':'))
         return std::nullopt;
     std::vector<PlainFile> files;
+    ProtectedObjects marked;
     while (const dirent *entry = ::readdir(stream.get())) {
         const char *const name = entry->d_name;
         if (name[0] == '.') // hidden
             continue;
         if (entry->d_type == DT_UNKNOWN || !isAscii(name))
             return std::nullopt;
-        if (entry->d_type != DT_REG || !hasExtension(name, endings))
+        if (entry->d_type != DT_REG)
             continue;
+        if (!hasExtension(name, endings)) {
+            // It may belong to the object of a file that is listed.
+            if (hasExtension(name, MEDIA) && isProtected(::dirfd(stream.get()), name))
+                marked.add(name);
+            continue;
+        }
         const auto file = readFile(::dirfd(stream.get()), name);
         if (!file)
             return std::nullopt;
         files.push_back(*file);
+        if (file->isProtected)
+            marked.add(name);
+    }
+    if (!marked.isEmpty()) {
+        for (PlainFile &file : files)
+            file.isProtected = marked.contains(QByteArray::fromStdString(file.name));
     }
     // Files with the same time are in reverse order of their names: QDir sorts both, then reverses the list.
     std::sort(files.begin(), files.end(), [](const PlainFile &one, const PlainFile &other) {
