@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: MIT
 // A device that fails. Preloaded into vornfh, this library makes calls of the C library fail for the files
 // below a folder. The programs that vornfh starts are not affected. Environment variables:
-//   FAULTY_CALL     what fails: read, write, ftruncate, fsync, syncfs, close, rename, unlink, mkdir, fstatat
-//   or any FAULTY_NUMBER   which of these calls fails, counted from 1; none if it is 0 FAULTY_ONWARDS  if it
-//   is set, all later ones fail too FAULTY_ERROR    the error number FAULTY_FOLDER   the folder FAULTY_LOG a
-//   file to which the path of each failed call is written, one a line
+//   FAULTY_CALL     what fails: read, write, ftruncate, fsync, syncfs, close, rename, unlink, mkdir, fstatat,
+//                   readdir, or any: all but readdir, which changes nothing
+//   FAULTY_NUMBER   which of these calls fails, counted from 1; none if it is 0
+//   FAULTY_ONWARDS  if it is set, all later ones fail too
+//   FAULTY_ERROR    the error number
+//   FAULTY_FOLDER   the folder
+//   FAULTY_LOG      a file to which the path of each failed call is written, one a line
 // Each word stands for all functions with that effect. close() counts only for a descriptor to which the tool
 // has written: no other can lose anything. Data is transferred in parts of at most 8 KiB, so that files of
 // moderate size take several calls.
@@ -19,6 +22,7 @@
 #include <cstring>
 #include <string>
 
+#include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <stdio_ext.h>
@@ -295,6 +299,14 @@ int fstatat(int folder, const char *name, struct stat *status, int flags) noexce
     static const auto next = real<int(int, const char *, struct stat *, int)>("fstatat");
     return fails("fstatat", (pathOf(folder) + "/" + name + "/").c_str()) ? -1
                                                                          : next(folder, name, status, flags);
+}
+
+dirent *readdir(DIR *stream)
+{
+    static const auto next = real<dirent *(DIR *)>("readdir");
+    const bool isFailing =
+        variable("FAULTY_CALL") == "readdir" && fails("readdir", (pathOf(::dirfd(stream)) + "/").c_str());
+    return isFailing ? nullptr : next(stream);
 }
 
 int mkdir(const char *path, mode_t mode) noexcept
