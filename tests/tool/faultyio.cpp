@@ -2,7 +2,7 @@
 // A device that fails. Preloaded into vornfh, this library makes calls of the C library fail for the files
 // below a folder. The programs that vornfh starts are not affected. Environment variables:
 //   FAULTY_CALL     what fails: read, write, ftruncate, fsync, syncfs, close, rename, unlink, mkdir, fstatat,
-//                   readdir, or any: all but readdir, which changes nothing
+//                   readdir, or any of these but readdir
 //   FAULTY_NUMBER   which of these calls fails, counted from 1; none if it is 0
 //   FAULTY_ONWARDS  if it is set, all later ones fail too
 //   FAULTY_ERROR    the error number

@@ -47,8 +47,7 @@ void add(ObjectSummary &summary, const NumberedFolder &folder, const Object &obj
         summary.videos.push_back({folder.pathOf(*video), video->size});
 }
 
-/// Nullopt if nothing can be measured.
-std::optional<qint64> bitrateOf(const std::vector<LastVideo> &videos)
+void addMinutes(Estimate &estimate, const std::vector<LastVideo> &videos, qint64 free)
 {
     std::vector<std::pair<qint64, std::future<Measured>>> measurements; // with the sizes
     for (const LastVideo &video : videos) {
@@ -58,14 +57,18 @@ std::optional<qint64> bitrateOf(const std::vector<LastVideo> &videos)
     double size = 0;
     double seconds = 0;
     for (auto &measurement : measurements) {
-        const double length = measurement.second.get().seconds;
-        if (length > 0) {
+        const Measured measured = measurement.second.get();
+        if (measured.seconds > 0) {
             size += static_cast<double>(measurement.first);
-            seconds += length;
+            seconds += measured.seconds;
         }
+        estimate.failure = measured.failure;
     }
     const auto bitrate = seconds > 0 ? static_cast<qint64>(size * 8 / seconds) : 0;
-    return bitrate > 0 ? std::optional(bitrate) : std::nullopt;
+    if (bitrate > 0) {
+        estimate.bitrate = bitrate;
+        estimate.minutes = free / (60 * bitrate / 8);
+    }
 }
 
 } // namespace
@@ -90,8 +93,6 @@ Estimate estimateOf(const ObjectSummary &summary, qint64 free, qint64 numbersLef
         if (mean > 0)
             estimate.objects[kind] = std::min(free / mean, numbersLeft);
     }
-    estimate.bitrate = bitrateOf(summary.videos);
-    if (estimate.bitrate)
-        estimate.minutes = free / (60 * *estimate.bitrate / 8);
+    addMinutes(estimate, summary.videos, free);
     return estimate;
 }

@@ -44,6 +44,7 @@ struct Estimate {
     std::array<std::optional<qint64>, AUDIO + 1> objects; // by PHOTO, VIDEO and AUDIO
     std::optional<qint64> bitrate;                        // of the last videos, bits per second
     std::optional<qint64> minutes;                        // of video
+    QString failure;                                      // why the bit rate cannot be measured
 };
 
 /// @p free is in bytes; @p numbersLeft limits the objects. Starts ffprobe for the last videos, except for one

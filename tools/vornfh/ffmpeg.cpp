@@ -148,6 +148,12 @@ qint64 packetsIn(const QString &path, int limit)
 
 Measured measure(const QString &path)
 {
+    Measured result;
+    const QString missing = missingProgram({"ffprobe"});
+    if (!missing.isEmpty()) {
+        result.failure = missing + " is not on PATH";
+        return result;
+    }
     Child process;
     process.setStandardErrorFile(QProcess::nullDevice());
     process.start("ffprobe", QStringList{"-v", "error", "-select_streams", "v:0", "-show_entries",
@@ -161,7 +167,6 @@ Measured measure(const QString &path)
         if (!values.contains(name)) // a stream that is also part of a program is printed twice
             values.insert(name, line.mid(name.size() + 1).trimmed());
     }
-    Measured result;
     result.width = values["width"].toInt();
     result.height = values["height"].toInt();
     result.seconds = values["duration"].toDouble();

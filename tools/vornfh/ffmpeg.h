@@ -35,9 +35,10 @@ struct Measured {
     double seconds = 0;
     qint64 bitrate = 0;   // bits per second
     double framerate = 0; // average of the first video stream, frames per second
+    QString failure;      // why ffprobe cannot be started
 };
 
-/// Starts ffprobe once and waits for it. All values are 0 if it cannot be started or the file cannot be read.
+/// Starts ffprobe once and waits for it. All values are 0 if it cannot be started or cannot read the file.
 Measured measure(const QString &path);
 
 #endif // FFMPEG_H

@@ -177,23 +177,18 @@ void print(const QString &name, const QString &value)
     printField(name, value, WIDTH);
 }
 
-/// A value that ffprobe determines, or why there is none.
-void printMeasured(const QString &name, bool isMeasured, const QString &text)
-{
-    const QString missing = isMeasured ? QString() : missingProgram({"ffprobe"});
-    const QString reason = missing.isEmpty() ? QString() : ": " + missing + " is not on PATH";
-    print(name, isMeasured ? text : "could not be measured" + reason);
-}
-
 void printMeasured(const Measured &measured, Kind kind)
 {
-    const QString seconds = QString::number(measured.seconds, 'f', 1);
-    printMeasured("length", measured.seconds > 0,
-                  durationText(static_cast<qint64>(measured.seconds)) + " (" + seconds + " s)");
-    printMeasured("bitrate", measured.bitrate > 0, bitrateText(measured.bitrate));
+    const QString unknown =
+        "could not be measured" + (measured.failure.isEmpty() ? QString() : ": " + measured.failure);
+    const QString length = QString("%1 (%2 s)")
+                               .arg(durationText(static_cast<qint64>(measured.seconds)))
+                               .arg(measured.seconds, 0, 'f', 1);
+    print("length", measured.seconds > 0 ? length : unknown);
+    print("bitrate", measured.bitrate > 0 ? bitrateText(measured.bitrate) : unknown);
+    const QString frames = QString("%1 per second").arg(measured.framerate, 0, 'g', 5);
     if (kind == VIDEO)
-        printMeasured("frames", measured.framerate > 0,
-                      QString("%1 per second").arg(measured.framerate, 0, 'g', 5));
+        print("frames", measured.framerate > 0 ? frames : unknown);
 }
 
 void printFolder(const Metadata &record)

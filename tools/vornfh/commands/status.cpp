@@ -196,8 +196,8 @@ QJsonArray toJson(const QList<Finding> &findings)
 {
     QJsonArray array;
     for (const Finding &finding : findings)
-        array.append(
-            QJsonObject{{"path", QString::fromUtf8(finding.path)}, {"kind", finding.kind}, {"text", finding.text}});
+        array.append(QJsonObject{
+            {"path", QString::fromUtf8(finding.path)}, {"kind", finding.kind}, {"text", finding.text}});
     return array;
 }
 
@@ -347,8 +347,8 @@ void printMinutes(const Estimate &estimate)
     if (estimate.minutes)
         print("minutes left",
               QString("about %1 of video, at %2").arg(*estimate.minutes).arg(bitrateText(*estimate.bitrate)));
-    else if (estimate.objects[VIDEO] && !missingProgram({"ffprobe"}).isEmpty())
-        print("minutes left", "unknown: ffprobe is not on PATH");
+    else if (!estimate.failure.isEmpty())
+        print("minutes left", "unknown: " + estimate.failure);
 }
 
 void print(const Room &room, const std::optional<ObjectSummary> &objects)
