@@ -52,9 +52,8 @@ CheckResult checkStorage(const Storage &storage, const CheckOptions &options);
 /// Checks the files in one numbered folder.
 CheckResult checkFolder(const QString &path, const CheckOptions &options);
 
-/// The repairable findings about the newest object and the files that interrupted commands have left: the
-/// result of checkStorage() without what takes a look at every file. @p folders are those of
-/// numberedObjects().
+/// The repairable findings about the newest object, and about the files that interrupted commands have left
+/// behind: the part of checkStorage() that reads no other file. @p folders are those of numberedObjects().
 QList<Finding> quickFindings(const Storage &storage, const std::vector<NumberedFolder> &folders);
 
 #endif // CHECKING_H
