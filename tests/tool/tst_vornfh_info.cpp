@@ -339,7 +339,7 @@ void VornfhInfoTest::isOtherwiseThatOfTheLibrary_data()
     row("video-and-audio",
         "-f lavfi -i sine=d=0.4 -f lavfi -i testsrc=d=0.4:s=64x48 -map 0 -map 1 -c:v mjpeg -c:a pcm_s16le",
         "a.avi");
-    row("only-audio", "-f lavfi -i sine=d=0.4", "a.avi");
+    row("only-audio", "-f lavfi -i sine=d=0.4 -c:a pcm_s16le", "a.avi");
     row("other-container", "-f lavfi -i testsrc=d=0.4:s=64x48 -c:v mpeg2video -f mpegts", "a.avi");
     row("picture", "-f lavfi -i testsrc=s=64x48 -frames:v 1 -c:v mjpeg -f image2", "a.mkv");
     row("wav", "-f lavfi -i sine=d=0.4", "a.wav");
