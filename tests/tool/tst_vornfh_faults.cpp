@@ -306,6 +306,8 @@ private slots:
     void namesAnEntryThatCannotBeRead();
     void failsIfAFolderCannotBeReadToItsEnd_data();
     void failsIfAFolderCannotBeReadToItsEnd();
+    void statusIsDamagedIfSomethingCannotBeRead_data();
+    void statusIsDamagedIfSomethingCannotBeRead();
 };
 
 void VornfhFaultsTest::survivesEveryFault_data()
@@ -681,6 +683,34 @@ void VornfhFaultsTest::failsIfAFolderCannotBeReadToItsEnd()
     QVERIFY2(run.outcome.out.startsWith(out), run.outcome.out);
     QVERIFY2(run.outcome.err.startsWith(err), run.outcome.err);
     QCOMPARE(run.after, run.before);
+}
+
+void VornfhFaultsTest::statusIsDamagedIfSomethingCannotBeRead_data()
+{
+    QTest::addColumn<QByteArray>("call");
+    QTest::addColumn<QByteArray>("path");
+    QTest::addColumn<QByteArray>("objects");
+    row("entry", QByteArray("fstatat"), QByteArray("sd/DCIM/100ABC/DCF_0002.jpg"),
+        QByteArray("2, 0 protected"));
+    row("folder", QByteArray("readdir"), QByteArray("sd/DCIM/100ABC"),
+        QByteArray("unknown: a folder cannot be read"));
+}
+
+void VornfhFaultsTest::statusIsDamagedIfSomethingCannotBeRead()
+{
+    QFETCH(QByteArray, call);
+    QFETCH(QByteArray, path);
+    QFETCH(QByteArray, objects);
+    const Situation situation = {
+        {"sd/DCIM/100ABC/DCF_0001.jpg = x", "sd/DCIM/100ABC/DCF_0002.jpg = x"}, {"status", "sd"}, false};
+    const Run run = runWith({call, 1, true, EIO}, situation, path);
+    const QByteArray problem = "@/" + path + ": cannot be read: Input/output error\n";
+    QVERIFY2(run.outcome.out.startsWith("sd: @/sd/DCIM\n  verdict         damaged: " + problem),
+             run.outcome.out);
+    QVERIFY2(run.outcome.out.contains("\n  objects         " + objects + "\n"), run.outcome.out);
+    QVERIFY2(run.outcome.out.endsWith("\n  problem         " + problem), run.outcome.out);
+    QCOMPARE(run.outcome.exitCode, 0);
+    QCOMPARE(run.outcome.err, QByteArray());
 }
 
 QTEST_GUILESS_MAIN(VornfhFaultsTest)

@@ -22,6 +22,7 @@ struct Figure {
     QString link;
     QByteArray picture; // empty if there is an icon
     QString alt;
+    QStringList labels; // of icons
     QStringList caption;
 };
 
@@ -50,11 +51,13 @@ void readStart(const QXmlStreamReader &xml, Page &page)
     else if (xml.name() == "input")
         page.choices.append(attribute("id"));
     else if (xml.name() == "figure")
-        page.figures.append({attribute("class"), "", "", "", {}});
+        page.figures.append({attribute("class"), "", "", "", {}, {}});
     else if (xml.name() == "a" && page.figures.isEmpty())
         page.links.append(attribute("href"));
     else if (xml.name() == "a")
         page.figures.last().link = attribute("href");
+    else if (xml.name() == "svg")
+        page.figures.last().labels.append(attribute("aria-label"));
     else if (xml.name() == "div" && attribute("class") == "grid")
         ++page.grids;
     else if (xml.name() == "img") {
@@ -206,6 +209,8 @@ private slots:
     void readsTheSizeOfPhotosAsTheLibraryDoes();
     void countsEachKindInAFolder();
     void namesVideosThatBrowsersCannotPlay();
+    void marksProtectedFiles_data();
+    void marksProtectedFiles();
     void dividesALongFolderIntoGrids();
     void dividesALargeGallery();
     void dividesByTheNumberOfFiles();
@@ -389,6 +394,45 @@ void VornfhGalleryTest::namesVideosThatBrowsersCannotPlay()
     QCOMPARE(tool.runOnStorages(GALLERY), tool.success(PRINTED));
     for (const Figure &figure : parsed(tool.content("page.html")).figures)
         QCOMPARE(figure.caption.contains("Not played by browsers"), figure.link.endsWith(".avi"));
+}
+
+void VornfhGalleryTest::marksProtectedFiles_data()
+{
+    QTest::addColumn<QByteArrayList>("marked"); // the files without write permission
+    QTest::addColumn<QStringList>("shown");     // the files that are shown as protected
+    const auto row = [](const char *name, const QByteArrayList &marked, const QStringList &shown) {
+        QTest::newRow(name) << marked << shown;
+    };
+    row("none", {}, {});
+    row("photo", {"DCF_0001.jpg"}, {"DCF_0001.jpg"});
+    row("thumbnail", {"DCF_0001.thumb"}, {"DCF_0001.jpg"});
+    row("video", {"DCF_0002.mkv"}, {"DCF_0002.mkv"});
+    row("without-a-picture", {"DCF_0003.wav"}, {"DCF_0003.wav"});
+    row("other-file", {"notes.txt"}, {"notes.txt"});
+    row("several", {"DCF_0001.jpg", "DCF_0001.thumb", "DCF_0002.thumb"}, {"DCF_0001.jpg", "DCF_0002.mkv"});
+}
+
+void VornfhGalleryTest::marksProtectedFiles()
+{
+    QFETCH(QByteArrayList, marked);
+    QFETCH(QStringList, shown);
+    const ToolRun tool;
+    tool.make(onCard({"100ABC/DCF_0002.mkv = x", "100ABC/DCF_0003.wav = x", "100ABC/notes.txt = x"}));
+    const QString folder = tool.sd() + "/100ABC/";
+    for (const char *name : {"DCF_0001.jpg", "DCF_0001.thumb", "DCF_0002.thumb"})
+        writeFile(folder + name, pictureData("jpg", {16, 16}));
+    for (const QByteArray &name : marked)
+        QCOMPARE(::chmod((QFile::encodeName(folder) + name).constData(), 0444), 0);
+    QCOMPARE(tool.runOnStorages(GALLERY), tool.success(PRINTED));
+    const Page page = parsed(tool.content("page.html"));
+    QVERIFY(page.isValid);
+    QStringList found;
+    for (const Figure &figure : page.figures) {
+        if (figure.labels.contains("Protected"))
+            found.append(figure.caption.first());
+    }
+    found.sort();
+    QCOMPARE(found, shown);
 }
 
 void VornfhGalleryTest::dividesALongFolderIntoGrids()

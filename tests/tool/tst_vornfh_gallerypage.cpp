@@ -12,11 +12,14 @@
 
 #include <cstdio>
 
+#include <sys/stat.h>
+
 namespace {
 
 /// A script that is appended to a copy of the page. It selects each type in turn and reports what is visible
 /// and counted, the widths of the loaded pictures, the number of elements wider than the window, the number
-/// of columns and the lowest contrast of any text.
+/// of columns, the lowest contrast of any text, and for each badge of a protected file whether it is in the
+/// upper right corner of its picture.
 constexpr char LOOK[] = R"js(<script>
 const isSeen = element => element.getClientRects().length > 0;
 const numbers = colour => colour.match(/[\d.]+/g).map(Number);
@@ -52,6 +55,11 @@ addEventListener('load', () => {
         + (document.documentElement.scrollWidth > innerWidth);
     result.columns = new Set([...document.querySelectorAll('figure')]
         .map(figure => figure.getBoundingClientRect().left)).size;
+    result.locks = [...document.querySelectorAll('.lock')].map(lock => {
+        const [badge, picture] = [lock, lock.parentElement].map(element => element.getBoundingClientRect());
+        return badge.width > 0 && badge.left > picture.left + picture.width / 2 && badge.right < picture.right
+            && badge.top > picture.top && badge.bottom < picture.top + picture.height / 2;
+    });
     parent.document.body.textContent = 'RESULT' + JSON.stringify(result) + 'END';
 });
 </script>)js";
@@ -113,6 +121,8 @@ void VornfhGalleryPageTest::initTestCase()
     for (QString medium :
          {first + "DCF_0001.jpg", first + "DCF_0002.jpg", second + LONG_NAME, first + "DCF_0003.avi"})
         writeFile(medium.replace(medium.size() - 3, 3, "thumb"), pictureData("jpg", {160, 120}));
+    for (const char *name : {"DCF_0001.jpg", "DCF_0003.avi", "DCF_0005.wav"})
+        QCOMPARE(::chmod(QFile::encodeName(first + name).constData(), 0444), 0);
     QCOMPARE(mTool.runOnStorages({"gallery", "sd", "--probe", "-o", "page.html"}).exitCode, 0);
     QByteArray page = mTool.content("page.html");
     // Remove the policy that forbids scripts, and lazy loading, which would leave some pictures unloaded.
@@ -193,6 +203,7 @@ void VornfhGalleryPageTest::looksRightInABrowser()
     QCOMPARE(seen["pictures"].toArray(), (QJsonArray{160, 160, 160, 160}));
     QCOMPARE(seen["tooWide"].toInt(-1), 0);
     QCOMPARE(seen["columns"].toInt(), columns);
+    QCOMPARE(seen["locks"].toArray(), (QJsonArray{true, true, true}));
     QVERIFY2(seen["contrast"].toDouble() >= 4.5, QByteArray::number(seen["contrast"].toDouble()));
 
     const QString picture = mTool.path() + "/page.png";

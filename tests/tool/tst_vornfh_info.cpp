@@ -4,10 +4,13 @@
 #include "toolsupport.h"
 
 #include <QDateTime>
+#include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QTest>
 
+#include <algorithm>
 #include <csignal>
 #include <thread>
 
@@ -25,6 +28,13 @@ private slots:
     void showsAVideoWithAnyPath_data();
     void showsAVideoWithAnyPath();
     void jsonHasTheRawValues();
+    void measuresVideosAndAudioFiles_data();
+    void measuresVideosAndAudioFiles();
+    void saysWhatCouldNotBeMeasured_data();
+    void saysWhatCouldNotBeMeasured();
+    void isOtherwiseThatOfTheLibrary_data();
+    void isOtherwiseThatOfTheLibrary();
+    void startsOneFfprobePerFile();
     void reportsAMissingPathAndShowsTheOthers();
     void readsSeveralVideosAtATime();
     void readsPathsLiterally_data();
@@ -130,8 +140,8 @@ void VornfhInfoTest::showsAPhotoAndAnAudioFile()
                                                          "  type      WAV audio\n"
                                                          "  size      2.0 KiB (2048 B)\n"
                                                          "  modified  2025-02-25 14:00:00\n"
-                                                         "  length    60 (fixed value, not measured)\n"
-                                                         "  bitrate   6000 (fixed value, not measured)\n"));
+                                                         "  length    could not be measured\n"
+                                                         "  bitrate   could not be measured\n"));
     QCOMPARE(outcome.out.count("  created   20"), 2);
     QCOMPARE(outcome.exitCode, 0);
     QCOMPARE(outcome.err, QByteArray());
@@ -211,7 +221,10 @@ void VornfhInfoTest::jsonHasTheRawValues()
                                  {"length", 60},
                                  {"bitrate", 6000},
                                  {"framerate", 0},
-                                 {"protected", false}}));
+                                 {"protected", false},
+                                 {"measuredLength", QJsonValue()},
+                                 {"measuredBitrate", QJsonValue()},
+                                 {"measuredFramerate", QJsonValue()}}));
     QJsonObject folder = array[1].toObject();
     folder.remove("created");
     QCOMPARE(folder, (QJsonObject{{"type", 128},
@@ -228,6 +241,158 @@ void VornfhInfoTest::jsonHasTheRawValues()
                                   {"thumbCount", 0},
                                   {"videoCount", 0},
                                   {"audioCount", 1}}));
+}
+
+void VornfhInfoTest::measuresVideosAndAudioFiles_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<double>("seconds");
+    QTest::addColumn<double>("framerate");
+    QTest::addColumn<QByteArrayList>("lines");
+    const QByteArray frames = "  frames    5 per second\n";
+    row("avi", QString("a.avi"), 0.4, 5.0, QByteArrayList{"  length    0:00 (0.4 s)\n", frames});
+    row("mkv", QString("a.mkv"), 0.4, 5.0, QByteArrayList{"  length    0:00 (0.4 s)\n", frames});
+    row("wav", QString("a.wav"), 0.1, 0.0, QByteArrayList{"  length    0:00 (0.1 s)\n"});
+}
+
+void VornfhInfoTest::measuresVideosAndAudioFiles()
+{
+    QFETCH(QString, file);
+    QFETCH(double, seconds);
+    QFETCH(double, framerate);
+    QFETCH(QByteArrayList, lines);
+    const ToolRun tool;
+    const QString path = tool.path() + "/" + file;
+    file.endsWith(".wav") ? makeSound(path) : makeVideo(path, QSize(64, 48));
+    const double bitrate = tool.content(file).size() * 8 / seconds;
+    const QJsonObject record = tool.run({"info", "--json", file.toUtf8()}).json().array()[0].toObject();
+    QCOMPARE(record["measuredLength"].toDouble(), seconds);
+    QVERIFY(qAbs(record["measuredBitrate"].toDouble() - bitrate) <= 1);
+    QCOMPARE(record.value("measuredFramerate"), framerate > 0 ? QJsonValue(framerate) : QJsonValue());
+    const Outcome text = tool.run({"info", file.toUtf8()});
+    const QByteArray rate = "  bitrate   " + QByteArray::number(bitrate / 1000, 'f', 1) + " kbit/s\n";
+    for (const QByteArray &line : lines + QByteArrayList{rate})
+        QVERIFY2(text.out.contains(line), text.out.constData());
+    QCOMPARE(text.out.contains("  frames "), framerate > 0);
+    QVERIFY(!text.out.contains("fixed") && !text.out.contains("6000"));
+}
+
+void VornfhInfoTest::saysWhatCouldNotBeMeasured_data()
+{
+    QTest::addColumn<bool>("hasFfprobe");
+    QTest::addColumn<QByteArray>("file");
+    QTest::addColumn<QByteArray>("end");
+    QTest::addColumn<QByteArrayList>("keys");
+    const QByteArray not_ = "could not be measured";
+    const QByteArray missing = not_ + ": ffprobe is not on PATH";
+    const auto linesOf = [](const QByteArray &text, bool isVideo) {
+        return "  length    " + text + "\n  bitrate   " + text + "\n"
+               + (isVideo ? "  frames    " + text + "\n" : QByteArray());
+    };
+    const QByteArrayList keys = {"measuredLength", "measuredBitrate", "measuredFramerate"};
+    row("video-without-ffprobe", false, QByteArray("a.avi"), linesOf(missing, true), keys);
+    row("audio-without-ffprobe", false, QByteArray("a.wav"), linesOf(missing, false), keys);
+    row("damaged-video", true, QByteArray("bad.mkv"), linesOf(not_, true), keys);
+    row("damaged-audio", true, QByteArray("bad.wav"), linesOf(not_, false), keys);
+    row("empty-video", true, QByteArray("empty.avi"), linesOf(not_, true), keys);
+    row("photo", true, QByteArray("a.jpg"), QByteArray("  picture   64 x 48 pixels\n"), QByteArrayList());
+}
+
+void VornfhInfoTest::saysWhatCouldNotBeMeasured()
+{
+    QFETCH(bool, hasFfprobe);
+    QFETCH(QByteArray, file);
+    QFETCH(QByteArray, end);
+    QFETCH(QByteArrayList, keys);
+    const QTemporaryDir files;
+    makeVideo(files.filePath("a.avi"), QSize(64, 48));
+    makeSound(files.filePath("a.wav"));
+    makePicture(files.filePath("a.jpg"), QSize(64, 48));
+    makeTree(files.path(), {"bad.mkv = x", "bad.wav = x", "empty.avi"});
+    const StandIns programs(hasFfprobe ? StandIns::BeforeTheRealOnes : StandIns::Alone);
+    const ToolRun tool;
+    const QByteArray path = QFile::encodeName(files.path()) + "/" + file;
+    const Outcome text = tool.run({"info", path});
+    QVERIFY2(text.out.endsWith(end), text.out.constData());
+    QCOMPARE(text.exitCode, 0);
+    QCOMPARE(text.err, QByteArray());
+    const QJsonObject record = tool.run({"info", "--json", path}).json().array()[0].toObject();
+    for (const char *key : {"measuredLength", "measuredBitrate", "measuredFramerate"})
+        QCOMPARE(record.value(QLatin1String(key)),
+                 QJsonValue(keys.contains(key) ? QJsonValue::Null : QJsonValue::Undefined));
+}
+
+void VornfhInfoTest::isOtherwiseThatOfTheLibrary_data()
+{
+    QTest::addColumn<QStringList>("arguments"); // of ffmpeg
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<int>("size"); // the file is cut off; 0 if it is whole
+    const auto row = [](const char *name, const char *arguments, const char *file, int size = 0) {
+        QTest::newRow(name) << QString(arguments).split(' ', Qt::SkipEmptyParts) << QString(file) << size;
+    };
+    const char *video = "-f lavfi -i testsrc=r=5:d=0.4:s=64x48 -c:v mjpeg";
+    const char *two =
+        "-f lavfi -i testsrc=d=0.4:s=64x48 -f lavfi -i testsrc=d=0.4:s=32x16 -map 0 -map 1 -c:v "
+        "mjpeg";
+    row("avi", video, "a.avi");
+    row("mkv", video, "a.mkv");
+    row("upper-case", video, "a.AVI");
+    row("two-videos", two, "a.mkv");
+    row("video-and-audio",
+        "-f lavfi -i sine=d=0.4 -f lavfi -i testsrc=d=0.4:s=64x48 -map 0 -map 1 -c:v mjpeg -c:a pcm_s16le",
+        "a.avi");
+    row("only-audio", "-f lavfi -i sine=d=0.4 -c:a pcm_s16le", "a.avi");
+    row("other-container", "-f lavfi -i testsrc=d=0.4:s=64x48 -c:v mpeg2video -f mpegts", "a.avi");
+    row("picture", "-f lavfi -i testsrc=s=64x48 -frames:v 1 -c:v mjpeg -f image2", "a.mkv");
+    row("wav", "-f lavfi -i sine=d=0.4", "a.wav");
+    row("avi-cut-off", video, "a.avi", 6000);
+    row("avi-header-only", video, "a.avi", 300);
+    row("mkv-cut-off", video, "a.mkv", 1500);
+    row("empty", "", "a.avi");
+}
+
+void VornfhInfoTest::isOtherwiseThatOfTheLibrary()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QString, file);
+    QFETCH(int, size);
+    const ToolRun tool;
+    const QString path = tool.path() + "/" + file;
+    if (arguments.isEmpty())
+        writeFile(path);
+    else
+        outputOf("ffmpeg", QStringList{"-nostdin", "-v", "error"} + arguments + QStringList{"-y", path});
+    if (size > 0)
+        QCOMPARE(::truncate(QFile::encodeName(path).constData(), size), 0);
+    const QJsonObject found = tool.run({"info", "--json", file.toUtf8()}).json().array()[0].toObject();
+    Metadata expected;
+    VORN_FILE_HANDLER::VornFileHandler::getMetadata(QFileInfo(path), expected);
+    QCOMPARE(found["type"].toInt(), static_cast<int>(expected.mType));
+    QCOMPARE(found["name"].toString(), expected.mFileName);
+    QCOMPARE(found["size"].toDouble(), static_cast<double>(expected.mSize));
+    QCOMPARE(QDateTime::fromString(found["created"].toString(), Qt::ISODateWithMs), expected.mCreated);
+    QCOMPARE(QDateTime::fromString(found["modified"].toString(), Qt::ISODateWithMs), expected.mLastModified);
+    QCOMPARE(found["width"].toInt(), expected.mWidth);
+    QCOMPARE(found["height"].toInt(), expected.mHeight);
+    QCOMPARE(found["length"].toInt(), expected.mLength);
+    QCOMPARE(found["bitrate"].toInt(), expected.mBitrate);
+    QCOMPARE(found["framerate"].toInt(), expected.mFramerate);
+}
+
+void VornfhInfoTest::startsOneFfprobePerFile()
+{
+    StandIns programs;
+    programs.add("ffprobe", programs.becomes("ffprobe"));
+    const ToolRun tool;
+    tool.make({"b.wav = x", "c.txt = x", "folder/d.avi = x"});
+    makeVideo(tool.path() + "/a.avi", QSize(64, 48));
+    makePicture(tool.path() + "/e.jpg", QSize(64, 48));
+    QCOMPARE(tool.run({"info", "a.avi", "b.wav", "c.txt", "folder", "e.jpg"}).exitCode, 0);
+    QByteArrayList files;
+    for (const QByteArrayList &call : programs.calls("ffprobe"))
+        files.append(call.last());
+    std::sort(files.begin(), files.end());
+    QCOMPARE(files, tool.expand(Tree{"file:@/a.avi", "file:@/b.wav"}));
 }
 
 void VornfhInfoTest::reportsAMissingPathAndShowsTheOthers()
@@ -252,8 +417,8 @@ void VornfhInfoTest::readsSeveralVideosAtATime()
     programs.add("ffprobe", "for path; do :; done\n"
                             "case $path in\n"
                             "*1.avi) for i in $(seq 100); do [ -e second ] && break; sleep 0.1; done\n"
-                            "    [ -e second ] && printf '1\\n1\\n' ;;\n"
-                            "*2.avi) : >second; printf '2\\n2\\n' ;;\n"
+                            "    [ -e second ] && printf 'width=1\\nheight=1\\n' ;;\n"
+                            "*2.avi) : >second; printf 'width=2\\nheight=2\\n' ;;\n"
                             "esac");
     const ToolRun tool;
     tool.make({"1.avi", "2.avi"});

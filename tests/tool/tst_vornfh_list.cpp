@@ -8,6 +8,8 @@
 #include <QTest>
 #include <QVector>
 
+#include <sys/stat.h>
+
 using namespace VORN_FILE_HANDLER;
 
 using Listing = QJsonArray (*)();
@@ -29,6 +31,8 @@ private slots:
     void isThatOfTheLibrary_data();
     void isThatOfTheLibrary();
     void printsAFolderBeforeItReadsTheNext();
+    void marksProtectedFiles_data();
+    void marksProtectedFiles();
     void escapesNames();
     void createsNothing_data();
     void createsNothing();
@@ -356,6 +360,58 @@ void VornfhListTest::printsAFolderBeforeItReadsTheNext()
         QCOMPARE(outcome.exitCode, 0);
         QVERIFY(outcome.out.contains("101ABC/new.jpg"));
     }
+}
+
+void VornfhListTest::marksProtectedFiles_data()
+{
+    QTest::addColumn<QByteArrayList>("marked"); // the files without write permission
+    QTest::addColumn<QByteArrayList>("options");
+    QTest::addColumn<QStringList>("shown"); // the files that are shown as protected
+    const auto row = [](const char *name, const QByteArrayList &marked, const QByteArrayList &options,
+                        const QStringList &shown) { QTest::newRow(name) << marked << options << shown; };
+    const QStringList object = {"100ABC/DCF_0001.avi", "100ABC/DCF_0001.thumb"};
+    row("none", {}, {}, {});
+    row("recording", {"100ABC/DCF_0001.avi"}, {}, object);
+    row("thumbnail", {"100ABC/DCF_0001.thumb"}, {}, object);
+    row("whole-object", {"100ABC/DCF_0001.avi", "100ABC/DCF_0001.thumb"}, {}, object);
+    row("thumbnail-that-is-not-listed", {"100ABC/DCF_0001.thumb"}, {"--videos"}, {"100ABC/DCF_0001.avi"});
+    row("other-type-that-is-not-listed", {"100ABC/DCF_0001.avi"}, {"--audio"}, {});
+    row("other-file", {"100ABC/notes.txt"}, {}, {"100ABC/notes.txt"});
+    row("file-in-another-folder", {"holiday/clip.avi"}, {"--filter", "all"}, {"holiday/clip.avi"});
+    row("same-number-in-another-folder", {"101ABC/DCF_0001.png"}, {}, {"101ABC/DCF_0001.png"});
+    // The library lists folders with such names.
+    row("name-outside-ascii", {"102ABC/\u00e4.jpg"}, {}, {"102ABC/\u00e4.jpg", "102ABC/\u00e4.thumb"});
+    row("name-outside-ascii-that-is-not-listed", {"102ABC/\u00e4.thumb"}, {"--images"},
+        {"102ABC/\u00e4.jpg"});
+}
+
+void VornfhListTest::marksProtectedFiles()
+{
+    QFETCH(QByteArrayList, marked);
+    QFETCH(QByteArrayList, options);
+    QFETCH(QStringList, shown);
+    const ToolRun tool;
+    tool.make(CARD + onCard({"102ABC/\u00e4.jpg = x", "102ABC/\u00e4.thumb = x"}));
+    for (const QByteArray &file : marked)
+        QCOMPARE(::chmod((QFile::encodeName(tool.sd()) + "/" + file).constData(), 0444), 0);
+    const QByteArrayList list = QByteArrayList{"list", "sd"} + options;
+    QStringList inTable;
+    for (const QByteArray &line : tool.runOnStorages(list).out.split('\n')) {
+        if (line.endsWith("  protected"))
+            inTable.append(QString::fromUtf8(line.left(line.indexOf("  "))));
+        else
+            QVERIFY2(!line.contains("protected"), line.constData());
+    }
+    QStringList inJson;
+    for (const QJsonValue &file : tool.runOnStorages(list + QByteArrayList{"--json"}).json().array()) {
+        if (file.toObject()["protected"].toBool())
+            inJson.append(file.toObject()["filename"].toString());
+        QCOMPARE(file.toObject().contains("protected"), file.toObject()["protected"].toBool());
+    }
+    inTable.sort();
+    inJson.sort();
+    QCOMPARE(inTable, shown);
+    QCOMPARE(inJson, shown);
 }
 
 void VornfhListTest::escapesNames()

@@ -368,6 +368,21 @@ void checkFiles(const QByteArray &folder, Result &result)
         checkThumbnails(content, result);
 }
 
+/// Checks the files of an object by themselves.
+void checkObject(const NumberedFolder &folder, const Object &object, Result &result)
+{
+    const QByteArray path = QFile::encodeName(folder.path);
+    std::vector<Entry> files;
+    for (const ObjectFile &file : object.files)
+        files.push_back(
+            {path + "/" + file.name, file.name, decoded(file.name), file.mode, file.size, file.error});
+    const Folder content = folderOf(files);
+    for (const Entry &file : files) {
+        if (checkReadable(file, result))
+            checkFile(file, content, result);
+    }
+}
+
 // Folders
 
 /// Checks the name of a folder that the library lists as numbered.
@@ -464,4 +479,22 @@ CheckResult checkFolder(const QString &path, const CheckOptions &options)
     Result result(options);
     checkFiles(QFile::encodeName(path), result);
     return result;
+}
+
+QList<Finding> quickFindings(const Storage &storage, const std::vector<NumberedFolder> &folders)
+{
+    Result result{CheckOptions()};
+    QStringList places = {QFileInfo(storage.location).path(), storage.location};
+    for (const QString &name : numberedFolders(storage))
+        places.append(storage.location + "/" + name);
+    for (const QString &folder : places)
+        checkLeftovers(QFile::encodeName(folder), result);
+    const auto last = std::find_if(folders.rbegin(), folders.rend(),
+                                   [](const NumberedFolder &folder) { return !folder.objects.empty(); });
+    if (last != folders.rend())
+        checkObject(*last, last->objects.back(), result);
+    const auto isOther = [](const Finding &finding) { return !finding.isRepairable(); };
+    result.findings.erase(std::remove_if(result.findings.begin(), result.findings.end(), isOther),
+                          result.findings.end());
+    return result.findings;
 }

@@ -3,11 +3,14 @@
 #define CHECKING_H
 
 #include "numbering.h"
+#include "objects.h"
 #include "storages.h"
 
 #include <QByteArray>
 #include <QList>
 #include <QString>
+
+#include <vector>
 
 /// What the command repair does about a finding.
 enum class Remedy {
@@ -48,5 +51,9 @@ CheckResult checkStorage(const Storage &storage, const CheckOptions &options);
 
 /// Checks the files in one numbered folder.
 CheckResult checkFolder(const QString &path, const CheckOptions &options);
+
+/// The repairable findings about the newest object, and about the files that interrupted commands have left
+/// behind: the part of checkStorage() that reads no other file. @p folders are those of numberedObjects().
+QList<Finding> quickFindings(const Storage &storage, const std::vector<NumberedFolder> &folders);
 
 #endif // CHECKING_H

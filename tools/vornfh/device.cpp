@@ -6,6 +6,10 @@
 #include "output.h"
 #include "paths.h"
 
+#include <QFile>
+#include <QFileInfo>
+#include <QVector>
+
 namespace {
 
 /// A program that is not on PATH and without which the library reports every block device as absent.
@@ -29,6 +33,32 @@ QString whyUnknown(const Device &device, const QString &path)
         return notOnPath(missing);
     return device.isPresent ? QString("df reports no size for %1").arg(path)
                             : QString("%1 is not present").arg(device.block);
+}
+
+/// The folder of the kernel's attributes of the card that the block device @p block is on.
+QString attributesOf(QString block)
+{
+    const QString device = "/sys/class/block/" + block.replace('/', '!');
+    const bool isPartition = QFile::exists(device + "/partition"); // its folder is in that of the disk
+    return device + (isPartition ? "/../device" : "/device");
+}
+
+/// The numbers of an attribute such as "0x01 0x02"; 0 for what is not a number.
+QVector<int> numbersIn(const QString &attribute)
+{
+    QFile file(attribute);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    QVector<int> numbers;
+    for (const QByteArray &text : file.readAll().simplified().split(' '))
+        numbers.append(text.toInt(nullptr, 16));
+    return numbers;
+}
+
+/// The percentage for a value of DEVICE_LIFE_TIME_EST, which counts in steps of 10 %; 11 is more than 100 %.
+int lifeUsed(int value)
+{
+    return value >= 1 && value <= 11 ? value * 10 : 0;
 }
 
 } // namespace
@@ -61,6 +91,16 @@ Capacity capacityOf(const Storage &storage, const Device &device)
     if (!capacity.isKnown())
         capacity.unknownBecause = whyUnknown(device, capacity.path);
     return capacity;
+}
+
+Wear wearOf(const QString &block)
+{
+    static const QStringList SPARE_BLOCKS = {QString(), "normal", "warning", "urgent"};
+    // Documentation/driver-api/mmc/mmc-dev-attrs.rst; since Linux 4.14, and only for an eMMC of version 5.0
+    const QString attributes = attributesOf(block);
+    const QVector<int> lives = numbersIn(attributes + "/life_time");
+    const QVector<int> spare = numbersIn(attributes + "/pre_eol_info");
+    return {lifeUsed(lives.value(0)), lifeUsed(lives.value(1)), SPARE_BLOCKS.value(spare.value(0))};
 }
 
 bool isMountMissing(const Storage &storage)

@@ -39,6 +39,19 @@ struct Capacity {
 
 Capacity capacityOf(const Storage &storage, const Device &device);
 
+/// The wear that an eMMC reports about itself: JESD84-B51, "DEVICE_LIFE_TIME_EST" and "PRE_EOL_INFO". Vendors
+/// use types A and B for different kinds of memory cells.
+struct Wear {
+    int lifeUsedA = 0;   // at most this percentage of the expected life; 110 if more than all, 0 if unknown
+    int lifeUsedB = 0;   // the same
+    QString spareBlocks; // "normal", "warning", "urgent"; empty if unknown
+
+    bool isKnown() const { return lifeUsedA > 0 || lifeUsedB > 0 || !spareBlocks.isEmpty(); }
+};
+
+/// The wear of the block device @p block or, if that is a partition, of the disk that it is on.
+Wear wearOf(const QString &block);
+
 /// Returns whether the location is on the root file system although another block device is configured: the
 /// card is not mounted, and what is written does not reach it.
 bool isMountMissing(const Storage &storage);

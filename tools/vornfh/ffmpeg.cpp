@@ -6,6 +6,7 @@
 #include "text.h"
 
 #include <QFileInfo>
+#include <QHash>
 #include <QProcess>
 #include <QRegularExpression>
 
@@ -85,6 +86,13 @@ QString failureOf(QProcess &process)
                : QString("ffmpeg exited with code %1").arg(process.exitCode());
 }
 
+/// The value of "30000/1001"; 0 if it is not a positive number.
+double fraction(const QString &text)
+{
+    const double denominator = text.section('/', 1).toDouble();
+    return denominator > 0 ? text.section('/', 0, 0).toDouble() / denominator : 0;
+}
+
 } // namespace
 
 void requireFfmpeg(const QString &what)
@@ -136,4 +144,33 @@ qint64 packetsIn(const QString &path, int limit)
     process.waitForFinished(-1);
     const bool isRead = process.error() == QProcess::UnknownError && process.exitCode() == 0;
     return isRead ? process.readAllStandardOutput().count('\n') : -1;
+}
+
+Measured measure(const QString &path)
+{
+    Measured result;
+    const QString missing = missingProgram({"ffprobe"});
+    if (!missing.isEmpty()) {
+        result.failure = missing + " is not on PATH";
+        return result;
+    }
+    Child process;
+    process.setStandardErrorFile(QProcess::nullDevice());
+    process.start("ffprobe", QStringList{"-v", "error", "-select_streams", "v:0", "-show_entries",
+                                         "stream=width,height,avg_frame_rate:format=duration,bit_rate", "-of",
+                                         "default=nw=1"}
+                                 + fileInput(path));
+    process.waitForFinished(-1);
+    QHash<QString, QString> values;
+    for (const QByteArray &line : process.readAllStandardOutput().split('\n')) {
+        const QString name = line.left(line.indexOf('='));
+        if (!values.contains(name)) // a stream that is also part of a program is printed twice
+            values.insert(name, line.mid(name.size() + 1).trimmed());
+    }
+    result.width = values["width"].toInt();
+    result.height = values["height"].toInt();
+    result.seconds = values["duration"].toDouble();
+    result.bitrate = values["bit_rate"].toLongLong();
+    result.framerate = fraction(values["avg_frame_rate"]);
+    return result;
 }

@@ -28,4 +28,17 @@ QString decodingErrorOf(const QString &path);
 /// 0; -1 if it cannot be read.
 qint64 packetsIn(const QString &path, int limit = 0);
 
+/// What ffprobe determines for a media file; 0 for a value that it cannot determine.
+struct Measured {
+    int width = 0; // of the first video stream, in pixels
+    int height = 0;
+    double seconds = 0;
+    qint64 bitrate = 0;   // bits per second
+    double framerate = 0; // average of the first video stream, frames per second
+    QString failure;      // why ffprobe cannot be started
+};
+
+/// Starts ffprobe once and waits for it. All values are 0 if it cannot be started or cannot read the file.
+Measured measure(const QString &path);
+
 #endif // FFMPEG_H

@@ -37,6 +37,10 @@ constexpr KindRow KINDS[] = {
      "M13.5 3H7a2 2 0 0 0-2 2v14a2 2 0 0 0 2 2h10a2 2 0 0 0 2-2V8.5Zm0 0v5.5H19"},
 };
 
+/// A closed padlock.
+constexpr char LOCK[] =
+    "M8 11V8a4 4 0 0 1 8 0v3M7 11h10a1 1 0 0 1 1 1v7a1 1 0 0 1-1 1H7a1 1 0 0 1-1-1v-7a1 1 0 0 1 1-1Z";
+
 const KindRow &rowOf(Kind kind)
 {
     return *std::find_if(std::begin(KINDS), std::end(KINDS),
@@ -168,30 +172,36 @@ QByteArray choiceHtml(const QString &id, const QString &title, int count)
                    empty("input", attributes) + escaped(title + " ") + text("span", QString::number(count)));
 }
 
-QByteArray iconHtml(Kind kind)
+QByteArray iconHtml(const char *path, const char *title, const char *fill = "none")
 {
-    return element("svg", empty("path", {{"d", rowOf(kind).icon}}), QString(),
+    return element("svg", empty("path", {{"d", path}}), QString(),
                    {{"xmlns", "http://www.w3.org/2000/svg"},
                     {"viewBox", "0 0 24 24"},
                     {"role", "img"},
-                    {"aria-label", rowOf(kind).title},
-                    {"fill", kind == VIDEO ? "currentColor" : "none"},
+                    {"aria-label", title},
+                    {"fill", fill},
                     {"stroke", "currentColor"},
                     {"stroke-width", "1.5"},
                     {"stroke-linecap", "round"},
                     {"stroke-linejoin", "round"}});
 }
 
+QByteArray iconHtml(Kind kind)
+{
+    return iconHtml(rowOf(kind).icon, rowOf(kind).title, kind == VIDEO ? "currentColor" : "none");
+}
+
 /// The picture @p uri of @p item; an icon if that is empty.
 QByteArray pictureHtml(const GalleryItem &item, const QByteArray &uri)
 {
-    if (uri.isEmpty())
-        return element("div", iconHtml(item.kind), "picture");
     const QString alt = QString(rowOf(item.kind).title) + " " + printable(item.name);
-    QByteArray html =
-        R"(<img src=")" + uri + R"(" alt=")" + escaped(alt) + R"(" loading="lazy" decoding="async"/>)";
-    if (item.kind == VIDEO)
+    QByteArray html = uri.isEmpty() ? iconHtml(item.kind)
+                                    : R"(<img src=")" + uri + R"(" alt=")" + escaped(alt)
+                                          + R"(" loading="lazy" decoding="async"/>)";
+    if (item.kind == VIDEO && !uri.isEmpty())
         html += element("span", iconHtml(VIDEO), "badge");
+    if (item.isProtected)
+        html += element("span", iconHtml(LOCK, "Protected"), "badge lock");
     return element("div", html, "picture");
 }
 
@@ -344,10 +354,12 @@ QByteArray itemFigure(const GalleryItem &item, const GalleryPicture &picture, co
 
 QByteArray cardFigure(const GalleryCard &card, const QByteArray &uri)
 {
+    GalleryItem cover = card.first;
+    cover.isProtected = false; // the card is about all items of the page
     const QByteArray caption =
         text("span", printable(card.title), "name") + text("span", card.totals.period())
         + text("span", sizeText(card.totals.count(), "file", card.totals.size()), "size");
-    return figureHtml("page", card.link, pictureHtml(card.first, uri) + element("figcaption", caption));
+    return figureHtml("page", card.link, pictureHtml(cover, uri) + element("figcaption", caption));
 }
 
 QByteArray gridEnd()

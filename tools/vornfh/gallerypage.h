@@ -17,6 +17,7 @@ struct GalleryItem {
     qint64 size = 0;
     QDateTime created;         // local time
     qint64 thumbnailSize = -1; // -1 if it has no thumbnail
+    bool isProtected = false;
 };
 
 /// What a page shows of an item that only the content of its files reveals.

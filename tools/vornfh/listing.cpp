@@ -3,6 +3,10 @@
 
 #include "errors.h"
 #include "files.h"
+#include "media.h"
+#include "objects.h"
+
+#include <QFile>
 
 #include <algorithm>
 #include <cerrno>
@@ -15,6 +19,14 @@
 namespace {
 
 using Extensions = std::vector<std::string>;
+
+Extensions toExtensions(const QStringList &texts)
+{
+    Extensions result;
+    for (const QString &text : texts)
+        result.push_back(text.toStdString());
+    return result;
+}
 
 bool isAscii(const char *name)
 {
@@ -62,34 +74,55 @@ std::optional<PlainFile> readFile(int descriptor, const char *name)
     const auto modified = toDigits(toMsecs(status.stx_mtime));
     if (!created || !modified)
         return std::nullopt;
-    return PlainFile{name, static_cast<qint64>(status.stx_size), *modified, *created};
+    return PlainFile{name, static_cast<qint64>(status.stx_size), *modified, *created,
+                     isProtectedMode(status.stx_mode)};
+}
+
+bool isProtected(int descriptor, const char *name)
+{
+    struct statx status = {};
+    return ::statx(descriptor, name, 0, STATX_TYPE | STATX_MODE, &status) == 0
+           && isProtectedMode(status.stx_mode);
 }
 
 } // namespace
 
 std::optional<std::vector<PlainFile>> listPlainFiles(const QString &folder, const QStringList &extensions)
 {
-    Extensions endings;
-    for (const QString &extension : extensions)
-        endings.push_back(extension.toStdString());
+    const Extensions endings = toExtensions(extensions);
+    static const Extensions MEDIA = toExtensions(::extensions());
     std::vector<PlainFile> files;
+    ProtectedObjects marked;
     bool isPlain = folder != "/" && !folder.contains(':'); // a ":" could mark a path that only Qt resolves
     const bool isRead = forEachEntry(folder, [&](int descriptor, const dirent &entry) {
         const char *const name = entry.d_name;
         if (!isPlain || name[0] == '.') // hidden
             return;
         isPlain = entry.d_type != DT_UNKNOWN && isAscii(name);
-        if (!isPlain || entry.d_type != DT_REG || !hasExtension(name, endings))
+        if (!isPlain || entry.d_type != DT_REG)
             return;
+        if (!hasExtension(name, endings)) {
+            // It may belong to the object of a file that is listed.
+            if (hasExtension(name, MEDIA) && isProtected(descriptor, name))
+                marked.add(name);
+            return;
+        }
         const auto file = readFile(descriptor, name);
         isPlain = file.has_value();
-        if (file)
-            files.push_back(*file);
+        if (!file)
+            return;
+        files.push_back(*file);
+        if (file->isProtected)
+            marked.add(name);
     });
     if (!isRead && errno != ENOENT && errno != ENOTDIR)
         throw FileFailure(folder, errorText(errno));
     if (!isRead || !isPlain)
         return std::nullopt;
+    if (!marked.isEmpty()) {
+        for (PlainFile &file : files)
+            file.isProtected = marked.contains(QByteArray::fromStdString(file.name));
+    }
     // Files with the same time are in reverse order of their names: QDir sorts both, then reverses the list.
     std::sort(files.begin(), files.end(), [](const PlainFile &one, const PlainFile &other) {
         return one.modified != other.modified ? one.modified < other.modified : one.name > other.name;

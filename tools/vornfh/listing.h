@@ -19,6 +19,7 @@ struct PlainFile {
     qint64 size;
     ClockDigits modified;
     ClockDigits created; // if the file system keeps no such time: the last status change
+    bool isProtected;    // the file, or another file of its object
 };
 
 /// The files of @p folder, an absolute path without a slash at the end, that have one of @p extensions (any,

@@ -203,6 +203,28 @@ bool isProtected(const QString &path)
     return std::any_of(paths.begin(), paths.end(), hasMark);
 }
 
+ProtectedObjects::ProtectedObjects(const QList<QFileInfo> &files)
+{
+    for (const QFileInfo &file : files) {
+        // QFileInfo knows these from the listing; permissions() would call access() three times.
+        if (!file.permission(QFile::WriteOwner) && !file.permission(QFile::WriteGroup)
+            && !file.permission(QFile::WriteOther))
+            add(QFile::encodeName(file.fileName()));
+    }
+}
+
+void ProtectedObjects::add(const QByteArray &name)
+{
+    mNames.insert(name);
+    if (findType(QString::fromUtf8(name), Qt::CaseInsensitive))
+        mBases.insert(basePath(name));
+}
+
+bool ProtectedObjects::contains(const QByteArray &name) const
+{
+    return mNames.contains(name) || mBases.contains(basePath(name));
+}
+
 void ProtectionCheck::requireUnprotected(const QString &path, const QString &resolved)
 {
     const QString folder = resolved.left(resolved.lastIndexOf('/') + 1);

@@ -8,7 +8,10 @@
 
 #include <QByteArray>
 #include <QByteArrayList>
+#include <QFileInfo>
 #include <QHash>
+#include <QList>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 
@@ -75,6 +78,26 @@ bool isProtectedMode(mode_t mode);
 
 /// Returns whether the file @p path, or another file of its object, is protected.
 bool isProtected(const QString &path);
+
+/// The protected objects of a folder, collected while its files are listed.
+class ProtectedObjects
+{
+public:
+    ProtectedObjects() = default;
+    /// @p files are all files of the folder.
+    explicit ProtectedObjects(const QList<QFileInfo> &files);
+
+    /// Adds a protected file.
+    void add(const QByteArray &name);
+
+    bool isEmpty() const { return mNames.isEmpty(); }
+    /// Returns whether the file @p name, or another file of its object, is protected.
+    bool contains(const QByteArray &name) const;
+
+private:
+    QSet<QByteArray> mNames;
+    QSet<QByteArray> mBases; // of media files
+};
 
 /// Refuses protected files. Reads the names in each folder once: FAT and ext4 search the whole folder for
 /// a name that is not there, and an object has few of the names that it could have.

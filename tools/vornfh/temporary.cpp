@@ -6,7 +6,6 @@
 #include "output.h"
 #include "text.h"
 
-#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QRandomGenerator>
@@ -17,9 +16,11 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <mutex>
 #include <utility>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <signal.h>
@@ -83,6 +84,21 @@ bool isLeftover(const QString &path)
     const Descriptor file = openFile(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
     return match.hasMatch() && !givenNames().contains(name) && !isRunning(match.captured(1).toInt())
            && file.isOpen() && ::flock(file.get(), LOCK_EX | LOCK_NB) == 0;
+}
+
+/// The names in @p folder that begin as those of temporary files do, sorted. QDir would match each of
+/// thousands of names with a regular expression.
+QStringList temporaryNamesIn(const QString &folder)
+{
+    QStringList names;
+    const std::unique_ptr<DIR, int (*)(DIR *)> stream(::opendir(QFile::encodeName(folder).constData()),
+                                                      ::closedir);
+    while (const dirent *entry = stream ? ::readdir(stream.get()) : nullptr) {
+        if (qstrncmp(entry->d_name, ".vornfh-", 8) == 0)
+            names.append(QFile::decodeName(entry->d_name));
+    }
+    names.sort();
+    return names;
 }
 
 constexpr int RANDOM_LENGTH = 6;
@@ -208,10 +224,12 @@ void RenameMark::remove()
 Leftovers leftoversIn(const QString &folder)
 {
     Leftovers found;
-    for (const QString &name :
-         QDir(folder).entryList({".vornfh-*"}, QDir::Files | QDir::Dirs | QDir::Hidden)) {
+    for (const QString &name : temporaryNamesIn(folder)) {
         const QString path = folder + "/" + name;
-        if (!isLeftover(path))
+        struct stat status = {};
+        const bool isPossible =
+            readLinkStatus(path, status) && (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode));
+        if (!isPossible || !isLeftover(path))
             continue;
         const bool isMark = name.endsWith(MARK_EXTENSION);
         (isMark ? found.marks : found.paths).append(path);

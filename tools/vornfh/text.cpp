@@ -121,6 +121,11 @@ std::optional<qint64> parsedAge(const QString &text)
     return parsedAmount(text, {{'s', 1}, {'m', 60}, {'h', 3600}, {'d', 86400}, {'w', 604800}});
 }
 
+QString bitrateText(qint64 bitsPerSecond)
+{
+    return QString("%1 kbit/s").arg(static_cast<double>(bitsPerSecond) / 1000, 0, 'f', 1);
+}
+
 QString counted(qint64 count, const QString &noun)
 {
     return QString("%1 %2%3").arg(count).arg(noun, count == 1 ? "" : "s");

@@ -28,6 +28,9 @@ std::optional<qint64> parsedSize(const QString &text);
 /// The number of seconds that "90s", "30m", "12h", "7d" or "2w" stand for; nullopt for anything else.
 std::optional<qint64> parsedAge(const QString &text);
 
+/// "705.6 kbit/s".
+QString bitrateText(qint64 bitsPerSecond);
+
 /// "1 file", "2 files".
 QString counted(qint64 count, const QString &noun);
 

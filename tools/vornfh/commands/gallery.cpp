@@ -8,6 +8,7 @@
 #include "gallerypage.h"
 #include "jpegsize.h"
 #include "media.h"
+#include "objects.h"
 #include "output.h"
 #include "paths.h"
 #include "signals.h"
@@ -90,6 +91,7 @@ Items itemsIn(const QString &folder)
     const QList<QFileInfo> files =
         VornFileHandler::getDirectoryContents(folder, QStringList(), QDir::Time | QDir::Reversed);
     requireReadToEnd(folder);
+    const ProtectedObjects marked(files);
     QHash<QString, qint64> thumbnails; // the sizes, by the name without the extension
     QSet<QString> illustrated;
     for (const QFileInfo &file : files) {
@@ -109,6 +111,7 @@ Items itemsIn(const QString &folder)
             item.kind = OTHER;
         else if (item.kind != AUDIO)
             item.thumbnailSize = thumbnails.value(base, -1);
+        item.isProtected = marked.contains(QFile::encodeName(item.name));
         items.append(item);
     }
     return items;

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "commands.h"
+#include "ffmpeg.h"
 #include "files.h"
 #include "folders.h"
 #include "media.h"
@@ -8,11 +9,9 @@
 #include "paths.h"
 #include "text.h"
 
-#include <QDir>
-#include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonObject>
-#include <QTemporaryDir>
 
 #include <algorithm>
 #include <atomic>
@@ -26,23 +25,29 @@ using namespace VORN_FILE_HANDLER;
 
 namespace {
 
-/// Fills the record of a video whose path contains characters that a shell might interpret, through a link
-/// whose path does not.
-void readThroughLink(const QFileInfo &file, Metadata &record)
+/// What is shown of a file or folder. Never copied: a copy of the record would lose its counts.
+struct Reading {
+    Metadata record;
+    Measured measured; // of a video or audio file
+};
+
+/// Fills the record of a video as getMetadata() does, but with the size that ffprobe has measured together
+/// with the rest: the library would start another ffprobe for it.
+void readVideo(const QFileInfo &file, const MediaType &type, Reading &reading)
 {
-    const bool isSafe = unsafeCharacter(absolutePath(QDir::tempPath())) < 0;
-    const QTemporaryDir folder((isSafe ? absolutePath(QDir::tempPath()) : "/tmp") + "/vornfh-XXXXXX");
-    const QString link = folder.path() + "/video." + file.suffix();
-    if (!folder.isValid() || !QFile::link(file.absoluteFilePath(), link))
-        throw FileFailure(file.absoluteFilePath(),
-                          "a shell might misinterpret its path, and no link can be created in "
-                              + folder.path());
-    VornFileHandler::getMetadata(QFileInfo(link), record);
-    record.mFileName = file.fileName();
+    reading.measured = measure(file.absoluteFilePath());
+    Metadata &record = reading.record;
+    QFileInfo source = file;
+    record.set(FILE_TYPE_UNKNOWN, source); // name, size and times
+    record.setType(type.type == FILE_TYPE_VIDEO_MKV ? FILE_TYPE_VIDEO_MKV : FILE_TYPE_VIDEO);
+    record.setLength(source);
+    record.setBitrate(source);
+    record.setFramerate(source);
+    record.mWidth = reading.measured.width;
+    record.mHeight = reading.measured.height;
 }
 
-/// Fills @p record, which is not returned because a copy would lose the counts.
-void readRecord(const QString &path, Metadata &record)
+void read(const QString &path, Reading &reading)
 {
     const QFileInfo file(fromRoot(path));
     struct stat status = {};
@@ -54,48 +59,49 @@ void readRecord(const QString &path, Metadata &record)
         throw FileFailure(path, "is neither a file nor a folder");
     if (S_ISDIR(status.st_mode))
         requireReadable(path);
-    const bool isVideo = S_ISREG(status.st_mode) && kindOf(file.fileName()) == VIDEO;
-    if (isVideo && unsafeCharacter(file.absoluteFilePath()) >= 0)
-        readThroughLink(file, record);
-    else
-        VornFileHandler::getMetadata(file, record);
+    const MediaType *type = S_ISREG(status.st_mode) ? findType(file.fileName()) : nullptr;
+    if (type && type->kind == VIDEO) {
+        readVideo(file, *type, reading);
+        return;
+    }
+    VornFileHandler::getMetadata(file, reading.record);
+    if (type && type->kind == AUDIO)
+        reading.measured = measure(file.absoluteFilePath());
 }
 
-/// Reads the records of several files and folders, as many at a time as there are processors: for a video,
-/// the library waits for ffprobe.
-class RecordReader
+/// Reads several files and folders, as many at a time as there are processors: reading a video or audio file
+/// takes an ffprobe.
+class Reader
 {
 public:
-    explicit RecordReader(const QStringList &paths) : mRecords(static_cast<size_t>(paths.size()))
+    explicit Reader(const QStringList &paths) : mReadings(static_cast<size_t>(paths.size()))
     {
-        for (size_t i = 0; i < mRecords.size(); ++i)
-            mReadings.emplace_back(
-                [this, i, path = paths[static_cast<int>(i)]] { readRecord(path, mRecords[i]); });
+        for (size_t i = 0; i < mReadings.size(); ++i)
+            mTasks.emplace_back([this, i, path = paths[static_cast<int>(i)]] { read(path, mReadings[i]); });
         const size_t processors = std::max(std::thread::hardware_concurrency(), 1U);
-        for (size_t i = 0; i < std::min(processors, mReadings.size()); ++i)
+        for (size_t i = 0; i < std::min(processors, mTasks.size()); ++i)
             mThreads.push_back(std::async(std::launch::async, [this] { readAll(); }));
     }
-    ~RecordReader() { mNext = mReadings.size(); }
-    RecordReader(const RecordReader &) = delete;
-    RecordReader &operator=(const RecordReader &) = delete;
+    ~Reader() { mNext = mTasks.size(); }
+    Reader(const Reader &) = delete;
+    Reader &operator=(const Reader &) = delete;
 
-    /// The record of path number @p index, once it has been read. Call this once for each. Throws what
-    /// readRecord() throws.
-    const Metadata &record(size_t index)
+    /// Path number @p index, once it has been read. Call this once for each. Throws what read() throws.
+    const Reading &reading(size_t index)
     {
-        mReadings[index].get_future().get();
-        return mRecords[index];
+        mTasks[index].get_future().get();
+        return mReadings[index];
     }
 
 private:
     void readAll()
     {
-        for (size_t i = mNext++; i < mReadings.size(); i = mNext++)
-            mReadings[i]();
+        for (size_t i = mNext++; i < mTasks.size(); i = mNext++)
+            mTasks[i]();
     }
 
-    std::vector<Metadata> mRecords;
-    std::vector<std::packaged_task<void()>> mReadings;
+    std::vector<Reading> mReadings;
+    std::vector<std::packaged_task<void()>> mTasks;
     std::atomic<size_t> mNext{0};
     std::vector<std::future<void>> mThreads; // last, because its destructor waits for the threads
 };
@@ -106,8 +112,19 @@ QJsonValue isoTime(const QDateTime &time)
                           : QJsonValue();
 }
 
-QJsonObject toJson(const Metadata &record, bool isMarked)
+bool isTimed(Kind kind)
 {
+    return kind == VIDEO || kind == AUDIO;
+}
+
+QJsonValue ifMeasured(double value)
+{
+    return value > 0 ? QJsonValue(value) : QJsonValue();
+}
+
+QJsonObject toJson(const Reading &reading, bool isMarked)
+{
+    const Metadata &record = reading.record;
     QJsonObject object = {
         {"type", record.mType},
         {"name", record.mFileName},
@@ -126,6 +143,10 @@ QJsonObject toJson(const Metadata &record, bool isMarked)
         object["thumbCount"] = record.mThumbCount;
         object["videoCount"] = record.mVideoCount;
         object["audioCount"] = record.mAudioCount;
+    } else if (isTimed(kindOf(record.mFileName))) {
+        object["measuredLength"] = ifMeasured(reading.measured.seconds);
+        object["measuredBitrate"] = ifMeasured(static_cast<double>(reading.measured.bitrate));
+        object["measuredFramerate"] = ifMeasured(reading.measured.framerate);
     }
     return object;
 }
@@ -156,11 +177,18 @@ void print(const QString &name, const QString &value)
     printField(name, value, WIDTH);
 }
 
-/// One of the values that the library uses for every video or audio file.
-void printFixed(const QString &name, int value, const QString &unit = QString())
+void printMeasured(const Measured &measured, Kind kind)
 {
-    if (value != 0)
-        print(name, QString("%1%2 (fixed value, not measured)").arg(value).arg(unit));
+    const QString unknown =
+        "could not be measured" + (measured.failure.isEmpty() ? QString() : ": " + measured.failure);
+    const QString length = QString("%1 (%2 s)")
+                               .arg(durationText(static_cast<qint64>(measured.seconds)))
+                               .arg(measured.seconds, 0, 'f', 1);
+    print("length", measured.seconds > 0 ? length : unknown);
+    print("bitrate", measured.bitrate > 0 ? bitrateText(measured.bitrate) : unknown);
+    const QString frames = QString("%1 per second").arg(measured.framerate, 0, 'g', 5);
+    if (kind == VIDEO)
+        print("frames", measured.framerate > 0 ? frames : unknown);
 }
 
 void printFolder(const Metadata &record)
@@ -171,8 +199,9 @@ void printFolder(const Metadata &record)
     print("audio", QString::number(record.mAudioCount));
 }
 
-void printRecord(const QString &path, const Metadata &record)
+void print(const QString &path, const Reading &reading)
 {
+    const Metadata &record = reading.record;
     const Kind kind = kindOf(record.mFileName);
     printLine(printable(path));
     print("type", typeText(record));
@@ -187,22 +216,21 @@ void printRecord(const QString &path, const Metadata &record)
     }
     if (kind != AUDIO && kind != OTHER)
         print("picture", pictureText(record));
-    printFixed("length", record.mLength);
-    printFixed("bitrate", record.mBitrate);
-    printFixed("frames", record.mFramerate, " per second");
+    if (isTimed(kind))
+        printMeasured(reading.measured, kind);
 }
 
 ExitCode showInfo(const QStringList &paths, bool isJson)
 {
     QJsonArray array;
-    RecordReader reader(paths);
+    Reader reader(paths);
     size_t index = 0;
     const int failures = forEachReporting(paths, [&](const QString &path) {
-        const Metadata &record = reader.record(index++);
+        const Reading &reading = reader.reading(index++);
         if (isJson)
-            array.append(toJson(record, isProtected(fromRoot(path))));
+            array.append(toJson(reading, isProtected(fromRoot(path))));
         else
-            printRecord(path, record);
+            print(path, reading);
     });
     if (isJson)
         printJson(QJsonDocument(array));
@@ -224,8 +252,12 @@ void addInfo(CommandLine &line)
             paths.append(fromCommandLine(path, "the path"));
         return showInfo(paths, request->isJson);
     };
-    CLI::App &command =
-        line.addIndependent("info", "Shows what the library knows about files and folders", run);
+    CLI::App &command = line.addIndependent(
+        "info",
+        "Shows type, size, times, picture size and protection of files and folders, and the\n"
+        "length, bit rate and frame rate of videos and audio files as measured by ffprobe",
+        run);
     request->paths = addNames(command, "PATH...", "Files and folders");
     command.add_flag("--json", request->isJson, "Print an array of objects with the raw values");
+    command.footer("Example: vornfh info /mnt/sd/DCIM/100VORN/*.avi");
 }

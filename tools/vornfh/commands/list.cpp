@@ -4,6 +4,7 @@
 #include "folders.h"
 #include "listing.h"
 #include "media.h"
+#include "objects.h"
 #include "output.h"
 #include "text.h"
 
@@ -79,7 +80,7 @@ class ListPrinter
 public:
     virtual ~ListPrinter() = default;
     virtual void print(const QString &folder, const std::vector<PlainFile> &files) = 0;
-    virtual void print(const QList<QFileInfo> &files) = 0;
+    virtual void print(const QList<QFileInfo> &files, const ProtectedObjects &marked) = 0;
     virtual void finish() = 0;
 };
 
@@ -93,26 +94,28 @@ public:
         const QString shown = shortPath(folder + "/");
         for (const PlainFile &file : files) {
             const QString name = QString::fromStdString(file.name);
-            add(shown + name, name, file.size, dateText(file.modified) + " " + clockText(file.modified));
+            add(shown + name, name, file.size, dateText(file.modified) + " " + clockText(file.modified),
+                file.isProtected);
         }
         mTable.print();
     }
 
-    void print(const QList<QFileInfo> &files) override
+    void print(const QList<QFileInfo> &files, const ProtectedObjects &marked) override
     {
         for (const QFileInfo &file : files)
             add(shortPath(file.absoluteFilePath()), file.fileName(), file.size(),
-                timeText(file.lastModified()));
+                timeText(file.lastModified()), marked.contains(QFile::encodeName(file.fileName())));
         mTable.print();
     }
 
     void finish() override { mTable.print(); }
 
 private:
-    void add(const QString &path, const QString &name, qint64 size, const QString &time)
+    void add(const QString &path, const QString &name, qint64 size, const QString &time, bool isMarked)
     {
         const MediaType *type = findType(name);
-        mTable.add({path, type ? type->label : "other", humanSize(size), time});
+        mTable.add(
+            {path, type ? type->label : "other", humanSize(size), isMarked ? time + "  protected" : time});
     }
 
     /// The path relative to the location; the whole path of a file elsewhere.
@@ -135,7 +138,8 @@ QByteArray jsonText(const QString &text)
     return array.mid(2, array.size() - 4); // without [" and "]
 }
 
-/// Prints the array of VornFileHandler::getJsonFileList() as QJsonDocument formats it.
+/// Prints the array of VornFileHandler::getJsonFileList() as QJsonDocument formats it. Protected files have
+/// one more member.
 class JsonPrinter : public ListPrinter
 {
 public:
@@ -154,6 +158,7 @@ public:
             const QString name = QString::fromStdString(file.name);
             text += mSeparator + "    {\n" + member("filename", shown + jsonText(name))
                     + member("moddate", dateText(file.created)) + member("modtime", clockText(file.created))
+                    + (file.isProtected ? "        \"protected\": true,\n" : "")
                     + member("size", "0x" + QByteArray::number(file.size, 16))
                     + "        \"type\": " + mTypes[findType(name)] + "\n    }";
             mSeparator = ",\n";
@@ -161,11 +166,18 @@ public:
         printLines(text);
     }
 
-    void print(const QList<QFileInfo> &files) override
+    void print(const QList<QFileInfo> &files, const ProtectedObjects &marked) override
     {
-        const QByteArray array =
-            QJsonDocument(VornFileHandler::getJsonFileList(mStorage.type, files)).toJson();
-        printLines(mSeparator + array.mid(2, array.size() - 5)); // without the lines [ and ]
+        QJsonArray array = VornFileHandler::getJsonFileList(mStorage.type, files);
+        for (int i = 0; i < files.size(); ++i) {
+            if (!marked.contains(QFile::encodeName(files[i].fileName())))
+                continue;
+            QJsonObject file = array[i].toObject();
+            file["protected"] = true;
+            array[i] = file;
+        }
+        const QByteArray text = QJsonDocument(array).toJson();
+        printLines(mSeparator + text.mid(2, text.size() - 5)); // without the lines [ and ]
         mSeparator = ",\n";
     }
 
@@ -205,7 +217,8 @@ ExitCode list(const Storage &storage, const Request &request)
             if (plain && !plain->empty())
                 printer->print(folder, *plain);
             if (!others.isEmpty())
-                printer->print(others);
+                printer->print(others,
+                               ProtectedObjects(extensions.isEmpty() ? others : libraryFiles(folder, {})));
         }
     }
     printer->finish();
@@ -329,13 +342,14 @@ void addList(CommandLine &line)
     CLI::App &files = line.add("list",
                                "Lists the files of a storage device, oldest first in each folder; images: "
                                "all JPEG files, then all PNG\n"
-                               "files",
+                               "files. Files of protected objects are marked",
                                run(list));
     addStorageArgument(files, request->storage);
     addTypeFlags(files, *request);
     addFilterOption(files, *request);
     files.add_flag("--json", request->json,
                    "Print the library's JSON list, in which dates are creation dates");
+    files.footer("Example: vornfh --sd /mnt/sd/DCIM list sd --videos");
 
     CLI::App &counter = line.add(
         "count", "Counts the image, video and audio files in the numbered folders of a storage device",
