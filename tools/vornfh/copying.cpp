@@ -9,6 +9,7 @@
 #include "signals.h"
 #include "text.h"
 
+#include <QCryptographicHash>
 #include <QFile>
 #include <QFileInfo>
 
@@ -104,9 +105,8 @@ void Source::requireUnchanged() const
 
 // The folder
 
-Transfer::Transfer(const Storage &storage, const QString &folder, Mode mode, Progress &progress)
-    : mStorage(storage), mPath(VornFileHandler::getDirPath(storage.type, folder)), mMode(mode),
-      mProgress(progress)
+Transfer::Transfer(const QString &path, Mode mode, Progress &progress, Completion completion)
+    : mPath(path), mMode(mode), mProgress(progress), mCompletion(std::move(completion))
 {
     createFolder(mPath);
     lock();
@@ -200,7 +200,7 @@ void Transfer::requireRoom(const Source &source) const
 
 // Writing
 
-void Transfer::add(std::unique_ptr<Source> source)
+void Transfer::add(std::unique_ptr<Source> source, bool mayEndBatch)
 {
     struct stat folder = {};
     if (readStatus(source->folder(), folder) && isSameFile(folder, mStatus))
@@ -222,8 +222,9 @@ void Transfer::add(std::unique_ptr<Source> source)
         mBatchStart = std::chrono::steady_clock::now();
     mBatch.push_back(std::move(item));
     static const size_t LIMIT = batchFiles();
-    if (mBatch.size() >= LIMIT || mBatchBytes >= BATCH_BYTES
-        || std::chrono::steady_clock::now() - mBatchStart >= BATCH_TIME)
+    const bool isFull = mBatch.size() >= LIMIT || mBatchBytes >= BATCH_BYTES
+                        || std::chrono::steady_clock::now() - mBatchStart >= BATCH_TIME;
+    if (mayEndBatch && isFull)
         endBatch();
 }
 
@@ -327,6 +328,8 @@ void Transfer::complete(Batch batch)
             mark->remove();
         if (mMode == Mode::Move)
             removeSources(batch);
+        if (mCompletion && !batch.empty())
+            callCompletion(batch);
         report(batch);
     } catch (const FileFailure &failure) {
         fail(batch, failure);
@@ -361,13 +364,16 @@ void Transfer::fail(Batch &batch, const Failure &failure)
     });
 }
 
-void Transfer::compare(const Item &item) const
+void Transfer::compare(Item &item) const
 {
     const int copy = item.copy ? item.copy->descriptor() : item.existing.get();
-    const bool isSame = hasSameContent(item.source->descriptor(), copy, item.source->path());
+    QCryptographicHash sum(QCryptographicHash::Sha256);
+    const bool isSame =
+        hasSameContent(item.source->descriptor(), copy, item.source->path(), mCompletion ? &sum : nullptr);
     item.source->requireUnchanged();
     if (!isSame)
         throw FileFailure(item.source->path(), "the copy on the device differs");
+    item.sum = sum.result().toHex();
 }
 
 void Transfer::chooseName(Item &item)
@@ -412,6 +418,22 @@ void Transfer::removeSources(Batch &batch)
     });
     for (const QString &folder : folders)
         flushFolder(folder);
+}
+
+/// Takes out the copies that have failed.
+void Transfer::callCompletion(Batch &batch)
+{
+    std::vector<Copy> copies;
+    for (const Item &item : batch)
+        copies.push_back({item.source.get(), item.target, item.sum, false});
+    mCompletion(copies);
+    Batch rest;
+    for (size_t i = 0; i < batch.size(); ++i) {
+        if (!copies[i].hasFailed)
+            rest.push_back(std::move(batch[i]));
+    }
+    mProgress.finishFiles(static_cast<int>(batch.size() - rest.size()));
+    batch = std::move(rest);
 }
 
 void Transfer::report(const Batch &batch)
