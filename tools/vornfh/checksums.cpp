@@ -98,9 +98,8 @@ Checksums::Content Checksums::read() const
     QFile file(mPath);
     if (!QFileInfo::exists(mPath))
         return content;
-    const bool isOpen = file.open(QIODevice::ReadOnly);
-    const QByteArray text = file.readAll();
-    if (!isOpen || file.error() != QFile::NoError)
+    const QByteArray text = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    if (file.error() != QFile::NoError)
         throw FileFailure(mPath, "cannot be read: " + file.errorString());
     for (const QByteArray &line : text.split('\n')) {
         if (const auto entry = parsed(line))

@@ -121,6 +121,15 @@ std::optional<qint64> parsedAge(const QString &text)
     return parsedAmount(text, {{'s', 1}, {'m', 60}, {'h', 3600}, {'d', 86400}, {'w', 604800}});
 }
 
+std::optional<qint64> parsedDay(const QString &text)
+{
+    const QString format = "yyyy-MM-dd";
+    const QDate day = QDate::fromString(text, format);
+    // QDate accepts other texts too, for example with a sign.
+    return day.isValid() && day.toString(format) == text ? std::optional(day.startOfDay().toSecsSinceEpoch())
+                                                         : std::nullopt;
+}
+
 QString counted(qint64 count, const QString &noun)
 {
     return QString("%1 %2%3").arg(count).arg(noun, count == 1 ? "" : "s");

@@ -28,6 +28,9 @@ std::optional<qint64> parsedSize(const QString &text);
 /// The number of seconds that "90s", "30m", "12h", "7d" or "2w" stand for; nullopt for anything else.
 std::optional<qint64> parsedAge(const QString &text);
 
+/// When the day "2025-02-25" begins in local time, in seconds since 1970; nullopt for anything else.
+std::optional<qint64> parsedDay(const QString &text);
+
 /// "1 file", "2 files".
 QString counted(qint64 count, const QString &noun);
 
