@@ -10,6 +10,7 @@
 #include "media.h"
 #include "toolsupport.h"
 
+#include <QCryptographicHash>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
@@ -41,6 +42,7 @@ struct Scenario {
     enum Rule {
         Whole,   ///< at any time, a file is absent or whole; if it disappears, its content is there under
                  ///< another name
+        Objects, ///< the same, and no thumbnail is without its recording
         InPlace, ///< a new file may have any content until it is reported
         MkPath,  ///< so may a new folder; on FAT, the library can create no other
         Deletes, ///< what goes may have any content until it is reported
@@ -52,7 +54,13 @@ struct Scenario {
     Tree unflushed = {};      ///< made while the disks are recorded, before the tool starts
     QByteArray killedAt = {}; ///< ffmpeg is killed when this file has content
 
-    int disks() const { return arguments.contains("usb") || arguments.contains("@/usb/page.html") ? 2 : 1; }
+    int disks() const
+    {
+        const bool hasUsb = std::any_of(arguments.begin(), arguments.end(), [](const QByteArray &word) {
+            return word == "usb" || word.startsWith("@/usb/");
+        });
+        return hasUsb ? 2 : 1;
+    }
 };
 
 /// A run of the tool and what happened to the disks during it.
@@ -292,6 +300,29 @@ QByteArray sharedFolderIn(const Snapshot &state, const Snapshot &before)
     return QByteArray();
 }
 
+const QByteArray SUMS = "usb/out/SHA256SUMS";
+
+/// The file is replaced after each batch. It may contain some of the lines, but only whole ones.
+bool areEarlierSums(const QByteArray &path, const QByteArray &now, const QByteArray &after)
+{
+    const QByteArrayList found = now.split('\n');
+    const QByteArrayList lines = after.split('\n');
+    return path == SUMS && !now.isEmpty()
+           && std::all_of(found.begin(), found.end(),
+                          [&lines](const QByteArray &line) { return lines.contains(line); });
+}
+
+/// A file that is deleted from the card has its line in SHA256SUMS on the other disk before.
+QByteArray missingSumIn(const Snapshot &state, const Snapshot &before)
+{
+    for (auto file = before.begin(); file != before.end(); ++file) {
+        const QByteArray sum = QCryptographicHash::hash(file.value(), QCryptographicHash::Sha256).toHex();
+        if (file.key().startsWith("sd/") && !state.contains(file.key()) && !state[SUMS].contains(sum))
+            return file.key() + " has no sum";
+    }
+    return QByteArray();
+}
+
 /// Returns what is wrong with @p state of the disks; empty if nothing is.
 QByteArray problemIn(const Snapshot &state, const Recorded &recorded, Scenario::Rule rule,
                      const QByteArrayList &lines, const QByteArray &root)
@@ -309,7 +340,8 @@ QByteArray problemIn(const Snapshot &state, const Recorded &recorded, Scenario::
         const QByteArray now = state.value(path, ABSENT);
         if (path.contains("/.vornfh-")) // left by a command, and may go at any time
             continue;
-        const bool mayBeOld = before == now && !isReported(path, lines, root);
+        const bool mayBeOld =
+            (before == now || areEarlierSums(path, now, after)) && !isReported(path, lines, root);
         const bool mayBeAnything =
             !isReported(path, lines, root)
             && ((isInPlace && before == ABSENT) || (rule == Scenario::Deletes && after == ABSENT));
@@ -329,7 +361,8 @@ QByteArray problemIn(const Snapshot &state, const Recorded &recorded, Scenario::
                                    && !recorded.before.contains(folderOf(path));
         const bool isFolderBeingDeleted = rule == Scenario::Deletes && recorded.before.contains(path + "/");
         const QByteArray base = path.left(path.lastIndexOf('.') + 1);
-        const bool isAlone = rule == Scenario::Deletes && path.endsWith(".thumb")
+        const bool keepsObjects = rule == Scenario::Deletes || rule == Scenario::Objects;
+        const bool isAlone = keepsObjects && path.endsWith(".thumb") && recorded.before.contains(path)
                              && recorded.before.lowerBound(base).key() != path
                              && state.lowerBound(base).key() == path;
         if (isAlone)
@@ -456,6 +489,7 @@ private:
             const Snapshot state = snapshotOfDisks(folder);
             const QByteArrayList problems = {
                 sharedContentIn(folder, state), sharedFolderIn(state, mRecorded.before),
+                mRule == Scenario::Objects ? missingSumIn(state, mRecorded.before) : QByteArray(),
                 problemIn(state, mRecorded, mRule, mLines, mTool.path().toUtf8())};
             return problems.join();
         } catch (const std::exception &error) {
@@ -595,6 +629,23 @@ void PowerCutTest::reportedIsKept_data()
                  CARD,
                  {"move", "@/sd/DCIM/100ABC/DCF_0001.jpg", "@/sd/DCIM/100ABC/DCF_0002.wav", "usb", "kept"}});
 
+    const Tree OBJECTS =
+        CARD
+        + Tree{"sd/DCIM/100ABC/DCF_0003.jpg is a photo", "sd/DCIM/100ABC/DCF_0003.thumb = three",
+               "sd/DCIM/100ABC/DCF_0004.wav = four"};
+    row("offload", Scenario{Scenario::Objects, OBJECTS, {"offload", "sd", "@/usb/out"}});
+    row("offload-that-continues-an-interrupted-one",
+        Scenario{Scenario::Objects,
+                 OBJECTS
+                     + Tree{"usb/out/100ABC/DCF_0002.wav = two", "usb/out/100ABC/DCF_0004.wav = other",
+                            "usb/out/SHA256SUMS = other", "usb/out/.vornfh-4194304-abcdef = left"},
+                 {"offload", "sd", "@/usb/out"}});
+    row("offload-and-delete", Scenario{Scenario::Objects, OBJECTS, {"offload", "sd", "@/usb/out", "--move"}});
+    row("offload-and-delete-what-is-there",
+        Scenario{Scenario::Objects,
+                 OBJECTS + Tree{"usb/out/100ABC/DCF_0002.wav = two", "usb/out/SHA256SUMS = other"},
+                 {"offload", "sd", "@/usb/out", "--move"}});
+
     row("move-that-continues-an-interrupted-one",
         Scenario{Scenario::Whole,
                  CARD + Tree{"sd/DCIM/kept/DCF_0002.wav = two"},
@@ -706,6 +757,7 @@ void PowerCutTest::problemsOfTheFileSystemAreReported_data()
     row("record", QByteArrayList{"record", "sd", "--type", "jpg"}, true);
     row("copy", QByteArrayList{"copy", "@/a.jpg", "sd", "100ABC"}, true);
     row("move", QByteArrayList{"move", "@/a.jpg", "sd", "100ABC"}, true);
+    row("offload-and-delete", QByteArrayList{"offload", "sd", "@/out", "--move"}, true);
     row("comment", QByteArrayList{"comment", "@/sd/DCIM/100ABC/DCF_0001.jpg", "text"}, true);
     row("mkdir", QByteArrayList{"mkdir", "sd", "kept"}, true);
     row("delete", QByteArrayList{"delete", "@/sd/DCIM/100ABC/DCF_0001.jpg"}, true);

@@ -10,6 +10,7 @@
 #include "signals.h"
 #include "text.h"
 
+#include <QCryptographicHash>
 #include <QFile>
 
 #include <algorithm>
@@ -106,9 +107,8 @@ void Source::requireUnchanged() const
 
 // The folder
 
-Transfer::Transfer(const Storage &storage, const QString &folder, Mode mode, Progress &progress)
-    : mStorage(storage), mPath(VornFileHandler::getDirPath(storage.type, folder)), mMode(mode),
-      mProgress(progress)
+Transfer::Transfer(const QString &path, Mode mode, Progress &progress, Completion completion)
+    : mPath(path), mMode(mode), mProgress(progress), mCompletion(std::move(completion))
 {
     mProgress.print([this] { // each of these can print messages
         createFolder(mPath);
@@ -213,12 +213,12 @@ void Transfer::requireRoom(const Source &source) const
 
 // Writing
 
-void Transfer::add(std::unique_ptr<Source> source)
+void Transfer::add(std::unique_ptr<Source> source, bool mayEndBatch)
 {
     struct stat folder = {};
     if (readStatus(source->folder(), folder) && isSameFile(folder, mStatus))
         throw FileFailure(source->path(), "is already in that folder");
-    if (!mBatch.empty() && source->size() >= BATCH_BYTES)
+    if (mMayEndBatch && !mBatch.empty() && source->size() >= BATCH_BYTES)
         endBatch(); // the files in it would be reported only after this one
     Item item;
     item.source = std::move(source);
@@ -237,8 +237,9 @@ void Transfer::add(std::unique_ptr<Source> source)
     if (mBatch.empty())
         mBatchStart = std::chrono::steady_clock::now();
     mBatch.push_back(std::move(item));
+    mMayEndBatch = mayEndBatch;
     static const size_t LIMIT = batchFiles();
-    if (mBatch.size() >= LIMIT || mBatchBytes >= BATCH_BYTES || isBatchOld())
+    if (mayEndBatch && (mBatch.size() >= LIMIT || mBatchBytes >= BATCH_BYTES || isBatchOld()))
         endBatch();
 }
 
@@ -273,7 +274,7 @@ void Transfer::write(Item &item)
         ::sync_file_range(target, offset, count, SYNC_FILE_RANGE_WRITE); // starts writing without waiting
         offset += count;
         mProgress.addBytes(count);
-        if (isBatchOld())
+        if (mMayEndBatch && isBatchOld())
             endBatch(); // with the files before this one
     }
     setAttributes(target, source.status()); // FAT keeps neither owner nor exact times
@@ -354,6 +355,8 @@ void Transfer::complete(Batch batch)
             removeSources(batch);
             flushSources(batch);
         }
+        if (mCompletion && !batch.empty())
+            callCompletion(batch);
         report(batch);
     } catch (const FileFailure &failure) {
         fail(batch, failure);
@@ -389,13 +392,16 @@ void Transfer::fail(Batch &batch, const Failure &failure)
     });
 }
 
-void Transfer::compare(const Item &item) const
+void Transfer::compare(Item &item) const
 {
     const int copy = item.copy ? item.copy->descriptor() : item.existing.get();
-    const bool isSame = hasSameContent(item.source->descriptor(), copy, item.source->path());
+    QCryptographicHash sum(QCryptographicHash::Sha256);
+    const bool isSame =
+        hasSameContent(item.source->descriptor(), copy, item.source->path(), mCompletion ? &sum : nullptr);
     item.source->requireUnchanged();
     if (!isSame)
         throw FileFailure(item.source->path(), "the copy on the device differs");
+    item.sum = sum.result().toHex();
 }
 
 void Transfer::chooseName(Item &item)
@@ -471,6 +477,22 @@ void Transfer::flushSources(Batch &batch)
             });
         }
     }
+}
+
+/// Takes out the copies that have failed.
+void Transfer::callCompletion(Batch &batch)
+{
+    std::vector<Copy> copies;
+    for (const Item &item : batch)
+        copies.push_back({item.source.get(), item.target, item.sum, false});
+    mCompletion(copies);
+    Batch rest;
+    for (size_t i = 0; i < batch.size(); ++i) {
+        if (!copies[i].hasFailed)
+            rest.push_back(std::move(batch[i]));
+    }
+    mProgress.finishFiles(static_cast<int>(batch.size() - rest.size()));
+    batch = std::move(rest);
 }
 
 void Transfer::report(const Batch &batch)

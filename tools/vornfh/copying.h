@@ -6,9 +6,9 @@
 #include "files.h"
 #include "mounts.h"
 #include "progress.h"
-#include "storages.h"
 #include "temporary.h"
 
+#include <QByteArray>
 #include <QFileInfo>
 #include <QSet>
 #include <QString>
@@ -53,22 +53,35 @@ private:
     Descriptor mDescriptor;
 };
 
-/// Copies or moves files into a folder of a storage device, locked against other vornfh processes. The files
-/// are written under hidden names in batches. A second thread flushes a batch, reads it back from the device
-/// and compares it with the sources, gives the copies their names, flushes again, and then reports them and
-/// deletes the sources, while the next batch is written.
+/// A copy that is on the device under its name.
+struct Copy {
+    const Source *source;
+    QString target;
+    QByteArray sum; // SHA-256 of what was read back from the device, hexadecimal
+    bool hasFailed; // to be set if it is not to be reported
+};
+
+/// Copies or moves files into a folder, locked against other vornfh processes. The files are written under
+/// hidden names in batches. A second thread flushes a batch, reads it back from the device and compares it
+/// with the sources, gives the copies their names, flushes again, and then reports them and deletes the
+/// sources, while the next batch is written.
 class Transfer
 {
 public:
-    /// Creates the folder if it is missing. Throws Failure.
-    Transfer(const Storage &storage, const QString &folder, Mode mode, Progress &progress);
+    /// Called by the second thread with the copies of a batch before they are reported. If it throws
+    /// FileFailure, all of them have failed.
+    using Completion = std::function<void(std::vector<Copy> &copies)>;
+
+    /// Creates the folder @p path if it is missing. Throws Failure.
+    Transfer(const QString &path, Mode mode, Progress &progress, Completion completion = {});
     ~Transfer();
     Transfer(const Transfer &) = delete;
     Transfer &operator=(const Transfer &) = delete;
 
     /// Writes a copy of @p source, unless an earlier run has, or the file can be renamed. Throws FileFailure;
-    /// the source is then unchanged. The result is reported later.
-    void add(std::unique_ptr<Source> source);
+    /// the source is then unchanged. The result is reported later. Files belong to one batch if @p
+    /// mayEndBatch is false for all but the last of them.
+    void add(std::unique_ptr<Source> source, bool mayEndBatch = true);
 
     /// Waits until everything is reported. Returns the number of files that were copied or moved.
     int finish();
@@ -82,6 +95,7 @@ private:
 
         QString target;
         bool isNamed = false;
+        QByteArray sum; // see Copy
 
         bool isRenamed() const { return !copy && !existing.isOpen(); }
         /// What is wrong with the source of a copy that is safe.
@@ -103,16 +117,17 @@ private:
     void endBatch();
     void work();
     void complete(Batch batch);
-    void compare(const Item &item) const;
+    void compare(Item &item) const;
     void name(Item &item);
     void removeSources(Batch &batch);
     void flushSources(Batch &batch);
+    void callCompletion(Batch &batch);
     void report(const Batch &batch);
 
-    const Storage mStorage;
     const QString mPath;
     const Mode mMode;
     Progress &mProgress;
+    const Completion mCompletion;
     Descriptor mFolder;
     struct stat mStatus = {};
     quint64 mMount = 0;
@@ -121,6 +136,7 @@ private:
 
     Batch mBatch;
     qint64 mBatchBytes = 0;
+    bool mMayEndBatch = true; // after the file that was added last
     std::chrono::steady_clock::time_point mBatchStart;
 
     mutable std::mutex mMutex;

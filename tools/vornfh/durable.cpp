@@ -5,6 +5,7 @@
 #include "files.h"
 #include "mounts.h"
 
+#include <QCryptographicHash>
 #include <QFile>
 #include <QFileInfo>
 
@@ -138,7 +139,7 @@ bool createExclusively(const QString &path)
     throw FileFailure(path, "cannot be created: " + errorText(errno));
 }
 
-bool hasSameContent(int one, int other, const QString &path)
+bool hasSameContent(int one, int other, const QString &path, QCryptographicHash *hash)
 {
     constexpr size_t BLOCK = 1 << 20;
     ::posix_fadvise(other, 0, 0, POSIX_FADV_DONTNEED); // drops cached pages that are already on the device
@@ -153,6 +154,8 @@ bool hasSameContent(int one, int other, const QString &path)
             throw FileFailure(path, "its copy cannot be read: " + errorText(errno));
         if (count != foundCount || !std::equal(expected.begin(), expected.begin() + count, found.begin()))
             return false;
+        if (hash)
+            hash->addData(found.data(), static_cast<int>(count));
         if (count < static_cast<ssize_t>(BLOCK))
             return true;
     }

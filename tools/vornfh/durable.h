@@ -7,6 +7,8 @@
 #include <QString>
 #include <QStringList>
 
+class QCryptographicHash;
+
 // Whatever a command has reported must be on the device, even if the power fails at that moment. Unless
 // stated otherwise, functions throw FileFailure for the path that an error concerns.
 
@@ -35,7 +37,7 @@ void createFolder(const QString &path);
 bool createExclusively(const QString &path);
 
 /// Compares two files byte by byte. The second is read from the device, not from memory, if it has been
-/// flushed.
-bool hasSameContent(int one, int other, const QString &path);
+/// flushed; if they are the same, @p hash has been given its content.
+bool hasSameContent(int one, int other, const QString &path, QCryptographicHash *hash = nullptr);
 
 #endif // DURABLE_H

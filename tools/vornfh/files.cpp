@@ -88,6 +88,12 @@ mode_t defaultMode(mode_t mode)
     return mode & ~mask;
 }
 
+void setModeFrom(const QString &path, int target)
+{
+    struct stat status = {};
+    ::fchmod(target, readStatus(path, status) ? status.st_mode & 07777 : defaultMode(0666));
+}
+
 bool setAttributes(int target, const struct stat &status)
 {
     struct stat before = {};

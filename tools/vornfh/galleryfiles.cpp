@@ -13,7 +13,6 @@
 
 #include <cerrno>
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -23,13 +22,6 @@ QString linkTarget(const QString &path)
 {
     const QFileInfo file(path);
     return file.isSymLink() ? linkTarget(file.symLinkTarget()) : path;
-}
-
-/// Gives the file @p page the mode of @p target, or of a new file if there is none.
-void setMode(int page, const QString &target)
-{
-    struct stat status = {};
-    ::fchmod(page, readStatus(target, status) ? status.st_mode & 07777 : defaultMode(0666));
 }
 
 TemporaryFile temporaryIn(const QString &folder, const QString &concerning)
@@ -65,7 +57,7 @@ void PageFile::finish()
 {
     if (!mFile.flush())
         throw FileFailure(mPath, "cannot be written: " + mFile.errorString());
-    setMode(mTemporary.descriptor(), mTarget);
+    setModeFrom(mTarget, mTemporary.descriptor());
     replaceFile(mTemporary, mTarget);
 }
 

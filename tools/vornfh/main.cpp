@@ -55,6 +55,7 @@ int main(int argc, char *argv[])
     addRepair(line);
     addGallery(line);
     addTransfer(line);
+    addOffload(line);
     addMkdir(line);
     addRemove(line);
     addPrune(line);

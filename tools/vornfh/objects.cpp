@@ -172,13 +172,21 @@ NumberedFolder readNumberedFolder(const QString &path)
     return folder;
 }
 
+QStringList objectFolders(const Storage &storage)
+{
+    QStringList paths;
+    for (const QString &name : numberedFolders(storage)) {
+        if (isNumberedName(name))
+            paths.append(storage.location + "/" + name);
+    }
+    return paths;
+}
+
 std::vector<NumberedFolder> numberedObjects(const Storage &storage)
 {
     std::vector<NumberedFolder> folders;
-    for (const QString &name : numberedFolders(storage)) {
-        if (isNumberedName(name))
-            folders.push_back(readNumberedFolder(storage.location + "/" + name));
-    }
+    for (const QString &path : objectFolders(storage))
+        folders.push_back(readNumberedFolder(path));
     requireReadToEnd(storage.location);
     return folders;
 }
@@ -283,4 +291,10 @@ bool isBeingWritten(const QString &path)
     if (!file.isOpen() || ::fcntl(file.get(), F_SETLEASE, F_RDLCK) == 0)
         return false;
     return errno == EAGAIN;
+}
+
+bool isBeingWritten(const NumberedFolder &folder, const Object &object)
+{
+    return std::any_of(object.files.begin(), object.files.end(),
+                       [&folder](const ObjectFile &file) { return isBeingWritten(folder.pathOf(file)); });
 }

@@ -62,8 +62,11 @@ struct NumberedFolder {
 /// Reads a folder for which isNumberedFolder() returns true. Throws Failure if it cannot be read.
 NumberedFolder readNumberedFolder(const QString &path);
 
-/// The numbered folders in the order of the numbering, so that the last object of the last folder is the
-/// newest. Folders whose names the numbering does not use are left out. Throws Failure if one cannot be read.
+/// The paths of the numbered folders in the order of the numbering, so that the last object of the last
+/// folder is the newest. Folders whose names the numbering does not use are left out.
+QStringList objectFolders(const Storage &storage);
+
+/// These folders with their objects. Throws Failure if one cannot be read.
 std::vector<NumberedFolder> numberedObjects(const Storage &storage);
 
 /// Returns whether the resolved path @p path is one of the folders that numberedObjects() reads. Throws
@@ -128,5 +131,7 @@ Descriptor holdForWriting(const QString &path);
 
 /// Returns whether a process has the file @p path open for writing or locked.
 bool isBeingWritten(const QString &path);
+/// The same for any file of @p object, which is in @p folder.
+bool isBeingWritten(const NumberedFolder &folder, const Object &object);
 
 #endif // OBJECTS_H

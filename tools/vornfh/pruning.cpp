@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "pruning.h"
 
+#include "deletion.h"
 #include "durable.h"
 #include "errors.h"
 #include "mounts.h"
@@ -24,8 +25,6 @@ namespace {
 struct Candidate {
     const NumberedFolder *folder;
     const Object *object;
-
-    QString pathOf(const ObjectFile &file) const { return folder->pathOf(file); }
 };
 
 bool mayBeDeleted(const Object &object, const PrunePolicy &policy, std::time_t now)
@@ -123,72 +122,47 @@ private:
     /// Returns whether the object may still be deleted: it may have been protected in the meantime.
     static bool isFree(const Candidate &candidate)
     {
-        const std::vector<ObjectFile> &files = candidate.object->files;
-        return !isProtected(candidate.pathOf(files.front()))
-               && std::none_of(files.begin(), files.end(), [&](const ObjectFile &file) {
-                      return isBeingWritten(candidate.pathOf(file));
-                  });
+        const Object &object = *candidate.object;
+        return !isProtected(candidate.folder->pathOf(object.files.front()))
+               && !isBeingWritten(*candidate.folder, object);
     }
 
     /// Deletes the next objects of one folder, no more than have to go.
     void deleteBatch(Position &next, Position end)
     {
         constexpr size_t LIMIT = 1000; // so that results are reported steadily
-        const QString folder = next->folder->path;
+        const NumberedFolder &folder = *next->folder;
         Excess rest = excess();
-        std::vector<Candidate> batch;
-        for (; next != end && next->folder->path == folder && batch.size() < LIMIT; ++next) {
+        std::vector<const Object *> batch;
+        for (; next != end && next->folder == &folder && batch.size() < LIMIT; ++next) {
             if (mPolicy.hasSpacePolicy() && !rest.isOver())
                 break;
             if (!isFree(*next))
                 continue;
-            batch.push_back(*next);
+            batch.push_back(next->object);
             rest.allocated -= next->object->allocated();
             rest.size -= next->object->size();
         }
-        if (folder != mLastFolder)
-            removeLeftovers(folder);
-        mLastFolder = folder;
+        if (folder.path != mLastFolder)
+            removeLeftovers(folder.path);
+        mLastFolder = folder.path;
         if (!batch.empty())
-            deleteObjects(folder, batch);
+            deleteAndReport(folder, batch);
     }
 
-    void deleteObjects(const QString &folder, std::vector<Candidate> &batch)
+    void deleteAndReport(const NumberedFolder &folder, const std::vector<const Object *> &batch)
     {
-        const auto isWithoutThumbnail = [](const Candidate &candidate) {
-            return !candidate.object->files.back().isThumbnail();
-        };
-        QStringList deleted;
-        const bool hasThumbnails = !std::all_of(batch.begin(), batch.end(), isWithoutThumbnail);
-        deleteFiles(batch, true);
-        if (hasThumbnails)
-            flushFolder(folder); // before any recording goes
-        deleteFiles(batch, false);
-        flushFolder(folder);
-        for (const Candidate &candidate : batch) {
-            for (const ObjectFile &file : candidate.object->files)
-                deleted.append(candidate.pathOf(file));
-            ++mResult.objects;
-            mResult.bytes += candidate.object->size();
-            mResult.left -= candidate.object->size();
+        const std::vector<const Object *> deleted = deleteObjects(folder, batch);
+        QStringList paths;
+        for (const Object *object : deleted) {
+            for (const ObjectFile &file : object->files)
+                paths.append(folder.pathOf(file));
+            mResult.bytes += object->size();
+            mResult.left -= object->size();
         }
-        mReport(deleted);
-    }
-
-    /// Deletes the thumbnails or the recordings of @p batch. Takes out the objects for which that fails.
-    void deleteFiles(std::vector<Candidate> &batch, bool areThumbnails)
-    {
-        std::vector<Candidate> rest;
-        mResult.failures += forEachReporting(batch, [&](const Candidate &candidate) {
-            for (const ObjectFile &file : candidate.object->files) {
-                const QString path = candidate.pathOf(file);
-                if (file.isThumbnail() == areThumbnails && ::unlink(QFile::encodeName(path).constData()) != 0
-                    && errno != ENOENT)
-                    throw FileFailure(path, "cannot be deleted: " + errorText(errno));
-            }
-            rest.push_back(candidate);
-        });
-        batch = std::move(rest);
+        mResult.objects += static_cast<int>(deleted.size());
+        mResult.failures += static_cast<int>(batch.size() - deleted.size());
+        mReport(paths);
     }
 
     void deleteIfEmpty(const QString &folder)

@@ -20,9 +20,16 @@ _vornfh_values()
         --mmc-block | --sd-block | --usb-block)
             _vornfh_reply -W "$(awk 'NR > 2 { print $4 }' /proc/partitions)" -- "$2"
             ;;
-        --type) _vornfh_reply -W 'avi mkv jpg png wav' -- "$2" ;;
+        --type)
+            if [[ " ${COMP_WORDS[*]} " == *' offload '* ]]; then
+                _vornfh_reply -W 'images videos audio' -- "$2"
+            else
+                _vornfh_reply -W 'avi mkv jpg png wav' -- "$2"
+            fi
+            ;;
         --filter) _vornfh_reply -W 'dcim other all' -- "$2" ;;
-        --suffix | --count | --duration | --page-size | --keep-free | --max-size | --keep-last | --keep-within)
+        --suffix | --count | --duration | --page-size | --keep-free | --max-size | --keep-last | --keep-within | \
+            --since | --folder)
             COMPREPLY=()
             ;;
         *) return 1 ;;
@@ -41,6 +48,7 @@ _vornfh_options()
         check) echo '--names --read-all --dcf --json' ;;
         gallery) echo '--output --page-size --force --probe' ;;
         move) echo '--force' ;;
+        offload) echo '--move --since --folder --type' ;;
         delete) echo '--only --force' ;;
         rmdir | wipe) echo '--yes --force' ;;
         prune) echo '--keep-free --max-size --keep-last --keep-within --json' ;;
@@ -54,6 +62,10 @@ _vornfh_arguments()
     case $1 in
         info | comment | delete | protect | unprotect) _vornfh_reply -o filenames -f -- "$3" ;;
         repair) _vornfh_reply -o filenames -f -W "$storages" -- "$3" ;;
+        offload)
+            (($2 == 0)) && _vornfh_reply -W "$storages" -- "$3"
+            (($2 == 1)) && _vornfh_reply -o filenames -d -- "$3"
+            ;;
         copy | move) _vornfh_reply -o filenames -f -W "$((( $2 > 0 )) && echo $storages)" -- "$3" ;;
         next)
             (($2 == 0)) && _vornfh_reply -W "$storages" -- "$3"
@@ -67,8 +79,8 @@ _vornfh()
 {
     local IFS=$' \t\n'
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-    local commands='next record folders list count info comment status check gallery copy move delete
-                    mkdir rmdir wipe prune protect unprotect repair'
+    local commands='next record folders list count info comment status check gallery copy move
+                    offload delete mkdir rmdir wipe prune protect unprotect repair'
     local common='--help --version --config --suffix --mmc --mmc-block --sd --sd-block --usb --usb-block'
     local command='' word i arguments=0 isValue=''
     COMPREPLY=()
@@ -86,7 +98,7 @@ _vornfh()
         case $word in
             --config | --output | -o | --input | --mmc | --sd | --usb | --*-block | --type | --filter | \
                 --suffix | --count | --duration | --page-size | --keep-free | --max-size | --keep-last | \
-                --keep-within)
+                --keep-within | --since | --folder)
                 isValue=yes
                 continue
                 ;;

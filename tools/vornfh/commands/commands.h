@@ -14,6 +14,7 @@ void addCheck(CommandLine &line);
 void addRepair(CommandLine &line);
 void addGallery(CommandLine &line);
 void addTransfer(CommandLine &line); // copy, move
+void addOffload(CommandLine &line);
 void addMkdir(CommandLine &line);
 void addPrune(CommandLine &line);
 void addProtect(CommandLine &line); // protect, unprotect

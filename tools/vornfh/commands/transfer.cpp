@@ -58,7 +58,8 @@ ExitCode transferAll(const Request &request)
             auto source = std::make_unique<Source>(path);
             given.insert(resolved);
             if (!transfer)
-                transfer.emplace(request.storage, request.folder, request.mode, progress);
+                transfer.emplace(VornFileHandler::getDirPath(request.storage.type, request.folder),
+                                 request.mode, progress);
             transfer->add(std::move(source));
         } catch (const FileFailure &failure) {
             progress.print([&failure] { printError(QString::fromUtf8(failure.what())); });

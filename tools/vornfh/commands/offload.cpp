@@ -1,0 +1,380 @@
+// SPDX-License-Identifier: MIT
+#include "checksums.h"
+#include "commands.h"
+#include "copying.h"
+#include "deletion.h"
+#include "device.h"
+#include "durable.h"
+#include "folders.h"
+#include "mounts.h"
+#include "objects.h"
+#include "output.h"
+#include "paths.h"
+#include "signals.h"
+#include "text.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <optional>
+
+using namespace VORN_FILE_HANDLER;
+
+namespace {
+
+/// The words of "list --images", "--videos" and "--audio".
+const std::map<std::string, Kind> KINDS = {{"images", PHOTO}, {"videos", VIDEO}, {"audio", AUDIO}};
+
+struct Request {
+    eStorageType storage = STORAGE_MMC;
+    std::string directory;
+    CLI::Option *folders = nullptr;
+    std::string kind;            // empty for all
+    std::optional<qint64> since; // seconds since 1970
+    bool isMoving = false;
+};
+
+// What is offloaded
+
+/// The numbered folders that contain what is to be offloaded, each with only these objects.
+struct Selection {
+    std::vector<NumberedFolder> folders;
+    QString newest;   // base path of the newest object of the storage device; see newestOf()
+    int failures = 0; // folders that cannot be read
+    int files = 0;
+    qint64 bytes = 0;
+};
+
+QString pathOf(const NumberedFolder &folder, const Object &object)
+{
+    return folder.path + "/" + QFile::decodeName(object.base);
+}
+
+/// The object from which the numbering continues: the last one that has a recording. Empty if there is none.
+QString newestOf(const std::vector<NumberedFolder> &folders)
+{
+    for (auto folder = folders.rbegin(); folder != folders.rend(); ++folder) {
+        const auto object = std::find_if(folder->objects.rbegin(), folder->objects.rend(),
+                                         [](const Object &one) { return one.hasRecording(); });
+        if (object != folder->objects.rend())
+            return pathOf(*folder, *object);
+    }
+    return QString();
+}
+
+/// The names given with --folder. Throws Failure for a name that is not the name of one of @p paths.
+QStringList folderNames(const Request &request, const Storage &storage, const QStringList &paths)
+{
+    QStringList names;
+    for (const std::string &text : request.folders->results()) {
+        const QString name = fromCommandLine(text, "--folder");
+        requireFolderName(name);
+        if (!paths.contains(storage.location + "/" + name))
+            throw Failure(QString("%1/%2: is not a numbered folder").arg(storage.location, name));
+        names.append(name);
+    }
+    return names;
+}
+
+bool isSelected(const Object &object, const Request &request)
+{
+    const auto isWanted = [&request](const ObjectFile &file) {
+        return file.type->kind == KINDS.at(request.kind);
+    };
+    const bool hasKind =
+        request.kind.empty() || std::any_of(object.files.begin(), object.files.end(), isWanted);
+    // The time of an object that cannot be read is not known; reading it reports the error.
+    return hasKind && (!request.since || !object.isReadable() || object.modified() >= *request.since);
+}
+
+Selection selectionOf(const Storage &storage, const Request &request)
+{
+    Selection selection;
+    const QStringList paths = objectFolders(storage);
+    const QStringList names = folderNames(request, storage, paths);
+    const auto isFolderSelected = [&names](const QString &path) {
+        return names.isEmpty() || names.contains(QFileInfo(path).fileName());
+    };
+    selection.failures = forEachReporting(paths, [&](const QString &path) {
+        if (isFolderSelected(path) || request.isMoving) // the newest object may be in another folder
+            selection.folders.push_back(readNumberedFolder(path));
+    });
+    selection.newest = newestOf(selection.folders);
+    for (NumberedFolder &folder : selection.folders) {
+        const bool isFolder = isFolderSelected(folder.path);
+        const auto isOther = [&](const Object &object) { return !isFolder || !isSelected(object, request); };
+        folder.objects.erase(std::remove_if(folder.objects.begin(), folder.objects.end(), isOther),
+                             folder.objects.end());
+        for (const Object &object : folder.objects) {
+            selection.files += static_cast<int>(object.files.size());
+            selection.bytes += object.size();
+        }
+    }
+    return selection;
+}
+
+// Offloading
+
+struct Job {
+    QString directory;
+    Selection selection;
+    bool isMoving;
+};
+
+class Offload
+{
+public:
+    explicit Offload(const Job &job)
+        : mJob(job), mProgress(job.selection.files, job.selection.bytes), mSums(job.directory)
+    {
+    }
+
+    /// Throws Failure if a file could not be offloaded, or a folder could not be created.
+    ExitCode run()
+    {
+        for (const NumberedFolder &folder : mJob.selection.folders) {
+            if (isStopped() || mFailure)
+                break;
+            if (!folder.objects.empty())
+                offload(folder);
+        }
+        const int files = mJob.selection.files;
+        const int missing = files - mDone - mBeingWritten;
+        if (missing > 0)
+            throw Failure(QString("%1%2 of %3 files not offloaded")
+                              .arg(isStopped() ? "interrupted: " : "")
+                              .arg(missing)
+                              .arg(files));
+        if (mJob.selection.failures > 0)
+            return FAILED;
+        return mBeingWritten > 0 ? NOT_MET : DONE;
+    }
+
+private:
+    void offload(const NumberedFolder &folder)
+    {
+        if (mJob.isMoving)
+            removeLeftovers(folder.path);
+        Transfer transfer(mJob.directory + "/" + QFileInfo(folder.path).fileName(), Mode::Copy, mProgress,
+                          [this, &folder](std::vector<Copy> &copies) { complete(folder, copies); });
+        for (const Object &object : folder.objects) {
+            if (isStopped())
+                break;
+            if (isBeingWritten(folder, object))
+                leave(folder, object);
+            else
+                add(transfer, folder, object);
+        }
+        mDone += transfer.finish();
+    }
+
+    /// Its content is not complete yet.
+    void leave(const NumberedFolder &folder, const Object &object)
+    {
+        const int files = static_cast<int>(object.files.size());
+        print(folder.pathOf(object.files.front()) + ": is being written and is not offloaded");
+        mProgress.finishFiles(files);
+        mBeingWritten += files;
+    }
+
+    void add(Transfer &transfer, const NumberedFolder &folder, const Object &object)
+    {
+        for (const ObjectFile &file : object.files) {
+            if (isStopped())
+                return;
+            try {
+                transfer.add(std::make_unique<Source>(folder.pathOf(file)), &file == &object.files.back());
+            } catch (const FileFailure &failure) {
+                print(QString::fromUtf8(failure.what()));
+                mProgress.finishFiles(1);
+            }
+        }
+    }
+
+    void print(const QString &message)
+    {
+        mProgress.print([&message] { printError(message); });
+    }
+
+    // In the second thread of the transfer
+
+    void complete(const NumberedFolder &folder, std::vector<Copy> &copies)
+    {
+        // The kernel reports an error of the device only once, so nothing is reported or deleted after it.
+        if (mFailure)
+            throw *mFailure;
+        try {
+            for (const Copy &copy : copies)
+                mSums.set(copy.target, copy.sum);
+            mSums.save();
+            if (mJob.isMoving)
+                mProgress.print([&] { deleteSources(folder, copies); });
+        } catch (const FileFailure &failure) {
+            mFailure = failure;
+            throw;
+        }
+    }
+
+    using Copies = std::vector<Copy *>; // of one object
+
+    /// Deletes the objects all of whose files have been copied.
+    void deleteSources(const NumberedFolder &folder, std::vector<Copy> &copies)
+    {
+        std::map<QByteArray, Copies> byBase;
+        for (Copy &copy : copies)
+            byBase[basePath(QFile::encodeName(copy.source->name()))].push_back(&copy);
+        std::vector<const Object *> objects;
+        for (const Object &object : folder.objects) {
+            const auto found = byBase.find(object.base);
+            if (found != byBase.end() && found->second.size() == object.files.size()
+                && mayBeDeleted(folder, object, found->second))
+                objects.push_back(&object);
+        }
+        const std::vector<const Object *> deleted =
+            objects.empty() ? objects : deleteObjects(folder, objects);
+        for (const Object *object : objects) {
+            if (std::find(deleted.begin(), deleted.end(), object) == deleted.end())
+                fail(byBase[object->base]);
+        }
+    }
+
+    /// Prints why the object stays.
+    bool mayBeDeleted(const NumberedFolder &folder, const Object &object, const Copies &copies) const
+    {
+        const QString path = folder.pathOf(object.files.front());
+        if (pathOf(folder, object) == mJob.selection.newest)
+            return false;
+        if (isProtected(path)) {
+            printError(path + ": is protected and stays on the storage device");
+            return false;
+        }
+        if (isBeingWritten(folder, object)) {
+            printError(path + ": is being written and stays on the storage device");
+            return false;
+        }
+        try {
+            for (const Copy *copy : copies)
+                copy->source->requireUnchanged();
+            return true;
+        } catch (const FileFailure &failure) {
+            printError(QString::fromUtf8(failure.what()));
+            fail(copies);
+            return false;
+        }
+    }
+
+    static void fail(const Copies &copies)
+    {
+        for (Copy *copy : copies)
+            copy->hasFailed = true;
+    }
+
+    const Job &mJob;
+    Progress mProgress;
+    Checksums mSums;
+    std::optional<FileFailure> mFailure; // to save the sums or to flush a deletion
+    int mDone = 0;
+    int mBeingWritten = 0; // files of objects that are
+};
+
+/// @p path without symbolic links; the part that does not exist is kept.
+QString resolved(const QString &path)
+{
+    const QString existing = nearestExisting(path);
+    return QDir::cleanPath(QFileInfo(existing).canonicalFilePath() + "/" + path.mid(existing.size()));
+}
+
+/// Throws UsageError if one is in the other: the copies would be on the storage device that they are to
+/// leave.
+void requireApart(const QString &directory, const Storage &storage)
+{
+    const QString place = resolved(directory);
+    const QString location = resolved(storage.location);
+    const bool isSame = place == location;
+    if (isSame || isInside(place, location) || isInside(location, place))
+        throw UsageError(QString("%1: %2 %3, the location of storage %4")
+                             .arg(directory,
+                                  isSame                      ? "is"
+                                  : isInside(place, location) ? "is inside"
+                                                              : "contains",
+                                  storage.location, storage.name));
+}
+
+void createDirectory(const QString &directory)
+{
+    reportProblems(directory);
+    if (isOnReadOnlyFileSystem(nearestExisting(directory)))
+        throw Failure(directory + ": is on a read-only file system");
+    createFolder(directory);
+    flushWithFolders({directory});
+    removeLeftovers(directory);
+}
+
+ExitCode offloadStorage(const Storage &storage, const Request &request)
+{
+    const QString text = fromCommandLine(request.directory, "DIRECTORY");
+    if (text.isEmpty())
+        throw UsageError("DIRECTORY is empty");
+    const QString directory = absolutePath(text);
+    requireReadableFolder(storage.location);
+    requireApart(directory, storage);
+    if (request.isMoving)
+        requireWritable(storage);
+    else
+        requireMounted(storage);
+    const Job job = {directory, selectionOf(storage, request), request.isMoving};
+    createDirectory(directory);
+    catchStopSignals();
+    return Offload(job).run();
+}
+
+void setSince(Request &request, const std::string &argument)
+{
+    const QString text = fromCommandLine(argument, "--since");
+    request.since = parsedDay(text);
+    if (!request.since)
+        throw UsageError(QString("--since: '%1' is not a date such as 2025-02-25").arg(text));
+}
+
+} // namespace
+
+void addOffload(CommandLine &line)
+{
+    const auto request = std::make_shared<Request>();
+    CLI::App &command = line.add(
+        "offload",
+        "Copies the objects of a storage device to a directory of a computer, as DIRECTORY/FOLDER/FILE. "
+        "Each\n"
+        "copy is flushed and compared as copy does. DIRECTORY/SHA256SUMS gets a line for each, which\n"
+        "sha256sum -c reads. What is already there with the same content is not copied again, so that an\n"
+        "interrupted run can be repeated; if the content differs, both are kept, and the new file gets a\n"
+        "counter. An object is a recording with its thumbnail. Objects that are being written are left out;\n"
+        "the exit code is then 3",
+        [&line, request] { return offloadStorage(line.storages().require(request->storage), *request); });
+    addStorageArgument(command, request->storage);
+    command.add_option("DIRECTORY", request->directory, "The directory; it is created if it is missing")
+        ->required()
+        ->type_name("");
+    command.add_flag("--move", request->isMoving,
+                     "Delete objects from the storage device once their copies and sums are safe, except\n"
+                     "protected ones, those that are being written, and the newest");
+    command
+        .add_option_function<std::string>(
+            "--since", [request](const std::string &text) { setSince(*request, text); },
+            "Only objects that were modified on this day (YYYY-MM-DD, local time) or later")
+        ->type_name("DATE");
+    request->folders =
+        command.add_option("--folder", "Only this numbered folder; may be given several times")
+            ->type_name("NAME")
+            ->expected(1, CLI::detail::expected_max_vector_size)
+            ->allow_extra_args(false)
+            ->take_all();
+    command.add_option("--type", request->kind, "Only objects with a recording of this type")
+        ->check(CLI::IsMember({"images", "videos", "audio"}).description(""))
+        ->type_name("images|videos|audio");
+    command.footer("Example: vornfh --sd /mnt/sd/DCIM offload sd ~/pictures --since 2025-02-25");
+}

@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: MIT
+#ifndef DELETION_H
+#define DELETION_H
+
+#include "objects.h"
+
+#include <vector>
+
+/// Deletes the files of @p objects, which are in @p folder: all thumbnails before any recording, so that no
+/// thumbnail is without its recording whenever the power fails. For each object that cannot be deleted,
+/// prints a message and goes on. Returns those that were deleted. Throws FileFailure if the folder cannot be
+/// flushed.
+std::vector<const Object *> deleteObjects(const NumberedFolder &folder,
+                                          const std::vector<const Object *> &objects);
+
+#endif // DELETION_H
