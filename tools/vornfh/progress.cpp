@@ -3,10 +3,10 @@
 
 #include "text.h"
 
-#include <QStringList>
-
 #include <algorithm>
 #include <cstdio>
+#include <limits>
+#include <utility>
 
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -23,13 +23,13 @@ int terminalWidth()
 
 } // namespace
 
-Progress::Progress(int files, qint64 bytes) : mFiles(files), mBytes(bytes)
+ProgressLine::ProgressLine(Parts parts) : mParts(std::move(parts))
 {
     if (::isatty(STDERR_FILENO))
         mThread = std::thread([this] { drawRepeatedly(); });
 }
 
-Progress::~Progress()
+ProgressLine::~ProgressLine()
 {
     {
         const std::lock_guard<std::mutex> lock(mMutex);
@@ -41,21 +41,21 @@ Progress::~Progress()
     erase();
 }
 
-void Progress::print(const std::function<void()> &printLines)
+void ProgressLine::print(const std::function<void()> &printLines)
 {
     const std::lock_guard<std::mutex> lock(mMutex);
     erase();
     printLines();
 }
 
-void Progress::erase()
+void ProgressLine::erase()
 {
     if (mIsDrawn)
         std::fputs("\r\x1b[K", stderr);
     mIsDrawn = false;
 }
 
-void Progress::drawRepeatedly()
+void ProgressLine::drawRepeatedly()
 {
     constexpr auto INTERVAL = std::chrono::milliseconds(200);
     std::unique_lock<std::mutex> lock(mMutex);
@@ -67,21 +67,51 @@ void Progress::drawRepeatedly()
 }
 
 /// As many parts, in this order, as fit in the width of the terminal.
-QString Progress::line() const
+QString ProgressLine::line() const
 {
-    const qint64 done = std::min<qint64>(mBytesDone, mBytes);
-    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - mStart).count();
-    const auto rate = static_cast<qint64>(static_cast<double>(done) / std::max(seconds, 0.001));
-    const QString left = rate > 0 ? durationText((mBytes - done) / rate) + " left" : QString();
-    const QStringList parts = {QString("%1 of %2 files").arg(mFilesDone).arg(mFiles),
-                               QString("%1 of %2").arg(humanSize(done), humanSize(mBytes)), mStage.load(),
-                               humanSize(rate) + "/s", left};
-    QString line = "[" + bar(done, mBytes) + "]";
+    QString line;
     const int width = terminalWidth() - 1; // the last column would begin a new line
-    for (const QString &part : parts) {
-        const QString longer = line + (line.endsWith(']') ? " " : ", ") + part;
-        if (!part.isEmpty() && longer.size() <= width)
-            line = longer;
+    for (const QString &part : mParts()) {
+        const QString separator = line.isEmpty() ? "" : line.endsWith(']') ? " " : ", ";
+        if (!part.isEmpty() && (line.isEmpty() || line.size() + separator.size() + part.size() <= width))
+            line += separator + part;
     }
     return line.left(width);
+}
+
+double Stopwatch::seconds() const
+{
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - mStart).count();
+}
+
+qint64 Stopwatch::rate(qint64 done) const
+{
+    return static_cast<qint64>(static_cast<double>(done) / std::max(seconds(), 0.001));
+}
+
+QStringList Progress::parts() const
+{
+    const qint64 done = std::min<qint64>(mBytesDone, mBytes);
+    const qint64 rate = mTime.rate(done);
+    return {"[" + bar(done, mBytes) + "]",
+            QString("%1 of %2 files").arg(mFilesDone).arg(mFiles),
+            QString("%1 of %2").arg(humanSize(done), humanSize(mBytes)),
+            mStage.load(),
+            humanSize(rate) + "/s",
+            rate > 0 ? durationText((mBytes - done) / rate) + " left" : QString()};
+}
+
+void RecordingProgress::set(qint64 recorded, qint64 free)
+{
+    mRecorded = recorded;
+    mFree = free;
+}
+
+QStringList RecordingProgress::parts() const
+{
+    const qint64 rate = mTime.rate(mRecorded);
+    const bool isEndKnown = mHasEnd && rate > 0 && mFree < std::numeric_limits<qint64>::max();
+    return {"recording " + durationText(static_cast<qint64>(mTime.seconds())), humanSize(mRecorded),
+            humanSize(rate) + "/s",
+            isEndKnown ? durationText(mFree / rate) + " left on the storage device" : QString()};
 }
