@@ -3,6 +3,8 @@
 
 #include "ebml.h"
 
+#include <QtEndian>
+
 #include <algorithm>
 #include <cerrno>
 #include <utility>
@@ -28,52 +30,53 @@ const QByteArray REFERENCE = QByteArray::fromHex("fb");
 
 constexpr qint64 NANOSECONDS = 1000000000;
 
-/// What a block says about itself: the number of the track, its time relative to that of the cluster, flags.
-struct BlockHeader {
-    qint64 track = 0;
-    qint16 time = 0;
-    bool isKey = false; // in a simple block
-
-    explicit BlockHeader(const QByteArray &block)
-    {
-        constexpr quint8 KEY = 0x80;
-        int length = 0;
-        track = ebmlSize(block.left(8), length);
-        time = static_cast<qint16>(ebmlNumber(block.mid(length, 2)));
-        isKey = (ebmlNumber(block.mid(length + 2, 1)) & KEY) != 0;
-    }
-};
-
-/// The packet in a cluster, or the first one if it has several.
-Packet packetIn(const QByteArray &start, const QByteArray &content)
+/// An element with a size of eight bytes.
+QByteArray element(const QByteArray &id, const QByteArray &content)
 {
+    constexpr quint64 LONGEST_SIZE = 1ULL << 56;
+    const quint64 size = qToBigEndian(LONGEST_SIZE | static_cast<quint64>(content.size()));
+    return id + QByteArray(reinterpret_cast<const char *>(&size), sizeof size) + content;
+}
+
+/// A packet as a cluster of its own. @p block is an element with the ID @p id, @p clusterTime the time of the
+/// cluster that it was in.
+Packet packetOf(const QByteArray &id, const QByteArray &block, const QByteArray &clusterTime)
+{
+    constexpr quint8 KEY = 0x80; // in the flags of a simple block
     constexpr qint64 FIRST_TRACK = 1;
-    Packet packet;
-    packet.bytes = start + content;
-    bool isFirst = true;
-    const auto use = [&](const BlockHeader &block, bool isKey) {
-        if (isFirst) {
-            packet.time += block.time;
-            packet.isKey = isKey && block.track == FIRST_TRACK;
-        }
-        isFirst = false;
-    };
-    forEachElement(content, [&](const QByteArray &id, const QByteArray &element) {
-        if (id == TIME)
-            packet.time += static_cast<qint64>(ebmlNumber(element));
-        if (id == SIMPLE_BLOCK)
-            use(BlockHeader(element), BlockHeader(element).isKey);
-        if (id != BLOCK_GROUP)
-            return;
-        bool isKey = true;
-        QByteArray block;
-        forEachElement(element, [&](const QByteArray &part, const QByteArray &value) {
-            isKey = isKey && part != REFERENCE;
-            block = part == BLOCK ? value : block;
+    constexpr int LONGEST_NUMBER = 8;
+    bool isReferring = false;
+    QByteArray header = block.left(16);
+    if (id == BLOCK_GROUP) {
+        forEachElement(block, [&](const QByteArray &part, const QByteArray &content) {
+            isReferring = isReferring || part == REFERENCE;
+            header = part == BLOCK ? content.left(16) : header;
         });
-        use(BlockHeader(block), isKey);
-    });
+    }
+    // A block begins with the number of its track, its time relative to that of the cluster, and flags.
+    int length = 0;
+    const qint64 track = ebmlSize(header.left(LONGEST_NUMBER), length);
+    const auto time = static_cast<qint16>(ebmlNumber(header.mid(length, 2)));
+    const bool isMarked = (ebmlNumber(header.mid(length + 2, 1)) & KEY) != 0;
+    Packet packet;
+    packet.bytes = element(CLUSTER, element(TIME, clusterTime) + element(id, block));
+    packet.time = static_cast<qint64>(ebmlNumber(clusterTime)) + time;
+    packet.isKey = track == FIRST_TRACK && (id == BLOCK_GROUP ? !isReferring : isMarked);
     return packet;
+}
+
+/// The packets in the content of a cluster.
+std::vector<Packet> packetsIn(const QByteArray &cluster)
+{
+    std::vector<Packet> packets;
+    QByteArray time;
+    forEachElement(cluster, [&](const QByteArray &id, const QByteArray &content) {
+        if (id == TIME)
+            time = content;
+        if (id == SIMPLE_BLOCK || id == BLOCK_GROUP)
+            packets.push_back(packetOf(id, content, time));
+    });
+    return packets;
 }
 
 /// The duration of a frame of the first track, in nanoseconds; 0 if it is not known.
@@ -95,8 +98,7 @@ quint64 frameDurationIn(const QByteArray &tracks)
 
 QStringList packetOutput()
 {
-    // Each packet becomes a cluster, so that the stream can be divided before any of them, and is written at
-    // once.
+    // Small clusters, each written at once, so that packets do not wait for others.
     return {"-f",
             "matroska",
             "-cluster_size_limit",
@@ -196,7 +198,7 @@ bool PacketBuffer::readElement()
     if (count < 0 || count > LARGEST_ELEMENT || !take(content, count))
         return false;
     if (id == CLUSTER)
-        return add(packetIn(id + size, content));
+        return add(packetsIn(content));
     addToHeader(id + size, id, content);
     return true;
 }
@@ -211,14 +213,16 @@ void PacketBuffer::addToHeader(const QByteArray &start, const QByteArray &id, co
 }
 
 /// Waits while the buffer is full. Returns false if the packets are to be discarded.
-bool PacketBuffer::add(Packet packet)
+bool PacketBuffer::add(std::vector<Packet> packets)
 {
     constexpr qint64 LARGEST_SIZE = 64 << 20;
     std::unique_lock<std::mutex> lock(mMutex);
     mChange.wait(lock, [this] { return mIsDiscarding || mSize < LARGEST_SIZE; });
     mHasHeader = true;
-    mSize += packet.bytes.size();
-    mPackets.push_back(std::move(packet));
+    for (Packet &packet : packets) {
+        mSize += packet.bytes.size();
+        mPackets.push_back(std::move(packet));
+    }
     mChange.notify_all();
     return !mIsDiscarding;
 }

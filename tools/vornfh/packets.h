@@ -14,12 +14,13 @@
 #include <deque>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 // While ffmpeg records, it does not write files but a stream of packets, which this process divides: each
 // packet goes to exactly one file, and none is lost between two of them. The stream is Matroska, because any
 // codec fits into it and the length of each packet is known.
 
-/// A packet of the stream, with what the muxer needs to read it.
+/// A packet of the stream, as part of a stream.
 struct Packet {
     QByteArray bytes;
     qint64 time = 0;    // in milliseconds
@@ -66,7 +67,7 @@ private:
     void readAll();
     bool readElement();
     void addToHeader(const QByteArray &start, const QByteArray &id, const QByteArray &content);
-    bool add(Packet packet);
+    bool add(std::vector<Packet> packets);
     bool take(QByteArray &bytes, qint64 count);
     bool readMore();
 
