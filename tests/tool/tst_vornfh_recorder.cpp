@@ -23,6 +23,8 @@ class VornfhRecorderTest : public QObject
 private slots:
     void segmentsLoseNothing_data();
     void segmentsLoseNothing();
+    void segmentsKeepTheFrameRate_data();
+    void segmentsKeepTheFrameRate();
     void segmentsTakeFreeNumbers_data();
     void segmentsTakeFreeNumbers();
     void aSegmentIsFinishedWhileTheNextIsRecorded();
@@ -177,6 +179,32 @@ void VornfhRecorderTest::segmentsLoseNothing()
         QCOMPARE(pictures, packetsOf(whole, "v"));
     QVERIFY(sound == soundOf(whole));
     QCOMPARE(tree(tool.sd()).size(), 1 + count * (type == "wav" ? 1 : 2)); // nothing else is left
+}
+
+void VornfhRecorderTest::segmentsKeepTheFrameRate_data()
+{
+    QTest::addColumn<QByteArray>("type");
+    QTest::addColumn<QByteArray>("rate");
+    for (const QByteArray type : {"avi", "mkv"}) {
+        for (const QByteArray rate : {"25/1", "30000/1001", "25/2", "1/1", "120/1"})
+            QTest::newRow(type + "-" + rate) << type << rate;
+    }
+}
+
+void VornfhRecorderTest::segmentsKeepTheFrameRate()
+{
+    QFETCH(QByteArray, type);
+    QFETCH(QByteArray, rate);
+    const ToolRun tool;
+    QCOMPARE(tool.runOnStorages({"record", "sd", "--type", type, "--segment", "3", "--duration", "6",
+                                 "--input-format", "lavfi", "--input", "testsrc2=size=64x48:rate=" + rate}),
+             tool.success(paths(1, 2, type)));
+    for (const QByteArray &path : linesOf(tool.expand(paths(1, 2, type)))) {
+        const QString file = QString::fromUtf8(path);
+        QCOMPARE(probe(file, "stream=avg_frame_rate"), rate);
+        QCOMPARE(whyNotPlayable(file), QByteArray());
+        QVERIFY(!packetsOf(file, "v").contains(QByteArray())); // no frame is left out
+    }
 }
 
 void VornfhRecorderTest::segmentsTakeFreeNumbers_data()

@@ -80,15 +80,16 @@ std::vector<Packet> packetsIn(const QByteArray &cluster)
 }
 
 /// The duration of a frame of the first track, in nanoseconds; 0 if it is not known.
-quint64 frameDurationIn(const QByteArray &tracks)
+qint64 frameDurationIn(const QByteArray &tracks)
 {
-    quint64 duration = 0;
+    qint64 duration = 0;
     bool isFirst = true;
     forEachElement(tracks, [&](const QByteArray &id, const QByteArray &track) {
         if (id != TRACK || !std::exchange(isFirst, false))
             return;
         forEachElement(track, [&](const QByteArray &part, const QByteArray &value) {
-            duration = part == FRAME_DURATION ? ebmlNumber(value) : duration;
+            if (part == FRAME_DURATION)
+                duration = static_cast<qint64>(ebmlNumber(value));
         });
     });
     return duration;
@@ -155,7 +156,14 @@ void PacketBuffer::discard()
 
 QString PacketBuffer::frameRate() const
 {
-    return mFrameDuration == 0 ? QString() : QString("%1/%2").arg(NANOSECONDS).arg(mFrameDuration);
+    if (mFrameDuration == 0)
+        return QString();
+    for (const qint64 scale : {1000, 1001}) { // 25 or 30000/1001: the duration is rounded to nanoseconds
+        const qint64 frames = qRound64(double(NANOSECONDS * scale) / double(mFrameDuration) / 1000) * 1000;
+        if (frames > 0 && qAbs(NANOSECONDS * scale / frames - mFrameDuration) <= 1)
+            return QString("%1/%2").arg(frames).arg(scale);
+    }
+    return QString("%1/%2").arg(NANOSECONDS).arg(mFrameDuration);
 }
 
 Clock::duration PacketBuffer::silence() const

@@ -75,7 +75,7 @@ private:
     QByteArray mRead; // from the stream, from mTaken on not taken yet
     int mTaken = 0;
     QByteArray mHeader;
-    quint64 mFrameDuration = 0; // in nanoseconds
+    qint64 mFrameDuration = 0; // in nanoseconds
     std::deque<Packet> mPackets;
     qint64 mSize = 0; // of the packets
     bool mHasHeader = false;

@@ -224,12 +224,12 @@ public:
 private:
     std::unique_ptr<Segment> begin()
     {
+        Pipe pipe;
         std::unique_ptr<Segment> segment;
         mProgress.print([&] {
             mSpace.makeRoom();
             segment = std::make_unique<Segment>(mSettings, limited(requireSpace(mSettings)));
         });
-        Pipe pipe;
         mCapture.emplace(inputArguments(mSettings, segment->path()) + codecArguments(mSettings)
                              + packetOutput(),
                          -1, pipe.input.get());
