@@ -581,6 +581,10 @@ void PowerCutTest::reportedIsKept_data()
         Scenario{Scenario::InPlace, CARD, {"record", "sd", "--type", "avi", "--duration", "0.2"}});
     row("record-a-matroska-video",
         Scenario{Scenario::InPlace, CARD, {"record", "sd", "--type", "mkv", "--duration", "0.2"}});
+    row("record-in-segments",
+        Scenario{Scenario::InPlace,
+                 CARD,
+                 {"record", "sd", "--type", "wav", "--duration", "2.5", "--segment", "1"}});
     row("record-after-number-9999", Scenario{Scenario::InPlace,
                                              {"sd/DCIM/100ABC/DCF_9999.wav = last"},
                                              {"record", "sd", "--type", "jpg"}});

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Preloaded into the tool: lets something happen exactly between two steps of a command. Immediately before
 // call number AT_CALL_COUNT of the function AT_CALL, or before each call if it is 0, a shell runs
-// AT_CALL_SCRIPT.
+// AT_CALL_SCRIPT. With PRETEND_FAT, every file system looks like FAT.
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
@@ -9,7 +9,9 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/file.h>
+#include <sys/vfs.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -111,5 +113,14 @@ ssize_t sendfile(int to, int from, off_t *offset, size_t length) noexcept
     static const auto next = real<ssize_t(int, int, off_t *, size_t)>("sendfile");
     announce("sendfile");
     return next(to, from, offset, length);
+}
+
+int statfs(const char *path, struct statfs *status) noexcept
+{
+    static const auto next = real<int(const char *, struct statfs *)>("statfs");
+    const int result = next(path, status);
+    if (*valueOf("PRETEND_FAT") != '\0')
+        status->f_type = MSDOS_SUPER_MAGIC;
+    return result;
 }
 }

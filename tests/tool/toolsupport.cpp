@@ -142,22 +142,30 @@ bool ToolRun::dropPrivileges()
     return run({"--version"}).exitCode == 0;
 }
 
-bool ToolRun::runBefore(const QByteArray &call, const QByteArray &script, int count)
+bool ToolRun::preload()
 {
 #ifdef AT_CALL_PATH
     environment.insert("LD_PRELOAD", AT_CALL_PATH);
-    environment.insert("AT_CALL", call);
-    environment.insert("AT_CALL_COUNT", QString::number(count));
-    environment.insert("AT_CALL_SCRIPT", QString::fromUtf8(script));
     // AddressSanitizer need not be the first library.
     environment.insert("ASAN_OPTIONS", environment.value("ASAN_OPTIONS") + ":verify_asan_link_order=0");
     return true;
 #else
-    Q_UNUSED(call)
-    Q_UNUSED(script)
-    Q_UNUSED(count)
     return false;
 #endif
+}
+
+bool ToolRun::runBefore(const QByteArray &call, const QByteArray &script, int count)
+{
+    environment.insert("AT_CALL", call);
+    environment.insert("AT_CALL_COUNT", QString::number(count));
+    environment.insert("AT_CALL_SCRIPT", QString::fromUtf8(script));
+    return preload();
+}
+
+bool ToolRun::pretendFat()
+{
+    environment.insert("PRETEND_FAT", "yes");
+    return preload();
 }
 
 QString ToolRun::toolPath()

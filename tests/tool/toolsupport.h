@@ -61,6 +61,8 @@ public:
     /// that the tool makes, before each call if it is 0; the functions are those in atcall.cpp. To the
     /// script, the tool is $PPID. Returns false if that is not possible.
     bool runBefore(const QByteArray &call, const QByteArray &script, int count = 1);
+    /// From now on, every file system looks like FAT to the tool. Returns false if that is not possible.
+    bool pretendFat();
 
     QString path() const { return mDirectory.path(); }
     QString sd() const { return path() + "/sd/DCIM"; }
@@ -80,6 +82,7 @@ public:
 
 private:
     void start(QProcess &process, const QByteArrayList &arguments) const;
+    bool preload();
 
     QTemporaryDir mDirectory;
     QByteArray mLauncher; // the start of the command line, before the tool

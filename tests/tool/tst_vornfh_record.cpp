@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "media.h"
+#include "recordings.h"
 #include "standins.h"
 #include "toolsupport.h"
 
 #include <QSet>
-#include <QStandardPaths>
 #include <QTest>
-#include <QtEndian>
 
 #include <algorithm>
 #include <csignal>
@@ -61,63 +60,6 @@ private slots:
 };
 
 namespace {
-
-/// The start of a script for ffmpeg: the path to write is the last argument, after "file:".
-const QByteArray FIND_TARGET = "for target; do :; done\ntarget=${target#file:}\n";
-const QByteArray WRITE_DATA = FIND_TARGET + "echo data > \"$target\"\n";
-
-/// The end of a script that does not end by itself. The tool signals the whole process group, so "sleep" ends
-/// too.
-const QByteArray WAIT_FOR_SIGNAL = "trap 'exit 255' INT\nwhile :; do sleep 0.05; done\n";
-
-/// The start of a script that is ffmpeg only when it records. The real one, $real, closes recordings and
-/// makes thumbnails.
-QByteArray onlyToRecord()
-{
-    const QByteArray real = QStandardPaths::findExecutable("ffmpeg").toUtf8(); // not a stand-in yet
-    return "real='" + real + "'\ncase \" $* \" in *' -fs '*) ;; *) exec \"$real\" \"$@\";; esac\n"
-           + FIND_TARGET;
-}
-
-/// What ffprobe prints about @p entries of a file.
-QByteArray probe(const QString &file, const QString &entries, const QStringList &options = {})
-{
-    return outputOf("ffprobe", QStringList{"-v", "error", "-of", "csv=p=0"} + options
-                                   + QStringList{"-show_entries", entries, file})
-        .simplified();
-}
-
-/// The number of packets in a recording.
-int packetsIn(const QString &file)
-{
-    return outputOf("ffprobe", {"-v", "error", "-of", "csv=p=0", "-show_entries", "packet=pts", file})
-        .count('\n');
-}
-
-/// Returns what is wrong with a recording that any player should show to its end; empty if nothing is.
-QByteArray whyNotPlayable(const QString &file)
-{
-    const QByteArray packets = outputOf(
-        "ffprobe", {"-v", "error", "-of", "csv=p=0", "-show_entries", "packet=pts_time,duration_time", file});
-    double end = 0;
-    for (const QByteArray &packet : packets.trimmed().split('\n'))
-        end = std::max(end, packet.split(',').value(0).toDouble() + packet.split(',').value(1).toDouble());
-    const double duration = probe(file, "format=duration").toDouble();
-    if (end <= 0 || qAbs(duration - end) > 0.1)
-        return "its duration is " + QByteArray::number(duration) + ", and its last packet ends at "
-               + QByteArray::number(end);
-    const QByteArray content = contentOf(file);
-    const qint64 size = qFromLittleEndian<quint32>(content.constData() + 4);
-    if (content.startsWith("RIFF") && size != content.size() - 8)
-        return "the size in its header is " + QByteArray::number(size);
-    return QByteArray();
-}
-
-/// The number of the process that wrote it to @p file.
-pid_t processIn(const ToolRun &tool, const QString &file)
-{
-    return tool.content(file).trimmed().toInt();
-}
 
 /// Whether process @p number handles @p signal instead of being ended by it.
 bool isHandling(qint64 number, int signal)
@@ -745,7 +687,7 @@ void VornfhRecordTest::refusesWrongValues_data()
         QTest::newRow(name) << options << message;
     };
     const QByteArray outsideCount = " is not a number from 1 to 9999";
-    const QByteArray outsideDuration = " is not a number from 0.1 to 86400";
+    const QByteArray outsideDuration = " is not 0 or a number from 0.1 to 86400";
     row("unknown-type", {"--type", "gif"}, "--type: gif not in {avi,mkv,jpg,png,wav}");
     row("count-zero", {"--count", "0"}, "--count: '0'" + outsideCount);
     row("count-not-a-number", {"--count", "many"}, "--count: 'many'" + outsideCount);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "content.h"
 
+#include "ebml.h"
 #include "errors.h"
 #include "files.h"
 
@@ -253,24 +254,6 @@ Verdict damageOfRiff(const Reader &file, const QByteArray &head, const MediaType
 }
 
 // Matroska
-
-/// Reads the size of an EBML element; -1 if it is unknown or @p bytes is too short.
-qint64 ebmlSize(const QByteArray &bytes, int &length)
-{
-    const auto first = bytes.isEmpty() ? quint8(0) : static_cast<quint8>(bytes[0]);
-    length = 1;
-    while (length <= 8 && (first & (0x80 >> (length - 1))) == 0)
-        ++length;
-    if (length > 8 || bytes.size() < length)
-        return -1;
-    quint64 value = first & (0xFFU >> length);
-    quint64 unknown = 0xFFU >> length;
-    for (int i = 1; i < length; ++i) {
-        value = value << 8 | static_cast<quint8>(bytes[i]);
-        unknown = unknown << 8 | 0xFF;
-    }
-    return value == unknown ? -1 : static_cast<qint64>(value);
-}
 
 /// A Matroska file is an EBML header and a segment, whose size is unknown until it is closed.
 bool isMatroskaClosed(const Reader &file)

@@ -36,6 +36,9 @@ public:
     explicit UsageError(const QString &message) : std::runtime_error(message.toStdString()) {}
 };
 
+/// "OPTION: 'TEXT' is not WANTED".
+UsageError wrongValue(const QString &option, const QString &text, const QString &wanted);
+
 /// The system's text for an error number: "Permission denied".
 QString errorText(int error);
 

@@ -17,10 +17,17 @@
 
 namespace {
 
+const QStringList QUIET = {"-nostdin", "-hide_banner", "-loglevel", "error"};
+
 /// A program that does not outlive this process, and does not receive the signals that the terminal sends to
-/// this process.
+/// this process. The kernel treats the end of the thread that started it as the end of this process, so only
+/// the main thread may start one: prctl(2), "PR_SET_PDEATHSIG".
 class Child : public QProcess
 {
+public:
+    /// Descriptors for its standard input and output; -1 for those that QProcess sets up.
+    explicit Child(int input = -1, int output = -1) : mInput(input), mOutput(output) {}
+
 protected:
     void setupChildProcess() override
     {
@@ -28,38 +35,17 @@ protected:
         if (::getppid() != mParent) // the parent is already dead
             ::_exit(1);
         ::setpgid(0, 0);
+        if (mInput >= 0)
+            ::dup2(mInput, STDIN_FILENO);
+        if (mOutput >= 0)
+            ::dup2(mOutput, STDOUT_FILENO);
     }
 
 private:
     const pid_t mParent = ::getpid();
+    const int mInput;
+    const int mOutput;
 };
-
-/// Asks ffmpeg to finish its file, and kills it if it takes too long. If ffmpeg on PATH is a script, both
-/// signals reach the programs that it runs.
-void stop(QProcess &process)
-{
-    constexpr int TIME_TO_FINISH = 10000;
-    const auto group = -static_cast<pid_t>(process.processId());
-    ::kill(group, SIGINT);
-    if (process.waitForFinished(TIME_TO_FINISH))
-        return;
-    ::kill(group, SIGKILL);
-    process.waitForFinished(-1);
-}
-
-/// Waits for ffmpeg to exit and returns why it was stopped; empty if it was not.
-QString waitForEnd(QProcess &process, const WhyStop &whyStop)
-{
-    constexpr int INTERVAL = 100;
-    while (!process.waitForFinished(INTERVAL) && process.state() != QProcess::NotRunning) {
-        const QString reason = whyStop ? whyStop() : QString();
-        if (reason.isEmpty())
-            continue;
-        stop(process);
-        return reason;
-    }
-    return QString();
-}
 
 /// The last line that ffmpeg printed. A final "Conversion failed!" is skipped.
 QString lastLine(const QByteArray &text)
@@ -74,13 +60,13 @@ QString lastLine(const QByteArray &text)
     return lines.isEmpty() ? QString() : lines.last().trimmed();
 }
 
-QString failureOf(QProcess &process)
+QString failureOf(const QProcess &process, const QByteArray &errors)
 {
     if (process.error() == QProcess::FailedToStart)
         return "ffmpeg cannot be started: " + process.errorString();
     if (process.exitStatus() == QProcess::CrashExit)
         return QString("ffmpeg was killed by signal %1").arg(process.exitCode());
-    const QString reason = process.exitCode() == 0 ? QString() : lastLine(process.readAllStandardError());
+    const QString reason = process.exitCode() == 0 ? QString() : lastLine(errors);
     return process.exitCode() == 0 || !reason.isEmpty()
                ? reason
                : QString("ffmpeg exited with code %1").arg(process.exitCode());
@@ -101,6 +87,55 @@ void requireFfmpeg(const QString &what)
         throw Failure(QString("ffmpeg is not on PATH; %1 needs it").arg(what));
 }
 
+Ffmpeg::Ffmpeg(const QStringList &arguments, int input, int output)
+    : mProcess(std::make_unique<Child>(input, output))
+{
+    mProcess->setStandardInputFile(QProcess::nullDevice());
+    mProcess->start("ffmpeg", QUIET + arguments);
+}
+
+Ffmpeg::~Ffmpeg()
+{
+    if (waitForEnd(0))
+        return;
+    ::kill(-static_cast<pid_t>(mProcess->processId()), SIGKILL);
+    mProcess->kill(); // it may not have its process group yet
+    mProcess->waitForFinished(-1);
+}
+
+bool Ffmpeg::waitForEnd(int milliseconds)
+{
+    constexpr int LONGEST_ERRORS = 8192;
+    const bool hasEnded =
+        mProcess->waitForFinished(milliseconds) || mProcess->state() == QProcess::NotRunning;
+    mErrors = (mErrors + mProcess->readAllStandardError()).right(LONGEST_ERRORS);
+    return hasEnded;
+}
+
+void Ffmpeg::stop()
+{
+    constexpr int TIME_TO_FINISH = 10000;
+    if (waitForEnd(0))
+        return;
+    // If ffmpeg on PATH is a script, both signals reach the programs that it runs.
+    const auto group = -static_cast<pid_t>(mProcess->processId());
+    ::kill(group, SIGINT);
+    if (waitForEnd(TIME_TO_FINISH))
+        return;
+    ::kill(group, SIGKILL);
+    waitForEnd(-1);
+}
+
+QByteArray Ffmpeg::takeOutput()
+{
+    return mProcess->readAllStandardOutput();
+}
+
+QString Ffmpeg::failure()
+{
+    return failureOf(*mProcess, mErrors);
+}
+
 QStringList fileInput(const QString &path)
 {
     return {"-i", "file:" + path};
@@ -108,14 +143,18 @@ QStringList fileInput(const QString &path)
 
 QString runFfmpeg(const QStringList &arguments, const QString &path, const WhyStop &whyStop)
 {
-    Child process;
-    process.setStandardInputFile(QProcess::nullDevice());
-    process.setStandardOutputFile(QProcess::nullDevice());
+    constexpr int INTERVAL = 100;
     // The format is always given and the path begins with "file:", so nothing in the path is interpreted.
-    process.start("ffmpeg", QStringList{"-nostdin", "-hide_banner", "-loglevel", "error", "-y"} + arguments
-                                + QStringList{"file:" + path});
-    const QString stopped = waitForEnd(process, whyStop);
-    return stopped.isEmpty() ? failureOf(process) : stopped;
+    Ffmpeg process(QStringList{"-y"} + arguments + QStringList{"file:" + path});
+    while (!process.waitForEnd(INTERVAL)) {
+        const QByteArray output = process.takeOutput();
+        const QString reason = whyStop ? whyStop(output) : QString();
+        if (reason.isEmpty())
+            continue;
+        process.stop();
+        return reason;
+    }
+    return process.failure();
 }
 
 QString decodingErrorOf(const QString &path)
@@ -124,12 +163,13 @@ QString decodingErrorOf(const QString &path)
     Child process;
     process.setStandardInputFile(QProcess::nullDevice());
     process.setStandardOutputFile(QProcess::nullDevice());
-    process.start("ffmpeg", QStringList{"-nostdin", "-hide_banner", "-loglevel", "error"} + fileInput(path)
+    process.start("ffmpeg", QUIET + fileInput(path)
                                 + QStringList{"-map", "0:v?", "-map", "0:a?", "-fps_mode", "passthrough",
                                               "-f", "null", "-"});
     process.waitForFinished(-1);
-    const QString line = lastLine(process.readAllStandardError()).remove(ADDRESS);
-    return process.error() == QProcess::FailedToStart || line.isEmpty() ? failureOf(process) : line;
+    const QByteArray errors = process.readAllStandardError();
+    const QString line = lastLine(errors).remove(ADDRESS);
+    return process.error() == QProcess::FailedToStart || line.isEmpty() ? failureOf(process, errors) : line;
 }
 
 qint64 packetsIn(const QString &path, int limit)

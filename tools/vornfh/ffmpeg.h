@@ -6,12 +6,45 @@
 #include <QStringList>
 
 #include <functional>
+#include <memory>
+
+class QProcess;
 
 /// Throws Failure unless ffmpeg is on PATH; @p what needs it.
 void requireFfmpeg(const QString &what);
 
-/// Asked several times a second while ffmpeg runs: the reason to stop it, or an empty string.
-using WhyStop = std::function<QString()>;
+/// ffmpeg as a process beside this one. It is killed when the object is destroyed or this process dies.
+class Ffmpeg
+{
+public:
+    /// Starts it. @p input and @p output are descriptors for its standard input and output, of which it gets
+    /// copies; without one, it has no input, and takeOutput() returns its output.
+    explicit Ffmpeg(const QStringList &arguments, int input = -1, int output = -1);
+    ~Ffmpeg();
+    Ffmpeg(const Ffmpeg &) = delete;
+    Ffmpeg &operator=(const Ffmpeg &) = delete;
+
+    /// Waits until it has ended, but not longer than @p milliseconds. Returns whether it has. Call this
+    /// regularly: it also reads what ffmpeg prints.
+    bool waitForEnd(int milliseconds);
+
+    /// Asks it to finish its file, kills it if it does not, and waits for it.
+    void stop();
+
+    /// What it has written to standard output since the last call.
+    QByteArray takeOutput();
+
+    /// Returns why it failed; empty on success. It must have ended.
+    QString failure();
+
+private:
+    std::unique_ptr<QProcess> mProcess;
+    QByteArray mErrors; // the last ones that it printed
+};
+
+/// Asked several times a second while ffmpeg runs, with what it has written to standard output since: the
+/// reason to stop it, or an empty string.
+using WhyStop = std::function<QString(const QByteArray &output)>;
 
 /// Runs ffmpeg to write @p path, which must exist and is overwritten, and waits for it. To stop it, ffmpeg is
 /// asked to finish the file, and is killed if it does not. It is also killed when this process dies.

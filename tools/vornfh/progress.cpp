@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <limits>
+#include <utility>
 
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -38,6 +40,17 @@ QStringList partsOf(const ProgressState &state, const QString &of)
     return parts;
 }
 
+/// As many of @p parts, in this order, as fit in @p width columns.
+QString fitting(const QStringList &parts, const QString &separator, int width)
+{
+    QStringList found;
+    for (const QString &part : parts) {
+        if (!part.isEmpty() && (found + QStringList{part}).join(separator).size() <= width)
+            found.append(part);
+    }
+    return found.join(separator);
+}
+
 /// @p line with @p bar after it, as wide as the space allows.
 QString withBar(const QString &line, const ProgressState &state, int width)
 {
@@ -60,21 +73,16 @@ QString progressLine(const ProgressState &state, int width)
     const QString full = partsOf(state, " of ").join(", ");
     if (full.size() <= room)
         return withBar(full, state, room);
-    QStringList fitting;
-    for (const QString &part : partsOf(state, "/")) {
-        if ((fitting + QStringList{part}).join(" ").size() <= room)
-            fitting.append(part);
-    }
-    return withBar(fitting.join(" "), state, room);
+    return withBar(fitting(partsOf(state, "/"), " ", room), state, room);
 }
 
-Progress::Progress(int files, qint64 bytes) : mFiles(files), mBytes(bytes)
+ProgressLine::ProgressLine(Line line) : mLine(std::move(line))
 {
     if (::isatty(STDERR_FILENO))
         mThread = std::thread([this] { drawRepeatedly(); });
 }
 
-Progress::~Progress()
+ProgressLine::~ProgressLine()
 {
     {
         const std::lock_guard<std::mutex> lock(mMutex);
@@ -86,38 +94,59 @@ Progress::~Progress()
     erase();
 }
 
-void Progress::print(const std::function<void()> &printLines)
+void ProgressLine::print(const std::function<void()> &printLines)
 {
     const std::lock_guard<std::mutex> lock(mMutex);
     erase();
     printLines();
 }
 
-void Progress::erase()
+void ProgressLine::erase()
 {
     if (mIsDrawn)
         std::fputs("\r\x1b[K", stderr);
     mIsDrawn = false;
 }
 
-void Progress::drawRepeatedly()
+void ProgressLine::drawRepeatedly()
 {
     constexpr auto INTERVAL = std::chrono::milliseconds(200);
     std::unique_lock<std::mutex> lock(mMutex);
     while (!mIsEnding) {
-        std::fprintf(stderr, "\r%s\x1b[K", progressLine(state(), terminalWidth()).toUtf8().constData());
+        std::fprintf(stderr, "\r%s\x1b[K", mLine(terminalWidth()).toUtf8().constData());
         mIsDrawn = true;
         mEnd.wait_for(lock, INTERVAL);
     }
 }
 
+double Stopwatch::seconds() const
+{
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - mStart).count();
+}
+
+qint64 Stopwatch::rate(qint64 done) const
+{
+    return static_cast<qint64>(static_cast<double>(done) / std::max(seconds(), 0.001));
+}
+
 ProgressState Progress::state() const
 {
     const char *batchStage = mBatchStage;
-    return {mFilesDone,
-            mFiles,
-            mBytesDone,
-            mBytes,
-            std::chrono::duration<double>(std::chrono::steady_clock::now() - mStart).count(),
-            batchStage ? batchStage : mStage.load()};
+    return {mFilesDone, mFiles, mBytesDone, mBytes, mTime.seconds(), batchStage ? batchStage : mStage.load()};
+}
+
+void RecordingProgress::set(qint64 recorded, qint64 free)
+{
+    mRecorded = recorded;
+    mFree = free;
+}
+
+QString RecordingProgress::line(int width) const
+{
+    const qint64 rate = mTime.rate(mRecorded);
+    const bool isEndKnown = mHasEnd && rate > 0 && mFree < std::numeric_limits<qint64>::max();
+    return fitting({"recording " + durationText(static_cast<qint64>(mTime.seconds())), humanSize(mRecorded),
+                    humanSize(rate) + "/s",
+                    isEndKnown ? durationText(mFree / rate) + " left on the storage device" : QString()},
+                   ", ", width - 1);
 }

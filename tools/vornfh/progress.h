@@ -3,6 +3,7 @@
 #define PROGRESS_H
 
 #include <QString>
+#include <QStringList>
 
 #include <atomic>
 #include <chrono>
@@ -11,7 +12,7 @@
 #include <mutex>
 #include <thread>
 
-/// How far a transfer is.
+/// How far a transfer has progressed.
 struct ProgressState {
     int filesDone;
     int files;
@@ -25,26 +26,18 @@ struct ProgressState {
 /// rate and time left, as many as fit, and a bar if there is room for it.
 QString progressLine(const ProgressState &state, int width);
 
-/// A line on standard error that shows the progress of a transfer. Nothing is shown unless standard error is
-/// a terminal. A separate thread draws the line.
-class Progress
+/// A line on standard error that shows the progress of a command. Nothing is shown unless standard error is a
+/// terminal. A separate thread draws the line.
+class ProgressLine
 {
 public:
-    Progress(int files, qint64 bytes);
-    ~Progress();
-    Progress(const Progress &) = delete;
-    Progress &operator=(const Progress &) = delete;
+    /// Returns the line for a terminal with so many columns. Called in any thread.
+    using Line = std::function<QString(int width)>;
 
-    void addBytes(qint64 bytes) { mBytesDone += bytes; }
-    /// Sets the number of bytes that are done.
-    void setBytes(qint64 bytes) { mBytesDone = bytes; }
-    /// Counts files as done, whether or not they were copied.
-    void finishFiles(int files) { mFilesDone += files; }
-    /// Sets what is done with the current file, for example "copying".
-    void setStage(const char *stage) { mStage = stage; }
-    /// Sets what is done with the files before it, for example "flushing"; nullptr if nothing is. This is
-    /// shown instead of what is done with the current file.
-    void setBatchStage(const char *stage) { mBatchStage = stage; }
+    explicit ProgressLine(Line line);
+    ~ProgressLine();
+    ProgressLine(const ProgressLine &) = delete;
+    ProgressLine &operator=(const ProgressLine &) = delete;
 
     /// Erases the progress line, then calls @p printLines, which may write to standard output and standard
     /// error.
@@ -52,21 +45,83 @@ public:
 
 private:
     void drawRepeatedly();
-    ProgressState state() const;
     void erase();
 
-    const int mFiles;
-    const qint64 mBytes;
-    const std::chrono::steady_clock::time_point mStart = std::chrono::steady_clock::now();
-    std::atomic<int> mFilesDone{0};
-    std::atomic<qint64> mBytesDone{0};
-    std::atomic<const char *> mStage{"starting"};
-    std::atomic<const char *> mBatchStage{nullptr};
+    const Line mLine;
     bool mIsDrawn = false;
     bool mIsEnding = false;
     std::mutex mMutex;
     std::condition_variable mEnd;
     std::thread mThread;
+};
+
+/// The number of seconds since it was made.
+class Stopwatch
+{
+public:
+    double seconds() const;
+    /// @p done per second.
+    qint64 rate(qint64 done) const;
+
+private:
+    const std::chrono::steady_clock::time_point mStart = std::chrono::steady_clock::now();
+};
+
+/// The progress of a transfer.
+class Progress
+{
+public:
+    Progress(int files, qint64 bytes) : mFiles(files), mBytes(bytes) {}
+
+    void addBytes(qint64 bytes) { mBytesDone += bytes; }
+    /// Sets the number of bytes that are done.
+    void setBytes(qint64 bytes) { mBytesDone = bytes; }
+    /// Counts files as done, whether or not they were copied.
+    void finishFiles(int files) { mFilesDone += files; }
+    /// Sets what is happening to the current file, for example "copying".
+    void setStage(const char *stage) { mStage = stage; }
+    /// Sets what is happening to the files before it, for example "flushing"; nullptr for nothing. It is
+    /// shown instead of what is happening to the current file.
+    void setBatchStage(const char *stage) { mBatchStage = stage; }
+
+    /// As ProgressLine::print().
+    void print(const std::function<void()> &printLines) { mLine.print(printLines); }
+
+private:
+    ProgressState state() const;
+
+    const int mFiles;
+    const qint64 mBytes;
+    const Stopwatch mTime;
+    std::atomic<int> mFilesDone{0};
+    std::atomic<qint64> mBytesDone{0};
+    std::atomic<const char *> mStage{"starting"};
+    std::atomic<const char *> mBatchStage{nullptr};
+    // The last member: its thread uses the others.
+    ProgressLine mLine{[this](int width) { return progressLine(state(), width); }};
+};
+
+/// The progress of a recording.
+class RecordingProgress
+{
+public:
+    /// @p hasEnd: it ends when the storage device is full, so the line shows when that will be.
+    explicit RecordingProgress(bool hasEnd) : mHasEnd(hasEnd) {}
+
+    /// @p free: bytes that are left on the storage device.
+    void set(qint64 recorded, qint64 free);
+
+    /// As ProgressLine::print().
+    void print(const std::function<void()> &printLines) { mLine.print(printLines); }
+
+private:
+    QString line(int width) const;
+
+    const bool mHasEnd;
+    const Stopwatch mTime;
+    std::atomic<qint64> mRecorded{0};
+    std::atomic<qint64> mFree{0};
+    ProgressLine mLine{[this](int width) { return line(width); }}; // last: its thread uses the others
 };
 
 #endif // PROGRESS_H

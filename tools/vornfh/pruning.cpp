@@ -8,6 +8,7 @@
 #include "output.h"
 #include "signals.h"
 #include "temporary.h"
+#include "text.h"
 
 #include <QDir>
 #include <QFile>
@@ -189,7 +190,40 @@ private:
 
 } // namespace
 
+KeepFree KeepFree::parsed(const QString &text)
+{
+    constexpr qint64 WHOLE = 100;
+    const bool isPercent = text.endsWith('%');
+    const auto value = isPercent ? parsedSize(text.chopped(1)) : parsedSize(text);
+    if (!value || *value <= 0 || (isPercent && (*value >= WHOLE || !text[text.size() - 2].isDigit())))
+        throw wrongValue("--keep-free", text, "a size such as 2G or a percentage from 1% to 99%");
+    return isPercent ? KeepFree{0, static_cast<int>(*value)} : KeepFree{*value, 0};
+}
+
+qint64 KeepFree::bytesOn(const QString &path) const
+{
+    constexpr int WHOLE = 100;
+    const qint64 size = sizeOfFileSystem(path);
+    const qint64 wanted = percent > 0 ? size / WHOLE * percent : bytes;
+    if (size > 0 && wanted >= size)
+        throw UsageError(QString("--keep-free: %1 is not less than the size of the file system, %2")
+                             .arg(humanSize(wanted), humanSize(size)));
+    return wanted;
+}
+
 PruneResult prune(const Storage &storage, const PrunePolicy &policy, const PruneReport &report)
 {
     return Pruning(storage, policy, report).run();
+}
+
+QString unmetPolicies(const Storage &storage, const PrunePolicy &policy, const PruneResult &result)
+{
+    QStringList parts;
+    if (policy.keepFree && result.free < *policy.keepFree)
+        parts.append(
+            QString("%1 free instead of %2").arg(humanSize(result.free), humanSize(*policy.keepFree)));
+    if (policy.maxSize && result.left > *policy.maxSize)
+        parts.append(QString("the objects take %1 instead of %2")
+                         .arg(humanSize(result.left), humanSize(*policy.maxSize)));
+    return QString("%1: %2; no other object may be deleted").arg(storage.location, parts.join(", "));
 }

@@ -11,6 +11,18 @@
 #include <functional>
 #include <optional>
 
+/// The value of the option --keep-free: a size or a percentage of the file system.
+struct KeepFree {
+    qint64 bytes = 0;
+    int percent = 0; // 0 if bytes is set
+
+    /// Throws UsageError.
+    static KeepFree parsed(const QString &text);
+
+    /// The bytes on the file system of @p path. Throws UsageError if they are not less than its size.
+    qint64 bytesOn(const QString &path) const;
+};
+
 /// Which objects must go and which must stay.
 struct PrunePolicy {
     std::optional<qint64> keepFree; // bytes on the file system
@@ -40,5 +52,8 @@ using PruneReport = std::function<void(const QStringList &paths)>;
 /// being written, thumbnails that are alone and all other files are left alone. Whenever the power fails, no
 /// thumbnail is without its recording. Stops early if isStopped(). Throws Failure.
 PruneResult prune(const Storage &storage, const PrunePolicy &policy, const PruneReport &report);
+
+/// The message about space policies that do not hold.
+QString unmetPolicies(const Storage &storage, const PrunePolicy &policy, const PruneResult &result);
 
 #endif // PRUNING_H

@@ -5,22 +5,19 @@
 #include "durable.h"
 #include "errors.h"
 #include "ffmpeg.h"
-#include "media.h"
 
 #include <QFileInfo>
 
 using namespace VORN_FILE_HANDLER;
 
-namespace {
-
-/// ffmpeg's name for the container format of @p path.
-QString formatOf(const QString &path)
+QString containerOf(const MediaType &type)
 {
-    const MediaType *type = findType(path, Qt::CaseInsensitive);
-    return type->type == FILE_TYPE_VIDEO_MKV ? "matroska" : type->extension;
+    switch (type.kind) {
+    case PHOTO:
+    case THUMBNAIL: return "image2";
+    default: return type.type == FILE_TYPE_VIDEO_MKV ? "matroska" : type.extension;
+    }
 }
-
-} // namespace
 
 bool isClosed(const QString &path)
 {
@@ -33,19 +30,20 @@ void closeRecording(const QString &path)
     const auto fail = [&path](const QString &reason) {
         throw FileFailure(path, "cannot be closed: " + reason);
     };
+    const MediaType &type = *findType(path, Qt::CaseInsensitive);
     struct stat before = {};
     struct stat now = {};
     const bool isRead = readStatus(path, before);
     TemporaryFile closed(QFileInfo(path).path(), path);
     const QString reason = runFfmpeg(
-        fileInput(path) + QStringList{"-map", "0", "-c", "copy", "-f", formatOf(path)}, closed.path());
+        fileInput(path) + QStringList{"-map", "0", "-c", "copy", "-f", containerOf(type)}, closed.path());
     if (!reason.isEmpty())
         fail(reason);
     // ffprobe detects the container by its content, so the temporary file's name does not matter.
     const qint64 packets = packetsIn(path);
     if (packets < 0 || packetsIn(closed.path()) < packets)
         fail("not all of it can be read");
-    if (damageOf(closed.path(), *findType(path, Qt::CaseInsensitive)))
+    if (damageOf(closed.path(), type))
         fail("ffmpeg has not written all of it");
     if (isRead && !(readStatus(path, now) && isSameState(before, now)))
         fail("it was changed by another program in the meantime");

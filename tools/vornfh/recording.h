@@ -2,7 +2,12 @@
 #ifndef RECORDING_H
 #define RECORDING_H
 
+#include "media.h"
+
 #include <QString>
+
+/// ffmpeg's name for the container format of a type.
+QString containerOf(const MediaType &type);
 
 /// Returns whether a video or audio file is complete. One whose writer was killed is not, and most players
 /// refuse it. True for other types of files.

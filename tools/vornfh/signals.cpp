@@ -7,7 +7,7 @@ namespace {
 
 constexpr int STOP_SIGNALS[] = {SIGINT, SIGTERM, SIGHUP};
 
-volatile std::sig_atomic_t stopped = 0;
+volatile std::sig_atomic_t stopped = 0; // the number of the signal
 
 void setAction(void (*handler)(int))
 {
@@ -22,9 +22,9 @@ void setAction(void (*handler)(int))
     }
 }
 
-void stop(int)
+void stop(int number)
 {
-    stopped = 1;
+    stopped = number;
     setAction(SIG_DFL);
 }
 
@@ -38,4 +38,9 @@ void catchStopSignals()
 bool isStopped()
 {
     return stopped != 0;
+}
+
+int stopSignal()
+{
+    return stopped;
 }

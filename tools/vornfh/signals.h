@@ -8,4 +8,7 @@ void catchStopSignals();
 
 bool isStopped();
 
+/// The number of the signal that isStopped() reports; 0 if there is none.
+int stopSignal();
+
 #endif // SIGNALS_H

@@ -28,8 +28,8 @@ _vornfh_values()
             fi
             ;;
         --filter) _vornfh_reply -W 'dcim other all' -- "$2" ;;
-        --suffix | --count | --duration | --page-size | --keep-free | --max-size | --keep-last | --keep-within | \
-            --since | --folder)
+        --suffix | --count | --duration | --segment | --input-format | --size | --rate | --timeout | \
+            --page-size | --keep-free | --max-size | --keep-last | --keep-within | --since | --folder)
             COMPREPLY=()
             ;;
         *) return 1 ;;
@@ -40,7 +40,8 @@ _vornfh_values()
 _vornfh_options()
 {
     case $1 in
-        record) echo '--type --count --duration --input' ;;
+        record) echo '--type --count --duration --segment --loop --keep-free --input --input-format --size --rate
+                     --timeout' ;;
         folders) echo '--filter --json' ;;
         list) echo '--images --videos --audio --thumbs --filter --json' ;;
         count | info | status) echo '--json' ;;
@@ -97,8 +98,8 @@ _vornfh()
         word=${COMP_WORDS[i]}
         case $word in
             --config | --output | -o | --input | --mmc | --sd | --usb | --*-block | --type | --filter | \
-                --suffix | --count | --duration | --page-size | --keep-free | --max-size | --keep-last | \
-                --keep-within | --since | --folder)
+                --suffix | --count | --duration | --segment | --input-format | --size | --rate | --timeout | \
+                --page-size | --keep-free | --max-size | --keep-last | --keep-within | --since | --folder)
                 isValue=yes
                 continue
                 ;;

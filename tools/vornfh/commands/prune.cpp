@@ -2,7 +2,6 @@
 #include "commands.h"
 #include "device.h"
 #include "folders.h"
-#include "mounts.h"
 #include "output.h"
 #include "paths.h"
 #include "pruning.h"
@@ -13,6 +12,7 @@
 #include <QJsonObject>
 
 #include <memory>
+#include <optional>
 
 using namespace VORN_FILE_HANDLER;
 
@@ -21,40 +21,22 @@ namespace {
 struct Request {
     eStorageType storage = STORAGE_MMC;
     PrunePolicy policy;
-    int keepFreePercent = 0;
+    std::optional<KeepFree> keepFree; // what policy.keepFree becomes
     bool isJson = false;
 
     bool hasPolicy() const
     {
-        return policy.hasSpacePolicy() || keepFreePercent > 0 || policy.keepLast > 0 || policy.keepWithin > 0;
+        return policy.hasSpacePolicy() || keepFree || policy.keepLast > 0 || policy.keepWithin > 0;
     }
 };
 
 /// The policy with a percentage as bytes. Throws UsageError if no object could be kept.
 PrunePolicy policyFor(const Storage &storage, const Request &request)
 {
-    constexpr int WHOLE = 100;
-    const qint64 size = sizeOfFileSystem(storage.location);
     PrunePolicy policy = request.policy;
-    if (request.keepFreePercent > 0)
-        policy.keepFree = size / WHOLE * request.keepFreePercent;
-    if (size > 0 && policy.keepFree && *policy.keepFree >= size)
-        throw UsageError(QString("--keep-free: %1 is not less than the size of the file system, %2")
-                             .arg(humanSize(*policy.keepFree), humanSize(size)));
+    if (request.keepFree)
+        policy.keepFree = request.keepFree->bytesOn(storage.location);
     return policy;
-}
-
-/// The message about space policies that do not hold.
-QString notMet(const Storage &storage, const PrunePolicy &policy, const PruneResult &result)
-{
-    QStringList parts;
-    if (policy.keepFree && result.free < *policy.keepFree)
-        parts.append(
-            QString("%1 free instead of %2").arg(humanSize(result.free), humanSize(*policy.keepFree)));
-    if (policy.maxSize && result.left > *policy.maxSize)
-        parts.append(QString("the objects take %1 instead of %2")
-                         .arg(humanSize(result.left), humanSize(*policy.maxSize)));
-    return QString("%1: %2; no other object may be deleted").arg(storage.location, parts.join(", "));
 }
 
 QJsonObject toJson(const Storage &storage, const QStringList &deleted, const PruneResult &result)
@@ -103,7 +85,7 @@ ExitCode pruneStorage(const Storage &storage, const Request &request)
     if (result.isInterrupted)
         throw Failure("interrupted after deleting " + counted(result.objects, "object"));
     if (!result.isMet)
-        printError(notMet(storage, policy, result));
+        printError(unmetPolicies(storage, policy, result));
     if (result.failures > 0)
         throw Failure(counted(result.failures, "object") + " not deleted");
     return result.isMet ? DONE : NOT_MET;
@@ -111,22 +93,9 @@ ExitCode pruneStorage(const Storage &storage, const Request &request)
 
 // The command line
 
-UsageError wrongValue(const QString &option, const QString &text, const QString &wanted)
-{
-    return UsageError(QString("%1: '%2' is not %3").arg(option, text, wanted));
-}
-
 void setKeepFree(Request &request, const QString &text)
 {
-    constexpr qint64 WHOLE = 100;
-    const bool isPercent = text.endsWith('%');
-    const auto value = isPercent ? parsedSize(text.chopped(1)) : parsedSize(text);
-    if (!value || *value <= 0 || (isPercent && (*value >= WHOLE || !text[text.size() - 2].isDigit())))
-        throw wrongValue("--keep-free", text, "a size such as 2G or a percentage from 1% to 99%");
-    if (isPercent)
-        request.keepFreePercent = static_cast<int>(*value);
-    else
-        request.policy.keepFree = *value;
+    request.keepFree = KeepFree::parsed(text);
 }
 
 void setMaxSize(Request &request, const QString &text)

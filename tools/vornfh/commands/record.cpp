@@ -1,29 +1,22 @@
 // SPDX-License-Identifier: MIT
-#include "claim.h"
 #include "commands.h"
 #include "device.h"
-#include "durable.h"
 #include "ffmpeg.h"
-#include "files.h"
+#include "folders.h"
 #include "media.h"
-#include "mounts.h"
 #include "numbering.h"
-#include "objects.h"
-#include "output.h"
 #include "paths.h"
-#include "recording.h"
+#include "pruning.h"
+#include "recorder.h"
+#include "segments.h"
 #include "signals.h"
 #include "text.h"
 
-#include <QFile>
-#include <QFileInfo>
+#include <QRegularExpression>
 
-#include <cerrno>
-#include <chrono>
+#include <functional>
 #include <memory>
-
-#include <fcntl.h>
-#include <unistd.h>
+#include <optional>
 
 using namespace VORN_FILE_HANDLER;
 
@@ -33,208 +26,163 @@ struct Request {
     eStorageType storage = STORAGE_MMC;
     std::string type = "avi";
     int count = 1;
-    double duration = 2;
-    std::string input;
+    std::optional<double> duration;
+    bool isLoop = false;
+    KeepFree keepFree = {0, 10};
+    RecorderSettings settings; // the others
 };
 
-struct Recording {
-    Storage storage;
-    MediaType type;
-    double duration;
-    QString input; // empty for the test picture and tone
-};
-
-/// A moving picture and a tone; a photo is tinted by its number, so that consecutive ones differ.
-QString testSource(Kind kind, int number)
+void requireSensible(const RecorderSettings &settings, const Request &request)
 {
-    const QString picture = "testsrc2=size=640x480:rate=25";
-    const QString tone = "sine=frequency=440";
-    if (kind == AUDIO)
-        return tone;
-    return kind == VIDEO ? picture + "[out0];" + tone + "[out1]"
-                         : QString("%1,hue=h=%2").arg(picture).arg(number * 37 % 360);
+    const bool isPhoto = settings.type.kind == PHOTO;
+    if (settings.isSegmented() && isPhoto)
+        throw UsageError("--segment requires a --type of video or audio");
+    if (settings.isSegmented() && request.count > 1)
+        throw UsageError("--segment excludes --count");
+    if (settings.duration <= 0 && !isPhoto && request.count > 1)
+        throw UsageError("--count requires a --duration of more than 0");
+    if (request.isLoop && !settings.isSegmented() && request.count == 1)
+        throw UsageError("--loop requires --segment or a --count of more than 1");
 }
 
-QStringList inputArguments(const Recording &recording, const QString &path)
+RecorderSettings settingsFor(const Storage &storage, const Request &request)
 {
-    if (recording.input.isEmpty())
-        return {"-f", "lavfi", "-i", testSource(recording.type.kind, fileNumber(path))};
-    if (recording.input.startsWith("/dev/video"))
-        return {"-f", "v4l2", "-i", recording.input};
-    return {"-i", recording.input};
+    constexpr double USUAL_DURATION = 2;
+    RecorderSettings settings = request.settings;
+    settings.storage = storage;
+    settings.type = typeOf(QString::fromStdString(request.type));
+    settings.duration = request.duration.value_or(settings.isSegmented() ? 0 : USUAL_DURATION);
+    requireSensible(settings, request);
+    if (request.isLoop)
+        settings.keepFree = request.keepFree.bytesOn(nearestExisting(storage.location));
+    return settings;
 }
 
-QStringList outputArguments(const Recording &recording)
+ExitCode recordSeveral(const RecorderSettings &settings, int count)
 {
-    static const QStringList PICTURE = {"-map", "0:v:0", "-frames:v", "1", "-update", "1", "-f", "image2"};
-    static const QStringList VIDEO_STREAMS = {"-map", "0:v:0", "-map", "0:a:0?"};
-    const QStringList end = {"-t", QString::number(recording.duration, 'f', 3), "-abort_on", "empty_output"};
-    switch (recording.type.type) {
-    case FILE_TYPE_IMAGE_JPEG:
-        return PICTURE + QStringList{"-c:v", "mjpeg", "-pix_fmt", "yuvj420p", "-q:v", "3"};
-    case FILE_TYPE_IMAGE_PNG: return PICTURE + QStringList{"-c:v", "png"};
-    case FILE_TYPE_AUDIO_WAV:
-        return QStringList{"-map", "0:a:0", "-c:a", "pcm_s16le"} + end + QStringList{"-f", "wav"};
-    case FILE_TYPE_VIDEO_MKV:
-        return VIDEO_STREAMS + QStringList{"-c:v", "mpeg4", "-pix_fmt", "yuv420p", "-q:v", "5", "-c:a", "aac"}
-               + end + QStringList{"-f", "matroska"};
-    default:
-        return VIDEO_STREAMS
-               + QStringList{"-c:v", "mjpeg", "-pix_fmt", "yuvj420p", "-q:v", "5", "-c:a", "pcm_s16le"} + end
-               + QStringList{"-f", "avi"};
-    }
-}
-
-const QString FULL = "the storage device is full";
-
-/// Space left free for the index that ffmpeg writes at the end, and for the thumbnail.
-constexpr qint64 RESERVE = 256 << 10;
-
-/// The sizes in the header of a WAV file have 32 bits.
-constexpr qint64 LARGEST_RIFF = 0xFFFFFFFF;
-
-/// The size at which ffmpeg ends a recording, and why.
-struct SizeLimit {
-    qint64 bytes;
-    QString reason;
-};
-
-/// The index of a recording takes less than a hundredth of its size. Throws Failure if nothing can be
-/// recorded.
-SizeLimit sizeLimit(const QString &folder, Kind kind)
-{
-    const auto withoutIndex = [](qint64 bytes) { return bytes - RESERVE - bytes / 64; };
-    const qint64 free = freeBytes(folder);
-    const qint64 largest = withoutIndex(kind == AUDIO ? LARGEST_RIFF : largestFile(folder));
-    if (withoutIndex(free) <= 0)
-        throw Failure(QString("%1: not enough space to record: %2 free").arg(folder, humanSize(free)));
-    if (withoutIndex(free) <= largest)
-        return {withoutIndex(free), FULL};
-    return {largest, "the file has reached the largest size of its format or of the file system"};
-}
-
-/// Decides whether ffmpeg must stop while it is writing a recording.
-class Watch
-{
-public:
-    explicit Watch(const QString &path) : mPath(path) {}
-
-    /// Returns why the recording must stop; empty while it need not.
-    QString whyStop()
-    {
-        if (isStopped())
-            return "interrupted";
-        if (freeBytes(QFileInfo(mPath).path()) < RESERVE / 2)
-            return FULL;
-        const auto now = std::chrono::steady_clock::now();
-        if (now - mLastFlush < INTERVAL)
-            return QString();
-        mLastFlush = now;
-        // ffmpeg writes to the page cache: only a flush shows that the storage device has been pulled out.
-        const Descriptor file = openFile(mPath, O_RDONLY | O_NONBLOCK);
-        mHasLostData = !file.isOpen() || ::fdatasync(file.get()) != 0;
-        return mHasLostData ? errorText(errno) : QString();
-    }
-
-    /// Returns whether a flush has failed. The kernel reports that only once: later flushes succeed although
-    /// the data is not on the device.
-    bool hasLostData() const { return mHasLostData; }
-
-private:
-    static constexpr auto INTERVAL = std::chrono::seconds(3);
-
-    const QString mPath;
-    std::chrono::steady_clock::time_point mLastFlush = std::chrono::steady_clock::now();
-    bool mHasLostData = false;
-};
-
-/// Deletes a file that ffmpeg has failed to write. Returns text to append to the error message; empty on
-/// success.
-QString discard(const QString &path)
-{
-    return ::unlink(QFile::encodeName(path).constData()) == 0
-               ? QString()
-               : "; the incomplete file cannot be deleted: " + errorText(errno);
-}
-
-/// Puts a small picture beside the recording @p path. Returns the reason for a failure; empty on success.
-QString makeThumbnail(const QString &path)
-{
-    const QString thumbnail = thumbnailOf(path);
-    if (!createExclusively(thumbnail))
-        return thumbnail + ": was created by another program and is left as it is";
-    const QString reason = writeThumbnail(path, thumbnail);
-    if (reason.isEmpty() && QFileInfo(thumbnail).size() > 0)
-        return QString();
-    return thumbnail + ": cannot be created" + (reason.isEmpty() ? QString() : ": " + reason)
-           + discard(thumbnail);
-}
-
-/// Closes a recording that ended early. Returns the reason for a failure; empty on success.
-QString keep(const QString &path)
-{
-    try {
-        if (!isClosed(path))
-            closeRecording(path);
-        return QString();
-    } catch (const FileFailure &failure) {
-        if (isClosed(path)) // and perhaps not on the device
-            throw;
-        return QString::fromUtf8(failure.what()) + "; it is kept as it is";
-    }
-}
-
-/// Runs ffmpeg and returns why the recording ended early; empty if it did not.
-QString run(const Recording &recording, const QString &path, const SizeLimit &limit, Watch &watch)
-{
-    const QString problem = runFfmpeg(inputArguments(recording, path) + outputArguments(recording)
-                                          + QStringList{"-fs", QString::number(limit.bytes)},
-                                      path, [&watch] { return watch.whyStop(); });
-    const qint64 size = QFileInfo(path).size();
-    if (problem.isEmpty() && size == 0)
-        return "ffmpeg wrote nothing";
-    return problem.isEmpty() && size >= limit.bytes ? limit.reason : problem;
-}
-
-/// Makes one recording and prints its path when it is on the device. A recording with content is kept,
-/// however it ended.
-ExitCode recordOne(const Recording &recording)
-{
-    const SizeLimit limit = sizeLimit(nearestExisting(recording.storage.location), recording.type.kind);
-    const QString path = claimPath(recording.storage, recording.type.type);
-    const Descriptor held = holdForWriting(path); // so that prune leaves it alone
-    removeLeftovers(QFileInfo(path).path());
-    Watch watch(path);
-    const QString problem = run(recording, path, limit, watch);
-    if (!problem.isEmpty() && !hasContent(path))
-        throw FileFailure(path, "recording failed: " + problem + discard(path));
-    QStringList problems;
-    if (!problem.isEmpty())
-        problems << path + ": recording ended early: " + problem << keep(path);
-    if (recording.type.kind != AUDIO)
-        problems << makeThumbnail(path);
-    problems.removeAll(QString());
-    const QString thumbnail = thumbnailOf(path);
-    flushWithFolders(QFile::exists(thumbnail) ? QStringList{path, thumbnail} : QStringList{path});
-    if (!watch.hasLostData())
-        printDone(printable(path));
-    for (const QString &text : problems)
-        printError(text);
-    return problems.isEmpty() ? DONE : FAILED;
-}
-
-ExitCode record(const Recording &recording, int count)
-{
-    requireFfmpeg("recording");
-    requireWritable(recording.storage);
-    catchStopSignals();
+    SpaceKeeper space(settings);
     for (int i = 0; i < count; ++i) {
         if (isStopped())
             throw Failure(QString("interrupted after %1 of %2 recordings").arg(i).arg(count));
-        if (recordOne(recording) != DONE)
+        space.makeRoom();
+        if (recordOne(settings) != DONE)
             return FAILED;
     }
     return DONE;
+}
+
+ExitCode record(const RecorderSettings &settings, int count)
+{
+    if (settings.keepFree)
+        requireNotRoot(settings.storage);
+    requireFfmpeg("recording");
+    requireWritable(settings.storage);
+    catchStopSignals();
+    return settings.isSegmented() ? recordSegments(settings) : recordSeveral(settings, count);
+}
+
+// The command line
+
+void setSegment(RecorderSettings &settings, const QString &text)
+{
+    constexpr qint64 LONGEST = 86400;
+    constexpr qint64 SMALLEST = 1 << 20;
+    bool isNumber = false;
+    const qint64 seconds = text.toLongLong(&isNumber);
+    settings.segmentSeconds = isNumber ? seconds : parsedAge(text).value_or(0);
+    settings.segmentBytes = isNumber ? 0 : parsedSize(text).value_or(0);
+    const bool isTime = settings.segmentSeconds > 0 && settings.segmentSeconds <= LONGEST;
+    if (!isTime && settings.segmentBytes < SMALLEST)
+        throw wrongValue("--segment", text,
+                         "a time of at most 24h, such as 60, 90s or 10m, or a size of at least 1M");
+}
+
+QString matching(const QString &text, const QString &pattern, const QString &option, const QString &wanted)
+{
+    if (!QRegularExpression(QRegularExpression::anchoredPattern(pattern)).match(text).hasMatch())
+        throw wrongValue(option, text, wanted);
+    return text;
+}
+
+void setFormat(RecorderSettings &settings, const QString &text)
+{
+    settings.input.format = matching(text, "[A-Za-z0-9_][A-Za-z0-9_,.-]*", "--input-format",
+                                     "the name of an ffmpeg format, such as v4l2");
+}
+
+void setSize(RecorderSettings &settings, const QString &text)
+{
+    settings.input.size =
+        matching(text, "[1-9][0-9]{0,4}x[1-9][0-9]{0,4}", "--size", "a size such as 1920x1080");
+}
+
+void setRate(RecorderSettings &settings, const QString &text)
+{
+    settings.input.rate = matching(text, "(?=[0.]*[1-9])[0-9]{1,9}(\\.[0-9]{1,9})?(/0*[1-9][0-9]{0,8})?",
+                                   "--rate", "a positive number or fraction, such as 25 or 30000/1001");
+}
+
+/// Adds an option whose value @p set checks and stores.
+CLI::Option *addChecked(CLI::App &command, const char *name, const std::function<void(const QString &)> &set,
+                        const char *type, const char *description)
+{
+    return command
+        .add_option_function<std::string>(
+            name, [=](const std::string &text) { set(fromCommandLine(text, name)); }, description)
+        ->type_name(type);
+}
+
+void addInputOptions(CLI::App &command, const std::shared_ptr<Request> &request)
+{
+    CLI::Option *input = addChecked(
+        command, "--input", [request](const QString &text) { request->settings.input.name = text; }, "INPUT",
+        "The source: /dev/video0 or any other ffmpeg input. Default: a moving test picture and a\n"
+        "tone, with --duration 0 at the speed of a camera");
+    const auto add = [&](const char *name, void (*set)(RecorderSettings &, const QString &), const char *type,
+                         const char *description) {
+        addChecked(
+            command, name, [=](const QString &text) { set(request->settings, text); }, type, description)
+            ->needs(input);
+    };
+    add("--input-format", setFormat, "FORMAT",
+        "The format of the input, as ffmpeg calls it. Default: v4l2 for /dev/video*");
+    add("--size", setSize, "WxH", "The picture size to request from the input");
+    add("--rate", setRate, "N|N/M", "The frame rate to request from the input");
+    command
+        .add_option("--timeout", request->settings.timeout,
+                    "End the recording if the input delivers nothing for this long")
+        ->check(between(0.1, 86400))
+        ->type_name("SECONDS")
+        ->capture_default_str();
+}
+
+void addSegmentOptions(CLI::App &command, const std::shared_ptr<Request> &request)
+{
+    addChecked(
+        command, "--segment", [request](const QString &text) { setSegment(request->settings, text); },
+        "SECONDS|SIZE",
+        "Begin a new number after this time or size, without losing a frame: 60, 90s, 10m, 100M, 2G");
+    CLI::Option *loop =
+        command.add_flag("--loop", request->isLoop,
+                         "Delete the oldest objects before each recording or segment, as prune does");
+    addChecked(
+        command, "--keep-free",
+        [request](const QString &text) { request->keepFree = KeepFree::parsed(text); }, "SIZE|PERCENT",
+        "How much of the storage device --loop keeps free. Default: 10%")
+        ->needs(loop);
+}
+
+/// Accepts 0 too.
+CLI::Validator durations()
+{
+    const auto check = [](const std::string &text) {
+        const CLI::Validator isInRange = between(0.1, 86400);
+        double value = 1;
+        const bool isZero = CLI::detail::lexical_cast(text, value) && value == 0;
+        return isZero || isInRange(text).empty() ? std::string()
+                                                 : "'" + text + "' is not 0 or a number from 0.1 to 86400";
+    };
+    return CLI::Validator(check, "");
 }
 
 } // namespace
@@ -243,10 +191,7 @@ void addRecord(CommandLine &line)
 {
     const auto request = std::make_shared<Request>();
     const auto run = [&line, request] {
-        const Storage storage = line.storages().require(request->storage);
-        return record({storage, typeOf(QString::fromStdString(request->type)), request->duration,
-                       fromCommandLine(request->input, "--input")},
-                      request->count);
+        return record(settingsFor(line.storages().require(request->storage), *request), request->count);
     };
     CLI::App &command = line.add(
         "record",
@@ -254,7 +199,9 @@ void addRecord(CommandLine &line)
         "videos\n"
         "get a thumbnail beside them. A recording that ends early, because it was interrupted (SIGINT, "
         "SIGTERM,\n"
-        "SIGHUP), the storage device is full or ffmpeg failed, is closed and kept if it has content",
+        "SIGHUP), the storage device is full, the input delivers nothing or ffmpeg failed, is closed and "
+        "kept if\n"
+        "it has content",
         run);
     addStorageArgument(command, request->storage);
     command.add_option("--type", request->type, "Type of the recordings")
@@ -265,14 +212,14 @@ void addRecord(CommandLine &line)
         ->check(between(1, LAST_FILE))
         ->type_name("N")
         ->capture_default_str();
-    command.add_option("--duration", request->duration, "Length of a video or audio recording")
-        ->check(between(0.1, 86400))
-        ->type_name("SECONDS")
-        ->capture_default_str();
     command
-        .add_option(
-            "--input", request->input,
-            "The source: /dev/video0 or any other ffmpeg input. Default: a moving test picture and a\n"
-            "tone")
-        ->type_name("INPUT");
+        .add_option("--duration", request->duration,
+                    "Length of a video or audio recording; 0: until SIGINT or SIGTERM. Default: 2, or 0 "
+                    "with\n"
+                    "--segment")
+        ->check(durations())
+        ->type_name("SECONDS");
+    addInputOptions(command, request);
+    addSegmentOptions(command, request);
+    command.footer("Example: vornfh --sd /mnt/sd/DCIM record sd --input /dev/video0 --segment 60 --loop");
 }

@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+#ifndef RECORDINGS_H
+#define RECORDINGS_H
+
+#include "toolsupport.h"
+
+// What the tests of "vornfh record" share: scripts that stand in for ffmpeg, and what a recording contains.
+
+/// The start of a script for ffmpeg: the path to write is the last argument, after "file:".
+inline const QByteArray FIND_TARGET = "for target; do :; done\ntarget=${target#file:}\n";
+inline const QByteArray WRITE_DATA = FIND_TARGET + "echo data > \"$target\"\n";
+
+/// The end of a script that does not end by itself. The tool signals the whole process group, so "sleep" ends
+/// too.
+inline const QByteArray WAIT_FOR_SIGNAL = "trap 'exit 255' INT\nwhile :; do sleep 0.05; done\n";
+
+/// The start of a script that is ffmpeg only when it is called with the argument @p argument, by default when
+/// it records into a file. The real one, $real, does the rest. Call this before there is a stand-in.
+QByteArray onlyToRecord(const QByteArray &argument = "-fs");
+
+/// What ffprobe prints about @p entries of a file.
+QByteArray probe(const QString &file, const QString &entries, const QStringList &options = {});
+
+/// The number of packets in a recording.
+int packetsIn(const QString &file);
+
+/// The packets of the stream @p stream, "v" or "a", in their order, each as its checksum.
+QByteArrayList packetsOf(const QString &file, const QString &stream);
+
+/// Returns what is wrong with a recording that any player should show to its end; empty if nothing is.
+QByteArray whyNotPlayable(const QString &file);
+
+/// The number of the process that wrote it to @p file.
+pid_t processIn(const ToolRun &tool, const QString &file);
+
+#endif // RECORDINGS_H
