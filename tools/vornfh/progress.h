@@ -11,7 +11,7 @@
 #include <mutex>
 #include <thread>
 
-/// How far a transfer is.
+/// How far a transfer has progressed.
 struct ProgressState {
     int filesDone;
     int files;
@@ -40,10 +40,10 @@ public:
     void setBytes(qint64 bytes) { mBytesDone = bytes; }
     /// Counts files as done, whether or not they were copied.
     void finishFiles(int files) { mFilesDone += files; }
-    /// Sets what is done with the current file, for example "copying".
+    /// Sets what is happening to the current file, for example "copying".
     void setStage(const char *stage) { mStage = stage; }
-    /// Sets what is done with the files before it, for example "flushing"; nullptr if nothing is. This is
-    /// shown instead of what is done with the current file.
+    /// Sets what is happening to the files before it, for example "flushing"; nullptr for nothing. It is
+    /// shown instead of what is happening to the current file.
     void setBatchStage(const char *stage) { mBatchStage = stage; }
 
     /// Erases the progress line, then calls @p printLines, which may write to standard output and standard
