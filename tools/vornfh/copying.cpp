@@ -228,7 +228,7 @@ void Transfer::add(std::unique_ptr<Source> source, bool mayEndBatch)
         if (!isRenamed)
             write(item);
         chooseName(item);
-        if (isRenamed) // here, because two threads would wait for each other at the locks of the folders
+        if (isRenamed) // not in the second thread, which would compete for the locks of the folders
             name(item);
     }
     if (!mBatch.empty() && mBatch.front().isRenamed() != item.isRenamed())

@@ -63,8 +63,8 @@ struct Copy {
 
 /// Copies or moves files into a folder, locked against other vornfh processes. The files are written under
 /// hidden names in batches. A second thread flushes a batch, reads it back from the device and compares it
-/// with the sources, gives the copies their names, flushes again, and then reports them and deletes the
-/// sources, while the next batch is written.
+/// with the sources, gives the copies their names, flushes again, deletes the sources if they are moved, and
+/// then reports the files, while the next batch is written.
 class Transfer
 {
 public:

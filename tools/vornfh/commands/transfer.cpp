@@ -37,7 +37,7 @@ ExitCode transferAll(const Request &request)
     requireWritable(request.storage);
     requireReadableFolder(request.storage.location);
     const int count = static_cast<int>(request.files.size());
-    std::vector<qint64> ends; // of the files, in the bytes of all
+    std::vector<qint64> ends; // where each file ends, counted in bytes over all files
     qint64 bytes = 0;
     for (const std::string &file : request.files)
         ends.push_back(bytes += sizeOf(file));
