@@ -633,7 +633,7 @@ void VornfhFaultsTest::namesAnEntryThatCannotBeRead_data()
     const QByteArray photo = "sd/DCIM/100ABC/DCF_0001.jpg";
     const QByteArray problem = "@/sd/DCIM/100ABC/DCF_0002.jpg: cannot be read: Input/output error";
     row("status", {"status", "sd"}, "\n  problem         " + problem + "\n", "");
-    row("next", {"next", "sd", "jpg"}, "@/sd/DCIM/100ABC/DCF_0003.jpg\n", errorLines({problem}));
+    row("next-that-writes-nothing", {"next", "sd", "jpg"}, "@/sd/DCIM/100ABC/DCF_0003.jpg\n", QByteArray());
     row("record", {"record", "sd", "--type", "wav", "--duration", "0.1"}, "@/sd/DCIM/100ABC/DCF_0003.wav\n",
         errorLines({problem}));
     row("copy", {"copy", "in/a.jpg", "sd", "100ABC"}, "@/in/a.jpg -> @/sd/DCIM/100ABC/a.jpg\n",

@@ -463,7 +463,7 @@ void VornfhGalleryTest::dividesALargeGallery()
     QCOMPARE(index.choices, QStringList());
     QCOMPARE(linksOf(index), (QStringList{"page-pages/1.html", "page-pages/2.html", "page-pages/3.html",
                                           "page-pages/4.html"}));
-    QCOMPARE(index.figures[1].caption.first(), QString("100ABC, part 2 of 3"));
+    QCOMPARE(index.figures[1].caption.first(), QString("100ABC (2 of 3)"));
     QCOMPARE(index.figures[3].caption.first(), QString("101ABC"));
     const QList<QStringList> others = {{"../page.html", "2.html"},
                                        {"../page.html", "1.html", "3.html"},

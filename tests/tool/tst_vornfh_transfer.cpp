@@ -424,7 +424,7 @@ void VornfhTransferTest::choosesTheNamesOfTheLibrary_data()
 
 void VornfhTransferTest::choosesTheNamesOfTheLibrary()
 {
-    constexpr int RUNS = 50;
+    constexpr int RUNS = 20;
     constexpr quint32 SEED = 20261122;
     QFETCH(QByteArray, command);
     qInfo("seed %u", SEED);

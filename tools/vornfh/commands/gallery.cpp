@@ -318,7 +318,7 @@ QVector<Part> writeParts(const Job &job, const PageFolder &pages)
             const bool isLast = f == job.folders.size() - 1 && i == parts.size() - 1;
             QString title = QFileInfo(folder).fileName();
             if (parts.size() > 1)
-                title += QString(", part %1 of %2").arg(i + 1).arg(parts.size());
+                title += QString(" (%1 of %2)").arg(i + 1).arg(parts.size());
             const Items &items = parts.at(i);
             written.append(
                 {{title, encodedLink(pages.linkTo(number)), totalsOf(items), items.first()}, folder});

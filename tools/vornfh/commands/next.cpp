@@ -24,10 +24,11 @@ ExitCode printNext(const Storage &storage, const MediaType &type)
     const QString folder = QFileInfo(path).path();
     requireFolder(folder);
     requireReadable(folder);
-    reportUnreadable(folder);
     printLine(path);
-    if (!created.isEmpty())
-        printIfLost({created});
+    if (created.isEmpty())
+        return DONE; // nothing is written, and asking for every entry would take longer than everything else
+    reportUnreadable(storage.location);
+    printIfLost({created});
     return DONE;
 }
 
