@@ -634,6 +634,8 @@ void VornfhFaultsTest::namesAnEntryThatCannotBeRead_data()
     const QByteArray problem = "@/sd/DCIM/100ABC/DCF_0002.jpg: cannot be read: Input/output error";
     row("status", {"status", "sd"}, "\n  problem         " + problem + "\n", "");
     row("next-that-writes-nothing", {"next", "sd", "jpg"}, "@/sd/DCIM/100ABC/DCF_0003.jpg\n", QByteArray());
+    row("next-that-creates-a-folder", {"next", "usb", "jpg"}, "@/usb/DCIM/100ABC/DCF_0001.jpg\n",
+        errorLines({"@/usb/DCIM/MISC: cannot be read: Input/output error"}), "usb/DCIM/MISC");
     row("record", {"record", "sd", "--type", "wav", "--duration", "0.1"}, "@/sd/DCIM/100ABC/DCF_0003.wav\n",
         errorLines({problem}));
     row("copy", {"copy", "in/a.jpg", "sd", "100ABC"}, "@/in/a.jpg -> @/sd/DCIM/100ABC/a.jpg\n",
@@ -658,7 +660,7 @@ void VornfhFaultsTest::namesAnEntryThatCannotBeRead()
     QFETCH(QByteArray, entry);
     const Situation situation = {{"in/a.jpg = a",
                                   "sd/DCIM/100ABC/DCF_0001.jpg = " + pictureData("jpg", QSize(32, 24)),
-                                  "sd/DCIM/100ABC/DCF_0002.jpg", "sd/DCIM/MISC/"},
+                                  "sd/DCIM/100ABC/DCF_0002.jpg", "sd/DCIM/MISC/", "usb/DCIM/MISC/"},
                                  arguments,
                                  false};
     const Run run = runWith({"fstatat", 1, true, EIO}, situation, entry);

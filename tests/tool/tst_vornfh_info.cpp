@@ -366,7 +366,7 @@ void VornfhInfoTest::isOtherwiseThatOfTheLibrary()
         QCOMPARE(::truncate(QFile::encodeName(path).constData(), size), 0);
     const QJsonObject found = tool.run({"info", "--json", file.toUtf8()}).json().array()[0].toObject();
     Metadata expected;
-    VORN_FILE_HANDLER::VornFileHandler::getMetadata(QFileInfo(path), expected);
+    VornFileHandler::getMetadata(QFileInfo(path), expected);
     QCOMPARE(found["type"].toInt(), static_cast<int>(expected.mType));
     QCOMPARE(found["name"].toString(), expected.mFileName);
     QCOMPARE(found["size"].toDouble(), static_cast<double>(expected.mSize));

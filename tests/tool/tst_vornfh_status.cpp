@@ -571,7 +571,7 @@ void VornfhStatusTest::showsTheLargestFile_data()
     QTest::addColumn<QByteArray>("line");
     QTest::addColumn<QJsonValue>("value");
     QTest::newRow("fat") << QStringList{"mkfs.vfat"} << QByteArray("4.0 GiB (4294967295 B)")
-                         << QJsonValue(4294967295);
+                         << QJsonValue(4294967295.0);
     QTest::newRow("ext4") << QStringList{"mkfs.ext4", "-q", "-F"} << QByteArray("no limit") << QJsonValue();
 }
 

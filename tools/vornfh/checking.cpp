@@ -49,7 +49,7 @@ struct Result : CheckResult {
 struct Entry {
     QByteArray path;
     QByteArray bytes;
-    std::optional<QString> name; // nullopt if the bytes are not valid UTF-8
+    QString name; // null if the bytes are not valid UTF-8
     mode_t mode = 0;
     qint64 size = 0;
     int error = 0; // why the status cannot be read
@@ -69,7 +69,8 @@ std::optional<std::vector<Entry>> readEntries(const QByteArray &path)
         struct stat status = {};
         const int error = ::fstatat(folder, name.constData(), &status, AT_SYMLINK_NOFOLLOW) == 0 ? 0 : errno;
         isPermitted = isPermitted && error != EACCES;
-        entries.push_back({path + "/" + name, name, decoded(name), status.st_mode, status.st_size, error});
+        entries.push_back({path + "/" + name, name, decoded(name).value_or(QString()), status.st_mode,
+                           status.st_size, error});
     });
     if (!isPermitted)
         errno = EACCES;
@@ -110,12 +111,12 @@ std::optional<int> objectNumber(const QString &name)
 /// Returns whether the name can be examined further.
 bool checkName(const Entry &entry, Result &result)
 {
-    if (!entry.name) {
+    if (entry.name.isNull()) {
         result.add(entry.path, "not-utf8", "the name is not valid UTF-8: the library never lists it");
         return false;
     }
     QString ascii; // other characters have no meaning in a shell
-    std::copy_if(entry.name->begin(), entry.name->end(), std::back_inserter(ascii),
+    std::copy_if(entry.name.begin(), entry.name.end(), std::back_inserter(ascii),
                  [](QChar c) { return c.unicode() < 0x80; });
     const int place = unsafeCharacter(ascii);
     if (place >= 0)
@@ -129,8 +130,8 @@ bool checkName(const Entry &entry, Result &result)
 
 void checkFileNumber(const Entry &file, Result &result)
 {
-    const QString prefix = file.name->left(4);
-    const auto number = objectNumber(*file.name);
+    const QString prefix = file.name.left(4);
+    const auto number = objectNumber(file.name);
     if (prefix.compare("DCF_", Qt::CaseInsensitive) != 0)
         result.add(file.path, "file-number", "does not begin with 'DCF_': the numbering ignores it");
     else if (number && *number == 0)
@@ -143,7 +144,7 @@ void checkFileNumber(const Entry &file, Result &result)
                 .arg(prefix));
     else if (number)
         return;
-    else if (const auto seen = toNumber(file.name->left(8).remove("DCF_")))
+    else if (const auto seen = toNumber(file.name.left(8).remove("DCF_")))
         result.add(
             file.path, "file-number",
             QString("does not have exactly four digits after 'DCF_': the numbering reads it as number %1, "
@@ -159,7 +160,7 @@ void checkFileNumber(const Entry &file, Result &result)
 void checkFolderByDcf(const Entry &folder, Result &result)
 {
     static const QRegularExpression NAME("^[1-9][0-9]{2}[A-Z0-9_]{5}$");
-    if (result.options.isDcf && !NAME.match(folder.name->toUpper()).hasMatch())
+    if (result.options.isDcf && !NAME.match(folder.name.toUpper()).hasMatch())
         result.add(folder.path, "dcf-folder",
                    "is not a name of the camera standard (DCF): a number from 100 to 999 and five characters "
                    "A-Z 0-9 _");
@@ -168,7 +169,7 @@ void checkFolderByDcf(const Entry &folder, Result &result)
 void checkFileByDcf(const Entry &file, Result &result)
 {
     static const QRegularExpression NAME("^[A-Z0-9_]{4}(?!0000)[0-9]{4}$");
-    const QFileInfo name(*file.name);
+    const QFileInfo name(file.name);
     const QString suffix = name.suffix().toUpper();
     if (!result.options.isDcf)
         return;
@@ -197,8 +198,8 @@ Folder folderOf(const std::vector<Entry> &files)
 {
     Folder folder = {files, {}, {}, false};
     for (const Entry &file : files) {
-        const MediaType *type = findType(*file.name, Qt::CaseInsensitive);
-        const QString base = QFileInfo(*file.name).completeBaseName();
+        const MediaType *type = findType(file.name, Qt::CaseInsensitive);
+        const QString base = QFileInfo(file.name).completeBaseName();
         folder.hasThumbnails |= type && type->kind == THUMBNAIL;
         if (!type || (type->kind != PHOTO && type->kind != VIDEO))
             continue;
@@ -235,7 +236,7 @@ void checkContent(const Entry &file, const MediaType &type, const QString &recor
 
 void checkFile(const Entry &file, const Folder &folder, Result &result)
 {
-    const MediaType *type = findType(*file.name, Qt::CaseInsensitive);
+    const MediaType *type = findType(file.name, Qt::CaseInsensitive);
     if (!type) {
         result.add(
             file.path, "file-type",
@@ -244,7 +245,7 @@ void checkFile(const Entry &file, const Folder &folder, Result &result)
                 .arg(extensions().join(", ")));
         return;
     }
-    const QString base = QFileInfo(*file.name).completeBaseName();
+    const QString base = QFileInfo(file.name).completeBaseName();
     const bool isThumbnail = type->kind == THUMBNAIL;
     const QString recording = isThumbnail ? folder.recordings.value(base) : QString();
     const bool isAlone = isThumbnail && !folder.pictures.contains(base); // reported by checkGroups()
@@ -253,7 +254,7 @@ void checkFile(const Entry &file, const Folder &folder, Result &result)
                    recording.isEmpty() ? Remedy::Delete : Remedy::MakeThumbnail, recording);
     else if (file.size > 0 && result.options.hasContents && !isAlone)
         checkContent(file, *type, recording, result);
-    const QString extension = QFileInfo(*file.name).suffix();
+    const QString extension = QFileInfo(file.name).suffix();
     if (extension != type->extension)
         result.add(file.path, "file-case",
                    QString("ends in '.%1' instead of '.%2': the library lists it as a file of unknown type")
@@ -269,14 +270,14 @@ void checkGroups(const Folder &folder, Result &result)
     QMap<int, QByteArray> owners;
     QList<const Entry *> thumbnails;
     for (const Entry &file : folder.files) {
-        const MediaType *type = findType(*file.name, Qt::CaseInsensitive);
+        const MediaType *type = findType(file.name, Qt::CaseInsensitive);
         if (!type)
             continue;
         if (type->kind == THUMBNAIL) {
             thumbnails.append(&file);
             continue;
         }
-        const auto number = objectNumber(*file.name);
+        const auto number = objectNumber(file.name);
         if (number && owners.contains(*number))
             result.add(file.path, "file-duplicate",
                        QString("has the same number as %1: a player may show only one of them, or neither")
@@ -285,7 +286,7 @@ void checkGroups(const Folder &folder, Result &result)
             owners.insert(*number, file.bytes);
     }
     for (const Entry *file : thumbnails) {
-        if (!folder.pictures.contains(QFileInfo(*file->name).completeBaseName()))
+        if (!folder.pictures.contains(QFileInfo(file->name).completeBaseName()))
             result.add(file->path, "thumb-alone", "the photo or video of this thumbnail is missing",
                        Remedy::Delete);
     }
@@ -296,8 +297,8 @@ void checkThumbnails(const Folder &folder, Result &result)
 {
     QSet<QString> missing = QSet<QString>(folder.recordings.keyBegin(), folder.recordings.keyEnd());
     for (const Entry &file : folder.files) {
-        if (kindOf(file.name->toLower()) == THUMBNAIL)
-            missing.remove(QFileInfo(*file.name).completeBaseName());
+        if (kindOf(file.name.toLower()) == THUMBNAIL)
+            missing.remove(QFileInfo(file.name).completeBaseName());
     }
     for (auto recording = folder.recordings.begin(); recording != folder.recordings.end(); ++recording) {
         const QString path = recording.value();
@@ -310,7 +311,7 @@ void checkThumbnails(const Folder &folder, Result &result)
 /// Reports hidden media files. Other hidden files are ignored.
 void checkHidden(const Entry &entry, Result &result)
 {
-    if (entry.isFile() && entry.name && findType(*entry.name, Qt::CaseInsensitive))
+    if (entry.isFile() && !entry.name.isNull() && findType(entry.name, Qt::CaseInsensitive))
         result.add(entry.path, "hidden-file", "the name begins with '.': the library never lists it");
 }
 
@@ -374,8 +375,8 @@ void checkObject(const NumberedFolder &folder, const Object &object, Result &res
     const QByteArray path = QFile::encodeName(folder.path);
     std::vector<Entry> files;
     for (const ObjectFile &file : object.files)
-        files.push_back(
-            {path + "/" + file.name, file.name, decoded(file.name), file.mode, file.size, file.error});
+        files.push_back({path + "/" + file.name, file.name, decoded(file.name).value_or(QString()), file.mode,
+                         file.size, file.error});
     const Folder content = folderOf(files);
     for (const Entry &file : files) {
         if (checkReadable(file, result))
@@ -389,15 +390,15 @@ void checkObject(const NumberedFolder &folder, const Object &object, Result &res
 void checkFolderName(const Entry &folder, Result &result)
 {
     const QString suffix = VornFileHandler::mFolderSuffix;
-    const auto number = toNumber(QString(*folder.name).remove(suffix));
-    const auto looseNumber = toNumber(QString(*folder.name).remove(suffix, Qt::CaseInsensitive));
+    const auto number = toNumber(QString(folder.name).remove(suffix));
+    const auto looseNumber = toNumber(QString(folder.name).remove(suffix, Qt::CaseInsensitive));
     const int current = result.numbering.folder;
     if (!number && looseNumber)
         result.add(folder.path, "folder-case",
                    QString("its suffix differs from '%1' in case: the numbering ignores it").arg(suffix));
     else if (!number)
         result.add(folder.path, "folder-number", "has no number before the suffix: the numbering ignores it");
-    else if (folderName(*number) != *folder.name)
+    else if (folderName(*number) != folder.name)
         result.add(folder.path, "folder-number",
                    QString("the numbering reads it as folder %1 and looks for files in %2")
                        .arg(QString::number(*number), folderName(*number)));
@@ -415,7 +416,7 @@ void checkOther(const Entry &entry, Result &result)
 {
     const QString suffix = VornFileHandler::mFolderSuffix;
     const bool isNamedAsFolder =
-        entry.name->endsWith(suffix) && toNumber(QString(*entry.name).remove(suffix)).has_value();
+        entry.name.endsWith(suffix) && toNumber(QString(entry.name).remove(suffix)).has_value();
     if (entry.isFolder())
         checkLeftovers(entry.path, result);
     else if (isNamedAsFolder)
@@ -455,14 +456,14 @@ CheckResult checkStorage(const Storage &storage, const CheckOptions &options)
     for (const Entry &entry : *entries) {
         if (entry.isHidden() || !checkName(entry, result) || !checkReadable(entry, result))
             continue;
-        const auto number = entry.isFolder() ? playersNumber(*entry.name) : std::nullopt;
+        const auto number = entry.isFolder() ? playersNumber(entry.name) : std::nullopt;
         if (number && owners.contains(*number))
             result.add(entry.path, "folder-duplicate",
                        QString("has the same number as %1: a player may show only one of them, or neither")
                            .arg(QString::fromUtf8(owners[*number])));
         else if (number)
             owners.insert(*number, entry.bytes);
-        if (!listed.contains(*entry.name)) {
+        if (!listed.contains(entry.name)) {
             checkOther(entry, result);
             continue;
         }

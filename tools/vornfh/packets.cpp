@@ -6,6 +6,7 @@
 #include <QtEndian>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <utility>
 
@@ -250,21 +251,19 @@ bool PacketBuffer::take(QByteArray &bytes, qint64 count)
 /// Waits for bytes of the stream. Returns false at its end, or if they are to be discarded.
 bool PacketBuffer::readMore()
 {
-    constexpr int BLOCK = 1 << 16;
     constexpr int INTERVAL = 100; // milliseconds
+    std::array<char, 1 << 16> block;
     mRead.remove(0, std::exchange(mTaken, 0));
-    const int before = mRead.size();
-    mRead.resize(before + BLOCK);
     pollfd stream = {mStream.get(), POLLIN, 0};
     mWaitingSince = Clock::now().time_since_epoch().count();
     ssize_t count = -1;
     while (!mIsDiscarding && count < 0) {
         if (::poll(&stream, 1, INTERVAL) > 0)
-            count = ::read(stream.fd, mRead.data() + before, BLOCK);
+            count = ::read(stream.fd, block.data(), block.size());
         if (count < 0 && stream.revents != 0 && errno != EINTR)
             break;
     }
     mWaitingSince = 0;
-    mRead.resize(before + static_cast<int>(std::max<ssize_t>(count, 0)));
+    mRead.append(block.data(), static_cast<int>(std::max<ssize_t>(count, 0)));
     return count > 0;
 }
