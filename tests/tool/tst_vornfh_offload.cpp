@@ -26,7 +26,7 @@ const Tree CARD = {"100ABC/DCF_0001.jpg = photo", "100ABC/DCF_0001.thumb = small
 
 QByteArray nameOf(const QByteArray &entry)
 {
-    return entry.left(entry.indexOf(" = "));
+    return entry.contains(" = ") ? entry.left(entry.indexOf(" = ")) : entry;
 }
 
 QByteArrayList namesOf(const Tree &entries)
@@ -50,9 +50,8 @@ QByteArray lines(const QByteArrayList &files)
 {
     QByteArray text;
     for (const QByteArray &file : files) {
-        const int arrow = file.indexOf(" -> ");
-        text +=
-            "@/sd/DCIM/" + file.left(arrow) + " -> @/out/" + (arrow < 0 ? file : file.mid(arrow + 4)) + "\n";
+        const QByteArrayList names = QString::fromUtf8(file).split(" -> ").join('\n').toUtf8().split('\n');
+        text += "@/sd/DCIM/" + names.first() + " -> @/out/" + names.last() + "\n";
     }
     return text;
 }

@@ -493,11 +493,13 @@ void VornfhPruneTest::agreesWithTheRules()
         std::optional<TmpfsMount> card;
         if (hasMount)
             QVERIFY(card.emplace(tool.path() + "/sd", "size=1m").isMounted());
-        tool.make(onCard({}));
+        tool.make(onCard({})
+                  + Tree{"sd/filler = " + QByteArray(40 * PAGE, 'x')}); // more than --keep-free wants
         const QList<ModelFile> files = randomFiles(random);
         for (const ModelFile &file : files) {
-            tool.make(onCard({file.path + " size " + QByteArray::number(file.size) + " at "
-                              + QByteArray::number(file.isRecent ? now - 10 : now - 100000)}));
+            tool.make(onCard({file.path + " = " + QByteArray(file.size, 'x')})); // without holes
+            setModified(QFile::encodeName(tool.sd()) + "/" + file.path,
+                        (now - (file.isRecent ? 10 : 100000)) * 1000);
             setMode(tool, file.path, file.isProtected ? 0444 : 0644);
         }
         ModelPolicy policy = {!hasMount || random.bounded(2) == 0 ? -1 : PAGE * random.bounded(20),
@@ -542,6 +544,7 @@ void VornfhPruneTest::agreesWithTheRules()
             if (isFolder ? !isEmptied : left.contains(entry))
                 expected.append("sd/DCIM/" + entry);
         }
+        expected.append("sd/filler");
         const Outcome outcome = tool.runOnStorages(arguments);
         const QByteArray what = "round " + QByteArray::number(round) + ": " + arguments.join(' ') + "\n";
         QVERIFY2(tree(tool.path()) == expected,

@@ -154,14 +154,16 @@ void VornfhRepairTest::deletesWhatIsEmptyOrLeft_data()
     QTest::addColumn<QByteArrayList>("deleted");
     QTest::addColumn<Tree>("left");
     const QByteArray photo = "DCF_0001.jpg = " + wholeFile("jpg");
+    const QByteArray thumbnail = "DCF_0001.thumb = " + wholeFile("jpg"); // one in the folder: all need one
     row("empty-files", Tree{photo, "DCF_0002.jpg", "DCF_0003.wav"},
         QByteArrayList{"DCF_0002.jpg", "DCF_0003.wav"}, Tree{"DCF_0001.jpg"});
-    row("empty-recording-with-a-thumbnail", Tree{photo, "DCF_0002.avi", "DCF_0002.thumb = t"},
-        QByteArrayList{"DCF_0002.thumb", "DCF_0002.avi"}, Tree{"DCF_0001.jpg"});
-    row("empty-format-of-two", Tree{photo, "DCF_0001.avi", "DCF_0001.thumb = " + wholeFile("jpg")},
-        QByteArrayList{"DCF_0001.avi"}, Tree{"DCF_0001.jpg", "DCF_0001.thumb"});
-    row("thumbnails-alone", Tree{photo, "DCF_0002.thumb = t", "DCF_0003.thumb", "DCF_0004.wav"},
-        QByteArrayList{"DCF_0003.thumb", "DCF_0004.wav", "DCF_0002.thumb"}, Tree{"DCF_0001.jpg"});
+    row("empty-recording-with-a-thumbnail", Tree{photo, thumbnail, "DCF_0002.avi", "DCF_0002.thumb = t"},
+        QByteArrayList{"DCF_0002.thumb", "DCF_0002.avi"}, Tree{"DCF_0001.jpg", "DCF_0001.thumb"});
+    row("empty-format-of-two", Tree{photo, thumbnail, "DCF_0001.avi"}, QByteArrayList{"DCF_0001.avi"},
+        Tree{"DCF_0001.jpg", "DCF_0001.thumb"});
+    row("thumbnails-alone", Tree{photo, thumbnail, "DCF_0002.thumb = t", "DCF_0003.thumb", "DCF_0004.wav"},
+        QByteArrayList{"DCF_0003.thumb", "DCF_0004.wav", "DCF_0002.thumb"},
+        Tree{"DCF_0001.jpg", "DCF_0001.thumb"});
     row("leftovers", Tree{photo, ".vornfh-99999999-ABC123 = x", ".vornfh-99999999-ABCDEF/"},
         QByteArrayList{".vornfh-99999999-ABC123", ".vornfh-99999999-ABCDEF"}, Tree{"DCF_0001.jpg"});
     row("names-that-players-reject", Tree{"notes.txt", "IMG_0001.jpg = " + wholeFile("jpg"), ".DCF_0001.jpg"},
