@@ -199,7 +199,10 @@ QStringList codecArguments(const RecorderSettings &settings)
     case FILE_TYPE_IMAGE_PNG: return PICTURE + QStringList{"-c:v", "png"};
     case FILE_TYPE_AUDIO_WAV: return QStringList{"-map", "0:a:0", "-c:a", "pcm_s16le"} + end;
     case FILE_TYPE_VIDEO_MKV:
-        return VIDEO_STREAMS + QStringList{"-c:v", "mpeg4", "-pix_fmt", "yuv420p", "-q:v", "5", "-c:a", "aac"}
+        // A segment begins with a key frame. Without the option, a slow camera would have one in minutes.
+        return VIDEO_STREAMS + QStringList{"-c:v", "mpeg4", "-pix_fmt",          "yuv420p",
+                                           "-q:v", "5",     "-force_key_frames", "expr:gte(t,n_forced)",
+                                           "-c:a", "aac"}
                + end;
     default:
         return VIDEO_STREAMS
