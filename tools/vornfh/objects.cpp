@@ -44,15 +44,6 @@ bool comesBefore(const ObjectFile &one, const ObjectFile &other)
     return one.isThumbnail() != other.isThumbnail() ? other.isThumbnail() : one.name < other.name;
 }
 
-/// Returns whether the numbering uses the folder name @p name: not "0100ABC", whose files it would look for
-/// in 100ABC.
-bool isNumberedName(const QString &name)
-{
-    bool isNumber = false;
-    const int number = QString(name).remove(VornFileHandler::mFolderSuffix).toInt(&isNumber);
-    return isNumber && folderName(number) == name;
-}
-
 /// The paths with the base name of @p path and the extensions of the media files of @p kinds.
 QStringList siblingsOf(const QString &path, const QList<Kind> &kinds)
 {
@@ -166,7 +157,7 @@ QString NumberedFolder::pathOf(const ObjectFile &file) const
 NumberedFolder readNumberedFolder(const QString &path)
 {
     NumberedFolder folder = {path, objectsIn(path)};
-    const auto isOther = [](const Object &object) { return numberIn(object.base) == 0; };
+    const auto isOther = [](const Object &object) { return objectNumber(object.base) == 0; };
     folder.objects.erase(std::remove_if(folder.objects.begin(), folder.objects.end(), isOther),
                          folder.objects.end());
     return folder;
