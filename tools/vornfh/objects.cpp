@@ -106,6 +106,16 @@ std::vector<Object> objectsIn(const QString &folder)
     return objects;
 }
 
+/// Returns whether the resolved path @p path is one of the folders that numberedObjects() reads.
+bool isNumberedFolder(const QString &path, const Storage &storage)
+{
+    const QFileInfo folder(path);
+    const bool isListed = numberedFolders(storage).contains(folder.fileName());
+    requireReadToEnd(storage.location);
+    return folder.path() == QFileInfo(storage.location).canonicalFilePath()
+           && isNumberedName(folder.fileName()) && isListed;
+}
+
 } // namespace
 
 QByteArray basePath(const QByteArray &path)
@@ -182,13 +192,13 @@ std::vector<NumberedFolder> numberedObjects(const Storage &storage)
     return folders;
 }
 
-bool isNumberedFolder(const QString &path, const Storage &storage)
+const Storage &storageOfNumberedFolder(const QString &folder, const QString &path,
+                                       const QList<Storage> &storages)
 {
-    const QFileInfo folder(path);
-    const bool isListed = numberedFolders(storage).contains(folder.fileName());
-    requireReadToEnd(storage.location);
-    return folder.path() == QFileInfo(storage.location).canonicalFilePath()
-           && isNumberedName(folder.fileName()) && isListed;
+    const Storage *storage = storageOf(folder, storages);
+    if (!storage || !isNumberedFolder(folder, *storage))
+        throw FileFailure(path, "is not in a numbered folder of a configured storage device");
+    return *storage;
 }
 
 bool isProtectedMode(mode_t mode)
