@@ -18,6 +18,14 @@ namespace {
 
 const QString CANNOT_FLUSH = "cannot be flushed to the device: ";
 
+/// Waits until the content of an open file, and the metadata needed to find it, are on the device.
+void flushFile(int descriptor, const QString &path)
+{
+    // Some file systems cannot flush a folder and return EINVAL.
+    if (descriptor < 0 || (::fsync(descriptor) != 0 && errno != EINVAL))
+        throw FileFailure(path, CANNOT_FLUSH + errorText(errno));
+}
+
 /// Creates @p folder, which is @p wanted or a folder above it.
 void createOneFolder(const QString &folder, const QString &wanted)
 {
@@ -43,13 +51,6 @@ void createOneFolder(const QString &folder, const QString &wanted)
 }
 
 } // namespace
-
-void flushFile(int descriptor, const QString &path)
-{
-    // Some file systems cannot flush a folder and return EINVAL.
-    if (descriptor < 0 || (::fsync(descriptor) != 0 && errno != EINVAL))
-        throw FileFailure(path, CANNOT_FLUSH + errorText(errno));
-}
 
 void flushWithFolders(const QStringList &paths)
 {
