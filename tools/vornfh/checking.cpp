@@ -83,31 +83,6 @@ std::optional<std::vector<Entry>> readEntries(const QByteArray &path)
 
 // Names
 
-std::optional<int> toNumber(const QString &text)
-{
-    bool isNumber = false;
-    const int number = text.toInt(&isNumber);
-    return isNumber ? std::optional(number) : std::nullopt;
-}
-
-/// The number that a player reads from the name of a folder.
-std::optional<int> playersNumber(const QString &folder)
-{
-    static const QRegularExpression DIGITS("^([0-9]{3})(?![0-9])");
-    if (const auto number =
-            toNumber(QString(folder).remove(VornFileHandler::mFolderSuffix, Qt::CaseInsensitive)))
-        return number;
-    return toNumber(DIGITS.match(folder).captured(1));
-}
-
-/// The number of a media file whose name is four characters, four digits and an extension.
-std::optional<int> objectNumber(const QString &name)
-{
-    static const QRegularExpression NAME(QRegularExpression::anchoredPattern(".{4}([0-9]{4})\\.[^.]*"));
-    const auto match = NAME.match(name);
-    return match.hasMatch() ? toNumber(match.captured(1)) : std::nullopt;
-}
-
 /// Returns whether the name can be examined further.
 bool checkName(const Entry &entry, Result &result)
 {
@@ -130,13 +105,13 @@ bool checkName(const Entry &entry, Result &result)
 
 void checkFileNumber(const Entry &file, Result &result)
 {
-    const QString prefix = file.name.left(4);
-    const auto number = objectNumber(file.name);
-    if (prefix.compare("DCF_", Qt::CaseInsensitive) != 0)
+    const QString prefix = file.name.left(FILE_PREFIX.size());
+    const auto number = playersFileNumber(file.name);
+    if (prefix.compare(FILE_PREFIX, Qt::CaseInsensitive) != 0)
         result.add(file.path, "file-number", "does not begin with 'DCF_': the numbering ignores it");
     else if (number && *number == 0)
         result.add(file.path, "file-number", "has the number 0000: players accept 0001 to 9999");
-    else if (number && prefix != "DCF_")
+    else if (number && prefix != FILE_PREFIX)
         result.add(
             file.path, "file-case",
             QString("begins with '%1' instead of 'DCF_': the numbering ignores it and assigns its number "
@@ -144,7 +119,7 @@ void checkFileNumber(const Entry &file, Result &result)
                 .arg(prefix));
     else if (number)
         return;
-    else if (const auto seen = toNumber(file.name.left(8).remove("DCF_")))
+    else if (const auto seen = fileNumber(file.name))
         result.add(
             file.path, "file-number",
             QString("does not have exactly four digits after 'DCF_': the numbering reads it as number %1, "
@@ -277,7 +252,7 @@ void checkGroups(const Folder &folder, Result &result)
             thumbnails.append(&file);
             continue;
         }
-        const auto number = objectNumber(file.name);
+        const auto number = playersFileNumber(file.name);
         if (number && owners.contains(*number))
             result.add(file.path, "file-duplicate",
                        QString("has the same number as %1: a player may show only one of them, or neither")
@@ -390,15 +365,14 @@ void checkObject(const NumberedFolder &folder, const Object &object, Result &res
 void checkFolderName(const Entry &folder, Result &result)
 {
     const QString suffix = VornFileHandler::mFolderSuffix;
-    const auto number = toNumber(QString(folder.name).remove(suffix));
-    const auto looseNumber = toNumber(QString(folder.name).remove(suffix, Qt::CaseInsensitive));
+    const auto number = folderNumber(folder.name);
     const int current = result.numbering.folder;
-    if (!number && looseNumber)
+    if (!number && folderNumber(folder.name, Qt::CaseInsensitive))
         result.add(folder.path, "folder-case",
                    QString("its suffix differs from '%1' in case: the numbering ignores it").arg(suffix));
     else if (!number)
         result.add(folder.path, "folder-number", "has no number before the suffix: the numbering ignores it");
-    else if (folderName(*number) != folder.name)
+    else if (!isNumberedName(folder.name))
         result.add(folder.path, "folder-number",
                    QString("the numbering reads it as folder %1 and looks for files in %2")
                        .arg(QString::number(*number), folderName(*number)));
@@ -415,8 +389,7 @@ void checkFolderName(const Entry &folder, Result &result)
 void checkOther(const Entry &entry, Result &result)
 {
     const QString suffix = VornFileHandler::mFolderSuffix;
-    const bool isNamedAsFolder =
-        entry.name.endsWith(suffix) && toNumber(QString(entry.name).remove(suffix)).has_value();
+    const bool isNamedAsFolder = entry.name.endsWith(suffix) && folderNumber(entry.name);
     if (entry.isFolder())
         checkLeftovers(entry.path, result);
     else if (isNamedAsFolder)
@@ -456,7 +429,7 @@ CheckResult checkStorage(const Storage &storage, const CheckOptions &options)
     for (const Entry &entry : *entries) {
         if (entry.isHidden() || !checkName(entry, result) || !checkReadable(entry, result))
             continue;
-        const auto number = entry.isFolder() ? playersNumber(entry.name) : std::nullopt;
+        const auto number = entry.isFolder() ? playersFolderNumber(entry.name) : std::nullopt;
         if (number && owners.contains(*number))
             result.add(entry.path, "folder-duplicate",
                        QString("has the same number as %1: a player may show only one of them, or neither")

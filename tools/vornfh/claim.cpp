@@ -56,11 +56,10 @@ int createNumberedFolder(const Storage &storage, const Numbering &numbering, int
 
 /// Creates the folder of the next recording if the library would, but in such a way that a power failure
 /// cannot leave it unusable. Returns the numbering in it.
-Numbering createNextFolder(const Storage &storage, eFileTypes type)
+Numbering createNextFolder(const Storage &storage)
 {
     Numbering numbering = numberingOf(storage);
-    const bool isAdvancing = QFileInfo(nextPath(storage, numbering, type)).path() != numbering.folderPath;
-    const int folder = createNumberedFolder(storage, numbering, numbering.folder + (isAdvancing ? 1 : 0));
+    const int folder = createNumberedFolder(storage, numbering, numbering.nextFolder());
     if (folder != numbering.folder)
         numbering.lastFile = 0;
     numbering.folder = folder;
@@ -72,8 +71,9 @@ class NumberCounter
 {
 public:
     NumberCounter(const Storage &storage, eFileTypes type)
-        : mStorage(storage), mType(type), mNumbering(createNextFolder(storage, type)),
-          mPath(VornFileHandler::getNextFileName(storage.type, type)), mNumber(fileNumber(mPath))
+        : mStorage(storage), mType(type), mNumbering(createNextFolder(storage)),
+          mPath(VornFileHandler::getNextFileName(storage.type, type)),
+          mNumber(fileNumber(QFileInfo(mPath).fileName()).value_or(0))
     {
     }
 
@@ -103,21 +103,15 @@ private:
 
 } // namespace
 
-QString createRecordingFolder(const Storage &storage, eFileTypes type)
+QString createRecordingFolder(const Storage &storage)
 {
-    const Numbering numbering = numberingOf(storage);
-    if (QFileInfo(QFileInfo(nextPath(storage, numbering, type)).path()).isDir())
+    if (QFileInfo(VornFileHandler::getDirPath(storage.type, numberingOf(storage).nextFolder())).isDir())
         return QString();
     createFolder(storage.location);
     const LocationLock lock(storage.location);
-    const QString folder = VornFileHandler::getDirPath(storage.type, createNextFolder(storage, type).folder);
+    const QString folder = VornFileHandler::getDirPath(storage.type, createNextFolder(storage).folder);
     flushWithFolders({folder});
     return folder;
-}
-
-int fileNumber(const QString &path)
-{
-    return QFileInfo(path).completeBaseName().section('_', -1).toInt();
 }
 
 QString claimPath(const Storage &storage, eFileTypes type)

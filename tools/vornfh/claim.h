@@ -13,9 +13,6 @@ QString claimPath(const Storage &storage, VORN_FILE_HANDLER::eFileTypes type);
 
 /// Creates the folder of the next recording unless it exists, and waits until it is on the device. Returns
 /// the path of the folder; an empty string if it existed. Throws Failure.
-QString createRecordingFolder(const Storage &storage, VORN_FILE_HANDLER::eFileTypes type);
-
-/// The number in a file name that the library built.
-int fileNumber(const QString &path);
+QString createRecordingFolder(const Storage &storage);
 
 #endif // CLAIM_H

@@ -13,7 +13,6 @@
 #include <vector>
 
 #include <fcntl.h>
-#include <unistd.h>
 
 using namespace VORN_FILE_HANDLER;
 
@@ -39,20 +38,9 @@ public:
     QByteArray at(qint64 offset, int count) const
     {
         QByteArray bytes(count, '\0');
-        int filled = 0;
-        while (filled < count) {
-            const ssize_t part = ::pread(mFile.get(), bytes.data() + filled,
-                                         static_cast<size_t>(count - filled), offset + filled);
-            if (part < 0 && errno == EINTR)
-                continue;
-            if (part < 0)
-                throw Failure(
-                    QString("cannot be read at offset %1: %2").arg(offset + filled).arg(errorText(errno)));
-            if (part == 0)
-                break;
-            filled += static_cast<int>(part);
-        }
-        bytes.truncate(filled);
+        if (!readAt(mFile.get(), offset, bytes))
+            throw Failure(
+                QString("cannot be read at offset %1: %2").arg(offset + bytes.size()).arg(errorText(errno)));
         return bytes;
     }
 

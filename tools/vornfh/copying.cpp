@@ -57,17 +57,20 @@ ssize_t copyPart(int from, int to, off_t offset, size_t length)
         && (errno == EXDEV || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP || errno == EPERM);
     if (!isRefused)
         return count;
-    static thread_local std::vector<char> buffer(1 << 20);
-    const ssize_t read = ::pread(from, buffer.data(), std::min(length, buffer.size()), offset);
-    ssize_t written = 0;
-    while (written < read) {
-        const ssize_t part =
-            ::pwrite(to, buffer.data() + written, static_cast<size_t>(read - written), offset + written);
+    constexpr size_t BLOCK = 1 << 20;
+    static thread_local QByteArray buffer;
+    buffer.resize(static_cast<int>(std::min(length, BLOCK)));
+    if (!readAt(from, offset, buffer))
+        return -1;
+    int written = 0;
+    while (written < buffer.size()) {
+        const ssize_t part = ::pwrite(to, buffer.constData() + written,
+                                      static_cast<size_t>(buffer.size() - written), offset + written);
         if (part < 0 && errno != EINTR)
             return -1;
-        written += std::max<ssize_t>(0, part);
+        written += static_cast<int>(std::max<ssize_t>(0, part));
     }
-    return read;
+    return written;
 }
 
 } // namespace
@@ -144,11 +147,10 @@ QString Transfer::candidate(const QString &name, int counter) const
 /// overwrite an existing file.
 QString Transfer::freePath(const QString &name) const
 {
-    bool isEntry = false;
-    const auto isTaken = [this, &isEntry](const QString &one) {
-        struct stat status = {};
-        isEntry = readLinkStatus(one, status);
-        return mTaken.contains(one) || (isEntry && QFile::exists(one));
+    bool isThere = false;
+    const auto isTaken = [this, &isThere](const QString &one) {
+        isThere = isEntry(one);
+        return mTaken.contains(one) || (isThere && QFile::exists(one));
     };
     int counter = 0;
     QString path = candidate(name, counter);
@@ -158,7 +160,7 @@ QString Transfer::freePath(const QString &name) const
                 path, QString("exists, and so do the other %1 names with a counter").arg(LAST_COUNTER - 1));
         path = candidate(name, ++counter);
     }
-    if (isEntry)
+    if (isThere)
         throw FileFailure(path, "is a dangling symbolic link");
     return path;
 }

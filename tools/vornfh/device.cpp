@@ -18,11 +18,6 @@ QString missingForPresence()
     return missingProgram({"sh", "cat", "grep"});
 }
 
-QString notOnPath(const QString &program)
-{
-    return program + " is not on PATH";
-}
-
 QString whyUnknown(const Device &device, const QString &path)
 {
     if (device.block.isEmpty())
@@ -148,7 +143,12 @@ void reportProblems(const QString &path)
 void requireWritable(const Storage &storage)
 {
     requireMounted(storage);
-    reportProblems(storage.location);
-    if (isOnReadOnlyFileSystem(nearestExisting(storage.location)))
-        throw Failure(storage.location + ": is on a read-only file system");
+    requireWritable(storage.location);
+}
+
+void requireWritable(const QString &path)
+{
+    reportProblems(path);
+    if (isOnReadOnlyFileSystem(nearestExisting(path)))
+        throw Failure(path + ": is on a read-only file system");
 }

@@ -66,7 +66,10 @@ QStringList problemsOf(const QString &path);
 /// Prints problemsOf(@p path) on standard error. They are not failures: a camera must keep recording.
 void reportProblems(const QString &path);
 
-/// Throws Failure if requireMounted() does, or if the file system is read-only. Calls reportProblems().
+/// Throws Failure if the file system of @p path, or of the folder that it would be created in, is read-only.
+/// Calls reportProblems().
+void requireWritable(const QString &path);
+/// The same for the location of @p storage. Throws Failure also if requireMounted() does.
 void requireWritable(const Storage &storage);
 
 #endif // DEVICE_H

@@ -9,35 +9,22 @@
 #include <QFile>
 #include <QFileInfo>
 
-#include <algorithm>
 #include <cerrno>
-#include <vector>
 
 #include <fcntl.h>
 #include <unistd.h>
 
 namespace {
 
-/// Fills @p buffer from the file, beginning at @p offset. Returns the number of bytes, which is less only at
-/// the end of the file; on failure, returns -1 and sets errno.
-ssize_t readAt(int descriptor, std::vector<char> &buffer, off_t offset)
-{
-    size_t filled = 0;
-    while (filled < buffer.size()) {
-        const ssize_t count = ::pread(descriptor, buffer.data() + filled, buffer.size() - filled,
-                                      offset + static_cast<off_t>(filled));
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count < 0)
-            return -1;
-        if (count == 0)
-            break;
-        filled += static_cast<size_t>(count);
-    }
-    return static_cast<ssize_t>(filled);
-}
-
 const QString CANNOT_FLUSH = "cannot be flushed to the device: ";
+
+/// Waits until the content of an open file, and the metadata needed to find it, are on the device.
+void flushFile(int descriptor, const QString &path)
+{
+    // Some file systems cannot flush a folder and return EINVAL.
+    if (descriptor < 0 || (::fsync(descriptor) != 0 && errno != EINVAL))
+        throw FileFailure(path, CANNOT_FLUSH + errorText(errno));
+}
 
 /// Creates @p folder, which is @p wanted or a folder above it.
 void createOneFolder(const QString &folder, const QString &wanted)
@@ -64,13 +51,6 @@ void createOneFolder(const QString &folder, const QString &wanted)
 }
 
 } // namespace
-
-void flushFile(int descriptor, const QString &path)
-{
-    // Some file systems cannot flush a folder and return EINVAL.
-    if (descriptor < 0 || (::fsync(descriptor) != 0 && errno != EINVAL))
-        throw FileFailure(path, CANNOT_FLUSH + errorText(errno));
-}
 
 void flushWithFolders(const QStringList &paths)
 {
@@ -141,22 +121,20 @@ bool createExclusively(const QString &path)
 
 bool hasSameContent(int one, int other, const QString &path, QCryptographicHash *hash)
 {
-    constexpr size_t BLOCK = 1 << 20;
+    constexpr int BLOCK = 1 << 20;
     ::posix_fadvise(other, 0, 0, POSIX_FADV_DONTNEED); // drops cached pages that are already on the device
-    std::vector<char> expected(BLOCK);
-    std::vector<char> found(BLOCK);
-    for (off_t offset = 0;; offset += static_cast<off_t>(BLOCK)) {
-        const ssize_t count = readAt(one, expected, offset);
-        if (count < 0)
+    QByteArray expected(BLOCK, Qt::Uninitialized);
+    QByteArray found(BLOCK, Qt::Uninitialized);
+    for (off_t offset = 0;; offset += BLOCK) {
+        if (!readAt(one, offset, expected))
             throw FileFailure(path, errorText(errno));
-        const ssize_t foundCount = readAt(other, found, offset);
-        if (foundCount < 0)
+        if (!readAt(other, offset, found))
             throw FileFailure(path, "its copy cannot be read: " + errorText(errno));
-        if (count != foundCount || !std::equal(expected.begin(), expected.begin() + count, found.begin()))
+        if (expected != found)
             return false;
         if (hash)
-            hash->addData(found.data(), static_cast<int>(count));
-        if (count < static_cast<ssize_t>(BLOCK))
+            hash->addData(found);
+        if (found.size() < BLOCK)
             return true;
     }
 }

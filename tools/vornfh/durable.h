@@ -16,9 +16,6 @@ class QCryptographicHash;
 /// folders above them on the same file system, any of which may be new.
 void flushWithFolders(const QStringList &paths);
 
-/// Waits until the content of an open file, and the metadata needed to find it, are on the device.
-void flushFile(int descriptor, const QString &path);
-
 /// Waits until the entries of @p folder are on the device.
 void flushFolder(const QString &folder);
 

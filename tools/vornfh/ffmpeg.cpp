@@ -84,7 +84,7 @@ double fraction(const QString &text)
 void requireFfmpeg(const QString &what)
 {
     if (!missingProgram({"ffmpeg"}).isEmpty())
-        throw Failure(QString("ffmpeg is not on PATH; %1 needs it").arg(what));
+        throw Failure(QString("%1; %2 needs it").arg(notOnPath("ffmpeg"), what));
 }
 
 Ffmpeg::Ffmpeg(const QStringList &arguments, int input, int output)
@@ -191,7 +191,7 @@ Measured measure(const QString &path)
     Measured result;
     const QString missing = missingProgram({"ffprobe"});
     if (!missing.isEmpty()) {
-        result.failure = missing + " is not on PATH";
+        result.failure = notOnPath(missing);
         return result;
     }
     Child process;

@@ -3,6 +3,7 @@
 
 #include <QFile>
 
+#include <algorithm>
 #include <cerrno>
 #include <memory>
 #include <utility>
@@ -65,6 +66,21 @@ bool forEachEntry(const QString &folder, const std::function<void(int folder, co
             work(::dirfd(stream.get()), *entry);
     }
     return errno == 0;
+}
+
+bool readAt(int descriptor, off_t offset, QByteArray &bytes)
+{
+    int filled = 0;
+    ssize_t count = 1;
+    while (filled < bytes.size() && count != 0) {
+        count = ::pread(descriptor, bytes.data() + filled, static_cast<size_t>(bytes.size() - filled),
+                        offset + filled);
+        if (count < 0 && errno != EINTR)
+            break;
+        filled += static_cast<int>(std::max<ssize_t>(count, 0));
+    }
+    bytes.truncate(filled);
+    return count >= 0;
 }
 
 bool isSameFile(const struct stat &one, const struct stat &other)

@@ -2,6 +2,7 @@
 #ifndef FILES_H
 #define FILES_H
 
+#include <QByteArray>
 #include <QString>
 
 #include <functional>
@@ -44,6 +45,10 @@ bool isEntry(const QString &path);
 /// Calls @p work with the open folder and the entry for each entry of @p folder except "." and "..". Returns
 /// false and sets errno if the folder cannot be read to its end.
 bool forEachEntry(const QString &folder, const std::function<void(int folder, const dirent &entry)> &work);
+
+/// Fills @p bytes from the file, beginning at @p offset, and shortens it if the file ends before. Returns
+/// false and sets errno on failure; @p bytes then contains what was read before.
+bool readAt(int descriptor, off_t offset, QByteArray &bytes);
 
 bool isSameFile(const struct stat &one, const struct stat &other);
 

@@ -31,7 +31,7 @@ TemporaryFile temporaryIn(const QString &folder, const QString &concerning)
 }
 
 /// The number in the name of a page; 0 if it is not the name of a page.
-int numberIn(const QString &name)
+int pageNumber(const QString &name)
 {
     const int number = name.section('.', 0, 0).toInt();
     return name == PageFolder::pageName(number) ? number : 0;
@@ -83,7 +83,7 @@ QString PageFolder::linkToIndex() const
 
 bool PageFolder::isOwnPage(const QString &name) const
 {
-    return numberIn(name) > 0 && isPartOfGallery(mPath + "/" + name, linkToIndex());
+    return pageNumber(name) > 0 && isPartOfGallery(mPath + "/" + name, linkToIndex());
 }
 
 void PageFolder::requireOwn() const
@@ -101,7 +101,7 @@ void PageFolder::removePages(int first) const
 {
     bool isChanged = false;
     for (const QString &name : QDir(mPath).entryList({"*.html"}, QDir::Files | QDir::NoSymLinks)) {
-        if (numberIn(name) < first || !isOwnPage(name))
+        if (pageNumber(name) < first || !isOwnPage(name))
             continue;
         const QString path = mPath + "/" + name;
         if (::unlink(QFile::encodeName(path).constData()) != 0)

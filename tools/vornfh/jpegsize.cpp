@@ -9,7 +9,6 @@
 #include <algorithm>
 
 #include <fcntl.h>
-#include <unistd.h>
 
 namespace {
 
@@ -42,15 +41,13 @@ class Blocks
 public:
     explicit Blocks(const QString &path) : mFile(openFile(path, O_RDONLY)) {}
 
-    /// The @p count bytes at @p offset; fewer at the end of the file.
+    /// The @p count bytes at @p offset; fewer at the end of the file, or if they cannot be read.
     QByteArray read(qint64 offset, int count)
     {
         constexpr int BLOCK = 4096;
         if (offset < mBegin || offset + count > mBegin + mBlock.size()) {
             mBlock.resize(std::max(count, BLOCK));
-            const ssize_t size =
-                ::pread(mFile.get(), mBlock.data(), static_cast<size_t>(mBlock.size()), offset);
-            mBlock.resize(static_cast<int>(std::max<ssize_t>(size, 0)));
+            readAt(mFile.get(), offset, mBlock);
             mBegin = offset;
         }
         return mBlock.mid(static_cast<int>(offset - mBegin), count);

@@ -9,6 +9,17 @@
 
 using namespace VORN_FILE_HANDLER;
 
+namespace {
+
+/// The characters after the last dot of a file name, like QFileInfo::suffix(), which takes ten times as long.
+QStringRef suffixOf(const QString &name)
+{
+    const int dot = name.lastIndexOf('.');
+    return dot > name.lastIndexOf('/') ? name.midRef(dot + 1) : QStringRef();
+}
+
+} // namespace
+
 const QList<MediaType> &mediaTypes()
 {
     static const QList<MediaType> TYPES = {
@@ -20,12 +31,6 @@ const QList<MediaType> &mediaTypes()
         {THUMB_FILE_EXT, FILE_TYPE_THUMB, THUMBNAIL, "thumb", "thumbnail"},
     };
     return TYPES;
-}
-
-QStringRef suffixOf(const QString &name)
-{
-    const int dot = name.lastIndexOf('.');
-    return dot > name.lastIndexOf('/') ? name.midRef(dot + 1) : QStringRef();
 }
 
 const MediaType *findType(const QString &name, Qt::CaseSensitivity sensitivity)

@@ -23,9 +23,6 @@ struct MediaType {
 /// All types; the thumbnail type comes last.
 const QList<MediaType> &mediaTypes();
 
-/// The characters after the last dot of a file name, like QFileInfo::suffix(), which takes ten times as long.
-QStringRef suffixOf(const QString &name);
-
 /// The type for the extension of @p name; null if there is none. The library distinguishes case.
 const MediaType *findType(const QString &name, Qt::CaseSensitivity sensitivity = Qt::CaseSensitive);
 

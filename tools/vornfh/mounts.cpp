@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <limits>
 
 #include <fcntl.h>
 #include <linux/magic.h>
@@ -32,16 +31,21 @@ bool isInPartitions(const QString &name)
     });
 }
 
-} // namespace
-
-QString blockDeviceOf(const QString &path)
+/// The folder of the kernel's attributes of the device that @p path is on, which exists for a block device;
+/// empty if @p path does not exist.
+QString deviceFolderOf(const QString &path)
 {
     struct stat status = {};
     if (!readStatus(path, status))
         return QString();
-    const QString device =
-        QString("/sys/dev/block/%1:%2").arg(major(status.st_dev)).arg(minor(status.st_dev));
-    const QString name = QFileInfo(QFileInfo(device).canonicalFilePath()).fileName();
+    return QString("/sys/dev/block/%1:%2").arg(major(status.st_dev)).arg(minor(status.st_dev));
+}
+
+} // namespace
+
+QString blockDeviceOf(const QString &path)
+{
+    const QString name = QFileInfo(QFileInfo(deviceFolderOf(path)).canonicalFilePath()).fileName();
     return isInPartitions(name) ? name : QString();
 }
 
@@ -78,11 +82,9 @@ QByteArray sessionOf(const QString &path)
         QFile file(name);
         return file.open(QIODevice::ReadOnly) ? file.readAll().trimmed() : QByteArray();
     };
-    struct stat status = {};
-    if (!readStatus(path, status))
+    const QString device = deviceFolderOf(path);
+    if (device.isEmpty())
         return QByteArray();
-    const QString device =
-        QString("/sys/dev/block/%1:%2").arg(major(status.st_dev)).arg(minor(status.st_dev));
     // Since Linux 5.15, each device that appears gets a new number. A partition has the number of its disk.
     QByteArray number = contentOf(device + "/diskseq");
     if (number.isEmpty())
@@ -137,14 +139,14 @@ bool wasNotUnmounted(const QString &path)
 
 qint64 largestFile(const QString &path)
 {
-    return fileSystemOf(path) == FileSystem::Fat ? 0xFFFFFFFF : std::numeric_limits<qint64>::max();
+    return fileSystemOf(path) == FileSystem::Fat ? 0xFFFFFFFF : UNLIMITED;
 }
 
 qint64 freeBytes(const QString &path)
 {
     struct statvfs fileSystem = {};
     if (::statvfs(QFile::encodeName(path).constData(), &fileSystem) != 0 || fileSystem.f_blocks == 0)
-        return std::numeric_limits<qint64>::max();
+        return UNLIMITED;
     const bool isRoot = ::geteuid() == 0; // root may use the reserved blocks
     return static_cast<qint64>(isRoot ? fileSystem.f_bfree : fileSystem.f_bavail)
            * static_cast<qint64>(fileSystem.f_frsize);

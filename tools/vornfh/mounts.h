@@ -5,6 +5,8 @@
 #include <QByteArray>
 #include <QString>
 
+#include <limits>
+
 /// The kernel's name for the block device that holds @p path, for example "mmcblk1p1"; empty if the path does
 /// not exist, if it is not on a single block device, or if /proc/partitions does not list that device.
 QString blockDeviceOf(const QString &path);
@@ -32,12 +34,14 @@ bool isReadOnlyAfterError(const QString &path);
 /// properly before. Only root can tell on most systems.
 bool wasNotUnmounted(const QString &path);
 
-/// The size of the largest file that the file system of @p path can hold; a very large number if no recording
-/// can reach it.
+/// A size that is not known, or that no recording can reach.
+constexpr qint64 UNLIMITED = std::numeric_limits<qint64>::max();
+
+/// The size of the largest file that the file system of @p path can hold; UNLIMITED if no recording can reach
+/// it.
 qint64 largestFile(const QString &path);
 
-/// Bytes that this user can still write to the file system of @p path; a very large number if that is not
-/// known.
+/// Bytes that this user can still write to the file system of @p path; UNLIMITED if that is not known.
 qint64 freeBytes(const QString &path);
 
 /// The size of the file system of @p path in bytes; 0 if it is not known.

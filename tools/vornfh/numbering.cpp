@@ -3,11 +3,21 @@
 
 #include "folders.h"
 
+#include <QRegularExpression>
+
 #include <algorithm>
+#include <limits>
 
 using namespace VORN_FILE_HANDLER;
 
 namespace {
+
+std::optional<int> toNumber(const QString &text)
+{
+    bool isNumber = false;
+    const int number = text.toInt(&isNumber);
+    return isNumber ? std::optional(number) : std::nullopt;
+}
 
 /// The last folder that the numbering can reach from @p folder. The current folder is the last one in the
 /// order of names, so the next one becomes current only if its name comes later: 1000 comes before 999.
@@ -23,9 +33,58 @@ int lastFolderFrom(int folder)
 
 } // namespace
 
+QString folderName(int number)
+{
+    return QString::number(number) + VornFileHandler::mFolderSuffix;
+}
+
+std::optional<int> folderNumber(const QString &name, Qt::CaseSensitivity sensitivity)
+{
+    return toNumber(QString(name).remove(VornFileHandler::mFolderSuffix, sensitivity));
+}
+
+std::optional<int> playersFolderNumber(const QString &name)
+{
+    static const QRegularExpression DIGITS("^([0-9]{3})(?![0-9])");
+    const auto number = folderNumber(name, Qt::CaseInsensitive);
+    return number ? number : toNumber(DIGITS.match(name).captured(1));
+}
+
+bool isNumberedName(const QString &name)
+{
+    const auto number = folderNumber(name);
+    return number && folderName(*number) == name;
+}
+
+std::optional<int> fileNumber(const QString &name)
+{
+    return toNumber(name.left(8).remove(FILE_PREFIX));
+}
+
+std::optional<int> playersFileNumber(const QString &name)
+{
+    static const QRegularExpression NAME(QRegularExpression::anchoredPattern(".{4}([0-9]{4})\\.[^.]*"));
+    return toNumber(NAME.match(name).captured(1));
+}
+
+int objectNumber(const QByteArray &baseName)
+{
+    constexpr int DIGITS = 4;
+    const QByteArray digits = baseName.mid(FILE_PREFIX.size());
+    const bool isNumber =
+        baseName.startsWith(FILE_PREFIX.data()) && digits.size() == DIGITS
+        && std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; });
+    return isNumber ? digits.toInt() : 0;
+}
+
 qint64 Numbering::left() const
 {
     return LAST_FILE - lastFile + (qint64(lastFolder) - folder) * LAST_FILE;
+}
+
+int Numbering::nextFolder() const
+{
+    return lastFile == LAST_FILE && folder < lastFolder ? folder + 1 : folder;
 }
 
 Numbering numberingOf(const Storage &storage)
@@ -44,25 +103,7 @@ Numbering numberingOf(const Storage &storage)
 
 QString nextPath(const Storage &storage, const Numbering &numbering, eFileTypes type)
 {
-    const bool isFull = numbering.lastFile == LAST_FILE;
-    const bool isAdvancing = isFull && numbering.folder < numbering.lastFolder;
-    return VornFileHandler::getFilePath(storage.type, numbering.folder + (isAdvancing ? 1 : 0),
-                                        isFull ? 1 : numbering.lastFile + 1,
+    return VornFileHandler::getFilePath(storage.type, numbering.nextFolder(),
+                                        numbering.lastFile == LAST_FILE ? 1 : numbering.lastFile + 1,
                                         VornFileHandler::getFileExtension(type));
-}
-
-QString folderName(int number)
-{
-    return QString::number(number) + VornFileHandler::mFolderSuffix;
-}
-
-int numberIn(const QByteArray &baseName)
-{
-    constexpr int DIGITS = 4;
-    const QByteArray prefix = "DCF_";
-    const QByteArray digits = baseName.mid(prefix.size());
-    const bool isNumber =
-        baseName.startsWith(prefix) && digits.size() == DIGITS
-        && std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; });
-    return isNumber ? digits.toInt() : 0;
 }

@@ -7,10 +7,44 @@
 #include <QByteArray>
 #include <QString>
 
+#include <optional>
+
 /// The numbers that a player accepts and that the library assigns.
 constexpr int FIRST_FOLDER = 100;
 constexpr int LAST_FOLDER = 999;
 constexpr int LAST_FILE = 9999;
+
+/// What the name of a numbered file begins with.
+constexpr QLatin1String FILE_PREFIX("DCF_", 4);
+
+// The library and players read different numbers from the same name. All of these functions return nullopt
+// for a name without a number.
+
+/// The name of folder @p number.
+QString folderName(int number);
+
+/// The number that the library reads from the folder name @p name. With Qt::CaseInsensitive, the suffix may
+/// differ in case, which the library does not accept.
+std::optional<int> folderNumber(const QString &name, Qt::CaseSensitivity sensitivity = Qt::CaseSensitive);
+
+/// The number that a player reads from a folder name.
+std::optional<int> playersFolderNumber(const QString &name);
+
+/// Returns whether the numbering uses the folder name @p name: not "0100ABC", whose files it would look for
+/// in 100ABC.
+bool isNumberedName(const QString &name);
+
+/// The number that the library reads from a file name, whether or not a player accepts it: 12 for
+/// "DCF_12.jpg".
+std::optional<int> fileNumber(const QString &name);
+
+/// The number that a player reads from the name of a media file: four characters, four digits and an
+/// extension. It also accepts a prefix other than FILE_PREFIX, and the number 0.
+std::optional<int> playersFileNumber(const QString &name);
+
+/// The number in the base name of a file that the library numbers and a player accepts: 7 for "DCF_0007"; 0
+/// for any other name.
+int objectNumber(const QByteArray &baseName);
 
 /// The current position of the numbering on a storage device.
 struct Numbering {
@@ -23,6 +57,8 @@ struct Numbering {
 
     /// How many more recordings can be numbered.
     qint64 left() const;
+    /// The folder of the next recording.
+    int nextFolder() const;
 };
 
 /// Creates nothing. The library prints a diagnostic line for each name that it skips.
@@ -30,12 +66,5 @@ Numbering numberingOf(const Storage &storage);
 
 /// The path that the library would return for the next recording; asking it could create a folder.
 QString nextPath(const Storage &storage, const Numbering &numbering, VORN_FILE_HANDLER::eFileTypes type);
-
-/// The name of folder @p number.
-QString folderName(int number);
-
-/// The number in the base name of a file, if the library could have built it: 7 for "DCF_0007"; 0 for any
-/// other name.
-int numberIn(const QByteArray &baseName);
 
 #endif // NUMBERING_H

@@ -44,15 +44,6 @@ bool comesBefore(const ObjectFile &one, const ObjectFile &other)
     return one.isThumbnail() != other.isThumbnail() ? other.isThumbnail() : one.name < other.name;
 }
 
-/// Returns whether the numbering uses the folder name @p name: not "0100ABC", whose files it would look for
-/// in 100ABC.
-bool isNumberedName(const QString &name)
-{
-    bool isNumber = false;
-    const int number = QString(name).remove(VornFileHandler::mFolderSuffix).toInt(&isNumber);
-    return isNumber && folderName(number) == name;
-}
-
 /// The paths with the base name of @p path and the extensions of the media files of @p kinds.
 QStringList siblingsOf(const QString &path, const QList<Kind> &kinds)
 {
@@ -115,6 +106,16 @@ std::vector<Object> objectsIn(const QString &folder)
     return objects;
 }
 
+/// Returns whether the resolved path @p path is one of the folders that numberedObjects() reads.
+bool isNumberedFolder(const QString &path, const Storage &storage)
+{
+    const QFileInfo folder(path);
+    const bool isListed = numberedFolders(storage).contains(folder.fileName());
+    requireReadToEnd(storage.location);
+    return folder.path() == QFileInfo(storage.location).canonicalFilePath()
+           && isNumberedName(folder.fileName()) && isListed;
+}
+
 } // namespace
 
 QByteArray basePath(const QByteArray &path)
@@ -166,7 +167,7 @@ QString NumberedFolder::pathOf(const ObjectFile &file) const
 NumberedFolder readNumberedFolder(const QString &path)
 {
     NumberedFolder folder = {path, objectsIn(path)};
-    const auto isOther = [](const Object &object) { return numberIn(object.base) == 0; };
+    const auto isOther = [](const Object &object) { return objectNumber(object.base) == 0; };
     folder.objects.erase(std::remove_if(folder.objects.begin(), folder.objects.end(), isOther),
                          folder.objects.end());
     return folder;
@@ -191,13 +192,13 @@ std::vector<NumberedFolder> numberedObjects(const Storage &storage)
     return folders;
 }
 
-bool isNumberedFolder(const QString &path, const Storage &storage)
+const Storage &storageOfNumberedFolder(const QString &folder, const QString &path,
+                                       const QList<Storage> &storages)
 {
-    const QFileInfo folder(path);
-    const bool isListed = numberedFolders(storage).contains(folder.fileName());
-    requireReadToEnd(storage.location);
-    return folder.path() == QFileInfo(storage.location).canonicalFilePath()
-           && isNumberedName(folder.fileName()) && isListed;
+    const Storage *storage = storageOf(folder, storages);
+    if (!storage || !isNumberedFolder(folder, *storage))
+        throw FileFailure(path, "is not in a numbered folder of a configured storage device");
+    return *storage;
 }
 
 bool isProtectedMode(mode_t mode)

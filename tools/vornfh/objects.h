@@ -59,7 +59,7 @@ struct NumberedFolder {
     QString pathOf(const ObjectFile &file) const;
 };
 
-/// Reads a folder for which isNumberedFolder() returns true. Throws Failure if it cannot be read.
+/// Reads a folder that is one of objectFolders(). Throws Failure if it cannot be read.
 NumberedFolder readNumberedFolder(const QString &path);
 
 /// The paths of the numbered folders in the order of the numbering, so that the last object of the last
@@ -69,9 +69,10 @@ QStringList objectFolders(const Storage &storage);
 /// These folders with their objects. Throws Failure if one cannot be read.
 std::vector<NumberedFolder> numberedObjects(const Storage &storage);
 
-/// Returns whether the resolved path @p path is one of the folders that numberedObjects() reads. Throws
-/// FileFailure if the location cannot be read.
-bool isNumberedFolder(const QString &path, const Storage &storage);
+/// The one of @p storages for which numberedObjects() reads the resolved path @p folder. Throws FileFailure
+/// for @p path, which is the folder or a file in it, if there is none, or if the location cannot be read.
+const Storage &storageOfNumberedFolder(const QString &folder, const QString &path,
+                                       const QList<Storage> &storages);
 
 constexpr mode_t ANY_WRITE = S_IWUSR | S_IWGRP | S_IWOTH;
 

@@ -101,3 +101,8 @@ QString missingProgram(const QStringList &programs)
     const auto found = std::find_if(programs.begin(), programs.end(), isMissing);
     return found == programs.end() ? QString() : *found;
 }
+
+QString notOnPath(const QString &program)
+{
+    return program + " is not on PATH";
+}

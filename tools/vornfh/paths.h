@@ -46,4 +46,7 @@ void requireFolderName(const QString &name);
 /// The first of @p programs that is not on PATH; empty if all are.
 QString missingProgram(const QStringList &programs);
 
+/// "ffprobe is not on PATH".
+QString notOnPath(const QString &program);
+
 #endif // PATHS_H

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "progress.h"
 
+#include "mounts.h"
 #include "text.h"
 
 #include <QStringList>
@@ -8,7 +9,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <limits>
 #include <utility>
 
 #include <sys/ioctl.h>
@@ -24,11 +24,17 @@ int terminalWidth()
     return ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : USUAL;
 }
 
+/// @p done per second.
+double rateOf(qint64 done, double seconds)
+{
+    return static_cast<double>(done) / std::max(seconds, 0.001);
+}
+
 /// Files, bytes, stage, rate and time left. More bytes than expected are done if a file has grown.
 QStringList partsOf(const ProgressState &state, const QString &of)
 {
     const qint64 done = std::min(state.bytesDone, state.bytes);
-    const double rate = static_cast<double>(done) / std::max(state.seconds, 0.001);
+    const double rate = rateOf(done, state.seconds);
     QStringList parts = {QString("%1%2%3 files").arg(state.filesDone).arg(of).arg(state.files),
                          humanSize(done) + of + humanSize(state.bytes), state.stage,
                          humanSize(static_cast<qint64>(rate)) + "/s"};
@@ -126,7 +132,7 @@ double Stopwatch::seconds() const
 
 qint64 Stopwatch::rate(qint64 done) const
 {
-    return static_cast<qint64>(static_cast<double>(done) / std::max(seconds(), 0.001));
+    return static_cast<qint64>(rateOf(done, seconds()));
 }
 
 ProgressState Progress::state() const
@@ -144,7 +150,7 @@ void RecordingProgress::set(qint64 recorded, qint64 free)
 QString RecordingProgress::line(int width) const
 {
     const qint64 rate = mTime.rate(mRecorded);
-    const bool isEndKnown = mHasEnd && rate > 0 && mFree < std::numeric_limits<qint64>::max();
+    const bool isEndKnown = mHasEnd && rate > 0 && mFree < UNLIMITED;
     return fitting({"recording " + durationText(static_cast<qint64>(mTime.seconds())), humanSize(mRecorded),
                     humanSize(rate) + "/s",
                     isEndKnown ? durationText(mFree / rate) + " left on the storage device" : QString()},

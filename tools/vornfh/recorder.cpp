@@ -6,6 +6,7 @@
 #include "ffmpeg.h"
 #include "files.h"
 #include "mounts.h"
+#include "numbering.h"
 #include "objects.h"
 #include "output.h"
 #include "paths.h"
@@ -171,7 +172,8 @@ QStringList inputArguments(const RecorderSettings &settings, const QString &path
     if (input.name.isEmpty()) {
         // Without an end, the test picture comes at the speed of a camera.
         const QStringList speed = settings.duration > 0 ? QStringList() : QStringList{"-re"};
-        return speed + QStringList{"-f", "lavfi", "-i", testSource(settings.type.kind, fileNumber(path))};
+        const int number = fileNumber(QFileInfo(path).fileName()).value_or(0);
+        return speed + QStringList{"-f", "lavfi", "-i", testSource(settings.type.kind, number)};
     }
     const bool isCamera = input.format.isEmpty() && input.name.startsWith("/dev/video");
     QStringList arguments;

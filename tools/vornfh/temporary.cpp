@@ -16,11 +16,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
 #include <mutex>
 #include <utility>
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <signal.h>
@@ -91,12 +89,10 @@ bool isLeftover(const QString &path)
 QStringList temporaryNamesIn(const QString &folder)
 {
     QStringList names;
-    const std::unique_ptr<DIR, int (*)(DIR *)> stream(::opendir(QFile::encodeName(folder).constData()),
-                                                      ::closedir);
-    while (const dirent *entry = stream ? ::readdir(stream.get()) : nullptr) {
-        if (qstrncmp(entry->d_name, ".vornfh-", 8) == 0)
-            names.append(QFile::decodeName(entry->d_name));
-    }
+    forEachEntry(folder, [&names](int, const dirent &entry) {
+        if (qstrncmp(entry.d_name, ".vornfh-", 8) == 0)
+            names.append(QFile::decodeName(entry.d_name));
+    });
     names.sort();
     return names;
 }

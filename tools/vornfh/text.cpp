@@ -110,6 +110,11 @@ QString humanSize(qint64 bytes)
     return QString("%1 %2").arg(size, 0, 'f', 1).arg(UNITS[unit]);
 }
 
+QString exactSize(qint64 bytes)
+{
+    return bytes < 1024 ? humanSize(bytes) : QString("%1 (%2 B)").arg(humanSize(bytes)).arg(bytes);
+}
+
 std::optional<qint64> parsedSize(const QString &text)
 {
     return parsedAmount(

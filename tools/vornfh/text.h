@@ -21,6 +21,9 @@ QString printable(const QByteArray &bytes);
 /// "1023 B", "1.5 KiB", "3.7 GiB".
 QString humanSize(qint64 bytes);
 
+/// The same, with the number of bytes: "1023 B", "1.5 KiB (1536 B)".
+QString exactSize(qint64 bytes);
+
 /// The number of bytes that "2G", "500M", "64K" or "1000" stand for, in powers of 1024; nullopt for anything
 /// else.
 std::optional<qint64> parsedSize(const QString &text);

@@ -23,7 +23,6 @@
 #include <sys/mman.h>
 #include <sys/sendfile.h>
 #include <sys/xattr.h>
-#include <unistd.h>
 
 namespace {
 
@@ -100,10 +99,8 @@ private:
     QByteArray read(qint64 offset, int count) const
     {
         QByteArray bytes(count, '\0');
-        const ssize_t size = ::pread(mFile.get(), bytes.data(), static_cast<size_t>(count), offset);
-        if (size < 0)
+        if (!readAt(mFile.get(), offset, bytes))
             throw FileFailure(mPath, errorText(errno));
-        bytes.truncate(static_cast<int>(size));
         return bytes;
     }
 

@@ -27,7 +27,6 @@
 #include <numeric>
 
 #include <fcntl.h>
-#include <unistd.h>
 
 using namespace VORN_FILE_HANDLER;
 
@@ -145,11 +144,7 @@ QByteArray dataUri(const QString &path, qint64 limit)
     if (!file.isOpen() || ::fstat(file.get(), &status) != 0 || status.st_size > limit)
         return QByteArray();
     QByteArray data(static_cast<int>(status.st_size), Qt::Uninitialized);
-    int size = 0;
-    for (ssize_t count = 1; count > 0 && size < data.size();
-         size += static_cast<int>(std::max<ssize_t>(count, 0)))
-        count = ::pread(file.get(), data.data() + size, static_cast<size_t>(data.size() - size), size);
-    data.truncate(size);
+    readAt(file.get(), 0, data);
     switch (imageFormat(data)) {
     case ImageFormat::Jpeg: return "data:image/jpeg;base64," + data.toBase64();
     case ImageFormat::Png: return "data:image/png;base64," + data.toBase64();

@@ -159,11 +159,6 @@ QString typeText(const Metadata &record)
     return type ? type->name : "other";
 }
 
-QString sizeText(qint64 bytes)
-{
-    return bytes < 1024 ? humanSize(bytes) : QString("%1 (%2 B)").arg(humanSize(bytes)).arg(bytes);
-}
-
 QString pictureText(const Metadata &record)
 {
     return record.mWidth > 0 && record.mHeight > 0
@@ -205,7 +200,7 @@ void print(const QString &path, const Reading &reading)
     const Kind kind = kindOf(record.mFileName);
     printLine(printable(path));
     print("type", typeText(record));
-    print("size", sizeText(record.mSize));
+    print("size", exactSize(record.mSize));
     print("created", timeText(record.mCreated));
     print("modified", timeText(record.mLastModified));
     if (isProtected(fromRoot(path)))

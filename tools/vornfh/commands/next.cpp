@@ -19,7 +19,7 @@ ExitCode printNext(const Storage &storage, const MediaType &type)
 {
     requireWritable(storage);
     requireReadable(storage.location);
-    const QString created = createRecordingFolder(storage, type.type);
+    const QString created = createRecordingFolder(storage);
     const QString path = VornFileHandler::getNextFileName(storage.type, type.type);
     const QString folder = QFileInfo(path).path();
     requireFolder(folder);

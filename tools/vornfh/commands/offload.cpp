@@ -6,7 +6,6 @@
 #include "device.h"
 #include "durable.h"
 #include "folders.h"
-#include "mounts.h"
 #include "objects.h"
 #include "output.h"
 #include "paths.h"
@@ -306,9 +305,7 @@ void requireApart(const QString &directory, const Storage &storage)
 
 void createDirectory(const QString &directory)
 {
-    reportProblems(directory);
-    if (isOnReadOnlyFileSystem(nearestExisting(directory)))
-        throw Failure(directory + ": is on a read-only file system");
+    requireWritable(directory);
     createFolder(directory);
     flushWithFolders({directory});
     removeLeftovers(directory);

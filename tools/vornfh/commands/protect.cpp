@@ -58,11 +58,9 @@ private:
         const auto found = mFolders.find(folder);
         if (found != mFolders.end())
             return found->second;
-        const Storage *storage = storageOf(folder, mStorages);
-        if (!storage || !isNumberedFolder(folder, *storage))
-            throw FileFailure(path, "is not in a numbered folder of a configured storage device");
-        if (mReported.insert(storage->location).second)
-            reportProblems(storage->location);
+        const QString location = storageOfNumberedFolder(folder, path, mStorages).location;
+        if (mReported.insert(location).second)
+            reportProblems(location);
         reportUnreadable(folder);
         return mFolders.emplace(folder, readNumberedFolder(folder)).first->second;
     }

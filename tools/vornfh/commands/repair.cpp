@@ -36,25 +36,15 @@ struct Request {
 
 // What is to be mended
 
-/// The storage device whose numbered folder @p folder is. Throws FileFailure for @p path if there is none.
-Storage storageOfFolder(const QString &folder, const QString &path, const QList<Storage> &storages)
-{
-    const Storage *storage = storageOf(folder, storages);
-    if (!storage || !isNumberedFolder(folder, *storage))
-        throw FileFailure(path, "is not in a numbered folder of a configured storage device");
-    return *storage;
-}
-
 /// The findings about the numbered folder @p path, or about the object of the file @p path.
 QList<Finding> findingsAt(const QString &path, const QList<Storage> &storages, bool isDryRun)
 {
-    struct stat status = {};
     const bool isFolder = QFileInfo(path).isDir();
     const QString resolved = isFolder ? QFileInfo(path).canonicalFilePath() : withResolvedFolder(path);
-    if (!readLinkStatus(resolved, status))
+    if (!isEntry(resolved))
         throw FileFailure(path, errorText(errno));
     const QString folder = isFolder ? resolved : QFileInfo(resolved).path();
-    const Storage storage = storageOfFolder(folder, path, storages);
+    const Storage &storage = storageOfNumberedFolder(folder, path, storages);
     if (!isDryRun)
         requireWritable(storage);
     QList<Finding> findings = checkFolder(folder, CheckOptions()).findings;

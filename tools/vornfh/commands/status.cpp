@@ -16,7 +16,6 @@
 #include <QJsonObject>
 
 #include <array>
-#include <limits>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -24,8 +23,6 @@
 using namespace VORN_FILE_HANDLER;
 
 namespace {
-
-constexpr qint64 UNLIMITED = std::numeric_limits<qint64>::max();
 
 /// What is in the numbered folders.
 struct Contents {
@@ -281,7 +278,7 @@ QString blockText(const Device &device)
     if (device.block.isEmpty())
         return "unknown";
     if (!device.missingProgram.isEmpty())
-        return QString("%1, presence unknown: %2 is not on PATH").arg(device.block, device.missingProgram);
+        return device.block + ", presence unknown: " + notOnPath(device.missingProgram);
     return device.block + (device.isPresent ? ", present" : ", not present");
 }
 
@@ -360,9 +357,7 @@ void print(const Room &room, const std::optional<ObjectSummary> &objects)
                   QString("about %1, of %2 each").arg(*left).arg(humanSize(objects->last[kind].mean())));
     }
     printMinutes(room.estimate);
-    print("largest file", room.largestFile == UNLIMITED
-                              ? "no limit"
-                              : QString("%1 (%2 B)").arg(humanSize(room.largestFile)).arg(room.largestFile));
+    print("largest file", room.largestFile == UNLIMITED ? "no limit" : exactSize(room.largestFile));
 }
 
 void printHint(const QList<Finding> &repairable, const QString &storage)
