@@ -274,8 +274,8 @@ void VornfhStatusTest::refusesWrongStorages_data()
 {
     QTest::addColumn<QByteArray>("storage");
     QTest::addColumn<QByteArray>("message");
-    QTest::newRow("not-configured") << QByteArray("usb") << messages::notConfigured("usb");
-    QTest::newRow("unknown") << QByteArray("card") << messages::unknownStorage("card");
+    row("not-configured", QByteArray("usb"), messages::notConfigured("usb"));
+    row("unknown", QByteArray("card"), messages::unknownStorage("card"));
 }
 
 void VornfhStatusTest::refusesWrongStorages()
@@ -570,9 +570,10 @@ void VornfhStatusTest::showsTheLargestFile_data()
     QTest::addColumn<QStringList>("mkfs");
     QTest::addColumn<QByteArray>("line");
     QTest::addColumn<QJsonValue>("value");
-    QTest::newRow("fat") << QStringList{"mkfs.vfat"} << QByteArray("4.0 GiB (4294967295 B)")
-                         << QJsonValue(4294967295);
-    QTest::newRow("ext4") << QStringList{"mkfs.ext4", "-q", "-F"} << QByteArray("no limit") << QJsonValue();
+    const auto row = [](const char *name, const QStringList &mkfs, const QByteArray &line,
+                        const QJsonValue &value) { QTest::newRow(name) << mkfs << line << value; };
+    row("fat", {"mkfs.vfat"}, "4.0 GiB (4294967295 B)", qint64(4294967295));
+    row("ext4", {"mkfs.ext4", "-q", "-F"}, "no limit", {});
 }
 
 void VornfhStatusTest::showsTheLargestFile()
