@@ -621,10 +621,10 @@ void VornfhGalleryTest::isSelfContained()
 void VornfhGalleryTest::saysThatAStorageIsEmpty_data()
 {
     QTest::addColumn<Tree>("entries");
-    QTest::newRow("location-only") << onCard({});
-    QTest::newRow("other-folder") << onCard({"MISC/", "MISC/a.jpg"});
-    QTest::newRow("empty-folder") << onCard({"100ABC/"});
-    QTest::newRow("files-beside-the-folders-and-hidden") << onCard({"100ABC/", "100ABC/.a.jpg", "b.jpg"});
+    row("location-only", onCard({}));
+    row("other-folder", onCard({"MISC/", "MISC/a.jpg"}));
+    row("empty-folder", onCard({"100ABC/"}));
+    row("files-beside-the-folders-and-hidden", onCard({"100ABC/", "100ABC/.a.jpg", "b.jpg"}));
 }
 
 void VornfhGalleryTest::saysThatAStorageIsEmpty()

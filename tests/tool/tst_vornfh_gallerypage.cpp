@@ -167,10 +167,10 @@ void VornfhGalleryPageTest::looksRightInABrowser_data()
     QTest::addColumn<int>("columns");
     const QSize desktop(1280, 900);
     const QSize phone(390, 844);
-    QTest::newRow("desktop-light") << desktop << false << 5;
-    QTest::newRow("desktop-dark") << desktop << true << 5;
-    QTest::newRow("phone-light") << phone << false << 2;
-    QTest::newRow("phone-dark") << phone << true << 2;
+    row("desktop-light", desktop, false, 5);
+    row("desktop-dark", desktop, true, 5);
+    row("phone-light", phone, false, 2);
+    row("phone-dark", phone, true, 2);
 }
 
 void VornfhGalleryPageTest::looksRightInABrowser()

@@ -440,12 +440,13 @@ void VornfhOffloadTest::leavesOutWhatIsBeingWritten_data()
     QTest::addColumn<QByteArray>("file");
     QTest::addColumn<bool>("isWriting"); // or locked
     QTest::addColumn<QByteArrayList>("options");
-    for (const char *option : {"", "--move"}) {
-        const QByteArrayList options = *option ? QByteArrayList{option} : QByteArrayList();
-        QTest::addRow("open-for-writing%s", option) << QByteArray("100ABC/DCF_0001.jpg") << true << options;
-        QTest::addRow("thumbnail%s", option) << QByteArray("100ABC/DCF_0001.thumb") << true << options;
-        QTest::addRow("locked%s", option) << QByteArray("100ABC/DCF_0001.jpg") << false << options;
-    }
+    const auto row = [](const QByteArray &name, const QByteArray &file, bool isWriting) {
+        QTest::newRow(name) << file << isWriting << QByteArrayList();
+        QTest::newRow(name + "--move") << file << isWriting << QByteArrayList{"--move"};
+    };
+    row("open-for-writing", "100ABC/DCF_0001.jpg", true);
+    row("thumbnail", "100ABC/DCF_0001.thumb", true);
+    row("locked", "100ABC/DCF_0001.jpg", false);
 }
 
 void VornfhOffloadTest::leavesOutWhatIsBeingWritten()
@@ -781,8 +782,8 @@ void VornfhOffloadTest::stopsAfterTheCurrentFile_data()
     QTest::addColumn<QByteArray>("signal");
     QTest::addColumn<QByteArrayList>("options");
     for (const QByteArray signal : {"INT", "TERM", "HUP"}) {
-        QTest::addRow("SIG%s", signal.constData()) << signal << QByteArrayList();
-        QTest::addRow("move-SIG%s", signal.constData()) << signal << QByteArrayList{"--move"};
+        row("SIG" + signal, signal, QByteArrayList());
+        row("move-SIG" + signal, signal, QByteArrayList{"--move"});
     }
 }
 

@@ -187,7 +187,7 @@ void VornfhRecorderTest::segmentsKeepTheFrameRate_data()
     QTest::addColumn<QByteArray>("rate");
     for (const QByteArray type : {"avi", "mkv"}) {
         for (const QByteArray rate : {"25/1", "30000/1001", "25/2", "1/1", "120/1"})
-            QTest::newRow(type + "-" + rate) << type << rate;
+            row(type + "-" + rate, type, rate);
     }
 }
 

@@ -118,12 +118,15 @@ void VornfhRepairTest::closesRecordings_data()
 {
     QTest::addColumn<QByteArray>("extension");
     QTest::addColumn<QByteArray>("content");
+    const auto row = [](const QByteArray &name, const QByteArray &extension, const QByteArray &content) {
+        QTest::newRow(name) << extension << content;
+    };
     for (const QByteArray extension : {"avi", "mkv", "wav"})
-        QTest::newRow(extension) << extension << unclosedFile(extension);
+        row(extension, extension, unclosedFile(extension));
     QByteArray withoutIndex = wholeFile("avi");
     withoutIndex.replace(withoutIndex.lastIndexOf("idx1"), 4, "JUNK");
-    QTest::newRow("avi-without-an-index") << QByteArray("avi") << withoutIndex;
-    QTest::newRow("upper-case") << QByteArray("AVI") << unclosedFile("avi");
+    row("avi-without-an-index", "avi", withoutIndex);
+    row("upper-case", "AVI", unclosedFile("avi"));
 }
 
 void VornfhRepairTest::closesRecordings()
@@ -279,11 +282,12 @@ void VornfhRepairTest::leavesObjectsAloneThatAreBeingWritten_data()
     QTest::addColumn<QByteArray>("file");
     QTest::addColumn<QByteArray>("content");
     QTest::addColumn<bool>("isLocked");
-    for (const bool isLocked : {false, true}) {
-        const char *how = isLocked ? "locked" : "open-for-writing";
-        QTest::addRow("recording-%s", how) << QByteArray("DCF_0001.avi") << unclosedFile("avi") << isLocked;
-        QTest::addRow("empty-%s", how) << QByteArray("DCF_0001.wav") << QByteArray() << isLocked;
-    }
+    const auto row = [](const QByteArray &name, const QByteArray &file, const QByteArray &content) {
+        QTest::newRow(name + "-open-for-writing") << file << content << false;
+        QTest::newRow(name + "-locked") << file << content << true;
+    };
+    row("recording", "DCF_0001.avi", unclosedFile("avi"));
+    row("empty", "DCF_0001.wav", {});
 }
 
 void VornfhRepairTest::leavesObjectsAloneThatAreBeingWritten()

@@ -418,8 +418,8 @@ void VornfhTransferTest::needsNoOtherProgram()
 void VornfhTransferTest::choosesTheNamesOfTheLibrary_data()
 {
     QTest::addColumn<QByteArray>("command");
-    QTest::newRow("copy") << QByteArray("copy");
-    QTest::newRow("move") << QByteArray("move"); // renames the files
+    row("copy", QByteArray("copy"));
+    row("move", QByteArray("move")); // renames the files
 }
 
 void VornfhTransferTest::choosesTheNamesOfTheLibrary()
@@ -545,8 +545,8 @@ void VornfhTransferTest::keepsModeAndTimes()
 void VornfhTransferTest::keepsHoles_data()
 {
     QTest::addColumn<QByteArray>("command");
-    QTest::newRow("copy") << QByteArray("copy");
-    QTest::newRow("move") << QByteArray("move");
+    row("copy", QByteArray("copy"));
+    row("move", QByteArray("move"));
 }
 
 void VornfhTransferTest::keepsHoles()
@@ -740,7 +740,7 @@ void addInterruptions()
     QTest::addColumn<QByteArray>("signal");
     for (const QByteArray command : {"copy", "move"}) {
         for (const QByteArray signal : {"INT", "TERM", "HUP"})
-            QTest::newRow(command + "-SIG" + signal) << command << signal;
+            row(command + "-SIG" + signal, command, signal);
     }
 }
 
@@ -1238,8 +1238,8 @@ void VornfhTransferTest::erasesTheProgressLineBeforeAMessage()
 void VornfhTransferTest::losesNothingWhenKilled_data()
 {
     QTest::addColumn<bool>("hasOwnFileSystem");
-    QTest::newRow("files-are-copied") << true;
-    QTest::newRow("files-are-renamed") << false;
+    row("files-are-copied", true);
+    row("files-are-renamed", false);
 }
 
 void VornfhTransferTest::losesNothingWhenKilled()
