@@ -422,7 +422,7 @@ void VornfhGalleryTest::marksProtectedFiles()
     for (const char *name : {"DCF_0001.jpg", "DCF_0001.thumb", "DCF_0002.thumb"})
         writeFile(folder + name, pictureData("jpg", {16, 16}));
     for (const QByteArray &name : marked)
-        QCOMPARE(::chmod((QFile::encodeName(folder) + name).constData(), 0444), 0);
+        setMode(tool, "sd/DCIM/100ABC/" + name, 0444);
     QCOMPARE(tool.runOnStorages(GALLERY), tool.success(PRINTED));
     const Page page = parsed(tool.content("page.html"));
     QVERIFY(page.isValid);

@@ -97,23 +97,6 @@ QByteArray isProtected(const QByteArray &path)
     return "@/sd/DCIM/" + path + ": is protected and stays on the storage device";
 }
 
-QByteArray removed(const QByteArray &path)
-{
-    return path + ": left by an interrupted command; removed";
-}
-
-void setMode(const ToolRun &tool, const QByteArray &path, mode_t mode)
-{
-    require(::chmod((QFile::encodeName(tool.path()) + "/" + path).constData(), mode) == 0, path);
-}
-
-struct stat statusOf(const ToolRun &tool, const QString &path)
-{
-    struct stat status = {};
-    require(::lstat(QFile::encodeName(tool.path() + "/" + path).constData(), &status) == 0, path.toUtf8());
-    return status;
-}
-
 /// What sha256sum(1) says about the files in out/.
 Outcome checkedSums(const ToolRun &tool)
 {
@@ -558,11 +541,13 @@ void VornfhOffloadTest::removesLeftoversOnlyWhereItWrites()
     tool.make(onCard(CARD + Tree{"100ABC/" + left})
               + below("out/", {left, "100ABC/" + left, "102ABC/" + left}));
     const Outcome copied = tool.runOnStorages({"offload", "sd", "out"});
-    QCOMPARE(copied, tool.success(lines(namesOf(CARD)),
-                                  errorLines({removed("@/out/" + left), removed("@/out/100ABC/" + left)})));
+    QCOMPARE(copied,
+             tool.success(lines(namesOf(CARD)), errorLines({messages::removed("@/out/" + left),
+                                                            messages::removed("@/out/100ABC/" + left)})));
     QVERIFY(tree(tool.sd()).contains("100ABC/" + left));
     const Outcome moved = tool.runOnStorages({"offload", "sd", "out", "--move"});
-    QCOMPARE(moved, tool.success(lines(namesOf(CARD)), errorLines({removed("@/sd/DCIM/100ABC/" + left)})));
+    QCOMPARE(moved,
+             tool.success(lines(namesOf(CARD)), errorLines({messages::removed("@/sd/DCIM/100ABC/" + left)})));
     QCOMPARE(sorted(treeWithContents(tool.path())),
              sorted(card(CARD.mid(6)) + offloaded(CARD) + Tree{"out/102ABC/", "out/102ABC/" + left}));
 }

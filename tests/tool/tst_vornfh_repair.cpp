@@ -138,13 +138,12 @@ void VornfhRepairTest::closesRecordings()
     const QString path = tool.sd() + "/100ABC/" + file;
     writeFile(path, content);
     setModified(QFile::encodeName(path), 1000000000000);
-    require(::chmod(QFile::encodeName(path).constData(), 0640) == 0, "chmod");
+    setMode(tool, "sd/DCIM/100ABC/" + file, 0640);
     const QByteArray frames = framesIn(path);
     QCOMPARE(tool.runOnStorages({"repair", "sd"}), tool.success(linesOf({file + ": closed"})));
     QVERIFY(!tool.runOnStorages({"check", "sd"}).out.contains("repairable"));
     QCOMPARE(framesIn(path), frames);
-    struct stat status = {};
-    QCOMPARE(::stat(QFile::encodeName(path).constData(), &status), 0);
+    const struct stat status = statusOf(tool, "sd/DCIM/100ABC/" + file);
     QCOMPARE(status.st_mtime, 1000000000L);
     QCOMPARE(status.st_mode & 0777, 0640U);
     QCOMPARE(namesOnCard(tool), Tree{file});
@@ -269,8 +268,7 @@ void VornfhRepairTest::leavesProtectedObjectsAlone()
     QFETCH(QByteArray, message);
     const ToolRun tool;
     makeOnCard(tool, entries);
-    require(::chmod((QFile::encodeName(tool.sd()) + "/100ABC/" + isProtected).constData(), 0444) == 0,
-            "chmod");
+    setMode(tool, "sd/DCIM/100ABC/" + isProtected, 0444);
     const Tree before = treeWithContents(tool.path());
     QCOMPARE(tool.runOnStorages({"repair", "sd"}),
              (Outcome{3, QByteArray(), tool.expand(errorLines(messagesOf({message})))}));

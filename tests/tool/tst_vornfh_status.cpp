@@ -416,7 +416,7 @@ void VornfhStatusTest::countsObjects()
                       "100ABC/DCF_0002.wav = x", "100ABC/DCF_0003.thumb = x", "100ABC/IMG_0004.jpg = x",
                       "101ABC/DCF_0001.jpg = x", "MISC/DCF_0005.jpg = x"}));
     for (const QByteArray file : {"100ABC/DCF_0001.thumb", "101ABC/DCF_0001.jpg", "MISC/DCF_0005.jpg"})
-        QCOMPARE(::chmod((QFile::encodeName(tool.sd()) + "/" + file).constData(), 0444), 0);
+        setMode(tool, "sd/DCIM/" + file, 0444);
     QCOMPARE(lineOf(tool.runOnStorages({"status", "sd"}), "objects"), QByteArray("3, 2 protected"));
     const QJsonObject json = firstOf(tool.runOnStorages({"status", "sd", "--json"}));
     QCOMPARE(json["objects"].toInt(), 3);
