@@ -21,6 +21,9 @@ void makeVideo(const QString &path, QSize size);
 /// Creates a short audio file with ffmpeg, in the container of the extension.
 void makeSound(const QString &path);
 
+/// The content of a file of each type, as a camera leaves it.
+QByteArray wholeFile(const QByteArray &extension);
+
 /// A JPEG header that declares a size, with no image data after it.
 QByteArray jpegHeader(quint16 width, quint16 height);
 

@@ -211,6 +211,14 @@ Tree onCard(const Tree &entries)
     return Tree{"sd/"} + inFolder("sd/DCIM/", entries);
 }
 
+QByteArray pattern(int size, char seed)
+{
+    QByteArray bytes(size, '\0');
+    for (int i = 0; i < size; ++i)
+        bytes[i] = static_cast<char>(seed + i * 7 + i / 251);
+    return bytes;
+}
+
 QByteArray cardLines(const QByteArrayList &paths)
 {
     QByteArray lines;

@@ -95,6 +95,9 @@ Tree below(const QByteArray &folder, const Tree &entries);
 /// "sd/" and "sd/DCIM/", with @p entries in them.
 Tree onCard(const Tree &entries);
 
+/// Content of which no part is like another; another seed makes other content.
+QByteArray pattern(int size, char seed);
+
 /// A line "@/sd/DCIM/PATH" for each path.
 QByteArray cardLines(const QByteArrayList &paths);
 

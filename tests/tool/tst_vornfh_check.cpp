@@ -81,22 +81,6 @@ QByteArray shortName(const QByteArray &name)
     return "has the short name " + name + " on FAT, which is not a name of the camera standard (DCF)";
 }
 
-/// The content of a file of each type, as a camera leaves it.
-QByteArray wholeFile(const QByteArray &extension)
-{
-    static QHash<QByteArray, QByteArray> files;
-    const bool isPicture = extension == "jpg" || extension == "png" || extension == "thumb";
-    if (!files.contains(extension) && isPicture)
-        files[extension] = pictureData(extension, QSize(1280, 960));
-    if (!files.contains(extension)) {
-        const QTemporaryDir folder;
-        const QString path = folder.filePath("file." + extension);
-        extension == "wav" ? makeSound(path) : makeVideo(path, QSize(320, 240));
-        files[extension] = contentOf(path);
-    }
-    return files[extension];
-}
-
 /// @p content with @p count bytes at @p place replaced by @p byte; a negative place counts from the end.
 QByteArray overwritten(QByteArray content, int place, int count, char byte = '\0')
 {

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "media.h"
+#include "recordings.h"
 #include "standins.h"
 #include "toolsupport.h"
 
 #include <QFile>
 #include <QFileInfo>
-#include <QHash>
 #include <QTest>
 
 #include <fcntl.h>
@@ -19,22 +19,6 @@ const QByteArray NO_THUMBNAIL = "has no thumbnail, unlike others in this folder"
 const QByteArray NOT_CLOSED =
     "is incomplete: it is still being recorded, or the recording was interrupted; a player may reject it";
 const QByteArray CUT_OFF = "does not end as a file of its type: the end is missing or damaged";
-
-/// The content of a file of each type, as a camera leaves it.
-QByteArray wholeFile(const QByteArray &extension)
-{
-    static QHash<QByteArray, QByteArray> files;
-    const bool isPicture = extension == "jpg" || extension == "png" || extension == "thumb";
-    if (!files.contains(extension) && isPicture)
-        files[extension] = pictureData(extension, QSize(320, 240));
-    if (!files.contains(extension)) {
-        const QTemporaryDir folder;
-        const QString path = folder.filePath("file." + extension);
-        extension == "wav" ? makeSound(path) : makeVideo(path, QSize(320, 240));
-        files[extension] = contentOf(path);
-    }
-    return files[extension];
-}
 
 /// A recording whose writer was killed: the sizes in its header are unknown, and it has no index.
 QByteArray unclosedFile(const QByteArray &extension)
@@ -358,10 +342,9 @@ void VornfhRepairTest::keepsTheRecordingIfFfmpegFails_data()
 {
     QTest::addColumn<QByteArray>("script");
     QTest::addColumn<QByteArray>("message");
-    const QByteArray findTarget = "for target; do :; done\ntarget=${target#file:}\n";
     row("fails", QByteArray("echo broken >&2; exit 1"), QByteArray("cannot be closed: broken"));
     row("writes-nothing", QByteArray("exit 0"), QByteArray("cannot be closed: not all of it can be read"));
-    row("writes-something-else", findTarget + "echo text > \"$target\"",
+    row("writes-something-else", FIND_TARGET + "echo text > \"$target\"",
         QByteArray("cannot be closed: not all of it can be read"));
 }
 

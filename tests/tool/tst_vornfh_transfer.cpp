@@ -22,14 +22,6 @@
 
 namespace {
 
-QByteArray pattern(int size, char seed)
-{
-    QByteArray bytes(size, '\0');
-    for (int i = 0; i < size; ++i)
-        bytes[i] = static_cast<char>(seed + i * 7 + i / 251);
-    return bytes;
-}
-
 /// The line about a file that was copied to a folder of the card.
 QByteArray copied(const QByteArray &source, const QByteArray &target, const QByteArray &folder = "100ABC")
 {
