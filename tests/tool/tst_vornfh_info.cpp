@@ -114,11 +114,6 @@ QByteArray bigEndianTiff(const QByteArray &entry = QByteArray())
                                + entry + "00000000");
 }
 
-/// The start of an AVI file whose recording was killed.
-const QByteArray UNCLOSED_AVI = QByteArray::fromHex("52494646ffffffff41564920"  // RIFF, the size, AVI
-                                                    "4c495354ffffffff6864726c") // LIST, the size, hdrl
-                                + QByteArray(4096, '\0');
-
 } // namespace
 
 void VornfhInfoTest::showsAPhotoAndAnAudioFile()

@@ -134,13 +134,6 @@ private:
     const TmpfsMount mMount;
 };
 
-/// The start of an AVI file whose recording was killed.
-const QByteArray UNCLOSED_AVI = QByteArray("RIFF\xff\xff\xff\xff"
-                                           "AVI LIST\xff\xff\xff\xff"
-                                           "hdrl",
-                                           24)
-                                + QByteArray(4096, '\0');
-
 } // namespace
 
 class VornfhStatusTest : public QObject
