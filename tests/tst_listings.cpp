@@ -286,22 +286,22 @@ void ListingsTest::searchPathOfTheHost()
 void ListingsTest::sortOrder_data()
 {
     QTest::addColumn<int>("order");
-    const QList<QPair<const char *, int>> flags = {
-        {"name", QDir::Name}, {"time", QDir::Time},         {"size", QDir::Size},
-        {"type", QDir::Type}, {"unsorted", QDir::Unsorted},
+    const auto row = [](const char *name, QDir::SortFlags flags) { QTest::newRow(name) << int(flags); };
+    const auto rows = [&row](const QByteArray &name, QDir::SortFlags key) {
+        row(name, key);
+        row(name + "-reversed", key | QDir::Reversed);
+        row(name + "-ignoring-case", key | QDir::IgnoreCase);
+        row(name + "-reversed-ignoring-case", key | QDir::Reversed | QDir::IgnoreCase);
+        row(name + "-folders-first", key | QDir::DirsFirst);
+        row(name + "-reversed-folders-last", key | QDir::Reversed | QDir::DirsLast);
+        row(name + "-reversed-by-locale", key | QDir::Reversed | QDir::LocaleAware);
     };
-    for (const auto &flag : flags) {
-        const QByteArray name = flag.first;
-        QTest::newRow(name) << flag.second;
-        QTest::newRow(name + "-reversed") << int(flag.second | QDir::Reversed);
-        QTest::newRow(name + "-ignoring-case") << int(flag.second | QDir::IgnoreCase);
-        QTest::newRow(name + "-reversed-ignoring-case")
-            << int(flag.second | QDir::Reversed | QDir::IgnoreCase);
-        QTest::newRow(name + "-folders-first") << int(flag.second | QDir::DirsFirst);
-        QTest::newRow(name + "-reversed-folders-last") << int(flag.second | QDir::Reversed | QDir::DirsLast);
-        QTest::newRow(name + "-reversed-by-locale") << int(flag.second | QDir::Reversed | QDir::LocaleAware);
-    }
-    row("no-sort", int(QDir::NoSort));
+    rows("name", QDir::Name);
+    rows("time", QDir::Time);
+    rows("size", QDir::Size);
+    rows("type", QDir::Type);
+    rows("unsorted", QDir::Unsorted);
+    row("no-sort", QDir::NoSort);
 }
 
 void ListingsTest::sortOrder()

@@ -232,21 +232,23 @@ void MediaListsTest::selectsFoldersOncePerPass_data()
     const Tree numbered = {"sd/", "sd/DCIM/", "sd/DCIM/100ABC/"};
     const Tree bare = {"sd/", "sd/DCIM/"};
     const Tree blocked = {"sd/", "sd/DCIM"};
-    for (const auto &[name, list, passes] : {std::tuple<const char *, List, int>("photos", photos, 2),
-                                             {"photos-and-thumbnails", photosAndThumbnails, 2},
-                                             {"videos", videos, 1},
-                                             {"audio-files", audio, 1}}) {
-        QTest::addRow("%s-of-a-missing-location", name) << list << 1 << Tree{} << numbered << 1;
-        QTest::addRow("%s-of-other-folders-of-a-missing-location", name) << list << 16 << Tree{} << bare << 1;
-        QTest::addRow("%s-of-an-empty-location", name) << list << 1 << bare << numbered << 0;
-        QTest::addRow("%s-of-other-folders-of-an-empty-location", name) << list << 16 << bare << bare << 0;
-        QTest::addRow("%s-of-a-location-that-cannot-be-created", name)
-            << list << 1 << blocked << blocked << passes;
-        QTest::addRow("%s-of-all-folders-of-a-location-that-cannot-be-created", name)
-            << list << 0 << blocked << blocked << passes;
-        QTest::addRow("%s-of-a-location-below-a-file", name)
-            << list << 1 << Tree{"sd"} << Tree{"sd"} << passes;
-    }
+    const auto rows = [&](const QByteArray &name, List list, int passes) {
+        const auto row = [&](const char *where, int filter, const Tree &before, const Tree &after,
+                             int lines) {
+            QTest::newRow(name + where) << list << filter << before << after << lines;
+        };
+        row("-of-a-missing-location", 1, {}, numbered, 1);
+        row("-of-other-folders-of-a-missing-location", 16, {}, bare, 1);
+        row("-of-an-empty-location", 1, bare, numbered, 0);
+        row("-of-other-folders-of-an-empty-location", 16, bare, bare, 0);
+        row("-of-a-location-that-cannot-be-created", 1, blocked, blocked, passes);
+        row("-of-all-folders-of-a-location-that-cannot-be-created", 0, blocked, blocked, passes);
+        row("-of-a-location-below-a-file", 1, {"sd"}, {"sd"}, passes);
+    };
+    rows("photos", photos, 2);
+    rows("photos-and-thumbnails", photosAndThumbnails, 2);
+    rows("videos", videos, 1);
+    rows("audio-files", audio, 1);
 }
 
 void MediaListsTest::selectsFoldersOncePerPass()

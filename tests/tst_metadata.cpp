@@ -682,7 +682,7 @@ void MetadataTest::contentRequiresAFolderRecord_data()
 
     const Values found = {1, 0, 0, 2};
     for (const int type : {16, 17, 18, 20, 32, 33, 34, 64, 65, -1, 0, 192})
-        QTest::addRow("type-%d", type) << type << FORMER_COUNTS;
+        row("type-" + QByteArray::number(type), type, FORMER_COUNTS);
     row("folder", FILE_TYPE_DIRECTORY, found);
     row("folder-with-further-bits", 128 + 3, found);
 }

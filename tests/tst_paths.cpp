@@ -279,7 +279,7 @@ void PathsTest::extension_data()
     row("audio-is-avi", 64, "avi");
     row("wav", 65, "wav");
     for (const int type : {128, -1, 0, 1, 15, 19, 21, 31, 35, 48, 63, 66, 80, 127, 129, 240, 272, 1000, -2})
-        QTest::newRow(("none-for-" + QByteArray::number(type)).constData()) << type << "";
+        row("none-for-" + QByteArray::number(type), type, "");
 }
 
 void PathsTest::extension()

@@ -113,6 +113,21 @@ Snapshot snapshotOfDisks(const QString &folder)
     return all;
 }
 
+/// Makes the folder work/, which is in memory.
+TmpfsMount workFolder(const ToolRun &tool)
+{
+    tool.make({"work/"});
+    return TmpfsMount(tool.path() + "/work", "size=256m");
+}
+
+/// Creates an image of a disk in work/ with an empty file system, and returns its path.
+QString makeImage(const ToolRun &tool, int number = 0)
+{
+    const QString image = tool.path() + "/work/image" + QString::number(number);
+    makeFileSystem(image, fileSystem(), DISK_BYTES);
+    return image;
+}
+
 /// An AVI file whose writer was killed.
 QByteArray unclosedVideo()
 {
@@ -186,10 +201,8 @@ Recorded record(const ToolRun &tool, const Scenario &scenario)
 {
     Recorded recorded;
     QStringList images;
-    for (int disk = 0; disk < scenario.disks(); ++disk) {
-        images.append(tool.path() + "/work/image" + QString::number(disk));
-        makeFileSystem(images.last(), fileSystem(), DISK_BYTES);
-    }
+    for (int disk = 0; disk < scenario.disks(); ++disk)
+        images.append(makeImage(tool, disk));
     {
         const Loops loops = loopsOf(images);
         const MountedDisks disks(loops, tool.path());
@@ -544,8 +557,7 @@ namespace {
 Count replayOfRow(const ToolRun &tool)
 {
     QFETCH(Scenario, scenario);
-    tool.make({"work/"});
-    const TmpfsMount memory(tool.path() + "/work", "size=256m");
+    const TmpfsMount work = workFolder(tool);
     const Recorded recorded = record(tool, scenario);
     require(recorded.outcome.exitCode == scenario.exitCode, toString(recorded.outcome));
     const QByteArrayList left = recorded.after.keys();
@@ -809,10 +821,9 @@ void PowerCutTest::problemsOfTheFileSystemAreReported()
                     : "the kernel has reported since the system started that the file system was not "
                       "unmounted properly; unmount and check it";
     const ToolRun tool;
-    tool.make({"work/", "a.jpg = a"});
-    const TmpfsMount memory(tool.path() + "/work", "size=256m");
-    const QString image = tool.path() + "/work/image";
-    makeFileSystem(image, fileSystem(), DISK_BYTES);
+    tool.make({"a.jpg = a"});
+    const TmpfsMount work = workFolder(tool);
+    const QString image = makeImage(tool);
     {
         const Loops loops = loopsOf({image});
         const MountedDisks disks(loops, tool.path());
@@ -855,11 +866,9 @@ void PowerCutTest::leftoversOfThisSessionAreRemoved()
     QFETCH(int, disksBetween);
     QFETCH(bool, isRemoved);
     const ToolRun tool;
-    tool.make({"work/", "a.jpg = a"});
-    const TmpfsMount memory(tool.path() + "/work", "size=256m");
-    const QString image = tool.path() + "/work/image";
-    makeFileSystem(image, fileSystem(), DISK_BYTES);
-    const Loops loops = loopsOf({image});
+    tool.make({"a.jpg = a"});
+    const TmpfsMount work = workFolder(tool);
+    const Loops loops = loopsOf({makeImage(tool)});
     const MountedDisks disks(loops, tool.path());
     const int disk = readAll("/sys/class/block" + loops[0]->path().mid(4) + "/diskseq").trimmed().toInt();
     if (boot.isEmpty())

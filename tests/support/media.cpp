@@ -3,6 +3,7 @@
 
 #include "testsupport.h"
 
+#include <QHash>
 #include <QProcess>
 #include <QTemporaryDir>
 
@@ -53,6 +54,21 @@ void makeVideo(const QString &path, QSize size)
 void makeSound(const QString &path)
 {
     runFfmpeg("sine=d=0.1", {"-c:a", "pcm_s16le"}, path);
+}
+
+QByteArray wholeFile(const QByteArray &extension)
+{
+    static QHash<QByteArray, QByteArray> files;
+    const bool isPicture = extension == "jpg" || extension == "png" || extension == "thumb";
+    if (!files.contains(extension) && isPicture)
+        files[extension] = pictureData(extension, QSize(1280, 960));
+    if (!files.contains(extension)) {
+        const QTemporaryDir folder;
+        const QString path = folder.filePath("file." + extension);
+        extension == "wav" ? makeSound(path) : makeVideo(path, QSize(320, 240));
+        files[extension] = contentOf(path);
+    }
+    return files[extension];
 }
 
 QByteArray jpegHeader(quint16 width, quint16 height)

@@ -10,7 +10,6 @@
 #include <pty.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -212,6 +211,22 @@ Tree onCard(const Tree &entries)
     return Tree{"sd/"} + inFolder("sd/DCIM/", entries);
 }
 
+QByteArray pattern(int size, char seed)
+{
+    QByteArray bytes(size, '\0');
+    for (int i = 0; i < size; ++i)
+        bytes[i] = static_cast<char>(seed + i * 7 + i / 251);
+    return bytes;
+}
+
+QByteArray cardLines(const QByteArrayList &paths)
+{
+    QByteArray lines;
+    for (const QByteArray &path : paths)
+        lines += "@/sd/DCIM/" + path + "\n";
+    return lines;
+}
+
 QByteArray errorLines(const QByteArrayList &messages)
 {
     QByteArray lines;
@@ -240,6 +255,18 @@ QByteArray twoSignals(const QByteArray &first, const QByteArray &second)
              "do sleep 0.01; done\n"
              "kill -"
            + second + " $PPID";
+}
+
+struct stat statusOf(const ToolRun &tool, const QString &file)
+{
+    struct stat status = {};
+    require(::lstat(QFile::encodeName(tool.path() + "/" + file).constData(), &status) == 0, file.toUtf8());
+    return status;
+}
+
+void setMode(const ToolRun &tool, const QString &file, mode_t mode)
+{
+    require(::chmod(QFile::encodeName(tool.path() + "/" + file).constData(), mode) == 0, file.toUtf8());
 }
 
 bool isRunning(pid_t number)

@@ -8,6 +8,7 @@
 #include <QProcess>
 #include <QProcessEnvironment>
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 /// The outcome of running a program.
@@ -94,6 +95,12 @@ Tree below(const QByteArray &folder, const Tree &entries);
 /// "sd/" and "sd/DCIM/", with @p entries in them.
 Tree onCard(const Tree &entries);
 
+/// Content of which no part is like another; another seed makes other content.
+QByteArray pattern(int size, char seed);
+
+/// A line "@/sd/DCIM/PATH" for each path.
+QByteArray cardLines(const QByteArrayList &paths);
+
 /// A line "vornfh: MESSAGE" for each message.
 QByteArray errorLines(const QByteArrayList &messages);
 
@@ -104,6 +111,12 @@ Outcome withoutRandomNames(const Outcome &outcome);
 /// A script for ToolRun::runBefore() that sends two signals, such as "INT", to the tool, the second one after
 /// the tool has handled the first.
 QByteArray twoSignals(const QByteArray &first, const QByteArray &second);
+
+/// The status of @p file, a path relative to the directory of @p tool. A symbolic link is not followed.
+struct stat statusOf(const ToolRun &tool, const QString &file);
+
+/// Sets the permissions of such a file.
+void setMode(const ToolRun &tool, const QString &file, mode_t mode);
 
 /// Returns whether process @p number exists and is not a zombie.
 bool isRunning(pid_t number);
@@ -136,6 +149,11 @@ inline QByteArray folderNameWithSlash(const QByteArray &name)
 {
     return "the folder name '" + name
            + "' contains '/'; it must be the name of a folder directly in the location";
+}
+/// About a file that an interrupted command has left.
+inline QByteArray removed(const QByteArray &path)
+{
+    return path + ": left by an interrupted command; removed";
 }
 inline QByteArray readOnly(const QByteArray &location)
 {

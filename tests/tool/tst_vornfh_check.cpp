@@ -81,22 +81,6 @@ QByteArray shortName(const QByteArray &name)
     return "has the short name " + name + " on FAT, which is not a name of the camera standard (DCF)";
 }
 
-/// The content of a file of each type, as a camera leaves it.
-QByteArray wholeFile(const QByteArray &extension)
-{
-    static QHash<QByteArray, QByteArray> files;
-    const bool isPicture = extension == "jpg" || extension == "png" || extension == "thumb";
-    if (!files.contains(extension) && isPicture)
-        files[extension] = pictureData(extension, QSize(1280, 960));
-    if (!files.contains(extension)) {
-        const QTemporaryDir folder;
-        const QString path = folder.filePath("file." + extension);
-        extension == "wav" ? makeSound(path) : makeVideo(path, QSize(320, 240));
-        files[extension] = contentOf(path);
-    }
-    return files[extension];
-}
-
 /// @p content with @p count bytes at @p place replaced by @p byte; a negative place counts from the end.
 QByteArray overwritten(QByteArray content, int place, int count, char byte = '\0')
 {
@@ -541,14 +525,14 @@ void VornfhCheckTest::readsAndDecodesEverything_data()
     QTest::addColumn<QByteArray>("extension");
     QTest::addColumn<QByteArray>("content");
     QTest::addColumn<bool>("isDamaged");
+    const auto row = [](const QByteArray &name, const QByteArray &extension, const QByteArray &content,
+                        bool isDamaged) { QTest::newRow(name) << extension << content << isDamaged; };
     for (const QByteArray extension : {"jpg", "png", "avi", "mkv", "wav"})
-        QTest::newRow("whole-" + extension) << extension << wholeFile(extension) << false;
+        row("whole-" + extension, extension, wholeFile(extension), false);
     const QByteArray png = wholeFile("png");
-    QTest::newRow("damaged-png") << QByteArray("png") << overwritten(png, png.size() / 2, 100, '\x55')
-                                 << true;
+    row("damaged-png", "png", overwritten(png, png.size() / 2, 100, '\x55'), true);
     const QByteArray avi = wholeFile("avi");
-    QTest::newRow("damaged-avi") << QByteArray("avi") << overwritten(avi, avi.size() / 2 - 600, 1200, '\x55')
-                                 << true;
+    row("damaged-avi", "avi", overwritten(avi, avi.size() / 2 - 600, 1200, '\x55'), true);
 }
 
 void VornfhCheckTest::readsAndDecodesEverything()
@@ -578,8 +562,8 @@ void VornfhCheckTest::requiresFfmpegToReadEverything()
 void VornfhCheckTest::ignoresFilesThatAreBeingWritten_data()
 {
     QTest::addColumn<bool>("isLocked");
-    QTest::newRow("open-for-writing") << false;
-    QTest::newRow("locked") << true;
+    row("open-for-writing", false);
+    row("locked", true);
 }
 
 void VornfhCheckTest::ignoresFilesThatAreBeingWritten()
@@ -688,8 +672,8 @@ void VornfhCheckTest::checksFoldersWithoutASuffix()
 void VornfhCheckTest::reportsAnUnreadableFolder_data()
 {
     QTest::addColumn<int>("mode");
-    QTest::newRow("without-permissions") << 0;
-    QTest::newRow("with-readable-names") << 0444;
+    row("without-permissions", 0);
+    row("with-readable-names", 0444);
 }
 
 void VornfhCheckTest::reportsAnUnreadableFolder()

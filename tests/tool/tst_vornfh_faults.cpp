@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "media.h"
+#include "recordings.h"
 #include "standins.h"
 #include "toolsupport.h"
 
@@ -292,17 +293,6 @@ QByteArray problemOf(const Fault &fault, const Run &good, const Run &bad)
     const auto found = std::find_if(problems.begin(), problems.end(),
                                     [](const QByteArray &problem) { return !problem.isEmpty(); });
     return found == problems.end() ? "" : *found;
-}
-
-/// The start of a script for ffmpeg: the path to write is the last argument, after "file:".
-const QByteArray FIND_TARGET = "for target; do :; done\ntarget=${target#file:}\n";
-
-QByteArray pattern(int size, char seed)
-{
-    QByteArray bytes(size, '\0');
-    for (int i = 0; i < size; ++i)
-        bytes[i] = static_cast<char>(seed + i * 7 + i / 251);
-    return bytes;
 }
 
 } // namespace

@@ -422,7 +422,7 @@ void VornfhGalleryTest::marksProtectedFiles()
     for (const char *name : {"DCF_0001.jpg", "DCF_0001.thumb", "DCF_0002.thumb"})
         writeFile(folder + name, pictureData("jpg", {16, 16}));
     for (const QByteArray &name : marked)
-        QCOMPARE(::chmod((QFile::encodeName(folder) + name).constData(), 0444), 0);
+        setMode(tool, "sd/DCIM/100ABC/" + name, 0444);
     QCOMPARE(tool.runOnStorages(GALLERY), tool.success(PRINTED));
     const Page page = parsed(tool.content("page.html"));
     QVERIFY(page.isValid);
@@ -621,10 +621,10 @@ void VornfhGalleryTest::isSelfContained()
 void VornfhGalleryTest::saysThatAStorageIsEmpty_data()
 {
     QTest::addColumn<Tree>("entries");
-    QTest::newRow("location-only") << onCard({});
-    QTest::newRow("other-folder") << onCard({"MISC/", "MISC/a.jpg"});
-    QTest::newRow("empty-folder") << onCard({"100ABC/"});
-    QTest::newRow("files-beside-the-folders-and-hidden") << onCard({"100ABC/", "100ABC/.a.jpg", "b.jpg"});
+    row("location-only", onCard({}));
+    row("other-folder", onCard({"MISC/", "MISC/a.jpg"}));
+    row("empty-folder", onCard({"100ABC/"}));
+    row("files-beside-the-folders-and-hidden", onCard({"100ABC/", "100ABC/.a.jpg", "b.jpg"}));
 }
 
 void VornfhGalleryTest::saysThatAStorageIsEmpty()

@@ -12,8 +12,6 @@
 
 #include <cstdio>
 
-#include <sys/stat.h>
-
 namespace {
 
 /// A script that is appended to a copy of the page. It selects each type in turn and reports what is visible
@@ -122,7 +120,7 @@ void VornfhGalleryPageTest::initTestCase()
          {first + "DCF_0001.jpg", first + "DCF_0002.jpg", second + LONG_NAME, first + "DCF_0003.avi"})
         writeFile(medium.replace(medium.size() - 3, 3, "thumb"), pictureData("jpg", {160, 120}));
     for (const char *name : {"DCF_0001.jpg", "DCF_0003.avi", "DCF_0005.wav"})
-        QCOMPARE(::chmod(QFile::encodeName(first + name).constData(), 0444), 0);
+        setMode(mTool, "sd/DCIM/100ABC/" + QByteArray(name), 0444);
     QCOMPARE(mTool.runOnStorages({"gallery", "sd", "--probe", "-o", "page.html"}).exitCode, 0);
     QByteArray page = mTool.content("page.html");
     // Remove the policy that forbids scripts, and lazy loading, which would leave some pictures unloaded.
@@ -167,10 +165,10 @@ void VornfhGalleryPageTest::looksRightInABrowser_data()
     QTest::addColumn<int>("columns");
     const QSize desktop(1280, 900);
     const QSize phone(390, 844);
-    QTest::newRow("desktop-light") << desktop << false << 5;
-    QTest::newRow("desktop-dark") << desktop << true << 5;
-    QTest::newRow("phone-light") << phone << false << 2;
-    QTest::newRow("phone-dark") << phone << true << 2;
+    row("desktop-light", desktop, false, 5);
+    row("desktop-dark", desktop, true, 5);
+    row("phone-light", phone, false, 2);
+    row("phone-dark", phone, true, 2);
 }
 
 void VornfhGalleryPageTest::looksRightInABrowser()

@@ -8,8 +8,6 @@
 #include <QTest>
 #include <QVector>
 
-#include <sys/stat.h>
-
 using namespace VORN_FILE_HANDLER;
 
 using Listing = QJsonArray (*)();
@@ -393,7 +391,7 @@ void VornfhListTest::marksProtectedFiles()
     const ToolRun tool;
     tool.make(CARD + onCard({"102ABC/\u00e4.jpg = x", "102ABC/\u00e4.thumb = x"}));
     for (const QByteArray &file : marked)
-        QCOMPARE(::chmod((QFile::encodeName(tool.sd()) + "/" + file).constData(), 0444), 0);
+        setMode(tool, "sd/DCIM/" + file, 0444);
     const QByteArrayList list = QByteArrayList{"list", "sd"} + options;
     QStringList inTable;
     for (const QByteArray &line : tool.runOnStorages(list).out.split('\n')) {

@@ -96,23 +96,6 @@ QByteArray isProtected(const QByteArray &path)
     return "@/sd/DCIM/" + path + ": is protected and stays on the storage device";
 }
 
-QByteArray removed(const QByteArray &path)
-{
-    return path + ": left by an interrupted command; removed";
-}
-
-void setMode(const ToolRun &tool, const QByteArray &path, mode_t mode)
-{
-    require(::chmod((QFile::encodeName(tool.path()) + "/" + path).constData(), mode) == 0, path);
-}
-
-struct stat statusOf(const ToolRun &tool, const QString &path)
-{
-    struct stat status = {};
-    require(::lstat(QFile::encodeName(tool.path() + "/" + path).constData(), &status) == 0, path.toUtf8());
-    return status;
-}
-
 /// What sha256sum(1) says about the files in out/.
 Outcome checkedSums(const ToolRun &tool)
 {
@@ -439,12 +422,13 @@ void VornfhOffloadTest::leavesOutWhatIsBeingWritten_data()
     QTest::addColumn<QByteArray>("file");
     QTest::addColumn<bool>("isWriting"); // or locked
     QTest::addColumn<QByteArrayList>("options");
-    for (const char *option : {"", "--move"}) {
-        const QByteArrayList options = *option ? QByteArrayList{option} : QByteArrayList();
-        QTest::addRow("open-for-writing%s", option) << QByteArray("100ABC/DCF_0001.jpg") << true << options;
-        QTest::addRow("thumbnail%s", option) << QByteArray("100ABC/DCF_0001.thumb") << true << options;
-        QTest::addRow("locked%s", option) << QByteArray("100ABC/DCF_0001.jpg") << false << options;
-    }
+    const auto row = [](const QByteArray &name, const QByteArray &file, bool isWriting) {
+        QTest::newRow(name) << file << isWriting << QByteArrayList();
+        QTest::newRow(name + "--move") << file << isWriting << QByteArrayList{"--move"};
+    };
+    row("open-for-writing", "100ABC/DCF_0001.jpg", true);
+    row("thumbnail", "100ABC/DCF_0001.thumb", true);
+    row("locked", "100ABC/DCF_0001.jpg", false);
 }
 
 void VornfhOffloadTest::leavesOutWhatIsBeingWritten()
@@ -556,11 +540,13 @@ void VornfhOffloadTest::removesLeftoversOnlyWhereItWrites()
     tool.make(onCard(CARD + Tree{"100ABC/" + left})
               + below("out/", {left, "100ABC/" + left, "102ABC/" + left}));
     const Outcome copied = tool.runOnStorages({"offload", "sd", "out"});
-    QCOMPARE(copied, tool.success(lines(namesOf(CARD)),
-                                  errorLines({removed("@/out/" + left), removed("@/out/100ABC/" + left)})));
+    QCOMPARE(copied,
+             tool.success(lines(namesOf(CARD)), errorLines({messages::removed("@/out/" + left),
+                                                            messages::removed("@/out/100ABC/" + left)})));
     QVERIFY(tree(tool.sd()).contains("100ABC/" + left));
     const Outcome moved = tool.runOnStorages({"offload", "sd", "out", "--move"});
-    QCOMPARE(moved, tool.success(lines(namesOf(CARD)), errorLines({removed("@/sd/DCIM/100ABC/" + left)})));
+    QCOMPARE(moved,
+             tool.success(lines(namesOf(CARD)), errorLines({messages::removed("@/sd/DCIM/100ABC/" + left)})));
     QCOMPARE(sorted(treeWithContents(tool.path())),
              sorted(card(CARD.mid(6)) + offloaded(CARD) + Tree{"out/102ABC/", "out/102ABC/" + left}));
 }
@@ -780,8 +766,8 @@ void VornfhOffloadTest::stopsAfterTheCurrentFile_data()
     QTest::addColumn<QByteArray>("signal");
     QTest::addColumn<QByteArrayList>("options");
     for (const QByteArray signal : {"INT", "TERM", "HUP"}) {
-        QTest::addRow("SIG%s", signal.constData()) << signal << QByteArrayList();
-        QTest::addRow("move-SIG%s", signal.constData()) << signal << QByteArrayList{"--move"};
+        row("SIG" + signal, signal, QByteArrayList());
+        row("move-SIG" + signal, signal, QByteArrayList{"--move"});
     }
 }
 

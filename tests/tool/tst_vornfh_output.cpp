@@ -171,10 +171,10 @@ void VornfhOutputTest::aCommandThatPrintsNothingSucceeds()
 void VornfhOutputTest::messagesAreNeverWrittenIntoFiles_data()
 {
     QTest::addColumn<QString>("redirection");
-    QTest::newRow("standard-output-closed") << ">&-";
-    QTest::newRow("standard-error-closed") << "2>&-";
-    QTest::newRow("both-closed") << ">&- 2>&-";
-    QTest::newRow("all-closed") << "<&- >&- 2>&-";
+    row("standard-output-closed", ">&-");
+    row("standard-error-closed", "2>&-");
+    row("both-closed", ">&- 2>&-");
+    row("all-closed", "<&- >&- 2>&-");
 }
 
 /// With few descriptors, files are copied in many batches, and the first free descriptor is that of one file

@@ -13,21 +13,12 @@ const Tree CARD =
             "100ABC/DCF_0002.wav = both", "100ABC/IMG_0001.jpg = other", "101ABC/DCF_0001.jpg = three",
             "MISC/DCF_0001.jpg = four"});
 
-QByteArray lines(const QByteArrayList &paths)
-{
-    QByteArray text;
-    for (const QByteArray &path : paths)
-        text += "@/sd/DCIM/" + path + "\n";
-    return text;
-}
-
 /// The files on the card that nobody may write to.
 QByteArrayList protectedFiles(const ToolRun &tool)
 {
     QByteArrayList found;
     for (const QByteArray &entry : tree(tool.sd())) {
-        struct stat status = {};
-        ::lstat((QFile::encodeName(tool.sd()) + "/" + entry).constData(), &status);
+        const struct stat status = statusOf(tool, "sd/DCIM/" + entry);
         if (S_ISREG(status.st_mode) && (status.st_mode & 0222) == 0)
             found.append(entry);
     }
@@ -80,11 +71,11 @@ void VornfhProtectTest::marksObjects()
     const ToolRun tool;
     tool.make(CARD + Tree{"in -> sd/DCIM/101ABC"});
     const Tree before = treeWithContents(tool.path());
-    QCOMPARE(tool.runOnStorages(QByteArrayList{"protect"} + paths), tool.success(lines(files)));
+    QCOMPARE(tool.runOnStorages(QByteArrayList{"protect"} + paths), tool.success(cardLines(files)));
     QCOMPARE(protectedFiles(tool), files);
-    QCOMPARE(tool.runOnStorages(QByteArrayList{"protect"} + paths), tool.success(lines(files)));
+    QCOMPARE(tool.runOnStorages(QByteArrayList{"protect"} + paths), tool.success(cardLines(files)));
     QCOMPARE(protectedFiles(tool), files);
-    QCOMPARE(tool.runOnStorages(QByteArrayList{"unprotect"} + paths), tool.success(lines(files)));
+    QCOMPARE(tool.runOnStorages(QByteArrayList{"unprotect"} + paths), tool.success(cardLines(files)));
     QCOMPARE(protectedFiles(tool), QByteArrayList());
     QCOMPARE(treeWithContents(tool.path()), before);
 }
@@ -115,7 +106,7 @@ void VornfhProtectTest::refusesPaths()
     const ToolRun tool;
     tool.make(CARD + Tree{"DCF_0001.jpg"});
     QCOMPARE(tool.runOnStorages({"protect", path, "sd/DCIM/101ABC/DCF_0001.jpg"}),
-             tool.failure({message, "1 of 2 paths not protected"}, lines({"101ABC/DCF_0001.jpg"})));
+             tool.failure({message, "1 of 2 paths not protected"}, cardLines({"101ABC/DCF_0001.jpg"})));
     QCOMPARE(protectedFiles(tool), QByteArrayList{"101ABC/DCF_0001.jpg"});
 }
 
@@ -137,13 +128,8 @@ void VornfhProtectTest::keepsTheOtherPermissions()
     const ToolRun tool;
     tool.make(CARD);
     const QByteArray file = "sd/DCIM/101ABC/DCF_0001.jpg";
-    const QByteArray path = QFile::encodeName(tool.path()) + "/" + file;
-    const auto mode = [&path] {
-        struct stat status = {};
-        require(::stat(path.constData(), &status) == 0, path);
-        return static_cast<int>(status.st_mode & 07777);
-    };
-    QCOMPARE(::chmod(path.constData(), static_cast<mode_t>(before)), 0);
+    const auto mode = [&] { return static_cast<int>(statusOf(tool, file).st_mode & 07777); };
+    setMode(tool, file, static_cast<mode_t>(before));
     QCOMPARE(tool.runOnStorages({"protect", file}).exitCode, 0);
     QCOMPARE(mode(), marked);
     QCOMPARE(tool.runOnStorages({"unprotect", file}).exitCode, 0);
@@ -201,7 +187,7 @@ void VornfhProtectTest::leavesProtectedObjectsAlone()
     QFETCH(Tree, deleted);
     const ToolRun tool;
     tool.make(CARD + Tree{"mmc/DCIM/"});
-    QVERIFY(::chmod(QFile::encodeName(tool.sd() + "/100ABC/DCF_0001.thumb").constData(), 0444) == 0);
+    setMode(tool, "sd/DCIM/100ABC/DCF_0001.thumb", 0444);
     Tree expected = tree(tool.path());
     for (const QByteArray &entry : deleted)
         QVERIFY2(expected.removeOne(entry), entry.constData());

@@ -16,7 +16,6 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -28,29 +27,15 @@ const QByteArrayList FOUR = {"100ABC/DCF_0001.jpg size 90", "100ABC/DCF_0001.thu
                              "101ABC/DCF_0001.png size 90", "101ABC/DCF_0001.thumb size 10",
                              "101ABC/DCF_0002.wav size 100"};
 
-/// The lines about what was deleted from the card.
-QByteArray lines(const QByteArrayList &paths)
-{
-    QByteArray text;
-    for (const QByteArray &path : paths)
-        text += "@/sd/DCIM/" + path + "\n";
-    return text;
-}
-
-const QByteArray FIRST = lines({"100ABC/DCF_0001.jpg", "100ABC/DCF_0001.thumb"});
-const QByteArray SECOND = lines({"100ABC/DCF_0002.avi", "100ABC/DCF_0002.thumb"});
-const QByteArray THIRD = lines({"101ABC/DCF_0001.png", "101ABC/DCF_0001.thumb"});
-const QByteArray FOLDER = lines({"100ABC"});
+const QByteArray FIRST = cardLines({"100ABC/DCF_0001.jpg", "100ABC/DCF_0001.thumb"});
+const QByteArray SECOND = cardLines({"100ABC/DCF_0002.avi", "100ABC/DCF_0002.thumb"});
+const QByteArray THIRD = cardLines({"101ABC/DCF_0001.png", "101ABC/DCF_0001.thumb"});
+const QByteArray FOLDER = cardLines({"100ABC"});
 
 QByteArray stillTakes(const QByteArray &size, const QByteArray &wanted)
 {
     return "@/sd/DCIM: the objects take " + size + " instead of " + wanted
            + "; no other object may be deleted";
-}
-
-void setMode(const ToolRun &tool, const QByteArray &file, mode_t mode)
-{
-    require(::chmod((QFile::encodeName(tool.sd()) + "/" + file).constData(), mode) == 0, file);
 }
 
 } // namespace
@@ -118,7 +103,7 @@ void VornfhPruneTest::prunes()
     const ToolRun tool;
     tool.make(onCard(FOUR));
     for (const QByteArray &file : isProtected)
-        setMode(tool, file, 0444);
+        setMode(tool, "sd/DCIM/" + file, 0444);
     Tree expected = tree(tool.path());
     for (const QByteArray &line : out.split('\n'))
         expected.removeAll(line.mid(2) + (line.endsWith("ABC") ? "/" : ""));
@@ -149,7 +134,7 @@ void VornfhPruneTest::keepsWhatIsNoObject()
     Tree expected = tree(tool.path());
     expected.removeAll("sd/DCIM/101ABC/DCF_0001.jpg");
     QCOMPARE(tool.runOnStorages({"prune", "sd", "--keep-last", "1"}),
-             tool.success(lines({"101ABC/DCF_0001.jpg"})));
+             tool.success(cardLines({"101ABC/DCF_0001.jpg"})));
     QCOMPARE(tree(tool.path()), expected);
 }
 
@@ -190,7 +175,7 @@ void VornfhPruneTest::keepsFreeSpace()
     const QByteArray err = message.isEmpty()
                                ? message
                                : errorLines({"@/sd/DCIM: " + message + "; no other object may be deleted"});
-    const Outcome outcome = {message.isEmpty() ? 0 : 3, tool.expand(lines(expected)), tool.expand(err)};
+    const Outcome outcome = {message.isEmpty() ? 0 : 3, tool.expand(cardLines(expected)), tool.expand(err)};
     QCOMPARE(tool.runOnStorages({"prune", "sd", "--keep-free", policy}), outcome);
 }
 
@@ -500,7 +485,7 @@ void VornfhPruneTest::agreesWithTheRules()
             tool.make(onCard({file.path + " = " + QByteArray(file.size, 'x')})); // without holes
             setModified(QFile::encodeName(tool.sd()) + "/" + file.path,
                         (now - (file.isRecent ? 10 : 100000)) * 1000);
-            setMode(tool, file.path, file.isProtected ? 0444 : 0644);
+            setMode(tool, "sd/DCIM/" + file.path, file.isProtected ? 0444 : 0644);
         }
         ModelPolicy policy = {!hasMount || random.bounded(2) == 0 ? -1 : PAGE * random.bounded(20),
                               random.bounded(3) == 0 ? -1 : random.bounded(1, 800), random.bounded(4),

@@ -531,9 +531,9 @@ void VornfhRecordTest::needsSpaceToRecord()
 void VornfhRecordTest::removesAnInterruptedRecordingWithoutContent_data()
 {
     QTest::addColumn<int>("number");
-    QTest::newRow("SIGINT") << SIGINT;
-    QTest::newRow("SIGTERM") << SIGTERM;
-    QTest::newRow("SIGHUP") << SIGHUP;
+    row("SIGINT", SIGINT);
+    row("SIGTERM", SIGTERM);
+    row("SIGHUP", SIGHUP);
 }
 
 void VornfhRecordTest::removesAnInterruptedRecordingWithoutContent()

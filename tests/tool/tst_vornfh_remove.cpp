@@ -6,8 +6,6 @@
 
 #include <algorithm>
 
-#include <sys/stat.h>
-
 namespace {
 
 const Tree MEDIA = {"mmc/DCIM/100ABC/DCF_0001.jpg = 1234", "sd/DCIM/100ABC/DCF_0001.jpg = 1234",
@@ -433,7 +431,7 @@ void VornfhRemoveTest::refusesUnreadableFolders()
     tool.make(MEDIA + onCard({"101ABC/a/b/c.jpg"}));
     // The user may delete everything else.
     for (const char *parent : {"sd", "sd/DCIM", "sd/DCIM/100ABC", "sd/DCIM/101ABC"})
-        ::chmod(QFile::encodeName(tool.path() + "/" + parent).constData(), 0777);
+        setMode(tool, parent, 0777);
     const Tree before = treeWithContents(tool.path());
     Outcome outcome;
     {

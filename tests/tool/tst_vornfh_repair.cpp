@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "media.h"
+#include "recordings.h"
 #include "standins.h"
 #include "toolsupport.h"
 
 #include <QFile>
 #include <QFileInfo>
-#include <QHash>
 #include <QTest>
 
 #include <fcntl.h>
@@ -19,22 +19,6 @@ const QByteArray NO_THUMBNAIL = "has no thumbnail, unlike others in this folder"
 const QByteArray NOT_CLOSED =
     "is incomplete: it is still being recorded, or the recording was interrupted; a player may reject it";
 const QByteArray CUT_OFF = "does not end as a file of its type: the end is missing or damaged";
-
-/// The content of a file of each type, as a camera leaves it.
-QByteArray wholeFile(const QByteArray &extension)
-{
-    static QHash<QByteArray, QByteArray> files;
-    const bool isPicture = extension == "jpg" || extension == "png" || extension == "thumb";
-    if (!files.contains(extension) && isPicture)
-        files[extension] = pictureData(extension, QSize(320, 240));
-    if (!files.contains(extension)) {
-        const QTemporaryDir folder;
-        const QString path = folder.filePath("file." + extension);
-        extension == "wav" ? makeSound(path) : makeVideo(path, QSize(320, 240));
-        files[extension] = contentOf(path);
-    }
-    return files[extension];
-}
 
 /// A recording whose writer was killed: the sizes in its header are unknown, and it has no index.
 QByteArray unclosedFile(const QByteArray &extension)
@@ -118,12 +102,15 @@ void VornfhRepairTest::closesRecordings_data()
 {
     QTest::addColumn<QByteArray>("extension");
     QTest::addColumn<QByteArray>("content");
+    const auto row = [](const QByteArray &name, const QByteArray &extension, const QByteArray &content) {
+        QTest::newRow(name) << extension << content;
+    };
     for (const QByteArray extension : {"avi", "mkv", "wav"})
-        QTest::newRow(extension) << extension << unclosedFile(extension);
+        row(extension, extension, unclosedFile(extension));
     QByteArray withoutIndex = wholeFile("avi");
     withoutIndex.replace(withoutIndex.lastIndexOf("idx1"), 4, "JUNK");
-    QTest::newRow("avi-without-an-index") << QByteArray("avi") << withoutIndex;
-    QTest::newRow("upper-case") << QByteArray("AVI") << unclosedFile("avi");
+    row("avi-without-an-index", "avi", withoutIndex);
+    row("upper-case", "AVI", unclosedFile("avi"));
 }
 
 void VornfhRepairTest::closesRecordings()
@@ -135,13 +122,12 @@ void VornfhRepairTest::closesRecordings()
     const QString path = tool.sd() + "/100ABC/" + file;
     writeFile(path, content);
     setModified(QFile::encodeName(path), 1000000000000);
-    require(::chmod(QFile::encodeName(path).constData(), 0640) == 0, "chmod");
+    setMode(tool, "sd/DCIM/100ABC/" + file, 0640);
     const QByteArray frames = framesIn(path);
     QCOMPARE(tool.runOnStorages({"repair", "sd"}), tool.success(linesOf({file + ": closed"})));
     QVERIFY(!tool.runOnStorages({"check", "sd"}).out.contains("repairable"));
     QCOMPARE(framesIn(path), frames);
-    struct stat status = {};
-    QCOMPARE(::stat(QFile::encodeName(path).constData(), &status), 0);
+    const struct stat status = statusOf(tool, "sd/DCIM/100ABC/" + file);
     QCOMPARE(status.st_mtime, 1000000000L);
     QCOMPARE(status.st_mode & 0777, 0640U);
     QCOMPARE(namesOnCard(tool), Tree{file});
@@ -268,8 +254,7 @@ void VornfhRepairTest::leavesProtectedObjectsAlone()
     QFETCH(QByteArray, message);
     const ToolRun tool;
     makeOnCard(tool, entries);
-    require(::chmod((QFile::encodeName(tool.sd()) + "/100ABC/" + isProtected).constData(), 0444) == 0,
-            "chmod");
+    setMode(tool, "sd/DCIM/100ABC/" + isProtected, 0444);
     const Tree before = treeWithContents(tool.path());
     QCOMPARE(tool.runOnStorages({"repair", "sd"}),
              (Outcome{3, QByteArray(), tool.expand(errorLines(messagesOf({message})))}));
@@ -281,11 +266,12 @@ void VornfhRepairTest::leavesObjectsAloneThatAreBeingWritten_data()
     QTest::addColumn<QByteArray>("file");
     QTest::addColumn<QByteArray>("content");
     QTest::addColumn<bool>("isLocked");
-    for (const bool isLocked : {false, true}) {
-        const char *how = isLocked ? "locked" : "open-for-writing";
-        QTest::addRow("recording-%s", how) << QByteArray("DCF_0001.avi") << unclosedFile("avi") << isLocked;
-        QTest::addRow("empty-%s", how) << QByteArray("DCF_0001.wav") << QByteArray() << isLocked;
-    }
+    const auto row = [](const QByteArray &name, const QByteArray &file, const QByteArray &content) {
+        QTest::newRow(name + "-open-for-writing") << file << content << false;
+        QTest::newRow(name + "-locked") << file << content << true;
+    };
+    row("recording", "DCF_0001.avi", unclosedFile("avi"));
+    row("empty", "DCF_0001.wav", {});
 }
 
 void VornfhRepairTest::leavesObjectsAloneThatAreBeingWritten()
@@ -358,10 +344,9 @@ void VornfhRepairTest::keepsTheRecordingIfFfmpegFails_data()
 {
     QTest::addColumn<QByteArray>("script");
     QTest::addColumn<QByteArray>("message");
-    const QByteArray findTarget = "for target; do :; done\ntarget=${target#file:}\n";
     row("fails", QByteArray("echo broken >&2; exit 1"), QByteArray("cannot be closed: broken"));
     row("writes-nothing", QByteArray("exit 0"), QByteArray("cannot be closed: not all of it can be read"));
-    row("writes-something-else", findTarget + "echo text > \"$target\"",
+    row("writes-something-else", FIND_TARGET + "echo text > \"$target\"",
         QByteArray("cannot be closed: not all of it can be read"));
 }
 

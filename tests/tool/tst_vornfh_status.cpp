@@ -134,13 +134,6 @@ private:
     const TmpfsMount mMount;
 };
 
-/// The start of an AVI file whose recording was killed.
-const QByteArray UNCLOSED_AVI = QByteArray("RIFF\xff\xff\xff\xff"
-                                           "AVI LIST\xff\xff\xff\xff"
-                                           "hdrl",
-                                           24)
-                                + QByteArray(4096, '\0');
-
 } // namespace
 
 class VornfhStatusTest : public QObject
@@ -274,8 +267,8 @@ void VornfhStatusTest::refusesWrongStorages_data()
 {
     QTest::addColumn<QByteArray>("storage");
     QTest::addColumn<QByteArray>("message");
-    QTest::newRow("not-configured") << QByteArray("usb") << messages::notConfigured("usb");
-    QTest::newRow("unknown") << QByteArray("card") << messages::unknownStorage("card");
+    row("not-configured", QByteArray("usb"), messages::notConfigured("usb"));
+    row("unknown", QByteArray("card"), messages::unknownStorage("card"));
 }
 
 void VornfhStatusTest::refusesWrongStorages()
@@ -416,7 +409,7 @@ void VornfhStatusTest::countsObjects()
                       "100ABC/DCF_0002.wav = x", "100ABC/DCF_0003.thumb = x", "100ABC/IMG_0004.jpg = x",
                       "101ABC/DCF_0001.jpg = x", "MISC/DCF_0005.jpg = x"}));
     for (const QByteArray file : {"100ABC/DCF_0001.thumb", "101ABC/DCF_0001.jpg", "MISC/DCF_0005.jpg"})
-        QCOMPARE(::chmod((QFile::encodeName(tool.sd()) + "/" + file).constData(), 0444), 0);
+        setMode(tool, "sd/DCIM/" + file, 0444);
     QCOMPARE(lineOf(tool.runOnStorages({"status", "sd"}), "objects"), QByteArray("3, 2 protected"));
     const QJsonObject json = firstOf(tool.runOnStorages({"status", "sd", "--json"}));
     QCOMPARE(json["objects"].toInt(), 3);
@@ -570,9 +563,10 @@ void VornfhStatusTest::showsTheLargestFile_data()
     QTest::addColumn<QStringList>("mkfs");
     QTest::addColumn<QByteArray>("line");
     QTest::addColumn<QJsonValue>("value");
-    QTest::newRow("fat") << QStringList{"mkfs.vfat"} << QByteArray("4.0 GiB (4294967295 B)")
-                         << QJsonValue(4294967295.0);
-    QTest::newRow("ext4") << QStringList{"mkfs.ext4", "-q", "-F"} << QByteArray("no limit") << QJsonValue();
+    const auto row = [](const char *name, const QStringList &mkfs, const QByteArray &line,
+                        const QJsonValue &value) { QTest::newRow(name) << mkfs << line << value; };
+    row("fat", {"mkfs.vfat"}, "4.0 GiB (4294967295 B)", qint64(4294967295));
+    row("ext4", {"mkfs.ext4", "-q", "-F"}, "no limit", {});
 }
 
 void VornfhStatusTest::showsTheLargestFile()

@@ -160,9 +160,8 @@ void VornfhStoragesTest::readsAConfigFile_data()
 {
     QTest::addColumn<QByteArray>("config");
     QTest::addColumn<QByteArrayList>("options");
-    QTest::newRow("ini") << QByteArray("suffix=XYZ\nsd=@/sd\n") << QByteArrayList();
-    QTest::newRow("command-line-wins")
-        << QByteArray("suffix=XYZ\nsd=@/other\n") << QByteArrayList{"--sd", "@/sd"};
+    row("ini", QByteArray("suffix=XYZ\nsd=@/sd\n"), QByteArrayList());
+    row("command-line-wins", QByteArray("suffix=XYZ\nsd=@/other\n"), QByteArrayList{"--sd", "@/sd"});
 }
 
 void VornfhStoragesTest::readsAConfigFile()

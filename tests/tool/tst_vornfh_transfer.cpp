@@ -22,14 +22,6 @@
 
 namespace {
 
-QByteArray pattern(int size, char seed)
-{
-    QByteArray bytes(size, '\0');
-    for (int i = 0; i < size; ++i)
-        bytes[i] = static_cast<char>(seed + i * 7 + i / 251);
-    return bytes;
-}
-
 /// The line about a file that was copied to a folder of the card.
 QByteArray copied(const QByteArray &source, const QByteArray &target, const QByteArray &folder = "100ABC")
 {
@@ -53,12 +45,6 @@ QByteArray alreadyThere(const QByteArray &path)
     return path + ": is already in that folder";
 }
 
-/// The message about a file that an interrupted command has left.
-QByteArray removed(const QByteArray &path)
-{
-    return path + ": left by an interrupted command; removed";
-}
-
 QByteArrayList sortedLines(const QByteArray &text)
 {
     return sorted(text.split('\n'));
@@ -76,13 +62,6 @@ QByteArray randomName(QRandomGenerator &random)
 }
 
 const QString FOLDER = "sd/DCIM/100ABC/";
-
-struct stat statusOf(const ToolRun &tool, const QString &file)
-{
-    struct stat status = {};
-    require(::lstat(QFile::encodeName(tool.path() + "/" + file).constData(), &status) == 0, file.toUtf8());
-    return status;
-}
 
 /// A file of 24 MiB with one piece of data at its start and another near its end. Copying it takes two steps.
 void makeSparse(const QString &path)
@@ -418,8 +397,8 @@ void VornfhTransferTest::needsNoOtherProgram()
 void VornfhTransferTest::choosesTheNamesOfTheLibrary_data()
 {
     QTest::addColumn<QByteArray>("command");
-    QTest::newRow("copy") << QByteArray("copy");
-    QTest::newRow("move") << QByteArray("move"); // renames the files
+    row("copy", QByteArray("copy"));
+    row("move", QByteArray("move")); // renames the files
 }
 
 void VornfhTransferTest::choosesTheNamesOfTheLibrary()
@@ -530,7 +509,7 @@ void VornfhTransferTest::keepsModeAndTimes()
     const QByteArray source = tool.path().toUtf8() + "/a.jpg";
     if (::geteuid() == 0)
         QCOMPARE(::chown(source.constData(), 1234, 2345), 0);
-    ::chmod(source.constData(), 0440);
+    setMode(tool, "a.jpg", 0440);
     setModified(source, 1234567890123);
     const struct stat before = statusOf(tool, "a.jpg");
     QCOMPARE(tool.runOnStorages({command, "a.jpg", "sd", "100ABC"}).exitCode, 0);
@@ -545,8 +524,8 @@ void VornfhTransferTest::keepsModeAndTimes()
 void VornfhTransferTest::keepsHoles_data()
 {
     QTest::addColumn<QByteArray>("command");
-    QTest::newRow("copy") << QByteArray("copy");
-    QTest::newRow("move") << QByteArray("move");
+    row("copy", QByteArray("copy"));
+    row("move", QByteArray("move"));
 }
 
 void VornfhTransferTest::keepsHoles()
@@ -577,7 +556,7 @@ void VornfhTransferTest::keepsTheProtectionOfACopy()
 {
     const ToolRun tool;
     tool.make({"a.jpg at 9 = x", "sd/DCIM/100ABC/a.jpg at 1 = x"});
-    ::chmod(QFile::encodeName(tool.sd() + "/100ABC/a.jpg").constData(), 0444);
+    setMode(tool, FOLDER + "a.jpg", 0444);
     QCOMPARE(tool.runOnStorages({"move", "a.jpg", "sd", "100ABC"}), tool.success(copied("a.jpg")));
     const struct stat copy = statusOf(tool, FOLDER + "a.jpg");
     QCOMPARE(copy.st_mode & 0222U, 0U);
@@ -740,7 +719,7 @@ void addInterruptions()
     QTest::addColumn<QByteArray>("signal");
     for (const QByteArray command : {"copy", "move"}) {
         for (const QByteArray signal : {"INT", "TERM", "HUP"})
-            QTest::newRow(command + "-SIG" + signal) << command << signal;
+            row(command + "-SIG" + signal, command, signal);
     }
 }
 
@@ -905,7 +884,7 @@ void VornfhTransferTest::continuesAfterBeingKilled()
     for (const QByteArray &name : tree(tool.sd() + "/100ABC")) {
         found.append(withoutRandomNames(name));
         if (found.last() != name)
-            messages.append(removed("@/sd/DCIM/100ABC/" + name));
+            messages.append(messages::removed("@/sd/DCIM/100ABC/" + name));
         else
             named[name] = statusOf(tool, FOLDER + name).st_ino;
     }
@@ -943,7 +922,8 @@ void VornfhTransferTest::continuesAfterBeingKilledBeforeTheFolderIsNamed()
 
     tool.environment = usual;
     QCOMPARE(tool.runOnStorages(copy),
-             tool.success(copied("a.jpg"), errorLines({removed("@/sd/DCIM/" + left.first().chopped(1))})));
+             tool.success(copied("a.jpg"),
+                          errorLines({messages::removed("@/sd/DCIM/" + left.first().chopped(1))})));
     QCOMPARE(tree(tool.sd()), (Tree{"100ABC/", "100ABC/a.jpg"}));
 }
 
@@ -977,11 +957,11 @@ void VornfhTransferTest::removesOnlyWhatNobodyUses()
     QCOMPARE(::flock(file, LOCK_EX), 0);
 
     const QByteArrayList messages = {
-        removed("@/sd/DCIM/100ABC/.vornfh-99999999-ABC123"),
-        removed("@/sd/DCIM/100ABC/.vornfh-99999999-folder"),
+        messages::removed("@/sd/DCIM/100ABC/.vornfh-99999999-ABC123"),
+        messages::removed("@/sd/DCIM/100ABC/.vornfh-99999999-folder"),
         "@/sd/DCIM/100ABC/" + filled
             + ": left by an interrupted command and cannot be removed: Directory not empty",
-        removed("@/sd/DCIM/100ABC/" + anotherProgram)};
+        messages::removed("@/sd/DCIM/100ABC/" + anotherProgram)};
     const Outcome outcome = tool.runOnStorages({"copy", "a.jpg", "sd", "100ABC"});
     ::close(file);
     other.kill();
@@ -1231,15 +1211,15 @@ void VornfhTransferTest::erasesTheProgressLineBeforeAMessage()
     const QByteArray leftover = "sd/DCIM/100ABC/.vornfh-99999999-ABC123";
     tool.make({"a.jpg = x", leftover});
     const QByteArray out = tool.runOnTerminal({"copy", "a.jpg", "sd", "100ABC"}).out;
-    const QByteArray message = tool.expand("vornfh: " + removed("@/" + leftover) + "\r\n");
+    const QByteArray message = tool.expand("vornfh: " + messages::removed("@/" + leftover) + "\r\n");
     QVERIFY2(out.startsWith(message) || out.contains("\r\x1b[K" + message), out);
 }
 
 void VornfhTransferTest::losesNothingWhenKilled_data()
 {
     QTest::addColumn<bool>("hasOwnFileSystem");
-    QTest::newRow("files-are-copied") << true;
-    QTest::newRow("files-are-renamed") << false;
+    row("files-are-copied", true);
+    row("files-are-renamed", false);
 }
 
 void VornfhTransferTest::losesNothingWhenKilled()
