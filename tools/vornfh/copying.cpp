@@ -513,10 +513,11 @@ void Transfer::rename(Group &group)
     try {
         for (auto item = group.rbegin(); item != group.rend(); ++item)
             name(group, *item);
-    } catch (const FileFailure &) {
-        Item &thumbnail = group.back();
+    } catch (const FileFailure &failure) {
+        const Item &thumbnail = group.back();
         if (!thumbnail.putBack())
-            throw FileFailure(thumbnail.source->path(), "is now " + thumbnail.target);
+            throw FileFailure(thumbnail.source->path(),
+                              QString::fromUtf8(failure.what()) + "; it is now " + thumbnail.target);
         throw;
     }
 }
