@@ -43,7 +43,8 @@ struct Scenario {
     enum Rule {
         Whole,   ///< at any time, a file is absent or whole; if it disappears, its content is there under
                  ///< another name
-        Objects, ///< the same, and no thumbnail is without its recording
+        Pairs,   ///< the same, and no thumbnail is without its recording
+        Objects, ///< the same, and what is deleted has its sum in SHA256SUMS
         InPlace, ///< a new file may have any content until it is reported
         MkPath,  ///< so may a new folder; on FAT, the library can create no other
         Deletes, ///< what goes may have any content until it is reported
@@ -375,7 +376,8 @@ QByteArray problemIn(const Snapshot &state, const Recorded &recorded, Scenario::
                                    && !recorded.before.contains(folderOf(path));
         const bool isFolderBeingDeleted = rule == Scenario::Deletes && recorded.before.contains(path + "/");
         const QByteArray base = path.left(path.lastIndexOf('.') + 1);
-        const bool keepsObjects = rule == Scenario::Deletes || rule == Scenario::Objects;
+        const bool keepsObjects =
+            rule == Scenario::Deletes || rule == Scenario::Pairs || rule == Scenario::Objects;
         const bool isAlone = keepsObjects && path.endsWith(".thumb") && recorded.before.contains(path)
                              && recorded.before.lowerBound(base).key() != path
                              && state.lowerBound(base).key() == path;
@@ -656,6 +658,8 @@ void PowerCutTest::reportedIsKept_data()
         Scenario{Scenario::Whole,
                  CARD,
                  {"move", "@/sd/DCIM/100ABC/DCF_0001.jpg", "@/sd/DCIM/100ABC/DCF_0002.wav", "sd", "kept"}});
+    row("move-a-recording-with-its-thumbnail",
+        Scenario{Scenario::Pairs, CARD, {"move", "@/sd/DCIM/100ABC/DCF_0001.jpg", "usb", "kept"}});
     const auto longNames = [](const QByteArray &folder) { // on FAT, more than a sector of the folder
         Tree files;
         for (const char number : {'1', '2', '3', '4', '5', '6'})

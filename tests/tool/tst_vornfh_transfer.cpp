@@ -143,6 +143,9 @@ private slots:
     void copiesMoreFilesThanItMayOpen();
     void refusesAFolderInUse();
     void movesAcrossFileSystems();
+    void movesAThumbnailAcrossFileSystems();
+    void keepsARecordingWhoseThumbnailCannotBeRead();
+    void leavesNoThumbnailAlone();
     void reportsAFullStorage_data();
     void reportsAFullStorage();
     void reportsAReadOnlyStorage();
@@ -210,6 +213,33 @@ void VornfhTransferTest::copies_data()
         {"@/sd/DCIM/100ABC/a.jpg: is a dangling symbolic link", notDone("copy", 1, 1)});
     row("file-in-place-of-the-folder", {"a.jpg = x", "sd/DCIM/100ABC"}, {"a.jpg"}, {}, "",
         {"@/sd/DCIM/100ABC: is not a folder"});
+    const Tree pair = {"a.jpg = x", "a.thumb = t"};
+    const QByteArray pairLines = copied("a.jpg") + copied("a.thumb");
+    row("thumbnail-goes-along", pair, {"a.jpg"}, pair, pairLines);
+    row("thumbnail-is-named-too", pair, {"a.jpg", "a.thumb"}, pair, pairLines);
+    row("thumbnail-is-named-first", pair, {"a.thumb", "a.jpg"}, pair, pairLines);
+    row("thumbnail-alone-is-named", pair, {"a.thumb"}, {"a.thumb = t"}, copied("a.thumb"));
+    row("only-the-recording", pair, {"--only", "a.jpg"}, {"a.jpg = x"}, copied("a.jpg"));
+    row("no-thumbnail-with-an-audio-file", {"a.wav = x", "a.thumb = t"}, {"a.wav"}, {"a.wav = x"},
+        copied("a.wav"));
+    row("name-of-the-recording-taken", pair + Tree{"sd/DCIM/100ABC/a.jpg = old"}, {"a.jpg"},
+        {"a_1.jpg = x", "a_1.thumb = t"}, copied("a.jpg", "a_1.jpg") + copied("a.thumb", "a_1.thumb"));
+    row("name-of-the-thumbnail-taken", pair + Tree{"sd/DCIM/100ABC/a.thumb = old"}, {"a.jpg"},
+        {"a_1.jpg = x", "a_1.thumb = t"}, copied("a.jpg", "a_1.jpg") + copied("a.thumb", "a_1.thumb"));
+    row("pair-copied-before-with-a-counter",
+        pair
+            + Tree{"sd/DCIM/100ABC/a.thumb = old", "sd/DCIM/100ABC/a_1.jpg = x",
+                   "sd/DCIM/100ABC/a_1.thumb = t"},
+        {"a.jpg"}, {}, copied("a.jpg", "a_1.jpg") + copied("a.thumb", "a_1.thumb"));
+    row("thumbnail-of-a-copy-is-missing", pair + Tree{"sd/DCIM/100ABC/a.jpg = x"}, {"a.jpg"}, {"a.thumb = t"},
+        pairLines);
+    row("thumbnail-of-a-copy-differs",
+        pair + Tree{"sd/DCIM/100ABC/a.jpg = x", "sd/DCIM/100ABC/a.thumb = old"}, {"a.jpg"}, {}, "",
+        {"@/a.thumb: cannot be copied: @/sd/DCIM/100ABC/a.thumb exists and differs", notDone("copy", 2, 2)});
+    row("two-formats-share-a-thumbnail", pair + Tree{"a.png = y"}, {"a.jpg", "a.png"},
+        pair + Tree{"a.png = y"}, pairLines + copied("a.png"));
+    row("other-format-came-before", pair + Tree{"sd/DCIM/100ABC/a.png = y", "sd/DCIM/100ABC/a.thumb = t"},
+        {"a.jpg"}, {"a.jpg = x"}, pairLines);
     const QByteArray longFolder(300, 'x');
     row("folder-name-too-long", {"a.jpg = x"}, {"a.jpg"}, {}, "",
         {"@/sd/DCIM/" + longFolder + ": cannot be created: File name too long"}, longFolder);
@@ -269,6 +299,22 @@ void VornfhTransferTest::moves_data()
         {alreadyThere("@/sd/DCIM/100ABC/../100ABC/a.jpg"), notDone("move", 1, 1)});
     row("name-taken", {"a.jpg = new", "sd/DCIM/100ABC/a.jpg = old"}, {"a.jpg"},
         onCard({"100ABC/", "100ABC/a.jpg = old", "100ABC/a_1.jpg = new"}), copied("a.jpg", "a_1.jpg"));
+    const Tree pair = {"a.jpg = x", "a.thumb = t"};
+    const Tree moved = onCard({"100ABC/", "100ABC/a.jpg = x", "100ABC/a.thumb = t"});
+    const QByteArray pairLines = copied("a.jpg") + copied("a.thumb");
+    row("thumbnail-goes-along", pair, {"a.jpg"}, moved, pairLines);
+    row("thumbnail-is-named-too", pair, {"a.thumb", "a.jpg"}, moved, pairLines);
+    row("only-the-recording", pair, {"--only", "a.jpg"},
+        Tree{"a.thumb = t"} + onCard({"100ABC/", "100ABC/a.jpg = x"}), copied("a.jpg"));
+    row("shared-thumbnail-stays", pair + Tree{"a.png = y"}, {"a.jpg"},
+        Tree{"a.png = y", "a.thumb = t"} + moved, pairLines);
+    row("shared-thumbnail-goes-with-all-formats", pair + Tree{"a.png = y"}, {"a.jpg", "a.png"},
+        onCard({"100ABC/", "100ABC/a.jpg = x", "100ABC/a.png = y", "100ABC/a.thumb = t"}),
+        pairLines + copied("a.png"));
+    row("thumbnail-that-is-there-differs",
+        pair + Tree{"sd/DCIM/100ABC/a.jpg = x", "sd/DCIM/100ABC/a.thumb = old"}, {"a.jpg"},
+        pair + onCard({"100ABC/", "100ABC/a.jpg = x", "100ABC/a.thumb = old"}), "",
+        {"@/a.thumb: cannot be copied: @/sd/DCIM/100ABC/a.thumb exists and differs", notDone("move", 2, 2)});
 }
 
 void VornfhTransferTest::moves()
@@ -1018,6 +1064,52 @@ void VornfhTransferTest::movesAcrossFileSystems()
              tool.success(copied("a.jpg") + copied("big.avi")));
     QCOMPARE(tree(tool.path()), onCard({"100ABC/", "100ABC/a.jpg", "100ABC/big.avi"}));
     QVERIFY(tool.content("sd/DCIM/100ABC/big.avi") == big);
+}
+
+void VornfhTransferTest::movesAThumbnailAcrossFileSystems()
+{
+    const ToolRun tool;
+    const Card card(tool);
+    if (!card.isMounted())
+        QSKIP(CANNOT_MOUNT);
+    tool.make({"a.jpg = x", "a.thumb = t", "b.jpg = y", "b.png = z", "b.thumb = u"});
+    QCOMPARE(tool.runOnStorages({"move", "a.jpg", "b.jpg", "sd", "100ABC"}),
+             tool.success(copied("a.jpg") + copied("a.thumb") + copied("b.jpg") + copied("b.thumb")));
+    QCOMPARE(treeWithContents(tool.path()), (Tree{"b.png = z", "b.thumb = u"}
+                                             + onCard({"100ABC/", "100ABC/a.jpg = x", "100ABC/a.thumb = t",
+                                                       "100ABC/b.jpg = y", "100ABC/b.thumb = u"})));
+}
+
+void VornfhTransferTest::keepsARecordingWhoseThumbnailCannotBeRead()
+{
+    ToolRun tool;
+    if (!tool.dropPrivileges())
+        QSKIP("needs root");
+    tool.make({"a.jpg = x", "a.thumb = t", "sd/DCIM/100ABC/"});
+    ::chmod(QFile::encodeName(tool.path() + "/a.thumb").constData(), 0);
+    for (const QByteArray command : {"copy", "move"})
+        QCOMPARE(tool.runOnStorages({command, "a.jpg", "sd", "100ABC"}),
+                 tool.failure({"@/a.thumb: Permission denied", notDone(command, 2, 2)}));
+    QCOMPARE(tree(tool.path()), (Tree{"a.jpg", "a.thumb"} + onCard({"100ABC/"})));
+}
+
+void VornfhTransferTest::leavesNoThumbnailAlone()
+{
+    const ToolRun tool;
+    for (const QByteArray number : {"1", "2", "3", "4"})
+        tool.make(onCard({"100ABC/DCF_000" + number + ".jpg = " + number,
+                          "100ABC/DCF_000" + number + ".thumb = t" + number}));
+    const QByteArrayList commands[] = {
+        {"move", "sd/DCIM/100ABC/DCF_0001.jpg", "sd", "101ABC"},
+        {"copy", "sd/DCIM/100ABC/DCF_0002.jpg", "sd", "101ABC"},
+        {"delete", "sd/DCIM/100ABC/DCF_0002.jpg"},
+        {"prune", "sd", "--keep-last", "2"},
+    };
+    for (const QByteArrayList &command : commands) {
+        QCOMPARE(tool.runOnStorages(command).exitCode, 0);
+        const Outcome outcome = tool.runOnStorages({"check", "sd", "--names"});
+        QVERIFY2(!outcome.out.contains("of this thumbnail is missing"), toString(outcome));
+    }
 }
 
 void VornfhTransferTest::reportsAFullStorage_data()

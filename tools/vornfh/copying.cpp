@@ -4,6 +4,7 @@
 #include "durable.h"
 #include "errors.h"
 #include "folders.h"
+#include "media.h"
 #include "mounts.h"
 #include "objects.h"
 #include "output.h"
@@ -15,6 +16,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <numeric>
 #include <set>
 
 #include <fcntl.h>
@@ -143,64 +145,92 @@ QString Transfer::candidate(const QString &name, int counter) const
     return QString("%1/%2_%3.%4").arg(mPath).arg(pieces.first()).arg(counter).arg(pieces.last());
 }
 
-/// The path that the library would give a copy. Throws FileFailure if every name is taken: the library would
-/// overwrite an existing file.
-QString Transfer::freePath(const QString &name) const
+bool Transfer::isGiven(const QString &path) const
 {
-    bool isThere = false;
-    const auto isTaken = [this, &isThere](const QString &one) {
-        isThere = isEntry(one);
-        return mTaken.contains(one) || (isThere && QFile::exists(one));
+    const std::lock_guard<std::mutex> lock(mMutex);
+    return mTaken.contains(path);
+}
+
+/// The path that the library would give a copy; if @p hasThumbnail, the first of them for which the path of
+/// the thumbnail is free too. Throws FileFailure if every name is taken: the library would overwrite an
+/// existing file.
+QString Transfer::freePath(const QString &name, bool hasThumbnail) const
+{
+    const auto isTaken = [this](const QString &one) {
+        return mTaken.contains(one) || (isEntry(one) && QFile::exists(one));
     };
     int counter = 0;
     QString path = candidate(name, counter);
-    while (isTaken(path)) {
+    while (isTaken(path) || (hasThumbnail && isTaken(thumbnailOf(path)))) {
         if (counter == LAST_COUNTER)
             throw FileFailure(
                 path, QString("exists, and so do the other %1 names with a counter").arg(LAST_COUNTER - 1));
         path = candidate(name, ++counter);
     }
-    if (isThere)
+    if (isEntry(path))
         throw FileFailure(path, "is a dangling symbolic link");
     return path;
 }
 
-/// Finds a file that an earlier run copied: one that has the same content and one of the names that a copy
-/// would get.
-bool Transfer::findExisting(Item &item) const
+/// Opens the file @p path if it is a copy of @p source: another file with the same content.
+Descriptor Transfer::openCopy(const Source &source, const QString &path) const
 {
-    const auto isTaken = [this](const QString &one) {
-        const std::lock_guard<std::mutex> lock(mMutex);
-        return mTaken.contains(one);
-    };
+    Descriptor file = openFile(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    struct stat status = {};
+    const bool isCandidate = file.isOpen() && ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode)
+                             && status.st_size == source.size() && !isSameFile(status, source.status());
+    if (!isCandidate)
+        return Descriptor();
+    mProgress.setStage("comparing");
+    return hasSameContent(source.descriptor(), file.get(), source.path()) ? std::move(file) : Descriptor();
+}
+
+/// Finds what an earlier run copied: a file that has the same content and one of the names that a copy would
+/// get. A recording that is not there can still join its thumbnail, which came with another format of the
+/// shot. Throws FileFailure if the recording is there with another thumbnail.
+void Transfer::findExisting(Group &group)
+{
+    Item &item = group.front();
     for (int counter = 0; counter <= LAST_COUNTER; ++counter) {
         const QString path = candidate(item.source->name(), counter);
-        if (!QFile::exists(path) || isTaken(path))
-            return false;
-        Descriptor file = openFile(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
-        struct stat status = {};
-        const bool isCandidate = file.isOpen() && ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode)
-                                 && status.st_size == item.source->size()
-                                 && !isSameFile(status, item.source->status());
-        if (!isCandidate)
+        const bool isThere = QFile::exists(path);
+        if (isGiven(path) || (!isThere && !isPair(group)))
+            return;
+        if (isThere)
+            item.existing = openCopy(*item.source, path);
+        if (isThere && !item.existing.isOpen())
             continue;
-        mProgress.setStage("comparing");
-        if (hasSameContent(item.source->descriptor(), file.get(), item.source->path())) {
-            item.existing = std::move(file);
+        if (!isPair(group)) {
             item.target = path;
-            return true;
+            return;
         }
+        Item &thumbnail = group.back();
+        const QString place = thumbnailOf(path);
+        const bool isPlaceGiven = isGiven(place);
+        const bool isPlaceTaken = isPlaceGiven || QFile::exists(place);
+        if (!isThere && !isPlaceTaken)
+            return;
+        if (!isPlaceGiven)
+            thumbnail.existing = openCopy(*thumbnail.source, place);
+        if (!isPlaceTaken || thumbnail.existing.isOpen()) {
+            const std::lock_guard<std::mutex> lock(mMutex);
+            setTarget(group, path);
+            return;
+        }
+        if (isThere)
+            throw FileFailure(thumbnail.source->path(), "cannot be copied: " + place + " exists and differs");
     }
-    return false;
 }
 
 /// Returns whether renaming the file is as safe as copying it. If the power fails meanwhile, FAT can keep
 /// both names, and deleting one then frees the content of the other; exFAT and file systems in user space can
 /// lose both.
-bool Transfer::canRename(const Source &source) const
+bool Transfer::canRename(const Item &item) const
 {
-    return mMode == Mode::Move && !source.isLink() && mFileSystem == FileSystem::Other
-           && source.status().st_dev == mStatus.st_dev && mountOf(source.path()) == mMount;
+    const Source &source = *item.source;
+    return mMode == Mode::Move && !item.isKept && !item.existing.isOpen() && !source.isLink()
+           && mFileSystem == FileSystem::Other && source.status().st_dev == mStatus.st_dev
+           && mountOf(source.path()) == mMount;
 }
 
 void Transfer::requireRoom(const Source &source) const
@@ -217,31 +247,55 @@ void Transfer::requireRoom(const Source &source) const
 
 void Transfer::add(std::unique_ptr<Source> source, bool mayEndBatch)
 {
+    Group group(1);
+    group.front().source = std::move(source);
+    addGroup(std::move(group), mayEndBatch);
+}
+
+void Transfer::add(std::unique_ptr<Source> recording, std::unique_ptr<Source> thumbnail, bool isShared)
+{
+    Group group(thumbnail ? 2 : 1);
+    group.front().source = std::move(recording);
+    if (thumbnail) {
+        group.back().source = std::move(thumbnail);
+        group.back().isKept = isShared;
+    }
+    addGroup(std::move(group), true);
+}
+
+void Transfer::addGroup(Group group, bool mayEndBatch)
+{
+    const Source &first = *group.front().source;
     struct stat folder = {};
-    if (readStatus(source->folder(), folder) && isSameFile(folder, mStatus))
-        throw FileFailure(source->path(), "is already in that folder");
-    if (mMayEndBatch && !mBatch.empty() && source->size() >= BATCH_BYTES)
+    if (readStatus(first.folder(), folder) && isSameFile(folder, mStatus))
+        throw FileFailure(first.path(), "is already in that folder");
+    if (mMayEndBatch && !mBatch.empty() && first.size() >= BATCH_BYTES)
         endBatch(); // the files in it would be reported only after this one
-    Item item;
-    item.source = std::move(source);
-    if (!findExisting(item)) {
-        const bool isRenamed = canRename(*item.source);
+    findExisting(group);
+    const bool isRenamed =
+        std::all_of(group.begin(), group.end(), [this](const Item &item) { return canRename(item); });
+    for (Item &item : group) {
+        if (item.existing.isOpen())
+            continue;
         mProgress.setStage(isRenamed ? "moving" : "copying");
         if (!isRenamed)
             write(item);
-        chooseName(item);
-        if (isRenamed) // not in the second thread, which would compete for the locks of the folders
-            name(item);
     }
-    if (!mBatch.empty() && mBatch.front().isRenamed() != item.isRenamed())
+    if (group.front().target.isEmpty())
+        chooseName(group);
+    if (isRenamed) // not in the second thread, which would compete for the locks of the folders
+        rename(group);
+    if (!mBatch.empty() && areRenamed(mBatch) != isRenamed)
         endBatch();
-    mBatchBytes += item.source->size();
     if (mBatch.empty())
         mBatchStart = std::chrono::steady_clock::now();
-    mBatch.push_back(std::move(item));
+    for (const Item &item : group)
+        mBatchBytes += item.source->size();
+    mBatchFiles += group.size();
+    mBatch.push_back(std::move(group));
     mMayEndBatch = mayEndBatch;
     static const size_t LIMIT = batchFiles();
-    if (mayEndBatch && (mBatch.size() >= LIMIT || mBatchBytes >= BATCH_BYTES || isBatchOld()))
+    if (mayEndBatch && (mBatchFiles >= LIMIT || mBatchBytes >= BATCH_BYTES || isBatchOld()))
         endBatch();
 }
 
@@ -295,6 +349,7 @@ void Transfer::endBatch()
     mChanged.wait(lock, [this] { return mQueue.empty(); });
     mQueue.push_back(std::move(mBatch));
     mBatch.clear();
+    mBatchFiles = 0;
     mBatchBytes = 0;
     mChanged.notify_all();
 }
@@ -340,22 +395,24 @@ void Transfer::complete(Batch batch)
 {
     mProgress.setBatchStage("flushing");
     try {
-        const bool areRenamed = batch.front().isRenamed();
         std::optional<RenameMark> mark;
-        if (!areRenamed) {
+        if (!areRenamed(batch)) {
             mark.emplace(mPath);
             flushFileSystem(mPath);
             mProgress.setBatchStage("comparing");
-            forEach(batch, [this](Item &item) { compare(item); });
+            forEach(batch, [this](Group &group) {
+                for (Item &item : group)
+                    compare(item);
+            });
+            nameAll(batch);
         }
-        forEach(batch, [this](Item &item) { name(item); });
         mProgress.setBatchStage("flushing");
         flushFileSystem(mPath);
         if (mark)
             mark->remove();
         if (mMode == Mode::Move) {
             removeSources(batch);
-            flushSources(batch);
+            flushSources(batch, false);
         }
         if (mCompletion && !batch.empty())
             callCompletion(batch);
@@ -366,17 +423,17 @@ void Transfer::complete(Batch batch)
     mProgress.setBatchStage(nullptr);
 }
 
-/// Calls step(item) for each item of @p batch. Reports those that fail and takes them out.
-void Transfer::forEach(Batch &batch, const std::function<void(Item &)> &step)
+/// Calls step(group) for each group of @p batch. Reports those that fail and takes them out.
+void Transfer::forEach(Batch &batch, const std::function<void(Group &)> &step)
 {
     Batch rest;
-    for (Item &item : batch) {
+    for (Group &group : batch) {
         try {
-            step(item);
-            rest.push_back(std::move(item));
+            step(group);
+            rest.push_back(std::move(group));
         } catch (const FileFailure &failure) {
             mProgress.print([&failure] { printError(QString::fromUtf8(failure.what())); });
-            mProgress.finishFiles(1);
+            mProgress.finishFiles(static_cast<int>(group.size()));
         }
     }
     batch = std::move(rest);
@@ -384,13 +441,27 @@ void Transfer::forEach(Batch &batch, const std::function<void(Item &)> &step)
 
 /// Reports every file of @p batch as failed, because none is known to be on the device. Those that were
 /// renamed get their old names back.
-void Transfer::fail(Batch &batch, const Failure &failure)
+void Transfer::fail(const Batch &batch, const Failure &failure)
 {
-    forEach(batch, [&failure](Item &item) {
-        const bool isElsewhere =
-            item.isRenamed() && item.isNamed && !renameToNew(item.target, item.source->path());
-        throw FileFailure(item.source->path(), QString::fromUtf8(failure.what())
-                                                   + (isElsewhere ? "; it is now " + item.target : ""));
+    for (const Group &group : batch) {
+        for (const Item &item : group) {
+            const QString place = item.putBack() ? QString() : "; it is now " + item.target;
+            const FileFailure one(item.source->path(), QString::fromUtf8(failure.what()) + place);
+            mProgress.print([&one] { printError(QString::fromUtf8(one.what())); });
+        }
+    }
+    mProgress.finishFiles(filesIn(batch));
+}
+
+bool Transfer::areRenamed(const Batch &batch)
+{
+    return !batch.empty() && batch.front().front().isRenamed();
+}
+
+int Transfer::filesIn(const Batch &batch)
+{
+    return std::accumulate(batch.begin(), batch.end(), 0, [](int count, const Group &group) {
+        return count + static_cast<int>(group.size());
     });
 }
 
@@ -406,38 +477,88 @@ void Transfer::compare(Item &item) const
     item.sum = sum.result().toHex();
 }
 
-void Transfer::chooseName(Item &item)
+void Transfer::chooseName(Group &group)
 {
     const std::lock_guard<std::mutex> lock(mMutex);
-    item.target = freePath(item.source->name());
-    mTaken.insert(item.target);
+    setTarget(group, freePath(group.front().source->name(), isPair(group)));
+}
+
+/// Reserves @p path for the first file of @p group, and the path of its thumbnail for the second. Call this
+/// with the mutex locked.
+void Transfer::setTarget(Group &group, const QString &path)
+{
+    group.front().target = path;
+    if (isPair(group))
+        group.back().target = thumbnailOf(path);
+    for (const Item &item : group) {
+        if (!item.existing.isOpen())
+            mTaken.insert(item.target);
+    }
+}
+
+/// Gives the copies their names: all recordings before any thumbnail, so that no thumbnail is ever alone.
+void Transfer::nameAll(Batch &batch)
+{
+    forEach(batch, [this](Group &group) { name(group, group.front()); });
+    if (std::none_of(batch.begin(), batch.end(), isPair))
+        return;
+    flushFolder(mPath);
+    forEach(batch, [this](Group &group) {
+        if (isPair(group))
+            name(group, group.back());
+    });
+}
+
+/// Renames the sources in @p group. The thumbnail goes first: if the tool is killed between the two, the same
+/// command moves the recording to it.
+void Transfer::rename(Group &group)
+{
+    try {
+        for (auto item = group.rbegin(); item != group.rend(); ++item)
+            name(group, *item);
+    } catch (const FileFailure &failure) {
+        const Item &thumbnail = group.back();
+        if (!thumbnail.putBack())
+            throw FileFailure(thumbnail.source->path(),
+                              QString::fromUtf8(failure.what()) + "; it is now " + thumbnail.target);
+        throw;
+    }
 }
 
 /// Gives a copy, or the source itself, its name in the folder. A copy that was there before has its name, but
 /// not the attributes of a source that is to be deleted.
-void Transfer::name(Item &item)
+void Transfer::name(Group &group, Item &item)
 {
-    if (item.existing.isOpen() && mMode == Mode::Move) {
+    if (item.existing.isOpen() && mMode == Mode::Move && !item.isKept) {
         struct stat status = item.source->status();
         struct stat existing = {};
         if (::fstat(item.existing.get(), &existing) == 0 && isProtectedMode(existing.st_mode))
             status.st_mode &= ~ANY_WRITE; // it stays protected
         setAttributes(item.existing.get(), status);
     }
-    if (item.existing.isOpen() || item.isNamed)
+    if (item.existing.isOpen())
         return;
     const auto rename = [&item] {
         return item.copy ? item.copy->rename(item.target, false)
                          : renameToNew(item.source->path(), item.target);
     };
+    const auto hasName = [](const Item &one) { return one.isNamed || one.existing.isOpen(); };
     while (!rename()) {
-        if (errno != EEXIST)
+        // The other file of the group would need another name too.
+        const bool canChange = std::none_of(group.begin(), group.end(), hasName);
+        if (errno != EEXIST || !canChange)
             throw FileFailure(item.source->path(),
                               QString("cannot be named %1: ").arg(item.target) + errorText(errno));
         // Another program has taken the name, or it differs from another one only in case.
-        chooseName(item);
+        chooseName(group);
     }
     item.isNamed = true;
+}
+
+/// Gives a source that was renamed its old name. Returns false if that fails.
+bool Transfer::Item::putBack() const
+{
+    return !isRenamed() || !isNamed || renameToNew(target, source->path());
 }
 
 FileFailure Transfer::Item::wasCopied(const QString &problem) const
@@ -445,64 +566,101 @@ FileFailure Transfer::Item::wasCopied(const QString &problem) const
     return {source->path(), QString("was copied to %1 ").arg(target) + problem};
 }
 
-/// Deletes the sources of copies; a source that was renamed is already gone.
-void Transfer::removeSources(Batch &batch)
+/// Throws FileFailure if the source cannot be deleted now.
+void Transfer::Item::requireRemovable() const
 {
-    forEach(batch, [](Item &item) {
-        if (item.isRenamed())
-            return;
-        item.source->requireUnchanged();
-        if (isBeingWritten(item.source->path()))
-            throw item.wasCopied("but is being written");
-        if (::unlink(QFile::encodeName(item.source->path()).constData()) != 0)
-            throw item.wasCopied("but cannot be deleted: " + errorText(errno));
-    });
+    source->requireUnchanged();
+    if (isBeingWritten(source->path()))
+        throw wasCopied("but is being written");
 }
 
-/// Flushes the folders that the sources have left. A file that was renamed can still go back, a source that
-/// was deleted cannot.
-void Transfer::flushSources(Batch &batch)
+void Transfer::Item::removeSource() const
 {
-    const bool areRenamed = !batch.empty() && batch.front().isRenamed();
+    requireRemovable();
+    if (::unlink(QFile::encodeName(source->path()).constData()) != 0)
+        throw wasCopied("but cannot be deleted: " + errorText(errno));
+}
+
+/// Deletes the sources of copies, all thumbnails before any recording, so that no thumbnail is ever alone. A
+/// source that was renamed is already gone.
+void Transfer::removeSources(Batch &batch)
+{
+    if (areRenamed(batch))
+        return;
+    if (std::any_of(batch.begin(), batch.end(), hasMovedThumbnail)) {
+        forEach(batch, [](Group &group) {
+            if (!hasMovedThumbnail(group))
+                return;
+            group.front().requireRemovable();
+            group.back().removeSource();
+        });
+        flushSources(batch, true);
+    }
+    forEach(batch, [](Group &group) { group.front().removeSource(); });
+}
+
+bool Transfer::hasMovedThumbnail(const Group &group)
+{
+    return isPair(group) && !group.back().isKept;
+}
+
+/// Flushes the folders that the sources have left; if @p areThumbnails, the thumbnails alone. A file that was
+/// renamed can still go back, a source that was deleted cannot.
+void Transfer::flushSources(Batch &batch, bool areThumbnails)
+{
+    const auto hasLeft = [areThumbnails](const Group &group) {
+        return !areThumbnails || hasMovedThumbnail(group);
+    };
     std::set<QString> folders;
-    for (const Item &item : batch)
-        folders.insert(item.source->folder());
+    for (const Group &group : batch) {
+        if (hasLeft(group))
+            folders.insert(group.front().source->folder());
+    }
     for (const QString &folder : folders) {
         try {
             flushFolder(folder);
         } catch (const FileFailure &failure) {
-            if (areRenamed)
+            if (areRenamed(batch))
                 throw;
-            forEach(batch, [&folder, &failure](const Item &item) {
-                if (item.source->folder() == folder)
+            forEach(batch, [&](const Group &group) {
+                const Item &item = areThumbnails ? group.back() : group.front();
+                if (hasLeft(group) && item.source->folder() == folder)
                     throw item.wasCopied("and deleted; " + QString::fromUtf8(failure.what()));
             });
         }
     }
 }
 
-/// Takes out the copies that have failed.
+/// Takes out the groups with a copy that has failed.
 void Transfer::callCompletion(Batch &batch)
 {
     std::vector<Copy> copies;
-    for (const Item &item : batch)
-        copies.push_back({item.source.get(), item.target, item.sum, false});
-    mCompletion(copies);
-    Batch rest;
-    for (size_t i = 0; i < batch.size(); ++i) {
-        if (!copies[i].hasFailed)
-            rest.push_back(std::move(batch[i]));
+    for (const Group &group : batch) {
+        for (const Item &item : group)
+            copies.push_back({item.source.get(), item.target, item.sum, false});
     }
-    mProgress.finishFiles(static_cast<int>(batch.size() - rest.size()));
+    mCompletion(copies);
+    const int count = static_cast<int>(copies.size());
+    Batch rest;
+    auto copy = copies.cbegin();
+    for (Group &group : batch) {
+        const auto end = copy + static_cast<std::ptrdiff_t>(group.size());
+        if (std::none_of(copy, end, [](const Copy &one) { return one.hasFailed; }))
+            rest.push_back(std::move(group));
+        copy = end;
+    }
     batch = std::move(rest);
+    mProgress.finishFiles(count - filesIn(batch));
 }
 
 void Transfer::report(const Batch &batch)
 {
     mProgress.print([&batch] {
-        for (const Item &item : batch)
-            printDone(printable(item.source->path()) + " -> " + printable(item.target));
+        for (const Group &group : batch) {
+            for (const Item &item : group)
+                printDone(printable(item.source->path()) + " -> " + printable(item.target));
+        }
     });
-    mProgress.finishFiles(static_cast<int>(batch.size()));
-    mDone += static_cast<int>(batch.size());
+    mProgress.finishFiles(filesIn(batch));
+    mDone += filesIn(batch);
 }

@@ -65,6 +65,9 @@ struct Copy {
 /// hidden names in batches. A second thread flushes a batch, reads it back from the device and compares it
 /// with the sources, gives the copies their names, flushes again, deletes the sources if they are moved, and
 /// then reports the files, while the next batch is written.
+///
+/// A recording and its thumbnail fail together. If they are copied, no thumbnail is alone in either folder
+/// whenever the power fails.
 class Transfer
 {
 public:
@@ -83,6 +86,11 @@ public:
     /// mayEndBatch is false for all but the last of them.
     void add(std::unique_ptr<Source> source, bool mayEndBatch = true);
 
+    /// The same for a recording and its thumbnail, which get names that differ only in the extension. @p
+    /// thumbnail may be null. If @p isShared, it stays where it is, even if files are moved: it belongs to
+    /// another recording too.
+    void add(std::unique_ptr<Source> recording, std::unique_ptr<Source> thumbnail, bool isShared);
+
     /// Waits until everything is reported. Returns the number of files that were copied or moved.
     int finish();
 
@@ -95,32 +103,48 @@ private:
 
         QString target;
         bool isNamed = false;
-        QByteArray sum; // see Copy
+        bool isKept = false; // its source stays
+        QByteArray sum;      // see Copy
 
         bool isRenamed() const { return !copy && !existing.isOpen(); }
         /// What is wrong with the source of a copy that is safe.
         FileFailure wasCopied(const QString &problem) const;
+        void requireRemovable() const;
+        void removeSource() const;
+        bool putBack() const;
     };
-    using Batch = std::vector<Item>; // either all of them are renamed, or none
+    using Group = std::vector<Item>;  // one file, or a recording followed by its thumbnail
+    using Batch = std::vector<Group>; // either all files are renamed, or none
+
+    static bool isPair(const Group &group) { return group.size() > 1; }
+    static bool hasMovedThumbnail(const Group &group);
+    static bool areRenamed(const Batch &batch);
+    static int filesIn(const Batch &batch);
 
     void lock();
     QString candidate(const QString &name, int counter) const;
-    QString freePath(const QString &name) const;
-    bool findExisting(Item &item) const;
-    void fail(Batch &batch, const Failure &failure);
-    void forEach(Batch &batch, const std::function<void(Item &)> &step);
-    bool canRename(const Source &source) const;
+    bool isGiven(const QString &path) const;
+    QString freePath(const QString &name, bool hasThumbnail) const;
+    Descriptor openCopy(const Source &source, const QString &path) const;
+    void findExisting(Group &group);
+    void fail(const Batch &batch, const Failure &failure);
+    void forEach(Batch &batch, const std::function<void(Group &)> &step);
+    bool canRename(const Item &item) const;
     void requireRoom(const Source &source) const;
+    void addGroup(Group group, bool mayEndBatch);
     void write(Item &item);
-    void chooseName(Item &item);
+    void setTarget(Group &group, const QString &path);
+    void chooseName(Group &group);
     bool isBatchOld() const;
     void endBatch();
     void work();
     void complete(Batch batch);
     void compare(Item &item) const;
-    void name(Item &item);
+    void nameAll(Batch &batch);
+    void name(Group &group, Item &item);
+    void rename(Group &group);
     void removeSources(Batch &batch);
-    void flushSources(Batch &batch);
+    void flushSources(Batch &batch, bool areThumbnails);
     void callCompletion(Batch &batch);
     void report(const Batch &batch);
 
@@ -135,6 +159,7 @@ private:
     QSet<QString> mTaken; // names given since the start
 
     Batch mBatch;
+    size_t mBatchFiles = 0;
     qint64 mBatchBytes = 0;
     bool mMayEndBatch = true; // after the file that was added last
     std::chrono::steady_clock::time_point mBatchStart;

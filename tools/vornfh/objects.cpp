@@ -257,15 +257,28 @@ ProtectionCheck::Names ProtectionCheck::namesIn(const QString &folder)
     return names;
 }
 
-QString thumbnailFreedBy(const QString &path)
+QString thumbnailBeside(const QString &path)
 {
     const MediaType *type = findType(path, Qt::CaseInsensitive);
     const QString thumbnail = thumbnailOf(path);
-    if (!type || (type->kind != PHOTO && type->kind != VIDEO) || !isFile(thumbnail))
-        return QString();
-    QStringList others = siblingsOf(path, {PHOTO, VIDEO});
-    others.removeAll(QFileInfo(path).path() + "/" + QFileInfo(path).fileName());
-    return std::any_of(others.begin(), others.end(), isFile) ? QString() : thumbnail;
+    const bool hasThumbnail = type && (type->kind == PHOTO || type->kind == VIDEO) && isFile(thumbnail);
+    return hasThumbnail ? thumbnail : QString();
+}
+
+QStringList recordingsBeside(const QString &path)
+{
+    QStringList others;
+    for (const QString &sibling : siblingsOf(path, {PHOTO, VIDEO})) {
+        if (sibling != QFileInfo(path).path() + "/" + QFileInfo(path).fileName() && isFile(sibling))
+            others.append(sibling);
+    }
+    return others;
+}
+
+QString thumbnailFreedBy(const QString &path)
+{
+    const QString thumbnail = thumbnailBeside(path);
+    return thumbnail.isEmpty() || !recordingsBeside(path).isEmpty() ? QString() : thumbnail;
 }
 
 bool isThumbnailAlone(const QString &path)

@@ -120,6 +120,12 @@ private:
     QHash<QString, Names> mFolders;
 };
 
+/// The thumbnail of the photo or video @p path; empty if there is none.
+QString thumbnailBeside(const QString &path);
+
+/// The other photos and videos with the base name of @p path, which share its thumbnail.
+QStringList recordingsBeside(const QString &path);
+
 /// The thumbnail that would be alone without the recording @p path; empty if there is none, or if another
 /// photo or video shares it.
 QString thumbnailFreedBy(const QString &path);

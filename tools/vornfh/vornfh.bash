@@ -48,7 +48,8 @@ _vornfh_options()
         repair) echo '--dry-run' ;;
         check) echo '--names --read-all --dcf --json' ;;
         gallery) echo '--output --page-size --force --probe' ;;
-        move) echo '--force' ;;
+        copy) echo '--only' ;;
+        move) echo '--only --force' ;;
         offload) echo '--move --since --folder --type' ;;
         delete) echo '--only --force' ;;
         rmdir | wipe) echo '--yes --force' ;;

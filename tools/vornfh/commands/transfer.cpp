@@ -2,15 +2,19 @@
 #include "commands.h"
 #include "copying.h"
 #include "device.h"
+#include "files.h"
 #include "folders.h"
+#include "media.h"
 #include "objects.h"
 #include "output.h"
 #include "paths.h"
 #include "signals.h"
 #include "text.h"
 
+#include <QFile>
 #include <QSet>
 
+#include <algorithm>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -22,13 +26,66 @@ struct Request {
     Storage storage;
     QString folder;
     Mode mode;
+    bool isOnly;
     QList<Storage> protecting; // the storage devices whose protected objects stay
 };
 
-qint64 sizeOf(const std::string &file)
+/// A file that is named, and the thumbnail that goes with it.
+struct Entry {
+    std::string file;
+    QString resolved;      // without symbolic links in the folder; empty if the argument is not a file name
+    QString thumbnail;     // as it is reported; empty if none goes with it
+    bool isShared = false; // with a recording that is not named
+
+    int files() const { return thumbnail.isEmpty() ? 1 : 2; }
+};
+
+/// An argument that is not a file name is reported when its turn comes.
+QString resolvedPath(const std::string &file)
+{
+    try {
+        return withResolvedFolder(pathArgument(file));
+    } catch (const FileFailure &) {
+        return QString();
+    }
+}
+
+/// The files to be transferred. A thumbnail goes with the first of its recordings, even if it is named too.
+std::vector<Entry> entriesOf(const Request &request)
+{
+    std::vector<Entry> entries;
+    QSet<QString> named;
+    for (const std::string &file : request.files) {
+        entries.push_back({file, resolvedPath(file), QString()});
+        named.insert(entries.back().resolved);
+    }
+    if (request.isOnly)
+        return entries;
+    const auto isNamed = [&named](const QString &path) { return named.contains(path); };
+    QSet<QString> taken; // thumbnails
+    for (Entry &entry : entries) {
+        const QString thumbnail = isEntry(entry.resolved) ? thumbnailBeside(entry.resolved) : QString();
+        if (thumbnail.isEmpty() || taken.contains(thumbnail))
+            continue;
+        taken.insert(thumbnail);
+        const QStringList others = recordingsBeside(entry.resolved);
+        entry.thumbnail = thumbnailOf(pathArgument(entry.file));
+        entry.isShared = !std::all_of(others.begin(), others.end(), isNamed);
+    }
+    const auto isTaken = [&taken](const Entry &entry) { return taken.contains(entry.resolved); };
+    entries.erase(std::remove_if(entries.begin(), entries.end(), isTaken), entries.end());
+    return entries;
+}
+
+qint64 sizeOf(const char *file)
 {
     struct stat status = {};
-    return ::stat(file.c_str(), &status) == 0 && S_ISREG(status.st_mode) ? status.st_size : 0;
+    return ::stat(file, &status) == 0 && S_ISREG(status.st_mode) ? status.st_size : 0;
+}
+
+qint64 sizeOf(const Entry &entry)
+{
+    return sizeOf(entry.file.c_str()) + sizeOf(QFile::encodeName(entry.thumbnail).constData());
 }
 
 ExitCode transferAll(const Request &request)
@@ -36,34 +93,38 @@ ExitCode transferAll(const Request &request)
     requireFolderName(request.folder);
     requireWritable(request.storage);
     requireReadableFolder(request.storage.location);
-    const int count = static_cast<int>(request.files.size());
-    std::vector<qint64> ends; // where each file ends, counted in bytes over all files
+    const std::vector<Entry> entries = entriesOf(request);
+    int count = 0;
+    std::vector<qint64> ends; // where each entry ends, counted in bytes over all of them
     qint64 bytes = 0;
-    for (const std::string &file : request.files)
-        ends.push_back(bytes += sizeOf(file));
+    for (const Entry &entry : entries) {
+        count += entry.files();
+        ends.push_back(bytes += sizeOf(entry));
+    }
     catchStopSignals();
     Progress progress(count, bytes);
     ProtectionCheck protection;
     QSet<QString> given;              // resolved paths
     std::optional<Transfer> transfer; // created, with its folder, once the first file has been opened
     for (size_t i = 0; i < ends.size() && !isStopped(); ++i) {
+        const Entry &entry = entries[i];
         try {
-            const QString path = pathArgument(request.files[i]);
-            const QString resolved = withResolvedFolder(path);
-            if (storageOf(resolved, request.protecting))
-                protection.requireUnprotected(path, resolved);
+            const QString path = pathArgument(entry.file);
+            if (storageOf(entry.resolved, request.protecting))
+                protection.requireUnprotected(path, entry.resolved);
             // A file can stay in its folder for a while: one that is given twice would be copied twice.
-            if (request.mode == Mode::Move && given.contains(resolved))
+            if (request.mode == Mode::Move && given.contains(entry.resolved))
                 throw FileFailure(path, "is given twice; a file can be moved only once");
             auto source = std::make_unique<Source>(path);
-            given.insert(resolved);
+            auto thumbnail = entry.thumbnail.isEmpty() ? nullptr : std::make_unique<Source>(entry.thumbnail);
+            given.insert(entry.resolved);
             if (!transfer)
                 transfer.emplace(VornFileHandler::getDirPath(request.storage.type, request.folder),
                                  request.mode, progress);
-            transfer->add(std::move(source));
+            transfer->add(std::move(source), std::move(thumbnail), entry.isShared);
         } catch (const FileFailure &failure) {
             progress.print([&failure] { printError(QString::fromUtf8(failure.what())); });
-            progress.finishFiles(1);
+            progress.finishFiles(entry.files());
         }
         progress.setBytes(ends[i]); // not all are copied: holes, files that are renamed or already there
     }
@@ -82,6 +143,7 @@ void addCommand(CommandLine &line, Mode mode, const std::string &name, const std
     struct Arguments {
         CLI::Option *words = nullptr;
         bool isForced = false;
+        bool isOnly = false;
     };
     const auto arguments = std::make_shared<Arguments>();
     const auto run = [&line, mode, name, arguments] {
@@ -94,13 +156,15 @@ void addCommand(CommandLine &line, Mode mode, const std::string &name, const std
         const Storage storage = line.storages().require(parseStorage(words.back()));
         words.pop_back();
         const bool isProtecting = mode == Mode::Move && !arguments->isForced;
-        return transferAll(
-            {words, storage, folder, mode, isProtecting ? line.storages().configured() : QList<Storage>()});
+        return transferAll({words, storage, folder, mode, arguments->isOnly,
+                            isProtecting ? line.storages().configured() : QList<Storage>()});
     };
     CLI::App &command = line.add(name, description, run);
     arguments->words =
         addNames(command, "FILE... STORAGE FOLDER",
                  "Files, a storage device (mmc, sd or usb), and a folder directly in its DCIM folder");
+    command.add_flag("--only", arguments->isOnly,
+                     "Only the files that are named, not the thumbnails of the recordings");
     if (mode == Mode::Move)
         command.add_flag("--force", arguments->isForced, "Move protected objects too");
     command.footer("Example: vornfh --sd /mnt/sd/DCIM --usb /mnt/usb/DCIM " + name
@@ -114,12 +178,13 @@ void addTransfer(CommandLine &line)
     addCommand(
         line, Mode::Copy, "copy",
         "Copies files into a folder of a storage device. Each copy is flushed to the device and compared\n"
-        "byte for byte. The folder is created if it is missing; a counter is added to a name that is taken");
+        "byte for byte. The thumbnail of a photo or video goes with it. The folder is created if it is\n"
+        "missing; a counter is added to a name that is taken");
     addCommand(
         line, Mode::Move, "move",
         "Moves files into a folder of a storage device. Within a file system, files are renamed. Between\n"
         "file systems, and on FAT, exFAT and file systems in user space, they are copied as by the copy "
         "command, and\n"
-        "each file whose copy is safe is deleted. If a source is a symbolic link, its target is copied, and\n"
-        "only the link is deleted");
+        "each file whose copy is safe is deleted. The thumbnail of a photo or video goes with it. If a\n"
+        "source is a symbolic link, its target is copied, and only the link is deleted");
 }
