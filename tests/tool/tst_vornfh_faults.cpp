@@ -41,6 +41,7 @@ struct Situation {
 };
 
 struct Run {
+    QByteArray command;
     Outcome outcome;       // with "@" for the path of the directory
     Tree before;           // with contents
     Tree after;            // the same
@@ -86,6 +87,7 @@ Tree contents(const ToolRun &tool)
 Run runWith(const Fault &fault, const Situation &situation, const QString &path = ".")
 {
     Run run;
+    run.command = situation.arguments.first();
     ToolRun tool;
     const QTemporaryDir outside;
     const QString log = outside.filePath("log");
@@ -126,7 +128,7 @@ Tree hiddenIn(const Tree &entries)
 {
     Tree found;
     std::copy_if(entries.begin(), entries.end(), std::back_inserter(found),
-                 [](const QByteArray &entry) { return nameOf(entry).contains("/.vornfh-"); });
+                 [](const QByteArray &entry) { return ("/" + nameOf(entry)).contains("/.vornfh-"); });
     return found;
 }
 
@@ -185,16 +187,18 @@ QByteArray lostFile(const Run &good, const Run &bad)
     return "";
 }
 
-/// Each line on standard output is true, and about what the fault does not concern.
+/// Each line on standard output is true, and about what the fault does not concern. Commands that flush a
+/// folder several times may have reported what they had flushed before; then something else is not reported.
 QByteArray wrongReport(const Fault &fault, const Run &good, const Run &bad)
 {
+    const bool isFlushedOnce = bad.command != "offload" && bad.command != "repair";
     for (const QByteArray &line : linesOf(bad.outcome.out)) {
         if (!linesOf(good.outcome.out).contains(line))
             return "not reported without the fault: " + line;
         for (const QByteArray &path : pathsIn(line)) {
             if (at(path, bad.after) != at(path, good.after))
                 return "reported, but not done: " + line;
-            if (fault.isFlush() && ("@/" + path + "/").startsWith(bad.faults.first() + "/"))
+            if (fault.isFlush() && isFlushedOnce && ("@/" + path + "/").startsWith(bad.faults.first() + "/"))
                 return "reported, but not flushed: " + line;
         }
     }
@@ -707,7 +711,7 @@ void VornfhFaultsTest::failsIfAFolderCannotBeReadToItsEnd()
                                  arguments,
                                  false};
     const Run run = runWith({"readdir", number, true, EIO}, situation, folder);
-    QCOMPARE(run.outcome.exitCode, 1);
+    QCOMPARE(run.outcome.exitCode, out.isEmpty() ? 1 : 3); // check has a finding
     QVERIFY2(run.outcome.out.startsWith(out), run.outcome.out);
     QVERIFY2(run.outcome.err.startsWith(err), run.outcome.err);
     QCOMPARE(run.after, run.before);

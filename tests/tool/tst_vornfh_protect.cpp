@@ -169,7 +169,7 @@ void VornfhProtectTest::leavesProtectedObjectsAlone_data()
     row("delete", {"delete", recording}, {recording + why, "1 of 1 files not deleted"});
     row("delete-thumbnail", {"delete", thumbnail}, {thumbnail + why, "1 of 1 files not deleted"});
     row("delete-only", {"delete", "--only", recording}, {recording + why, "1 of 1 files not deleted"});
-    row("move", {"move", recording, "sd", "MISC"}, {recording + why, "1 of 1 files not moved"});
+    row("move", {"move", recording, "sd", "MISC"}, {recording + why, "2 of 2 files not moved"});
     row("move-thumbnail", {"move", thumbnail, "mmc", "MISC"}, {thumbnail + why, "1 of 1 files not moved"});
     row("rmdir", {"rmdir", "sd", "100ABC", "--yes"},
         {"@/sd/DCIM/100ABC: will delete 3 files, 12 B", "@/sd/DCIM/100ABC" + keeps},

@@ -276,7 +276,7 @@ void checkThumbnails(const Folder &folder, Result &result)
             missing.remove(QFileInfo(file.name).completeBaseName());
     }
     for (auto recording = folder.recordings.begin(); recording != folder.recordings.end(); ++recording) {
-        const QString path = recording.value();
+        const QString &path = recording.value();
         if (folder.hasThumbnails && missing.contains(recording.key()) && !isBeingWritten(path))
             result.add(QFile::encodeName(path), "thumb-missing",
                        "has no thumbnail, unlike others in this folder", Remedy::MakeThumbnail, path);

@@ -95,12 +95,14 @@ void Checksums::set(const QString &path, const QByteArray &sum)
 Checksums::Content Checksums::read() const
 {
     Content content;
-    QFile file(mPath);
     if (!QFileInfo::exists(mPath))
         return content;
-    const QByteArray text = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    if (file.error() != QFile::NoError)
-        throw FileFailure(mPath, "cannot be read: " + file.errorString());
+    const Descriptor file = openFile(mPath, O_RDONLY | O_NONBLOCK);
+    struct stat status = {};
+    const bool isOpen = file.isOpen() && ::fstat(file.get(), &status) == 0;
+    QByteArray text(static_cast<int>(status.st_size), '\0');
+    if (!isOpen || !readAt(file.get(), 0, text))
+        throw FileFailure(mPath, "cannot be read: " + errorText(errno));
     for (const QByteArray &line : text.split('\n')) {
         if (const auto entry = parsed(line))
             content.sums[entry->first] = entry->second;

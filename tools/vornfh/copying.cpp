@@ -79,7 +79,7 @@ ssize_t copyPart(int from, int to, off_t offset, size_t length)
 
 // Source
 
-Source::Source(const QString &path) : mPath(path)
+Source::Source(QString path) : mPath(std::move(path))
 {
     if (!readLinkStatus(mPath, mEntry))
         throw FileFailure(mPath, errorText(errno));
@@ -112,8 +112,8 @@ void Source::requireUnchanged() const
 
 // The folder
 
-Transfer::Transfer(const QString &path, Mode mode, Progress &progress, Completion completion)
-    : mPath(path), mMode(mode), mProgress(progress), mCompletion(std::move(completion))
+Transfer::Transfer(QString path, Mode mode, Progress &progress, Completion completion)
+    : mPath(std::move(path)), mMode(mode), mProgress(progress), mCompletion(std::move(completion))
 {
     mProgress.print([this] { // each of these can print messages
         createFolder(mPath);

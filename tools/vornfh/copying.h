@@ -30,7 +30,7 @@ class Source
 {
 public:
     /// Throws FileFailure for anything but a regular file or a link to one.
-    explicit Source(const QString &path);
+    explicit Source(QString path);
 
     const QString &path() const { return mPath; }
     QString name() const { return mPath.mid(mPath.lastIndexOf('/') + 1); }
@@ -76,7 +76,7 @@ public:
     using Completion = std::function<void(std::vector<Copy> &copies)>;
 
     /// Creates the folder @p path if it is missing. Throws Failure.
-    Transfer(const QString &path, Mode mode, Progress &progress, Completion completion = {});
+    Transfer(QString path, Mode mode, Progress &progress, Completion completion = {});
     ~Transfer();
     Transfer(const Transfer &) = delete;
     Transfer &operator=(const Transfer &) = delete;

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include <fcntl.h>
+#include <sys/sendfile.h>
 #include <unistd.h>
 
 Descriptor::Descriptor(Descriptor &&other) noexcept : mDescriptor(std::exchange(other.mDescriptor, -1)) {}
@@ -81,6 +82,17 @@ bool readAt(int descriptor, off_t offset, QByteArray &bytes)
     }
     bytes.truncate(filled);
     return count >= 0;
+}
+
+bool copyContent(int from, int to)
+{
+    constexpr size_t AT_ONCE = 1 << 24;
+    off_t offset = 0;
+    ssize_t count = 0;
+    do {
+        count = ::sendfile(to, from, &offset, AT_ONCE);
+    } while (count > 0 || (count < 0 && errno == EINTR));
+    return count == 0;
 }
 
 bool isSameFile(const struct stat &one, const struct stat &other)

@@ -50,6 +50,9 @@ bool forEachEntry(const QString &folder, const std::function<void(int folder, co
 /// false and sets errno on failure; @p bytes then contains what was read before.
 bool readAt(int descriptor, off_t offset, QByteArray &bytes);
 
+/// Copies a file. Returns false and sets errno on failure.
+bool copyContent(int from, int to);
+
 bool isSameFile(const struct stat &one, const struct stat &other);
 
 /// Returns whether both are the same file with the same mode, size and times.

@@ -12,6 +12,7 @@
 
 #include <chrono>
 #include <optional>
+#include <utility>
 
 /// Where ffmpeg takes pictures and sound from. Empty values are left to it.
 struct RecorderInput {
@@ -88,7 +89,7 @@ SizeLimit requireSpace(const RecorderSettings &settings);
 class DeviceWatch
 {
 public:
-    explicit DeviceWatch(const QString &path) : mPath(path) {}
+    explicit DeviceWatch(QString path) : mPath(std::move(path)) {}
 
     /// Returns why the recording must end; empty while it need not. Flushes it every few seconds.
     QString problem();

@@ -81,9 +81,9 @@ public:
     };
 
     /// Claims the next number.
-    Segment(const RecorderSettings &settings, const SizeLimit &limit)
-        : mSettings(settings), mLimit(limit), mPath(claimPath(settings.storage, settings.type.type)),
-          mHeld(holdForWriting(mPath)), mDevice(mPath)
+    Segment(const RecorderSettings &settings, SizeLimit limit)
+        : mSettings(settings), mLimit(std::move(limit)),
+          mPath(claimPath(settings.storage, settings.type.type)), mHeld(holdForWriting(mPath)), mDevice(mPath)
     {
         removeLeftovers(QFileInfo(mPath).path());
     }

@@ -191,7 +191,7 @@ QList<Storage> Storages::configured() const
 
 std::optional<eStorageType> storageNamed(const QString &name)
 {
-    const auto found = std::find_if(TABLE.begin(), TABLE.end(), [&name](const Row &row) {
+    const auto *const found = std::find_if(TABLE.begin(), TABLE.end(), [&name](const Row &row) {
         return name.compare(QLatin1String(row.name), Qt::CaseInsensitive) == 0;
     });
     return found == TABLE.end() ? std::nullopt : std::optional(found->type);

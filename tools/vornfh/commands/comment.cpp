@@ -21,7 +21,6 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
-#include <sys/sendfile.h>
 #include <sys/xattr.h>
 
 namespace {
@@ -32,18 +31,6 @@ Number numberAt(const QByteArray &bytes, int index, bool isBigEndian)
 {
     const char *const first = bytes.constData() + index;
     return isBigEndian ? qFromBigEndian<Number>(first) : qFromLittleEndian<Number>(first);
-}
-
-/// Copies a file. Returns false and sets errno on failure.
-bool copyContent(int from, int to)
-{
-    constexpr size_t AT_ONCE = 1 << 24;
-    off_t offset = 0;
-    ssize_t count = 0;
-    do {
-        count = ::sendfile(to, from, &offset, AT_ONCE);
-    } while (count > 0 || (count < 0 && errno == EINTR));
-    return count == 0;
 }
 
 /// A photo that is open from the first check to the last.
@@ -122,7 +109,7 @@ private:
         const QByteArray entries = read(directory + 2, count * ENTRY);
         for (int entry = 0; entry + ENTRY <= entries.size(); entry += ENTRY) {
             const int tag = numberAt<quint16>(entries, entry, isBigEndian);
-            const quint32 value = numberAt<quint32>(entries, entry + 8, isBigEndian);
+            const auto value = numberAt<quint32>(entries, entry + 8, isBigEndian);
             if (tag == DNG_VERSION || (tag == NEW_SUBFILE_TYPE && (value & 1) != 0))
                 return true;
         }

@@ -76,8 +76,9 @@ class Reader
 public:
     explicit Reader(const QStringList &paths) : mReadings(static_cast<size_t>(paths.size()))
     {
-        for (size_t i = 0; i < mReadings.size(); ++i)
-            mTasks.emplace_back([this, i, path = paths[static_cast<int>(i)]] { read(path, mReadings[i]); });
+        auto reading = mReadings.begin();
+        for (const QString &path : paths)
+            mTasks.emplace_back([path, &into = *reading++] { read(path, into); });
         const size_t processors = std::max(std::thread::hardware_concurrency(), 1U);
         for (size_t i = 0; i < std::min(processors, mTasks.size()); ++i)
             mThreads.push_back(std::async(std::launch::async, [this] { readAll(); }));

@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <map>
 #include <memory>
+#include <utility>
 
 using namespace VORN_FILE_HANDLER;
 
@@ -143,7 +144,7 @@ QByteArray jsonText(const QString &text)
 class JsonPrinter : public ListPrinter
 {
 public:
-    explicit JsonPrinter(const Storage &storage) : mStorage(storage)
+    explicit JsonPrinter(Storage storage) : mStorage(std::move(storage))
     {
         mTypes[nullptr] = typeNumber("/dev/null/file");
         for (const MediaType &type : mediaTypes())

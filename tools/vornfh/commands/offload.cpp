@@ -205,7 +205,7 @@ private:
     {
         // The kernel reports an error of the device only once, so nothing is reported or deleted after it.
         if (mFailure)
-            throw *mFailure;
+            throw FileFailure(*mFailure);
         try {
             for (const Copy &copy : copies)
                 mSums.set(copy.target, copy.sum);

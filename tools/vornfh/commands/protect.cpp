@@ -2,10 +2,13 @@
 #include "commands.h"
 #include "device.h"
 #include "durable.h"
+#include "files.h"
 #include "folders.h"
+#include "mounts.h"
 #include "objects.h"
 #include "output.h"
 #include "paths.h"
+#include "temporary.h"
 #include "text.h"
 
 #include <QFile>
@@ -18,6 +21,9 @@
 #include <set>
 
 #include <fcntl.h>
+#include <linux/msdos_fs.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
 
 namespace {
 
@@ -70,6 +76,37 @@ private:
     std::map<QString, NumberedFolder> mFolders;
 };
 
+/// Clears the read-only attribute of a file on exFAT. Returns false if the driver has no call for it: that
+/// came with Linux 6.8.
+bool clearAttribute(int file)
+{
+    __u32 attributes = 0;
+    if (::ioctl(file, FAT_IOCTL_GET_ATTRIBUTES, &attributes) != 0)
+        return false;
+    attributes &= ~static_cast<__u32>(ATTR_RO);
+    return ::ioctl(file, FAT_IOCTL_SET_ATTRIBUTES, &attributes) == 0;
+}
+
+/// Puts a copy without the mark in the place of a file. Older exFAT drivers write a read-only attribute that
+/// they have read from the device back, whatever the permissions are by then.
+void replaceByCopy(const QString &path, int file, const struct stat &before)
+{
+    if (isBeingWritten(path))
+        throw FileFailure(path, "cannot be unprotected: another program is writing it");
+    TemporaryFile copy(QFileInfo(path).path(), path);
+    if (!copyContent(file, copy.descriptor()))
+        throw FileFailure(path, "a copy without protection cannot be written: " + errorText(errno));
+    struct stat attributes = before;
+    attributes.st_mode |= defaultMode(ANY_WRITE);
+    setAttributes(copy.descriptor(), attributes); // exFAT keeps no owner
+    flushWithFolders({copy.path()});
+    struct stat now = {};
+    if (!hasSameContent(file, copy.descriptor(), path) || ::fstat(file, &now) != 0
+        || !isSameState(before, now))
+        throw FileFailure(path, "cannot be unprotected: its copy differs");
+    replaceFile(copy, path);
+}
+
 /// Sets or removes the mark of a file.
 void mark(const QString &path, bool isProtecting)
 {
@@ -83,6 +120,8 @@ void mark(const QString &path, bool isProtecting)
     require(::fstat(file.get(), &status) == 0);
     if (isProtectedMode(status.st_mode) == isProtecting)
         return;
+    if (!isProtecting && fileSystemOf(path) == FileSystem::Exfat && !clearAttribute(file.get()))
+        return replaceByCopy(path, file.get(), status);
     const mode_t permissions = status.st_mode & 07777 & ~ANY_WRITE;
     if (isProtecting)
         require(::fchmod(file.get(), permissions) == 0);
@@ -148,5 +187,8 @@ void addProtect(CommandLine &line)
         "Protects objects from delete, rmdir, wipe, prune and move. An object is a recording with its\n"
         "thumbnail. Its files lose their write permission; on FAT and exFAT this sets the\nread-only "
         "attribute, which cameras use");
-    addCommand(line, false, "unprotect", "Removes the protection of objects");
+    addCommand(
+        line, false, "unprotect",
+        "Removes the protection of objects. On exFAT before Linux 6.8, each file is replaced by a copy, "
+        "which\ntakes time and free space: the kernel cannot clear the attribute");
 }
