@@ -1,4 +1,5 @@
-# Components: Runtime (the library), Development (what is needed to build a host), Tool (vornfh).
+# Components: Runtime (the library), Development (what is needed to build a host), Tool (vornfh), and examples, whose
+# rules are in examples/CMakeLists.txt.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS vornFileHandler EXPORT vornFileHandlerTargets

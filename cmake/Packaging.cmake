@@ -22,6 +22,9 @@ set(CPACK_COMPONENTS_ALL Runtime Development)
 if(VORN_FILE_HANDLER_TOOLS)
     list(APPEND CPACK_COMPONENTS_ALL Tool)
 endif()
+if(VORN_FILE_HANDLER_EXAMPLES)
+    list(APPEND CPACK_COMPONENTS_ALL examples)
+endif()
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -61,6 +64,15 @@ set(CPACK_DEBIAN_TOOL_DESCRIPTION "media of a camera in numbered folders - comma
 vornfh manages the media of an embedded camera or recorder from the command
 line or a script: it records, lists, checks, copies, moves and deletes the
 files in the numbered folders of libvornFileHandler.")
+
+set(CPACK_DEBIAN_EXAMPLES_PACKAGE_NAME vornfilehandler-examples)
+set(CPACK_DEBIAN_EXAMPLES_PACKAGE_SECTION devel)
+set(CPACK_DEBIAN_EXAMPLES_PACKAGE_DEPENDS "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${debian_version}), ffmpeg")
+set(CPACK_DEBIAN_EXAMPLES_DESCRIPTION "media of a camera in numbered folders - examples
+libvornFileHandler manages the media of an embedded camera or recorder:
+numbered files in numbered folders on its storage devices.
+
+This package contains hosts that a product can start from, with their sources.")
 
 execute_process(COMMAND gzip --best --no-name --stdout ${debian_dir}/changelog
     OUTPUT_FILE ${PROJECT_BINARY_DIR}/changelog.Debian.gz COMMAND_ERROR_IS_FATAL ANY)

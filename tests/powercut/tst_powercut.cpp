@@ -51,7 +51,7 @@ struct Scenario {
     };
     Rule rule;
     Tree setup; ///< "sd/" and "usb/" are the disks; "filler BYTES" leaves as many bytes free on "sd/"
-    QByteArrayList arguments; ///< of the tool; "host" for the program that does without it
+    QByteArrayList arguments; ///< of the tool, or the path of another program and its arguments
     int exitCode = 0;
     Tree unflushed = {};      ///< made while the disks are recorded, before the tool starts
     QByteArray killedAt = {}; ///< ffmpeg is killed when this file has content
@@ -222,9 +222,12 @@ Recorded record(const ToolRun &tool, const Scenario &scenario)
         setUp(tool, scenario.unflushed);
         QProcess process;
         process.setStandardOutputFile(recorder.reportFile());
-        if (scenario.arguments.first() == "host") {
+        if (scenario.arguments.first().startsWith('/')) {
+            QStringList arguments;
+            for (const QByteArray &argument : scenario.arguments.mid(1))
+                arguments.append(tool.expand(argument));
             process.setProcessEnvironment(tool.environment);
-            process.start(HOST_PATH, {scenario.arguments[1], tool.expand(scenario.arguments[2])});
+            process.start(scenario.arguments.first(), arguments);
         } else {
             tool.startOnStorages(process, scenario.arguments);
         }
@@ -741,11 +744,18 @@ void PowerCutTest::reportedIsKept_data()
     row("wipe", Scenario{Scenario::Deletes, CARD + Tree{"sd/other = kept"}, {"wipe", "sd", "--yes"}});
     row("mkdir", Scenario{Scenario::Whole, CARD, {"mkdir", "sd", "kept"}});
     row("mkdir-on-an-empty-card", Scenario{Scenario::Whole, {}, {"mkdir", "sd", "kept"}});
-    row("host-that-records", Scenario{Scenario::InPlace, CARD, {"host", "record", "@/sd/DCIM"}});
+    row("host-that-records", Scenario{Scenario::InPlace, CARD, {HOST_PATH, "record", "@/sd/DCIM"}});
     row("host-that-records-on-an-empty-card",
-        Scenario{Scenario::MkPath, {}, {"host", "record", "@/sd/DCIM"}});
+        Scenario{Scenario::MkPath, {}, {HOST_PATH, "record", "@/sd/DCIM"}});
     row("host-that-replaces-a-file",
-        Scenario{Scenario::Whole, CARD, {"host", "replace", "@/sd/DCIM/100ABC/DCF_0001.jpg"}});
+        Scenario{Scenario::Whole, CARD, {HOST_PATH, "replace", "@/sd/DCIM/100ABC/DCF_0001.jpg"}});
+#ifdef RECORDER_PATH
+    row("example-recorder",
+        Scenario{Scenario::InPlace,
+                 CARD,
+                 {"/usr/bin/timeout", "--preserve-status", "5", RECORDER_PATH, "@/sd/DCIM", "ABC", "1", "0",
+                  "-re", "-f", "lavfi", "-i", "testsrc2=size=160x120:rate=5"}});
+#endif
     row("next-on-an-empty-card", Scenario{Scenario::Whole, {}, {"next", "sd", "jpg"}});
     row("next-after-number-9999",
         Scenario{Scenario::Whole, {"sd/DCIM/100ABC/DCF_9999.wav = last"}, {"next", "sd", "jpg"}});

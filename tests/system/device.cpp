@@ -123,6 +123,11 @@ Device::Device(FileSystem fileSystem, const QString &mountPoint)
 {
     if (!QDir().mkpath(mountPoint))
         fail("mount point");
+    mImage = ::memfd_create("image", MFD_CLOEXEC);
+    // FAT32 has at least 65525 clusters, here of 512 bytes.
+    const off_t size = (mFileSystem == FAT32 ? 40 : 16) * MEBIBYTE;
+    if (mImage < 0 || ::ftruncate(mImage, size) != 0)
+        fail("image");
     attach();
     makeFileSystem();
     mount();
@@ -131,20 +136,16 @@ Device::Device(FileSystem fileSystem, const QString &mountPoint)
 Device::~Device()
 {
     unmount();
+    ::close(mImage);
 }
 
 /// The image is anonymous memory and the device detaches itself when it is last closed, so neither can be
 /// left behind.
 void Device::attach()
 {
-    const int image = ::memfd_create("image", MFD_CLOEXEC);
-    // FAT32 has at least 65525 clusters, here of 512 bytes.
-    const off_t size = (mFileSystem == FAT32 ? 40 : 16) * MEBIBYTE;
-    if (image < 0 || ::ftruncate(image, size) != 0)
-        fail("image");
     const int control = ::open(LOOP_CONTROL, O_RDWR | O_CLOEXEC);
     loop_config config = {};
-    config.fd = static_cast<__u32>(image);
+    config.fd = static_cast<__u32>(mImage);
     config.info.lo_flags = LO_FLAGS_AUTOCLEAR;
     do { // another program may take the free device first
         const int number = ::ioctl(control, LOOP_CTL_GET_FREE);
@@ -158,7 +159,6 @@ void Device::attach()
         mDescriptor = -1;
     } while (errno == EBUSY);
     ::close(control);
-    ::close(image);
     if (mDescriptor < 0)
         fail("loop device");
 }
@@ -205,6 +205,15 @@ void Device::remountReadOnly()
         fail("remount");
 }
 
+void Device::turnReadOnly()
+{
+    QFile trigger("/sys/fs/ext4/" + mBlock + "/trigger_fs_error");
+    if (::mount(nullptr, QFile::encodeName(mMountPoint).constData(), nullptr, MS_REMOUNT, "errors=remount-ro")
+            != 0
+        || !trigger.open(QIODevice::WriteOnly | QIODevice::Unbuffered) || trigger.write("test") != 4)
+        fail("error");
+}
+
 void Device::unmount()
 {
     if (!mMounted)
@@ -234,4 +243,11 @@ bool Device::pullOut()
     if (result != 0)
         fail("shutdown");
     return true;
+}
+
+void Device::insertAgain()
+{
+    unmount();
+    attach();
+    mount();
 }

@@ -44,11 +44,17 @@ public:
     QString block() const { return mBlock; }
 
     void remountReadOnly();
+    /// Makes the kernel report an error of the file system, which makes ext4 read-only at once, also for
+    /// files that are open.
+    void turnReadOnly();
     void unmount();
 
     /// Simulates the removal of the card: every access to the file system fails from now on. Returns false if
     /// that is not possible.
     bool pullOut();
+
+    /// Unmounts the file system and mounts what has reached the device so far.
+    void insertAgain();
 
 private:
     void attach();
@@ -59,6 +65,7 @@ private:
     QString mMountPoint;
     QString mBlock;
     Companion mDaemon;
+    int mImage = -1;
     int mDescriptor = -1;
     bool mMounted = false;
 };
