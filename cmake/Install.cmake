@@ -1,4 +1,4 @@
-# Components: Runtime (the library), Development (what is needed to build a host), Tool (vornfh).
+# Components: Runtime (the library), Development (what is needed to build a host), Tool (vornfh), examples (in examples/).
 include(CMakePackageConfigHelpers)
 
 install(TARGETS vornFileHandler EXPORT vornFileHandlerTargets
