@@ -92,20 +92,18 @@ void Catalog::show(int storage, const QString &folder)
         readObjects();
 }
 
-void Catalog::describe(const QString &base)
+void Catalog::describe(const MediaObject &object)
 {
-    for (const MediaObject &object : objectsIn(folderPath(), {base})) {
-        const Metadata metadata = metadataOf(object);
-        QVariantMap details;
-        details["base"] = object.base;
-        details["files"] = object.files.join("\n");
-        details["size"] = QLocale().formattedDataSize(object.size, 1, QLocale::DataSizeSIFormat);
-        details["created"] = QLocale().toString(metadata.mCreated, QLocale::ShortFormat);
-        details["modified"] = QLocale().toString(metadata.mLastModified, QLocale::ShortFormat);
-        if (metadata.mWidth > 0 && metadata.mHeight > 0)
-            details["resolution"] = QString("%1 × %2").arg(metadata.mWidth).arg(metadata.mHeight);
-        emit described(details);
-    }
+    const Metadata metadata = metadataOf(object);
+    QVariantMap details;
+    details["base"] = object.base;
+    details["files"] = object.files.join("\n");
+    details["size"] = QLocale().formattedDataSize(object.size, 1, QLocale::DataSizeSIFormat);
+    details["created"] = QLocale().toString(metadata.mCreated, QLocale::ShortFormat);
+    details["modified"] = QLocale().toString(metadata.mLastModified, QLocale::ShortFormat);
+    if (metadata.mWidth > 0 && metadata.mHeight > 0)
+        details["resolution"] = QString("%1 × %2").arg(metadata.mWidth).arg(metadata.mHeight);
+    emit described(details);
 }
 
 void Catalog::setProtected(const QStringList &bases, bool isProtected)

@@ -38,8 +38,8 @@ public slots:
     /// Selects the storage device whose folders, and the folder whose objects are read; no objects for an
     /// empty @p folder.
     void show(int storage, const QString &folder);
-    /// Reads the metadata of the object @p base in the selected folder.
-    void describe(const QString &base);
+    /// Reads the metadata of an object.
+    void describe(const MediaObject &object);
     void setProtected(const QStringList &bases, bool isProtected);
     /// Deletes the files of the objects that are not protected.
     void remove(const QStringList &bases);

@@ -26,7 +26,8 @@ void setUpEngine(QQmlEngine &engine, Viewer &viewer)
 
 void setUpApplication(const QString &language)
 {
-    auto *translator = new QTranslator(qApp);
+    static auto *const translator = new QTranslator(qApp);
+    QGuiApplication::removeTranslator(translator);
     translator->load(":/i18n/viewer_" + language);
     QGuiApplication::installTranslator(translator);
     QLocale::setDefault(QLocale(language));

@@ -7,11 +7,17 @@ using namespace VORN_FILE_HANDLER;
 
 namespace {
 
-StorageDevice deviceIn(const StorageDevices &devices, int type)
+template <typename Entry, typename Key>
+auto find(const QVector<Entry> &entries, const Key &key)
 {
-    const auto found = std::find_if(devices.begin(), devices.end(),
-                                    [type](const StorageDevice &device) { return device.type == type; });
-    return found == devices.end() ? StorageDevice() : *found;
+    return std::find_if(entries.begin(), entries.end(),
+                        [&key](const Entry &entry) { return entry.key() == key; });
+}
+
+bool isPresentIn(const StorageDevices &devices, int type)
+{
+    const auto device = find(devices, type);
+    return device != devices.end() && device->isPresent;
 }
 
 } // namespace
@@ -52,6 +58,12 @@ Viewer::~Viewer()
     }
 }
 
+int Viewer::storageRow() const
+{
+    const StorageDevices &devices = mDevices.entries();
+    return static_cast<int>(find(devices, mStorage) - devices.begin());
+}
+
 QString Viewer::storageTitle() const
 {
     return titleOf(static_cast<eStorageType>(mStorage));
@@ -59,7 +71,7 @@ QString Viewer::storageTitle() const
 
 bool Viewer::isStoragePresent() const
 {
-    return deviceIn(mDevices.entries(), mStorage).isPresent;
+    return isPresentIn(mDevices.entries(), mStorage);
 }
 
 void Viewer::showStorage(int storage)
@@ -86,7 +98,9 @@ void Viewer::showFolder(const QString &name)
 
 void Viewer::describe(const QString &base)
 {
-    request(&Catalog::describe, base);
+    const auto object = find(mObjects.entries(), base);
+    if (object != mObjects.entries().end())
+        request(&Catalog::describe, *object);
 }
 
 void Viewer::setProtected(const QStringList &bases, bool isProtected)
@@ -133,9 +147,7 @@ void Viewer::setFolders(int storage, const Folders &folders)
     if (storage != mStorage)
         return;
     mFolders.setEntries(folders);
-    const bool isListed = std::any_of(folders.begin(), folders.end(),
-                                      [this](const Folder &folder) { return folder.name == mFolder; });
-    if (!isListed)
+    if (find(folders, mFolder) == folders.end())
         showFolder(QString());
     if (mFolder.isEmpty())
         setLoading(false);
@@ -179,7 +191,7 @@ void Viewer::requestLists()
 void Viewer::reportChanges(const StorageDevices &devices)
 {
     for (const StorageDevice &before : mDevices.entries()) {
-        const bool isPresent = deviceIn(devices, before.type).isPresent;
+        const bool isPresent = isPresentIn(devices, before.type);
         if (isPresent && !before.isPresent)
             emit reported(tr("%1 is ready").arg(titleOf(before.type)));
         if (!isPresent && before.isPresent)

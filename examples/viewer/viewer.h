@@ -18,6 +18,8 @@ class Viewer : public QObject
     Q_PROPERTY(QObject *objects READ objects CONSTANT)
     /// The storage device whose folders are listed; its type.
     Q_PROPERTY(int storage READ storage NOTIFY storageChanged)
+    /// Its row in devices.
+    Q_PROPERTY(int storageRow READ storageRow NOTIFY devicesChanged)
     Q_PROPERTY(QString storageTitle READ storageTitle NOTIFY storageChanged)
     Q_PROPERTY(bool isStoragePresent READ isStoragePresent NOTIFY devicesChanged)
     /// The name of the folder whose objects are listed; empty if none is.
@@ -36,6 +38,7 @@ public:
     QObject *folders() { return &mFolders; }
     QObject *objects() { return &mObjects; }
     int storage() const { return mStorage; }
+    int storageRow() const;
     QString storageTitle() const;
     bool isStoragePresent() const;
     QString folder() const { return mFolder; }

@@ -6,6 +6,7 @@ import "."
 Item {
     id: card
 
+    readonly property int type: model.type
     property bool isCurrent
     property bool hasKeys // its list has the focus
     signal clicked
@@ -52,7 +53,7 @@ Item {
                                    : qsTr("%1 free of %2").arg(model.freeText).arg(model.sizeText)
         }
     }
-    FocusRing { isShown: card.hasKeys && card.ListView.isCurrentItem }
+    FocusRing { isShown: card.hasKeys && card.isCurrent }
     MouseArea {
         id: area
         anchors.fill: parent

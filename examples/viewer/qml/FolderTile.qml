@@ -7,6 +7,7 @@ Item {
     id: tile
 
     readonly property string name: model.name
+    readonly property size pictureSize: Qt.size(164, 104)
     property bool hasKeys
     signal clicked
 
@@ -14,8 +15,8 @@ Item {
         id: picture
         x: 6
         y: 6
-        width: parent.width - 12
-        height: 104
+        width: tile.pictureSize.width
+        height: tile.pictureSize.height
         radius: 8
         color: Theme.surface
         Icon {
@@ -27,10 +28,9 @@ Item {
         }
         Image {
             id: cover
-            anchors.fill: parent
             asynchronous: true
             source: model.cover
-            sourceSize: Qt.size(width, height)
+            sourceSize: tile.pictureSize
         }
         Rectangle {
             anchors.fill: parent

@@ -28,26 +28,24 @@ FocusScope {
         spacing: 8
         clip: true
         model: viewer.devices
+        currentIndex: viewer.storageRow
         highlightMoveDuration: 0
         delegate: DeviceCard {
             width: ListView.view.width
-            isCurrent: model.type === viewer.storage
+            isCurrent: ListView.isCurrentItem
             hasKeys: devices.activeFocus
             onClicked: viewer.showStorage(model.type)
-            onIsCurrentChanged: {
-                if (isCurrent)
-                    devices.currentIndex = index
-            }
-            ListView.onIsCurrentItemChanged: {
-                if (ListView.isCurrentItem && devices.activeFocus)
-                    viewer.showStorage(model.type)
-            }
         }
         Keys.onPressed: {
-            if (folders.count === 0 || (event.key !== Qt.Key_Right && !Navigation.isEnter(event)))
-                return
             event.accepted = true
-            folders.forceActiveFocus()
+            if (event.key === Qt.Key_Up && currentIndex > 0)
+                viewer.showStorage(itemAtIndex(currentIndex - 1).type)
+            else if (event.key === Qt.Key_Down && currentIndex < count - 1)
+                viewer.showStorage(itemAtIndex(currentIndex + 1).type)
+            else if (folders.count > 0 && (event.key === Qt.Key_Right || Navigation.isEnter(event)))
+                folders.forceActiveFocus()
+            else
+                event.accepted = false
         }
     }
     Connections {

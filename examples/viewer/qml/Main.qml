@@ -4,8 +4,8 @@ import QtQuick.Window 2.15
 import "."
 
 Window {
-    width: 800
-    height: 480
+    width: Theme.screen.width
+    height: Theme.screen.height
     visible: true
     title: qsTr("Recordings")
 

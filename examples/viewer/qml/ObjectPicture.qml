@@ -26,7 +26,7 @@ Item {
         asynchronous: true
         fillMode: Image.PreserveAspectFit
         source: model.poster
-        sourceSize: Qt.size(width, height)
+        sourceSize: Theme.screen
         visible: photo.status !== Image.Ready
     }
     Image {
@@ -36,7 +36,7 @@ Item {
         asynchronous: true
         fillMode: Image.PreserveAspectFit
         source: model.photo
-        sourceSize: Qt.size(width, height)
+        sourceSize: Theme.screen
     }
     MouseArea {
         anchors.fill: parent

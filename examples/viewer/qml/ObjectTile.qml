@@ -7,6 +7,7 @@ Item {
     id: tile
 
     readonly property string base: model.base
+    readonly property size pictureSize: Qt.size(141, 102)
     property bool hasKeys
     signal clicked
     signal held
@@ -15,8 +16,8 @@ Item {
         id: picture
         x: 4
         y: 4
-        width: parent.width - 8
-        height: parent.height - 34
+        width: tile.pictureSize.width
+        height: tile.pictureSize.height
         radius: 8
         color: Theme.surface
         Icon {
@@ -28,10 +29,9 @@ Item {
         }
         Image {
             id: image
-            anchors.fill: parent
             asynchronous: true
             source: model.tile
-            sourceSize: Qt.size(width, height)
+            sourceSize: tile.pictureSize
         }
         Rectangle {
             anchors { left: parent.left; bottom: parent.bottom; margins: 6 }

@@ -73,12 +73,11 @@ FocusScope {
     GridView {
         id: grid
         objectName: "grid"
-        anchors { left: parent.left; leftMargin: 4; right: parent.right; top: pageHeader.bottom; bottom: parent.bottom }
+        anchors { left: parent.left; leftMargin: 4; right: scrollHandle.left; top: pageHeader.bottom; bottom: parent.bottom }
         focus: true
         clip: true
         cellWidth: 149
         cellHeight: 136
-        rightMargin: 48
         cacheBuffer: 4 * cellHeight
         reuseItems: true
         model: viewer.objects
@@ -91,7 +90,7 @@ FocusScope {
             onHeld: page.hold(index)
         }
         Keys.onPressed: {
-            const columns = Math.floor((width - rightMargin) / cellWidth)
+            const columns = Math.floor(width / cellWidth)
             const rows = Math.floor(height / cellHeight)
             event.accepted = true
             if (Navigation.isEnter(event) && currentItem)
@@ -117,6 +116,7 @@ FocusScope {
         onRequested: page.requested(action, bases)
     }
     ScrollHandle {
+        id: scrollHandle
         anchors { right: parent.right; top: grid.top; bottom: grid.bottom }
         view: grid
     }

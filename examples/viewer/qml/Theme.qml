@@ -15,6 +15,8 @@ QtObject {
     readonly property color danger: "#d9534a"
     readonly property color shade: "#b3000000"
 
+    readonly property size screen: Qt.size(800, 480)
+
     readonly property int title: 22
     readonly property int body: 17
     readonly property int caption: 14

@@ -55,7 +55,7 @@ FocusScope {
             highlightMoveDuration = 200
         }
         onCountChanged: {
-            if (count === 0)
+            if (count === 0 && viewer.folder !== "") // otherwise the page is closed with its folder
                 page.closed(pictures.currentIndex)
         }
         Keys.onPressed: {

@@ -7,8 +7,8 @@ import "."
 FocusScope {
     id: screen
 
-    width: 800
-    height: 480
+    width: Theme.screen.width
+    height: Theme.screen.height
 
     function perform(action, bases) {
         const isProtected = viewer.objects.isAnyProtected(bases)

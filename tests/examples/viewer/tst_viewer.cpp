@@ -40,8 +40,10 @@ public:
     Q_INVOKABLE bool mount(const QString &folder) const;
     Q_INVOKABLE void unmount(const QString &folder) const;
     Q_INVOKABLE void setMode(const QString &path, int mode) const;
-    /// All files and folders; those with contents that are not empty with these.
-    Q_INVOKABLE QStringList files() const;
+    /// All files and folders, sorted.
+    Q_INVOKABLE QStringList names() const { return textsOf(tree(mStorages->path())); }
+    /// The same with the contents of files.
+    Q_INVOKABLE QStringList files() const { return textsOf(treeWithContents(mStorages->path())); }
     /// The files that nobody may write to.
     Q_INVOKABLE QStringList protectedFiles() const;
     Q_INVOKABLE double modified(const QString &path) const;
@@ -58,6 +60,7 @@ public slots:
     void cleanupTestCase() { mViewer.reset(); }
 
 private:
+    static QStringList textsOf(const Tree &tree);
     QString absolute(const QString &path) const { return mStorages->path() + "/" + path; }
 
     QQmlEngine *mEngine = nullptr;
@@ -143,22 +146,22 @@ void Fixture::setMode(const QString &path, int mode) const
     require(::chmod(absolute(path).toUtf8().constData(), static_cast<mode_t>(mode)) == 0, "chmod");
 }
 
-QStringList Fixture::files() const
+QStringList Fixture::textsOf(const Tree &tree)
 {
-    QStringList files;
-    for (const QByteArray &entry : treeWithContents(mStorages->path()))
-        files.append(QString::fromUtf8(entry));
-    return files;
+    QStringList texts;
+    for (const QByteArray &entry : tree)
+        texts.append(QString::fromUtf8(entry));
+    return texts;
 }
 
 QStringList Fixture::protectedFiles() const
 {
     QStringList files;
-    for (const QByteArray &entry : tree(mStorages->path())) {
+    for (const QString &name : names()) {
         struct stat status = {};
-        if (::stat(absolute(entry).toUtf8().constData(), &status) == 0 && S_ISREG(status.st_mode)
+        if (::stat(absolute(name).toUtf8().constData(), &status) == 0 && S_ISREG(status.st_mode)
             && (status.st_mode & 0222) == 0)
-            files.append(entry);
+            files.append(name);
     }
     return files;
 }

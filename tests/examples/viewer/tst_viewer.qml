@@ -8,7 +8,7 @@ TestCase {
 
     // Three photos with thumbnails, and a video, on the SD card; nothing on the USB storage, which is present
     readonly property var media: [
-        "sd/DCIM/100ABC/DCF_0001.jpg = one at 60", "sd/DCIM/100ABC/DCF_0001.thumb", "sd/DCIM/100ABC/DCF_0002.jpg = two",
+        "sd/DCIM/100ABC/DCF_0001.jpg at 60 = one", "sd/DCIM/100ABC/DCF_0001.thumb", "sd/DCIM/100ABC/DCF_0002.jpg = two",
         "sd/DCIM/100ABC/DCF_0003.jpg", "sd/DCIM/100ABC/DCF_0003.png", "sd/DCIM/101ABC/DCF_0001.avi", "usb/DCIM/"
     ]
     property var screen
@@ -61,8 +61,16 @@ TestCase {
         return findChild(screen, "toast").text
     }
 
-    function filesIn(storage) {
-        return fixture.files().filter(path => path.startsWith(storage))
+    function filesIn(folder) {
+        return Array.from(fixture.files()).filter(path => path.startsWith(folder))
+    }
+
+    function namesIn(folder) {
+        return Array.from(fixture.names()).filter(path => path.startsWith(folder))
+    }
+
+    function protectedFiles() {
+        return Array.from(fixture.protectedFiles())
     }
 
     function init() {
@@ -89,7 +97,7 @@ TestCase {
         viewer.showStorage(2)
         tryVerify(() => !viewer.isLoading)
         verify(!viewer.isStoragePresent)
-        compare(fixture.files().map(String), ["sd/", "sd/DCIM/"])
+        compare(filesIn(""), ["sd/", "sd/DCIM/"])
     }
 
     function test_filesOfOneNumberAreOneRecording() {
@@ -260,15 +268,15 @@ TestCase {
         keyClick(Qt.Key_End)
         keyClick(Qt.Key_P)
         const files = ["sd/DCIM/100ABC/DCF_0001.jpg", "sd/DCIM/100ABC/DCF_0001.thumb"]
-        tryVerify(() => JSON.stringify(fixture.protectedFiles()) === JSON.stringify(files))
+        tryVerify(() => protectedFiles().join() === files.join())
         tryVerify(() => findChild(item("grid").currentItem, "lock").visible)
         keyClick(Qt.Key_P)
-        tryVerify(() => fixture.protectedFiles().length === 0)
+        tryVerify(() => protectedFiles().length === 0)
     }
 
     function test_deleteAsksFirst() {
         start(media)
-        const before = fixture.files()
+        const before = filesIn("")
         viewer.showFolder("100ABC")
         tryVerify(() => item("grid") && item("grid").count === 3)
         keyClick(Qt.Key_Delete)
@@ -276,13 +284,13 @@ TestCase {
         keyClick(Qt.Key_Return) // the question begins with "Keep"
         verify(!isOpen("deleteQuestion"))
         wait(100)
-        compare(fixture.files(), before)
+        compare(filesIn(""), before)
         keyClick(Qt.Key_Delete)
         keyClick(Qt.Key_Right)
         keyClick(Qt.Key_Return)
         tryCompare(item("grid"), "count", 2)
         compare(toastText(), "1 recording deleted")
-        compare(fixture.files(), before.filter(path => !path.includes("100ABC/DCF_0003")))
+        compare(filesIn(""), before.filter(path => !path.includes("100ABC/DCF_0003")))
     }
 
     function test_protectedIsNotDeleted_data() {
@@ -291,19 +299,19 @@ TestCase {
 
     function test_protectedIsNotDeleted(data) {
         start(media)
-        const before = fixture.files()
+        const before = filesIn("")
         fixture.setMode("sd/DCIM/100ABC/" + data.file, 0o444)
         viewer.showFolder("100ABC")
         tryVerify(() => item("grid") && item("grid").count === 3)
         keyClick(Qt.Key_Delete)
         verify(!isOpen("deleteQuestion"))
         compare(toastText(), "Protected recordings cannot be deleted")
-        compare(fixture.files(), before)
+        compare(filesIn(""), before)
     }
 
     function test_protectedWhileTheQuestionIsOpen() {
         start(media)
-        const before = fixture.files()
+        const before = filesIn("")
         viewer.showFolder("100ABC")
         tryVerify(() => item("grid") && item("grid").count === 3)
         keyClick(Qt.Key_Delete)
@@ -311,7 +319,7 @@ TestCase {
         keyClick(Qt.Key_Right)
         keyClick(Qt.Key_Return)
         tryVerify(() => toastText() === "1 recording cannot be deleted")
-        compare(fixture.files(), before)
+        compare(filesIn(""), before)
     }
 
     function test_deleteSelected() {
@@ -377,7 +385,20 @@ TestCase {
         viewer.showFolder("100ABC")
         tryVerify(() => item("grid") && item("grid").count === 3)
         copyFirst(2)
-        compare(fixture.protectedFiles(), ["sd/DCIM/100ABC/DCF_0003.jpg", "usb/DCIM/100ABC/DCF_0001.jpg"])
+        compare(protectedFiles(), ["sd/DCIM/100ABC/DCF_0003.jpg", "usb/DCIM/100ABC/DCF_0001.jpg"])
+    }
+
+    function test_copyIsCancelled() {
+        start(["sd/DCIM/100ABC/DCF_0001.avi size 2000000000", "usb/DCIM/100ABC/"])
+        viewer.showFolder("100ABC")
+        tryVerify(() => item("grid") && item("grid").count === 1)
+        keyClick(Qt.Key_C)
+        keyClick(Qt.Key_Return)
+        tryVerify(() => viewer.copyProgress > 0)
+        mouseClick(findChild(screen, "cancelCopy"))
+        tryVerify(() => !viewer.isCopying)
+        compare(toastText(), "Cancelled · 0 recordings copied")
+        compare(namesIn("usb"), ["usb/", "usb/DCIM/", "usb/DCIM/100ABC/"])
     }
 
     function test_copyIsOfferedToOtherPresentStorageDevices() {
@@ -408,12 +429,12 @@ TestCase {
     function test_cardIsRemovedWhileItIsShown() {
         start(media)
         openRecording()
-        fixture.rename("sd", "gone")
+        fixture.rename("sd/DCIM", "sd/gone")
         tryVerify(() => item("folders") !== null)
         compare(viewer.folder, "")
         verify(!viewer.isStoragePresent)
         compare(toastText(), "SD card has been removed")
-        fixture.rename("gone", "sd")
+        fixture.rename("sd/gone", "sd/DCIM")
         tryVerify(() => viewer.isStoragePresent)
         tryVerify(() => item("folders").count === 2)
         compare(toastText(), "SD card is ready")
