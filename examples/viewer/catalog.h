@@ -21,9 +21,9 @@ struct Folder {
 using Folders = QVector<Folder>;
 Q_DECLARE_METATYPE(Folders)
 
-/// Reads, protects and deletes what is on the storage devices. Lives in a thread of its own, because every
-/// operation waits for a storage device. Reads everything that is shown again when a storage device comes or
-/// goes, or a folder changes.
+/// Reads, protects and deletes what is on the storage devices. Runs in its own thread, because every
+/// operation waits for a storage device. When a storage device comes or goes, or a folder changes, it reads
+/// what is shown again.
 class Catalog : public QObject
 {
     Q_OBJECT

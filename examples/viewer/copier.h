@@ -9,8 +9,8 @@
 
 #include <atomic>
 
-/// Copies objects to another storage device. Lives in a thread of its own, so that lists can be read while a
-/// copy is written. A copy gets the next number of the storage device and keeps its time and protection. It
+/// Copies objects to another storage device. Runs in its own thread, so that lists can be read while a copy
+/// is written. A copy gets the next number of the storage device and keeps its time and protection. It
 /// is written under a hidden name, and gets its number when it is complete and on the storage device: an
 /// interrupted copy is never listed.
 class Copier : public QObject

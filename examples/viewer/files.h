@@ -23,7 +23,7 @@ private:
     int mDescriptor;
 };
 
-/// Why an operation on a storage device failed, in the language of the interface.
+/// The reason for @p error on a storage device, in the language of the interface.
 QString reasonOf(int error);
 
 /// Returns whether nobody may write to a file with @p mode. On FAT and exFAT this is the attribute

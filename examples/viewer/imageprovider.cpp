@@ -53,7 +53,7 @@ QImage readPicture(const QString &path, QSize size, bool isTile, QString &error)
 class Response : public QQuickImageResponse
 {
 public:
-    /// What the response shares with the thread that reads the picture, and that it may outlive.
+    /// Shared with the thread that reads the picture, which may end after the response.
     struct Job {
         QMutex mutex;
         Response *response;

@@ -4,7 +4,7 @@
 
 #include <QObject>
 
-/// Knows whether the user operates keys or the touch screen: the focus is shown only to users of keys.
+/// Distinguishes keys from the touch screen: the focus is shown only to users of keys.
 class InputMode : public QObject
 {
     Q_OBJECT

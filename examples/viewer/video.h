@@ -8,14 +8,14 @@
 
 #include <atomic>
 
-/// Decodes a video with ffmpeg, in real time, to pictures of one size. Lives in a thread of its own.
+/// Decodes a video with ffmpeg, in real time, to pictures of one size. Runs in its own thread.
 class VideoDecoder : public QObject
 {
     Q_OBJECT
 
 public:
-    /// Accepts the next picture. Pictures that come before are left out: the interface is too slow for them.
-    /// May be called from any thread.
+    /// Accepts the next picture. Until then, pictures are left out, because the interface is too slow for
+    /// them. May be called from any thread.
     void acceptNext() { mIsAccepting = true; }
 
 public slots:

@@ -8,8 +8,8 @@
 
 #include <QThread>
 
-/// What QML shows and calls. Nothing here waits for a storage device: requests go to the threads of the
-/// catalog and the copier, and their results return as signals.
+/// The interface between QML and the threads. Nothing here waits for a storage device: requests go to the
+/// threads of the catalog and the copier, and their results return as signals.
 class Viewer : public QObject
 {
     Q_OBJECT

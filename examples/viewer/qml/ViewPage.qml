@@ -17,6 +17,11 @@ FocusScope {
     signal closed(int row)
     signal requested(string action, var bases)
 
+    function clock(seconds) {
+        const rest = Math.floor(seconds % 60)
+        return Math.floor(seconds / 60) + (rest < 10 ? ":0" : ":") + rest
+    }
+
     function togglePlaying() {
         if (!isVideo)
             return
@@ -115,7 +120,7 @@ FocusScope {
         id: pageHeader
         width: parent.width
         title: page.base
-        subtitle: page.current ? page.current.time : ""
+        subtitle: (page.current ? page.current.time : "") + (video.hasPicture ? "  ·  " + page.clock(video.seconds) : "")
         onBack: page.closed(pictures.currentIndex)
         Keys.onDownPressed: pictures.forceActiveFocus()
 

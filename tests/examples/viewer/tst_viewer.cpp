@@ -9,7 +9,6 @@
 #include <QQmlContext>
 #include <QQmlEngine>
 #include <QTimer>
-#include <QTranslator>
 #include <QtQuickTest>
 
 #include <algorithm>
@@ -22,8 +21,8 @@
 
 using namespace VORN_FILE_HANDLER;
 
-/// What the tests in tst_viewer.qml need besides the interface: storage devices, which are folders in a
-/// temporary directory, and a look at them. Paths are relative to that directory.
+/// Creates storage devices, which are folders in a temporary directory, for the tests in tst_viewer.qml, and
+/// reads what the interface has changed on them. Paths are relative to that directory.
 class Fixture : public QObject
 {
     Q_OBJECT
@@ -48,10 +47,10 @@ public:
     Q_INVOKABLE QStringList protectedFiles() const;
     Q_INVOKABLE double modified(const QString &path) const;
     Q_INVOKABLE void setLanguage(const QString &language) { setUpApplication(language); }
-    /// Everything that QML has warned about since the last call.
+    /// The warnings of QML since the last call.
     Q_INVOKABLE QString takeWarnings();
 
-    /// Measures from here on for how long the interface does not react.
+    /// Measures the longest time without a reaction of the interface, from now to longestGap().
     Q_INVOKABLE void startMeter();
     Q_INVOKABLE int longestGap();
 
