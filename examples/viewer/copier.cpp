@@ -21,7 +21,7 @@ using namespace VORN_FILE_HANDLER;
 
 namespace {
 
-/// Why a copy ended, in the language of the interface.
+/// Ends a copy. The reason is in the language of the interface.
 struct Failure {
     QString reason;
 };

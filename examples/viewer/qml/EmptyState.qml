@@ -2,7 +2,7 @@
 import QtQuick 2.15
 import "."
 
-/// What is shown where a list has no entries.
+/// Shown in place of a list without entries.
 Column {
     property alias icon: image.name
     property alias title: titleLabel.text

@@ -23,7 +23,8 @@ FocusScope {
     ListView {
         id: devices
         objectName: "devices"
-        anchors { left: sidebar.left; right: sidebar.right; top: heading.bottom; bottom: parent.bottom; margins: Theme.gap }
+        anchors { left: sidebar.left; right: sidebar.right; top: heading.bottom; bottom: parent.bottom }
+        anchors.margins: Theme.gap
         focus: true
         spacing: 8
         clip: true
@@ -55,7 +56,8 @@ FocusScope {
     GridView {
         id: folders
         objectName: "folders"
-        anchors { left: sidebar.right; right: parent.right; top: heading.bottom; bottom: parent.bottom; leftMargin: Theme.gap; rightMargin: 4 }
+        anchors { left: sidebar.right; right: parent.right; top: heading.bottom; bottom: parent.bottom }
+        anchors { leftMargin: Theme.gap; rightMargin: 4 }
         cellWidth: 176
         cellHeight: 152
         clip: true

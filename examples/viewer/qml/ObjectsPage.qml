@@ -73,7 +73,8 @@ FocusScope {
     GridView {
         id: grid
         objectName: "grid"
-        anchors { left: parent.left; leftMargin: 4; right: scrollHandle.left; top: pageHeader.bottom; bottom: parent.bottom }
+        anchors { left: parent.left; right: scrollHandle.left; top: pageHeader.bottom; bottom: parent.bottom }
+        anchors.leftMargin: 4
         focus: true
         clip: true
         cellWidth: 149

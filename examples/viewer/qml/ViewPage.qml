@@ -120,7 +120,8 @@ FocusScope {
         id: pageHeader
         width: parent.width
         title: page.base
-        subtitle: (page.current ? page.current.time : "") + (video.hasPicture ? "  ·  " + page.clock(video.seconds) : "")
+        subtitle: (page.current ? page.current.time : "")
+                  + (video.hasPicture ? "  ·  " + page.clock(video.seconds) : "")
         onBack: page.closed(pictures.currentIndex)
         Keys.onDownPressed: pictures.forceActiveFocus()
 

@@ -8,7 +8,8 @@ TestCase {
 
     // Three photos with thumbnails, and a video, on the SD card; nothing on the USB storage, which is present
     readonly property var media: [
-        "sd/DCIM/100ABC/DCF_0001.jpg at 60 = one", "sd/DCIM/100ABC/DCF_0001.thumb", "sd/DCIM/100ABC/DCF_0002.jpg = two",
+        "sd/DCIM/100ABC/DCF_0001.jpg at 60 = one", "sd/DCIM/100ABC/DCF_0001.thumb",
+        "sd/DCIM/100ABC/DCF_0002.jpg = two",
         "sd/DCIM/100ABC/DCF_0003.jpg", "sd/DCIM/100ABC/DCF_0003.png", "sd/DCIM/101ABC/DCF_0001.avi", "usb/DCIM/"
     ]
     property var screen
@@ -357,7 +358,8 @@ TestCase {
         compare(filesIn("usb"), ["usb/", "usb/DCIM/", "usb/DCIM/100ABC/", "usb/DCIM/100ABC/DCF_0001.jpg = one",
                                  "usb/DCIM/100ABC/DCF_0001.thumb"])
         compare(fixture.modified("usb/DCIM/100ABC/DCF_0001.jpg"), 60000)
-        compare(filesIn("sd/DCIM/100ABC/DCF_0001"), ["sd/DCIM/100ABC/DCF_0001.jpg = one", "sd/DCIM/100ABC/DCF_0001.thumb"])
+        compare(filesIn("sd/DCIM/100ABC/DCF_0001"),
+                ["sd/DCIM/100ABC/DCF_0001.jpg = one", "sd/DCIM/100ABC/DCF_0001.thumb"])
     }
 
     function test_copyGetsTheNextFreeNumber_data() {
