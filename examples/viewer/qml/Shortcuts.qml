@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: MIT
+import QtQuick 2.15
+
+/// The keys for actions on recordings.
+QtObject {
+    signal requested(string action, var bases)
+
+    /// Returns whether @p event is one of these keys.
+    function handle(event, bases) {
+        const actions = {}
+        actions[Qt.Key_P] = "protect"
+        actions[Qt.Key_C] = "copy"
+        actions[Qt.Key_Delete] = "delete"
+        const action = actions[event.key]
+        if (!action || bases.length === 0)
+            return false
+        requested(action, bases)
+        return true
+    }
+}
