@@ -378,9 +378,11 @@ QByteArray problemIn(const Snapshot &state, const Recorded &recorded, Scenario::
         const QByteArray base = path.left(path.lastIndexOf('.') + 1);
         const bool keepsObjects =
             rule == Scenario::Deletes || rule == Scenario::Pairs || rule == Scenario::Objects;
-        const bool isAlone = keepsObjects && path.endsWith(".thumb") && recorded.before.contains(path)
-                             && recorded.before.lowerBound(base).key() != path
-                             && state.lowerBound(base).key() == path;
+        const auto isAloneIn = [&path, &base](const Snapshot &snapshot) {
+            return snapshot.contains(path) && snapshot.lowerBound(base).key() == path;
+        };
+        const bool isAlone = keepsObjects && path.endsWith(".thumb") && isAloneIn(state)
+                             && !isAloneIn(recorded.before) && !isAloneIn(recorded.after);
         if (isAlone)
             return path + " is without its recording";
         if (!isKnown && !isFolderBeingDeleted && !isInNewFolder && !isShortName)
@@ -660,6 +662,10 @@ void PowerCutTest::reportedIsKept_data()
                  {"move", "@/sd/DCIM/100ABC/DCF_0001.jpg", "@/sd/DCIM/100ABC/DCF_0002.wav", "sd", "kept"}});
     row("move-a-recording-with-its-thumbnail",
         Scenario{Scenario::Pairs, CARD, {"move", "@/sd/DCIM/100ABC/DCF_0001.jpg", "usb", "kept"}});
+    row("move-a-recording-with-its-thumbnail-within-the-card",
+        Scenario{Scenario::Pairs, CARD, {"move", "@/sd/DCIM/100ABC/DCF_0001.jpg", "sd", "kept"}});
+    row("copy-a-recording-with-its-thumbnail",
+        Scenario{Scenario::Pairs, CARD, {"copy", "@/sd/DCIM/100ABC/DCF_0001.jpg", "usb", "kept"}});
     const auto longNames = [](const QByteArray &folder) { // on FAT, more than a sector of the folder
         Tree files;
         for (const char number : {'1', '2', '3', '4', '5', '6'})
@@ -731,6 +737,15 @@ void PowerCutTest::reportedIsKept_data()
     row("unprotect", Scenario{Scenario::Whole,
                               CARD + Tree{"sd/DCIM/100ABC/DCF_0002.wav is protected"},
                               {"unprotect", "@/sd/DCIM/100ABC"}});
+    // More entries than a sector of the folder has, so that a name can be on two sectors
+    Tree longer = CARD;
+    for (const char number : {'3', '4', '5', '6', '7', '8', '9'})
+        longer.append(QByteArray("sd/DCIM/100ABC/DCF_000") + number + ".wav = " + number);
+    row("comment-in-a-longer-folder",
+        Scenario{Scenario::Whole, longer, {"comment", "@/sd/DCIM/100ABC/DCF_0001.jpg", "a comment"}});
+    row("unprotect-in-a-longer-folder", Scenario{Scenario::Whole,
+                                                 longer + Tree{"sd/DCIM/100ABC/DCF_0004.wav is protected"},
+                                                 {"unprotect", "@/sd/DCIM/100ABC"}});
     row("rmdir-without-a-protected-object", Scenario{Scenario::Deletes,
                                                      CARD + Tree{"sd/DCIM/100ABC/DCF_0002.wav is protected"},
                                                      {"rmdir", "sd", "100ABC", "--yes"},

@@ -51,8 +51,8 @@ const QByteArray NOT_CLOSED =
 const QByteArray LEFTOVER =
     "was left by an interrupted command; the next command that writes to this folder removes it";
 const QByteArray LEFTOVER_KEPT =
-    "was left by an interrupted command; it may share its content with another file; unmount the storage "
-    "device and check it with fsck, then delete the leftover";
+    "was left by an interrupted command; it may share its content with another file, or be the only copy of "
+    "one; unmount the storage device and check it with fsck before you delete the leftover";
 
 /// After a finding that the command repair mends.
 const QByteArray REPAIRABLE = " [repairable]";

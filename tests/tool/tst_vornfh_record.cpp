@@ -644,8 +644,8 @@ void VornfhRecordTest::removesWhatAnInterruptedCommandLeft_data()
     row("folder", Tree{file + "/"}, Tree{}, QByteArrayList{start + "; removed"});
     row("file-that-was-being-renamed", Tree{file + " = x", mark}, Tree{file + " = x", mark},
         QByteArrayList{start
-                       + " and kept: it may share its content with another file; unmount the storage device "
-                         "and check it with fsck, then delete the leftover"});
+                       + " and kept: it may share its content with another file, or be the only copy of one; "
+                         "unmount the storage device and check it with fsck before you delete the leftover"});
     row("mark-of-renamed-files", Tree{mark}, Tree{}, QByteArrayList{});
     row("name-that-is-not-the-tool's", Tree{".vornfh-x"}, Tree{".vornfh-x"}, QByteArrayList{});
 }

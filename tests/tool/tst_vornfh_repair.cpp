@@ -214,7 +214,9 @@ void VornfhRepairTest::keepsAndNamesWhatCannotBeMended_data()
         Tree{".vornfh-99999999-ABC123 = x", ".vornfh-99999999-ABC124.renaming"},
         QByteArray(
             ".vornfh-99999999-ABC123: was left by an interrupted command; it may share its content with "
-            "another file; unmount the storage device and check it with fsck, then delete the leftover; "
+            "another file, or be the only copy of one; unmount the storage device and check it with fsck "
+            "before you "
+            "delete the leftover; "
             "cannot be "
             "repaired"));
 }

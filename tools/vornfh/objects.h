@@ -82,6 +82,8 @@ bool isProtectedMode(mode_t mode);
 
 /// Returns whether the file @p path, or another file of its object, is protected.
 bool isProtected(const QString &path);
+/// The same for @p object, which is in @p folder.
+bool isProtected(const NumberedFolder &folder, const Object &object);
 
 /// The protected objects of a folder, collected while its files are listed.
 class ProtectedObjects
@@ -113,7 +115,13 @@ public:
     void requireUnprotected(const QString &path, const QString &resolved);
 
 private:
-    using Names = QHash<QByteArray, QByteArrayList>; // of media files, by their base names
+    /// The names of the media files in a folder, by their base names, in lower case if @p isCaseless.
+    struct Names {
+        QHash<QByteArray, QByteArrayList> byBase;
+        bool isCaseless = false;
+
+        QByteArray key(const QByteArray &name) const;
+    };
 
     static Names namesIn(const QString &folder);
 

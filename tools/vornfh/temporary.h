@@ -74,8 +74,9 @@ private:
 };
 
 /// Why a leftover is kept.
-inline const QString MAY_SHARE_CONTENT = "it may share its content with another file; unmount the storage "
-                                         "device and check it with fsck, then delete the leftover";
+inline const QString MAY_SHARE_CONTENT = "it may share its content with another file, or be the only copy of "
+                                         "one; unmount the storage device and check it "
+                                         "with fsck before you delete the leftover";
 
 /// What interrupted commands have left behind in a folder.
 struct Leftovers {

@@ -102,6 +102,7 @@ Selection selectionOf(const Storage &storage, const Request &request)
         if (isFolderSelected(path) || request.isMoving) // the newest object may be in another folder
             selection.folders.push_back(readNumberedFolder(path));
     });
+    requireReadToEnd(storage.location);
     selection.newest = newestOf(selection.folders);
     for (NumberedFolder &folder : selection.folders) {
         const bool isFolder = isFolderSelected(folder.path);
@@ -182,15 +183,14 @@ private:
 
     void add(Transfer &transfer, const NumberedFolder &folder, const Object &object)
     {
-        for (const ObjectFile &file : object.files) {
-            if (isStopped())
-                return;
-            try {
-                transfer.add(std::make_unique<Source>(folder.pathOf(file)), &file == &object.files.back());
-            } catch (const FileFailure &failure) {
-                print(QString::fromUtf8(failure.what()));
-                mProgress.finishFiles(1);
-            }
+        try {
+            Transfer::Sources sources;
+            for (const ObjectFile &file : object.files)
+                sources.push_back(std::make_unique<Source>(folder.pathOf(file)));
+            transfer.add(std::move(sources), Transfer::Conflict::Counter);
+        } catch (const FileFailure &failure) {
+            print(QString::fromUtf8(failure.what()));
+            mProgress.finishFiles(static_cast<int>(object.files.size()));
         }
     }
 
@@ -234,7 +234,7 @@ private:
                 objects.push_back(&object);
         }
         const std::vector<const Object *> deleted =
-            objects.empty() ? objects : deleteObjects(folder, objects);
+            objects.empty() ? objects : deleteObjects(folder, objects).objects;
         for (const Object *object : objects) {
             if (std::find(deleted.begin(), deleted.end(), object) == deleted.end())
                 fail(byBase[object->base]);
@@ -247,7 +247,7 @@ private:
         const QString path = folder.pathOf(object.files.front());
         if (pathOf(folder, object) == mJob.selection.newest)
             return false;
-        if (isProtected(path)) {
+        if (isProtected(folder, object)) {
             printError(path + ": is protected and stays on the storage device");
             return false;
         }

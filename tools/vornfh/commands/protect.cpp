@@ -91,8 +91,6 @@ bool clearAttribute(int file)
 /// they have read from the device back, whatever the permissions are by then.
 void replaceByCopy(const QString &path, int file, const struct stat &before)
 {
-    if (isBeingWritten(path))
-        throw FileFailure(path, "cannot be unprotected: another program is writing it");
     TemporaryFile copy(QFileInfo(path).path(), path);
     if (!copyContent(file, copy.descriptor()))
         throw FileFailure(path, "a copy without protection cannot be written: " + errorText(errno));
@@ -100,10 +98,11 @@ void replaceByCopy(const QString &path, int file, const struct stat &before)
     attributes.st_mode |= defaultMode(ANY_WRITE);
     setAttributes(copy.descriptor(), attributes); // exFAT keeps no owner
     flushWithFolders({copy.path()});
+    if (!hasSameContent(file, copy.descriptor(), path))
+        throw FileFailure(path, "the copy without protection differs");
     struct stat now = {};
-    if (!hasSameContent(file, copy.descriptor(), path) || ::fstat(file, &now) != 0
-        || !isSameState(before, now))
-        throw FileFailure(path, "cannot be unprotected: its copy differs");
+    if (!readLinkStatus(path, now) || !isSameState(before, now) || isBeingWritten(path))
+        throw FileFailure(path, "was changed by another program in the meantime");
     replaceFile(copy, path);
 }
 
@@ -120,15 +119,15 @@ void mark(const QString &path, bool isProtecting)
     require(::fstat(file.get(), &status) == 0);
     if (isProtectedMode(status.st_mode) == isProtecting)
         return;
-    if (!isProtecting && fileSystemOf(path) == FileSystem::Exfat && !clearAttribute(file.get()))
-        return replaceByCopy(path, file.get(), status);
     const mode_t permissions = status.st_mode & 07777 & ~ANY_WRITE;
     if (isProtecting)
         require(::fchmod(file.get(), permissions) == 0);
+    else if (fileSystemOf(path) == FileSystem::Exfat && !clearAttribute(file.get()))
+        replaceByCopy(path, file.get(), status);
     else // FAT accepts exactly the write permissions that its mount options allow, or none
         require(::fchmod(file.get(), permissions | defaultMode(ANY_WRITE)) == 0
                 || ::fchmod(file.get(), permissions | ANY_WRITE) == 0);
-    require(::fstat(file.get(), &status) == 0);
+    require(readLinkStatus(path, status));
     if (isProtectedMode(status.st_mode) != isProtecting)
         throw FileFailure(path, "the file system cannot store the protection of files");
 }
@@ -143,16 +142,22 @@ ExitCode markAll(const Request &request, const QList<Storage> &storages)
     const int failures = forEachReporting(arguments, [&](const std::string &argument) {
         const QString path = pathArgument(argument);
         const NumberedFolder folder = objects.at(path);
+        QStringList names;
         for (const Object &object : folder.objects) {
-            for (const ObjectFile &file : object.files) {
-                const QString name = folder.pathOf(file);
-                if (!seen.insert(name).second)
-                    continue;
-                folders.insert(folder.path);
-                mark(name, request.isProtecting);
-                marked.append(name);
-            }
+            for (const ObjectFile &file : object.files)
+                names.append(folder.pathOf(file));
         }
+        folders.insert(folder.path);
+        const int failed = forEachReporting(names, [&](const QString &name) {
+            if (!seen.insert(name).second)
+                return;
+            mark(name, request.isProtecting);
+            marked.append(name);
+        });
+        if (failed > 0)
+            throw FileFailure(
+                path, QString("%1 not %2")
+                          .arg(counted(failed, "file"), request.isProtecting ? "protected" : "unprotected"));
     });
     for (const QString &folder : folders)
         flushFileSystem(folder);

@@ -115,13 +115,15 @@ ExitCode transferAll(const Request &request)
             // A file can stay in its folder for a while: one that is given twice would be copied twice.
             if (request.mode == Mode::Move && given.contains(entry.resolved))
                 throw FileFailure(path, "is given twice; a file can be moved only once");
-            auto source = std::make_unique<Source>(path);
-            auto thumbnail = entry.thumbnail.isEmpty() ? nullptr : std::make_unique<Source>(entry.thumbnail);
+            Transfer::Sources sources;
+            sources.push_back(std::make_unique<Source>(path));
+            if (!entry.thumbnail.isEmpty())
+                sources.push_back(std::make_unique<Source>(entry.thumbnail));
             given.insert(entry.resolved);
             if (!transfer)
                 transfer.emplace(VornFileHandler::getDirPath(request.storage.type, request.folder),
                                  request.mode, progress);
-            transfer->add(std::move(source), std::move(thumbnail), entry.isShared);
+            transfer->add(std::move(sources), Transfer::Conflict::Fail, entry.isShared);
         } catch (const FileFailure &failure) {
             progress.print([&failure] { printError(QString::fromUtf8(failure.what())); });
             progress.finishFiles(entry.files());
