@@ -151,7 +151,7 @@ bool Transfer::isGiven(const QString &path) const
     return mTaken.contains(path);
 }
 
-/// The path that the library would give a copy; if @p hasThumbnail, the first of them for which the path of
+/// The path that the library would give a copy; if @p hasThumbnail, the first one for which the path of
 /// the thumbnail is free too. Throws FileFailure if every name is taken: the library would overwrite an
 /// existing file.
 QString Transfer::freePath(const QString &name, bool hasThumbnail) const
@@ -510,7 +510,7 @@ void Transfer::nameAll(Batch &batch)
 }
 
 /// Renames the sources in @p group. The thumbnail goes first: if the tool is killed between the two, the same
-/// command moves the recording to it.
+/// command, repeated, moves the recording too.
 void Transfer::rename(Group &group)
 {
     try {

@@ -14,7 +14,7 @@
 
 namespace {
 
-/// Deletes the thumbnails or the recordings of @p objects. Returns the objects for which that does not fail.
+/// Deletes the thumbnails or the recordings of @p objects. Returns the objects for which it succeeds.
 std::vector<const Object *> deleteFiles(const NumberedFolder &folder,
                                         const std::vector<const Object *> &objects, bool areThumbnails)
 {

@@ -6,10 +6,10 @@
 
 #include <vector>
 
-/// Deletes the files of @p objects, which are in @p folder: all thumbnails before any recording, so that no
-/// thumbnail is without its recording whenever the power fails. For each object that cannot be deleted,
-/// prints a message and goes on. Returns those that were deleted. Throws FileFailure if the folder cannot be
-/// flushed.
+/// Deletes the files of @p objects, which are in @p folder: all thumbnails before any recording, so that a
+/// power failure at any moment leaves no thumbnail without its recording. For each object that cannot be
+/// deleted, prints a message and continues. Returns those that were deleted. Throws FileFailure if the folder
+/// cannot be flushed.
 std::vector<const Object *> deleteObjects(const NumberedFolder &folder,
                                           const std::vector<const Object *> &objects);
 

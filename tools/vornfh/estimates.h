@@ -38,8 +38,8 @@ struct ObjectSummary {
 /// it contains; one with a photo and an audio file is of the kind PHOTO.
 ObjectSummary summaryOf(const std::vector<NumberedFolder> &folders);
 
-/// How much more can be recorded if the next recordings are like the last ones. Nullopt for what has not been
-/// recorded, or cannot be measured.
+/// How much more can be recorded if the next recordings are like the last ones. A value is nullopt if nothing
+/// of its kind has been recorded, or if it cannot be measured.
 struct Estimate {
     std::array<std::optional<qint64>, AUDIO + 1> objects; // by PHOTO, VIDEO and AUDIO
     std::optional<qint64> bitrate;                        // of the last videos, bits per second

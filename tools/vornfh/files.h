@@ -46,8 +46,8 @@ bool isEntry(const QString &path);
 /// false and sets errno if the folder cannot be read to its end.
 bool forEachEntry(const QString &folder, const std::function<void(int folder, const dirent &entry)> &work);
 
-/// Fills @p bytes from the file, beginning at @p offset, and shortens it if the file ends before. Returns
-/// false and sets errno on failure; @p bytes then contains what was read before.
+/// Fills @p bytes from the file, beginning at @p offset, and shortens it if the file is shorter. Returns
+/// false and sets errno on failure; @p bytes then contains what was read until then.
 bool readAt(int descriptor, off_t offset, QByteArray &bytes);
 
 /// Copies a file. Returns false and sets errno on failure.
