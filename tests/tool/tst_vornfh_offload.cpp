@@ -803,7 +803,7 @@ QByteArray problemAfterKill(const ToolRun &tool, const Tree &files)
     for (const QByteArray &file : files) {
         if (!card.contains(file) && !directory.contains(file))
             return "lost: " + nameOf(file);
-        // What has gone from the card is in SHA256SUMS.
+        // What was deleted from the card is in SHA256SUMS.
         if (!card.contains(file) && !tool.content("out/SHA256SUMS").contains(sumLine(file)))
             return "without a sum: " + nameOf(file);
     }

@@ -637,7 +637,7 @@ void VornfhRecorderTest::showsProgressOnATerminal()
     const QRegularExpression line(QString(R"(\rrecording 0:0[123], [0-9.]+ KiB, [0-9.]+ KiB/s%1\x1b)")
                                       .arg(hasEnd ? R"(, [0-9:]+ left on the storage device)" : ""));
     QVERIFY2(QString::fromUtf8(outcome.out).contains(line), outcome.out.constData());
-    // A path is on a line of its own.
+    // Each path is on its own line.
     QVERIFY2(outcome.out.contains("\r\x1b[K" + tool.expand(FOLDER) + "DCF_0001.avi\r\n"),
              outcome.out.constData());
 }

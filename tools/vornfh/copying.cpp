@@ -496,7 +496,7 @@ void Transfer::setTarget(Group &group, const QString &path)
     }
 }
 
-/// Gives the copies their names: all recordings before any thumbnail, so that no thumbnail is ever alone.
+/// Gives the copies their names: all recordings before any thumbnail, so that none is ever alone.
 void Transfer::nameAll(Batch &batch)
 {
     forEach(batch, [this](Group &group) { name(group, group.front()); });
@@ -555,7 +555,7 @@ void Transfer::name(Group &group, Item &item)
     item.isNamed = true;
 }
 
-/// Gives a source that was renamed its old name. Returns false if that fails.
+/// Renames a source that was moved back to its old path. Returns false on failure.
 bool Transfer::Item::putBack() const
 {
     return !isRenamed() || !isNamed || renameToNew(target, source->path());

@@ -61,7 +61,7 @@ bool isSameState(const struct stat &before, const struct stat &after);
 /// @p mode without the bits that the umask of this process clears.
 mode_t defaultMode(mode_t mode);
 
-/// Gives the file @p target the mode of @p path, or of a new file if @p path does not exist.
+/// Sets the mode of the file @p target to that of @p path, or of a new file if @p path does not exist.
 void setModeFrom(const QString &path, int target);
 
 /// Gives the file @p target the owner, mode and times of @p status. Returns false and sets errno on failure;
