@@ -327,7 +327,7 @@ bool areEarlierSums(const QByteArray &path, const QByteArray &now, const QByteAr
                           [&lines](const QByteArray &line) { return lines.contains(line); });
 }
 
-/// A file that is deleted from the card has its line in SHA256SUMS on the other disk before.
+/// Before a file is deleted from the card, its line is in SHA256SUMS on the other disk.
 QByteArray missingSumIn(const Snapshot &state, const Snapshot &before)
 {
     for (auto file = before.begin(); file != before.end(); ++file) {
@@ -516,7 +516,7 @@ private:
         }
     }
 
-    /// A recording that the power cut has cut short is a finding of the command "check". (Lost sectors within
+    /// A recording that was cut short by the power cut is a finding of "check". (Lost sectors within
     /// a file are not: finding them takes a decoder.)
     QByteArray overlookedIn(const QString &folder, const Snapshot &state)
     {

@@ -54,31 +54,31 @@ const QByteArray LEFTOVER_KEPT =
     "was left by an interrupted command; it may share its content with another file, or be the only copy of "
     "one; unmount the storage device and check it with fsck before you delete the leftover";
 
-/// After a finding that the command repair mends.
+/// After a finding that "repair" can fix.
 const QByteArray REPAIRABLE = " [repairable]";
 
 const QByteArray BEGINS_WITH_ZEROS = "begins with zeros: its content was lost, usually in a power failure";
 const QByteArray ENDS_WITH_ZEROS = "ends with zeros: its content was lost, usually in a power failure";
-const QByteArray CUT_OFF = "does not end as a file of its type: the end is missing or damaged";
-const QByteArray BROKEN_CHUNKS = "its chunks do not lead to its end";
+const QByteArray CUT_OFF = "does not end like a file of its type: the end is missing or damaged";
+const QByteArray BROKEN_CHUNKS = "its sequence of chunks is broken";
 const QByteArray NO_MOVIE = "contains no movie data";
 const QByteArray NO_AUDIO = "contains no audio data";
 const QByteArray NO_INDEX = "has no index: a player may reject it or be unable to seek";
 const QByteArray WRONG_INDEX = "its index does not match its content";
 const QByteArray NO_THUMBNAIL = "has no thumbnail, unlike others in this folder";
-const QByteArray DCF_FOLDER =
-    "is not a name of the camera standard (DCF): a number from 100 to 999 and five characters A-Z 0-9 _";
-const QByteArray DCF_FILE =
-    "is not a name of the camera standard (DCF): four characters A-Z 0-9 _ and a number from 0001 to 9999";
+const QByteArray DCF_FOLDER = "the name does not follow the camera standard (DCF): a number from 100 to 999 "
+                              "and five characters A-Z 0-9 _";
+const QByteArray DCF_FILE = "the name does not follow the camera standard (DCF): four characters A-Z 0-9 _ "
+                            "and a number from 0001 to 9999";
 
 QByteArray otherType(const QByteArray &extension)
 {
-    return "does not begin as a file of type " + extension;
+    return "does not begin like a file of type " + extension;
 }
 
 QByteArray shortName(const QByteArray &name)
 {
-    return "has the short name " + name + " on FAT, which is not a name of the camera standard (DCF)";
+    return "has the short name " + name + " on FAT, which does not follow the camera standard (DCF)";
 }
 
 /// @p content with @p count bytes at @p place replaced by @p byte; a negative place counts from the end.
@@ -556,7 +556,7 @@ void VornfhCheckTest::requiresFfmpegToReadEverything()
     const ToolRun tool;
     tool.make(onCard({"100ABC/DCF_0001.jpg = x"}));
     QCOMPARE(tool.runOnStorages({"check", "sd", "--read-all"}),
-             tool.failure({"ffmpeg is not on PATH; checking all content needs it"}));
+             tool.failure({"ffmpeg is not on PATH; check --read-all needs it"}));
 }
 
 void VornfhCheckTest::ignoresFilesThatAreBeingWritten_data()

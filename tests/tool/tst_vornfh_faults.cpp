@@ -187,8 +187,9 @@ QByteArray lostFile(const Run &good, const Run &bad)
     return "";
 }
 
-/// Each line on standard output is true, and about what the fault does not concern. Commands that flush a
-/// folder several times may have reported what they had flushed before; then something else is not reported.
+/// Each line on standard output is true and concerns something that the fault does not affect. Commands that
+/// flush a folder several times may have reported what they flushed before the fault; then another line is
+/// missing.
 QByteArray wrongReport(const Fault &fault, const Run &good, const Run &bad)
 {
     const bool isFlushedOnce = bad.command != "offload" && bad.command != "repair";

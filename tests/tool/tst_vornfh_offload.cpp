@@ -96,7 +96,7 @@ QByteArray isProtected(const QByteArray &path)
     return "@/sd/DCIM/" + path + ": is protected and stays on the storage device";
 }
 
-/// What sha256sum(1) says about the files in out/.
+/// What sha256sum(1) reports about the files in out/.
 Outcome checkedSums(const ToolRun &tool)
 {
     return tool.runProgram("/bin/sh", {"-c", "cd out && sha256sum --check --strict --quiet SHA256SUMS"});
@@ -344,7 +344,7 @@ void VornfhOffloadTest::keepsTheLinesOfOtherFiles()
     QCOMPARE(tool.content("out/SHA256SUMS").replace(own, ""), after);
 }
 
-/// The program that reads the file would write the same.
+/// sha256sum(1), which reads the file, would write the same lines.
 void VornfhOffloadTest::agreesWithSha256sum()
 {
     const ToolRun tool;
@@ -803,7 +803,7 @@ QByteArray problemAfterKill(const ToolRun &tool, const Tree &files)
     for (const QByteArray &file : files) {
         if (!card.contains(file) && !directory.contains(file))
             return "lost: " + nameOf(file);
-        // What has gone from the card is in SHA256SUMS.
+        // What was deleted from the card is in SHA256SUMS.
         if (!card.contains(file) && !tool.content("out/SHA256SUMS").contains(sumLine(file)))
             return "without a sum: " + nameOf(file);
     }

@@ -289,10 +289,10 @@ void VornfhRecordTest::keepsAThumbnailCreatedInTheMeantime()
     programs.add("ffmpeg", WRITE_DATA + "echo mine > \"${target%.*}.thumb\"");
     const ToolRun tool;
     tool.make({"sd/DCIM/"});
-    QCOMPARE(
-        tool.runOnStorages({"record", "sd", "--type", "jpg"}),
-        tool.failure({"@/sd/DCIM/100ABC/DCF_0001.thumb: was created by another program and is left as it is"},
-                     "@/sd/DCIM/100ABC/DCF_0001.jpg\n"));
+    QCOMPARE(tool.runOnStorages({"record", "sd", "--type", "jpg"}),
+             tool.failure(
+                 {"@/sd/DCIM/100ABC/DCF_0001.thumb: was created by another program and is left unchanged"},
+                 "@/sd/DCIM/100ABC/DCF_0001.jpg\n"));
     QCOMPARE(tool.content("sd/DCIM/100ABC/DCF_0001.thumb"), QByteArray("mine\n"));
 }
 
@@ -362,7 +362,7 @@ void VornfhRecordTest::keepsAnUnreadableRecordingAsItIs()
     const QByteArray reason = "file:" + path + "avi: Invalid data found when processing input";
     QCOMPARE(tool.runOnStorages({"record", "sd"}),
              tool.failure({path + "avi: recording ended early: broken",
-                           path + "avi: cannot be closed: " + reason + "; it is kept as it is",
+                           path + "avi: cannot be closed: " + reason + "; it is kept unchanged",
                            path + "thumb: cannot be created: " + reason},
                           path + "avi\n"));
     QCOMPARE(treeWithContents(tool.path()), onCard({"100ABC/", "100ABC/DCF_0001.avi = half\n"}));
@@ -476,7 +476,7 @@ void VornfhRecordTest::keepsARecordingOnAStorageThatFillsUp_data()
         "\"$real\" \"$@\"; printf '\\0\\0\\0\\0' | dd of=\"$target\" bs=1 seek=4 conv=notrunc status=none\n",
         {full, "@/sd/DCIM/100ABC/DCF_0001.avi: cannot be closed: "
                "Error closing file file:@/sd/DCIM/100ABC/.vornfh-PID-XXXXXX: No space left on device; "
-               "it is kept as it is"});
+               "it is kept unchanged"});
 }
 
 void VornfhRecordTest::keepsARecordingOnAStorageThatFillsUp()

@@ -40,7 +40,7 @@ private slots:
     void aFailureLeavesNothing();
     void endsIfTheInputDeliversNothing_data();
     void endsIfTheInputDeliversNothing();
-    void aSlowInputIsNoFailure();
+    void aSlowInputIsNotAFailure();
     void lowersTheLimitToTheLargestFile_data();
     void lowersTheLimitToTheLargestFile();
     void endsWhenTheStorageIsFull();
@@ -375,7 +375,7 @@ void VornfhRecorderTest::aFailureLeavesNothing_data()
     QTest::addColumn<QByteArray>("reason");
     row("missing-input", READS_INPUT, QByteArray(), QByteArray("@/none.avi: No such file or directory"));
     row("writes-nothing", READS_INPUT, QByteArray("exit 0"), QByteArray("ffmpeg wrote nothing"));
-    row("writes-what-is-no-stream", READS_INPUT, QByteArray("seq 1000"), QByteArray("ffmpeg wrote nothing"));
+    row("does-not-write-a-stream", READS_INPUT, QByteArray("seq 1000"), QByteArray("ffmpeg wrote nothing"));
     row("cannot-write-the-segment", WRITES_SEGMENT, QByteArray("echo broken >&2; exit 1"),
         QByteArray("broken"));
 }
@@ -424,7 +424,7 @@ void VornfhRecorderTest::endsIfTheInputDeliversNothing()
     const Outcome outcome =
         tool.runOnStorages(QByteArrayList{"record", "sd", "--timeout", "0.7"} + options + input);
     ::close(writer);
-    const QByteArray reason = "the input has delivered nothing for 0.7 s";
+    const QByteArray reason = "the input has delivered no data for 0.7 s";
     if (which.isEmpty()) {
         QCOMPARE(outcome, tool.failure({FOLDER + "DCF_0001.avi: recording failed: " + reason}));
         QCOMPARE(tree(tool.sd()), Tree{"100ABC/"});
@@ -434,8 +434,8 @@ void VornfhRecorderTest::endsIfTheInputDeliversNothing()
     }
 }
 
-/// The timeout begins anew with each frame. (ffmpeg analyses this input for more than 5 s before it records.)
-void VornfhRecorderTest::aSlowInputIsNoFailure()
+/// The timeout restarts with each frame. (ffmpeg analyses this input for more than 5 s before it records.)
+void VornfhRecorderTest::aSlowInputIsNotAFailure()
 {
     const ToolRun tool;
     const QByteArrayList camera = {
@@ -472,9 +472,8 @@ void VornfhRecorderTest::lowersTheLimitToTheLargestFile()
     if (isFat && !tool.pretendFat())
         QSKIP("nothing can be preloaded into the tool");
     tool.make({"sd/DCIM/"});
-    const QByteArray message = "--segment: " + stated
-                               + " is more than a file of this type can have on this file system; a segment "
-                                 "ends at 3.9 GiB";
+    const QByteArray message = "--segment: a file of this type on this file system cannot be as large as "
+                               + stated + "; segments end at 3.9 GiB";
     QCOMPARE(tool.runOnStorages({"record", "sd", "--type", type, "--duration", "0.4", "--segment", segment}),
              tool.success(paths(1, 1, type), stated.isEmpty() ? QByteArray() : errorLines({message})));
 }
@@ -638,7 +637,7 @@ void VornfhRecorderTest::showsProgressOnATerminal()
     const QRegularExpression line(QString(R"(\rrecording 0:0[123], [0-9.]+ KiB, [0-9.]+ KiB/s%1\x1b)")
                                       .arg(hasEnd ? R"(, [0-9:]+ left on the storage device)" : ""));
     QVERIFY2(QString::fromUtf8(outcome.out).contains(line), outcome.out.constData());
-    // A path is on a line of its own.
+    // Each path is on its own line.
     QVERIFY2(outcome.out.contains("\r\x1b[K" + tool.expand(FOLDER) + "DCF_0001.avi\r\n"),
              outcome.out.constData());
 }

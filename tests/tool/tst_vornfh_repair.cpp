@@ -18,7 +18,7 @@ namespace {
 const QByteArray NO_THUMBNAIL = "has no thumbnail, unlike others in this folder";
 const QByteArray NOT_CLOSED =
     "is incomplete: it is still being recorded, or the recording was interrupted; a player may reject it";
-const QByteArray CUT_OFF = "does not end as a file of its type: the end is missing or damaged";
+const QByteArray CUT_OFF = "does not end like a file of its type: the end is missing or damaged";
 
 /// A recording whose writer was killed: the sizes in its header are unknown, and it has no index.
 QByteArray unclosedFile(const QByteArray &extension)
@@ -209,7 +209,7 @@ void VornfhRepairTest::keepsAndNamesWhatCannotBeMended_data()
     row("cut-photo", Tree{"DCF_0001.jpg = " + jpeg.chopped(1)},
         "DCF_0001.jpg: " + CUT_OFF + "; cannot be repaired");
     row("text", Tree{"DCF_0001.avi = text"},
-        QByteArray("DCF_0001.avi: does not begin as a file of type avi; cannot be repaired"));
+        QByteArray("DCF_0001.avi: does not begin like a file of type avi; cannot be repaired"));
     row("leftover-that-may-share-its-content",
         Tree{".vornfh-99999999-ABC123 = x", ".vornfh-99999999-ABC124.renaming"},
         QByteArray(
@@ -246,7 +246,7 @@ void VornfhRepairTest::leavesProtectedObjectsAlone_data()
     row("thumbnail", Tree{"DCF_0001.thumb = x"}, QByteArray("DCF_0001.thumb"),
         "DCF_0001.thumb: the photo or video of this thumbnail is missing" + end);
     row("photo-of-a-damaged-thumbnail", Tree{"DCF_0001.jpg = " + wholeFile("jpg"), "DCF_0001.thumb = x"},
-        QByteArray("DCF_0001.jpg"), "DCF_0001.thumb: does not begin as a file of type thumb" + end);
+        QByteArray("DCF_0001.jpg"), "DCF_0001.thumb: does not begin like a file of type thumb" + end);
 }
 
 void VornfhRepairTest::leavesProtectedObjectsAlone()
@@ -336,7 +336,7 @@ void VornfhRepairTest::changesNothingInADryRun()
                                     "DCF_0004.wav: would be deleted", "DCF_0005.thumb: would be deleted",
                                     "DCF_0001.thumb: would be created", "DCF_0003.thumb: would be created"});
     const QByteArrayList messages =
-        messagesOf({"DCF_0003.jpg: does not begin as a file of type jpg; cannot be repaired"});
+        messagesOf({"DCF_0003.jpg: does not begin like a file of type jpg; cannot be repaired"});
     QCOMPARE(tool.runOnStorages({"repair", "sd", "--dry-run"}),
              (Outcome{3, tool.expand(out), tool.expand(errorLines(messages))}));
     QCOMPARE(treeWithContents(tool.path()), before);

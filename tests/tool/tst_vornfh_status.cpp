@@ -365,7 +365,7 @@ void VornfhStatusTest::isFullIfTheLargestOfTheLastObjectsDoesNotFit_data()
     Tree many = {"100ABC/DCF_0001.avi size 9000000"};
     for (int i = 2; i <= 100; ++i)
         many.append("100ABC/DCF_" + QByteArray::number(i).rightJustified(4, '0') + ".jpg size 1000");
-    const QByteArray full = "full: 8.0 MiB free, but the largest of the last recordings has 8.6 MiB";
+    const QByteArray full = "full: 8.0 MiB free, but the largest of the last recordings is 8.6 MiB";
     row("fits", {"100ABC/DCF_0001.avi size 7000000"}, "ok");
     row("does-not-fit", {"100ABC/DCF_0001.avi size 9000000", "100ABC/DCF_0002.jpg size 1000"}, full);
     row("with-its-thumbnail", {"100ABC/DCF_0001.avi size 4500000", "100ABC/DCF_0001.thumb size 4500000"},

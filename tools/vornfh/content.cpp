@@ -55,12 +55,12 @@ private:
 
 Damage wrongContent(const MediaType &type)
 {
-    return {"wrong-content", QString("does not begin as a file of type %1").arg(type.extension)};
+    return {"wrong-content", QString("does not begin like a file of type %1").arg(type.extension)};
 }
 
 Damage cutOff()
 {
-    return {"cut-off", "does not end as a file of its type: the end is missing or damaged"};
+    return {"cut-off", "does not end like a file of its type: the end is missing or damaged"};
 }
 
 Damage zeroFilled(const QString &part, bool isClosable = false)
@@ -117,7 +117,7 @@ Verdict damageOfPng(const Reader &file, const QByteArray &head, const QByteArray
             offset = file.size();
         offset += HEADER + qFromBigEndian<quint32>(header.constData()) + CHECKSUM;
     }
-    return offset <= last ? Verdict() : Damage{"damaged", "its chunks do not lead to its end"};
+    return offset <= last ? Verdict() : Damage{"damaged", "its sequence of chunks is broken"};
 }
 
 // RIFF: AVI and WAV

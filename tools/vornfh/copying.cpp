@@ -588,7 +588,7 @@ void Transfer::name(Group &group, Item &item)
     item.isNamed = true;
 }
 
-/// Gives a source that was renamed its old name. Returns false if that fails.
+/// Renames a source that was moved back to its old path. Returns false on failure.
 bool Transfer::Item::putBack() const
 {
     return !isRenamed() || !isNamed || renameToNew(target, source->path());

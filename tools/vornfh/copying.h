@@ -58,7 +58,7 @@ struct Copy {
     const Source *source;
     QString target;
     QByteArray sum; // SHA-256 of what was read back from the device, hexadecimal
-    bool hasFailed; // to be set if it is not to be reported
+    bool hasFailed; // set by the completion if the copy must not be reported
 };
 
 /// Copies or moves files into a folder, locked against other vornfh processes. The files are written under
@@ -66,8 +66,8 @@ struct Copy {
 /// with the sources, gives the copies their names, flushes again, deletes the sources if they are moved, and
 /// then reports the files, while the next batch is written.
 ///
-/// The files of an object fail together. No thumbnail is alone in either folder, whenever the power fails or
-/// the command is killed.
+/// The files of an object fail together. A power failure or a killed command leaves no thumbnail without its
+/// recording in either folder.
 class Transfer
 {
 public:

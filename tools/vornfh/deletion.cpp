@@ -16,7 +16,7 @@
 namespace {
 
 /// Deletes the thumbnails or the recordings of @p objects, and adds them to @p gone. Returns the objects for
-/// which that does not fail.
+/// which it succeeds.
 std::vector<const Object *> deleteFiles(const NumberedFolder &folder,
                                         const std::vector<const Object *> &objects, bool areThumbnails,
                                         QSet<QString> &gone)

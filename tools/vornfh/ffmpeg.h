@@ -10,15 +10,15 @@
 
 class QProcess;
 
-/// Throws Failure unless ffmpeg is on PATH; @p what needs it.
+/// Throws Failure unless ffmpeg is on PATH. @p what is the operation that needs it, for the message.
 void requireFfmpeg(const QString &what);
 
-/// ffmpeg as a process beside this one. It is killed when the object is destroyed or this process dies.
+/// A process of ffmpeg. It is killed when the object is destroyed or this process dies.
 class Ffmpeg
 {
 public:
     /// Starts it. @p input and @p output are descriptors for its standard input and output, of which it gets
-    /// copies; without one, it has no input, and takeOutput() returns its output.
+    /// copies. If @p input is -1, it has no input; if @p output is -1, takeOutput() returns its output.
     explicit Ffmpeg(const QStringList &arguments, int input = -1, int output = -1);
     ~Ffmpeg();
     Ffmpeg(const Ffmpeg &) = delete;
@@ -39,11 +39,11 @@ public:
 
 private:
     std::unique_ptr<QProcess> mProcess;
-    QByteArray mErrors; // the last ones that it printed
+    QByteArray mErrors; // the last lines that it printed
 };
 
-/// Asked several times a second while ffmpeg runs, with what it has written to standard output since: the
-/// reason to stop it, or an empty string.
+/// Called several times a second while ffmpeg runs, with what it has written to standard output since the
+/// last call. Returns the reason to stop it, or an empty string.
 using WhyStop = std::function<QString(const QByteArray &output)>;
 
 /// Runs ffmpeg to write @p path, which must exist and is overwritten, and waits for it. To stop it, ffmpeg is

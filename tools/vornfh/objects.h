@@ -69,8 +69,9 @@ QStringList objectFolders(const Storage &storage);
 /// These folders with their objects. Throws Failure if one cannot be read.
 std::vector<NumberedFolder> numberedObjects(const Storage &storage);
 
-/// The one of @p storages for which numberedObjects() reads the resolved path @p folder. Throws FileFailure
-/// for @p path, which is the folder or a file in it, if there is none, or if the location cannot be read.
+/// The storage device in @p storages that contains the numbered folder @p folder, a resolved path. Throws
+/// FileFailure for @p path, which is the folder or a file in it, if there is none, or if the location cannot
+/// be read.
 const Storage &storageOfNumberedFolder(const QString &folder, const QString &path,
                                        const QList<Storage> &storages);
 

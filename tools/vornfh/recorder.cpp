@@ -83,12 +83,12 @@ private:
     std::chrono::steady_clock::duration mSilence = {};
 };
 
-/// Puts a small picture beside the recording @p path. Returns the reason for a failure; empty on success.
+/// Creates the thumbnail of the recording @p path. Returns the reason for a failure; empty on success.
 QString makeThumbnail(const QString &path)
 {
     const QString thumbnail = thumbnailOf(path);
     if (!createExclusively(thumbnail))
-        return thumbnail + ": was created by another program and is left as it is";
+        return thumbnail + ": was created by another program and is left unchanged";
     const QString reason = writeThumbnail(path, thumbnail);
     if (reason.isEmpty() && QFileInfo(thumbnail).size() > 0)
         return QString();
@@ -106,7 +106,7 @@ QString keep(const QString &path)
     } catch (const FileFailure &failure) {
         if (isClosed(path)) // and perhaps not on the device
             throw;
-        return QString::fromUtf8(failure.what()) + "; it is kept as it is";
+        return QString::fromUtf8(failure.what()) + "; it is kept unchanged";
     }
 }
 
@@ -170,7 +170,7 @@ QStringList inputArguments(const RecorderSettings &settings, const QString &path
 {
     const RecorderInput &input = settings.input;
     if (input.name.isEmpty()) {
-        // Without an end, the test picture comes at the speed of a camera.
+        // Without an end, the test picture is generated in real time.
         const QStringList speed = settings.duration > 0 ? QStringList() : QStringList{"-re"};
         const int number = fileNumber(QFileInfo(path).fileName()).value_or(0);
         return speed + QStringList{"-f", "lavfi", "-i", testSource(settings.type.kind, number)};
@@ -201,7 +201,8 @@ QStringList codecArguments(const RecorderSettings &settings)
     case FILE_TYPE_IMAGE_PNG: return PICTURE + QStringList{"-c:v", "png"};
     case FILE_TYPE_AUDIO_WAV: return QStringList{"-map", "0:a:0", "-c:a", "pcm_s16le"} + end;
     case FILE_TYPE_VIDEO_MKV:
-        // A segment begins with a key frame. Without the option, a slow camera would have one in minutes.
+        // A segment begins with a key frame. Without the option, a slow camera could have minutes between
+        // two.
         return VIDEO_STREAMS + QStringList{"-c:v", "mpeg4", "-pix_fmt",          "yuv420p",
                                            "-q:v", "5",     "-force_key_frames", "expr:gte(t,n_forced)",
                                            "-c:a", "aac"}
@@ -214,7 +215,7 @@ QStringList codecArguments(const RecorderSettings &settings)
 
 QString silenceText(const RecorderSettings &settings)
 {
-    return QString("the input has delivered nothing for %1 s").arg(settings.timeout);
+    return QString("the input has delivered no data for %1 s").arg(settings.timeout);
 }
 
 bool isNormalEnd(const RecorderSettings &settings)

@@ -14,7 +14,7 @@
 #include <optional>
 #include <utility>
 
-/// Where ffmpeg takes pictures and sound from. Empty values are left to it.
+/// The input of ffmpeg. For an empty value, ffmpeg uses its default.
 struct RecorderInput {
     QString name; // empty for a test picture and a tone
     QString format;
@@ -27,7 +27,7 @@ struct RecorderSettings {
     MediaType type = {};
     RecorderInput input;
     double duration = 2; // in seconds; 0 for a recording that SIGINT or SIGTERM ends
-    double timeout = 10; // in seconds, for an input that delivers nothing
+    double timeout = 10; // in seconds, for an input that delivers no data
     qint64 segmentSeconds = 0;
     qint64 segmentBytes = 0;
     std::optional<qint64> keepFree; // the oldest objects are deleted until this much is free
@@ -35,7 +35,7 @@ struct RecorderSettings {
     bool isSegmented() const { return segmentSeconds > 0 || segmentBytes > 0; }
 };
 
-/// Deletes the oldest objects of a storage device before a recording, if that is wanted.
+/// Deletes the oldest objects of a storage device before a recording, if that is requested.
 class SpaceKeeper
 {
 public:
@@ -53,7 +53,7 @@ private:
 /// however it ended. Throws Failure.
 ExitCode recordOne(const RecorderSettings &settings);
 
-// What recordOne() shares with recordSegments()
+// Shared by recordOne() and recordSegments()
 
 /// ffmpeg's arguments for the input of the recording @p path.
 QStringList inputArguments(const RecorderSettings &settings, const QString &path);
@@ -79,7 +79,7 @@ struct SizeLimit {
 /// The limit of the file system and of the format.
 SizeLimit largestRecording(const QString &folder, Kind kind);
 
-/// The same, also for the space that is free.
+/// The same, and that of the free space.
 SizeLimit sizeLimit(const QString &folder, Kind kind);
 
 /// Throws Failure if there is no space to record.
@@ -91,7 +91,8 @@ class DeviceWatch
 public:
     explicit DeviceWatch(QString path) : mPath(std::move(path)) {}
 
-    /// Returns why the recording must end; empty while it need not. Flushes it every few seconds.
+    /// Returns why the recording must end; empty if it can continue. Flushes the file every few
+    /// seconds.
     QString problem();
 
     /// Returns whether a flush has failed. The kernel reports that only once: later flushes succeed although
@@ -113,7 +114,7 @@ struct Ending {
     bool hasLostData = false;
 };
 
-/// A recording that has got its thumbnail and is on the device.
+/// A recording that has its thumbnail and is on the device.
 struct FinishedRecording {
     QString path;
     bool isReportable; // all of it is on the device

@@ -34,8 +34,8 @@
 using namespace VORN_FILE_HANDLER;
 
 // One ffmpeg records without interruption and writes a stream of packets. For each segment, another ffmpeg
-// writes the packets into a file without changing them. The segment muxer of ffmpeg cannot be used: it knows
-// neither a largest size nor the numbers that are taken.
+// writes the packets into a file without changing them. The segment muxer of ffmpeg cannot be used: it
+// supports neither a largest size nor numbers that are already taken.
 
 namespace {
 
@@ -49,13 +49,13 @@ struct Pipe {
     {
         int ends[2] = {-1, -1};
         if (::pipe2(ends, O_CLOEXEC) != 0)
-            throw Failure("no pipe can be created: " + errorText(errno));
+            throw Failure("a pipe cannot be created: " + errorText(errno));
         output = Descriptor(ends[0]);
         input = Descriptor(ends[1]);
     }
 };
 
-/// Returns false if nobody reads any more.
+/// Returns false if the reader has closed the pipe.
 bool writeAll(int descriptor, const QByteArray &bytes)
 {
     int written = 0;
@@ -119,7 +119,7 @@ public:
     }
     End end() { return mEnd.get(); }
 
-    /// Makes the next possible packet begin the next segment.
+    /// Ends this segment before the next packet that can begin another.
     void endSoon() { mMustEnd = true; }
 
     /// Waits until the file has been written. Returns why that failed; empty on success.
@@ -180,7 +180,7 @@ private:
                                                                                : StreamHasEnded;
     }
 
-    /// What a packet takes in the file beside its content, generously.
+    /// An upper limit of what a packet adds to the file besides its content.
     static constexpr qint64 INDEX_ENTRY = 40;
     static constexpr qint64 HEADER = 16 << 10;
 
@@ -363,8 +363,8 @@ void reportLowerLimit(const RecorderSettings &settings)
     const qint64 largest =
         largestRecording(nearestExisting(settings.storage.location), settings.type.kind).bytes;
     if (settings.segmentBytes > largest)
-        printError(QString("--segment: %1 is more than a file of this type can have on this file system; a "
-                           "segment ends at %2")
+        printError(QString("--segment: a file of this type on this file system cannot be as large as %1; "
+                           "segments end at %2")
                        .arg(humanSize(settings.segmentBytes), humanSize(largest)));
 }
 

@@ -84,7 +84,7 @@ bool isLeftover(const QString &path)
            && file.isOpen() && ::flock(file.get(), LOCK_EX | LOCK_NB) == 0;
 }
 
-/// The names in @p folder that begin as those of temporary files do, sorted. QDir would match each of
+/// The names in @p folder that begin like those of temporary files, sorted. QDir would match each of
 /// thousands of names with a regular expression.
 QStringList temporaryNamesIn(const QString &folder)
 {

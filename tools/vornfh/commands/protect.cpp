@@ -76,8 +76,8 @@ private:
     std::map<QString, NumberedFolder> mFolders;
 };
 
-/// Clears the read-only attribute of a file on exFAT. Returns false if the driver has no call for it: that
-/// came with Linux 6.8.
+/// Clears the read-only attribute of a file on exFAT. Returns false if the driver has no ioctl() for it, as
+/// before Linux 6.8.
 bool clearAttribute(int file)
 {
     __u32 attributes = 0;
@@ -87,19 +87,19 @@ bool clearAttribute(int file)
     return ::ioctl(file, FAT_IOCTL_SET_ATTRIBUTES, &attributes) == 0;
 }
 
-/// Puts a copy without the mark in the place of a file. Older exFAT drivers write a read-only attribute that
-/// they have read from the device back, whatever the permissions are by then.
+/// Replaces a file with an unprotected copy. Older exFAT drivers write back a read-only attribute that they
+/// have read from the device, regardless of the current permissions.
 void replaceByCopy(const QString &path, int file, const struct stat &before)
 {
     TemporaryFile copy(QFileInfo(path).path(), path);
     if (!copyContent(file, copy.descriptor()))
-        throw FileFailure(path, "a copy without protection cannot be written: " + errorText(errno));
+        throw FileFailure(path, "an unprotected copy cannot be written: " + errorText(errno));
     struct stat attributes = before;
     attributes.st_mode |= defaultMode(ANY_WRITE);
-    setAttributes(copy.descriptor(), attributes); // exFAT keeps no owner
+    setAttributes(copy.descriptor(), attributes); // exFAT stores no owner
     flushWithFolders({copy.path()});
     if (!hasSameContent(file, copy.descriptor(), path))
-        throw FileFailure(path, "the copy without protection differs");
+        throw FileFailure(path, "the unprotected copy differs");
     struct stat now = {};
     if (!readLinkStatus(path, now) || !isSameState(before, now) || isBeingWritten(path))
         throw FileFailure(path, "was changed by another program in the meantime");
@@ -190,10 +190,9 @@ void addProtect(CommandLine &line)
     addCommand(
         line, true, "protect",
         "Protects objects from delete, rmdir, wipe, prune and move. An object is a recording with its\n"
-        "thumbnail. Its files lose their write permission; on FAT and exFAT this sets the\nread-only "
+        "thumbnail. Its files lose their write permission; on FAT and exFAT this sets the read-only\n"
         "attribute, which cameras use");
-    addCommand(
-        line, false, "unprotect",
-        "Removes the protection of objects. On exFAT before Linux 6.8, each file is replaced by a copy, "
-        "which\ntakes time and free space: the kernel cannot clear the attribute");
+    addCommand(line, false, "unprotect",
+               "Removes the protection of objects. On exFAT before Linux 6.8, each file is replaced with a\n"
+               "copy, which takes time and free space: the kernel cannot clear the attribute");
 }

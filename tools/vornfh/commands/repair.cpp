@@ -34,7 +34,7 @@ struct Request {
     bool isDryRun = false;
 };
 
-// What is to be mended
+// What is to be repaired
 
 /// The findings about the numbered folder @p path, or about the object of the file @p path.
 QList<Finding> findingsAt(const QString &path, const QList<Storage> &storages, bool isDryRun)
@@ -67,7 +67,7 @@ QList<Finding> findingsOn(const Storage &storage, bool isDryRun)
     return checkStorage(storage, CheckOptions()).findings;
 }
 
-// Mending
+// Repairing
 
 /// Deletes a file or a leftover folder. The thumbnail of an empty recording goes before it, so that no
 /// thumbnail is ever alone.
@@ -83,7 +83,7 @@ QStringList removeFile(const QString &path)
     return removed;
 }
 
-/// Returns whether a file or folder that @p finding would have deleted is still what it was: closing
+/// Returns whether a file or folder that is to be deleted for @p finding is still what it was: closing
 /// recordings takes time, in which another program may have written to the storage device.
 bool isStillDeletable(const Finding &finding, const QString &path, const struct stat &status)
 {
@@ -95,13 +95,13 @@ bool isStillDeletable(const Finding &finding, const QString &path, const struct 
     return leftovers.areSafeToDelete() && leftovers.paths.contains(path);
 }
 
-/// A part that the device cannot read would be missing from the new file.
+/// Closes a recording that can be read completely: unreadable parts would be missing from the new file.
 void closeWhole(const QString &path)
 {
     if (const auto error = readingErrorOf(path))
         throw FileFailure(path, error->text);
     if (!hasContent(path))
-        throw FileFailure(path, "contains no picture or sound and is left as it is");
+        throw FileFailure(path, "contains no video or audio and is left unchanged");
     closeRecording(path);
 }
 
@@ -118,7 +118,7 @@ void replaceThumbnail(const QString &recording, const QString &path)
     replaceFile(file, path);
 }
 
-/// Mends findings and reports each when that is on the device.
+/// Repairs what findings report, and prints each change when it is on the device.
 class Repair
 {
 public:
@@ -166,7 +166,7 @@ private:
             requireFfmpeg("repair");
     }
 
-    /// Returns why the finding stays; empty if it can be mended.
+    /// Returns why the file is left unchanged; empty if it can be repaired.
     static QString whyNot(const Finding &finding, const QString &path)
     {
         const auto isWritten = [](const QString &file) { return !file.isEmpty() && isBeingWritten(file); };
@@ -230,12 +230,11 @@ void addRepair(CommandLine &line)
     const auto request = std::make_shared<Request>();
     CLI::App &command = line.add(
         "repair",
-        "Mends what check calls repairable: recordings that are not closed are written into a new file, "
-        "which\n"
-        "replaces them; missing and damaged thumbnails are made; empty files, thumbnails without a "
-        "recording\n"
-        "and files left behind by interrupted commands are deleted. All else stays and is named, as do\n"
-        "protected objects and those that are being written; the exit code is then 3",
+        "Repairs what check reports as repairable: recordings that are not closed are written into a\n"
+        "new file, which replaces them; missing and damaged thumbnails are created; empty files,\n"
+        "thumbnails without a recording and files left behind by interrupted commands are deleted.\n"
+        "A damaged file is left unchanged and reported if it cannot be repaired, is protected or is\n"
+        "being written; the exit code is then 3",
         [&line, request] { return repair(*request, line.storages()); });
     request->targets =
         addNames(command, "STORAGE|PATH...", "Storage devices, numbered folders, or files for their objects");

@@ -129,12 +129,12 @@ QString whyFull(const Contents &contents, const Room &room)
         return "no number is left";
     if (room.free == 0)
         return "no space is left";
-    return room.free < objects.largest ? QString("%1 free, but the largest of the last recordings has %2")
+    return room.free < objects.largest ? QString("%1 free, but the largest of the last recordings is %2")
                                              .arg(humanSize(room.free), humanSize(objects.largest))
                                        : QString();
 }
 
-/// What prevents the most is named.
+/// The first verdict that applies; those that prevent more come first.
 Verdict verdictOn(const Status &status)
 {
     const Device &device = status.device;
@@ -428,11 +428,11 @@ void addStatus(CommandLine &line)
                             : line.storages().configured(),
                     request->isJson);
     };
-    CLI::App &command = line.add("status",
-                                 "Shows whether one storage device, or each of them, is ready to record, how "
-                                 "much more it can hold, and\n"
-                                 "its block device, space, objects, next photo and wear",
-                                 run);
+    CLI::App &command = line.add(
+        "status",
+        "Shows whether one storage device, or each of them, is ready to record, how much more it can\n"
+        "hold, and its block device, space, objects, next photo and wear",
+        run);
     request->storageArgument = addStorageArgument(command, request->storage)->required(false);
     command.add_flag("--json", request->isJson, "Print an array with an object for each storage device");
     command.footer("Example: vornfh --sd /mnt/sd/DCIM --sd-block mmcblk1p1 status sd");

@@ -180,13 +180,12 @@ void addTransfer(CommandLine &line)
     addCommand(
         line, Mode::Copy, "copy",
         "Copies files into a folder of a storage device. Each copy is flushed to the device and compared\n"
-        "byte for byte. The thumbnail of a photo or video goes with it. The folder is created if it is\n"
-        "missing; a counter is added to a name that is taken");
+        "byte for byte. The thumbnail of a photo or video is copied with it. The folder is created if it\n"
+        "is missing; a counter is added to a name that is taken");
     addCommand(
         line, Mode::Move, "move",
         "Moves files into a folder of a storage device. Within a file system, files are renamed. Between\n"
-        "file systems, and on FAT, exFAT and file systems in user space, they are copied as by the copy "
-        "command, and\n"
-        "each file whose copy is safe is deleted. The thumbnail of a photo or video goes with it. If a\n"
-        "source is a symbolic link, its target is copied, and only the link is deleted");
+        "file systems, and on FAT, exFAT and file systems in user space, they are copied as by the copy\n"
+        "command, and each file whose copy is safe is deleted. The thumbnail of a photo or video is moved\n"
+        "with it. If a source is a symbolic link, its target is copied, and only the link is deleted");
 }
