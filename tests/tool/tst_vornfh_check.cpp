@@ -362,7 +362,8 @@ static QByteArrayList findingsIn(const ToolRun &tool, const QByteArrayList &opti
 {
     const Outcome outcome = tool.runOnStorages(QByteArrayList{"check", "sd"} + options);
     const QByteArray lines = outcome.out.left(outcome.out.indexOf("sd: ")).trimmed();
-    require(outcome.exitCode == (lines.isEmpty() ? 0 : 3) && outcome.err.isEmpty(), toString(outcome));
+    require(outcome.exitCode == (lines.isEmpty() ? 0 : 3) && outcome.err.isEmpty(),
+            outcome.out + outcome.err);
     QByteArrayList findings;
     for (QByteArray line : lines.isEmpty() ? QByteArrayList() : lines.split('\n'))
         findings.append(line.replace(tool.expand("@/sd/DCIM/100ABC/"), ""));

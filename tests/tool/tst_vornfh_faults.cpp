@@ -696,6 +696,7 @@ void VornfhFaultsTest::failsIfAFolderCannotBeReadToItsEnd_data()
     row("gallery-of-the-location", {"gallery", "sd", "-o", "page.html"}, location);
     row("check-of-the-location", {"check", "sd"}, location);
     row("prune-of-the-location", {"prune", "sd", "--keep-last", "1"}, location);
+    row("offload-of-the-location", {"offload", "sd", "out"}, location);
     row("protect-of-the-location", {"protect", "sd/DCIM/100ABC"}, location);
 }
 

@@ -184,16 +184,16 @@ QString Transfer::freePath(const Group &group) const
     return path;
 }
 
-/// Opens the file @p path if it is a copy of @p source: another file with the same content, or, if files are
-/// moved, the same file under its new name, to which a killed command had linked it.
+/// Opens the file @p path if it is a copy of @p source: another file with the same content or, if files are
+/// moved, another name of the same file, to which a killed command had linked it.
 Descriptor Transfer::openCopy(const Source &source, const QString &path) const
 {
     Descriptor file = openFile(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
     struct stat status = {};
-    const bool isMovable = mMode == Mode::Move && !source.isLink();
+    const bool isLinked = mMode == Mode::Move && !source.isLink() && source.status().st_nlink > 1;
     const bool isCandidate = file.isOpen() && ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode)
                              && status.st_size == source.size()
-                             && (!isSameFile(status, source.status()) || isMovable);
+                             && (isLinked || !isSameFile(status, source.status()));
     if (!isCandidate)
         return Descriptor();
     mProgress.setStage("comparing");
@@ -287,7 +287,7 @@ void Transfer::add(Sources sources, Conflict conflict, bool isShared)
             continue;
         mProgress.setStage(isRenamed ? "moving" : "copying");
         if (!isRenamed)
-            write(item);
+            write(item, !isFollower(group, item)); // a thumbnail is soon written
     }
     if (group.front().target.isEmpty())
         chooseName(group);
@@ -307,7 +307,7 @@ void Transfer::add(Sources sources, Conflict conflict, bool isShared)
 }
 
 /// Writes a copy under a hidden name. Holes stay holes.
-void Transfer::write(Item &item)
+void Transfer::write(Item &item, bool mayStop)
 {
     constexpr size_t PART = 8 << 20;
     const Source &source = *item.source;
@@ -322,7 +322,7 @@ void Transfer::write(Item &item)
     };
     require(::ftruncate(target, source.size()) == 0);
     for (off_t offset = 0; offset < source.size();) {
-        if (isStopped())
+        if (mayStop && isStopped())
             throw FileFailure(source.path(), "interrupted");
         const off_t start = ::lseek(source.descriptor(), offset, SEEK_DATA);
         if (start < 0 && errno == ENXIO)
@@ -565,9 +565,11 @@ void Transfer::name(Group &group, Item &item)
     if (item.existing.isOpen() && mMode == Mode::Move && !item.isKept) {
         struct stat status = item.source->status();
         struct stat existing = {};
-        if (::fstat(item.existing.get(), &existing) == 0 && isProtectedMode(existing.st_mode))
+        const bool isRead = ::fstat(item.existing.get(), &existing) == 0;
+        if (isRead && isProtectedMode(existing.st_mode))
             status.st_mode &= ~ANY_WRITE; // it stays protected
-        setAttributes(item.existing.get(), status);
+        if (!isRead || !isSameFile(existing, status))
+            setAttributes(item.existing.get(), status);
     }
     if (item.existing.isOpen())
         return;

@@ -137,7 +137,7 @@ private:
     void forEach(Batch &batch, const std::function<void(Group &)> &step);
     bool canRename(const Item &item) const;
     void requireRoom(const Source &source) const;
-    void write(Item &item);
+    void write(Item &item, bool mayStop);
     void setTarget(Group &group, const QString &path);
     void chooseName(Group &group);
     bool isBatchOld() const;

@@ -181,17 +181,36 @@ private:
         mBeingWritten += files;
     }
 
+    /// A file that cannot be read does not hold back the others of its object, except for a thumbnail that
+    /// would then be without a recording.
     void add(Transfer &transfer, const NumberedFolder &folder, const Object &object)
     {
-        try {
-            Transfer::Sources sources;
-            for (const ObjectFile &file : object.files)
-                sources.push_back(std::make_unique<Source>(folder.pathOf(file)));
-            transfer.add(std::move(sources), Transfer::Conflict::Counter);
-        } catch (const FileFailure &failure) {
-            print(QString::fromUtf8(failure.what()));
-            mProgress.finishFiles(static_cast<int>(object.files.size()));
+        std::vector<const ObjectFile *> files;
+        for (const ObjectFile &file : object.files)
+            files.push_back(&file);
+        const auto isRecording = [](const ObjectFile *file) { return !file->isThumbnail(); };
+        const auto isWorthwhile = [&] {
+            return !files.empty()
+                   && (!object.hasRecording() || std::any_of(files.begin(), files.end(), isRecording));
+        };
+        while (isWorthwhile() && !isStopped()) {
+            try {
+                Transfer::Sources sources;
+                for (const ObjectFile *file : files)
+                    sources.push_back(std::make_unique<Source>(folder.pathOf(*file)));
+                transfer.add(std::move(sources), Transfer::Conflict::Counter);
+                break;
+            } catch (const FileFailure &failure) {
+                print(QString::fromUtf8(failure.what()));
+                const auto failed = std::find_if(files.begin(), files.end(), [&](const ObjectFile *file) {
+                    return folder.pathOf(*file) == failure.path();
+                });
+                files.erase(failed == files.end() ? files.begin() : failed,
+                            failed == files.end() ? failed : failed + 1);
+            }
         }
+        const size_t added = isWorthwhile() && !isStopped() ? files.size() : 0;
+        mProgress.finishFiles(static_cast<int>(object.files.size() - added));
     }
 
     void print(const QString &message)

@@ -139,7 +139,8 @@ ExitCode markAll(const Request &request, const QList<Storage> &storages)
     QStringList marked;
     std::set<QString> seen;
     std::set<QString> folders;
-    const int failures = forEachReporting(arguments, [&](const std::string &argument) {
+    int incomplete = 0;
+    const int refused = forEachReporting(arguments, [&](const std::string &argument) {
         const QString path = pathArgument(argument);
         const NumberedFolder folder = objects.at(path);
         QStringList names;
@@ -154,18 +155,15 @@ ExitCode markAll(const Request &request, const QList<Storage> &storages)
             mark(name, request.isProtecting);
             marked.append(name);
         });
-        if (failed > 0)
-            throw FileFailure(
-                path, QString("%1 not %2")
-                          .arg(counted(failed, "file"), request.isProtecting ? "protected" : "unprotected"));
+        incomplete += failed > 0 ? 1 : 0;
     });
     for (const QString &folder : folders)
         flushFileSystem(folder);
     for (const QString &path : marked)
         printDone(printable(path));
-    if (failures > 0)
+    if (refused + incomplete > 0)
         throw Failure(QString("%1 of %2 paths not %3")
-                          .arg(failures)
+                          .arg(refused + incomplete)
                           .arg(arguments.size())
                           .arg(request.isProtecting ? "protected" : "unprotected"));
     return DONE;
