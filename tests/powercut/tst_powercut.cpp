@@ -273,7 +273,8 @@ QByteArray folderOf(const QByteArray &path)
 
 bool isTemporary(const QByteArray &path)
 {
-    return path.contains("/.vornfh-") || path.contains("/.new-"); // of the tool, of the host
+    // Of the tool, of the host; on FAT, a name that has lost the sector with its long form
+    return path.contains("/.vornfh-") || path.contains("/.new-") || path.contains("/VORNFH~");
 }
 
 /// Returns whether the tool has marked that files in @p folder were being renamed.
@@ -285,11 +286,32 @@ bool hasMark(const Snapshot &state, const QByteArray &folder)
     });
 }
 
+/// While a file is replaced, exFAT can lose its name. The new file is then whole, and the mark has both
+/// names, so that the next command finishes the replacement.
+bool isBeingReplaced(const QByteArray &path, const Snapshot &state, const QByteArray &content)
+{
+    const QByteArray folder = folderOf(path);
+    for (auto hidden = state.begin(); hidden != state.end(); ++hidden) {
+        if (!isTemporary(hidden.key()) || hidden.value() != content)
+            continue;
+        const QByteArray names =
+            "\n" + hidden.key().mid(folder.size()) + "\n" + path.mid(folder.size()) + "\n";
+        for (auto mark = state.begin(); mark != state.end(); ++mark) {
+            if (mark.key().startsWith(folder + ".vornfh-") && mark.key().endsWith(".renaming")
+                && mark.value().endsWith(names))
+                return fileSystem() == "exfat";
+        }
+    }
+    return false;
+}
+
 /// Two names can share their content only while a file is being renamed. One of them is then a temporary one,
 /// and a mark keeps it from being deleted.
 QByteArray sharedContentIn(const QString &folder, const Snapshot &state)
 {
-    for (const QByteArrayList &files : filesThatShareContent(folder)) {
+    for (QByteArrayList files : filesThatShareContent(folder)) {
+        // exFAT can list a name twice while one file replaces another. The first entry counts.
+        files.erase(std::unique(files.begin(), files.end()), files.end());
         const auto isSafe = [&state](const QByteArray &path) {
             return path.contains("/.new-") || (isTemporary(path) && hasMark(state, folderOf(path)));
         };
@@ -360,8 +382,14 @@ QByteArray problemIn(const Snapshot &state, const Recorded &recorded, Scenario::
         const bool mayBeAnything =
             !isReported(path, lines, root)
             && ((isInPlace && before == ABSENT) || (rule == Scenario::Deletes && after == ABSENT));
+        if (now == ABSENT && before != ABSENT && isBeingReplaced(path, state, after))
+            continue;
         if (now != after && !mayBeOld && !mayBeAnything)
-            return path + (now == ABSENT ? " is missing" : now == UNREADABLE ? " is unreadable" : " differs");
+            return path
+                   + (now == UNREADABLE ? " is unreadable"
+                      : now == ABSENT   ? " is missing"
+                                        : " differs")
+                   + "; there are " + QByteArrayList(state.keys()).join(", ");
         if (now == ABSENT && before != ABSENT && rule != Scenario::Deletes && !contents.contains(before))
             return path + " is lost";
     }

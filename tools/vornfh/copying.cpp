@@ -524,7 +524,7 @@ void Transfer::nameAll(Batch &batch)
     forEach(batch, [&](Group &group) { nameSome(group, false); });
     if (std::none_of(batch.begin(), batch.end(), hasFollower))
         return;
-    flushFolder(mPath);
+    flushFileSystem(mPath); // vfat would flush the entries of the folder without the location of the content
     forEach(batch, [&](Group &group) { nameSome(group, true); });
 }
 

@@ -82,7 +82,7 @@ void flushFileSystem(const QString &folder)
 void replaceFile(TemporaryFile &file, const QString &path)
 {
     const QString folder = QFileInfo(path).path();
-    RenameMark mark(folder);
+    RenameMark mark(file.path(), path);
     flushFile(file.descriptor(), path);
     if (mark.isNeeded())
         flushFolder(folder);

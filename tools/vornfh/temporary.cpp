@@ -125,7 +125,7 @@ bool isOfThisSession(const QString &path)
 {
     QFile mark(path);
     const QByteArray session = sessionOf(path);
-    return !session.isEmpty() && mark.open(QIODevice::ReadOnly) && mark.readAll() == session;
+    return !session.isEmpty() && mark.open(QIODevice::ReadOnly) && mark.readAll().startsWith(session);
 }
 
 /// Flushes the file system of @p folder: as long as a deleted file can come back, its mark is needed.
@@ -133,6 +133,22 @@ bool isFlushed(const QString &folder)
 {
     const Descriptor descriptor = openFolder(folder);
     return ::syncfs(descriptor.get()) == 0 && (::fsync(descriptor.get()) == 0 || errno == EINVAL);
+}
+
+/// Finishes the replacement of a file that the old mark @p path records, if the power failed when the old
+/// file was gone and the new one did not have its name yet. Otherwise, nothing shows what is whole.
+void finishReplacement(const QString &path)
+{
+    QFile mark(path);
+    const QByteArrayList lines =
+        mark.open(QIODevice::ReadOnly) ? mark.readAll().split('\n') : QByteArrayList();
+    if (lines.size() < 3 || !lines[1].startsWith(".vornfh-") || lines[2].isEmpty() || lines[2].contains('/'))
+        return;
+    const QString folder = QFileInfo(path).path();
+    const QString from = folder + "/" + QFile::decodeName(lines[1]);
+    const QString to = folder + "/" + QFile::decodeName(lines[2]);
+    if (isEntry(from) && !isEntry(to) && renameToNew(from, to) && isFlushed(folder))
+        printError(to + ": restored after an interrupted command");
 }
 
 void removeLeftover(const QString &path)
@@ -201,14 +217,28 @@ bool TemporaryFile::rename(const QString &path, bool isReplacing)
 
 RenameMark::RenameMark(const QString &folder)
 {
-    const FileSystem fileSystem = fileSystemOf(folder);
-    if (fileSystem == FileSystem::Other)
+    if (fileSystemOf(folder) == FileSystem::Other)
         return;
     mFile = createHidden(folder, MARK_EXTENSION, folder, mPath);
-    const QByteArray session = sessionOf(folder);
-    // On a full device the mark stays empty and is later treated as an old one.
+    write(sessionOf(folder));
+}
+
+RenameMark::RenameMark(const QString &from, const QString &to) : RenameMark(QFileInfo(to).path())
+{
+    if (!isNeeded())
+        return;
+    const auto line = [](const QString &path) {
+        return QFile::encodeName(QFileInfo(path).fileName()) + "\n";
+    };
+    write((sessionOf(to).isEmpty() ? "\n" : "") + line(from) + line(to));
+    ::fsync(mFile.get()); // if it fails, so does the flush of the folder
+}
+
+/// On a full device the mark stays empty and is later treated as an old one.
+void RenameMark::write(const QByteArray &content)
+{
     [[maybe_unused]] const ssize_t written =
-        ::write(mFile.get(), session.constData(), static_cast<size_t>(session.size()));
+        ::write(mFile.get(), content.constData(), static_cast<size_t>(content.size()));
 }
 
 void RenameMark::remove()
@@ -236,6 +266,10 @@ Leftovers leftoversIn(const QString &folder)
 
 void removeLeftovers(const QString &folder)
 {
+    for (const QString &mark : leftoversIn(folder).marks) {
+        if (!isOfThisSession(mark))
+            finishReplacement(mark);
+    }
     const Leftovers leftovers = leftoversIn(folder);
     for (const QString &path : leftovers.paths) {
         if (leftovers.areSafeToDelete())

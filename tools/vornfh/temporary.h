@@ -62,6 +62,10 @@ public:
     /// The mark must be on the device before a file is renamed. Throws FileFailure.
     explicit RenameMark(const QString &folder);
 
+    /// The same for the temporary file @p from that is to replace @p to. If the power fails, exFAT can lose
+    /// the old file before the new one has its name; removeLeftovers() then gives it the name.
+    RenameMark(const QString &from, const QString &to);
+
     /// Returns whether the file system needs a mark.
     bool isNeeded() const { return !mPath.isEmpty(); }
 
@@ -69,6 +73,8 @@ public:
     void remove();
 
 private:
+    void write(const QByteArray &content);
+
     QString mPath;
     Descriptor mFile;
 };
@@ -90,7 +96,8 @@ struct Leftovers {
 
 Leftovers leftoversIn(const QString &folder);
 
-/// Deletes leftoversIn() if that is safe, and prints a line on standard error for each.
+/// Deletes leftoversIn() if that is safe, and finishes an interrupted replacement of a file. Prints a line on
+/// standard error for each.
 void removeLeftovers(const QString &folder);
 
 /// rename() that fails with EEXIST instead of replacing a file.
