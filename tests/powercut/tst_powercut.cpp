@@ -286,20 +286,19 @@ bool hasMark(const Snapshot &state, const QByteArray &folder)
     });
 }
 
-/// While a file is replaced, exFAT can lose its name. The new file is then whole, and the mark has both
-/// names, so that the next command finishes the replacement.
-bool isBeingReplaced(const QByteArray &path, const Snapshot &state, const QByteArray &content)
+/// While a file is replaced on exFAT, its name can be missing. The first file that the mark names and that is
+/// there gets the name from the next command, and must be whole.
+bool isBeingReplaced(const QByteArray &path, const Snapshot &state, const QByteArrayList &contents)
 {
     const QByteArray folder = folderOf(path);
-    for (auto hidden = state.begin(); hidden != state.end(); ++hidden) {
-        if (!isTemporary(hidden.key()) || hidden.value() != content)
+    for (auto mark = state.begin(); mark != state.end(); ++mark) {
+        const QByteArrayList names = mark.value().split('\n');
+        if (!mark.key().startsWith(folder + ".vornfh-") || !mark.key().endsWith(".renaming")
+            || names.size() < 3 || folder + names[1] != path)
             continue;
-        const QByteArray names =
-            "\n" + hidden.key().mid(folder.size()) + "\n" + path.mid(folder.size()) + "\n";
-        for (auto mark = state.begin(); mark != state.end(); ++mark) {
-            if (mark.key().startsWith(folder + ".vornfh-") && mark.key().endsWith(".renaming")
-                && mark.value().endsWith(names))
-                return fileSystem() == "exfat";
+        for (const QByteArray &name : names.mid(2)) {
+            if (state.contains(folder + name))
+                return contents.contains(state[folder + name]);
         }
     }
     return false;
@@ -382,7 +381,7 @@ QByteArray problemIn(const Snapshot &state, const Recorded &recorded, Scenario::
         const bool mayBeAnything =
             !isReported(path, lines, root)
             && ((isInPlace && before == ABSENT) || (rule == Scenario::Deletes && after == ABSENT));
-        if (now == ABSENT && before != ABSENT && isBeingReplaced(path, state, after))
+        if (now == ABSENT && before != ABSENT && isBeingReplaced(path, state, {before, after}))
             continue;
         if (now != after && !mayBeOld && !mayBeAnything)
             return path

@@ -646,14 +646,28 @@ void VornfhRecordTest::removesWhatAnInterruptedCommandLeft_data()
         QByteArrayList{start
                        + " and kept: it may share its content with another file, or be the only copy of one; "
                          "unmount the storage device and check it with fsck before you delete the leftover"});
-    const QByteArray replacement = mark + " = another session\n" + file + "\na.jpg\n";
-    row("replacement-of-a-file", Tree{file + " = x", replacement}, Tree{"a.jpg = x"},
-        QByteArrayList{"@/sd/DCIM/101ABC/a.jpg: restored after an interrupted command"});
-    row("replacement-whose-target-is-there", Tree{file + " = x", replacement, "a.jpg = y"},
-        Tree{file + " = x", replacement, "a.jpg = y"},
-        QByteArrayList{start
-                       + " and kept: it may share its content with another file, or be the only copy of one; "
-                         "unmount the storage device and check it with fsck before you delete the leftover"});
+    const QByteArray backup = ".vornfh-99999999-backup";
+    const QByteArray replacement = mark + " = another session\na.jpg\n" + file + "\n" + backup + "\n";
+    const QByteArray restored =
+        "@/sd/DCIM/101ABC/a.jpg: was being replaced by an interrupted command; restored";
+    const auto kept = [](const QByteArray &name) {
+        return "@/sd/DCIM/101ABC/" + name
+               + ": left by an interrupted command and kept: it may share its content with another file, or "
+                 "be the "
+                 "only copy of one; unmount the storage device and check it with fsck before you delete the "
+                 "leftover";
+    };
+    row("replacement-with-the-new-file", Tree{file + " = new", backup + " = old", replacement},
+        Tree{file + " = new", backup + " = old", replacement, "a.jpg = new"},
+        QByteArrayList{restored, kept(file), kept(backup)});
+    row("replacement-with-the-old-file", Tree{backup + " = old", replacement},
+        Tree{backup + " = old", replacement, "a.jpg = old"}, QByteArrayList{restored, kept(backup)});
+    row("replacement-that-was-finished", Tree{backup + " = old", replacement, "a.jpg = new"},
+        Tree{backup + " = old", replacement, "a.jpg = new"}, QByteArrayList{kept(backup)});
+    row("replacement-cut-off",
+        Tree{backup + " = old", mark + " = another session\na.jpg\n.vornfh-99999999-bac"},
+        Tree{backup + " = old", mark + " = another session\na.jpg\n.vornfh-99999999-bac"},
+        QByteArrayList{kept(backup)});
     row("mark-of-renamed-files", Tree{mark}, Tree{}, QByteArrayList{});
     row("name-that-is-not-the-tool's", Tree{".vornfh-x"}, Tree{".vornfh-x"}, QByteArrayList{});
 }

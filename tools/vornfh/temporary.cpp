@@ -2,6 +2,7 @@
 #include "temporary.h"
 
 #include "errors.h"
+#include "files.h"
 #include "mounts.h"
 #include "output.h"
 #include "text.h"
@@ -135,20 +136,51 @@ bool isFlushed(const QString &folder)
     return ::syncfs(descriptor.get()) == 0 && (::fsync(descriptor.get()) == 0 || errno == EINVAL);
 }
 
-/// Finishes the replacement of a file that the old mark @p path records, if the power failed when the old
-/// file was gone and the new one did not have its name yet. Otherwise, nothing shows what is whole.
-void finishReplacement(const QString &path)
+/// What RenameMark::setReplacement() has recorded in the mark @p path; an empty path if nothing.
+struct Replacement {
+    QString path;
+    QStringList files;
+};
+
+Replacement replacementIn(const QString &path)
 {
     QFile mark(path);
-    const QByteArrayList lines =
+    const QByteArrayList names =
         mark.open(QIODevice::ReadOnly) ? mark.readAll().split('\n') : QByteArrayList();
-    if (lines.size() < 3 || !lines[1].startsWith(".vornfh-") || lines[2].isEmpty() || lines[2].contains('/'))
-        return;
-    const QString folder = QFileInfo(path).path();
-    const QString from = folder + "/" + QFile::decodeName(lines[1]);
-    const QString to = folder + "/" + QFile::decodeName(lines[2]);
-    if (isEntry(from) && !isEntry(to) && renameToNew(from, to) && isFlushed(folder))
-        printError(to + ": restored after an interrupted command");
+    const QString folder = QFileInfo(path).path() + "/";
+    Replacement found;
+    for (int i = 1; i + 1 < names.size(); ++i) { // the last line is complete
+        const QString file = folder + QFile::decodeName(names[i]);
+        if (i == 1)
+            found.path = names[i].contains('/') ? QString() : file;
+        else if (namePattern().match(QFile::decodeName(names[i])).hasMatch())
+            found.files.append(file);
+    }
+    return found;
+}
+
+bool isUnfinished(const Replacement &replacement)
+{
+    return !replacement.path.isEmpty() && !isEntry(replacement.path)
+           && std::any_of(replacement.files.begin(), replacement.files.end(), isEntry);
+}
+
+/// Gives the first file of a replacement that is there the name that is missing. A copy gets it: if the power
+/// fails again, the file is still there.
+void finish(const Replacement &replacement)
+{
+    const auto found = std::find_if(replacement.files.begin(), replacement.files.end(), isEntry);
+    const QString folder = QFileInfo(replacement.path).path();
+    const Descriptor whole = openFile(*found, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    struct stat status = {};
+    TemporaryFile copy(folder, replacement.path);
+    const bool isCopied = whole.isOpen() && ::fstat(whole.get(), &status) == 0
+                          && copyContent(whole.get(), copy.descriptor())
+                          && (setAttributes(copy.descriptor(), status) || true) // FAT keeps no owner
+                          && ::fsync(copy.descriptor()) == 0 && isFlushed(folder);
+    if (!isCopied || !copy.rename(replacement.path, false) || !isFlushed(folder))
+        throw FileFailure(replacement.path, "was being replaced and cannot be restored: " + errorText(errno));
+    printError(replacement.path + ": was being replaced by an interrupted command; restored");
 }
 
 void removeLeftover(const QString &path)
@@ -203,6 +235,12 @@ TemporaryFile::~TemporaryFile()
         ::unlink(QFile::encodeName(mPath).constData());
 }
 
+bool TemporaryFile::takePlaceOf(const QString &path)
+{
+    return mFile.close()
+           && ::rename(QFile::encodeName(path).constData(), QFile::encodeName(mPath).constData()) == 0;
+}
+
 bool TemporaryFile::rename(const QString &path, bool isReplacing)
 {
     if (mFile.isOpen() && !mFile.close())
@@ -223,15 +261,14 @@ RenameMark::RenameMark(const QString &folder)
     write(sessionOf(folder));
 }
 
-RenameMark::RenameMark(const QString &from, const QString &to) : RenameMark(QFileInfo(to).path())
+void RenameMark::setReplacement(const QString &path, const QStringList &files)
 {
-    if (!isNeeded())
-        return;
-    const auto line = [](const QString &path) {
-        return QFile::encodeName(QFileInfo(path).fileName()) + "\n";
-    };
-    write((sessionOf(to).isEmpty() ? "\n" : "") + line(from) + line(to));
-    ::fsync(mFile.get()); // if it fails, so does the flush of the folder
+    QByteArray names = sessionOf(path).isEmpty() ? "\n" : "";
+    for (const QString &file : QStringList{path} + files)
+        names += QFile::encodeName(QFileInfo(file).fileName()) + "\n";
+    write(names);
+    if (::fsync(mFile.get()) != 0)
+        throw FileFailure(path, "cannot be replaced safely: " + errorText(errno));
 }
 
 /// On a full device the mark stays empty and is later treated as an old one.
@@ -259,7 +296,7 @@ Leftovers leftoversIn(const QString &folder)
             continue;
         const bool isMark = name.endsWith(MARK_EXTENSION);
         (isMark ? found.marks : found.paths).append(path);
-        found.hasOldMark |= isMark && !isOfThisSession(path);
+        found.isNeeded |= isMark && (!isOfThisSession(path) || isUnfinished(replacementIn(path)));
     }
     return found;
 }
@@ -267,8 +304,9 @@ Leftovers leftoversIn(const QString &folder)
 void removeLeftovers(const QString &folder)
 {
     for (const QString &mark : leftoversIn(folder).marks) {
-        if (!isOfThisSession(mark))
-            finishReplacement(mark);
+        const Replacement replacement = replacementIn(mark);
+        if (isUnfinished(replacement))
+            finish(replacement);
     }
     const Leftovers leftovers = leftoversIn(folder);
     for (const QString &path : leftovers.paths) {
