@@ -87,8 +87,12 @@ private:
 QString makeThumbnail(const QString &path)
 {
     const QString thumbnail = thumbnailOf(path);
-    if (!createExclusively(thumbnail))
-        return thumbnail + ": was created by another program and is left as it is";
+    try {
+        if (!createExclusively(thumbnail))
+            return thumbnail + ": was created by another program and is left as it is";
+    } catch (const FileFailure &failure) {
+        return QString::fromUtf8(failure.what());
+    }
     const QString reason = writeThumbnail(path, thumbnail);
     if (reason.isEmpty() && QFileInfo(thumbnail).size() > 0)
         return QString();
