@@ -36,6 +36,9 @@ private slots:
     void aKilledRecorderLeavesWhatCanBeRepaired();
     void keepsWhatWasRecordedBeforeAFailure_data();
     void keepsWhatWasRecordedBeforeAFailure();
+    void endsOnASignalAlthoughFfmpegDoesNot();
+    void endsIfTheInputEnds_data();
+    void endsIfTheInputEnds();
     void aFailureLeavesNothing_data();
     void aFailureLeavesNothing();
     void endsIfTheInputDeliversNothing_data();
@@ -351,6 +354,11 @@ void VornfhRecorderTest::keepsWhatWasRecordedBeforeAFailure_data()
     row("segment-cannot-be-written", WRITES_SEGMENT,
         QByteArray("head -c 400000 | \"$real\" \"$@\" 2>/dev/null; echo broken >&2; exit 1"),
         QByteArray("broken"));
+    row("segment-ends-early-without-a-failure", WRITES_SEGMENT,
+        QByteArray("head -c 400000 | \"$real\" \"$@\" 2>/dev/null; exit 0"),
+        QByteArray("ffmpeg ended early"));
+    row("ffmpeg-does-not-end", READS_INPUT, QByteArray("\"$real\" -t 1 \"$@\"; exec >&-; sleep 60"),
+        QByteArray("ffmpeg has closed its output but does not end"));
 }
 
 void VornfhRecorderTest::keepsWhatWasRecordedBeforeAFailure()
@@ -366,6 +374,58 @@ void VornfhRecorderTest::keepsWhatWasRecordedBeforeAFailure()
              tool.failure({endedEarly("DCF_0001.avi", reason)}, paths(1, 1, "avi")));
     QCOMPARE(whyNotPlayable(tool.sd() + "/100ABC/DCF_0001.avi"), QByteArray());
     QCOMPARE(tree(tool.sd()), (Tree{"100ABC/", "100ABC/DCF_0001.avi", "100ABC/DCF_0001.thumb"}));
+}
+
+/// ffmpeg reads no more input, and has not ended.
+void VornfhRecorderTest::endsOnASignalAlthoughFfmpegDoesNot()
+{
+    StandIns programs;
+    programs.add("ffmpeg",
+                 onlyToRecord(READS_INPUT) + "\"$real\" -t 1 \"$@\"; exec >&-; echo $$ > ffmpeg; sleep 60");
+    const ToolRun tool;
+    tool.make({"sd/DCIM/"});
+    QProcess process;
+    tool.startOnStorages(process, {"record", "sd", "--segment", "60"});
+    QTRY_VERIFY_WITH_TIMEOUT(tool.content("ffmpeg").endsWith('\n'), 20000);
+    QCOMPARE(::kill(static_cast<pid_t>(process.processId()), SIGTERM), 0);
+    QCOMPARE(ToolRun::finish(process), tool.success(paths(1, 1, "avi")));
+    QCOMPARE(whyNotPlayable(tool.sd() + "/100ABC/DCF_0001.avi"), QByteArray());
+    QVERIFY(!isRunning(processIn(tool, "ffmpeg")));
+}
+
+void VornfhRecorderTest::endsIfTheInputEnds_data()
+{
+    QTest::addColumn<QByteArrayList>("options");
+    QTest::addColumn<bool>("fails"); // the input
+    for (const bool fails : {false, true}) {
+        const QByteArray name = fails ? "-of-a-camera-that-is-disconnected" : "-of-a-file";
+        row("recording" + name, QByteArrayList{"--duration", "0"}, fails);
+        row("segments" + name, QByteArrayList{"--segment", "60", "--type", "mkv"}, fails);
+    }
+    row("duration-of-a-camera-that-is-disconnected", QByteArrayList{"--duration", "3600"}, true);
+    row("segments-with-a-duration-of-a-camera-that-is-disconnected",
+        QByteArrayList{"--segment", "60", "--duration", "3600"}, true);
+}
+
+void VornfhRecorderTest::endsIfTheInputEnds()
+{
+    QFETCH(QByteArrayList, options);
+    QFETCH(bool, fails);
+    StandIns programs;
+    if (fails) // as ffmpeg does if it cannot read the input
+        programs.add("ffmpeg", onlyToRecord("camera.avi")
+                                   + "\"$real\" \"$@\"; echo '[v @ 0x1] ioctl(VIDIOC_DQBUF): No such device' "
+                                     ">&2; echo 'camera.avi: No such device' >&2");
+    const ToolRun tool;
+    tool.make({"sd/DCIM/"});
+    makeVideo(tool.path() + "/camera.avi", QSize(64, 48));
+    const QByteArray name = options.contains("mkv") ? "DCF_0001.mkv" : "DCF_0001.avi";
+    const QByteArray reason =
+        fails ? "the input has ended: camera.avi: No such device" : "the input has ended";
+    QCOMPARE(tool.runOnStorages(QByteArrayList{"record", "sd", "--input", "camera.avi"} + options),
+             tool.failure({endedEarly(name, reason)}, FOLDER + name + "\n"));
+    QCOMPARE(whyNotPlayable(tool.sd() + "/100ABC/" + QString::fromUtf8(name)), QByteArray());
+    QVERIFY(QFile::exists(tool.sd() + "/100ABC/DCF_0001.thumb"));
 }
 
 void VornfhRecorderTest::aFailureLeavesNothing_data()
@@ -400,20 +460,27 @@ void VornfhRecorderTest::aFailureLeavesNothing()
 void VornfhRecorderTest::endsIfTheInputDeliversNothing_data()
 {
     QTest::addColumn<QByteArrayList>("options");
-    QTest::addColumn<QByteArray>("which"); // of the ffmpegs stops; empty for a FIFO that delivers nothing
-    row("after-some-frames", QByteArrayList{"--duration", "1"}, QByteArray("-fs"));
-    row("after-some-frames-in-a-segment", QByteArrayList{"--duration", "1", "--segment", "60"}, READS_INPUT);
-    row("never-delivered-anything", QByteArrayList{"--duration", "0"}, QByteArray());
-    row("never-delivered-anything-for-segments", QByteArrayList{"--segment", "1"}, QByteArray());
+    QTest::addColumn<QByteArray>("which");  // of the ffmpegs stops; empty for a FIFO that delivers nothing
+    QTest::addColumn<QByteArray>("script"); // what it does before
+    const QByteArray records = "\"$real\" \"$@\"\n";
+    const QByteArray emptyCluster = "printf '\\037\\103\\266\\165\\200'\n"; // of Matroska
+    row("after-some-frames", QByteArrayList{"--duration", "1"}, QByteArray("-fs"), records);
+    row("after-some-frames-in-a-segment", QByteArrayList{"--duration", "1", "--segment", "60"}, READS_INPUT,
+        records);
+    row("before-the-first-frame-of-a-segment", QByteArrayList{"--segment", "60"}, READS_INPUT, emptyCluster);
+    row("never-delivered-anything", QByteArrayList{"--duration", "0"}, QByteArray(), QByteArray());
+    row("never-delivered-anything-for-segments", QByteArrayList{"--segment", "1"}, QByteArray(),
+        QByteArray());
 }
 
 void VornfhRecorderTest::endsIfTheInputDeliversNothing()
 {
     QFETCH(QByteArrayList, options);
     QFETCH(QByteArray, which);
+    QFETCH(QByteArray, script);
     StandIns programs;
     if (!which.isEmpty())
-        programs.add("ffmpeg", onlyToRecord(which) + "\"$real\" \"$@\"\n" + WAIT_FOR_SIGNAL);
+        programs.add("ffmpeg", onlyToRecord(which) + script + WAIT_FOR_SIGNAL);
     const ToolRun tool;
     tool.make({"sd/DCIM/"});
     const QByteArray fifo = tool.expand("@/camera");
@@ -425,7 +492,7 @@ void VornfhRecorderTest::endsIfTheInputDeliversNothing()
         tool.runOnStorages(QByteArrayList{"record", "sd", "--timeout", "0.7"} + options + input);
     ::close(writer);
     const QByteArray reason = "the input has delivered nothing for 0.7 s";
-    if (which.isEmpty()) {
+    if (!script.contains("real")) {
         QCOMPARE(outcome, tool.failure({FOLDER + "DCF_0001.avi: recording failed: " + reason}));
         QCOMPARE(tree(tool.sd()), Tree{"100ABC/"});
     } else {

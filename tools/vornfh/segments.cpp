@@ -105,7 +105,7 @@ public:
         mMuxer.emplace(packetInput()
                            + QStringList{"-map", "0", "-c", "copy", "-copyinkf", "-copypriorss", "1"}
                            + (rate.isEmpty() ? QStringList() : QStringList{"-r", rate})
-                           + QStringList{"-f", containerOf(mSettings.type), "-y", "file:" + mPath},
+                           + QStringList{"-f", containerOf(mSettings.type)} + fileOutput(mPath),
                        mPipe.output.get());
         mPipe.output = Descriptor();
         mEnd = std::async(std::launch::async, [this] { return write(); });
@@ -117,7 +117,12 @@ public:
         mMuxer->waitForEnd(0); // reads what it prints
         return mEnd.wait_for(time) == std::future_status::ready;
     }
-    End end() { return mEnd.get(); }
+    End end()
+    {
+        const End end = mEnd.get();
+        mHasEndedEarly = end == MuxerHasEnded;
+        return end;
+    }
 
     /// Makes the next possible packet begin the next segment.
     void endSoon() { mMustEnd = true; }
@@ -127,7 +132,8 @@ public:
     {
         while (!mMuxer->waitForEnd(static_cast<int>(INTERVAL.count())))
             continue;
-        return mMuxer->failure();
+        const QString failure = mMuxer->failure();
+        return failure.isEmpty() && mHasEndedEarly ? "ffmpeg ended early" : failure;
     }
 
     const QString &path() const { return mPath; }
@@ -196,6 +202,7 @@ private:
     std::atomic<qint64> mLargestGroup{0};
     std::atomic<qint64> mBytes{HEADER};
     std::atomic<bool> mMustEnd{false};
+    bool mHasEndedEarly = false; // the ffmpeg that writes the file
     std::future<End> mEnd;
     std::optional<Ffmpeg> mMuxer; // after the thread that writes to it: it is killed first
 };
@@ -235,9 +242,10 @@ private:
                          -1, pipe.input.get());
         pipe.input = Descriptor();
         mPackets.emplace(std::move(pipe.output));
-        watch(*segment, [this] { return mPackets->waitForHeader(INTERVAL); });
+        watch(*segment, [this] { return mPackets->waitForFirst(INTERVAL); });
         if (!mPackets->first()) {
-            const QString reason = endingOfStream().reason;
+            waitForCapture();
+            const QString reason = mReason.isEmpty() ? mCapture->failure() : mReason;
             throw FileFailure(segment->path(),
                               "recording failed: " + (reason.isEmpty() ? "ffmpeg wrote nothing" : reason)
                                   + discard(segment->path()));
@@ -320,13 +328,29 @@ private:
         stop(mReason.isEmpty() ? reason : mReason);
     }
 
+    /// Waits until the ffmpeg that reads the input has ended. It has no output any more, so it should do that
+    /// soon.
+    void waitForCapture()
+    {
+        constexpr double LONGEST_TIME = 10;
+        const Stopwatch time;
+        while (!mCapture->waitForEnd(static_cast<int>(INTERVAL.count()))) {
+            if (isStopped())
+                stop(INTERRUPTED);
+            else if (time.seconds() > LONGEST_TIME)
+                stop("ffmpeg has closed its output but does not end");
+        }
+    }
+
     Ending endingOfStream()
     {
-        while (!mCapture->waitForEnd(static_cast<int>(INTERVAL.count())))
-            continue;
+        waitForCapture();
         if (!mReason.isEmpty())
             return {mReason, mReason == INTERRUPTED && isNormalEnd(mSettings), false};
-        return {mIsAbandoned ? QString() : mCapture->failure(), false, false};
+        if (mIsAbandoned)
+            return {};
+        const QString failure = mCapture->failure();
+        return {failure.isEmpty() ? whyIncomplete(mSettings, *mCapture) : failure, false, false};
     }
 
     void finish(Segment &segment, bool isLast)

@@ -199,9 +199,8 @@ void addRecord(CommandLine &line)
         "videos\n"
         "get a thumbnail beside them. A recording that ends early, because it was interrupted (SIGINT, "
         "SIGTERM,\n"
-        "SIGHUP), the storage device is full, the input delivers nothing or ffmpeg failed, is closed and "
-        "kept if\n"
-        "it has content",
+        "SIGHUP), the storage device is full, the input delivers nothing or has ended, or ffmpeg failed, is\n"
+        "closed and kept if it has content",
         run);
     addStorageArgument(command, request->storage);
     command.add_option("--type", request->type, "Type of the recordings")
@@ -214,9 +213,9 @@ void addRecord(CommandLine &line)
         ->capture_default_str();
     command
         .add_option("--duration", request->duration,
-                    "Length of a video or audio recording; 0: until SIGINT or SIGTERM. Default: 2, or 0 "
-                    "with\n"
-                    "--segment")
+                    "Length of a video or audio recording; 0: until SIGINT or SIGTERM, and the end of the "
+                    "input\n"
+                    "is an early end. Default: 2, or 0 with --segment")
         ->check(durations())
         ->type_name("SECONDS");
     addInputOptions(command, request);
