@@ -46,8 +46,12 @@ private slots:
     void aSlowInputIsNoFailure();
     void lowersTheLimitToTheLargestFile_data();
     void lowersTheLimitToTheLargestFile();
+    void reportsTheLargestSizeOfAnEndlessRecording_data();
+    void reportsTheLargestSizeOfAnEndlessRecording();
     void endsWhenTheStorageIsFull();
     void aLoopDeletesTheOldestObjects();
+    void aLoopGoesOnAfterAnotherProgramFilledTheStorage_data();
+    void aLoopGoesOnAfterAnotherProgramFilledTheStorage();
     void aLoopOfPhotosDeletesTheOldestObjects();
     void aLoopWithoutRoomSaysSoOnce();
     void aLoopEndsWhenNothingMayBeDeleted();
@@ -521,12 +525,19 @@ void VornfhRecorderTest::lowersTheLimitToTheLargestFile_data()
     QTest::addColumn<QByteArray>("type");
     QTest::addColumn<bool>("isFat");
     QTest::addColumn<QByteArray>("segment");
-    QTest::addColumn<QByteArray>("stated"); // the size in the message; empty if there is none
-    row("video-on-fat", QByteArray("avi"), true, QByteArray("8G"), QByteArray("8.0 GiB"));
-    row("audio-format", QByteArray("wav"), false, QByteArray("4G"), QByteArray("4.0 GiB"));
+    QTest::addColumn<QByteArray>("message"); // empty if there is none
+    const auto tooLarge = [](const QByteArray &stated) {
+        return "--segment: " + stated
+               + " is more than a file of this type can have on this file system; a segment ends at 3.9 GiB";
+    };
+    row("video-on-fat", QByteArray("avi"), true, QByteArray("8G"), tooLarge("8.0 GiB"));
+    row("audio-format", QByteArray("wav"), false, QByteArray("4G"), tooLarge("4.0 GiB"));
     row("video-elsewhere", QByteArray("avi"), false, QByteArray("8G"), QByteArray());
     row("less-than-the-largest-file", QByteArray("mkv"), true, QByteArray("3G"), QByteArray());
-    row("time", QByteArray("avi"), true, QByteArray("24h"), QByteArray());
+    row("time", QByteArray("avi"), true, QByteArray("24h"),
+        QByteArray("a file of this type can have at most 3.9 GiB on this file system; a segment ends there"));
+    row("time-elsewhere", QByteArray("avi"), false, QByteArray("24h"), QByteArray());
+    row("time-of-audio-elsewhere", QByteArray("wav"), false, QByteArray("24h"), QByteArray());
 }
 
 void VornfhRecorderTest::lowersTheLimitToTheLargestFile()
@@ -534,16 +545,43 @@ void VornfhRecorderTest::lowersTheLimitToTheLargestFile()
     QFETCH(QByteArray, type);
     QFETCH(bool, isFat);
     QFETCH(QByteArray, segment);
-    QFETCH(QByteArray, stated);
+    QFETCH(QByteArray, message);
     ToolRun tool;
     if (isFat && !tool.pretendFat())
         QSKIP("nothing can be preloaded into the tool");
     tool.make({"sd/DCIM/"});
-    const QByteArray message = "--segment: " + stated
-                               + " is more than a file of this type can have on this file system; a segment "
-                                 "ends at 3.9 GiB";
     QCOMPARE(tool.runOnStorages({"record", "sd", "--type", type, "--duration", "0.4", "--segment", segment}),
-             tool.success(paths(1, 1, type), stated.isEmpty() ? QByteArray() : errorLines({message})));
+             tool.success(paths(1, 1, type), message.isEmpty() ? QByteArray() : errorLines({message})));
+}
+
+void VornfhRecorderTest::reportsTheLargestSizeOfAnEndlessRecording_data()
+{
+    QTest::addColumn<QByteArray>("type");
+    QTest::addColumn<bool>("isFat");
+    QTest::addColumn<bool>("isReported");
+    row("video-on-fat", QByteArray("mkv"), true, true);
+    row("audio-elsewhere", QByteArray("wav"), false, true);
+    row("video-elsewhere", QByteArray("mkv"), false, false);
+    row("photo-on-fat", QByteArray("jpg"), true, false);
+}
+
+void VornfhRecorderTest::reportsTheLargestSizeOfAnEndlessRecording()
+{
+    QFETCH(QByteArray, type);
+    QFETCH(bool, isFat);
+    QFETCH(bool, isReported);
+    ToolRun tool;
+    if (isFat && !tool.pretendFat())
+        QSKIP("nothing can be preloaded into the tool");
+    tool.make({"sd/DCIM/"});
+    writeFile(tool.path() + "/input", wholeFile(type));
+    const Outcome outcome =
+        tool.runOnStorages({"record", "sd", "--type", type, "--duration", "0", "--input", "input"});
+    QCOMPARE(outcome.out, tool.expand(paths(1, 1, type)));
+    QCOMPARE(
+        outcome.err.contains(
+            "a file of this type can have at most 3.9 GiB on this file system; the recording ends there\n"),
+        isReported);
 }
 
 void VornfhRecorderTest::endsWhenTheStorageIsFull()
@@ -594,6 +632,47 @@ void VornfhRecorderTest::aLoopDeletesTheOldestObjects()
     }
     QVERIFY(wasKept);
     QVERIFY(!QFile::exists(QString::fromUtf8(linesOf(outcome.out).first())));
+}
+
+void VornfhRecorderTest::aLoopGoesOnAfterAnotherProgramFilledTheStorage_data()
+{
+    QTest::addColumn<QByteArray>("type");
+    QTest::addColumn<QByteArray>("duration");
+    row("avi", QByteArray("avi"), QByteArray("8"));
+    row("mkv", QByteArray("mkv"), QByteArray("20"));
+}
+
+void VornfhRecorderTest::aLoopGoesOnAfterAnotherProgramFilledTheStorage()
+{
+    QFETCH(QByteArray, type);
+    QFETCH(QByteArray, duration);
+    if (!hasOwnMounts())
+        QSKIP("mounting needs root");
+    StandIns programs;
+    programs.add("ffmpeg", onlyToRecord(WRITES_SEGMENT)
+                               + "case $target in *0002.*) ;; *) exec \"$real\" \"$@\";; esac\n"
+                                 "head -c 400000 | \"$real\" \"$@\" 2>/dev/null\n"
+                                 "cat /dev/zero >> sd/DCIM/100ABC/DCF_0001.jpg 2>/dev/null\n"
+                                 "echo 'No space left on device' >&2; exit 1");
+    const ToolRun tool;
+    tool.make({"sd/"});
+    const TmpfsMount card(tool.path() + "/sd", "size=8m");
+    QVERIFY(card.isMounted());
+    tool.make(onCard({"100ABC/DCF_0001.jpg = x"}));
+    const Outcome outcome = tool.runOnStorages(
+        {"record", "sd", "--type", type, "--segment", "1M", "--duration", duration, "--loop"});
+    const int count = outcome.out.count('\n');
+    QVERIFY2(count >= 2, outcome.out.constData());
+    QCOMPARE(outcome, tool.failure({endedEarly("DCF_0002." + type, "No space left on device")},
+                                   paths(2, 1 + count, type)));
+    QVERIFY(!QFile::exists(tool.sd() + "/100ABC/DCF_0001.jpg"));
+    for (const QByteArray &path : linesOf(outcome.out)) {
+        QCOMPARE(whyNotPlayable(QString::fromUtf8(path)), QByteArray());
+        const QByteArray flags =
+            outputOf("ffprobe", {"-v", "error", "-of", "csv=p=0", "-select_streams", "v", "-show_entries",
+                                 "packet=flags", QString::fromUtf8(path)});
+        QVERIFY2(flags.startsWith('K'), path.constData());
+    }
 }
 
 void VornfhRecorderTest::aLoopOfPhotosDeletesTheOldestObjects()

@@ -97,9 +97,11 @@ public:
     Segment &operator=(const Segment &) = delete;
 
     /// Starts to write the packets, up to the one that begins the next segment. A separate thread does that.
-    void start(PacketBuffer &packets)
+    /// @p isAfterGap: packets before the first ones have been lost.
+    void start(PacketBuffer &packets, bool isAfterGap = false)
     {
         mPackets = &packets;
+        mMustBeginWithKey = isAfterGap;
         // The stream has times in milliseconds, and AVI has frames at a constant rate.
         const QString rate = mSettings.type.type == FILE_TYPE_VIDEO_AVI ? packets.frameRate() : QString();
         mMuxer.emplace(packetInput()
@@ -160,6 +162,11 @@ private:
         bool isWritten = writeAll(mPipe.input.get(), mPackets->header());
         const Packet *packet = nullptr;
         while (isWritten && (packet = mPackets->first())) {
+            if (mMustBeginWithKey && !packet->isKey) {
+                mPackets->removeFirst();
+                continue;
+            }
+            mMustBeginWithKey = false;
             const End end = packet->isKey ? endBefore(*packet) : StreamHasEnded;
             if (end != StreamHasEnded)
                 return end;
@@ -202,6 +209,7 @@ private:
     std::atomic<qint64> mLargestGroup{0};
     std::atomic<qint64> mBytes{HEADER};
     std::atomic<bool> mMustEnd{false};
+    bool mMustBeginWithKey = false;
     bool mHasEndedEarly = false; // the ffmpeg that writes the file
     std::future<End> mEnd;
     std::optional<Ffmpeg> mMuxer; // after the thread that writes to it: it is killed first
@@ -256,12 +264,16 @@ private:
 
     /// Begins the segment after @p segment unless that is the last one, because of @p end or for lack of
     /// space.
-    std::unique_ptr<Segment> follow(const Segment &segment, Segment::End end)
+    std::unique_ptr<Segment> follow(Segment &segment, Segment::End end)
     {
         const bool isFull = end == Segment::SizeIsReached && segment.limit().reason == FULL;
-        if (end == Segment::MuxerHasEnded || (isFull && !mSettings.keepFree))
+        // A loop goes on if another program has filled the storage device, as long as each segment has
+        // content.
+        const bool isOverrun = end == Segment::MuxerHasEnded && mSettings.keepFree
+                               && segment.largestGroup() > 0 && segment.device().problem() == FULL;
+        if ((end == Segment::MuxerHasEnded && !isOverrun) || (isFull && !mSettings.keepFree))
             abandon(isFull ? FULL : QString());
-        if (end == Segment::StreamHasEnded || end == Segment::MuxerHasEnded || mIsAbandoned)
+        if (end == Segment::StreamHasEnded || mIsAbandoned)
             return nullptr;
         mLargestGroup = std::max(mLargestGroup, segment.largestGroup());
         std::unique_ptr<Segment> next;
@@ -275,7 +287,7 @@ private:
                     return;
                 }
                 next = std::make_unique<Segment>(mSettings, limit);
-                next->start(*mPackets);
+                next->start(*mPackets, isOverrun);
             } catch (const Failure &failure) {
                 printError(QString::fromUtf8(failure.what()));
                 mIsFailed = true;
@@ -381,21 +393,9 @@ private:
     RecordingProgress mProgress;
 };
 
-/// Prints a line if no segment can become as large as was requested.
-void reportLowerLimit(const RecorderSettings &settings)
-{
-    const qint64 largest =
-        largestRecording(nearestExisting(settings.storage.location), settings.type.kind).bytes;
-    if (settings.segmentBytes > largest)
-        printError(QString("--segment: %1 is more than a file of this type can have on this file system; a "
-                           "segment ends at %2")
-                       .arg(humanSize(settings.segmentBytes), humanSize(largest)));
-}
-
 } // namespace
 
 ExitCode recordSegments(const RecorderSettings &settings)
 {
-    reportLowerLimit(settings);
     return SegmentedRecording(settings).run();
 }

@@ -4,7 +4,9 @@
 #include "ffmpeg.h"
 #include "folders.h"
 #include "media.h"
+#include "mounts.h"
 #include "numbering.h"
+#include "output.h"
 #include "paths.h"
 #include "pruning.h"
 #include "recorder.h"
@@ -58,6 +60,24 @@ RecorderSettings settingsFor(const Storage &storage, const Request &request)
     return settings;
 }
 
+/// Prints a line if a file cannot become as large as was requested, or if only its largest size ends it. WAV
+/// files that are divided by time are left out: they are far smaller.
+void reportLargestSize(const RecorderSettings &settings)
+{
+    const QString folder = nearestExisting(settings.storage.location);
+    const Kind kind = settings.type.kind;
+    const qint64 largest = largestRecording(folder, kind).bytes;
+    const bool isLimited = largestFile(folder) < UNLIMITED;
+    const bool isEndless = settings.duration <= 0 && kind != PHOTO && !settings.isSegmented();
+    if (settings.segmentBytes > largest)
+        printError(QString("--segment: %1 is more than a file of this type can have on this file system; a "
+                           "segment ends at %2")
+                       .arg(humanSize(settings.segmentBytes), humanSize(largest)));
+    else if ((settings.segmentSeconds > 0 && isLimited) || (isEndless && (isLimited || kind == AUDIO)))
+        printError(QString("a file of this type can have at most %1 on this file system; %2 ends there")
+                       .arg(humanSize(largest), isEndless ? "the recording" : "a segment"));
+}
+
 ExitCode recordSeveral(const RecorderSettings &settings, int count)
 {
     SpaceKeeper space(settings);
@@ -78,6 +98,7 @@ ExitCode record(const RecorderSettings &settings, int count)
     requireFfmpeg("recording");
     requireWritable(settings.storage);
     catchStopSignals();
+    reportLargestSize(settings);
     return settings.isSegmented() ? recordSegments(settings) : recordSeveral(settings, count);
 }
 
