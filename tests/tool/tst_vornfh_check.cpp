@@ -375,7 +375,7 @@ void VornfhCheckTest::reportsDamage_data()
     QTest::addColumn<QByteArray>("extension");
     QTest::addColumn<QByteArray>("content");
     QTest::addColumn<QByteArray>("finding"); // empty if there is none
-    const auto row = [](const char *name, const QByteArray &extension, const QByteArray &content,
+    const auto row = [](const QByteArray &name, const QByteArray &extension, const QByteArray &content,
                         const QByteArray &finding = {}) {
         QTest::newRow((extension + "-" + name).constData()) << extension << content << finding;
     };
@@ -399,12 +399,20 @@ void VornfhCheckTest::reportsDamage_data()
     row("tail-of-zeros", "png", overwritten(png, -5000, 5000), ENDS_WITH_ZEROS);
     row("other-data-after-its-end", "png", png + "x", CUT_OFF);
     row("length-of-a-chunk-is-wrong", "png", overwritten(png, 8, 1, '\x7f'), BROKEN_CHUNKS);
+    for (const QByteArray length : {"fffffff4", "ffffffff", "80000000"})
+        row("length-of-a-chunk-is-" + length, "png",
+            QByteArray(png).replace(png.indexOf("IDAT") - 4, 4, QByteArray::fromHex(length)), BROKEN_CHUNKS);
     row("without-a-header", "png", renamed(png, "IHDR", "IHDX"), BROKEN_CHUNKS);
     row("end-in-the-middle", "png", renamed(png, "IDAT", "IEND"), BROKEN_CHUNKS);
     row("only-an-end", "png", png.left(8) + png.right(12));
 
     const QByteArray notClosed = NOT_CLOSED + REPAIRABLE;
     row("size-is-unknown", "avi", riff("ffffffff") + "AVI ", notClosed);
+    // With the header, such a size does not fit into 32 bits.
+    for (const QByteArray size : {"f7ffffff", "f8ffffff", "feffffff"}) {
+        row("size-is-" + size, "avi", riff(size) + "AVI ", notClosed);
+        row("size-is-" + size, "wav", riff(size) + "WAVE", notClosed);
+    }
     row("size-is-zero", "wav", riff("00000000") + "WAVE", notClosed);
     row("size-is-too-large", "avi", riff("05000000") + "AVI ", notClosed);
     row("size-is-unknown", "mkv", matroska("01ffffffffffffff"), notClosed);

@@ -44,6 +44,7 @@ private slots:
     void keepsARecordingOnAStorageThatFillsUp_data();
     void keepsARecordingOnAStorageThatFillsUp();
     void removesAnEmptyRecordingOnAFullStorage();
+    void keepsARecordingWithoutRoomForTheThumbnail();
     void needsSpaceToRecord();
     void removesAnInterruptedRecordingWithoutContent_data();
     void removesAnInterruptedRecordingWithoutContent();
@@ -512,6 +513,22 @@ void VornfhRecordTest::removesAnEmptyRecordingOnAFullStorage()
     QCOMPARE(tool.runOnStorages({"record", "sd"}),
              tool.failure({"@/sd/DCIM/100ABC/DCF_0001.avi: recording failed: the storage device is full"}));
     QCOMPARE(tree(tool.sd()), Tree{"100ABC/"});
+}
+
+/// The recording is on the device and is printed although its thumbnail cannot be created.
+void VornfhRecordTest::keepsARecordingWithoutRoomForTheThumbnail()
+{
+    if (!hasOwnMounts())
+        QSKIP("mounting needs root");
+    const ToolRun tool;
+    tool.make({"sd/"});
+    const TmpfsMount card(tool.path() + "/sd", "size=4m,nr_inodes=4"); // for DCIM, the folder and the video
+    QVERIFY(card.isMounted());
+    tool.make({"sd/DCIM/"});
+    QCOMPARE(tool.runOnStorages({"record", "sd", "--duration", "0.4"}),
+             tool.failure({"@/sd/DCIM/100ABC/DCF_0001.thumb: cannot be created: No space left on device"},
+                          "@/sd/DCIM/100ABC/DCF_0001.avi\n"));
+    QCOMPARE(whyNotPlayable(tool.sd() + "/100ABC/DCF_0001.avi"), QByteArray());
 }
 
 void VornfhRecordTest::needsSpaceToRecord()

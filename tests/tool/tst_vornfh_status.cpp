@@ -152,6 +152,7 @@ private slots:
     void isFullIfTheLargestOfTheLastObjectsDoesNotFit_data();
     void isFullIfTheLargestOfTheLastObjectsDoesNotFit();
     void isReadOnlyBeforeItIsFull();
+    void isFullIfThereIsNotEnoughSpaceToRecord();
     void countsObjects();
     void estimatesWhatFits_data();
     void estimatesWhatFits();
@@ -400,6 +401,20 @@ void VornfhStatusTest::isReadOnlyBeforeItIsFull()
     QVERIFY(card.makeReadOnly());
     QCOMPARE(lineOf(tool.runOnStorages({"status", "sd"}), "verdict"),
              QByteArray("read-only: the file system is mounted read-only"));
+}
+
+void VornfhStatusTest::isFullIfThereIsNotEnoughSpaceToRecord()
+{
+    if (!hasOwnMounts())
+        QSKIP("mounting needs root");
+    const ToolRun tool;
+    tool.make({"sd/"});
+    const TmpfsMount card(tool.path() + "/sd", "size=260k");
+    QVERIFY(card.isMounted());
+    tool.make({"sd/DCIM/"});
+    QCOMPARE(lineOf(tool.runOnStorages({"status", "sd"}), "verdict"),
+             QByteArray("full: 260.0 KiB free, which is not enough to record"));
+    QCOMPARE(tool.runOnStorages({"record", "sd"}).exitCode, 1);
 }
 
 void VornfhStatusTest::countsObjects()

@@ -115,7 +115,8 @@ Verdict damageOfPng(const Reader &file, const QByteArray &head, const QByteArray
         const QByteArray header = file.at(offset, HEADER);
         if ((i == 0) != (header.mid(4) == "IHDR") || header.contains("IEND") || isZero(header.mid(4)))
             offset = file.size();
-        offset += HEADER + qFromBigEndian<quint32>(header.constData()) + CHECKSUM;
+        const qint64 size = qFromBigEndian<quint32>(header.constData());
+        offset += HEADER + size + CHECKSUM;
     }
     return offset <= last ? Verdict() : Damage{"damaged", "its sequence of chunks is broken"};
 }
@@ -133,7 +134,7 @@ bool isRiffClosed(const Reader &file)
         const QByteArray header = file.at(offset, RIFF_HEADER);
         if (header.size() < RIFF_HEADER || !header.startsWith("RIFF"))
             return false;
-        const auto size = qFromLittleEndian<quint32>(header.constData() + 4);
+        const qint64 size = qFromLittleEndian<quint32>(header.constData() + 4);
         if (size == 0 || size == 0xFFFFFFFF)
             return false;
         offset += RIFF_HEADER + size + size % 2;
@@ -158,7 +159,7 @@ public:
     {
         constexpr size_t LIMIT = 32;
         const QByteArray riff = file.at(0, RIFF_HEADER);
-        mEnd = RIFF_HEADER + qFromLittleEndian<quint32>(riff.constData() + 4);
+        mEnd = RIFF_HEADER + qint64(qFromLittleEndian<quint32>(riff.constData() + 4));
         qint64 offset = RIFF_HEADER + RIFF_TYPE;
         while (offset + RIFF_HEADER <= mEnd && mChunks.size() < LIMIT) {
             const QByteArray header = file.at(offset, RIFF_HEADER + RIFF_TYPE);

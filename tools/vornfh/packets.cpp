@@ -127,10 +127,10 @@ PacketBuffer::~PacketBuffer()
     mThread.join();
 }
 
-bool PacketBuffer::waitForHeader(std::chrono::milliseconds time)
+bool PacketBuffer::waitForFirst(std::chrono::milliseconds time)
 {
     std::unique_lock<std::mutex> lock(mMutex);
-    return mChange.wait_for(lock, time, [this] { return mHasEnded || mHasHeader; });
+    return mChange.wait_for(lock, time, [this] { return mHasEnded || !mPackets.empty(); });
 }
 
 const Packet *PacketBuffer::first()

@@ -41,9 +41,9 @@ public:
     PacketBuffer(const PacketBuffer &) = delete;
     PacketBuffer &operator=(const PacketBuffer &) = delete;
 
-    /// Waits until the header is complete or the stream has ended, but not longer than @p time. Returns
-    /// whether that is so.
-    bool waitForHeader(std::chrono::milliseconds time);
+    /// Waits until there is a packet or the stream has ended, but not longer than @p time. Returns whether
+    /// that is so.
+    bool waitForFirst(std::chrono::milliseconds time);
 
     /// Waits for the next packet and returns it; it stays in the buffer. Null at the end of the stream. Only
     /// one thread at a time may use the result.
@@ -53,11 +53,11 @@ public:
     /// From now on first() returns null, and the pipe is closed.
     void discard();
 
-    /// What precedes the packets. Call this only after waitForHeader() has returned true.
+    /// What precedes the packets. Call this only after waitForFirst() has returned true.
     QByteArray header() const { return mHeader; }
 
     /// The frame rate of the first stream, as ffmpeg's option "-r" accepts it; empty if it has none. Call
-    /// this only after waitForHeader() has returned true.
+    /// this only after waitForFirst() has returned true.
     QString frameRate() const;
 
     /// For how long the input has delivered no data. Zero while the buffer is full.

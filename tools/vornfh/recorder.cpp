@@ -87,8 +87,12 @@ private:
 QString makeThumbnail(const QString &path)
 {
     const QString thumbnail = thumbnailOf(path);
-    if (!createExclusively(thumbnail))
-        return thumbnail + ": was created by another program and is left unchanged";
+    try {
+        if (!createExclusively(thumbnail))
+            return thumbnail + ": was created by another program and is left unchanged";
+    } catch (const FileFailure &failure) {
+        return QString::fromUtf8(failure.what());
+    }
     const QString reason = writeThumbnail(path, thumbnail);
     if (reason.isEmpty() && QFileInfo(thumbnail).size() > 0)
         return QString();
@@ -110,7 +114,7 @@ QString keep(const QString &path)
     }
 }
 
-/// Runs ffmpeg and returns why the recording was stopped or failed; empty if it ended by itself.
+/// Runs ffmpeg and returns why the recording was stopped or failed; empty if it ended as requested.
 QString run(const RecorderSettings &settings, const QString &path, const SizeLimit &limit,
             DeviceWatch &device)
 {
@@ -124,14 +128,17 @@ QString run(const RecorderSettings &settings, const QString &path, const SizeLim
         const QString problem = device.problem();
         return problem.isEmpty() && input.isSilent(settings.timeout) ? silenceText(settings) : problem;
     };
-    const QString problem = runFfmpeg(
-        QStringList{"-progress", "pipe:1"} + inputArguments(settings, path) + codecArguments(settings)
-            + QStringList{"-f", containerOf(settings.type), "-fs", QString::number(limit.bytes)},
-        path, whyStop);
+    Ffmpeg ffmpeg(QStringList{"-progress", "pipe:1"} + inputArguments(settings, path)
+                  + codecArguments(settings)
+                  + QStringList{"-f", containerOf(settings.type), "-fs", QString::number(limit.bytes)}
+                  + fileOutput(path));
+    const QString problem = ffmpeg.finish(whyStop);
+    if (!problem.isEmpty())
+        return problem;
     const qint64 size = QFileInfo(path).size();
-    if (problem.isEmpty() && size == 0)
+    if (size == 0)
         return "ffmpeg wrote nothing";
-    return problem.isEmpty() && size >= limit.bytes ? limit.reason : problem;
+    return size >= limit.bytes ? limit.reason : whyIncomplete(settings, ffmpeg);
 }
 
 } // namespace
@@ -216,6 +223,19 @@ QStringList codecArguments(const RecorderSettings &settings)
 QString silenceText(const RecorderSettings &settings)
 {
     return QString("the input has delivered no data for %1 s").arg(settings.timeout);
+}
+
+QString whyIncomplete(const RecorderSettings &settings, const Ffmpeg &ffmpeg)
+{
+    if (settings.type.kind == PHOTO)
+        return QString();
+    const QString error = ffmpeg.lastError();
+    const QString end = "the input has ended";
+    if (settings.duration <= 0)
+        return error.isEmpty() ? end : end + ": " + error;
+    // ffmpeg prints "INPUT: No such device" and exits with code 0 if a camera is disconnected.
+    const QString &input = settings.input.name;
+    return !input.isEmpty() && error.startsWith(printable(input) + ": ") ? end + ": " + error : QString();
 }
 
 bool isNormalEnd(const RecorderSettings &settings)

@@ -14,6 +14,8 @@
 #include <optional>
 #include <utility>
 
+class Ffmpeg;
+
 /// The input of ffmpeg. For an empty value, ffmpeg uses its default.
 struct RecorderInput {
     QString name; // empty for a test picture and a tone
@@ -66,6 +68,10 @@ inline const QString FULL = "the storage device is full";
 
 QString silenceText(const RecorderSettings &settings);
 
+/// Returns why the recording is incomplete although @p ffmpeg has ended without a failure; empty if it is
+/// not: the input has failed, or it has ended although the recording has no duration.
+QString whyIncomplete(const RecorderSettings &settings, const Ffmpeg &ffmpeg);
+
 /// Returns whether the signal that interrupted the recording is its normal end.
 bool isNormalEnd(const RecorderSettings &settings);
 
@@ -109,7 +115,7 @@ private:
 
 /// How a recording ended.
 struct Ending {
-    QString reason;        // why ffmpeg was stopped or failed; empty if it ended by itself
+    QString reason;        // why ffmpeg was stopped or failed; empty if it ended as requested
     bool isNormal = false; // the reason is the normal end
     bool hasLostData = false;
 };

@@ -97,15 +97,17 @@ public:
     Segment &operator=(const Segment &) = delete;
 
     /// Starts to write the packets, up to the one that begins the next segment. A separate thread does that.
-    void start(PacketBuffer &packets)
+    /// @p isAfterGap: packets before the first ones have been lost.
+    void start(PacketBuffer &packets, bool isAfterGap = false)
     {
         mPackets = &packets;
+        mMustBeginWithKey = isAfterGap;
         // The stream has times in milliseconds, and AVI has frames at a constant rate.
         const QString rate = mSettings.type.type == FILE_TYPE_VIDEO_AVI ? packets.frameRate() : QString();
         mMuxer.emplace(packetInput()
                            + QStringList{"-map", "0", "-c", "copy", "-copyinkf", "-copypriorss", "1"}
                            + (rate.isEmpty() ? QStringList() : QStringList{"-r", rate})
-                           + QStringList{"-f", containerOf(mSettings.type), "-y", "file:" + mPath},
+                           + QStringList{"-f", containerOf(mSettings.type)} + fileOutput(mPath),
                        mPipe.output.get());
         mPipe.output = Descriptor();
         mEnd = std::async(std::launch::async, [this] { return write(); });
@@ -117,7 +119,12 @@ public:
         mMuxer->waitForEnd(0); // reads what it prints
         return mEnd.wait_for(time) == std::future_status::ready;
     }
-    End end() { return mEnd.get(); }
+    End end()
+    {
+        const End end = mEnd.get();
+        mHasEndedEarly = end == MuxerHasEnded;
+        return end;
+    }
 
     /// Ends this segment before the next packet that can begin another.
     void endSoon() { mMustEnd = true; }
@@ -127,7 +134,8 @@ public:
     {
         while (!mMuxer->waitForEnd(static_cast<int>(INTERVAL.count())))
             continue;
-        return mMuxer->failure();
+        const QString failure = mMuxer->failure();
+        return failure.isEmpty() && mHasEndedEarly ? "ffmpeg ended early" : failure;
     }
 
     const QString &path() const { return mPath; }
@@ -154,6 +162,11 @@ private:
         bool isWritten = writeAll(mPipe.input.get(), mPackets->header());
         const Packet *packet = nullptr;
         while (isWritten && (packet = mPackets->first())) {
+            if (mMustBeginWithKey && !packet->isKey) {
+                mPackets->removeFirst();
+                continue;
+            }
+            mMustBeginWithKey = false;
             const End end = packet->isKey ? endBefore(*packet) : StreamHasEnded;
             if (end != StreamHasEnded)
                 return end;
@@ -196,6 +209,8 @@ private:
     std::atomic<qint64> mLargestGroup{0};
     std::atomic<qint64> mBytes{HEADER};
     std::atomic<bool> mMustEnd{false};
+    bool mMustBeginWithKey = false;
+    bool mHasEndedEarly = false; // the ffmpeg that writes the file
     std::future<End> mEnd;
     std::optional<Ffmpeg> mMuxer; // after the thread that writes to it: it is killed first
 };
@@ -235,9 +250,10 @@ private:
                          -1, pipe.input.get());
         pipe.input = Descriptor();
         mPackets.emplace(std::move(pipe.output));
-        watch(*segment, [this] { return mPackets->waitForHeader(INTERVAL); });
+        watch(*segment, [this] { return mPackets->waitForFirst(INTERVAL); });
         if (!mPackets->first()) {
-            const QString reason = endingOfStream().reason;
+            waitForCapture();
+            const QString reason = mReason.isEmpty() ? mCapture->failure() : mReason;
             throw FileFailure(segment->path(),
                               "recording failed: " + (reason.isEmpty() ? "ffmpeg wrote nothing" : reason)
                                   + discard(segment->path()));
@@ -248,12 +264,16 @@ private:
 
     /// Begins the segment after @p segment unless that is the last one, because of @p end or for lack of
     /// space.
-    std::unique_ptr<Segment> follow(const Segment &segment, Segment::End end)
+    std::unique_ptr<Segment> follow(Segment &segment, Segment::End end)
     {
         const bool isFull = end == Segment::SizeIsReached && segment.limit().reason == FULL;
-        if (end == Segment::MuxerHasEnded || (isFull && !mSettings.keepFree))
+        // A loop goes on if another program has filled the storage device, as long as each segment has
+        // content.
+        const bool isOverrun = end == Segment::MuxerHasEnded && mSettings.keepFree
+                               && segment.largestGroup() > 0 && segment.device().problem() == FULL;
+        if ((end == Segment::MuxerHasEnded && !isOverrun) || (isFull && !mSettings.keepFree))
             abandon(isFull ? FULL : QString());
-        if (end == Segment::StreamHasEnded || end == Segment::MuxerHasEnded || mIsAbandoned)
+        if (end == Segment::StreamHasEnded || mIsAbandoned)
             return nullptr;
         mLargestGroup = std::max(mLargestGroup, segment.largestGroup());
         std::unique_ptr<Segment> next;
@@ -267,7 +287,7 @@ private:
                     return;
                 }
                 next = std::make_unique<Segment>(mSettings, limit);
-                next->start(*mPackets);
+                next->start(*mPackets, isOverrun);
             } catch (const Failure &failure) {
                 printError(QString::fromUtf8(failure.what()));
                 mIsFailed = true;
@@ -320,13 +340,29 @@ private:
         stop(mReason.isEmpty() ? reason : mReason);
     }
 
+    /// Waits until the ffmpeg that reads the input has ended. It has no output any more, so it should do that
+    /// soon.
+    void waitForCapture()
+    {
+        constexpr double LONGEST_TIME = 10;
+        const Stopwatch time;
+        while (!mCapture->waitForEnd(static_cast<int>(INTERVAL.count()))) {
+            if (isStopped())
+                stop(INTERRUPTED);
+            else if (time.seconds() > LONGEST_TIME)
+                stop("ffmpeg has closed its output but does not end");
+        }
+    }
+
     Ending endingOfStream()
     {
-        while (!mCapture->waitForEnd(static_cast<int>(INTERVAL.count())))
-            continue;
+        waitForCapture();
         if (!mReason.isEmpty())
             return {mReason, mReason == INTERRUPTED && isNormalEnd(mSettings), false};
-        return {mIsAbandoned ? QString() : mCapture->failure(), false, false};
+        if (mIsAbandoned)
+            return {};
+        const QString failure = mCapture->failure();
+        return {failure.isEmpty() ? whyIncomplete(mSettings, *mCapture) : failure, false, false};
     }
 
     void finish(Segment &segment, bool isLast)
@@ -357,21 +393,9 @@ private:
     RecordingProgress mProgress;
 };
 
-/// Prints a line if no segment can become as large as was requested.
-void reportLowerLimit(const RecorderSettings &settings)
-{
-    const qint64 largest =
-        largestRecording(nearestExisting(settings.storage.location), settings.type.kind).bytes;
-    if (settings.segmentBytes > largest)
-        printError(QString("--segment: a file of this type on this file system cannot be as large as %1; "
-                           "segments end at %2")
-                       .arg(humanSize(settings.segmentBytes), humanSize(largest)));
-}
-
 } // namespace
 
 ExitCode recordSegments(const RecorderSettings &settings)
 {
-    reportLowerLimit(settings);
     return SegmentedRecording(settings).run();
 }

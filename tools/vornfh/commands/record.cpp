@@ -4,7 +4,9 @@
 #include "ffmpeg.h"
 #include "folders.h"
 #include "media.h"
+#include "mounts.h"
 #include "numbering.h"
+#include "output.h"
 #include "paths.h"
 #include "pruning.h"
 #include "recorder.h"
@@ -58,6 +60,24 @@ RecorderSettings settingsFor(const Storage &storage, const Request &request)
     return settings;
 }
 
+/// Prints a line if a file cannot become as large as was requested, or if only its largest size ends it. WAV
+/// files that are divided by time are left out: they are far smaller.
+void reportLargestSize(const RecorderSettings &settings)
+{
+    const QString folder = nearestExisting(settings.storage.location);
+    const Kind kind = settings.type.kind;
+    const qint64 largest = largestRecording(folder, kind).bytes;
+    const bool isLimited = largestFile(folder) < UNLIMITED;
+    const bool isEndless = settings.duration <= 0 && kind != PHOTO && !settings.isSegmented();
+    if (settings.segmentBytes > largest)
+        printError(QString("--segment: a file of this type on this file system cannot be as large as %1; "
+                           "segments end at %2")
+                       .arg(humanSize(settings.segmentBytes), humanSize(largest)));
+    else if ((settings.segmentSeconds > 0 && isLimited) || (isEndless && (isLimited || kind == AUDIO)))
+        printError(QString("on this file system, a file of this type can have at most %1; %2 ends there")
+                       .arg(humanSize(largest), isEndless ? "the recording" : "a segment"));
+}
+
 ExitCode recordSeveral(const RecorderSettings &settings, int count)
 {
     SpaceKeeper space(settings);
@@ -78,6 +98,7 @@ ExitCode record(const RecorderSettings &settings, int count)
     requireFfmpeg("recording");
     requireWritable(settings.storage);
     catchStopSignals();
+    reportLargestSize(settings);
     return settings.isSegmented() ? recordSegments(settings) : recordSeveral(settings, count);
 }
 
@@ -197,8 +218,8 @@ void addRecord(CommandLine &line)
         "record",
         "Makes the next recordings on a storage device with ffmpeg and prints their paths. Photos and\n"
         "videos get a thumbnail. A recording that ends early, because it is interrupted (SIGINT, SIGTERM,\n"
-        "SIGHUP), the storage device is full, the input delivers no data or ffmpeg fails, is closed, and\n"
-        "kept if it has content",
+        "SIGHUP), the storage device is full, the input ends or delivers no data, or ffmpeg fails, is\n"
+        "closed, and kept if it has content",
         run);
     addStorageArgument(command, request->storage);
     command.add_option("--type", request->type, "Type of the recordings")
@@ -211,8 +232,8 @@ void addRecord(CommandLine &line)
         ->capture_default_str();
     command
         .add_option("--duration", request->duration,
-                    "Length of a video or audio recording; 0: until SIGINT or SIGTERM. Default: 2, or 0\n"
-                    "with --segment")
+                    "Length of a video or audio recording; 0: until SIGINT or SIGTERM, and the end of the\n"
+                    "input is then an early end. Default: 2, or 0 with --segment")
         ->check(durations())
         ->type_name("SECONDS");
     addInputOptions(command, request);

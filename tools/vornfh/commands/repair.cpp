@@ -69,18 +69,22 @@ QList<Finding> findingsOn(const Storage &storage, bool isDryRun)
 
 // Repairing
 
-/// Deletes a file or a leftover folder. The thumbnail of an empty recording goes before it, so that no
-/// thumbnail is ever alone.
-QStringList removeFile(const QString &path)
+/// What is deleted together with a file or a leftover folder. The thumbnail of an empty recording goes before
+/// it, so that no thumbnail is ever alone.
+QStringList removedWith(const QString &path)
 {
     QStringList removed = {thumbnailFreedBy(path), path};
     removed.removeAll(QString());
-    for (const QString &name : removed) {
-        if (::remove(QFile::encodeName(name).constData()) != 0)
-            throw FileFailure(name, "cannot be deleted: " + errorText(errno));
-        flushFolder(QFileInfo(name).path());
-    }
     return removed;
+}
+
+void removeFiles(const QStringList &paths)
+{
+    for (const QString &path : paths) {
+        if (::remove(QFile::encodeName(path).constData()) != 0)
+            throw FileFailure(path, "cannot be deleted: " + errorText(errno));
+        flushFolder(QFileInfo(path).path());
+    }
 }
 
 /// Returns whether a file or folder that is to be deleted for @p finding is still what it was: closing
@@ -95,13 +99,18 @@ bool isStillDeletable(const Finding &finding, const QString &path, const struct 
     return leftovers.areSafeToDelete() && leftovers.paths.contains(path);
 }
 
+/// Returns whether a recording of which every byte can be read contains nothing that ffprobe finds. The
+/// recorder may have been killed before the first frame.
+bool isWithoutContent(const QString &path)
+{
+    return missingProgram({"ffprobe"}).isEmpty() && packetsIn(path, 1) <= 0 && !readingErrorOf(path);
+}
+
 /// Closes a recording that can be read completely: unreadable parts would be missing from the new file.
 void closeWhole(const QString &path)
 {
     if (const auto error = readingErrorOf(path))
         throw FileFailure(path, error->text);
-    if (!hasContent(path))
-        throw FileFailure(path, "contains no video or audio and is left unchanged");
     closeRecording(path);
 }
 
@@ -176,8 +185,11 @@ private:
             return QString();
         if (isProtected(path))
             return finding.text + "; is protected and left alone";
-        return isWritten(path) || isWritten(finding.recording) ? "is being written and left alone"
-                                                               : QString();
+        if (isWritten(path) || isWritten(finding.recording))
+            return "is being written and left alone";
+        return finding.remedy == Remedy::Close && isWithoutContent(path)
+                   ? "contains no readable video or audio; cannot be repaired"
+                   : QString();
     }
 
     void mend(const Finding &finding, const QString &path)
@@ -192,10 +204,13 @@ private:
                 closeWhole(path);
             report(path, "closed");
         } else {
-            const QStringList removed = mIsDryRun ? QStringList{path} : removeFile(path);
-            for (const QString &name : removed)
+            const QStringList removed = removedWith(path);
+            if (!mIsDryRun)
+                removeFiles(removed);
+            for (const QString &name : removed) {
                 report(name, "deleted");
-            mDone.insert(path);
+                mDone.insert(name);
+            }
         }
     }
 

@@ -9,6 +9,7 @@
 #include "objects.h"
 #include "output.h"
 #include "paths.h"
+#include "recorder.h"
 #include "text.h"
 
 #include <QFileInfo>
@@ -37,6 +38,7 @@ struct Contents {
 struct Room {
     qint64 free = 0;        // bytes; UNLIMITED if unknown
     qint64 largestFile = 0; // UNLIMITED if no recording can be too large
+    bool isEnough = true;   // record would begin a recording
     Estimate estimate;
 };
 
@@ -115,7 +117,10 @@ Room roomOn(const Storage &storage, const Capacity &capacity, const Contents &co
 {
     const QString existing = nearestExisting(storage.location);
     const bool isMeasured = capacity.isKnown() && !capacity.isElsewhere;
-    Room room = {isMeasured ? capacity.free : freeBytes(existing), largestFile(existing), {}};
+    Room room = {isMeasured ? capacity.free : freeBytes(existing),
+                 largestFile(existing),
+                 sizeLimit(existing, VIDEO).bytes > 0,
+                 {}};
     if (contents.objects && room.free < UNLIMITED)
         room.estimate = estimateOf(*contents.objects, room.free, contents.numbering.left());
     return room;
@@ -129,6 +134,8 @@ QString whyFull(const Contents &contents, const Room &room)
         return "no number is left";
     if (room.free == 0)
         return "no space is left";
+    if (!room.isEnough)
+        return humanSize(room.free) + " free, which is not enough to record";
     return room.free < objects.largest ? QString("%1 free, but the largest of the last recordings is %2")
                                              .arg(humanSize(room.free), humanSize(objects.largest))
                                        : QString();
@@ -270,7 +277,7 @@ QJsonObject toJson(const Status &status)
         {"problems", QJsonArray::fromStringList(status.problems)},
     };
     return joined(joined(object, toJson(status.contents)),
-                  toJson(status.room.value_or(Room{0, UNLIMITED, {}})));
+                  toJson(status.room.value_or(Room{0, UNLIMITED, false, {}})));
 }
 
 QString blockText(const Device &device)
