@@ -41,6 +41,10 @@ namespace {
 
 constexpr auto INTERVAL = std::chrono::milliseconds(100);
 
+/// Room for less is not worth a segment: a loop would go on forever with segments of a few frames, each of
+/// which would be deleted for the next.
+constexpr qint64 SMALLEST = 128 << 10;
+
 struct Pipe {
     Descriptor output; // to read from
     Descriptor input;
@@ -280,9 +284,10 @@ private:
         mProgress.print([&] {
             try {
                 mSpace.makeRoom();
-                const SizeLimit limit =
-                    limited(sizeLimit(QFileInfo(segment.path()).path(), mSettings.type.kind));
-                if (limit.bytes <= mLargestGroup) {
+                SizeLimit limit = limited(sizeLimit(QFileInfo(segment.path()).path(), mSettings.type.kind));
+                if (limit.reason == FULL) // what the other ffmpeg has not written yet takes space too
+                    limit.bytes -= std::max<qint64>(0, segment.bytes() - QFileInfo(segment.path()).size());
+                if (limit.bytes <= 2 * std::max(mLargestGroup, SMALLEST / 2)) {
                     abandon(FULL);
                     return;
                 }
