@@ -101,6 +101,13 @@ int renameat2(int fromFolder, const char *from, int toFolder, const char *to, un
     return next(fromFolder, from, toFolder, to, flags);
 }
 
+int link(const char *from, const char *to) noexcept
+{
+    static const auto next = real<int(const char *, const char *)>("link");
+    announce("link");
+    return next(from, to);
+}
+
 int unlink(const char *path) noexcept
 {
     static const auto next = real<int(const char *)>("unlink");

@@ -7,7 +7,7 @@
 // - FAULTY_ONWARDS: if it is set, all later ones fail too
 // - FAULTY_ERROR: the error number; with 0, fchmod reports success and changes nothing
 // - FAULTY_FOLDER: the folder
-// - FAULTY_LOG: a file to which the path of each failed call is written, one a line
+// - FAULTY_LOG: a file to which the path of each failed call is written, one per line
 // Each word stands for all functions with that effect. close() counts only for a descriptor to which the tool
 // has written: no other can lose anything. Data is transferred in parts of at most 8 KiB, so that files of
 // moderate size take several calls.

@@ -24,13 +24,13 @@ QByteArray probe(const QString &file, const QString &entries, const QStringList 
 /// The number of packets in a recording.
 int packetsIn(const QString &file);
 
-/// The packets of the stream @p stream, "v" or "a", in their order, each as its checksum.
+/// The checksums of the packets of the stream @p stream, "v" or "a", in their order.
 QByteArrayList packetsOf(const QString &file, const QString &stream);
 
 /// Returns what is wrong with a recording that any player should show to its end; empty if nothing is.
 QByteArray whyNotPlayable(const QString &file);
 
-/// The number of the process that wrote it to @p file.
+/// The ID of the process that wrote it to @p file.
 pid_t processIn(const ToolRun &tool, const QString &file);
 
 #endif // RECORDINGS_H

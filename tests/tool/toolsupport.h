@@ -95,7 +95,7 @@ Tree below(const QByteArray &folder, const Tree &entries);
 /// "sd/" and "sd/DCIM/", with @p entries in them.
 Tree onCard(const Tree &entries);
 
-/// Content of which no part is like another; another seed makes other content.
+/// Content without repetition; a different seed makes different content.
 QByteArray pattern(int size, char seed);
 
 /// A line "@/sd/DCIM/PATH" for each path.

@@ -51,34 +51,34 @@ const QByteArray NOT_CLOSED =
 const QByteArray LEFTOVER =
     "was left by an interrupted command; the next command that writes to this folder removes it";
 const QByteArray LEFTOVER_KEPT =
-    "was left by an interrupted command; it may share its content with another file; unmount the storage "
-    "device and check it with fsck, then delete the leftover";
+    "was left by an interrupted command; it may share its content with another file, or be the only copy of "
+    "one; unmount the storage device and check it with fsck before you delete the leftover";
 
-/// After a finding that the command repair mends.
+/// After a finding that "repair" can fix.
 const QByteArray REPAIRABLE = " [repairable]";
 
 const QByteArray BEGINS_WITH_ZEROS = "begins with zeros: its content was lost, usually in a power failure";
 const QByteArray ENDS_WITH_ZEROS = "ends with zeros: its content was lost, usually in a power failure";
-const QByteArray CUT_OFF = "does not end as a file of its type: the end is missing or damaged";
-const QByteArray BROKEN_CHUNKS = "its chunks do not lead to its end";
+const QByteArray CUT_OFF = "does not end like a file of its type: the end is missing or damaged";
+const QByteArray BROKEN_CHUNKS = "its sequence of chunks is broken";
 const QByteArray NO_MOVIE = "contains no movie data";
 const QByteArray NO_AUDIO = "contains no audio data";
 const QByteArray NO_INDEX = "has no index: a player may reject it or be unable to seek";
 const QByteArray WRONG_INDEX = "its index does not match its content";
 const QByteArray NO_THUMBNAIL = "has no thumbnail, unlike others in this folder";
-const QByteArray DCF_FOLDER =
-    "is not a name of the camera standard (DCF): a number from 100 to 999 and five characters A-Z 0-9 _";
-const QByteArray DCF_FILE =
-    "is not a name of the camera standard (DCF): four characters A-Z 0-9 _ and a number from 0001 to 9999";
+const QByteArray DCF_FOLDER = "the name does not follow the camera standard (DCF): a number from 100 to 999 "
+                              "and five characters A-Z 0-9 _";
+const QByteArray DCF_FILE = "the name does not follow the camera standard (DCF): four characters A-Z 0-9 _ "
+                            "and a number from 0001 to 9999";
 
 QByteArray otherType(const QByteArray &extension)
 {
-    return "does not begin as a file of type " + extension;
+    return "does not begin like a file of type " + extension;
 }
 
 QByteArray shortName(const QByteArray &name)
 {
-    return "has the short name " + name + " on FAT, which is not a name of the camera standard (DCF)";
+    return "has the short name " + name + " on FAT, which does not follow the camera standard (DCF)";
 }
 
 /// @p content with @p count bytes at @p place replaced by @p byte; a negative place counts from the end.
@@ -362,7 +362,8 @@ static QByteArrayList findingsIn(const ToolRun &tool, const QByteArrayList &opti
 {
     const Outcome outcome = tool.runOnStorages(QByteArrayList{"check", "sd"} + options);
     const QByteArray lines = outcome.out.left(outcome.out.indexOf("sd: ")).trimmed();
-    require(outcome.exitCode == (lines.isEmpty() ? 0 : 3) && outcome.err.isEmpty(), toString(outcome));
+    require(outcome.exitCode == (lines.isEmpty() ? 0 : 3) && outcome.err.isEmpty(),
+            outcome.out + outcome.err);
     QByteArrayList findings;
     for (QByteArray line : lines.isEmpty() ? QByteArrayList() : lines.split('\n'))
         findings.append(line.replace(tool.expand("@/sd/DCIM/100ABC/"), ""));
@@ -374,7 +375,7 @@ void VornfhCheckTest::reportsDamage_data()
     QTest::addColumn<QByteArray>("extension");
     QTest::addColumn<QByteArray>("content");
     QTest::addColumn<QByteArray>("finding"); // empty if there is none
-    const auto row = [](const char *name, const QByteArray &extension, const QByteArray &content,
+    const auto row = [](const QByteArray &name, const QByteArray &extension, const QByteArray &content,
                         const QByteArray &finding = {}) {
         QTest::newRow((extension + "-" + name).constData()) << extension << content << finding;
     };
@@ -398,12 +399,20 @@ void VornfhCheckTest::reportsDamage_data()
     row("tail-of-zeros", "png", overwritten(png, -5000, 5000), ENDS_WITH_ZEROS);
     row("other-data-after-its-end", "png", png + "x", CUT_OFF);
     row("length-of-a-chunk-is-wrong", "png", overwritten(png, 8, 1, '\x7f'), BROKEN_CHUNKS);
+    for (const QByteArray length : {"fffffff4", "ffffffff", "80000000"})
+        row("length-of-a-chunk-is-" + length, "png",
+            QByteArray(png).replace(png.indexOf("IDAT") - 4, 4, QByteArray::fromHex(length)), BROKEN_CHUNKS);
     row("without-a-header", "png", renamed(png, "IHDR", "IHDX"), BROKEN_CHUNKS);
     row("end-in-the-middle", "png", renamed(png, "IDAT", "IEND"), BROKEN_CHUNKS);
     row("only-an-end", "png", png.left(8) + png.right(12));
 
     const QByteArray notClosed = NOT_CLOSED + REPAIRABLE;
     row("size-is-unknown", "avi", riff("ffffffff") + "AVI ", notClosed);
+    // With the header, such a size does not fit into 32 bits.
+    for (const QByteArray size : {"f7ffffff", "f8ffffff", "feffffff"}) {
+        row("size-is-" + size, "avi", riff(size) + "AVI ", notClosed);
+        row("size-is-" + size, "wav", riff(size) + "WAVE", notClosed);
+    }
     row("size-is-zero", "wav", riff("00000000") + "WAVE", notClosed);
     row("size-is-too-large", "avi", riff("05000000") + "AVI ", notClosed);
     row("size-is-unknown", "mkv", matroska("01ffffffffffffff"), notClosed);
@@ -556,7 +565,7 @@ void VornfhCheckTest::requiresFfmpegToReadEverything()
     const ToolRun tool;
     tool.make(onCard({"100ABC/DCF_0001.jpg = x"}));
     QCOMPARE(tool.runOnStorages({"check", "sd", "--read-all"}),
-             tool.failure({"ffmpeg is not on PATH; checking all content needs it"}));
+             tool.failure({"ffmpeg is not on PATH; check --read-all needs it"}));
 }
 
 void VornfhCheckTest::ignoresFilesThatAreBeingWritten_data()

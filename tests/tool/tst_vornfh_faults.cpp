@@ -187,8 +187,9 @@ QByteArray lostFile(const Run &good, const Run &bad)
     return "";
 }
 
-/// Each line on standard output is true, and about what the fault does not concern. Commands that flush a
-/// folder several times may have reported what they had flushed before; then something else is not reported.
+/// Each line on standard output is true and concerns something that the fault does not affect. Commands that
+/// flush a folder several times may have reported what they flushed before the fault; then another line is
+/// missing.
 QByteArray wrongReport(const Fault &fault, const Run &good, const Run &bad)
 {
     const bool isFlushedOnce = bad.command != "offload" && bad.command != "repair";
@@ -695,6 +696,7 @@ void VornfhFaultsTest::failsIfAFolderCannotBeReadToItsEnd_data()
     row("gallery-of-the-location", {"gallery", "sd", "-o", "page.html"}, location);
     row("check-of-the-location", {"check", "sd"}, location);
     row("prune-of-the-location", {"prune", "sd", "--keep-last", "1"}, location);
+    row("offload-of-the-location", {"offload", "sd", "out"}, location);
     row("protect-of-the-location", {"protect", "sd/DCIM/100ABC"}, location);
 }
 

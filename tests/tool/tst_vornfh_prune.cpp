@@ -469,7 +469,7 @@ QList<ModelFile> randomFiles(QRandomGenerator &random)
 void VornfhPruneTest::agreesWithTheRules()
 {
     constexpr int ROUNDS = 200;
-    const bool hasMount = hasOwnMounts(); // another file system would not say exactly what becomes free
+    const bool hasMount = hasOwnMounts(); // other file systems do not free exactly these bytes
     QRandomGenerator random(20261122);
     const qint64 now = QDateTime::currentSecsSinceEpoch();
     for (int round = 0; round < ROUNDS; ++round) {
@@ -479,7 +479,7 @@ void VornfhPruneTest::agreesWithTheRules()
         if (hasMount)
             QVERIFY(card.emplace(tool.path() + "/sd", "size=1m").isMounted());
         tool.make(onCard({})
-                  + Tree{"sd/filler = " + QByteArray(40 * PAGE, 'x')}); // more than --keep-free wants
+                  + Tree{"sd/filler = " + QByteArray(40 * PAGE, 'x')}); // more than --keep-free requires
         const QList<ModelFile> files = randomFiles(random);
         for (const ModelFile &file : files) {
             tool.make(onCard({file.path + " = " + QByteArray(file.size, 'x')})); // without holes

@@ -44,6 +44,7 @@ private slots:
     void keepsARecordingOnAStorageThatFillsUp_data();
     void keepsARecordingOnAStorageThatFillsUp();
     void removesAnEmptyRecordingOnAFullStorage();
+    void keepsARecordingWithoutRoomForTheThumbnail();
     void needsSpaceToRecord();
     void removesAnInterruptedRecordingWithoutContent_data();
     void removesAnInterruptedRecordingWithoutContent();
@@ -289,10 +290,10 @@ void VornfhRecordTest::keepsAThumbnailCreatedInTheMeantime()
     programs.add("ffmpeg", WRITE_DATA + "echo mine > \"${target%.*}.thumb\"");
     const ToolRun tool;
     tool.make({"sd/DCIM/"});
-    QCOMPARE(
-        tool.runOnStorages({"record", "sd", "--type", "jpg"}),
-        tool.failure({"@/sd/DCIM/100ABC/DCF_0001.thumb: was created by another program and is left as it is"},
-                     "@/sd/DCIM/100ABC/DCF_0001.jpg\n"));
+    QCOMPARE(tool.runOnStorages({"record", "sd", "--type", "jpg"}),
+             tool.failure(
+                 {"@/sd/DCIM/100ABC/DCF_0001.thumb: was created by another program and is left unchanged"},
+                 "@/sd/DCIM/100ABC/DCF_0001.jpg\n"));
     QCOMPARE(tool.content("sd/DCIM/100ABC/DCF_0001.thumb"), QByteArray("mine\n"));
 }
 
@@ -362,7 +363,7 @@ void VornfhRecordTest::keepsAnUnreadableRecordingAsItIs()
     const QByteArray reason = "file:" + path + "avi: Invalid data found when processing input";
     QCOMPARE(tool.runOnStorages({"record", "sd"}),
              tool.failure({path + "avi: recording ended early: broken",
-                           path + "avi: cannot be closed: " + reason + "; it is kept as it is",
+                           path + "avi: cannot be closed: " + reason + "; it is kept unchanged",
                            path + "thumb: cannot be created: " + reason},
                           path + "avi\n"));
     QCOMPARE(treeWithContents(tool.path()), onCard({"100ABC/", "100ABC/DCF_0001.avi = half\n"}));
@@ -476,7 +477,7 @@ void VornfhRecordTest::keepsARecordingOnAStorageThatFillsUp_data()
         "\"$real\" \"$@\"; printf '\\0\\0\\0\\0' | dd of=\"$target\" bs=1 seek=4 conv=notrunc status=none\n",
         {full, "@/sd/DCIM/100ABC/DCF_0001.avi: cannot be closed: "
                "Error closing file file:@/sd/DCIM/100ABC/.vornfh-PID-XXXXXX: No space left on device; "
-               "it is kept as it is"});
+               "it is kept unchanged"});
 }
 
 void VornfhRecordTest::keepsARecordingOnAStorageThatFillsUp()
@@ -512,6 +513,22 @@ void VornfhRecordTest::removesAnEmptyRecordingOnAFullStorage()
     QCOMPARE(tool.runOnStorages({"record", "sd"}),
              tool.failure({"@/sd/DCIM/100ABC/DCF_0001.avi: recording failed: the storage device is full"}));
     QCOMPARE(tree(tool.sd()), Tree{"100ABC/"});
+}
+
+/// The recording is on the device and is printed although its thumbnail cannot be created.
+void VornfhRecordTest::keepsARecordingWithoutRoomForTheThumbnail()
+{
+    if (!hasOwnMounts())
+        QSKIP("mounting needs root");
+    const ToolRun tool;
+    tool.make({"sd/"});
+    const TmpfsMount card(tool.path() + "/sd", "size=4m,nr_inodes=4"); // for DCIM, the folder and the video
+    QVERIFY(card.isMounted());
+    tool.make({"sd/DCIM/"});
+    QCOMPARE(tool.runOnStorages({"record", "sd", "--duration", "0.4"}),
+             tool.failure({"@/sd/DCIM/100ABC/DCF_0001.thumb: cannot be created: No space left on device"},
+                          "@/sd/DCIM/100ABC/DCF_0001.avi\n"));
+    QCOMPARE(whyNotPlayable(tool.sd() + "/100ABC/DCF_0001.avi"), QByteArray());
 }
 
 void VornfhRecordTest::needsSpaceToRecord()
@@ -644,8 +661,30 @@ void VornfhRecordTest::removesWhatAnInterruptedCommandLeft_data()
     row("folder", Tree{file + "/"}, Tree{}, QByteArrayList{start + "; removed"});
     row("file-that-was-being-renamed", Tree{file + " = x", mark}, Tree{file + " = x", mark},
         QByteArrayList{start
-                       + " and kept: it may share its content with another file; unmount the storage device "
-                         "and check it with fsck, then delete the leftover"});
+                       + " and kept: it may share its content with another file, or be the only copy of one; "
+                         "unmount the storage device and check it with fsck before you delete the leftover"});
+    const QByteArray backup = ".vornfh-99999999-backup";
+    const QByteArray replacement = mark + " = another session\na.jpg\n" + file + "\n" + backup + "\n";
+    const QByteArray restored =
+        "@/sd/DCIM/101ABC/a.jpg: was being replaced by an interrupted command; restored";
+    const auto kept = [](const QByteArray &name) {
+        return "@/sd/DCIM/101ABC/" + name
+               + ": left by an interrupted command and kept: it may share its content with another file, or "
+                 "be the "
+                 "only copy of one; unmount the storage device and check it with fsck before you delete the "
+                 "leftover";
+    };
+    row("replacement-with-the-new-file", Tree{file + " = new", backup + " = old", replacement},
+        Tree{file + " = new", backup + " = old", replacement, "a.jpg = new"},
+        QByteArrayList{restored, kept(file), kept(backup)});
+    row("replacement-with-the-old-file", Tree{backup + " = old", replacement},
+        Tree{backup + " = old", replacement, "a.jpg = old"}, QByteArrayList{restored, kept(backup)});
+    row("replacement-that-was-finished", Tree{backup + " = old", replacement, "a.jpg = new"},
+        Tree{backup + " = old", replacement, "a.jpg = new"}, QByteArrayList{kept(backup)});
+    row("replacement-cut-off",
+        Tree{backup + " = old", mark + " = another session\na.jpg\n.vornfh-99999999-bac"},
+        Tree{backup + " = old", mark + " = another session\na.jpg\n.vornfh-99999999-bac"},
+        QByteArrayList{kept(backup)});
     row("mark-of-renamed-files", Tree{mark}, Tree{}, QByteArrayList{});
     row("name-that-is-not-the-tool's", Tree{".vornfh-x"}, Tree{".vornfh-x"}, QByteArrayList{});
 }
@@ -662,7 +701,7 @@ void VornfhRecordTest::removesWhatAnInterruptedCommandLeft()
     QCOMPARE(tool.runOnStorages({"record", "sd", "--type", "wav"}),
              tool.success("@/sd/DCIM/101ABC/DCF_0001.wav\n", errorLines(messages)));
     QCOMPARE(treeWithContents(tool.sd()), (Tree{"100ABC/", "100ABC/.vornfh-99999999-abcdef = x", "101ABC/"}
-                                           + below("101ABC/", kept + Tree{"DCF_0001.wav = data\n"})));
+                                           + below("101ABC/", sorted(kept + Tree{"DCF_0001.wav = data\n"}))));
 }
 
 /// A camera can give the tool the same process number at every start.

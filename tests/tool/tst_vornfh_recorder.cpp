@@ -36,15 +36,22 @@ private slots:
     void aKilledRecorderLeavesWhatCanBeRepaired();
     void keepsWhatWasRecordedBeforeAFailure_data();
     void keepsWhatWasRecordedBeforeAFailure();
+    void endsOnASignalAlthoughFfmpegDoesNot();
+    void endsIfTheInputEnds_data();
+    void endsIfTheInputEnds();
     void aFailureLeavesNothing_data();
     void aFailureLeavesNothing();
     void endsIfTheInputDeliversNothing_data();
     void endsIfTheInputDeliversNothing();
-    void aSlowInputIsNoFailure();
+    void aSlowInputIsNotAFailure();
     void lowersTheLimitToTheLargestFile_data();
     void lowersTheLimitToTheLargestFile();
+    void reportsTheLargestSizeOfAnEndlessRecording_data();
+    void reportsTheLargestSizeOfAnEndlessRecording();
     void endsWhenTheStorageIsFull();
     void aLoopDeletesTheOldestObjects();
+    void aLoopGoesOnAfterAnotherProgramFilledTheStorage_data();
+    void aLoopGoesOnAfterAnotherProgramFilledTheStorage();
     void aLoopOfPhotosDeletesTheOldestObjects();
     void aLoopWithoutRoomSaysSoOnce();
     void aLoopEndsWhenNothingMayBeDeleted();
@@ -330,8 +337,8 @@ void VornfhRecorderTest::aKilledRecorderLeavesWhatCanBeRepaired()
     QCOMPARE(::kill(static_cast<pid_t>(process.processId()), SIGKILL), 0);
     QCOMPARE(ToolRun::finish(process).exitCode, 128 + SIGKILL);
     const Outcome found = tool.runOnStorages({"check", "sd"});
-    QCOMPARE(found.exitCode, 3);
-    QVERIFY2(found.out.contains("DCF_0002.avi: is incomplete"), found.out.constData());
+    // An ffmpeg that sees the end of its pipe before it is killed has time to close the file.
+    QCOMPARE(found.exitCode, found.out.contains("DCF_0002.avi: is incomplete") ? 3 : 0);
     QCOMPARE(tool.runOnStorages({"repair", "sd"}).exitCode, 0);
     QCOMPARE(tool.runOnStorages({"check", "sd"}).exitCode, 0);
     for (const QString name : {"DCF_0001.avi", "DCF_0002.avi"})
@@ -351,6 +358,11 @@ void VornfhRecorderTest::keepsWhatWasRecordedBeforeAFailure_data()
     row("segment-cannot-be-written", WRITES_SEGMENT,
         QByteArray("head -c 400000 | \"$real\" \"$@\" 2>/dev/null; echo broken >&2; exit 1"),
         QByteArray("broken"));
+    row("segment-ends-early-without-a-failure", WRITES_SEGMENT,
+        QByteArray("head -c 400000 | \"$real\" \"$@\" 2>/dev/null; exit 0"),
+        QByteArray("ffmpeg ended early"));
+    row("ffmpeg-does-not-end", READS_INPUT, QByteArray("\"$real\" -t 1 \"$@\"; exec >&-; sleep 60"),
+        QByteArray("ffmpeg has closed its output but does not end"));
 }
 
 void VornfhRecorderTest::keepsWhatWasRecordedBeforeAFailure()
@@ -368,6 +380,58 @@ void VornfhRecorderTest::keepsWhatWasRecordedBeforeAFailure()
     QCOMPARE(tree(tool.sd()), (Tree{"100ABC/", "100ABC/DCF_0001.avi", "100ABC/DCF_0001.thumb"}));
 }
 
+/// ffmpeg reads no more input, and has not ended.
+void VornfhRecorderTest::endsOnASignalAlthoughFfmpegDoesNot()
+{
+    StandIns programs;
+    programs.add("ffmpeg",
+                 onlyToRecord(READS_INPUT) + "\"$real\" -t 1 \"$@\"; exec >&-; echo $$ > ffmpeg; sleep 60");
+    const ToolRun tool;
+    tool.make({"sd/DCIM/"});
+    QProcess process;
+    tool.startOnStorages(process, {"record", "sd", "--segment", "60"});
+    QTRY_VERIFY_WITH_TIMEOUT(tool.content("ffmpeg").endsWith('\n'), 20000);
+    QCOMPARE(::kill(static_cast<pid_t>(process.processId()), SIGTERM), 0);
+    QCOMPARE(ToolRun::finish(process), tool.success(paths(1, 1, "avi")));
+    QCOMPARE(whyNotPlayable(tool.sd() + "/100ABC/DCF_0001.avi"), QByteArray());
+    QVERIFY(!isRunning(processIn(tool, "ffmpeg")));
+}
+
+void VornfhRecorderTest::endsIfTheInputEnds_data()
+{
+    QTest::addColumn<QByteArrayList>("options");
+    QTest::addColumn<bool>("fails"); // the input
+    for (const bool fails : {false, true}) {
+        const QByteArray name = fails ? "-of-a-camera-that-is-disconnected" : "-of-a-file";
+        row("recording" + name, QByteArrayList{"--duration", "0"}, fails);
+        row("segments" + name, QByteArrayList{"--segment", "60", "--type", "mkv"}, fails);
+    }
+    row("duration-of-a-camera-that-is-disconnected", QByteArrayList{"--duration", "3600"}, true);
+    row("segments-with-a-duration-of-a-camera-that-is-disconnected",
+        QByteArrayList{"--segment", "60", "--duration", "3600"}, true);
+}
+
+void VornfhRecorderTest::endsIfTheInputEnds()
+{
+    QFETCH(QByteArrayList, options);
+    QFETCH(bool, fails);
+    StandIns programs;
+    if (fails) // as ffmpeg does if it cannot read the input
+        programs.add("ffmpeg", onlyToRecord("camera.avi")
+                                   + "\"$real\" \"$@\"; echo '[v @ 0x1] ioctl(VIDIOC_DQBUF): No such device' "
+                                     ">&2; echo 'camera.avi: No such device' >&2");
+    const ToolRun tool;
+    tool.make({"sd/DCIM/"});
+    makeVideo(tool.path() + "/camera.avi", QSize(64, 48));
+    const QByteArray name = options.contains("mkv") ? "DCF_0001.mkv" : "DCF_0001.avi";
+    const QByteArray reason =
+        fails ? "the input has ended: camera.avi: No such device" : "the input has ended";
+    QCOMPARE(tool.runOnStorages(QByteArrayList{"record", "sd", "--input", "camera.avi"} + options),
+             tool.failure({endedEarly(name, reason)}, FOLDER + name + "\n"));
+    QCOMPARE(whyNotPlayable(tool.sd() + "/100ABC/" + QString::fromUtf8(name)), QByteArray());
+    QVERIFY(QFile::exists(tool.sd() + "/100ABC/DCF_0001.thumb"));
+}
+
 void VornfhRecorderTest::aFailureLeavesNothing_data()
 {
     QTest::addColumn<QByteArray>("which");
@@ -375,7 +439,7 @@ void VornfhRecorderTest::aFailureLeavesNothing_data()
     QTest::addColumn<QByteArray>("reason");
     row("missing-input", READS_INPUT, QByteArray(), QByteArray("@/none.avi: No such file or directory"));
     row("writes-nothing", READS_INPUT, QByteArray("exit 0"), QByteArray("ffmpeg wrote nothing"));
-    row("writes-what-is-no-stream", READS_INPUT, QByteArray("seq 1000"), QByteArray("ffmpeg wrote nothing"));
+    row("does-not-write-a-stream", READS_INPUT, QByteArray("seq 1000"), QByteArray("ffmpeg wrote nothing"));
     row("cannot-write-the-segment", WRITES_SEGMENT, QByteArray("echo broken >&2; exit 1"),
         QByteArray("broken"));
 }
@@ -400,20 +464,27 @@ void VornfhRecorderTest::aFailureLeavesNothing()
 void VornfhRecorderTest::endsIfTheInputDeliversNothing_data()
 {
     QTest::addColumn<QByteArrayList>("options");
-    QTest::addColumn<QByteArray>("which"); // of the ffmpegs stops; empty for a FIFO that delivers nothing
-    row("after-some-frames", QByteArrayList{"--duration", "1"}, QByteArray("-fs"));
-    row("after-some-frames-in-a-segment", QByteArrayList{"--duration", "1", "--segment", "60"}, READS_INPUT);
-    row("never-delivered-anything", QByteArrayList{"--duration", "0"}, QByteArray());
-    row("never-delivered-anything-for-segments", QByteArrayList{"--segment", "1"}, QByteArray());
+    QTest::addColumn<QByteArray>("which");  // of the ffmpegs stops; empty for a FIFO that delivers nothing
+    QTest::addColumn<QByteArray>("script"); // what it does before
+    const QByteArray records = "\"$real\" \"$@\"\n";
+    const QByteArray emptyCluster = "printf '\\037\\103\\266\\165\\200'\n"; // of Matroska
+    row("after-some-frames", QByteArrayList{"--duration", "1"}, QByteArray("-fs"), records);
+    row("after-some-frames-in-a-segment", QByteArrayList{"--duration", "1", "--segment", "60"}, READS_INPUT,
+        records);
+    row("before-the-first-frame-of-a-segment", QByteArrayList{"--segment", "60"}, READS_INPUT, emptyCluster);
+    row("never-delivered-anything", QByteArrayList{"--duration", "0"}, QByteArray(), QByteArray());
+    row("never-delivered-anything-for-segments", QByteArrayList{"--segment", "1"}, QByteArray(),
+        QByteArray());
 }
 
 void VornfhRecorderTest::endsIfTheInputDeliversNothing()
 {
     QFETCH(QByteArrayList, options);
     QFETCH(QByteArray, which);
+    QFETCH(QByteArray, script);
     StandIns programs;
     if (!which.isEmpty())
-        programs.add("ffmpeg", onlyToRecord(which) + "\"$real\" \"$@\"\n" + WAIT_FOR_SIGNAL);
+        programs.add("ffmpeg", onlyToRecord(which) + script + WAIT_FOR_SIGNAL);
     const ToolRun tool;
     tool.make({"sd/DCIM/"});
     const QByteArray fifo = tool.expand("@/camera");
@@ -424,8 +495,8 @@ void VornfhRecorderTest::endsIfTheInputDeliversNothing()
     const Outcome outcome =
         tool.runOnStorages(QByteArrayList{"record", "sd", "--timeout", "0.7"} + options + input);
     ::close(writer);
-    const QByteArray reason = "the input has delivered nothing for 0.7 s";
-    if (which.isEmpty()) {
+    const QByteArray reason = "the input has delivered no data for 0.7 s";
+    if (!script.contains("real")) {
         QCOMPARE(outcome, tool.failure({FOLDER + "DCF_0001.avi: recording failed: " + reason}));
         QCOMPARE(tree(tool.sd()), Tree{"100ABC/"});
     } else {
@@ -434,8 +505,8 @@ void VornfhRecorderTest::endsIfTheInputDeliversNothing()
     }
 }
 
-/// The timeout begins anew with each frame. (ffmpeg analyses this input for more than 5 s before it records.)
-void VornfhRecorderTest::aSlowInputIsNoFailure()
+/// The timeout restarts with each frame. (ffmpeg analyses this input for more than 5 s before it records.)
+void VornfhRecorderTest::aSlowInputIsNotAFailure()
 {
     const ToolRun tool;
     const QByteArrayList camera = {
@@ -454,12 +525,20 @@ void VornfhRecorderTest::lowersTheLimitToTheLargestFile_data()
     QTest::addColumn<QByteArray>("type");
     QTest::addColumn<bool>("isFat");
     QTest::addColumn<QByteArray>("segment");
-    QTest::addColumn<QByteArray>("stated"); // the size in the message; empty if there is none
-    row("video-on-fat", QByteArray("avi"), true, QByteArray("8G"), QByteArray("8.0 GiB"));
-    row("audio-format", QByteArray("wav"), false, QByteArray("4G"), QByteArray("4.0 GiB"));
+    QTest::addColumn<QByteArray>("message"); // empty if there is none
+    const auto tooLarge = [](const QByteArray &stated) {
+        return "--segment: a file of this type on this file system cannot be as large as " + stated
+               + "; segments end at 3.9 GiB";
+    };
+    row("video-on-fat", QByteArray("avi"), true, QByteArray("8G"), tooLarge("8.0 GiB"));
+    row("audio-format", QByteArray("wav"), false, QByteArray("4G"), tooLarge("4.0 GiB"));
     row("video-elsewhere", QByteArray("avi"), false, QByteArray("8G"), QByteArray());
     row("less-than-the-largest-file", QByteArray("mkv"), true, QByteArray("3G"), QByteArray());
-    row("time", QByteArray("avi"), true, QByteArray("24h"), QByteArray());
+    row("time", QByteArray("avi"), true, QByteArray("24h"),
+        QByteArray(
+            "on this file system, a file of this type can have at most 3.9 GiB; a segment ends there"));
+    row("time-elsewhere", QByteArray("avi"), false, QByteArray("24h"), QByteArray());
+    row("time-of-audio-elsewhere", QByteArray("wav"), false, QByteArray("24h"), QByteArray());
 }
 
 void VornfhRecorderTest::lowersTheLimitToTheLargestFile()
@@ -467,16 +546,43 @@ void VornfhRecorderTest::lowersTheLimitToTheLargestFile()
     QFETCH(QByteArray, type);
     QFETCH(bool, isFat);
     QFETCH(QByteArray, segment);
-    QFETCH(QByteArray, stated);
+    QFETCH(QByteArray, message);
     ToolRun tool;
     if (isFat && !tool.pretendFat())
         QSKIP("nothing can be preloaded into the tool");
     tool.make({"sd/DCIM/"});
-    const QByteArray message = "--segment: " + stated
-                               + " is more than a file of this type can have on this file system; a segment "
-                                 "ends at 3.9 GiB";
     QCOMPARE(tool.runOnStorages({"record", "sd", "--type", type, "--duration", "0.4", "--segment", segment}),
-             tool.success(paths(1, 1, type), stated.isEmpty() ? QByteArray() : errorLines({message})));
+             tool.success(paths(1, 1, type), message.isEmpty() ? QByteArray() : errorLines({message})));
+}
+
+void VornfhRecorderTest::reportsTheLargestSizeOfAnEndlessRecording_data()
+{
+    QTest::addColumn<QByteArray>("type");
+    QTest::addColumn<bool>("isFat");
+    QTest::addColumn<bool>("isReported");
+    row("video-on-fat", QByteArray("mkv"), true, true);
+    row("audio-elsewhere", QByteArray("wav"), false, true);
+    row("video-elsewhere", QByteArray("mkv"), false, false);
+    row("photo-on-fat", QByteArray("jpg"), true, false);
+}
+
+void VornfhRecorderTest::reportsTheLargestSizeOfAnEndlessRecording()
+{
+    QFETCH(QByteArray, type);
+    QFETCH(bool, isFat);
+    QFETCH(bool, isReported);
+    ToolRun tool;
+    if (isFat && !tool.pretendFat())
+        QSKIP("nothing can be preloaded into the tool");
+    tool.make({"sd/DCIM/"});
+    writeFile(tool.path() + "/input", wholeFile(type));
+    const Outcome outcome =
+        tool.runOnStorages({"record", "sd", "--type", type, "--duration", "0", "--input", "input"});
+    QCOMPARE(outcome.out, tool.expand(paths(1, 1, type)));
+    QCOMPARE(
+        outcome.err.contains(
+            "on this file system, a file of this type can have at most 3.9 GiB; the recording ends there\n"),
+        isReported);
 }
 
 void VornfhRecorderTest::endsWhenTheStorageIsFull()
@@ -527,6 +633,47 @@ void VornfhRecorderTest::aLoopDeletesTheOldestObjects()
     }
     QVERIFY(wasKept);
     QVERIFY(!QFile::exists(QString::fromUtf8(linesOf(outcome.out).first())));
+}
+
+void VornfhRecorderTest::aLoopGoesOnAfterAnotherProgramFilledTheStorage_data()
+{
+    QTest::addColumn<QByteArray>("type");
+    QTest::addColumn<QByteArray>("duration");
+    row("avi", QByteArray("avi"), QByteArray("8"));
+    row("mkv", QByteArray("mkv"), QByteArray("20"));
+}
+
+void VornfhRecorderTest::aLoopGoesOnAfterAnotherProgramFilledTheStorage()
+{
+    QFETCH(QByteArray, type);
+    QFETCH(QByteArray, duration);
+    if (!hasOwnMounts())
+        QSKIP("mounting needs root");
+    StandIns programs;
+    programs.add("ffmpeg", onlyToRecord(WRITES_SEGMENT)
+                               + "case $target in *0002.*) ;; *) exec \"$real\" \"$@\";; esac\n"
+                                 "head -c 400000 | \"$real\" \"$@\" 2>/dev/null\n"
+                                 "cat /dev/zero >> sd/DCIM/100ABC/DCF_0001.jpg 2>/dev/null\n"
+                                 "echo 'No space left on device' >&2; exit 1");
+    const ToolRun tool;
+    tool.make({"sd/"});
+    const TmpfsMount card(tool.path() + "/sd", "size=8m");
+    QVERIFY(card.isMounted());
+    tool.make(onCard({"100ABC/DCF_0001.jpg = x"}));
+    const Outcome outcome = tool.runOnStorages(
+        {"record", "sd", "--type", type, "--segment", "1M", "--duration", duration, "--loop"});
+    const int count = outcome.out.count('\n');
+    QVERIFY2(count >= 2, outcome.out.constData());
+    QCOMPARE(outcome, tool.failure({endedEarly("DCF_0002." + type, "No space left on device")},
+                                   paths(2, 1 + count, type)));
+    QVERIFY(!QFile::exists(tool.sd() + "/100ABC/DCF_0001.jpg"));
+    for (const QByteArray &path : linesOf(outcome.out)) {
+        QCOMPARE(whyNotPlayable(QString::fromUtf8(path)), QByteArray());
+        const QByteArray flags =
+            outputOf("ffprobe", {"-v", "error", "-of", "csv=p=0", "-select_streams", "v", "-show_entries",
+                                 "packet=flags", QString::fromUtf8(path)});
+        QVERIFY2(flags.startsWith('K'), path.constData());
+    }
 }
 
 void VornfhRecorderTest::aLoopOfPhotosDeletesTheOldestObjects()
@@ -638,7 +785,7 @@ void VornfhRecorderTest::showsProgressOnATerminal()
     const QRegularExpression line(QString(R"(\rrecording 0:0[123], [0-9.]+ KiB, [0-9.]+ KiB/s%1\x1b)")
                                       .arg(hasEnd ? R"(, [0-9:]+ left on the storage device)" : ""));
     QVERIFY2(QString::fromUtf8(outcome.out).contains(line), outcome.out.constData());
-    // A path is on a line of its own.
+    // Each path is on its own line.
     QVERIFY2(outcome.out.contains("\r\x1b[K" + tool.expand(FOLDER) + "DCF_0001.avi\r\n"),
              outcome.out.constData());
 }

@@ -18,7 +18,7 @@ namespace {
 const QByteArray NO_THUMBNAIL = "has no thumbnail, unlike others in this folder";
 const QByteArray NOT_CLOSED =
     "is incomplete: it is still being recorded, or the recording was interrupted; a player may reject it";
-const QByteArray CUT_OFF = "does not end as a file of its type: the end is missing or damaged";
+const QByteArray CUT_OFF = "does not end like a file of its type: the end is missing or damaged";
 
 /// A recording whose writer was killed: the sizes in its header are unknown, and it has no index.
 QByteArray unclosedFile(const QByteArray &extension)
@@ -31,6 +31,16 @@ QByteArray unclosedFile(const QByteArray &extension)
     else
         content.replace(4, 4, QByteArray(4, '\xff'));
     return content;
+}
+
+/// All that precedes the first frame or sample.
+QByteArray headerOf(const QByteArray &extension)
+{
+    const QByteArray content = unclosedFile(extension);
+    if (extension == "mkv")
+        return content.left(content.indexOf(QByteArray::fromHex("1f43b675"))); // the first cluster
+    return extension == "avi" ? content.left(content.indexOf("movi") + 4)
+                              : content.left(content.indexOf("data") + 8);
 }
 
 /// The number of frames or samples that can be decoded, as a line for each.
@@ -209,12 +219,18 @@ void VornfhRepairTest::keepsAndNamesWhatCannotBeMended_data()
     row("cut-photo", Tree{"DCF_0001.jpg = " + jpeg.chopped(1)},
         "DCF_0001.jpg: " + CUT_OFF + "; cannot be repaired");
     row("text", Tree{"DCF_0001.avi = text"},
-        QByteArray("DCF_0001.avi: does not begin as a file of type avi; cannot be repaired"));
+        QByteArray("DCF_0001.avi: does not begin like a file of type avi; cannot be repaired"));
+    // The recorder was killed before the first frame.
+    for (const QByteArray extension : {"avi", "mkv", "wav"})
+        row("only-a-header-" + extension, Tree{"DCF_0001." + extension + " = " + headerOf(extension)},
+            "DCF_0001." + extension + ": contains no readable video or audio; cannot be repaired");
     row("leftover-that-may-share-its-content",
         Tree{".vornfh-99999999-ABC123 = x", ".vornfh-99999999-ABC124.renaming"},
         QByteArray(
             ".vornfh-99999999-ABC123: was left by an interrupted command; it may share its content with "
-            "another file; unmount the storage device and check it with fsck, then delete the leftover; "
+            "another file, or be the only copy of one; unmount the storage device and check it with fsck "
+            "before you "
+            "delete the leftover; "
             "cannot be "
             "repaired"));
 }
@@ -227,6 +243,8 @@ void VornfhRepairTest::keepsAndNamesWhatCannotBeMended()
     makeOnCard(tool, entries);
     const Tree before = treeWithContents(tool.path());
     QCOMPARE(tool.runOnStorages({"repair", "sd"}),
+             (Outcome{3, QByteArray(), tool.expand(errorLines(messagesOf({message})))}));
+    QCOMPARE(tool.runOnStorages({"repair", "sd", "--dry-run"}),
              (Outcome{3, QByteArray(), tool.expand(errorLines(messagesOf({message})))}));
     QCOMPARE(treeWithContents(tool.path()), before);
 }
@@ -244,7 +262,7 @@ void VornfhRepairTest::leavesProtectedObjectsAlone_data()
     row("thumbnail", Tree{"DCF_0001.thumb = x"}, QByteArray("DCF_0001.thumb"),
         "DCF_0001.thumb: the photo or video of this thumbnail is missing" + end);
     row("photo-of-a-damaged-thumbnail", Tree{"DCF_0001.jpg = " + wholeFile("jpg"), "DCF_0001.thumb = x"},
-        QByteArray("DCF_0001.jpg"), "DCF_0001.thumb: does not begin as a file of type thumb" + end);
+        QByteArray("DCF_0001.jpg"), "DCF_0001.thumb: does not begin like a file of type thumb" + end);
 }
 
 void VornfhRepairTest::leavesProtectedObjectsAlone()
@@ -328,13 +346,16 @@ void VornfhRepairTest::changesNothingInADryRun()
 {
     const ToolRun tool;
     makeOnCard(tool, {"DCF_0001.avi = " + unclosedFile("avi"), "DCF_0002.jpg = " + wholeFile("jpg"),
-                      "DCF_0002.thumb = x", "DCF_0003.jpg = x", "DCF_0004.wav", "DCF_0005.thumb = x"});
+                      "DCF_0002.thumb = x", "DCF_0003.jpg = x", "DCF_0004.wav", "DCF_0005.thumb = x",
+                      "DCF_0006.avi", "DCF_0006.thumb = x", "DCF_0007.png", "DCF_0007.thumb"});
     const Tree before = treeWithContents(tool.path());
     const QByteArray out = linesOf({"DCF_0001.avi: would be closed", "DCF_0002.thumb: would be created",
-                                    "DCF_0004.wav: would be deleted", "DCF_0005.thumb: would be deleted",
+                                    "DCF_0004.wav: would be deleted", "DCF_0006.thumb: would be deleted",
+                                    "DCF_0006.avi: would be deleted", "DCF_0007.thumb: would be deleted",
+                                    "DCF_0007.png: would be deleted", "DCF_0005.thumb: would be deleted",
                                     "DCF_0001.thumb: would be created", "DCF_0003.thumb: would be created"});
     const QByteArrayList messages =
-        messagesOf({"DCF_0003.jpg: does not begin as a file of type jpg; cannot be repaired"});
+        messagesOf({"DCF_0003.jpg: does not begin like a file of type jpg; cannot be repaired"});
     QCOMPARE(tool.runOnStorages({"repair", "sd", "--dry-run"}),
              (Outcome{3, tool.expand(out), tool.expand(errorLines(messages))}));
     QCOMPARE(treeWithContents(tool.path()), before);
@@ -347,6 +368,8 @@ void VornfhRepairTest::keepsTheRecordingIfFfmpegFails_data()
     row("fails", QByteArray("echo broken >&2; exit 1"), QByteArray("cannot be closed: broken"));
     row("writes-nothing", QByteArray("exit 0"), QByteArray("cannot be closed: not all of it can be read"));
     row("writes-something-else", FIND_TARGET + "echo text > \"$target\"",
+        QByteArray("cannot be closed: not all of it can be read"));
+    row("writes-half-of-it", onlyToRecord("copy") + "\"$real\" -t 0.2 \"$@\"",
         QByteArray("cannot be closed: not all of it can be read"));
 }
 

@@ -152,6 +152,7 @@ private slots:
     void isFullIfTheLargestOfTheLastObjectsDoesNotFit_data();
     void isFullIfTheLargestOfTheLastObjectsDoesNotFit();
     void isReadOnlyBeforeItIsFull();
+    void isFullIfThereIsNotEnoughSpaceToRecord();
     void countsObjects();
     void estimatesWhatFits_data();
     void estimatesWhatFits();
@@ -365,7 +366,7 @@ void VornfhStatusTest::isFullIfTheLargestOfTheLastObjectsDoesNotFit_data()
     Tree many = {"100ABC/DCF_0001.avi size 9000000"};
     for (int i = 2; i <= 100; ++i)
         many.append("100ABC/DCF_" + QByteArray::number(i).rightJustified(4, '0') + ".jpg size 1000");
-    const QByteArray full = "full: 8.0 MiB free, but the largest of the last recordings has 8.6 MiB";
+    const QByteArray full = "full: 8.0 MiB free, but the largest of the last recordings is 8.6 MiB";
     row("fits", {"100ABC/DCF_0001.avi size 7000000"}, "ok");
     row("does-not-fit", {"100ABC/DCF_0001.avi size 9000000", "100ABC/DCF_0002.jpg size 1000"}, full);
     row("with-its-thumbnail", {"100ABC/DCF_0001.avi size 4500000", "100ABC/DCF_0001.thumb size 4500000"},
@@ -400,6 +401,20 @@ void VornfhStatusTest::isReadOnlyBeforeItIsFull()
     QVERIFY(card.makeReadOnly());
     QCOMPARE(lineOf(tool.runOnStorages({"status", "sd"}), "verdict"),
              QByteArray("read-only: the file system is mounted read-only"));
+}
+
+void VornfhStatusTest::isFullIfThereIsNotEnoughSpaceToRecord()
+{
+    if (!hasOwnMounts())
+        QSKIP("mounting needs root");
+    const ToolRun tool;
+    tool.make({"sd/"});
+    const TmpfsMount card(tool.path() + "/sd", "size=260k");
+    QVERIFY(card.isMounted());
+    tool.make({"sd/DCIM/"});
+    QCOMPARE(lineOf(tool.runOnStorages({"status", "sd"}), "verdict"),
+             QByteArray("full: 260.0 KiB free, which is not enough to record"));
+    QCOMPARE(tool.runOnStorages({"record", "sd"}).exitCode, 1);
 }
 
 void VornfhStatusTest::countsObjects()

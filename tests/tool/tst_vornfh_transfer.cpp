@@ -146,6 +146,8 @@ private slots:
     void movesAThumbnailAcrossFileSystems();
     void keepsARecordingWhoseThumbnailCannotBeRead();
     void leavesNoThumbnailAlone();
+    void leavesNoThumbnailAloneWhenKilled_data();
+    void leavesNoThumbnailAloneWhenKilled();
     void reportsAFullStorage_data();
     void reportsAFullStorage();
     void reportsAReadOnlyStorage();
@@ -422,12 +424,47 @@ void VornfhTransferTest::neverTreatsTheSourceAsItsCopy()
         QCOMPARE(::link(QFile::encodeName(tool.path() + "/a.jpg").constData(),
                         QFile::encodeName(tool.sd() + "/100ABC/a.jpg").constData()),
                  0);
+        const bool isCopy = command == "copy"; // to be moved, the file has only to lose its old name
         QCOMPARE(tool.runOnStorages({command, "a.jpg", "sd", "100ABC"}),
-                 tool.success(copied("a.jpg", "a_1.jpg")));
+                 tool.success(copied("a.jpg", isCopy ? "a_1.jpg" : "a.jpg")));
         QCOMPARE(treeWithContents(tool.path()),
-                 (command == "copy" ? Tree{"a.jpg = x"} : Tree{})
-                     + onCard({"100ABC/", "100ABC/a.jpg = x", "100ABC/a_1.jpg = x"}));
+                 (isCopy ? Tree{"a.jpg = x"} : Tree{}) + onCard({"100ABC/", "100ABC/a.jpg = x"})
+                     + (isCopy ? onCard({"100ABC/a_1.jpg = x"}).mid(2) : Tree{}));
     }
+}
+
+void VornfhTransferTest::leavesNoThumbnailAloneWhenKilled_data()
+{
+    QTest::addColumn<QByteArray>("call");
+    QTest::addColumn<int>("count");
+    QTest::addColumn<Tree>("left");
+    const Tree folder = {"100ABC/", "101ABC/"};
+    row("before-the-recording-is-linked", QByteArray("link"), 1,
+        folder + Tree{"100ABC/DCF_0001.jpg", "100ABC/DCF_0001.thumb"});
+    row("before-the-thumbnail-is-renamed", QByteArray("renameat2"), 2,
+        folder + Tree{"100ABC/DCF_0001.jpg", "100ABC/DCF_0001.thumb", "101ABC/DCF_0001.jpg"});
+    row("before-the-recording-loses-its-old-name", QByteArray("unlink"), 1,
+        folder + Tree{"100ABC/DCF_0001.jpg", "101ABC/DCF_0001.jpg", "101ABC/DCF_0001.thumb"});
+}
+
+/// Neither a command that was killed nor its repetition does.
+void VornfhTransferTest::leavesNoThumbnailAloneWhenKilled()
+{
+    QFETCH(QByteArray, call);
+    QFETCH(int, count);
+    QFETCH(Tree, left);
+    ToolRun tool;
+    const QProcessEnvironment usual = tool.environment;
+    if (!tool.runBefore(call, "kill -9 $PPID", count))
+        QSKIP(CANNOT_PRELOAD);
+    tool.make(onCard({"100ABC/DCF_0001.jpg = x", "100ABC/DCF_0001.thumb = t"}));
+    const QByteArrayList move = {"move", "sd/DCIM/100ABC/DCF_0001.jpg", "sd", "101ABC"};
+    QCOMPARE(tool.runOnStorages(move).exitCode, 128 + SIGKILL);
+    QCOMPARE(sorted(tree(tool.sd())), sorted(left));
+    tool.environment = usual;
+    QCOMPARE(tool.runOnStorages(move).exitCode, 0);
+    QCOMPARE(treeWithContents(tool.sd()),
+             (Tree{"100ABC/", "101ABC/", "101ABC/DCF_0001.jpg = x", "101ABC/DCF_0001.thumb = t"}));
 }
 
 void VornfhTransferTest::needsNoOtherProgram()
@@ -1108,7 +1145,7 @@ void VornfhTransferTest::leavesNoThumbnailAlone()
     for (const QByteArrayList &command : commands) {
         QCOMPARE(tool.runOnStorages(command).exitCode, 0);
         const Outcome outcome = tool.runOnStorages({"check", "sd", "--names"});
-        QVERIFY2(!outcome.out.contains("of this thumbnail is missing"), toString(outcome));
+        QVERIFY2(!outcome.out.contains("of this thumbnail is missing"), outcome.out.constData());
     }
 }
 

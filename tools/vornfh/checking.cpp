@@ -137,7 +137,8 @@ void checkFolderByDcf(const Entry &folder, Result &result)
     static const QRegularExpression NAME("^[1-9][0-9]{2}[A-Z0-9_]{5}$");
     if (result.options.isDcf && !NAME.match(folder.name.toUpper()).hasMatch())
         result.add(folder.path, "dcf-folder",
-                   "is not a name of the camera standard (DCF): a number from 100 to 999 and five characters "
+                   "the name does not follow the camera standard (DCF): a number from 100 to 999 and five "
+                   "characters "
                    "A-Z 0-9 _");
 }
 
@@ -149,12 +150,13 @@ void checkFileByDcf(const Entry &file, Result &result)
     if (!result.options.isDcf)
         return;
     if (!NAME.match(name.completeBaseName().toUpper()).hasMatch())
-        result.add(file.path, "dcf-file",
-                   "is not a name of the camera standard (DCF): four characters A-Z 0-9 _ and a number from "
-                   "0001 to 9999");
+        result.add(
+            file.path, "dcf-file",
+            "the name does not follow the camera standard (DCF): four characters A-Z 0-9 _ and a number from "
+            "0001 to 9999");
     else if (suffix.size() > 3)
         result.add(file.path, "dcf-short-name",
-                   QString("has the short name %1~1.%2 on FAT, which is not a name of the camera standard "
+                   QString("has the short name %1~1.%2 on FAT, which does not follow the camera standard "
                            "(DCF)")
                        .arg(name.completeBaseName().toUpper().left(6), suffix.left(3)));
 }
@@ -185,7 +187,7 @@ Folder folderOf(const std::vector<Entry> &files)
     return folder;
 }
 
-/// Reads the whole file and decodes it. Returns what is wrong; nullopt if nothing is.
+/// Reads the whole file and decodes it. Returns what is wrong; nullopt if nothing is wrong.
 std::optional<Damage> damageInDepth(const QString &path)
 {
     if (const auto error = readingErrorOf(path))

@@ -12,10 +12,10 @@
 
 #include <vector>
 
-/// What the command repair does about a finding.
+/// What the command "repair" does about a finding.
 enum class Remedy {
     NotNeeded, // a player or the library may skip it, but no content is damaged
-    None,      // it cannot be mended
+    None,      // it cannot be repaired
     Delete,
     Close, // see closeRecording()
     MakeThumbnail,
@@ -27,14 +27,14 @@ struct Finding {
     QString kind;
     QString text;
     Remedy remedy = Remedy::NotNeeded;
-    QString recording; // of which a thumbnail must be made
+    QString recording; // the one whose thumbnail must be made
 
     bool isRepairable() const { return remedy != Remedy::NotNeeded && remedy != Remedy::None; }
 };
 
 struct CheckOptions {
     bool hasContents = true;   // files are opened
-    bool isReadingAll = false; // to their ends, and decoded
+    bool isReadingAll = false; // files are read to their ends and decoded
     bool isDcf = false;        // names must follow the camera standard (DCF)
 };
 

@@ -75,7 +75,8 @@ std::optional<std::pair<QByteArray, QByteArray>> parsed(const QByteArray &line)
     const bool isSum = sum.size() == SUM_LENGTH
                        && std::all_of(sum.begin(), sum.end(), [](uchar c) { return std::isxdigit(c) != 0; });
     const auto name = hasEscapes ? unescaped(text) : std::optional(text);
-    if (!isSum || (separator != "  " && separator != " *") || !name || name->isEmpty())
+    // A carriage return is not part of the name; the line stays as it is.
+    if (!isSum || text.endsWith('\r') || (separator != "  " && separator != " *") || !name || name->isEmpty())
         return std::nullopt;
     return std::pair(*name, sum);
 }

@@ -55,12 +55,12 @@ private:
 
 Damage wrongContent(const MediaType &type)
 {
-    return {"wrong-content", QString("does not begin as a file of type %1").arg(type.extension)};
+    return {"wrong-content", QString("does not begin like a file of type %1").arg(type.extension)};
 }
 
 Damage cutOff()
 {
-    return {"cut-off", "does not end as a file of its type: the end is missing or damaged"};
+    return {"cut-off", "does not end like a file of its type: the end is missing or damaged"};
 }
 
 Damage zeroFilled(const QString &part, bool isClosable = false)
@@ -115,9 +115,10 @@ Verdict damageOfPng(const Reader &file, const QByteArray &head, const QByteArray
         const QByteArray header = file.at(offset, HEADER);
         if ((i == 0) != (header.mid(4) == "IHDR") || header.contains("IEND") || isZero(header.mid(4)))
             offset = file.size();
-        offset += HEADER + qFromBigEndian<quint32>(header.constData()) + CHECKSUM;
+        const qint64 size = qFromBigEndian<quint32>(header.constData());
+        offset += HEADER + size + CHECKSUM;
     }
-    return offset <= last ? Verdict() : Damage{"damaged", "its chunks do not lead to its end"};
+    return offset <= last ? Verdict() : Damage{"damaged", "its sequence of chunks is broken"};
 }
 
 // RIFF: AVI and WAV
@@ -133,7 +134,7 @@ bool isRiffClosed(const Reader &file)
         const QByteArray header = file.at(offset, RIFF_HEADER);
         if (header.size() < RIFF_HEADER || !header.startsWith("RIFF"))
             return false;
-        const auto size = qFromLittleEndian<quint32>(header.constData() + 4);
+        const qint64 size = qFromLittleEndian<quint32>(header.constData() + 4);
         if (size == 0 || size == 0xFFFFFFFF)
             return false;
         offset += RIFF_HEADER + size + size % 2;
@@ -158,7 +159,7 @@ public:
     {
         constexpr size_t LIMIT = 32;
         const QByteArray riff = file.at(0, RIFF_HEADER);
-        mEnd = RIFF_HEADER + qFromLittleEndian<quint32>(riff.constData() + 4);
+        mEnd = RIFF_HEADER + qint64(qFromLittleEndian<quint32>(riff.constData() + 4));
         qint64 offset = RIFF_HEADER + RIFF_TYPE;
         while (offset + RIFF_HEADER <= mEnd && mChunks.size() < LIMIT) {
             const QByteArray header = file.at(offset, RIFF_HEADER + RIFF_TYPE);

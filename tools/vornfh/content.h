@@ -12,11 +12,11 @@
 struct Damage {
     QString kind; // "zero-filled"
     QString text;
-    bool isClosable = false; // writing its streams into a new file mends it
+    bool isClosable = false; // writing its streams into a new file repairs it
 };
 
-/// Returns what is wrong with the content of the file @p path for its type; nullopt if nothing is. The start,
-/// the end and the structure are checked with a few reads, whatever the size of the file.
+/// Returns what is wrong with the content of the file @p path, which should be of @p type; nullopt if nothing
+/// is. Checks the start, the end and the structure with a few reads, regardless of the size of the file.
 std::optional<Damage> damageOf(const QString &path, const MediaType &type);
 
 /// Reads every byte of the file @p path from the device. Returns the first error; nullopt if there is none.

@@ -75,6 +75,13 @@ ssize_t copyPart(int from, int to, off_t offset, size_t length)
     return written;
 }
 
+/// The path of a file of an object whose first file has the path @p first.
+QString besideFirst(const QString &first, const Source &source)
+{
+    const QString name = source.name();
+    return first.left(first.lastIndexOf('.')) + name.mid(name.lastIndexOf('.'));
+}
+
 } // namespace
 
 // Source
@@ -151,17 +158,22 @@ bool Transfer::isGiven(const QString &path) const
     return mTaken.contains(path);
 }
 
-/// The path that the library would give a copy; if @p hasThumbnail, the first of them for which the path of
-/// the thumbnail is free too. Throws FileFailure if every name is taken: the library would overwrite an
-/// existing file.
-QString Transfer::freePath(const QString &name, bool hasThumbnail) const
+/// The path that the library would give a copy of the first file, for which those of the others are free too.
+/// Throws FileFailure if every name is taken: the library would overwrite an existing file.
+QString Transfer::freePath(const Group &group) const
 {
     const auto isTaken = [this](const QString &one) {
         return mTaken.contains(one) || (isEntry(one) && QFile::exists(one));
     };
+    const auto isAnyTaken = [&](const QString &first) {
+        return isTaken(first) || std::any_of(group.begin() + 1, group.end(), [&](const Item &item) {
+                   return isTaken(besideFirst(first, *item.source));
+               });
+    };
+    const QString name = group.front().source->name();
     int counter = 0;
     QString path = candidate(name, counter);
-    while (isTaken(path) || (hasThumbnail && isTaken(thumbnailOf(path)))) {
+    while (isAnyTaken(path)) {
         if (counter == LAST_COUNTER)
             throw FileFailure(
                 path, QString("exists, and so do the other %1 names with a counter").arg(LAST_COUNTER - 1));
@@ -172,53 +184,63 @@ QString Transfer::freePath(const QString &name, bool hasThumbnail) const
     return path;
 }
 
-/// Opens the file @p path if it is a copy of @p source: another file with the same content.
+/// Opens the file @p path if it is a copy of @p source: another file with the same content or, if files are
+/// moved, another name of the same file, to which a killed command had linked it.
 Descriptor Transfer::openCopy(const Source &source, const QString &path) const
 {
     Descriptor file = openFile(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
     struct stat status = {};
+    const bool isLinked = mMode == Mode::Move && !source.isLink() && source.status().st_nlink > 1;
     const bool isCandidate = file.isOpen() && ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode)
-                             && status.st_size == source.size() && !isSameFile(status, source.status());
+                             && status.st_size == source.size()
+                             && (isLinked || !isSameFile(status, source.status()));
     if (!isCandidate)
         return Descriptor();
     mProgress.setStage("comparing");
     return hasSameContent(source.descriptor(), file.get(), source.path()) ? std::move(file) : Descriptor();
 }
 
-/// Finds what an earlier run copied: a file that has the same content and one of the names that a copy would
-/// get. A recording that is not there can still join its thumbnail, which came with another format of the
-/// shot. Throws FileFailure if the recording is there with another thumbnail.
-void Transfer::findExisting(Group &group)
+/// Returns whether @p path is free for @p item, or there and a copy of it, which is then opened.
+bool Transfer::isThereOrFree(Item &item, const QString &path, bool &isThere) const
 {
-    Item &item = group.front();
+    isThere = QFile::exists(path);
+    if (isGiven(path))
+        return false;
+    if (isThere)
+        item.existing = openCopy(*item.source, path);
+    return !isThere || item.existing.isOpen();
+}
+
+/// Finds what an earlier run copied: files that have the same content and one of the names that copies would
+/// get. Those of an object that are missing can still join the others. Throws FileFailure if the first is
+/// there with another second one, and that is a conflict.
+void Transfer::findExisting(Group &group, Conflict conflict)
+{
     for (int counter = 0; counter <= LAST_COUNTER; ++counter) {
-        const QString path = candidate(item.source->name(), counter);
-        const bool isThere = QFile::exists(path);
-        if (isGiven(path) || (!isThere && !isPair(group)))
-            return;
-        if (isThere)
-            item.existing = openCopy(*item.source, path);
-        if (isThere && !item.existing.isOpen())
-            continue;
-        if (!isPair(group)) {
-            item.target = path;
-            return;
+        const QString path = candidate(group.front().source->name(), counter);
+        bool isFirstThere = false;
+        bool isAnyThere = false;
+        const Item *other = nullptr; // differs from what is there
+        for (Item &item : group) {
+            bool isThere = false;
+            const bool isFirst = &item == &group.front();
+            if (!isThereOrFree(item, isFirst ? path : besideFirst(path, *item.source), isThere))
+                other = other ? other : &item;
+            isFirstThere = isFirstThere || (isFirst && isThere);
+            isAnyThere = isAnyThere || isThere;
         }
-        Item &thumbnail = group.back();
-        const QString place = thumbnailOf(path);
-        const bool isPlaceGiven = isGiven(place);
-        const bool isPlaceTaken = isPlaceGiven || QFile::exists(place);
-        if (!isThere && !isPlaceTaken)
+        if (isGiven(path) || (!other && !isAnyThere))
             return;
-        if (!isPlaceGiven)
-            thumbnail.existing = openCopy(*thumbnail.source, place);
-        if (!isPlaceTaken || thumbnail.existing.isOpen()) {
+        if (!other) {
             const std::lock_guard<std::mutex> lock(mMutex);
             setTarget(group, path);
             return;
         }
-        if (isThere)
-            throw FileFailure(thumbnail.source->path(), "cannot be copied: " + place + " exists and differs");
+        for (Item &item : group)
+            item.existing = Descriptor();
+        if (isFirstThere && other != &group.front() && conflict == Conflict::Fail)
+            throw FileFailure(other->source->path(), "cannot be copied: " + besideFirst(path, *other->source)
+                                                         + " exists and differs");
     }
 }
 
@@ -245,33 +267,19 @@ void Transfer::requireRoom(const Source &source) const
 
 // Writing
 
-void Transfer::add(std::unique_ptr<Source> source, bool mayEndBatch)
+void Transfer::add(Sources sources, Conflict conflict, bool isShared)
 {
-    Group group(1);
-    group.front().source = std::move(source);
-    addGroup(std::move(group), mayEndBatch);
-}
-
-void Transfer::add(std::unique_ptr<Source> recording, std::unique_ptr<Source> thumbnail, bool isShared)
-{
-    Group group(thumbnail ? 2 : 1);
-    group.front().source = std::move(recording);
-    if (thumbnail) {
-        group.back().source = std::move(thumbnail);
-        group.back().isKept = isShared;
-    }
-    addGroup(std::move(group), true);
-}
-
-void Transfer::addGroup(Group group, bool mayEndBatch)
-{
+    Group group(sources.size());
+    for (size_t i = 0; i < sources.size(); ++i)
+        group[i].source = std::move(sources[i]);
+    group.back().isKept = isShared;
     const Source &first = *group.front().source;
     struct stat folder = {};
     if (readStatus(first.folder(), folder) && isSameFile(folder, mStatus))
         throw FileFailure(first.path(), "is already in that folder");
-    if (mMayEndBatch && !mBatch.empty() && first.size() >= BATCH_BYTES)
+    if (!mBatch.empty() && first.size() >= BATCH_BYTES)
         endBatch(); // the files in it would be reported only after this one
-    findExisting(group);
+    findExisting(group, conflict);
     const bool isRenamed =
         std::all_of(group.begin(), group.end(), [this](const Item &item) { return canRename(item); });
     for (Item &item : group) {
@@ -279,7 +287,7 @@ void Transfer::addGroup(Group group, bool mayEndBatch)
             continue;
         mProgress.setStage(isRenamed ? "moving" : "copying");
         if (!isRenamed)
-            write(item);
+            write(item, !isFollower(group, item)); // a thumbnail is soon written
     }
     if (group.front().target.isEmpty())
         chooseName(group);
@@ -293,14 +301,13 @@ void Transfer::addGroup(Group group, bool mayEndBatch)
         mBatchBytes += item.source->size();
     mBatchFiles += group.size();
     mBatch.push_back(std::move(group));
-    mMayEndBatch = mayEndBatch;
     static const size_t LIMIT = batchFiles();
-    if (mayEndBatch && (mBatchFiles >= LIMIT || mBatchBytes >= BATCH_BYTES || isBatchOld()))
+    if (mBatchFiles >= LIMIT || mBatchBytes >= BATCH_BYTES || isBatchOld())
         endBatch();
 }
 
 /// Writes a copy under a hidden name. Holes stay holes.
-void Transfer::write(Item &item)
+void Transfer::write(Item &item, bool mayStop)
 {
     constexpr size_t PART = 8 << 20;
     const Source &source = *item.source;
@@ -315,7 +322,7 @@ void Transfer::write(Item &item)
     };
     require(::ftruncate(target, source.size()) == 0);
     for (off_t offset = 0; offset < source.size();) {
-        if (isStopped())
+        if (mayStop && isStopped())
             throw FileFailure(source.path(), "interrupted");
         const off_t start = ::lseek(source.descriptor(), offset, SEEK_DATA);
         if (start < 0 && errno == ENXIO)
@@ -330,7 +337,7 @@ void Transfer::write(Item &item)
         ::sync_file_range(target, offset, count, SYNC_FILE_RANGE_WRITE); // starts writing without waiting
         offset += count;
         mProgress.addBytes(count);
-        if (mMayEndBatch && isBatchOld())
+        if (isBatchOld())
             endBatch(); // with the files before this one
     }
     setAttributes(target, source.status()); // FAT keeps neither owner nor exact times
@@ -480,49 +487,75 @@ void Transfer::compare(Item &item) const
 void Transfer::chooseName(Group &group)
 {
     const std::lock_guard<std::mutex> lock(mMutex);
-    setTarget(group, freePath(group.front().source->name(), isPair(group)));
+    setTarget(group, freePath(group));
 }
 
-/// Reserves @p path for the first file of @p group, and the path of its thumbnail for the second. Call this
-/// with the mutex locked.
+/// Reserves @p path for the first file of @p group, and the paths beside it for the others. Call this with
+/// the mutex locked.
 void Transfer::setTarget(Group &group, const QString &path)
 {
-    group.front().target = path;
-    if (isPair(group))
-        group.back().target = thumbnailOf(path);
-    for (const Item &item : group) {
+    for (Item &item : group) {
+        item.target = &item == &group.front() ? path : besideFirst(path, *item.source);
         if (!item.existing.isOpen())
             mTaken.insert(item.target);
     }
 }
 
+/// Returns whether @p item is the thumbnail of a recording in @p group.
+bool Transfer::isFollower(const Group &group, const Item &item)
+{
+    return &item != &group.front() && kindOf(item.source->name().toLower()) == THUMBNAIL;
+}
+
+bool Transfer::hasFollower(const Group &group)
+{
+    return isFollower(group, group.back());
+}
+
 /// Gives the copies their names: all recordings before any thumbnail, so that no thumbnail is ever alone.
 void Transfer::nameAll(Batch &batch)
 {
-    forEach(batch, [this](Group &group) { name(group, group.front()); });
-    if (std::none_of(batch.begin(), batch.end(), isPair))
+    const auto nameSome = [this](Group &group, bool areFollowers) {
+        for (Item &item : group) {
+            if (isFollower(group, item) == areFollowers)
+                name(group, item);
+        }
+    };
+    forEach(batch, [&](Group &group) { nameSome(group, false); });
+    if (std::none_of(batch.begin(), batch.end(), hasFollower))
         return;
-    flushFolder(mPath);
-    forEach(batch, [this](Group &group) {
-        if (isPair(group))
-            name(group, group.back());
-    });
+    flushFileSystem(mPath); // vfat would flush the entries of the folder without the location of the content
+    forEach(batch, [&](Group &group) { nameSome(group, true); });
 }
 
-/// Renames the sources in @p group. The thumbnail goes first: if the tool is killed between the two, the same
-/// command moves the recording to it.
+/// Renames the sources in @p group. A recording has both names until its thumbnail has the new one, so that
+/// the thumbnail is never alone.
 void Transfer::rename(Group &group)
 {
+    Item &recording = group.front();
+    const QByteArray from = QFile::encodeName(recording.source->path());
+    const bool isLinked =
+        hasFollower(group) && ::link(from.constData(), QFile::encodeName(recording.target).constData()) == 0;
     try {
-        for (auto item = group.rbegin(); item != group.rend(); ++item)
-            name(group, *item);
+        for (auto item = group.rbegin(); item != group.rend(); ++item) {
+            if (!isLinked || &*item != &recording)
+                name(group, *item);
+        }
     } catch (const FileFailure &failure) {
+        if (isLinked)
+            ::unlink(QFile::encodeName(recording.target).constData());
         const Item &thumbnail = group.back();
         if (!thumbnail.putBack())
             throw FileFailure(thumbnail.source->path(),
                               QString::fromUtf8(failure.what()) + "; it is now " + thumbnail.target);
         throw;
     }
+    if (isLinked)
+        recording.isNamed = ::unlink(from.constData()) == 0;
+    if (isLinked && !recording.isNamed)
+        throw FileFailure(recording.source->path(),
+                          QString("has got the name %1 too, but cannot be deleted: ").arg(recording.target)
+                              + errorText(errno));
 }
 
 /// Gives a copy, or the source itself, its name in the folder. A copy that was there before has its name, but
@@ -532,9 +565,11 @@ void Transfer::name(Group &group, Item &item)
     if (item.existing.isOpen() && mMode == Mode::Move && !item.isKept) {
         struct stat status = item.source->status();
         struct stat existing = {};
-        if (::fstat(item.existing.get(), &existing) == 0 && isProtectedMode(existing.st_mode))
+        const bool isRead = ::fstat(item.existing.get(), &existing) == 0;
+        if (isRead && isProtectedMode(existing.st_mode))
             status.st_mode &= ~ANY_WRITE; // it stays protected
-        setAttributes(item.existing.get(), status);
+        if (!isRead || !isSameFile(existing, status))
+            setAttributes(item.existing.get(), status);
     }
     if (item.existing.isOpen())
         return;
@@ -555,7 +590,7 @@ void Transfer::name(Group &group, Item &item)
     item.isNamed = true;
 }
 
-/// Gives a source that was renamed its old name. Returns false if that fails.
+/// Renames a source that was moved back to its old path. Returns false on failure.
 bool Transfer::Item::putBack() const
 {
     return !isRenamed() || !isNamed || renameToNew(target, source->path());
@@ -601,7 +636,7 @@ void Transfer::removeSources(Batch &batch)
 
 bool Transfer::hasMovedThumbnail(const Group &group)
 {
-    return isPair(group) && !group.back().isKept;
+    return hasFollower(group) && !group.back().isKept;
 }
 
 /// Flushes the folders that the sources have left; if @p areThumbnails, the thumbnails alone. A file that was

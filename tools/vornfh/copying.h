@@ -58,7 +58,7 @@ struct Copy {
     const Source *source;
     QString target;
     QByteArray sum; // SHA-256 of what was read back from the device, hexadecimal
-    bool hasFailed; // to be set if it is not to be reported
+    bool hasFailed; // set by the completion if the copy must not be reported
 };
 
 /// Copies or moves files into a folder, locked against other vornfh processes. The files are written under
@@ -66,8 +66,8 @@ struct Copy {
 /// with the sources, gives the copies their names, flushes again, deletes the sources if they are moved, and
 /// then reports the files, while the next batch is written.
 ///
-/// A recording and its thumbnail fail together. If they are copied, no thumbnail is alone in either folder
-/// whenever the power fails.
+/// The files of an object fail together. A power failure or a killed command leaves no thumbnail without its
+/// recording in either folder.
 class Transfer
 {
 public:
@@ -81,15 +81,19 @@ public:
     Transfer(const Transfer &) = delete;
     Transfer &operator=(const Transfer &) = delete;
 
-    /// Writes a copy of @p source, unless an earlier run has, or the file can be renamed. Throws FileFailure;
-    /// the source is then unchanged. The result is reported later. Files belong to one batch if @p
-    /// mayEndBatch is false for all but the last of them.
-    void add(std::unique_ptr<Source> source, bool mayEndBatch = true);
+    using Sources = std::vector<std::unique_ptr<Source>>;
 
-    /// The same for a recording and its thumbnail, which get names that differ only in the extension. @p
-    /// thumbnail may be null. If @p isShared, it stays where it is, even if files are moved: it belongs to
-    /// another recording too.
-    void add(std::unique_ptr<Source> recording, std::unique_ptr<Source> thumbnail, bool isShared);
+    /// What to do if the first file of an object is there and another one differs from that of the copy.
+    enum class Conflict {
+        Fail,    ///< the object fails
+        Counter, ///< the whole object gets a counter
+    };
+
+    /// Writes copies of @p sources, unless an earlier run has, or the files can be renamed. They are one
+    /// file, or the files of an object in its order, which get names that differ only in the extension.
+    /// Throws FileFailure; the sources are then unchanged. The result is reported later. If @p isShared, the
+    /// last one stays where it is, even if files are moved: it belongs to another recording too.
+    void add(Sources sources, Conflict conflict, bool isShared = false);
 
     /// Waits until everything is reported. Returns the number of files that were copied or moved.
     int finish();
@@ -113,10 +117,11 @@ private:
         void removeSource() const;
         bool putBack() const;
     };
-    using Group = std::vector<Item>;  // one file, or a recording followed by its thumbnail
+    using Group = std::vector<Item>;  // one file, or the files of an object
     using Batch = std::vector<Group>; // either all files are renamed, or none
 
-    static bool isPair(const Group &group) { return group.size() > 1; }
+    static bool isFollower(const Group &group, const Item &item);
+    static bool hasFollower(const Group &group);
     static bool hasMovedThumbnail(const Group &group);
     static bool areRenamed(const Batch &batch);
     static int filesIn(const Batch &batch);
@@ -124,15 +129,15 @@ private:
     void lock();
     QString candidate(const QString &name, int counter) const;
     bool isGiven(const QString &path) const;
-    QString freePath(const QString &name, bool hasThumbnail) const;
+    QString freePath(const Group &group) const;
     Descriptor openCopy(const Source &source, const QString &path) const;
-    void findExisting(Group &group);
+    bool isThereOrFree(Item &item, const QString &path, bool &isThere) const;
+    void findExisting(Group &group, Conflict conflict);
     void fail(const Batch &batch, const Failure &failure);
     void forEach(Batch &batch, const std::function<void(Group &)> &step);
     bool canRename(const Item &item) const;
     void requireRoom(const Source &source) const;
-    void addGroup(Group group, bool mayEndBatch);
-    void write(Item &item);
+    void write(Item &item, bool mayStop);
     void setTarget(Group &group, const QString &path);
     void chooseName(Group &group);
     bool isBatchOld() const;
@@ -161,7 +166,6 @@ private:
     Batch mBatch;
     size_t mBatchFiles = 0;
     qint64 mBatchBytes = 0;
-    bool mMayEndBatch = true; // after the file that was added last
     std::chrono::steady_clock::time_point mBatchStart;
 
     mutable std::mutex mMutex;

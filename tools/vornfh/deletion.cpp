@@ -6,6 +6,7 @@
 #include "output.h"
 
 #include <QFile>
+#include <QSet>
 
 #include <algorithm>
 #include <cerrno>
@@ -14,17 +15,21 @@
 
 namespace {
 
-/// Deletes the thumbnails or the recordings of @p objects. Returns the objects for which that does not fail.
+/// Deletes the thumbnails or the recordings of @p objects, and adds them to @p gone. Returns the objects for
+/// which it succeeds.
 std::vector<const Object *> deleteFiles(const NumberedFolder &folder,
-                                        const std::vector<const Object *> &objects, bool areThumbnails)
+                                        const std::vector<const Object *> &objects, bool areThumbnails,
+                                        QSet<QString> &gone)
 {
     std::vector<const Object *> rest;
     forEachReporting(objects, [&](const Object *object) {
         for (const ObjectFile &file : object->files) {
             const QString path = folder.pathOf(file);
-            if (file.isThumbnail() == areThumbnails && ::unlink(QFile::encodeName(path).constData()) != 0
-                && errno != ENOENT)
+            if (file.isThumbnail() != areThumbnails)
+                continue;
+            if (::unlink(QFile::encodeName(path).constData()) != 0 && errno != ENOENT)
                 throw FileFailure(path, "cannot be deleted: " + errorText(errno));
+            gone.insert(path);
         }
         rest.push_back(object);
     });
@@ -33,16 +38,23 @@ std::vector<const Object *> deleteFiles(const NumberedFolder &folder,
 
 } // namespace
 
-std::vector<const Object *> deleteObjects(const NumberedFolder &folder,
-                                          const std::vector<const Object *> &objects)
+Deletion deleteObjects(const NumberedFolder &folder, const std::vector<const Object *> &objects)
 {
     const bool hasThumbnails = std::any_of(objects.begin(), objects.end(), [](const Object *object) {
         return object->files.back().isThumbnail();
     });
-    std::vector<const Object *> rest = deleteFiles(folder, objects, true);
+    QSet<QString> gone;
+    Deletion deletion;
+    deletion.objects = deleteFiles(folder, objects, true, gone);
     if (hasThumbnails)
         flushFolder(folder.path); // before any recording goes
-    rest = deleteFiles(folder, rest, false);
+    deletion.objects = deleteFiles(folder, deletion.objects, false, gone);
     flushFolder(folder.path);
-    return rest;
+    for (const Object *object : objects) {
+        for (const ObjectFile &file : object->files) {
+            if (gone.contains(folder.pathOf(file)))
+                deletion.paths.append(folder.pathOf(file));
+        }
+    }
+    return deletion;
 }

@@ -4,13 +4,18 @@
 
 #include "objects.h"
 
+#include <QStringList>
+
 #include <vector>
 
-/// Deletes the files of @p objects, which are in @p folder: all thumbnails before any recording, so that no
-/// thumbnail is without its recording whenever the power fails. For each object that cannot be deleted,
-/// prints a message and goes on. Returns those that were deleted. Throws FileFailure if the folder cannot be
-/// flushed.
-std::vector<const Object *> deleteObjects(const NumberedFolder &folder,
-                                          const std::vector<const Object *> &objects);
+struct Deletion {
+    std::vector<const Object *> objects; // all of whose files are gone
+    QStringList paths;                   // of the files that are gone, those of other objects included
+};
+
+/// Deletes the files of @p objects, which are in @p folder: all thumbnails before any recording, so that a
+/// power failure at any moment leaves no thumbnail without its recording. For each object that cannot be
+/// deleted, prints a message and continues. Throws FileFailure if the folder cannot be flushed.
+Deletion deleteObjects(const NumberedFolder &folder, const std::vector<const Object *> &objects);
 
 #endif // DELETION_H

@@ -42,7 +42,7 @@ Capacity capacityOf(const Storage &storage, const Device &device);
 /// The wear that an eMMC reports about itself: JESD84-B51, "DEVICE_LIFE_TIME_EST" and "PRE_EOL_INFO". Vendors
 /// use types A and B for different kinds of memory cells.
 struct Wear {
-    int lifeUsedA = 0;   // at most this percentage of the expected life; 110 if more than all, 0 if unknown
+    int lifeUsedA = 0;   // at most this percentage of the expected life; 110 if it is exceeded, 0 if unknown
     int lifeUsedB = 0;   // the same
     QString spareBlocks; // "normal", "warning", "urgent"; empty if unknown
 

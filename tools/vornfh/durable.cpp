@@ -17,6 +17,7 @@
 namespace {
 
 const QString CANNOT_FLUSH = "cannot be flushed to the device: ";
+const QString CANNOT_REPLACE = "cannot be replaced: ";
 
 /// Waits until the content of an open file, and the metadata needed to find it, are on the device.
 void flushFile(int descriptor, const QString &path)
@@ -24,6 +25,34 @@ void flushFile(int descriptor, const QString &path)
     // Some file systems cannot flush a folder and return EINVAL.
     if (descriptor < 0 || (::fsync(descriptor) != 0 && errno != EINVAL))
         throw FileFailure(path, CANNOT_FLUSH + errorText(errno));
+}
+
+/// If the power fails while exFAT renames a file, the file can lose both names. So the old file, or the new
+/// one, is kept until the other one has its name on the device, and the mark says what is to get the name of
+/// the old one.
+void replaceOnExfat(TemporaryFile &file, const QString &path, RenameMark &mark)
+{
+    const QString folder = QFileInfo(path).path();
+    TemporaryFile backup(folder, path);
+    mark.setReplacement(path, {file.path(), backup.path()});
+    flushFolder(folder);
+    if (!backup.takePlaceOf(path))
+        throw FileFailure(path, CANNOT_REPLACE + errorText(errno));
+    try {
+        flushFileSystem(folder);
+        if (!file.rename(path, false))
+            throw FileFailure(path, CANNOT_REPLACE + errorText(errno));
+        flushFileSystem(folder);
+    } catch (const FileFailure &) {
+        const bool hasName = isEntry(path) || backup.rename(path, false);
+        if (isEntry(path) && file.path().isEmpty())
+            backup.release(); // the new file is perhaps not on the device
+        if (!hasName) {
+            backup.release();
+            file.release();
+        }
+        throw;
+    }
 }
 
 /// Creates @p folder, which is @p wanted or a folder above it.
@@ -89,11 +118,15 @@ void replaceFile(TemporaryFile &file, const QString &path)
     // vfat frees the old content when the last user closes it, so it stays open until the new one is in
     // place.
     const Descriptor old = openFile(path, O_RDONLY | O_NONBLOCK);
-    if (!file.rename(path, true))
-        throw FileFailure(path, "cannot be replaced: " + errorText(errno));
-    // vfat records the location of the content only when the file is flushed under its new name.
-    flushFile(openFile(path, O_RDONLY | O_NONBLOCK).get(), path);
-    flushFolder(folder);
+    if (fileSystemOf(folder) == FileSystem::Exfat && isEntry(path)) {
+        replaceOnExfat(file, path, mark);
+    } else {
+        if (!file.rename(path, true))
+            throw FileFailure(path, CANNOT_REPLACE + errorText(errno));
+        // vfat records the location of the content only when the file is flushed under its new name.
+        flushFile(openFile(path, O_RDONLY | O_NONBLOCK).get(), path);
+        flushFolder(folder);
+    }
     mark.remove();
 }
 

@@ -34,7 +34,7 @@ void createFolder(const QString &path);
 bool createExclusively(const QString &path);
 
 /// Compares two files byte by byte. The second is read from the device, not from memory, if it has been
-/// flushed; if they are the same, @p hash has been given its content.
+/// flushed; if they are the same, its content has been added to @p hash.
 bool hasSameContent(int one, int other, const QString &path, QCryptographicHash *hash = nullptr);
 
 #endif // DURABLE_H

@@ -6,17 +6,18 @@
 
 #include <functional>
 
-// EBML (RFC 8794) is the structure of Matroska files: elements of an ID, a size and a content, which can be
-// elements again.
+// Matroska files consist of EBML elements (RFC 8794). An element has an ID, a size and a content, which can
+// consist of elements itself.
 
-/// Reads the size of an EBML element; -1 if it is unknown or @p bytes is too short. @p length becomes the
-/// number of bytes that it takes.
+/// Reads the size of an EBML element; -1 if it is unknown or @p bytes is too short. Sets @p length to
+/// the number of bytes of the size itself.
 qint64 ebmlSize(const QByteArray &bytes, int &length);
 
-/// The number of bytes of the ID or size that begins with @p first; more than 8 if there is none.
+/// The number of bytes of the ID or size that begins with @p first; more than 8 if there is no such ID or
+/// size.
 int ebmlLength(char first);
 
-/// Calls @p work for the elements that follow each other in @p bytes, up to the first that is not complete.
+/// Calls @p work for each of the consecutive elements in @p bytes, up to the first incomplete one.
 void forEachElement(const QByteArray &bytes,
                     const std::function<void(const QByteArray &id, const QByteArray &content)> &work);
 

@@ -26,7 +26,12 @@ public:
 class FileFailure : public Failure
 {
 public:
-    FileFailure(const QString &path, const QString &reason) : Failure(path + ": " + reason) {}
+    FileFailure(const QString &path, const QString &reason) : Failure(path + ": " + reason), mPath(path) {}
+
+    const QString &path() const { return mPath; }
+
+private:
+    QString mPath;
 };
 
 /// The command line is wrong: one line on standard error, exit code 2.

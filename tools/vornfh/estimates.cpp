@@ -10,7 +10,7 @@ namespace {
 
 /// The number of objects, of each kind, from which the size of the next is estimated.
 constexpr qint64 SAMPLE = 100;
-/// The same for the bit rate of videos: each takes an ffprobe.
+/// The same for the bit rate of videos; ffprobe is started for each.
 constexpr size_t MEASURED_VIDEOS = 3;
 
 const ObjectFile *fileOf(const Object &object, Kind kind)

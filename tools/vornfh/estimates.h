@@ -34,12 +34,12 @@ struct ObjectSummary {
     std::vector<LastVideo> videos;           // the last ones that are not empty, newest first
 };
 
-/// @p folders are in the order of the numbering. An object with a video is of the kind VIDEO, whatever else
-/// it contains; one with a photo and an audio file is of the kind PHOTO.
+/// @p folders are in the order of the numbering. An object with a video is of the kind VIDEO, even if it
+/// contains other files; one with a photo and an audio file is of the kind PHOTO.
 ObjectSummary summaryOf(const std::vector<NumberedFolder> &folders);
 
-/// How much more can be recorded if the next recordings are like the last ones. Nullopt for what has not been
-/// recorded, or cannot be measured.
+/// How much more can be recorded if the next recordings are like the last ones. A value is nullopt if nothing
+/// of its kind has been recorded, or if it cannot be measured.
 struct Estimate {
     std::array<std::optional<qint64>, AUDIO + 1> objects; // by PHOTO, VIDEO and AUDIO
     std::optional<qint64> bitrate;                        // of the last videos, bits per second

@@ -20,8 +20,8 @@ namespace {
 const QStringList QUIET = {"-nostdin", "-hide_banner", "-loglevel", "error"};
 
 /// A program that does not outlive this process, and does not receive the signals that the terminal sends to
-/// this process. The kernel treats the end of the thread that started it as the end of this process, so only
-/// the main thread may start one: prctl(2), "PR_SET_PDEATHSIG".
+/// this process. The kernel kills it when the thread that started it ends, so that thread must wait for it:
+/// prctl(2), "PR_SET_PDEATHSIG".
 class Child : public QProcess
 {
 public:
@@ -58,6 +58,13 @@ QString lastLine(const QByteArray &text)
     if (lines.size() > 1 && lines.last() == "Conversion failed!")
         lines.removeLast();
     return lines.isEmpty() ? QString() : lines.last().trimmed();
+}
+
+/// The same without the address of a part of ffmpeg, as in "[mjpeg @ 0x55d005857500] overread 8".
+QString lastLineWithoutAddress(const QByteArray &text)
+{
+    static const QRegularExpression ADDRESS("^\\[[^]]*\\] ");
+    return lastLine(text).remove(ADDRESS);
 }
 
 QString failureOf(const QProcess &process, const QByteArray &errors)
@@ -126,6 +133,20 @@ void Ffmpeg::stop()
     waitForEnd(-1);
 }
 
+QString Ffmpeg::finish(const WhyStop &whyStop)
+{
+    constexpr int INTERVAL = 100;
+    while (!waitForEnd(INTERVAL)) {
+        const QByteArray output = takeOutput();
+        const QString reason = whyStop ? whyStop(output) : QString();
+        if (reason.isEmpty())
+            continue;
+        stop();
+        return reason;
+    }
+    return failure();
+}
+
 QByteArray Ffmpeg::takeOutput()
 {
     return mProcess->readAllStandardOutput();
@@ -136,30 +157,29 @@ QString Ffmpeg::failure()
     return failureOf(*mProcess, mErrors);
 }
 
+QString Ffmpeg::lastError() const
+{
+    return lastLineWithoutAddress(mErrors);
+}
+
 QStringList fileInput(const QString &path)
 {
     return {"-i", "file:" + path};
 }
 
-QString runFfmpeg(const QStringList &arguments, const QString &path, const WhyStop &whyStop)
+QStringList fileOutput(const QString &path)
 {
-    constexpr int INTERVAL = 100;
     // The format is always given and the path begins with "file:", so nothing in the path is interpreted.
-    Ffmpeg process(QStringList{"-y"} + arguments + QStringList{"file:" + path});
-    while (!process.waitForEnd(INTERVAL)) {
-        const QByteArray output = process.takeOutput();
-        const QString reason = whyStop ? whyStop(output) : QString();
-        if (reason.isEmpty())
-            continue;
-        process.stop();
-        return reason;
-    }
-    return process.failure();
+    return {"-y", "file:" + path};
+}
+
+QString runFfmpeg(const QStringList &arguments, const QString &path)
+{
+    return Ffmpeg(arguments + fileOutput(path)).finish();
 }
 
 QString decodingErrorOf(const QString &path)
 {
-    static const QRegularExpression ADDRESS("^\\[[^]]*\\] ");
     Child process;
     process.setStandardInputFile(QProcess::nullDevice());
     process.setStandardOutputFile(QProcess::nullDevice());
@@ -168,7 +188,7 @@ QString decodingErrorOf(const QString &path)
                                               "-f", "null", "-"});
     process.waitForFinished(-1);
     const QByteArray errors = process.readAllStandardError();
-    const QString line = lastLine(errors).remove(ADDRESS);
+    const QString line = lastLineWithoutAddress(errors);
     return process.error() == QProcess::FailedToStart || line.isEmpty() ? failureOf(process, errors) : line;
 }
 

@@ -10,15 +10,19 @@
 
 class QProcess;
 
-/// Throws Failure unless ffmpeg is on PATH; @p what needs it.
+/// Throws Failure unless ffmpeg is on PATH. @p what is the operation that needs it, for the message.
 void requireFfmpeg(const QString &what);
 
-/// ffmpeg as a process beside this one. It is killed when the object is destroyed or this process dies.
+/// Called several times a second while ffmpeg runs, with what it has written to standard output since the
+/// last call. Returns the reason to stop it, or an empty string.
+using WhyStop = std::function<QString(const QByteArray &output)>;
+
+/// A process of ffmpeg. It is killed when the object is destroyed or this process dies.
 class Ffmpeg
 {
 public:
     /// Starts it. @p input and @p output are descriptors for its standard input and output, of which it gets
-    /// copies; without one, it has no input, and takeOutput() returns its output.
+    /// copies. If @p input is -1, it has no input; if @p output is -1, takeOutput() returns its output.
     explicit Ffmpeg(const QStringList &arguments, int input = -1, int output = -1);
     ~Ffmpeg();
     Ffmpeg(const Ffmpeg &) = delete;
@@ -31,25 +35,31 @@ public:
     /// Asks it to finish its file, kills it if it does not, and waits for it.
     void stop();
 
+    /// Waits until it has ended, or until there is a reason to stop it. Returns why it was stopped or failed;
+    /// empty on success.
+    QString finish(const WhyStop &whyStop = {});
+
     /// What it has written to standard output since the last call.
     QByteArray takeOutput();
 
     /// Returns why it failed; empty on success. It must have ended.
     QString failure();
 
+    /// The last line that it has printed on standard error; empty if there is none. Without a failure, this
+    /// is an error that did not end it, or one of the input, which ffmpeg treats as the end of the input.
+    QString lastError() const;
+
 private:
     std::unique_ptr<QProcess> mProcess;
-    QByteArray mErrors; // the last ones that it printed
+    QByteArray mErrors; // the last lines that it printed
 };
 
-/// Asked several times a second while ffmpeg runs, with what it has written to standard output since: the
-/// reason to stop it, or an empty string.
-using WhyStop = std::function<QString(const QByteArray &output)>;
+/// ffmpeg's arguments to write the file @p path, whatever its name. It is overwritten.
+QStringList fileOutput(const QString &path);
 
-/// Runs ffmpeg to write @p path, which must exist and is overwritten, and waits for it. To stop it, ffmpeg is
-/// asked to finish the file, and is killed if it does not. It is also killed when this process dies.
-/// @p arguments are those before the output. Returns why ffmpeg was stopped or failed; empty on success.
-QString runFfmpeg(const QStringList &arguments, const QString &path, const WhyStop &whyStop = {});
+/// Runs ffmpeg to write @p path, which must exist and is overwritten, and waits for it. @p arguments are
+/// those before the output. Returns why ffmpeg failed; empty on success.
+QString runFfmpeg(const QStringList &arguments, const QString &path);
 
 /// Arguments that read the file @p path, whatever its name.
 QStringList fileInput(const QString &path);

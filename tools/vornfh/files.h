@@ -46,8 +46,8 @@ bool isEntry(const QString &path);
 /// false and sets errno if the folder cannot be read to its end.
 bool forEachEntry(const QString &folder, const std::function<void(int folder, const dirent &entry)> &work);
 
-/// Fills @p bytes from the file, beginning at @p offset, and shortens it if the file ends before. Returns
-/// false and sets errno on failure; @p bytes then contains what was read before.
+/// Fills @p bytes from the file, beginning at @p offset, and shortens it if the file is shorter. Returns
+/// false and sets errno on failure; @p bytes then contains what was read until then.
 bool readAt(int descriptor, off_t offset, QByteArray &bytes);
 
 /// Copies a file. Returns false and sets errno on failure.
@@ -61,7 +61,7 @@ bool isSameState(const struct stat &before, const struct stat &after);
 /// @p mode without the bits that the umask of this process clears.
 mode_t defaultMode(mode_t mode);
 
-/// Gives the file @p target the mode of @p path, or of a new file if @p path does not exist.
+/// Sets the mode of the file @p target to that of @p path, or of a new file if @p path does not exist.
 void setModeFrom(const QString &path, int target);
 
 /// Gives the file @p target the owner, mode and times of @p status. Returns false and sets errno on failure;

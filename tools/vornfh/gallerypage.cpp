@@ -355,7 +355,7 @@ QByteArray itemFigure(const GalleryItem &item, const GalleryPicture &picture, co
 QByteArray cardFigure(const GalleryCard &card, const QByteArray &uri)
 {
     GalleryItem cover = card.first;
-    cover.isProtected = false; // the card is about all items of the page
+    cover.isProtected = false; // the card represents all items of the page
     const QByteArray caption =
         text("span", printable(card.title), "name") + text("span", card.totals.period())
         + text("span", sizeText(card.totals.count(), "file", card.totals.size()), "size");

@@ -14,11 +14,11 @@ constexpr int FIRST_FOLDER = 100;
 constexpr int LAST_FOLDER = 999;
 constexpr int LAST_FILE = 9999;
 
-/// What the name of a numbered file begins with.
+/// The prefix of the names of numbered files.
 constexpr QLatin1String FILE_PREFIX("DCF_", 4);
 
-// The library and players read different numbers from the same name. All of these functions return nullopt
-// for a name without a number.
+// The library and players can read different numbers from the same name. The functions that return an
+// optional number return nullopt for a name without one.
 
 /// The name of folder @p number.
 QString folderName(int number);
@@ -30,8 +30,8 @@ std::optional<int> folderNumber(const QString &name, Qt::CaseSensitivity sensiti
 /// The number that a player reads from a folder name.
 std::optional<int> playersFolderNumber(const QString &name);
 
-/// Returns whether the numbering uses the folder name @p name: not "0100ABC", whose files it would look for
-/// in 100ABC.
+/// Returns whether the numbering can use the folder name @p name. It cannot use "0100ABC", for example: it
+/// would look for the files in 100ABC.
 bool isNumberedName(const QString &name);
 
 /// The number that the library reads from a file name, whether or not a player accepts it: 12 for

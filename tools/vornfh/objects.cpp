@@ -3,6 +3,7 @@
 
 #include "errors.h"
 #include "folders.h"
+#include "mounts.h"
 #include "numbering.h"
 
 #include <QFile>
@@ -212,6 +213,12 @@ bool isProtected(const QString &path)
     return std::any_of(paths.begin(), paths.end(), hasMark);
 }
 
+bool isProtected(const NumberedFolder &folder, const Object &object)
+{
+    return std::any_of(object.files.begin(), object.files.end(),
+                       [&folder](const ObjectFile &file) { return hasMark(folder.pathOf(file)); });
+}
+
 ProtectedObjects::ProtectedObjects(const QList<QFileInfo> &files)
 {
     for (const QFileInfo &file : files) {
@@ -240,7 +247,8 @@ void ProtectionCheck::requireUnprotected(const QString &path, const QString &res
     if (!mFolders.contains(folder) && QFileInfo(folder).isDir())
         mFolders.insert(folder, namesIn(folder));
     const QByteArray name = QFile::encodeName(resolved.mid(folder.size()));
-    const QByteArrayList names = mFolders.value(folder).value(basePath(name));
+    const Names &found = mFolders[folder];
+    const QByteArrayList names = found.byBase.value(found.key(name));
     const bool isAnyMarked = std::any_of(names.begin(), names.end(), [&folder](const QByteArray &other) {
         return hasMark(folder + QFile::decodeName(other));
     });
@@ -250,11 +258,18 @@ void ProtectionCheck::requireUnprotected(const QString &path, const QString &res
 
 ProtectionCheck::Names ProtectionCheck::namesIn(const QString &folder)
 {
+    const FileSystem fileSystem = fileSystemOf(folder);
     Names names;
+    names.isCaseless = fileSystem == FileSystem::Fat || fileSystem == FileSystem::Exfat;
     forEachMediaName(folder, [&names](int, const QByteArray &name, const MediaType *) {
-        names[basePath(name)].append(name);
+        names.byBase[names.key(name)].append(name);
     });
     return names;
+}
+
+QByteArray ProtectionCheck::Names::key(const QByteArray &name) const
+{
+    return isCaseless ? basePath(name).toLower() : basePath(name);
 }
 
 QString thumbnailBeside(const QString &path)
@@ -267,9 +282,17 @@ QString thumbnailBeside(const QString &path)
 
 QStringList recordingsBeside(const QString &path)
 {
+    struct stat own = {};
+    struct stat other = {};
+    const bool isReadable = readLinkStatus(path, own);
     QStringList others;
     for (const QString &sibling : siblingsOf(path, {PHOTO, VIDEO})) {
-        if (sibling != QFileInfo(path).path() + "/" + QFileInfo(path).fileName() && isFile(sibling))
+        // On FAT, a name in another case is the same file.
+        const bool hasSameName =
+            QFileInfo(path).fileName().compare(QFileInfo(sibling).fileName(), Qt::CaseInsensitive) == 0;
+        const bool isOther =
+            !hasSameName || !isReadable || !readLinkStatus(sibling, other) || !isSameFile(own, other);
+        if (isOther && isFile(sibling))
             others.append(sibling);
     }
     return others;

@@ -69,8 +69,9 @@ QStringList objectFolders(const Storage &storage);
 /// These folders with their objects. Throws Failure if one cannot be read.
 std::vector<NumberedFolder> numberedObjects(const Storage &storage);
 
-/// The one of @p storages for which numberedObjects() reads the resolved path @p folder. Throws FileFailure
-/// for @p path, which is the folder or a file in it, if there is none, or if the location cannot be read.
+/// The storage device in @p storages that contains the numbered folder @p folder, a resolved path. Throws
+/// FileFailure for @p path, which is the folder or a file in it, if there is none, or if the location cannot
+/// be read.
 const Storage &storageOfNumberedFolder(const QString &folder, const QString &path,
                                        const QList<Storage> &storages);
 
@@ -82,6 +83,8 @@ bool isProtectedMode(mode_t mode);
 
 /// Returns whether the file @p path, or another file of its object, is protected.
 bool isProtected(const QString &path);
+/// The same for @p object, which is in @p folder.
+bool isProtected(const NumberedFolder &folder, const Object &object);
 
 /// The protected objects of a folder, collected while its files are listed.
 class ProtectedObjects
@@ -113,7 +116,13 @@ public:
     void requireUnprotected(const QString &path, const QString &resolved);
 
 private:
-    using Names = QHash<QByteArray, QByteArrayList>; // of media files, by their base names
+    /// The names of the media files in a folder, by their base names, in lower case if @p isCaseless.
+    struct Names {
+        QHash<QByteArray, QByteArrayList> byBase;
+        bool isCaseless = false;
+
+        QByteArray key(const QByteArray &name) const;
+    };
 
     static Names namesIn(const QString &folder);
 

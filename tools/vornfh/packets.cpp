@@ -39,8 +39,8 @@ QByteArray element(const QByteArray &id, const QByteArray &content)
     return id + QByteArray(reinterpret_cast<const char *>(&size), sizeof size) + content;
 }
 
-/// A packet as a cluster of its own. @p block is an element with the ID @p id, @p clusterTime the time of the
-/// cluster that it was in.
+/// A packet as its own cluster. @p block is the content of an element with the ID @p id, @p clusterTime the
+/// time of the cluster that contained it.
 Packet packetOf(const QByteArray &id, const QByteArray &block, const QByteArray &clusterTime)
 {
     constexpr quint8 KEY = 0x80; // in the flags of a simple block
@@ -127,10 +127,10 @@ PacketBuffer::~PacketBuffer()
     mThread.join();
 }
 
-bool PacketBuffer::waitForHeader(std::chrono::milliseconds time)
+bool PacketBuffer::waitForFirst(std::chrono::milliseconds time)
 {
     std::unique_lock<std::mutex> lock(mMutex);
-    return mChange.wait_for(lock, time, [this] { return mHasEnded || mHasHeader; });
+    return mChange.wait_for(lock, time, [this] { return mHasEnded || !mPackets.empty(); });
 }
 
 const Packet *PacketBuffer::first()
@@ -184,7 +184,7 @@ void PacketBuffer::readAll()
     mChange.notify_all();
 }
 
-/// Reads an element at the top of the stream. Returns false at its end.
+/// Reads an element at the top level of the stream. Returns false at its end.
 bool PacketBuffer::readElement()
 {
     constexpr qint64 LARGEST_ELEMENT = 1 << 30;
@@ -236,7 +236,7 @@ bool PacketBuffer::add(std::vector<Packet> packets)
     return !mIsDiscarding;
 }
 
-/// Takes the next @p count bytes of the stream. Returns false if it ends before.
+/// Takes the next @p count bytes of the stream. Returns false if it ends too early.
 bool PacketBuffer::take(QByteArray &bytes, qint64 count)
 {
     while (mRead.size() - mTaken < count) {

@@ -17,10 +17,10 @@
 #include <vector>
 
 // While ffmpeg records, it does not write files but a stream of packets, which this process divides: each
-// packet goes to exactly one file, and none is lost between two of them. The stream is Matroska, because any
-// codec fits into it and the length of each packet is known.
+// packet goes to exactly one file, and none is lost between two of them. The stream is Matroska, because it
+// can hold any codec and the length of each packet is known.
 
-/// A packet of the stream, as part of a stream.
+/// A packet of the stream, as a cluster of Matroska.
 struct Packet {
     QByteArray bytes;
     qint64 time = 0;    // in milliseconds
@@ -41,26 +41,26 @@ public:
     PacketBuffer(const PacketBuffer &) = delete;
     PacketBuffer &operator=(const PacketBuffer &) = delete;
 
-    /// Waits until the header is complete or the stream has ended, but not longer than @p time. Returns
-    /// whether that is so.
-    bool waitForHeader(std::chrono::milliseconds time);
+    /// Waits until there is a packet or the stream has ended, but not longer than @p time. Returns whether
+    /// that is so.
+    bool waitForFirst(std::chrono::milliseconds time);
 
     /// Waits for the next packet and returns it; it stays in the buffer. Null at the end of the stream. Only
     /// one thread at a time may use the result.
     const Packet *first();
     void removeFirst();
 
-    /// From now on there are no packets, and the pipe is closed.
+    /// From now on first() returns null, and the pipe is closed.
     void discard();
 
-    /// What precedes the packets. Call this only after waitForHeader() has returned true.
+    /// What precedes the packets. Call this only after waitForFirst() has returned true.
     QByteArray header() const { return mHeader; }
 
-    /// The frame rate of the first stream, as ffmpeg's option "-r" takes it; empty if it has none. Call this
-    /// only after waitForHeader() has returned true.
+    /// The frame rate of the first stream, as ffmpeg's option "-r" accepts it; empty if it has none. Call
+    /// this only after waitForFirst() has returned true.
     QString frameRate() const;
 
-    /// For how long the input has delivered nothing. Zero while the buffer is full.
+    /// For how long the input has delivered no data. Zero while the buffer is full.
     std::chrono::steady_clock::duration silence() const;
 
 private:
@@ -72,7 +72,7 @@ private:
     bool readMore();
 
     Descriptor mStream;
-    QByteArray mRead; // from the stream, from mTaken on not taken yet
+    QByteArray mRead; // from the stream; take() continues at mTaken
     int mTaken = 0;
     QByteArray mHeader;
     qint64 mFrameDuration = 0; // in nanoseconds
@@ -81,7 +81,7 @@ private:
     bool mHasHeader = false;
     bool mHasEnded = false;
     std::atomic<bool> mIsDiscarding{false};
-    std::atomic<std::chrono::steady_clock::rep> mWaitingSince{0}; // 0 while it does not wait for the input
+    std::atomic<std::chrono::steady_clock::rep> mWaitingSince{0}; // 0 if it is not waiting for the input
     std::mutex mMutex;
     std::condition_variable mChange;
     std::thread mThread;

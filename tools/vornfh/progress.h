@@ -31,7 +31,7 @@ QString progressLine(const ProgressState &state, int width);
 class ProgressLine
 {
 public:
-    /// Returns the line for a terminal with so many columns. Called in any thread.
+    /// Returns the line for a terminal with @p width columns. May be called in any thread.
     using Line = std::function<QString(int width)>;
 
     explicit ProgressLine(Line line);
@@ -55,7 +55,7 @@ private:
     std::thread mThread;
 };
 
-/// The number of seconds since it was made.
+/// Measures the time since its construction.
 class Stopwatch
 {
 public:
@@ -105,7 +105,7 @@ private:
 class RecordingProgress
 {
 public:
-    /// @p hasEnd: it ends when the storage device is full, so the line shows when that will be.
+    /// @p hasEnd: the recording ends when the storage device is full, and the line shows the time until then.
     explicit RecordingProgress(bool hasEnd) : mHasEnd(hasEnd) {}
 
     /// @p free: bytes that are left on the storage device.

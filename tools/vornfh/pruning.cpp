@@ -124,8 +124,7 @@ private:
     static bool isFree(const Candidate &candidate)
     {
         const Object &object = *candidate.object;
-        return !isProtected(candidate.folder->pathOf(object.files.front()))
-               && !isBeingWritten(*candidate.folder, object);
+        return !isProtected(*candidate.folder, object) && !isBeingWritten(*candidate.folder, object);
     }
 
     /// Deletes the next objects of one folder, no more than have to go.
@@ -153,17 +152,14 @@ private:
 
     void deleteAndReport(const NumberedFolder &folder, const std::vector<const Object *> &batch)
     {
-        const std::vector<const Object *> deleted = deleteObjects(folder, batch);
-        QStringList paths;
-        for (const Object *object : deleted) {
-            for (const ObjectFile &file : object->files)
-                paths.append(folder.pathOf(file));
+        const Deletion deletion = deleteObjects(folder, batch);
+        for (const Object *object : deletion.objects) {
             mResult.bytes += object->size();
             mResult.left -= object->size();
         }
-        mResult.objects += static_cast<int>(deleted.size());
-        mResult.failures += static_cast<int>(batch.size() - deleted.size());
-        mReport(paths);
+        mResult.objects += static_cast<int>(deletion.objects.size());
+        mResult.failures += static_cast<int>(batch.size() - deletion.objects.size());
+        mReport(deletion.paths);
     }
 
     void deleteIfEmpty(const QString &folder)

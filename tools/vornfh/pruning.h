@@ -19,7 +19,7 @@ struct KeepFree {
     /// Throws UsageError.
     static KeepFree parsed(const QString &text);
 
-    /// The bytes on the file system of @p path. Throws UsageError if they are not less than its size.
+    /// The value in bytes on the file system of @p path. Throws UsageError if it is not less than its size.
     qint64 bytesOn(const QString &path) const;
 };
 

@@ -83,12 +83,16 @@ private:
     std::chrono::steady_clock::duration mSilence = {};
 };
 
-/// Puts a small picture beside the recording @p path. Returns the reason for a failure; empty on success.
+/// Creates the thumbnail of the recording @p path. Returns the reason for a failure; empty on success.
 QString makeThumbnail(const QString &path)
 {
     const QString thumbnail = thumbnailOf(path);
-    if (!createExclusively(thumbnail))
-        return thumbnail + ": was created by another program and is left as it is";
+    try {
+        if (!createExclusively(thumbnail))
+            return thumbnail + ": was created by another program and is left unchanged";
+    } catch (const FileFailure &failure) {
+        return QString::fromUtf8(failure.what());
+    }
     const QString reason = writeThumbnail(path, thumbnail);
     if (reason.isEmpty() && QFileInfo(thumbnail).size() > 0)
         return QString();
@@ -106,11 +110,11 @@ QString keep(const QString &path)
     } catch (const FileFailure &failure) {
         if (isClosed(path)) // and perhaps not on the device
             throw;
-        return QString::fromUtf8(failure.what()) + "; it is kept as it is";
+        return QString::fromUtf8(failure.what()) + "; it is kept unchanged";
     }
 }
 
-/// Runs ffmpeg and returns why the recording was stopped or failed; empty if it ended by itself.
+/// Runs ffmpeg and returns why the recording was stopped or failed; empty if it ended as requested.
 QString run(const RecorderSettings &settings, const QString &path, const SizeLimit &limit,
             DeviceWatch &device)
 {
@@ -124,14 +128,17 @@ QString run(const RecorderSettings &settings, const QString &path, const SizeLim
         const QString problem = device.problem();
         return problem.isEmpty() && input.isSilent(settings.timeout) ? silenceText(settings) : problem;
     };
-    const QString problem = runFfmpeg(
-        QStringList{"-progress", "pipe:1"} + inputArguments(settings, path) + codecArguments(settings)
-            + QStringList{"-f", containerOf(settings.type), "-fs", QString::number(limit.bytes)},
-        path, whyStop);
+    Ffmpeg ffmpeg(QStringList{"-progress", "pipe:1"} + inputArguments(settings, path)
+                  + codecArguments(settings)
+                  + QStringList{"-f", containerOf(settings.type), "-fs", QString::number(limit.bytes)}
+                  + fileOutput(path));
+    const QString problem = ffmpeg.finish(whyStop);
+    if (!problem.isEmpty())
+        return problem;
     const qint64 size = QFileInfo(path).size();
-    if (problem.isEmpty() && size == 0)
+    if (size == 0)
         return "ffmpeg wrote nothing";
-    return problem.isEmpty() && size >= limit.bytes ? limit.reason : problem;
+    return size >= limit.bytes ? limit.reason : whyIncomplete(settings, ffmpeg);
 }
 
 } // namespace
@@ -170,7 +177,7 @@ QStringList inputArguments(const RecorderSettings &settings, const QString &path
 {
     const RecorderInput &input = settings.input;
     if (input.name.isEmpty()) {
-        // Without an end, the test picture comes at the speed of a camera.
+        // Without an end, the test picture is generated in real time.
         const QStringList speed = settings.duration > 0 ? QStringList() : QStringList{"-re"};
         const int number = fileNumber(QFileInfo(path).fileName()).value_or(0);
         return speed + QStringList{"-f", "lavfi", "-i", testSource(settings.type.kind, number)};
@@ -201,7 +208,8 @@ QStringList codecArguments(const RecorderSettings &settings)
     case FILE_TYPE_IMAGE_PNG: return PICTURE + QStringList{"-c:v", "png"};
     case FILE_TYPE_AUDIO_WAV: return QStringList{"-map", "0:a:0", "-c:a", "pcm_s16le"} + end;
     case FILE_TYPE_VIDEO_MKV:
-        // A segment begins with a key frame. Without the option, a slow camera would have one in minutes.
+        // A segment begins with a key frame. Without the option, a slow camera could have minutes between
+        // two.
         return VIDEO_STREAMS + QStringList{"-c:v", "mpeg4", "-pix_fmt",          "yuv420p",
                                            "-q:v", "5",     "-force_key_frames", "expr:gte(t,n_forced)",
                                            "-c:a", "aac"}
@@ -214,7 +222,20 @@ QStringList codecArguments(const RecorderSettings &settings)
 
 QString silenceText(const RecorderSettings &settings)
 {
-    return QString("the input has delivered nothing for %1 s").arg(settings.timeout);
+    return QString("the input has delivered no data for %1 s").arg(settings.timeout);
+}
+
+QString whyIncomplete(const RecorderSettings &settings, const Ffmpeg &ffmpeg)
+{
+    if (settings.type.kind == PHOTO)
+        return QString();
+    const QString error = ffmpeg.lastError();
+    const QString end = "the input has ended";
+    if (settings.duration <= 0)
+        return error.isEmpty() ? end : end + ": " + error;
+    // ffmpeg prints "INPUT: No such device" and exits with code 0 if a camera is disconnected.
+    const QString &input = settings.input.name;
+    return !input.isEmpty() && error.startsWith(printable(input) + ": ") ? end + ": " + error : QString();
 }
 
 bool isNormalEnd(const RecorderSettings &settings)

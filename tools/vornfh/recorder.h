@@ -14,7 +14,9 @@
 #include <optional>
 #include <utility>
 
-/// Where ffmpeg takes pictures and sound from. Empty values are left to it.
+class Ffmpeg;
+
+/// The input of ffmpeg. For an empty value, ffmpeg uses its default.
 struct RecorderInput {
     QString name; // empty for a test picture and a tone
     QString format;
@@ -27,7 +29,7 @@ struct RecorderSettings {
     MediaType type = {};
     RecorderInput input;
     double duration = 2; // in seconds; 0 for a recording that SIGINT or SIGTERM ends
-    double timeout = 10; // in seconds, for an input that delivers nothing
+    double timeout = 10; // in seconds, for an input that delivers no data
     qint64 segmentSeconds = 0;
     qint64 segmentBytes = 0;
     std::optional<qint64> keepFree; // the oldest objects are deleted until this much is free
@@ -35,7 +37,7 @@ struct RecorderSettings {
     bool isSegmented() const { return segmentSeconds > 0 || segmentBytes > 0; }
 };
 
-/// Deletes the oldest objects of a storage device before a recording, if that is wanted.
+/// Deletes the oldest objects of a storage device before a recording, if that is requested.
 class SpaceKeeper
 {
 public:
@@ -53,7 +55,7 @@ private:
 /// however it ended. Throws Failure.
 ExitCode recordOne(const RecorderSettings &settings);
 
-// What recordOne() shares with recordSegments()
+// Shared by recordOne() and recordSegments()
 
 /// ffmpeg's arguments for the input of the recording @p path.
 QStringList inputArguments(const RecorderSettings &settings, const QString &path);
@@ -65,6 +67,10 @@ inline const QString INTERRUPTED = "interrupted";
 inline const QString FULL = "the storage device is full";
 
 QString silenceText(const RecorderSettings &settings);
+
+/// Returns why the recording is incomplete although @p ffmpeg has ended without a failure; empty if it is
+/// not: the input has failed, or it has ended although the recording has no duration.
+QString whyIncomplete(const RecorderSettings &settings, const Ffmpeg &ffmpeg);
 
 /// Returns whether the signal that interrupted the recording is its normal end.
 bool isNormalEnd(const RecorderSettings &settings);
@@ -79,7 +85,7 @@ struct SizeLimit {
 /// The limit of the file system and of the format.
 SizeLimit largestRecording(const QString &folder, Kind kind);
 
-/// The same, also for the space that is free.
+/// The same, and that of the free space.
 SizeLimit sizeLimit(const QString &folder, Kind kind);
 
 /// Throws Failure if there is no space to record.
@@ -91,7 +97,8 @@ class DeviceWatch
 public:
     explicit DeviceWatch(QString path) : mPath(std::move(path)) {}
 
-    /// Returns why the recording must end; empty while it need not. Flushes it every few seconds.
+    /// Returns why the recording must end; empty if it can continue. Flushes the file every few
+    /// seconds.
     QString problem();
 
     /// Returns whether a flush has failed. The kernel reports that only once: later flushes succeed although
@@ -108,12 +115,12 @@ private:
 
 /// How a recording ended.
 struct Ending {
-    QString reason;        // why ffmpeg was stopped or failed; empty if it ended by itself
+    QString reason;        // why ffmpeg was stopped or failed; empty if it ended as requested
     bool isNormal = false; // the reason is the normal end
     bool hasLostData = false;
 };
 
-/// A recording that has got its thumbnail and is on the device.
+/// A recording that has its thumbnail and is on the device.
 struct FinishedRecording {
     QString path;
     bool isReportable; // all of it is on the device

@@ -20,7 +20,7 @@ void closeRecording(const QString &path);
 /// Returns whether @p path contains anything but a header. True if that cannot be determined.
 bool hasContent(const QString &path);
 
-/// Writes a small picture of a photo or video into the file @p path, which must exist. Returns the reason for
+/// Writes the thumbnail of a photo or video into the file @p path, which must exist. Returns the reason for
 /// a failure; empty on success.
 QString writeThumbnail(const QString &recording, const QString &path);
 

@@ -34,12 +34,16 @@
 using namespace VORN_FILE_HANDLER;
 
 // One ffmpeg records without interruption and writes a stream of packets. For each segment, another ffmpeg
-// writes the packets into a file without changing them. The segment muxer of ffmpeg cannot be used: it knows
-// neither a largest size nor the numbers that are taken.
+// writes the packets into a file without changing them. The segment muxer of ffmpeg cannot be used: it
+// supports neither a largest size nor numbers that are already taken.
 
 namespace {
 
 constexpr auto INTERVAL = std::chrono::milliseconds(100);
+
+/// Room for less is not worth a segment: a loop would go on forever with segments of a few frames, each of
+/// which would be deleted for the next.
+constexpr qint64 SMALLEST = 128 << 10;
 
 struct Pipe {
     Descriptor output; // to read from
@@ -49,13 +53,13 @@ struct Pipe {
     {
         int ends[2] = {-1, -1};
         if (::pipe2(ends, O_CLOEXEC) != 0)
-            throw Failure("no pipe can be created: " + errorText(errno));
+            throw Failure("a pipe cannot be created: " + errorText(errno));
         output = Descriptor(ends[0]);
         input = Descriptor(ends[1]);
     }
 };
 
-/// Returns false if nobody reads any more.
+/// Returns false if the reader has closed the pipe.
 bool writeAll(int descriptor, const QByteArray &bytes)
 {
     int written = 0;
@@ -97,15 +101,17 @@ public:
     Segment &operator=(const Segment &) = delete;
 
     /// Starts to write the packets, up to the one that begins the next segment. A separate thread does that.
-    void start(PacketBuffer &packets)
+    /// @p isAfterGap: packets before the first ones have been lost.
+    void start(PacketBuffer &packets, bool isAfterGap = false)
     {
         mPackets = &packets;
+        mMustBeginWithKey = isAfterGap;
         // The stream has times in milliseconds, and AVI has frames at a constant rate.
         const QString rate = mSettings.type.type == FILE_TYPE_VIDEO_AVI ? packets.frameRate() : QString();
         mMuxer.emplace(packetInput()
                            + QStringList{"-map", "0", "-c", "copy", "-copyinkf", "-copypriorss", "1"}
                            + (rate.isEmpty() ? QStringList() : QStringList{"-r", rate})
-                           + QStringList{"-f", containerOf(mSettings.type), "-y", "file:" + mPath},
+                           + QStringList{"-f", containerOf(mSettings.type)} + fileOutput(mPath),
                        mPipe.output.get());
         mPipe.output = Descriptor();
         mEnd = std::async(std::launch::async, [this] { return write(); });
@@ -117,9 +123,14 @@ public:
         mMuxer->waitForEnd(0); // reads what it prints
         return mEnd.wait_for(time) == std::future_status::ready;
     }
-    End end() { return mEnd.get(); }
+    End end()
+    {
+        const End end = mEnd.get();
+        mHasEndedEarly = end == MuxerHasEnded;
+        return end;
+    }
 
-    /// Makes the next possible packet begin the next segment.
+    /// Ends this segment before the next packet that can begin another.
     void endSoon() { mMustEnd = true; }
 
     /// Waits until the file has been written. Returns why that failed; empty on success.
@@ -127,7 +138,8 @@ public:
     {
         while (!mMuxer->waitForEnd(static_cast<int>(INTERVAL.count())))
             continue;
-        return mMuxer->failure();
+        const QString failure = mMuxer->failure();
+        return failure.isEmpty() && mHasEndedEarly ? "ffmpeg ended early" : failure;
     }
 
     const QString &path() const { return mPath; }
@@ -154,6 +166,11 @@ private:
         bool isWritten = writeAll(mPipe.input.get(), mPackets->header());
         const Packet *packet = nullptr;
         while (isWritten && (packet = mPackets->first())) {
+            if (mMustBeginWithKey && !packet->isKey) {
+                mPackets->removeFirst();
+                continue;
+            }
+            mMustBeginWithKey = false;
             const End end = packet->isKey ? endBefore(*packet) : StreamHasEnded;
             if (end != StreamHasEnded)
                 return end;
@@ -180,7 +197,7 @@ private:
                                                                                : StreamHasEnded;
     }
 
-    /// What a packet takes in the file beside its content, generously.
+    /// An upper limit of what a packet adds to the file besides its content.
     static constexpr qint64 INDEX_ENTRY = 40;
     static constexpr qint64 HEADER = 16 << 10;
 
@@ -196,6 +213,8 @@ private:
     std::atomic<qint64> mLargestGroup{0};
     std::atomic<qint64> mBytes{HEADER};
     std::atomic<bool> mMustEnd{false};
+    bool mMustBeginWithKey = false;
+    bool mHasEndedEarly = false; // the ffmpeg that writes the file
     std::future<End> mEnd;
     std::optional<Ffmpeg> mMuxer; // after the thread that writes to it: it is killed first
 };
@@ -235,9 +254,10 @@ private:
                          -1, pipe.input.get());
         pipe.input = Descriptor();
         mPackets.emplace(std::move(pipe.output));
-        watch(*segment, [this] { return mPackets->waitForHeader(INTERVAL); });
+        watch(*segment, [this] { return mPackets->waitForFirst(INTERVAL); });
         if (!mPackets->first()) {
-            const QString reason = endingOfStream().reason;
+            waitForCapture();
+            const QString reason = mReason.isEmpty() ? mCapture->failure() : mReason;
             throw FileFailure(segment->path(),
                               "recording failed: " + (reason.isEmpty() ? "ffmpeg wrote nothing" : reason)
                                   + discard(segment->path()));
@@ -248,26 +268,31 @@ private:
 
     /// Begins the segment after @p segment unless that is the last one, because of @p end or for lack of
     /// space.
-    std::unique_ptr<Segment> follow(const Segment &segment, Segment::End end)
+    std::unique_ptr<Segment> follow(Segment &segment, Segment::End end)
     {
         const bool isFull = end == Segment::SizeIsReached && segment.limit().reason == FULL;
-        if (end == Segment::MuxerHasEnded || (isFull && !mSettings.keepFree))
+        // A loop goes on if another program has filled the storage device, as long as each segment has
+        // content.
+        const bool isOverrun = end == Segment::MuxerHasEnded && mSettings.keepFree
+                               && segment.largestGroup() > 0 && segment.device().problem() == FULL;
+        if ((end == Segment::MuxerHasEnded && !isOverrun) || (isFull && !mSettings.keepFree))
             abandon(isFull ? FULL : QString());
-        if (end == Segment::StreamHasEnded || end == Segment::MuxerHasEnded || mIsAbandoned)
+        if (end == Segment::StreamHasEnded || mIsAbandoned)
             return nullptr;
         mLargestGroup = std::max(mLargestGroup, segment.largestGroup());
         std::unique_ptr<Segment> next;
         mProgress.print([&] {
             try {
                 mSpace.makeRoom();
-                const SizeLimit limit =
-                    limited(sizeLimit(QFileInfo(segment.path()).path(), mSettings.type.kind));
-                if (limit.bytes <= mLargestGroup) {
+                SizeLimit limit = limited(sizeLimit(QFileInfo(segment.path()).path(), mSettings.type.kind));
+                if (limit.reason == FULL) // what the other ffmpeg has not written yet takes space too
+                    limit.bytes -= std::max<qint64>(0, segment.bytes() - QFileInfo(segment.path()).size());
+                if (limit.bytes <= 2 * std::max(mLargestGroup, SMALLEST / 2)) {
                     abandon(FULL);
                     return;
                 }
                 next = std::make_unique<Segment>(mSettings, limit);
-                next->start(*mPackets);
+                next->start(*mPackets, isOverrun);
             } catch (const Failure &failure) {
                 printError(QString::fromUtf8(failure.what()));
                 mIsFailed = true;
@@ -320,13 +345,29 @@ private:
         stop(mReason.isEmpty() ? reason : mReason);
     }
 
+    /// Waits until the ffmpeg that reads the input has ended. It has no output any more, so it should do that
+    /// soon.
+    void waitForCapture()
+    {
+        constexpr double LONGEST_TIME = 10;
+        const Stopwatch time;
+        while (!mCapture->waitForEnd(static_cast<int>(INTERVAL.count()))) {
+            if (isStopped())
+                stop(INTERRUPTED);
+            else if (time.seconds() > LONGEST_TIME)
+                stop("ffmpeg has closed its output but does not end");
+        }
+    }
+
     Ending endingOfStream()
     {
-        while (!mCapture->waitForEnd(static_cast<int>(INTERVAL.count())))
-            continue;
+        waitForCapture();
         if (!mReason.isEmpty())
             return {mReason, mReason == INTERRUPTED && isNormalEnd(mSettings), false};
-        return {mIsAbandoned ? QString() : mCapture->failure(), false, false};
+        if (mIsAbandoned)
+            return {};
+        const QString failure = mCapture->failure();
+        return {failure.isEmpty() ? whyIncomplete(mSettings, *mCapture) : failure, false, false};
     }
 
     void finish(Segment &segment, bool isLast)
@@ -357,21 +398,9 @@ private:
     RecordingProgress mProgress;
 };
 
-/// Prints a line if no segment can become as large as was requested.
-void reportLowerLimit(const RecorderSettings &settings)
-{
-    const qint64 largest =
-        largestRecording(nearestExisting(settings.storage.location), settings.type.kind).bytes;
-    if (settings.segmentBytes > largest)
-        printError(QString("--segment: %1 is more than a file of this type can have on this file system; a "
-                           "segment ends at %2")
-                       .arg(humanSize(settings.segmentBytes), humanSize(largest)));
-}
-
 } // namespace
 
 ExitCode recordSegments(const RecorderSettings &settings)
 {
-    reportLowerLimit(settings);
     return SegmentedRecording(settings).run();
 }

@@ -111,10 +111,12 @@ void Storages::addOptions(CLI::App &app)
                            "Block device of the " + description + ", as named in /proc/partitions");
         options.block->type_name("NAME")->needs(options.location);
     }
-    app.footer("A command can use only the storage devices that are configured. If none is configured,\n"
-               "default folders in the user's data directory are used. The options that vornfh --help\n"
-               "lists may precede or follow the command.\n"
-               "Exit code: 0 success, 1 failure, 2 wrong command line, 3 prune could not free enough.");
+    app.footer(
+        "A command can use only the storage devices that are configured. If none is configured,\n"
+        "default folders in the user's data directory are used. The options that vornfh --help\n"
+        "lists may precede or follow the command.\n"
+        "Exit code: 0 success, 1 failure, 2 wrong command line, 3 goal not reached: check has findings,\n"
+        "repair or offload leaves something out, or a policy of prune does not hold.");
 }
 
 bool Storages::isNoneConfigured() const

@@ -2,6 +2,7 @@
 #include "temporary.h"
 
 #include "errors.h"
+#include "files.h"
 #include "mounts.h"
 #include "output.h"
 #include "text.h"
@@ -84,7 +85,7 @@ bool isLeftover(const QString &path)
            && file.isOpen() && ::flock(file.get(), LOCK_EX | LOCK_NB) == 0;
 }
 
-/// The names in @p folder that begin as those of temporary files do, sorted. QDir would match each of
+/// The names in @p folder that begin like those of temporary files, sorted. QDir would match each of
 /// thousands of names with a regular expression.
 QStringList temporaryNamesIn(const QString &folder)
 {
@@ -125,7 +126,7 @@ bool isOfThisSession(const QString &path)
 {
     QFile mark(path);
     const QByteArray session = sessionOf(path);
-    return !session.isEmpty() && mark.open(QIODevice::ReadOnly) && mark.readAll() == session;
+    return !session.isEmpty() && mark.open(QIODevice::ReadOnly) && mark.readAll().startsWith(session);
 }
 
 /// Flushes the file system of @p folder: as long as a deleted file can come back, its mark is needed.
@@ -133,6 +134,53 @@ bool isFlushed(const QString &folder)
 {
     const Descriptor descriptor = openFolder(folder);
     return ::syncfs(descriptor.get()) == 0 && (::fsync(descriptor.get()) == 0 || errno == EINVAL);
+}
+
+/// What RenameMark::setReplacement() has recorded in the mark @p path; an empty path if nothing.
+struct Replacement {
+    QString path;
+    QStringList files;
+};
+
+Replacement replacementIn(const QString &path)
+{
+    QFile mark(path);
+    const QByteArrayList names =
+        mark.open(QIODevice::ReadOnly) ? mark.readAll().split('\n') : QByteArrayList();
+    const QString folder = QFileInfo(path).path() + "/";
+    Replacement found;
+    for (int i = 1; i + 1 < names.size(); ++i) { // the last line is complete
+        const QString file = folder + QFile::decodeName(names[i]);
+        if (i == 1)
+            found.path = names[i].contains('/') ? QString() : file;
+        else if (namePattern().match(QFile::decodeName(names[i])).hasMatch())
+            found.files.append(file);
+    }
+    return found;
+}
+
+bool isUnfinished(const Replacement &replacement)
+{
+    return !replacement.path.isEmpty() && !isEntry(replacement.path)
+           && std::any_of(replacement.files.begin(), replacement.files.end(), isEntry);
+}
+
+/// Gives the first file of a replacement that is there the name that is missing. A copy gets it: if the power
+/// fails again, the file is still there.
+void finish(const Replacement &replacement)
+{
+    const auto found = std::find_if(replacement.files.begin(), replacement.files.end(), isEntry);
+    const QString folder = QFileInfo(replacement.path).path();
+    const Descriptor whole = openFile(*found, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    struct stat status = {};
+    TemporaryFile copy(folder, replacement.path);
+    const bool isCopied = whole.isOpen() && ::fstat(whole.get(), &status) == 0
+                          && copyContent(whole.get(), copy.descriptor())
+                          && (setAttributes(copy.descriptor(), status) || true) // FAT keeps no owner
+                          && ::fsync(copy.descriptor()) == 0 && isFlushed(folder);
+    if (!isCopied || !copy.rename(replacement.path, false) || !isFlushed(folder))
+        throw FileFailure(replacement.path, "was being replaced and cannot be restored: " + errorText(errno));
+    printError(replacement.path + ": was being replaced by an interrupted command; restored");
 }
 
 void removeLeftover(const QString &path)
@@ -187,6 +235,12 @@ TemporaryFile::~TemporaryFile()
         ::unlink(QFile::encodeName(mPath).constData());
 }
 
+bool TemporaryFile::takePlaceOf(const QString &path)
+{
+    return mFile.close()
+           && ::rename(QFile::encodeName(path).constData(), QFile::encodeName(mPath).constData()) == 0;
+}
+
 bool TemporaryFile::rename(const QString &path, bool isReplacing)
 {
     if (mFile.isOpen() && !mFile.close())
@@ -201,14 +255,27 @@ bool TemporaryFile::rename(const QString &path, bool isReplacing)
 
 RenameMark::RenameMark(const QString &folder)
 {
-    const FileSystem fileSystem = fileSystemOf(folder);
-    if (fileSystem == FileSystem::Other)
+    if (fileSystemOf(folder) == FileSystem::Other)
         return;
     mFile = createHidden(folder, MARK_EXTENSION, folder, mPath);
-    const QByteArray session = sessionOf(folder);
-    // On a full device the mark stays empty and is later treated as an old one.
+    write(sessionOf(folder));
+}
+
+void RenameMark::setReplacement(const QString &path, const QStringList &files)
+{
+    QByteArray names = sessionOf(path).isEmpty() ? "\n" : "";
+    for (const QString &file : QStringList{path} + files)
+        names += QFile::encodeName(QFileInfo(file).fileName()) + "\n";
+    write(names);
+    if (::fsync(mFile.get()) != 0)
+        throw FileFailure(path, "cannot be replaced safely: " + errorText(errno));
+}
+
+/// On a full device the mark stays empty and is later treated as an old one.
+void RenameMark::write(const QByteArray &content)
+{
     [[maybe_unused]] const ssize_t written =
-        ::write(mFile.get(), session.constData(), static_cast<size_t>(session.size()));
+        ::write(mFile.get(), content.constData(), static_cast<size_t>(content.size()));
 }
 
 void RenameMark::remove()
@@ -229,13 +296,18 @@ Leftovers leftoversIn(const QString &folder)
             continue;
         const bool isMark = name.endsWith(MARK_EXTENSION);
         (isMark ? found.marks : found.paths).append(path);
-        found.hasOldMark |= isMark && !isOfThisSession(path);
+        found.isNeeded |= isMark && (!isOfThisSession(path) || isUnfinished(replacementIn(path)));
     }
     return found;
 }
 
 void removeLeftovers(const QString &folder)
 {
+    for (const QString &mark : leftoversIn(folder).marks) {
+        const Replacement replacement = replacementIn(mark);
+        if (isUnfinished(replacement))
+            finish(replacement);
+    }
     const Leftovers leftovers = leftoversIn(folder);
     for (const QString &path : leftovers.paths) {
         if (leftovers.areSafeToDelete())

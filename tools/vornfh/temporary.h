@@ -27,6 +27,12 @@ public:
     /// Returns false with errno set, EEXIST if @p path exists and is not to be replaced.
     bool rename(const QString &path, bool isReplacing);
 
+    /// Renames the file @p path to the name of this one, which is lost. Returns false with errno set.
+    bool takePlaceOf(const QString &path);
+
+    /// Leaves the file where it is.
+    void release() { mPath.clear(); }
+
 private:
     QString mPath; // empty once the file has its name
     Descriptor mFile;
@@ -55,12 +61,17 @@ private:
 /// A hidden file that records, for as long as it exists, that temporary files in its folder are being
 /// renamed. FAT, exFAT and file systems in user space need it: a power failure can leave both names of such a
 /// file, and deleting one would free the content of the other. On other file systems no file is created. The
-/// mark contains sessionOf() its folder: if that is still the same, only the command was killed.
+/// mark contains sessionOf() its folder: if that is still the same, only the command was killed. Other lines
+/// are the names of a replacement.
 class RenameMark
 {
 public:
     /// The mark must be on the device before a file is renamed. Throws FileFailure.
     explicit RenameMark(const QString &folder);
+
+    /// Records, on the device, that the first of @p files that is there is to get the name @p path if that is
+    /// missing: removeLeftovers() sees to that after an interruption. All of them are in one folder.
+    void setReplacement(const QString &path, const QStringList &files);
 
     /// Returns whether the file system needs a mark.
     bool isNeeded() const { return !mPath.isEmpty(); }
@@ -69,27 +80,30 @@ public:
     void remove();
 
 private:
+    void write(const QByteArray &content);
+
     QString mPath;
     Descriptor mFile;
 };
 
 /// Why a leftover is kept.
-inline const QString MAY_SHARE_CONTENT = "it may share its content with another file; unmount the storage "
-                                         "device and check it with fsck, then delete the leftover";
+inline const QString MAY_SHARE_CONTENT = "it may share its content with another file, or be the only copy of "
+                                         "one; unmount the storage device and check it "
+                                         "with fsck before you delete the leftover";
 
 /// What interrupted commands have left behind in a folder.
 struct Leftovers {
-    QStringList paths; // of temporary files and folders
-    QStringList marks; // see RenameMark
-    bool hasOldMark = false;
+    QStringList paths;     // of temporary files and folders
+    QStringList marks;     // see RenameMark
+    bool isNeeded = false; // one of them may share its content with another file, or be the only copy of one
 
-    /// Returns whether they can be deleted without a check of the file system.
-    bool areSafeToDelete() const { return !hasOldMark; }
+    bool areSafeToDelete() const { return !isNeeded; }
 };
 
 Leftovers leftoversIn(const QString &folder);
 
-/// Deletes leftoversIn() if that is safe, and prints a line on standard error for each.
+/// Deletes leftoversIn() if that is safe, and finishes an interrupted replacement of a file. Prints a line on
+/// standard error for each.
 void removeLeftovers(const QString &folder);
 
 /// rename() that fails with EEXIST instead of replacing a file.

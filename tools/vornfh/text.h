@@ -21,7 +21,7 @@ QString printable(const QByteArray &bytes);
 /// "1023 B", "1.5 KiB", "3.7 GiB".
 QString humanSize(qint64 bytes);
 
-/// The same, with the number of bytes: "1023 B", "1.5 KiB (1536 B)".
+/// The same, followed by the exact number of bytes: "1023 B", "1.5 KiB (1536 B)".
 QString exactSize(qint64 bytes);
 
 /// The number of bytes that "2G", "500M", "64K" or "1000" stand for, in powers of 1024; nullopt for anything

@@ -62,7 +62,7 @@ ExitCode check(const Storage &storage, const Request &request)
     CheckOptions options = request.options;
     options.hasContents = !request.isNamesOnly;
     if (options.isReadingAll)
-        requireFfmpeg("checking all content");
+        requireFfmpeg("check --read-all");
     const CheckResult result = checkStorage(storage, options);
     if (request.isJson)
         printJson(QJsonDocument(toJson(storage, result)));

@@ -340,11 +340,11 @@ void addList(CommandLine &line)
     folders.add_flag("--json", request->json,
                      "Print an array of objects, which also contain the number of media files");
 
-    CLI::App &files = line.add("list",
-                               "Lists the files of a storage device, oldest first in each folder; images: "
-                               "all JPEG files, then all PNG\n"
-                               "files. Files of protected objects are marked",
-                               run(list));
+    CLI::App &files =
+        line.add("list",
+                 "Lists the files of a storage device, oldest first in each folder; images: all\n"
+                 "JPEG files, then all PNG files. Files of protected objects are marked",
+                 run(list));
     addStorageArgument(files, request->storage);
     addTypeFlags(files, *request);
     addFilterOption(files, *request);

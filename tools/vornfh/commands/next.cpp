@@ -43,8 +43,8 @@ void addNext(CommandLine &line)
     };
     CLI::App &command = line.add("next",
                                  "Prints the path of the next recording. Creates a folder if there is no "
-                                 "numbered folder or the last one\n"
-                                 "is full. The file is not created",
+                                 "numbered folder or the\n"
+                                 "last one is full. The file is not created",
                                  run);
     addStorageArgument(command, request->storage);
     command.add_option("TYPE", request->type, "avi, mkv, jpg, png, wav or thumb")

@@ -25,7 +25,7 @@ using namespace VORN_FILE_HANDLER;
 
 namespace {
 
-/// The words of "list --images", "--videos" and "--audio".
+/// The same words as in "list --images", "--videos" and "--audio".
 const std::map<std::string, Kind> KINDS = {{"images", PHOTO}, {"videos", VIDEO}, {"audio", AUDIO}};
 
 struct Request {
@@ -102,6 +102,7 @@ Selection selectionOf(const Storage &storage, const Request &request)
         if (isFolderSelected(path) || request.isMoving) // the newest object may be in another folder
             selection.folders.push_back(readNumberedFolder(path));
     });
+    requireReadToEnd(storage.location);
     selection.newest = newestOf(selection.folders);
     for (NumberedFolder &folder : selection.folders) {
         const bool isFolder = isFolderSelected(folder.path);
@@ -171,7 +172,7 @@ private:
         mDone += transfer.finish();
     }
 
-    /// Its content is not complete yet.
+    /// Skips an object whose content is not complete yet.
     void leave(const NumberedFolder &folder, const Object &object)
     {
         const int files = static_cast<int>(object.files.size());
@@ -180,18 +181,36 @@ private:
         mBeingWritten += files;
     }
 
+    /// A file that cannot be read does not hold back the others of its object, except for a thumbnail that
+    /// would then be without a recording.
     void add(Transfer &transfer, const NumberedFolder &folder, const Object &object)
     {
-        for (const ObjectFile &file : object.files) {
-            if (isStopped())
-                return;
+        std::vector<const ObjectFile *> files;
+        for (const ObjectFile &file : object.files)
+            files.push_back(&file);
+        const auto isRecording = [](const ObjectFile *file) { return !file->isThumbnail(); };
+        const auto isWorthwhile = [&] {
+            return !files.empty()
+                   && (!object.hasRecording() || std::any_of(files.begin(), files.end(), isRecording));
+        };
+        while (isWorthwhile() && !isStopped()) {
             try {
-                transfer.add(std::make_unique<Source>(folder.pathOf(file)), &file == &object.files.back());
+                Transfer::Sources sources;
+                for (const ObjectFile *file : files)
+                    sources.push_back(std::make_unique<Source>(folder.pathOf(*file)));
+                transfer.add(std::move(sources), Transfer::Conflict::Counter);
+                break;
             } catch (const FileFailure &failure) {
                 print(QString::fromUtf8(failure.what()));
-                mProgress.finishFiles(1);
+                const auto failed = std::find_if(files.begin(), files.end(), [&](const ObjectFile *file) {
+                    return folder.pathOf(*file) == failure.path();
+                });
+                files.erase(failed == files.end() ? files.begin() : failed,
+                            failed == files.end() ? failed : failed + 1);
             }
         }
+        const size_t added = isWorthwhile() && !isStopped() ? files.size() : 0;
+        mProgress.finishFiles(static_cast<int>(object.files.size() - added));
     }
 
     void print(const QString &message)
@@ -234,20 +253,20 @@ private:
                 objects.push_back(&object);
         }
         const std::vector<const Object *> deleted =
-            objects.empty() ? objects : deleteObjects(folder, objects);
+            objects.empty() ? objects : deleteObjects(folder, objects).objects;
         for (const Object *object : objects) {
             if (std::find(deleted.begin(), deleted.end(), object) == deleted.end())
                 fail(byBase[object->base]);
         }
     }
 
-    /// Prints why the object stays.
+    /// Prints the reason if the object must stay, unless it is the newest one.
     bool mayBeDeleted(const NumberedFolder &folder, const Object &object, const Copies &copies) const
     {
         const QString path = folder.pathOf(object.files.front());
         if (pathOf(folder, object) == mJob.selection.newest)
             return false;
-        if (isProtected(path)) {
+        if (isProtected(folder, object)) {
             printError(path + ": is protected and stays on the storage device");
             return false;
         }
@@ -275,9 +294,9 @@ private:
     const Job &mJob;
     Progress mProgress;
     Checksums mSums;
-    std::optional<FileFailure> mFailure; // to save the sums or to flush a deletion
+    std::optional<FileFailure> mFailure; // of saving the sums or flushing a deletion
     int mDone = 0;
-    int mBeingWritten = 0; // files of objects that are
+    int mBeingWritten = 0; // files of objects that are being written
 };
 
 /// @p path without symbolic links; the part that does not exist is kept.
@@ -287,8 +306,8 @@ QString resolved(const QString &path)
     return QDir::cleanPath(QFileInfo(existing).canonicalFilePath() + "/" + path.mid(existing.size()));
 }
 
-/// Throws UsageError if one is in the other: the copies would be on the storage device that they are to
-/// leave.
+/// Throws UsageError if one is in the other: the copies would be on the storage device from which the objects
+/// are to be offloaded.
 void requireApart(const QString &directory, const Storage &storage)
 {
     const QString place = resolved(directory);
@@ -344,21 +363,21 @@ void addOffload(CommandLine &line)
     const auto request = std::make_shared<Request>();
     CLI::App &command = line.add(
         "offload",
-        "Copies the objects of a storage device to a directory of a computer, as DIRECTORY/FOLDER/FILE. "
-        "Each\n"
-        "copy is flushed and compared as copy does. DIRECTORY/SHA256SUMS gets a line for each, which\n"
-        "sha256sum -c reads. What is already there with the same content is not copied again, so that an\n"
-        "interrupted run can be repeated; if the content differs, both are kept, and the new file gets a\n"
-        "counter. An object is a recording with its thumbnail. Objects that are being written are left out;\n"
-        "the exit code is then 3",
+        "Copies the objects of a storage device to a directory on a computer, as DIRECTORY/FOLDER/FILE.\n"
+        "Each copy is flushed and compared as by the copy command. DIRECTORY/SHA256SUMS gets a line for\n"
+        "each, which sha256sum -c can verify. A file that is already there with the same content is not\n"
+        "copied again, so an interrupted run can be repeated; if the content differs, both files are kept,\n"
+        "and the new one gets a counter. An object is a recording with its thumbnail. Objects that are\n"
+        "being written are skipped; the exit code is then 3",
         [&line, request] { return offloadStorage(line.storages().require(request->storage), *request); });
     addStorageArgument(command, request->storage);
     command.add_option("DIRECTORY", request->directory, "The directory; it is created if it is missing")
         ->required()
         ->type_name("");
-    command.add_flag("--move", request->isMoving,
-                     "Delete objects from the storage device once their copies and sums are safe, except\n"
-                     "protected ones, those that are being written, and the newest");
+    command.add_flag(
+        "--move", request->isMoving,
+        "Delete objects from the storage device once their copies and checksums are safe, except\n"
+        "protected ones, those that are being written, and the newest");
     command
         .add_option_function<std::string>(
             "--since", [request](const std::string &text) { setSince(*request, text); },

@@ -76,8 +76,8 @@ private:
     std::map<QString, NumberedFolder> mFolders;
 };
 
-/// Clears the read-only attribute of a file on exFAT. Returns false if the driver has no call for it: that
-/// came with Linux 6.8.
+/// Clears the read-only attribute of a file on exFAT. Returns false if the driver has no ioctl() for it, as
+/// before Linux 6.8.
 bool clearAttribute(int file)
 {
     __u32 attributes = 0;
@@ -87,23 +87,22 @@ bool clearAttribute(int file)
     return ::ioctl(file, FAT_IOCTL_SET_ATTRIBUTES, &attributes) == 0;
 }
 
-/// Puts a copy without the mark in the place of a file. Older exFAT drivers write a read-only attribute that
-/// they have read from the device back, whatever the permissions are by then.
+/// Replaces a file with an unprotected copy. Older exFAT drivers write back a read-only attribute that they
+/// have read from the device, regardless of the current permissions.
 void replaceByCopy(const QString &path, int file, const struct stat &before)
 {
-    if (isBeingWritten(path))
-        throw FileFailure(path, "cannot be unprotected: another program is writing it");
     TemporaryFile copy(QFileInfo(path).path(), path);
     if (!copyContent(file, copy.descriptor()))
-        throw FileFailure(path, "a copy without protection cannot be written: " + errorText(errno));
+        throw FileFailure(path, "an unprotected copy cannot be written: " + errorText(errno));
     struct stat attributes = before;
     attributes.st_mode |= defaultMode(ANY_WRITE);
-    setAttributes(copy.descriptor(), attributes); // exFAT keeps no owner
+    setAttributes(copy.descriptor(), attributes); // exFAT stores no owner
     flushWithFolders({copy.path()});
+    if (!hasSameContent(file, copy.descriptor(), path))
+        throw FileFailure(path, "the unprotected copy differs");
     struct stat now = {};
-    if (!hasSameContent(file, copy.descriptor(), path) || ::fstat(file, &now) != 0
-        || !isSameState(before, now))
-        throw FileFailure(path, "cannot be unprotected: its copy differs");
+    if (!readLinkStatus(path, now) || !isSameState(before, now) || isBeingWritten(path))
+        throw FileFailure(path, "was changed by another program in the meantime");
     replaceFile(copy, path);
 }
 
@@ -120,15 +119,15 @@ void mark(const QString &path, bool isProtecting)
     require(::fstat(file.get(), &status) == 0);
     if (isProtectedMode(status.st_mode) == isProtecting)
         return;
-    if (!isProtecting && fileSystemOf(path) == FileSystem::Exfat && !clearAttribute(file.get()))
-        return replaceByCopy(path, file.get(), status);
     const mode_t permissions = status.st_mode & 07777 & ~ANY_WRITE;
     if (isProtecting)
         require(::fchmod(file.get(), permissions) == 0);
+    else if (fileSystemOf(path) == FileSystem::Exfat && !clearAttribute(file.get()))
+        replaceByCopy(path, file.get(), status);
     else // FAT accepts exactly the write permissions that its mount options allow, or none
         require(::fchmod(file.get(), permissions | defaultMode(ANY_WRITE)) == 0
                 || ::fchmod(file.get(), permissions | ANY_WRITE) == 0);
-    require(::fstat(file.get(), &status) == 0);
+    require(readLinkStatus(path, status));
     if (isProtectedMode(status.st_mode) != isProtecting)
         throw FileFailure(path, "the file system cannot store the protection of files");
 }
@@ -140,27 +139,31 @@ ExitCode markAll(const Request &request, const QList<Storage> &storages)
     QStringList marked;
     std::set<QString> seen;
     std::set<QString> folders;
-    const int failures = forEachReporting(arguments, [&](const std::string &argument) {
+    int incomplete = 0;
+    const int refused = forEachReporting(arguments, [&](const std::string &argument) {
         const QString path = pathArgument(argument);
         const NumberedFolder folder = objects.at(path);
+        QStringList names;
         for (const Object &object : folder.objects) {
-            for (const ObjectFile &file : object.files) {
-                const QString name = folder.pathOf(file);
-                if (!seen.insert(name).second)
-                    continue;
-                folders.insert(folder.path);
-                mark(name, request.isProtecting);
-                marked.append(name);
-            }
+            for (const ObjectFile &file : object.files)
+                names.append(folder.pathOf(file));
         }
+        folders.insert(folder.path);
+        const int failed = forEachReporting(names, [&](const QString &name) {
+            if (!seen.insert(name).second)
+                return;
+            mark(name, request.isProtecting);
+            marked.append(name);
+        });
+        incomplete += failed > 0 ? 1 : 0;
     });
     for (const QString &folder : folders)
         flushFileSystem(folder);
     for (const QString &path : marked)
         printDone(printable(path));
-    if (failures > 0)
+    if (refused + incomplete > 0)
         throw Failure(QString("%1 of %2 paths not %3")
-                          .arg(failures)
+                          .arg(refused + incomplete)
                           .arg(arguments.size())
                           .arg(request.isProtecting ? "protected" : "unprotected"));
     return DONE;
@@ -185,10 +188,9 @@ void addProtect(CommandLine &line)
     addCommand(
         line, true, "protect",
         "Protects objects from delete, rmdir, wipe, prune and move. An object is a recording with its\n"
-        "thumbnail. Its files lose their write permission; on FAT and exFAT this sets the\nread-only "
+        "thumbnail. Its files lose their write permission; on FAT and exFAT this sets the read-only\n"
         "attribute, which cameras use");
-    addCommand(
-        line, false, "unprotect",
-        "Removes the protection of objects. On exFAT before Linux 6.8, each file is replaced by a copy, "
-        "which\ntakes time and free space: the kernel cannot clear the attribute");
+    addCommand(line, false, "unprotect",
+               "Removes the protection of objects. On exFAT before Linux 6.8, each file is replaced with a\n"
+               "copy, which takes time and free space: the kernel cannot clear the attribute");
 }

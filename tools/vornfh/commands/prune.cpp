@@ -127,11 +127,10 @@ void addPrune(CommandLine &line)
     const auto request = std::make_shared<Request>();
     CLI::App &command = line.add(
         "prune",
-        "Deletes the oldest objects of a storage device, in the order of the numbering, until the policies "
-        "hold.\n"
-        "An object is a recording with its thumbnail. Protected objects, the newest object and objects that "
-        "are\n"
-        "being written are never deleted. The exit code is 3 if a policy still does not hold",
+        "Deletes the oldest objects of a storage device, in the order of the numbering, until the\n"
+        "policies hold. An object is a recording with its thumbnail. Protected objects, the newest object\n"
+        "and objects that are being written are never deleted. The exit code is 3 if a policy still does\n"
+        "not hold",
         [&line, request] {
             if (!request->hasPolicy())
                 throw UsageError(

@@ -4,7 +4,9 @@
 #include "ffmpeg.h"
 #include "folders.h"
 #include "media.h"
+#include "mounts.h"
 #include "numbering.h"
+#include "output.h"
 #include "paths.h"
 #include "pruning.h"
 #include "recorder.h"
@@ -58,6 +60,24 @@ RecorderSettings settingsFor(const Storage &storage, const Request &request)
     return settings;
 }
 
+/// Prints a line if a file cannot become as large as was requested, or if only its largest size ends it. WAV
+/// files that are divided by time are left out: they are far smaller.
+void reportLargestSize(const RecorderSettings &settings)
+{
+    const QString folder = nearestExisting(settings.storage.location);
+    const Kind kind = settings.type.kind;
+    const qint64 largest = largestRecording(folder, kind).bytes;
+    const bool isLimited = largestFile(folder) < UNLIMITED;
+    const bool isEndless = settings.duration <= 0 && kind != PHOTO && !settings.isSegmented();
+    if (settings.segmentBytes > largest)
+        printError(QString("--segment: a file of this type on this file system cannot be as large as %1; "
+                           "segments end at %2")
+                       .arg(humanSize(settings.segmentBytes), humanSize(largest)));
+    else if ((settings.segmentSeconds > 0 && isLimited) || (isEndless && (isLimited || kind == AUDIO)))
+        printError(QString("on this file system, a file of this type can have at most %1; %2 ends there")
+                       .arg(humanSize(largest), isEndless ? "the recording" : "a segment"));
+}
+
 ExitCode recordSeveral(const RecorderSettings &settings, int count)
 {
     SpaceKeeper space(settings);
@@ -78,6 +98,7 @@ ExitCode record(const RecorderSettings &settings, int count)
     requireFfmpeg("recording");
     requireWritable(settings.storage);
     catchStopSignals();
+    reportLargestSize(settings);
     return settings.isSegmented() ? recordSegments(settings) : recordSeveral(settings, count);
 }
 
@@ -137,7 +158,7 @@ void addInputOptions(CLI::App &command, const std::shared_ptr<Request> &request)
     CLI::Option *input = addChecked(
         command, "--input", [request](const QString &text) { request->settings.input.name = text; }, "INPUT",
         "The source: /dev/video0 or any other ffmpeg input. Default: a moving test picture and a\n"
-        "tone, with --duration 0 at the speed of a camera");
+        "tone, generated in real time with --duration 0");
     const auto add = [&](const char *name, void (*set)(RecorderSettings &, const QString &), const char *type,
                          const char *description) {
         addChecked(
@@ -145,12 +166,12 @@ void addInputOptions(CLI::App &command, const std::shared_ptr<Request> &request)
             ->needs(input);
     };
     add("--input-format", setFormat, "FORMAT",
-        "The format of the input, as ffmpeg calls it. Default: v4l2 for /dev/video*");
+        "The ffmpeg name of the input format. Default: v4l2 for /dev/video*");
     add("--size", setSize, "WxH", "The picture size to request from the input");
     add("--rate", setRate, "N|N/M", "The frame rate to request from the input");
     command
         .add_option("--timeout", request->settings.timeout,
-                    "End the recording if the input delivers nothing for this long")
+                    "End the recording if the input delivers no data for this long")
         ->check(between(0.1, 86400))
         ->type_name("SECONDS")
         ->capture_default_str();
@@ -161,7 +182,7 @@ void addSegmentOptions(CLI::App &command, const std::shared_ptr<Request> &reques
     addChecked(
         command, "--segment", [request](const QString &text) { setSegment(request->settings, text); },
         "SECONDS|SIZE",
-        "Begin a new number after this time or size, without losing a frame: 60, 90s, 10m, 100M, 2G");
+        "Begin a new file after this time or size, without losing a frame: 60, 90s, 10m, 100M, 2G");
     CLI::Option *loop =
         command.add_flag("--loop", request->isLoop,
                          "Delete the oldest objects before each recording or segment, as prune does");
@@ -195,13 +216,10 @@ void addRecord(CommandLine &line)
     };
     CLI::App &command = line.add(
         "record",
-        "Makes the next recordings on a storage device with ffmpeg and prints their paths. Photos and "
-        "videos\n"
-        "get a thumbnail beside them. A recording that ends early, because it was interrupted (SIGINT, "
-        "SIGTERM,\n"
-        "SIGHUP), the storage device is full, the input delivers nothing or ffmpeg failed, is closed and "
-        "kept if\n"
-        "it has content",
+        "Makes the next recordings on a storage device with ffmpeg and prints their paths. Photos and\n"
+        "videos get a thumbnail. A recording that ends early, because it is interrupted (SIGINT, SIGTERM,\n"
+        "SIGHUP), the storage device is full, the input ends or delivers no data, or ffmpeg fails, is\n"
+        "closed, and kept if it has content",
         run);
     addStorageArgument(command, request->storage);
     command.add_option("--type", request->type, "Type of the recordings")
@@ -214,9 +232,8 @@ void addRecord(CommandLine &line)
         ->capture_default_str();
     command
         .add_option("--duration", request->duration,
-                    "Length of a video or audio recording; 0: until SIGINT or SIGTERM. Default: 2, or 0 "
-                    "with\n"
-                    "--segment")
+                    "Length of a video or audio recording; 0: until SIGINT or SIGTERM, and the end of the\n"
+                    "input is then an early end. Default: 2, or 0 with --segment")
         ->check(durations())
         ->type_name("SECONDS");
     addInputOptions(command, request);

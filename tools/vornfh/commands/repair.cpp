@@ -34,7 +34,7 @@ struct Request {
     bool isDryRun = false;
 };
 
-// What is to be mended
+// What is to be repaired
 
 /// The findings about the numbered folder @p path, or about the object of the file @p path.
 QList<Finding> findingsAt(const QString &path, const QList<Storage> &storages, bool isDryRun)
@@ -67,23 +67,27 @@ QList<Finding> findingsOn(const Storage &storage, bool isDryRun)
     return checkStorage(storage, CheckOptions()).findings;
 }
 
-// Mending
+// Repairing
 
-/// Deletes a file or a leftover folder. The thumbnail of an empty recording goes before it, so that no
-/// thumbnail is ever alone.
-QStringList removeFile(const QString &path)
+/// What is deleted together with a file or a leftover folder. The thumbnail of an empty recording goes before
+/// it, so that no thumbnail is ever alone.
+QStringList removedWith(const QString &path)
 {
     QStringList removed = {thumbnailFreedBy(path), path};
     removed.removeAll(QString());
-    for (const QString &name : removed) {
-        if (::remove(QFile::encodeName(name).constData()) != 0)
-            throw FileFailure(name, "cannot be deleted: " + errorText(errno));
-        flushFolder(QFileInfo(name).path());
-    }
     return removed;
 }
 
-/// Returns whether a file or folder that @p finding would have deleted is still what it was: closing
+void removeFiles(const QStringList &paths)
+{
+    for (const QString &path : paths) {
+        if (::remove(QFile::encodeName(path).constData()) != 0)
+            throw FileFailure(path, "cannot be deleted: " + errorText(errno));
+        flushFolder(QFileInfo(path).path());
+    }
+}
+
+/// Returns whether a file or folder that is to be deleted for @p finding is still what it was: closing
 /// recordings takes time, in which another program may have written to the storage device.
 bool isStillDeletable(const Finding &finding, const QString &path, const struct stat &status)
 {
@@ -95,13 +99,18 @@ bool isStillDeletable(const Finding &finding, const QString &path, const struct 
     return leftovers.areSafeToDelete() && leftovers.paths.contains(path);
 }
 
-/// A part that the device cannot read would be missing from the new file.
+/// Returns whether a recording of which every byte can be read contains nothing that ffprobe finds. The
+/// recorder may have been killed before the first frame.
+bool isWithoutContent(const QString &path)
+{
+    return missingProgram({"ffprobe"}).isEmpty() && packetsIn(path, 1) <= 0 && !readingErrorOf(path);
+}
+
+/// Closes a recording that can be read completely: unreadable parts would be missing from the new file.
 void closeWhole(const QString &path)
 {
     if (const auto error = readingErrorOf(path))
         throw FileFailure(path, error->text);
-    if (!hasContent(path))
-        throw FileFailure(path, "contains no picture or sound and is left as it is");
     closeRecording(path);
 }
 
@@ -118,7 +127,7 @@ void replaceThumbnail(const QString &recording, const QString &path)
     replaceFile(file, path);
 }
 
-/// Mends findings and reports each when that is on the device.
+/// Repairs what findings report, and prints each change when it is on the device.
 class Repair
 {
 public:
@@ -166,7 +175,7 @@ private:
             requireFfmpeg("repair");
     }
 
-    /// Returns why the finding stays; empty if it can be mended.
+    /// Returns why the file is left unchanged; empty if it can be repaired.
     static QString whyNot(const Finding &finding, const QString &path)
     {
         const auto isWritten = [](const QString &file) { return !file.isEmpty() && isBeingWritten(file); };
@@ -176,8 +185,11 @@ private:
             return QString();
         if (isProtected(path))
             return finding.text + "; is protected and left alone";
-        return isWritten(path) || isWritten(finding.recording) ? "is being written and left alone"
-                                                               : QString();
+        if (isWritten(path) || isWritten(finding.recording))
+            return "is being written and left alone";
+        return finding.remedy == Remedy::Close && isWithoutContent(path)
+                   ? "contains no readable video or audio; cannot be repaired"
+                   : QString();
     }
 
     void mend(const Finding &finding, const QString &path)
@@ -192,10 +204,13 @@ private:
                 closeWhole(path);
             report(path, "closed");
         } else {
-            const QStringList removed = mIsDryRun ? QStringList{path} : removeFile(path);
-            for (const QString &name : removed)
+            const QStringList removed = removedWith(path);
+            if (!mIsDryRun)
+                removeFiles(removed);
+            for (const QString &name : removed) {
                 report(name, "deleted");
-            mDone.insert(path);
+                mDone.insert(name);
+            }
         }
     }
 
@@ -230,12 +245,11 @@ void addRepair(CommandLine &line)
     const auto request = std::make_shared<Request>();
     CLI::App &command = line.add(
         "repair",
-        "Mends what check calls repairable: recordings that are not closed are written into a new file, "
-        "which\n"
-        "replaces them; missing and damaged thumbnails are made; empty files, thumbnails without a "
-        "recording\n"
-        "and files left behind by interrupted commands are deleted. All else stays and is named, as do\n"
-        "protected objects and those that are being written; the exit code is then 3",
+        "Repairs what check reports as repairable: recordings that are not closed are written into a\n"
+        "new file, which replaces them; missing and damaged thumbnails are created; empty files,\n"
+        "thumbnails without a recording and files left behind by interrupted commands are deleted.\n"
+        "A damaged file is left unchanged and reported if it cannot be repaired, is protected or is\n"
+        "being written; the exit code is then 3",
         [&line, request] { return repair(*request, line.storages()); });
     request->targets =
         addNames(command, "STORAGE|PATH...", "Storage devices, numbered folders, or files for their objects");

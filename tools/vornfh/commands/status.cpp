@@ -9,6 +9,7 @@
 #include "objects.h"
 #include "output.h"
 #include "paths.h"
+#include "recorder.h"
 #include "text.h"
 
 #include <QFileInfo>
@@ -37,6 +38,7 @@ struct Contents {
 struct Room {
     qint64 free = 0;        // bytes; UNLIMITED if unknown
     qint64 largestFile = 0; // UNLIMITED if no recording can be too large
+    bool isEnough = true;   // record would begin a recording
     Estimate estimate;
 };
 
@@ -115,7 +117,10 @@ Room roomOn(const Storage &storage, const Capacity &capacity, const Contents &co
 {
     const QString existing = nearestExisting(storage.location);
     const bool isMeasured = capacity.isKnown() && !capacity.isElsewhere;
-    Room room = {isMeasured ? capacity.free : freeBytes(existing), largestFile(existing), {}};
+    Room room = {isMeasured ? capacity.free : freeBytes(existing),
+                 largestFile(existing),
+                 sizeLimit(existing, VIDEO).bytes > 0,
+                 {}};
     if (contents.objects && room.free < UNLIMITED)
         room.estimate = estimateOf(*contents.objects, room.free, contents.numbering.left());
     return room;
@@ -129,12 +134,14 @@ QString whyFull(const Contents &contents, const Room &room)
         return "no number is left";
     if (room.free == 0)
         return "no space is left";
-    return room.free < objects.largest ? QString("%1 free, but the largest of the last recordings has %2")
+    if (!room.isEnough)
+        return humanSize(room.free) + " free, which is not enough to record";
+    return room.free < objects.largest ? QString("%1 free, but the largest of the last recordings is %2")
                                              .arg(humanSize(room.free), humanSize(objects.largest))
                                        : QString();
 }
 
-/// What prevents the most is named.
+/// The first verdict that applies; those that prevent more come first.
 Verdict verdictOn(const Status &status)
 {
     const Device &device = status.device;
@@ -270,7 +277,7 @@ QJsonObject toJson(const Status &status)
         {"problems", QJsonArray::fromStringList(status.problems)},
     };
     return joined(joined(object, toJson(status.contents)),
-                  toJson(status.room.value_or(Room{0, UNLIMITED, {}})));
+                  toJson(status.room.value_or(Room{0, UNLIMITED, false, {}})));
 }
 
 QString blockText(const Device &device)
@@ -428,11 +435,11 @@ void addStatus(CommandLine &line)
                             : line.storages().configured(),
                     request->isJson);
     };
-    CLI::App &command = line.add("status",
-                                 "Shows whether one storage device, or each of them, is ready to record, how "
-                                 "much more it can hold, and\n"
-                                 "its block device, space, objects, next photo and wear",
-                                 run);
+    CLI::App &command = line.add(
+        "status",
+        "Shows whether one storage device, or each of them, is ready to record, how much more it can\n"
+        "hold, and its block device, space, objects, next photo and wear",
+        run);
     request->storageArgument = addStorageArgument(command, request->storage)->required(false);
     command.add_flag("--json", request->isJson, "Print an array with an object for each storage device");
     command.footer("Example: vornfh --sd /mnt/sd/DCIM --sd-block mmcblk1p1 status sd");

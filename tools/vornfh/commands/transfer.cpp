@@ -115,13 +115,15 @@ ExitCode transferAll(const Request &request)
             // A file can stay in its folder for a while: one that is given twice would be copied twice.
             if (request.mode == Mode::Move && given.contains(entry.resolved))
                 throw FileFailure(path, "is given twice; a file can be moved only once");
-            auto source = std::make_unique<Source>(path);
-            auto thumbnail = entry.thumbnail.isEmpty() ? nullptr : std::make_unique<Source>(entry.thumbnail);
+            Transfer::Sources sources;
+            sources.push_back(std::make_unique<Source>(path));
+            if (!entry.thumbnail.isEmpty())
+                sources.push_back(std::make_unique<Source>(entry.thumbnail));
             given.insert(entry.resolved);
             if (!transfer)
                 transfer.emplace(VornFileHandler::getDirPath(request.storage.type, request.folder),
                                  request.mode, progress);
-            transfer->add(std::move(source), std::move(thumbnail), entry.isShared);
+            transfer->add(std::move(sources), Transfer::Conflict::Fail, entry.isShared);
         } catch (const FileFailure &failure) {
             progress.print([&failure] { printError(QString::fromUtf8(failure.what())); });
             progress.finishFiles(entry.files());
@@ -178,13 +180,12 @@ void addTransfer(CommandLine &line)
     addCommand(
         line, Mode::Copy, "copy",
         "Copies files into a folder of a storage device. Each copy is flushed to the device and compared\n"
-        "byte for byte. The thumbnail of a photo or video goes with it. The folder is created if it is\n"
-        "missing; a counter is added to a name that is taken");
+        "byte for byte. The thumbnail of a photo or video is copied with it. The folder is created if it\n"
+        "is missing; a counter is added to a name that is taken");
     addCommand(
         line, Mode::Move, "move",
         "Moves files into a folder of a storage device. Within a file system, files are renamed. Between\n"
-        "file systems, and on FAT, exFAT and file systems in user space, they are copied as by the copy "
-        "command, and\n"
-        "each file whose copy is safe is deleted. The thumbnail of a photo or video goes with it. If a\n"
-        "source is a symbolic link, its target is copied, and only the link is deleted");
+        "file systems, and on FAT, exFAT and file systems in user space, they are copied as by the copy\n"
+        "command, and each file whose copy is safe is deleted. The thumbnail of a photo or video is moved\n"
+        "with it. If a source is a symbolic link, its target is copied, and only the link is deleted");
 }
