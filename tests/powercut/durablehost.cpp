@@ -40,8 +40,8 @@ bool record(const QString &path, const QByteArray &content)
     return isWritten && flush(path) && flush(folder) && flush(location) && flush(mountPoint);
 }
 
-/// Replaces the content of a file. Whenever the power fails, the file has its old or its new content, except on
-/// exFAT.
+/// Replaces the content of a file. Whenever the power fails, the file has its old or its new content, except
+/// on exFAT.
 bool replace(const QString &path, const QByteArray &content)
 {
     const QString folder = QFileInfo(path).path();
