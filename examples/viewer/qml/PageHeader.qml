@@ -9,6 +9,7 @@ Item {
 
     property alias title: titleLabel.text
     property alias subtitle: subtitleLabel.text
+    property alias subtitleColor: subtitleLabel.color
     property string backIcon: "back"
     default property alias content: extras.data
     signal back

@@ -112,12 +112,14 @@ FocusScope {
     Rectangle {
         anchors.fill: pageHeader
         gradient: Gradient {
-            GradientStop { position: 0; color: "#d0000000" }
+            GradientStop { position: 0; color: "#e0000000" }
+            GradientStop { position: 0.7; color: "#a0000000" }
             GradientStop { position: 1; color: "transparent" }
         }
     }
     PageHeader {
         id: pageHeader
+        subtitleColor: Theme.text // in front of a picture
         width: parent.width
         title: page.base
         subtitle: (page.current ? page.current.time : "")

@@ -69,7 +69,7 @@ FocusScope {
             copyDialog.close()
             if (viewer.folder)
                 pages.push(objectsPage)
-            else
+            else if (pages.depth > 1)
                 pages.pop(null)
         }
         function onReported(text) { toast.show(text) }
