@@ -13,9 +13,13 @@
 #include <QQmlEngine>
 #include <QTranslator>
 
-void setUpEngine(QQmlEngine &engine, Viewer &viewer)
+void registerTypes()
 {
     qmlRegisterType<Video>("Viewer", 1, 0, "Video");
+}
+
+void setUpEngine(QQmlEngine &engine, Viewer &viewer)
+{
     for (const QString &name : {TILES, PICTURES})
         engine.addImageProvider(name, new ImageProvider(name));
     auto *input = new InputMode;

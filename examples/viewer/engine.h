@@ -7,7 +7,10 @@
 class QQmlEngine;
 class Viewer;
 
-/// Gives QML the viewer, the input mode, the pictures and the type Video.
+/// Makes the types of the viewer known to QML. Call this before QML is loaded.
+void registerTypes();
+
+/// Gives QML the viewer, the input mode and the pictures.
 void setUpEngine(QQmlEngine &engine, Viewer &viewer);
 
 /// Sets the language of the interface, "de" or "en", its fonts and its way of writing numbers.

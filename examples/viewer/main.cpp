@@ -82,6 +82,7 @@ int main(int argc, char **argv)
 
     Viewer viewer(configuration.storages);
     QQmlApplicationEngine engine;
+    registerTypes();
     setUpEngine(engine, viewer);
     engine.load("qrc:/qml/Main.qml");
     return engine.rootObjects().isEmpty() ? EXIT_FAILURE : QGuiApplication::exec();

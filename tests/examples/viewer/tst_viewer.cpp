@@ -86,6 +86,7 @@ Fixture::Fixture()
 void Fixture::qmlEngineAvailable(QQmlEngine *engine)
 {
     mEngine = engine;
+    registerTypes();
     engine->rootContext()->setContextProperty("fixture", this);
     connect(engine, &QQmlEngine::warnings, this, [this](const QList<QQmlError> &warnings) {
         for (const QQmlError &warning : warnings)
