@@ -28,8 +28,8 @@ QImage withRoundCorners(const QImage &picture, QSize size)
     return tile;
 }
 
-/// Reads a picture for @p size. Sets @p error if that is not possible.
-QImage readPicture(const QString &path, QSize size, bool isTile, QString &error)
+/// Reads a picture for @p size. Returns a null image if that is not possible.
+QImage readPicture(const QString &path, QSize size, bool isTile)
 {
     constexpr qint64 LARGEST = 64'000'000; // pixels; a camera has little memory
     QImageReader reader(path);
@@ -42,10 +42,8 @@ QImage readPicture(const QString &path, QSize size, bool isTile, QString &error)
     if (isTile || scaled.width() < full.width())
         reader.setScaledSize(scaled); // a JPEG file is then decoded in this size
     QImage picture;
-    if (qint64(full.width()) * full.height() > LARGEST || !reader.read(&picture)) {
-        error = reader.errorString();
+    if (qint64(full.width()) * full.height() > LARGEST || !reader.read(&picture))
         return QImage();
-    }
     return isTile ? withRoundCorners(picture, size) : picture;
 }
 
@@ -70,15 +68,14 @@ public:
 
     std::shared_ptr<Job> job() const { return mJob; }
 
-    void finish(const QImage &picture, const QString &error)
+    void finish(const QImage &picture)
     {
         mPicture = picture;
-        mError = error;
         emit finished();
     }
 
     void cancel() override { mJob->isCancelled = true; }
-    QString errorString() const override { return mError; }
+    // Without an errorString(): QML would print a warning for every file that is not a picture.
     QQuickTextureFactory *textureFactory() const override
     {
         return QQuickTextureFactory::textureFactoryForImage(mPicture);
@@ -87,18 +84,16 @@ public:
 private:
     const std::shared_ptr<Job> mJob;
     QImage mPicture;
-    QString mError;
 };
 
 void runJob(Response::Job &job, const QString &path, QSize size, bool isTile)
 {
-    QString error;
-    const QImage picture = job.isCancelled ? QImage() : readPicture(path, size, isTile, error);
+    const QImage picture = job.isCancelled ? QImage() : readPicture(path, size, isTile);
     const QMutexLocker lock(&job.mutex);
     Response *response = job.response;
     if (response)
         QMetaObject::invokeMethod(
-            response, [=] { response->finish(picture, error); }, Qt::QueuedConnection);
+            response, [=] { response->finish(picture); }, Qt::QueuedConnection);
 }
 
 } // namespace

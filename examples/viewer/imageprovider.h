@@ -14,7 +14,7 @@ inline const QString PICTURES = QStringLiteral("pictures");
 /// earlier one with the same path, which may still be in the cache of QML: numbers are used again.
 QString imageUrl(const QString &provider, const QString &path, qint64 version);
 
-/// Reads pictures in its own threads.
+/// Reads pictures in its own threads. A file that cannot be read results in an empty picture.
 class ImageProvider : public QQuickAsyncImageProvider
 {
 public:

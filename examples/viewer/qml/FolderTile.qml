@@ -24,11 +24,10 @@ Item {
             size: 40
             opacity: 0.4
             anchors.centerIn: parent
-            visible: cover.status !== Image.Ready
+            visible: !cover.isShown
         }
-        Image {
+        Picture {
             id: cover
-            asynchronous: true
             source: model.cover
             sourceSize: tile.pictureSize
         }

@@ -18,22 +18,20 @@ Item {
         name: ["photo", "video", "audio", "photo"][model.kind]
         size: 96
         opacity: 0.4
-        visible: poster.status !== Image.Ready && photo.status !== Image.Ready && model.kind !== 1
+        visible: !poster.isShown && !photo.isShown && model.kind !== 1
     }
-    Image {
+    Picture {
         id: poster
         anchors.fill: parent
-        asynchronous: true
         fillMode: Image.PreserveAspectFit
         source: model.poster
         sourceSize: Theme.screen
-        visible: photo.status !== Image.Ready
+        visible: !photo.isShown
     }
-    Image {
+    Picture {
         id: photo
         objectName: "photo"
         anchors.fill: parent
-        asynchronous: true
         fillMode: Image.PreserveAspectFit
         source: model.photo
         sourceSize: Theme.screen

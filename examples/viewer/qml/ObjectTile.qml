@@ -21,15 +21,15 @@ Item {
         radius: 8
         color: Theme.surface
         Icon {
+            objectName: "placeholder"
             name: ["photo", "video", "audio", "photo"][model.kind]
             size: 32
             opacity: 0.4
             anchors.centerIn: parent
-            visible: image.status !== Image.Ready
+            visible: !image.isShown
         }
-        Image {
+        Picture {
             id: image
-            asynchronous: true
             source: model.tile
             sourceSize: tile.pictureSize
         }

@@ -1,0 +1,10 @@
+// SPDX-License-Identifier: MIT
+import QtQuick 2.15
+
+/// A picture of a storage device.
+Image {
+    /// False until the picture has been read, and if it cannot be read.
+    readonly property bool isShown: status === Image.Ready && implicitWidth > 0
+
+    asynchronous: true
+}
