@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 import QtQuick 2.15
+import QtQuick.Templates 2.15 as T
 import QtQuick.Window 2.15
 import Viewer 1.0
 import "."
@@ -60,7 +61,8 @@ FocusScope {
             highlightMoveDuration = 200
         }
         onCountChanged: {
-            if (count === 0 && viewer.folder !== "") // otherwise the page is closed with its folder
+            const isOpen = page.T.StackView.status >= T.StackView.Activating // count is 0 while it is created
+            if (count === 0 && isOpen && viewer.folder !== "") // otherwise the page is closed with its folder
                 page.closed(pictures.currentIndex)
         }
         Keys.onPressed: {
