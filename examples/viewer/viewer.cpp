@@ -41,8 +41,8 @@ Viewer::Viewer(const QVector<eStorageType> &storages)
     connect(mCopier, &Copier::progressed, this, [this](double progress) { setCopy(true, progress); });
     connect(mCopier, &Copier::finished, this, [this](const QString &text) {
         setCopy(false, 0);
-        emit reported(text);
         request(&Catalog::read);
+        request(&Catalog::reported, text); // not hidden by what read() reports
     });
     mCatalogThread.start();
     mCopierThread.start();
