@@ -4,6 +4,7 @@
 #include "testsupport.h"
 #include "viewer.h"
 
+#include <QColor>
 #include <QElapsedTimer>
 #include <QImage>
 #include <QQmlContext>
@@ -47,6 +48,7 @@ public:
     Q_INVOKABLE QStringList protectedFiles() const;
     Q_INVOKABLE double modified(const QString &path) const;
     Q_INVOKABLE void setLanguage(const QString &language) { setUpApplication(language); }
+    Q_INVOKABLE QColor pixel(const QImage &image, int x, int y) const { return image.pixelColor(x, y); }
     /// The warnings of QML since the last call.
     Q_INVOKABLE QString takeWarnings();
 
