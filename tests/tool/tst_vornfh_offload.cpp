@@ -103,8 +103,6 @@ Outcome checkedSums(const ToolRun &tool)
 }
 
 const Outcome SUMS_ARE_RIGHT = {0, "", ""};
-const char *const CANNOT_MOUNT = "mounting needs root";
-const char *const CANNOT_PRELOAD = "nothing can be preloaded";
 
 } // namespace
 
