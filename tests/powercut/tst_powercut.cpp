@@ -317,7 +317,9 @@ QByteArray sharedContentIn(const QString &folder, const Snapshot &state)
         const auto isSafe = [&state](const QByteArray &path) {
             return path.contains("/.new-") || (isTemporary(path) && hasMark(state, folderOf(path)));
         };
-        if (std::count_if(files.begin(), files.end(), isSafe) < files.size() - 1)
+        // A leftover that was deleted can come back while a new temporary file has its place.
+        const bool isNamed = !std::all_of(files.begin(), files.end(), isTemporary);
+        if (isNamed && std::count_if(files.begin(), files.end(), isSafe) < files.size() - 1)
             return files.join(" and ") + " share their content";
     }
     return QByteArray();
@@ -400,7 +402,8 @@ QByteArray problemIn(const Snapshot &state, const Recorded &recorded, Scenario::
             continue;
         const bool isKnown = recorded.before.contains(path) || recorded.after.contains(path);
         // A long name on FAT can take two sectors; without one of them, the file has only its short name.
-        const bool isShortName = fileSystem() == "vfat" && path.contains('~')
+        const QByteArray name = path.mid(path.lastIndexOf('/') + 1);
+        const bool isShortName = fileSystem() == "vfat" && (name.contains('~') || name == name.toUpper())
                                  && recorded.before.values().contains(state.value(path));
         const bool isInNewFolder = rule == Scenario::MkPath && !isReported(path, lines, root)
                                    && !recorded.before.contains(folderOf(path));

@@ -121,6 +121,10 @@ void setMode(const ToolRun &tool, const QString &file, mode_t mode);
 /// Returns whether process @p number exists and is not a zombie.
 bool isRunning(pid_t number);
 
+/// Why a test is skipped.
+inline const char *const CANNOT_MOUNT = "mounting needs root";
+inline const char *const CANNOT_PRELOAD = "nothing can be preloaded";
+
 /// Messages that more than one test expects.
 namespace messages {
 

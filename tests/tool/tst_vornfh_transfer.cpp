@@ -90,9 +90,6 @@ private:
     std::optional<TmpfsMount> mMount;
 };
 
-const char *const CANNOT_MOUNT = "mounting needs root";
-const char *const CANNOT_PRELOAD = "nothing can be preloaded";
-
 } // namespace
 
 class VornfhTransferTest : public QObject
@@ -148,6 +145,7 @@ private slots:
     void leavesNoThumbnailAlone();
     void leavesNoThumbnailAloneWhenKilled_data();
     void leavesNoThumbnailAloneWhenKilled();
+    void keepsAnObjectWhoseThumbnailLosesItsName();
     void reportsAFullStorage_data();
     void reportsAFullStorage();
     void reportsAReadOnlyStorage();
@@ -431,6 +429,23 @@ void VornfhTransferTest::neverTreatsTheSourceAsItsCopy()
                  (isCopy ? Tree{"a.jpg = x"} : Tree{}) + onCard({"100ABC/", "100ABC/a.jpg = x"})
                      + (isCopy ? onCard({"100ABC/a_1.jpg = x"}).mid(2) : Tree{}));
     }
+}
+
+/// Another program takes the name of the thumbnail when the recording already has its new one.
+void VornfhTransferTest::keepsAnObjectWhoseThumbnailLosesItsName()
+{
+    ToolRun tool;
+    if (!tool.runBefore("renameat2", "printf other > sd/DCIM/101ABC/DCF_0001.thumb", 2))
+        QSKIP(CANNOT_PRELOAD);
+    tool.make(onCard({"100ABC/DCF_0001.jpg = x", "100ABC/DCF_0001.thumb = t"}));
+    QCOMPARE(
+        tool.runOnStorages({"move", "sd/DCIM/100ABC/DCF_0001.jpg", "sd", "101ABC"}),
+        tool.failure({"@/sd/DCIM/100ABC/DCF_0001.thumb: cannot be named @/sd/DCIM/101ABC/DCF_0001.thumb: "
+                      "File exists",
+                      notDone("move", 2, 2)}));
+    QCOMPARE(treeWithContents(tool.sd()),
+             (Tree{"100ABC/", "100ABC/DCF_0001.jpg = x", "100ABC/DCF_0001.thumb = t", "101ABC/",
+                   "101ABC/DCF_0001.thumb = other"}));
 }
 
 void VornfhTransferTest::leavesNoThumbnailAloneWhenKilled_data()

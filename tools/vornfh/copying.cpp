@@ -536,6 +536,7 @@ void Transfer::rename(Group &group)
     const QByteArray from = QFile::encodeName(recording.source->path());
     const bool isLinked =
         hasFollower(group) && ::link(from.constData(), QFile::encodeName(recording.target).constData()) == 0;
+    recording.isNamed = isLinked; // so that the thumbnail cannot get another counter
     try {
         for (auto item = group.rbegin(); item != group.rend(); ++item) {
             if (!isLinked || &*item != &recording)
