@@ -162,7 +162,7 @@ private:
         const QStringList options = {"-nostdin", "-loglevel", "error", "-y"};
         const QStringList limits = {"-t", mSeconds, "-fs", QString::number(bytes)};
         const QStringList video = {"-c:v", "mpeg4", "-q:v", "5", "-flush_packets", "1", "-f", "matroska"};
-        const QStringList picture = {"-frames:v", "1", "-vf", "scale=160:-2", "-f", "mjpeg"};
+        const QStringList picture = {"-vf", "trim=end_frame=1,scale=160:-2", "-f", "mjpeg"};
         mFfmpeg.start("ffmpeg", options + mInput + limits + video + QStringList("file:" + mPath) + picture
                                     + QStringList("file:" + mThumbnail));
     }
