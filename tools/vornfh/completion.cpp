@@ -204,8 +204,9 @@ void Completion::addArguments()
 void Completion::addValuesOf(const CLI::Option &option)
 {
     const QString name = QString::fromStdString(option.get_name());
-    const QString type = QString::fromStdString(option.get_type_name());
-    if (&option == mApp.get_config_ptr() || name == "--input")
+    const std::string &text = option.get_option_text(); // shown in place of the type
+    const QString type = QString::fromStdString(text.empty() ? option.get_type_name() : text);
+    if (name == "--input")
         addKind("FILE");
     else if (name == "--folder")
         addKind("FOLDER");
