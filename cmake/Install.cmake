@@ -38,9 +38,15 @@ if(VORN_FILE_HANDLER_TOOLS)
         execute_process(COMMAND gzip --best --no-name --stdout ${man_page}
             OUTPUT_FILE ${PROJECT_BINARY_DIR}/vornfh.1.gz COMMAND_ERROR_IS_FATAL ANY)
         set(man_page ${PROJECT_BINARY_DIR}/vornfh.1.gz)
+        set(zsh_completions zsh/vendor-completions) # Debian's zsh reads no other directory of packages
+    else()
+        set(zsh_completions zsh/site-functions)
     endif()
     install(TARGETS vornfh RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT Tool)
     install(FILES ${man_page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT Tool)
     install(FILES tools/vornfh/vornfh.bash
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME vornfh COMPONENT Tool)
+    install(FILES tools/vornfh/_vornfh DESTINATION ${CMAKE_INSTALL_DATADIR}/${zsh_completions} COMPONENT Tool)
+    install(FILES tools/vornfh/vornfh.fish
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT Tool)
 endif()

@@ -24,4 +24,4 @@ RDEPENDS:${PN} = "coreutils grep gawk ffmpeg"
 
 PACKAGES =+ "${PN}-tool"
 SUMMARY:${PN}-tool = "Command-line tool for ${PN}"
-FILES:${PN}-tool = "${bindir}/vornfh ${datadir}/bash-completion"
+FILES:${PN}-tool = "${bindir}/vornfh ${datadir}/bash-completion ${datadir}/zsh ${datadir}/fish"

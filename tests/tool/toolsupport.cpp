@@ -45,6 +45,8 @@ ToolRun::ToolRun() : environment(QProcessEnvironment::systemEnvironment())
     environment.insert("XDG_DATA_HOME", path() + "/data");
     environment.insert("TZ", "UTC");
     environment.insert("LC_ALL", "C");
+    environment.insert("NO_COLOR", "");
+    environment.insert("COLUMNS", "");
 }
 
 ToolRun::~ToolRun()
@@ -232,6 +234,13 @@ QByteArray errorLines(const QByteArrayList &messages)
     QByteArray lines;
     for (const QByteArray &message : messages)
         lines += "vornfh: " + message + "\n";
+    return lines;
+}
+
+QByteArray withoutColours(QByteArray lines)
+{
+    for (const char *const colour : {"\x1b[31m", "\x1b[36m", "\x1b[0m"})
+        lines.replace(colour, "");
     return lines;
 }
 

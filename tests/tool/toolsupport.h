@@ -104,6 +104,9 @@ QByteArray cardLines(const QByteArrayList &paths);
 /// A line "vornfh: MESSAGE" for each message.
 QByteArray errorLines(const QByteArrayList &messages);
 
+/// The library's @p lines as the tool prints them when standard error is not a terminal.
+QByteArray withoutColours(QByteArray lines);
+
 /// @p text with ".vornfh-PID-XXXXXX" in place of the name of each temporary file of the tool.
 QByteArray withoutRandomNames(const QByteArray &text);
 Outcome withoutRandomNames(const Outcome &outcome);

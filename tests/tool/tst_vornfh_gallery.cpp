@@ -20,7 +20,8 @@ namespace {
 struct Figure {
     QString kind;
     QString link;
-    QByteArray picture; // empty if there is an icon
+    QByteArray picture; // its content or link; empty if there is an icon
+    QString player;     // "video" or "audio", and its link
     QString alt;
     QStringList labels; // of icons
     QStringList caption;
@@ -39,8 +40,7 @@ struct Page {
 QByteArray pictureOf(const QString &uri)
 {
     const int comma = uri.indexOf(',');
-    return uri.startsWith("data:image/") ? QByteArray::fromBase64(uri.mid(comma + 1).toUtf8())
-                                         : "not a data: URI";
+    return uri.startsWith("data:image/") ? QByteArray::fromBase64(uri.mid(comma + 1).toUtf8()) : uri.toUtf8();
 }
 
 void readStart(const QXmlStreamReader &xml, Page &page)
@@ -51,7 +51,7 @@ void readStart(const QXmlStreamReader &xml, Page &page)
     else if (xml.name() == "input")
         page.choices.append(attribute("id"));
     else if (xml.name() == "figure")
-        page.figures.append({attribute("class"), "", "", "", {}, {}});
+        page.figures.append({attribute("class"), "", "", "", "", {}, {}});
     else if (xml.name() == "a" && page.figures.isEmpty())
         page.links.append(attribute("href"));
     else if (xml.name() == "a")
@@ -60,7 +60,11 @@ void readStart(const QXmlStreamReader &xml, Page &page)
         page.figures.last().labels.append(attribute("aria-label"));
     else if (xml.name() == "div" && attribute("class") == "grid")
         ++page.grids;
-    else if (xml.name() == "img") {
+    else if (xml.name() == "video" || xml.name() == "audio") {
+        page.figures.last().player = xml.name() + " " + attribute("src");
+        page.figures.last().picture = pictureOf(attribute("poster"));
+        page.figures.last().alt = attribute("aria-label");
+    } else if (xml.name() == "img") {
         page.figures.last().picture = pictureOf(attribute("src"));
         page.figures.last().alt = attribute("alt");
     }
@@ -181,6 +185,22 @@ QSize sizeByLibrary(const QString &path)
     return size.isEmpty() ? QSize() : size;
 }
 
+/// An element of a Matroska file with less than 127 bytes.
+QByteArray element(const char *id, const QByteArray &content)
+{
+    return hex(id) + static_cast<char>(0x80 | content.size()) + content;
+}
+
+/// The beginning of a Matroska file with one track for each of @p codecs. @p size is the size of the segment.
+QByteArray matroska(const QByteArrayList &codecs, const QByteArray &size = "10100000")
+{
+    QByteArray tracks;
+    for (const QByteArray &codec : codecs)
+        tracks += element("ae", element("d7", "\x01") + element("86", codec));
+    return element("1a45dfa3", element("4282", "matroska")) + hex("18538067") + QByteArray::fromHex(size)
+           + element("1549a966", "") + element("1654ae6b", tracks);
+}
+
 const QByteArrayList GALLERY = {"gallery", "sd", "-o", "page.html"};
 const QByteArrayList DIVIDED = GALLERY + QByteArrayList{"--page-size", "1"};
 const QByteArray PRINTED = "@/page.html\n";
@@ -208,7 +228,11 @@ private slots:
     void readsTheSizeOfVideosOnRequest();
     void readsTheSizeOfPhotosAsTheLibraryDoes();
     void countsEachKindInAFolder();
-    void namesVideosThatBrowsersCannotPlay();
+    void playsWhatBrowsersPlay_data();
+    void playsWhatBrowsersPlay();
+    void aPlayerShowsTheThumbnail();
+    void showsLargePhotosThemselves_data();
+    void showsLargePhotosThemselves();
     void marksProtectedFiles_data();
     void marksProtectedFiles();
     void dividesALongFolderIntoGrids();
@@ -269,7 +293,7 @@ void VornfhGalleryTest::showsEveryFile()
     const QList<Expected> expected = {
         {"photo", "100ABC/DCF_0001.jpg", tool.content("sd/DCIM/100ABC/DCF_0001.thumb")},
         {"photo", "100ABC/DCF_0002.png", tool.content("sd/DCIM/100ABC/DCF_0002.png")},
-        {"photo", "100ABC/DCF_0003.jpg", ""},
+        {"photo", "100ABC/DCF_0003.jpg", "sd/DCIM/100ABC/DCF_0003.jpg"},
         {"video", "100ABC/DCF_0004.avi", tool.content("sd/DCIM/100ABC/DCF_0004.thumb")},
         {"video", "100ABC/DCF_0005.mkv", ""},
         {"other", "100ABC/notes.txt", ""},
@@ -387,13 +411,103 @@ void VornfhGalleryTest::countsEachKindInAFolder()
     QVERIFY(!html.contains("<p class=\"video"));
 }
 
-void VornfhGalleryTest::namesVideosThatBrowsersCannotPlay()
+void VornfhGalleryTest::playsWhatBrowsersPlay_data()
+{
+    QTest::addColumn<QByteArray>("name");
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<QString>("element"); // empty if there is only a link
+    QTest::addColumn<QString>("note");
+    const auto row = [](const char *situation, const QByteArray &name, const QByteArray &content,
+                        const QString &element, const QString &obstacle = QString()) {
+        const QString note = "Browsers do not play " + obstacle + "; download it";
+        QTest::newRow(situation) << name << content << element << (obstacle.isEmpty() ? QString() : note);
+    };
+    row("vp8", "a.mkv", matroska({"V_VP8"}), "video");
+    row("vp9", "a.mkv", matroska({"V_VP9"}), "video");
+    row("av1", "a.mkv", matroska({"V_AV1"}), "video");
+    row("h264", "a.mkv", matroska({"V_MPEG4/ISO/AVC"}), "video");
+    row("audio-before-video", "a.mkv", matroska({"A_OPUS", "V_VP9"}), "video");
+    row("still-being-recorded", "a.mkv", matroska({"V_VP8"}, "01ffffffffffffff"), "video");
+    row("mpeg4", "a.mkv", matroska({"V_MPEG4/ISO/ASP"}), "", "MPEG-4 Part 2");
+    row("h265", "a.mkv", matroska({"V_MPEGH/ISO/HEVC"}), "", "H.265");
+    row("motion-jpeg", "a.mkv", matroska({"V_MJPEG"}), "", "Motion JPEG");
+    row("first-video-counts", "a.mkv", matroska({"V_MJPEG", "V_VP8"}), "", "Motion JPEG");
+    row("unknown-codec", "a.mkv", matroska({"V_NEW"}), "");
+    row("audio-only", "a.mkv", matroska({"A_OPUS"}), "");
+    row("no-tracks", "a.mkv", matroska({}), "");
+    row("cut-within-the-tracks", "a.mkv", matroska({"V_VP8"}).chopped(3), "");
+    row("cut-within-the-header", "a.mkv", matroska({"V_VP8"}).left(5), "");
+    row("not-a-video", "a.mkv", "x", "");
+    row("empty-video", "a.mkv", "", "");
+    row("avi", "a.avi", "x", "", "AVI");
+    row("wav", "a.wav", "x", "audio");
+    row("photo", "a.jpg", "x", "");
+    row("other", "a.webm", matroska({"V_VP8"}), "");
+}
+
+void VornfhGalleryTest::playsWhatBrowsersPlay()
+{
+    QFETCH(QByteArray, name);
+    QFETCH(QByteArray, content);
+    QFETCH(QString, element);
+    QFETCH(QString, note);
+    const ToolRun tool;
+    writeFile(tool.sd() + "/100ABC/" + name, content);
+    QCOMPARE(tool.runOnStorages(GALLERY), tool.success(PRINTED));
+    const Page page = parsed(tool.content("page.html"));
+    QVERIFY(page.isValid);
+    QCOMPARE(page.figures.size(), 1);
+    const QString link = "sd/DCIM/100ABC/" + name;
+    QCOMPARE(page.figures[0].link, link);
+    QCOMPARE(page.figures[0].player, element.isEmpty() ? "" : element + " " + link);
+    QCOMPARE(page.figures[0].caption.filter("rowsers").join(""), note);
+}
+
+void VornfhGalleryTest::aPlayerShowsTheThumbnail()
 {
     const ToolRun tool;
-    tool.make(onCard({"100ABC/DCF_0001.avi = x", "100ABC/DCF_0002.mkv = x"}));
+    const QByteArray thumbnail = pictureData("jpg", {160, 120});
+    writeFile(tool.sd() + "/100ABC/a&b.mkv", matroska({"V_VP8"}));
+    writeFile(tool.sd() + "/100ABC/a&b.thumb", thumbnail);
     QCOMPARE(tool.runOnStorages(GALLERY), tool.success(PRINTED));
-    for (const Figure &figure : parsed(tool.content("page.html")).figures)
-        QCOMPARE(figure.caption.contains("Not played by browsers"), figure.link.endsWith(".avi"));
+    const Page page = parsed(tool.content("page.html"));
+    QVERIFY(page.isValid);
+    QCOMPARE(page.figures.size(), 1);
+    QCOMPARE(page.figures[0].player, QString("video sd/DCIM/100ABC/a%26b.mkv"));
+    QCOMPARE(page.figures[0].picture, thumbnail);
+    QCOMPARE(page.figures[0].alt, QString("Video a&b.mkv"));
+    // Nothing is read from the device before a video is played.
+    QVERIFY(tool.content("page.html").contains("controls=\"controls\" preload=\"none\""));
+}
+
+void VornfhGalleryTest::showsLargePhotosThemselves_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<bool>("isShown");
+    row("jpeg", pictureData("jpg", {64, 48}), true);
+    row("png", pictureData("png", {64, 48}), true);
+    row("not-a-picture", QByteArray("x"), false);
+}
+
+void VornfhGalleryTest::showsLargePhotosThemselves()
+{
+    QFETCH(QByteArray, content);
+    QFETCH(bool, isShown);
+    const ToolRun tool;
+    writeFile(tool.sd() + "/100ABC/a b.jpg", content + QByteArray(300 << 10, 'x'));
+    const QByteArray link = "sd/DCIM/100ABC/a%20b.jpg";
+    for (const bool hasThumbnail : {false, true}) {
+        if (hasThumbnail)
+            writeFile(tool.sd() + "/100ABC/a b.thumb", pictureData("jpg", {16, 16}));
+        QCOMPARE(tool.runOnStorages(GALLERY), tool.success(PRINTED));
+        const Page page = parsed(tool.content("page.html"));
+        QVERIFY(page.isValid);
+        QCOMPARE(page.figures.size(), 1);
+        QCOMPARE(page.figures[0].picture, hasThumbnail ? pictureData("jpg", {16, 16})
+                                          : isShown    ? link
+                                                       : QByteArray());
+        QCOMPARE(tool.content("page.html").count("loading=\"lazy\""), isShown || hasThumbnail ? 1 : 0);
+    }
 }
 
 void VornfhGalleryTest::marksProtectedFiles_data()
@@ -611,7 +725,8 @@ void VornfhGalleryTest::isSelfContained()
         QVERIFY2(!html.contains(outside), outside);
     html.replace("\"http://www.w3.org/1999/xhtml\"", "").replace("\"http://www.w3.org/2000/svg\"", "");
     QVERIFY(!html.contains("http:") && !html.contains("https:"));
-    QVERIFY(html.contains("content=\"default-src 'none'; img-src data:; style-src 'unsafe-inline'\""));
+    QVERIFY(html.contains("content=\"default-src 'none'; img-src data: 'self' file:; "
+                          "media-src 'self' file:; style-src 'unsafe-inline'\""));
     // HTML ignores the slash of a self-closing tag such as <p/>, so the element would stay open.
     for (const char *element : {"span", "div", "p", "a", "style", "title", "svg", "figure"})
         QVERIFY2(!QString(html).contains(QRegularExpression(QString("<%1(\\s[^>]*)?/>").arg(element))),

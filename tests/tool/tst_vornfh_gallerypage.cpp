@@ -15,9 +15,9 @@
 namespace {
 
 /// A script that is appended to a copy of the page. It selects each type in turn and reports what is visible
-/// and counted, the widths of the loaded pictures, the number of elements wider than the window, the number
-/// of columns, the lowest contrast of any text, and for each badge of a protected file whether it is in the
-/// upper right corner of its picture.
+/// and counted, the widths of the loaded pictures, the players that can play, the number of elements wider
+/// than the window, the number of columns, the lowest contrast of any text, and for each badge of a protected
+/// file whether it is in the upper right corner of its picture.
 constexpr char LOOK[] = R"js(<script>
 const isSeen = element => element.getClientRects().length > 0;
 const numbers = colour => colour.match(/[\d.]+/g).map(Number);
@@ -47,6 +47,9 @@ addEventListener('load', () => {
     const texts = document.querySelectorAll('h1, h2, p, .facts span, label, .name, time, .size span, footer');
     result.contrast = Math.min(...[...texts].map(contrast));
     result.pictures = [...document.images].map(image => image.naturalWidth);
+    result.players = [...document.querySelectorAll('video, audio')].map(player =>
+        [player.localName, player.error ? player.error.message : player.readyState >= 2,
+        player.videoWidth || 0].join(' '));
     result.window = innerWidth;
     result.tooWide = [...document.querySelectorAll('main, header, .filter label, figure, .picture, figcaption *')]
         .filter(element => element.getBoundingClientRect().right > innerWidth).length
@@ -108,23 +111,29 @@ void VornfhGalleryPageTest::initTestCase()
     mTool.make(onCard({"100ABC/", "101ABC/notes.txt = x"}));
     const QString first = mTool.sd() + "/100ABC/";
     const QString second = mTool.sd() + "/101ABC/";
-    for (const QString &photo : {first + "DCF_0001.jpg", first + "DCF_0002.jpg", second + LONG_NAME})
+    for (const QString &photo : {first + "DCF_0001.jpg", second + LONG_NAME})
         makePicture(photo, {640, 480});
+    // Too large to be embedded
+    makePicture(first + "DCF_0002.jpg", {641, 480});
+    writeFile(first + "DCF_0002.jpg", contentOf(first + "DCF_0002.jpg") + QByteArray(300 << 10, 'x'));
     makeVideo(first + "DCF_0003.avi", {64, 48});
-    makeVideo(first + "DCF_0004.mkv", {64, 48});
+    QCOMPARE(mTool.runProgram("ffmpeg", {"-v", "error", "-f", "lavfi", "-i", "testsrc=d=0.4:s=64x48", "-c:v",
+                                         "libx264", "-pix_fmt", "yuv420p", first + "DCF_0004.mkv"}),
+             (Outcome{0, "", ""}));
     makeSound(first + "DCF_0005.wav");
     qint64 time = 1740492000000;
     for (const char *name : {"DCF_0001.jpg", "DCF_0002.jpg", "DCF_0003.avi", "DCF_0004.mkv", "DCF_0005.wav"})
         setModified((first + name).toUtf8(), time += 60000);
-    for (QString medium :
-         {first + "DCF_0001.jpg", first + "DCF_0002.jpg", second + LONG_NAME, first + "DCF_0003.avi"})
+    for (QString medium : {first + "DCF_0001.jpg", second + LONG_NAME, first + "DCF_0003.avi"})
         writeFile(medium.replace(medium.size() - 3, 3, "thumb"), pictureData("jpg", {160, 120}));
     for (const char *name : {"DCF_0001.jpg", "DCF_0003.avi", "DCF_0005.wav"})
         setMode(mTool, "sd/DCIM/100ABC/" + QByteArray(name), 0444);
     QCOMPARE(mTool.runOnStorages({"gallery", "sd", "--probe", "-o", "page.html"}).exitCode, 0);
     QByteArray page = mTool.content("page.html");
-    // Remove the policy that forbids scripts, and lazy loading, which would leave some pictures unloaded.
-    page.replace("<meta http-equiv", "<meta name").replace("loading=\"lazy\"", "");
+    // Allow scripts, and load what would be loaded when it comes into view or is played.
+    page.replace("default-src 'none';", "default-src 'none'; script-src 'unsafe-inline';")
+        .replace("loading=\"lazy\"", "")
+        .replace("preload=\"none\"", "preload=\"auto\"");
     mPage = page.replace("</body>", LOOK + QByteArray("</body>"));
 }
 
@@ -198,7 +207,8 @@ void VornfhGalleryPageTest::looksRightInABrowser()
     QCOMPARE(namesIn(counts["only-video"]), QStringList{"2 videos"});
     QCOMPARE(namesIn(counts["only-audio"]), QStringList{"1 audio file"});
     QCOMPARE(namesIn(counts["only-other"]), QStringList{"1 other file"});
-    QCOMPARE(seen["pictures"].toArray(), (QJsonArray{160, 160, 160, 160}));
+    QCOMPARE(seen["pictures"].toArray(), (QJsonArray{160, 641, 160, 160}));
+    QCOMPARE(seen["players"].toArray(), (QJsonArray{"video true 64", "audio true 0"}));
     QCOMPARE(seen["tooWide"].toInt(-1), 0);
     QCOMPARE(seen["columns"].toInt(), columns);
     QCOMPARE(seen["locks"].toArray(), (QJsonArray{true, true, true}));

@@ -32,6 +32,11 @@ private slots:
     void marksProtectedFiles_data();
     void marksProtectedFiles();
     void escapesNames();
+    void alignsWideNames_data();
+    void alignsWideNames();
+    void cutsRowsToTheTerminal_data();
+    void cutsRowsToTheTerminal();
+    void cutsFolderNamesToTheTerminal();
     void createsNothing_data();
     void createsNothing();
     void requiresALocation_data();
@@ -420,6 +425,109 @@ void VornfhListTest::escapesNames()
     QCOMPARE(tool.runOnStorages({"list", "sd"}),
              tool.success("FILE                           TYPE   SIZE  MODIFIED\n"
                           "100ABC/a\\x1b[2J\\x0a\\u202e.jpg  image   1 B  2025-02-25 14:00:00\n"));
+}
+
+void VornfhListTest::alignsWideNames_data()
+{
+    QTest::addColumn<QByteArray>("name");
+    QTest::addColumn<int>("cells");
+    const auto row = [](const char *situation, const char *name, int cells) {
+        QTest::newRow(situation) << QByteArray(name) << cells;
+    };
+    row("ascii", "a.jpg", 5);
+    row("letter-with-an-accent", "\u00e4.jpg", 5);
+    row("combining-accent", "a\u0308.jpg", 5);
+    row("enclosing-mark", "1\u20e3.jpg", 5);
+    row("thai-vowel-mark", "\u0e01\u0e35.jpg", 5);
+    row("cyrillic", "\u0444\u043e\u0442\u043e.jpg", 8);
+    row("chinese", "\u5199\u771f.jpg", 8);
+    row("chinese-beyond-the-first-plane", "\U00020000.jpg", 6);
+    row("japanese-voiced-mark", "\u304b\u3099.jpg", 6);
+    row("korean", "\uc0ac\uc9c4.jpg", 8);
+    row("korean-in-letters", "\u1109\u1161\u110c\u1175\u11ab.jpg", 8);
+    row("full-width-letter", "\uff21.jpg", 6);
+    row("half-width-katakana", "\uff71.jpg", 5);
+    row("emoji", "\U0001F4F7.jpg", 6);
+    row("emoji-of-the-first-plane", "\u231a.jpg", 6);
+    row("emoji-with-a-skin-tone", "\U0001F44D\U0001F3FD.jpg", 8);
+    row("flag", "\U0001F1E9\U0001F1EA.jpg", 6);
+    row("character-with-a-variation-selector", "\u2764\ufe0f.jpg", 5);
+}
+
+void VornfhListTest::alignsWideNames()
+{
+    QFETCH(QByteArray, name);
+    QFETCH(int, cells);
+    const ToolRun tool;
+    tool.make(onCard({"100ABC/" + name + " at 1740492000 = x", "100ABC/b.jpg at 1740492000 = x"}));
+    const int width = 7 + cells; // with the folder
+    const QByteArray rest = "  image   1 B  2025-02-25 14:00:00";
+    const QByteArrayList lines = tool.runOnStorages({"list", "sd"}).out.split('\n');
+    QVERIFY(lines.contains("FILE" + QByteArray(width - 4, ' ') + "  TYPE   SIZE  MODIFIED"));
+    QVERIFY2(lines.contains("100ABC/" + name + rest), lines.join('\n').constData());
+    QVERIFY2(lines.contains("100ABC/b.jpg" + QByteArray(width - 12, ' ') + rest),
+             lines.join('\n').constData());
+}
+
+void VornfhListTest::cutsRowsToTheTerminal_data()
+{
+    QTest::addColumn<int>("terminal"); // its width, 0 if it is unknown, -1 for a pipe
+    QTest::addColumn<QString>("columns");
+    QTest::addColumn<QByteArray>("name");
+    QTest::addColumn<QByteArray>("line");
+    const auto row = [](const char *situation, int terminal, const QString &columns, const QByteArray &given,
+                        const QByteArray &line) {
+        QTest::newRow(situation) << terminal << columns << given << line;
+    };
+    const QByteArray name = QByteArray(29, 'x') + ".jpg";
+    const QByteArray chinese = QByteArray("\u5199").repeated(16);
+    const QByteArray rest = "  image   1 B  2025-02-25 14:00:00";
+    const QByteArray full = "100ABC/" + name + rest;
+    row("wide", 80, "", name, full);
+    row("exact", 74, "", name, full);
+    row("one-too-narrow", 73, "", name, "100ABC/" + QByteArray(29, 'x') + ".j…" + rest);
+    row("narrow", 50, "", name, "100ABC/xxxxxxxx…" + rest);
+    row("least-name", 42, "", name, "100ABC/…" + rest);
+    row("cut-after-the-name", 41, "", name, "100ABC/…  image   1 B  2025-02-25 14:00:…");
+    row("very-narrow", 10, "", name, "100ABC/… …");
+    row("one-column", 1, "", name, "…");
+    row("unknown-width", 0, "", name, full);
+    row("columns-is-smaller", 80, "50", name, "100ABC/xxxxxxxx…" + rest);
+    row("columns-is-larger", 50, "80", name, full);
+    row("columns-with-unknown-width", 0, "50", name, "100ABC/xxxxxxxx…" + rest);
+    row("columns-is-not-a-number", 50, "wide", name, "100ABC/xxxxxxxx…" + rest);
+    row("columns-is-zero", 50, "0", name, "100ABC/xxxxxxxx…" + rest);
+    row("pipe", -1, "", name, full);
+    row("pipe-with-columns", -1, "50", name, full);
+    row("wide-characters", 50, "", chinese + ".jpg", "100ABC/" + chinese.left(12) + "…" + rest);
+    row("wide-character-does-not-fit", 49, "", chinese + ".jpg", "100ABC/" + chinese.left(9) + "… " + rest);
+    row("combining-character-at-the-end", 50, "", "xxxxxxxa\u0308xxxxxxxxxxxx.jpg",
+        "100ABC/xxxxxxxa\u0308…" + rest);
+}
+
+void VornfhListTest::cutsRowsToTheTerminal()
+{
+    QFETCH(int, terminal);
+    QFETCH(QString, columns);
+    QFETCH(QByteArray, name);
+    QFETCH(QByteArray, line);
+    ToolRun tool;
+    tool.environment.insert("COLUMNS", columns);
+    tool.make(onCard({"100ABC/" + name + " at 1740492000 = x"}));
+    const QByteArrayList command = {"list", "sd"};
+    Outcome outcome = terminal < 0 ? tool.runOnStorages(command) : tool.runOnTerminal(command, "", terminal);
+    QCOMPARE(outcome.exitCode, 0);
+    QCOMPARE(outcome.out.replace("\r\n", "\n").split('\n').value(1), line);
+}
+
+void VornfhListTest::cutsFolderNamesToTheTerminal()
+{
+    const ToolRun tool;
+    tool.make(onCard({"100ABC/", "a-long-name-of-a-folder/"}));
+    QCOMPARE(tool.runOnTerminal({"folders", "sd", "--filter", "all"}, "", 25).out,
+             QByteArray("FOLDER        FILES  SIZE\r\n"
+                        "100ABC            0   0 B\r\n"
+                        "a-long-name…      0   0 B\r\n"));
 }
 
 void VornfhListTest::createsNothing_data()

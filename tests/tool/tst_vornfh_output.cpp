@@ -2,12 +2,14 @@
 #include "media.h"
 #include "standins.h"
 #include "toolsupport.h"
+#include "vornfh/colours.h"
 
 #include <QPair>
 #include <QTest>
 #include <QVector>
 
-/// Standard output cannot be written: it is closed, a full device, or a pipe without a reader.
+/// Standard output cannot be written: it is closed, a full device, or a pipe without a reader. Where colours
+/// are printed.
 class VornfhOutputTest : public QObject
 {
     Q_OBJECT
@@ -20,6 +22,13 @@ private slots:
     void aCommandThatPrintsNothingSucceeds();
     void messagesAreNeverWrittenIntoFiles_data();
     void messagesAreNeverWrittenIntoFiles();
+    void diagnosticLinesHaveColoursOnATerminal_data();
+    void diagnosticLinesHaveColoursOnATerminal();
+    void onlyColoursAreRemoved_data();
+    void onlyColoursAreRemoved();
+    void diagnosticLinesKeepTheirOrder();
+    void diagnosticLinesSurviveAKill();
+    void otherProgramsKeepTheirColours();
 };
 
 namespace {
@@ -198,6 +207,100 @@ void VornfhOutputTest::messagesAreNeverWrittenIntoFiles()
     QCOMPARE(outcome.err.isEmpty(), redirection.contains("2>&-"));
     for (const QByteArray &name : names)
         QCOMPARE(tool.content("sd/DCIM/100ABC/" + name), tool.content(name));
+}
+
+void VornfhOutputTest::diagnosticLinesHaveColoursOnATerminal_data()
+{
+    QTest::addColumn<bool>("isTerminal");
+    QTest::addColumn<QString>("noColour"); // the variable NO_COLOR
+    QTest::addColumn<bool>("isColoured");
+    row("pipe", false, "", false);
+    row("pipe-with-no-color", false, "1", false);
+    row("terminal", true, "", true);
+    row("terminal-with-no-color", true, "1", false);
+}
+
+void VornfhOutputTest::diagnosticLinesHaveColoursOnATerminal()
+{
+    QFETCH(bool, isTerminal);
+    QFETCH(QString, noColour);
+    QFETCH(bool, isColoured);
+    ToolRun tool;
+    tool.environment.insert("NO_COLOR", noColour);
+    tool.make(onCard({"100ABC/", "XABC/"}));
+    const Outcome outcome =
+        isTerminal ? tool.runOnTerminal({"next", "sd", "jpg"}) : tool.runOnStorages({"next", "sd", "jpg"});
+    QByteArray line = isColoured ? noFolderNumberLine() : withoutColours(noFolderNumberLine());
+    if (isTerminal)
+        line.replace("\n", "\r\n");
+    QCOMPARE(outcome.exitCode, 0);
+    QVERIFY2((outcome.err + outcome.out).startsWith(line), toString(outcome));
+    QCOMPARE((outcome.err + outcome.out).contains('\x1b'), isColoured);
+}
+
+void VornfhOutputTest::onlyColoursAreRemoved_data()
+{
+    QTest::addColumn<QByteArrayList>("parts");
+    QTest::addColumn<QByteArray>("result");
+    row("none", QByteArrayList{"a b\n"}, QByteArray("a b\n"));
+    row("colours", QByteArrayList{"\x1b[36m a \x1b[0m\n"}, QByteArray(" a \n"));
+    row("several-parameters", QByteArrayList{"\x1b[1;38:5:9mb"}, QByteArray("b"));
+    row("no-parameter", QByteArrayList{"\x1b[mb"}, QByteArray("b"));
+    row("in-parts", QByteArrayList{"a\x1b", "[3", "6", "mb"}, QByteArray("ab"));
+    row("other-sequence", QByteArrayList{"a\x1b[31;2Jb"}, QByteArray("a\x1b[31;2Jb"));
+    row("other-sequence-in-parts", QByteArrayList{"a\x1b", "[2", "Jb"}, QByteArray("a\x1b[2Jb"));
+    row("no-sequence", QByteArrayList{"a\x1bm[m"}, QByteArray("a\x1bm[m"));
+    row("colour-after-an-escape-character", QByteArrayList{"\x1b\x1b[31ma"},
+        QByteArray("\x1b"
+                   "a"));
+    row("colour-after-an-incomplete-one", QByteArrayList{"\x1b[3\x1b[31ma"}, QByteArray("\x1b[3a"));
+}
+
+void VornfhOutputTest::onlyColoursAreRemoved()
+{
+    QFETCH(QByteArrayList, parts);
+    QFETCH(QByteArray, result);
+    ColourFilter filter;
+    QByteArray filtered;
+    for (const QByteArray &part : parts)
+        filtered += filter.filtered(part);
+    QCOMPARE(filtered, result);
+}
+
+void VornfhOutputTest::diagnosticLinesKeepTheirOrder()
+{
+    const ToolRun tool;
+    const QByteArray location = "data/vornfh/sd/DCIM/";
+    tool.make({location + "100VORN/", location + "XVORN/"});
+    const Outcome outcome =
+        tool.runProgram("/bin/sh", {"-c", "exec '" + ToolRun::toolPath() + "' next sd jpg >&-"});
+    const QByteArray data = "@/data/vornfh/";
+    const QByteArray first = "no storage device is configured; using " + data + "mmc/DCIM, " + data
+                             + "sd/DCIM and " + data + "usb/DCIM";
+    QCOMPARE(outcome,
+             (Outcome{1, "",
+                      tool.expand(errorLines({first})) + withoutColours(noFolderNumberLine().repeated(3))
+                          + errorLines({CANNOT_WRITE.toUtf8()})}));
+}
+
+void VornfhOutputTest::diagnosticLinesSurviveAKill()
+{
+    ToolRun tool;
+    tool.make(onCard({"XABC/"}));
+    if (!tool.runBefore("fsync", "kill -KILL $PPID"))
+        QSKIP(CANNOT_PRELOAD);
+    const Outcome outcome = tool.runOnStorages({"next", "sd", "jpg"});
+    QCOMPARE(outcome, (Outcome{137, "", withoutColours(noFolderNumberLine().repeated(2))}));
+}
+
+void VornfhOutputTest::otherProgramsKeepTheirColours()
+{
+    ToolRun tool;
+    tool.make({"sd/DCIM/"});
+    if (!tool.runBefore("fsync", "printf '\\033[31mx\\n' >&2"))
+        QSKIP(CANNOT_PRELOAD);
+    const Outcome outcome = tool.runOnStorages({"mkdir", "sd", "MISC"});
+    QCOMPARE(outcome, tool.success("@/sd/DCIM/MISC\n", "\x1b[31mx\n"));
 }
 
 QTEST_GUILESS_MAIN(VornfhOutputTest)

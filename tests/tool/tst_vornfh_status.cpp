@@ -201,7 +201,7 @@ void VornfhStatusTest::showsFoldersAndCreatesNothing_data()
     row("largest-folder-full", onCard({"2147483647ABC/DCF_9999.jpg"}), "2147483647ABC",
         "2147483647ABC/DCF_0001.jpg", 1, 0);
     row("folder-without-a-number", onCard({"100ABC/", "XABC/"}), "100ABC", "100ABC/DCF_0001.jpg", 0, ALL,
-        noFolderNumberLine());
+        withoutColours(noFolderNumberLine()));
 }
 
 void VornfhStatusTest::showsFoldersAndCreatesNothing()

@@ -1,10 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "commandline.h"
 
+#include "completion.h"
 #include "output.h"
 #include "text.h"
 
+#include <QDir>
+
+#include <algorithm>
 #include <memory>
+#include <vector>
 
 namespace {
 
@@ -14,6 +19,22 @@ class NameOnly : public CLI::Formatter
 public:
     std::string make_option_usage(const CLI::Option *option) const override { return option->get_name(); }
 };
+
+/// The folders directly in the location of the storage device @p storage, given the options common to all
+/// commands; none if these or the storage device cannot be used.
+QStringList foldersOf(CLI::App &app, const Storages &storages, std::vector<std::string> options,
+                      const std::string &storage)
+{
+    try {
+        app.require_subcommand(0);
+        std::reverse(options.begin(), options.end()); // as the parser expects
+        app.parse(options);
+        const QString location = storages.require(parseStorage(storage)).location;
+        return QDir(location).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    } catch (const std::exception &) {
+        return QStringList();
+    }
+}
 
 ExitCode report(const std::exception &error, ExitCode exitCode)
 {
@@ -85,6 +106,14 @@ ExitCode CommandLine::runCommand()
 
 ExitCode CommandLine::run(int argc, char *argv[])
 {
+    // How the completion scripts of shells call the tool; neither a command nor in the help.
+    if (argc > 1 && argv[1] == std::string("__complete")) {
+        const auto folders = [this](const std::vector<std::string> &options, const std::string &storage) {
+            return foldersOf(mApp, mStorages, options, storage);
+        };
+        printLines(Completion(mApp, {argv + 2, argv + argc}, folders).lines());
+        return DONE;
+    }
     try {
         mApp.parse(argc, argv);
         return runCommand();

@@ -113,9 +113,11 @@ QByteArray headHtml(const GalleryHeader &header)
         html += linkToIndex(header.links.index);
     html += empty("meta", {{"name", "viewport"}, {"content", "width=device-width, initial-scale=1"}});
     html += empty("meta", {{"name", "color-scheme"}, {"content", "light dark"}});
-    // No browser fetches anything for the page, whatever was injected into it.
+    // Browsers fetch only media, and only from where the page is, whatever was injected into it. 'self' does
+    // not match files.
     html += empty("meta", {{"http-equiv", "Content-Security-Policy"},
-                           {"content", "default-src 'none'; img-src data:; style-src 'unsafe-inline'"}});
+                           {"content", "default-src 'none'; img-src data: 'self' file:; "
+                                       "media-src 'self' file:; style-src 'unsafe-inline'"}});
     html += empty("link", {{"rel", "icon"}, {"href", "data:,"}});
     return element("head", html + text("title", header.title) + text("style", GALLERY_STYLE));
 }
@@ -191,29 +193,52 @@ QByteArray iconHtml(Kind kind)
     return iconHtml(rowOf(kind).icon, rowOf(kind).title, kind == VIDEO ? "currentColor" : "none");
 }
 
-/// The picture @p uri of @p item; an icon if that is empty.
-QByteArray pictureHtml(const GalleryItem &item, const QByteArray &uri)
+/// "Photo DCF_0001.jpg"
+QString titleOf(const GalleryItem &item)
 {
-    const QString alt = QString(rowOf(item.kind).title) + " " + printable(item.name);
-    QByteArray html = uri.isEmpty() ? iconHtml(item.kind)
-                                    : R"(<img src=")" + uri + R"(" alt=")" + escaped(alt)
-                                          + R"(" loading="lazy" decoding="async"/>)";
-    if (item.kind == VIDEO && !uri.isEmpty())
-        html += element("span", iconHtml(VIDEO), "badge");
+    return QString(rowOf(item.kind).title) + " " + printable(item.name);
+}
+
+/// The picture @p uri of @p item; an icon if that is empty.
+QByteArray stillHtml(const GalleryItem &item, const QByteArray &uri)
+{
+    if (uri.isEmpty())
+        return iconHtml(item.kind);
+    const QByteArray html = R"(<img src=")" + uri + R"(" alt=")" + escaped(titleOf(item))
+                            + R"(" loading="lazy" decoding="async"/>)";
+    return item.kind == VIDEO ? html + element("span", iconHtml(VIDEO), "badge") : html;
+}
+
+/// Plays the file @p link. Before that, browsers read nothing of it.
+QByteArray playerHtml(const GalleryItem &item, const QByteArray &uri, const QString &link)
+{
+    Attributes attributes = {
+        {"src", link}, {"controls", "controls"}, {"preload", "none"}, {"aria-label", titleOf(item)}};
+    if (item.kind == AUDIO)
+        return iconHtml(AUDIO) + element("audio", QByteArray(), QString(), attributes);
+    if (!uri.isEmpty())
+        attributes.append({"poster", QString::fromLatin1(uri)});
+    return element("video", QByteArray(), QString(), attributes);
+}
+
+/// @p html in a frame, marked if @p item is protected.
+QByteArray pictureHtml(const GalleryItem &item, QByteArray html)
+{
     if (item.isProtected)
         html += element("span", iconHtml(LOCK, "Protected"), "badge lock");
     return element("div", html, "picture");
 }
 
-QByteArray captionHtml(const GalleryItem &item, QSize resolution)
+QByteArray captionHtml(const GalleryItem &item, const GalleryPicture &picture)
 {
+    const QSize resolution = picture.resolution;
     QByteArray html = text("span", printable(item.name), "name");
     if (item.created.isValid())
         html +=
             element("time", escaped(dateText(item.created.date()) + ", " + item.created.toString("HH:mm")),
                     QString(), {{"datetime", item.created.toString(Qt::ISODate)}});
-    if (findType(item.name) == &typeOf(VORN_FILE_HANDLER::AVI_FILE_EXT))
-        html += text("span", "Not played by browsers", "note");
+    if (!picture.playback.obstacle.isEmpty())
+        html += text("span", "Browsers do not play " + picture.playback.obstacle + "; download it", "note");
     QByteArray size = text("span", humanSize(item.size));
     if (!resolution.isEmpty())
         size += " "
@@ -224,7 +249,7 @@ QByteArray captionHtml(const GalleryItem &item, QSize resolution)
 
 QByteArray figureHtml(const QString &style, const QString &link, const QByteArray &content)
 {
-    return "\n" + element("figure", element("a", content, QString(), {{"href", link}}), style);
+    return "\n" + element("figure", element("a", content, "card", {{"href", link}}), style);
 }
 
 /// "500 files . 2.0 GiB"
@@ -348,8 +373,14 @@ QByteArray gridBeginning(int count)
 
 QByteArray itemFigure(const GalleryItem &item, const GalleryPicture &picture, const QString &link)
 {
-    return figureHtml(rowOf(item.kind).id, link,
-                      pictureHtml(item, picture.uri) + captionHtml(item, picture.resolution));
+    const char *style = rowOf(item.kind).id;
+    const QByteArray caption = captionHtml(item, picture);
+    if (!picture.playback.isPlayed)
+        return figureHtml(style, link, pictureHtml(item, stillHtml(item, picture.uri)) + caption);
+    // Players do not work within a link.
+    const QByteArray card = pictureHtml(item, playerHtml(item, picture.uri, link))
+                            + element("a", caption, QString(), {{"href", link}});
+    return "\n" + element("figure", element("div", card, "card"), style);
 }
 
 QByteArray cardFigure(const GalleryCard &card, const QByteArray &uri)
@@ -359,7 +390,8 @@ QByteArray cardFigure(const GalleryCard &card, const QByteArray &uri)
     const QByteArray caption =
         text("span", printable(card.title), "name") + text("span", card.totals.period())
         + text("span", sizeText(card.totals.count(), "file", card.totals.size()), "size");
-    return figureHtml("page", card.link, pictureHtml(cover, uri) + element("figcaption", caption));
+    return figureHtml("page", card.link,
+                      pictureHtml(cover, stillHtml(cover, uri)) + element("figcaption", caption));
 }
 
 QByteArray gridEnd()

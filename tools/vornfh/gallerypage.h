@@ -4,6 +4,7 @@
 
 #include "device.h"
 #include "media.h"
+#include "playback.h"
 
 #include <QByteArray>
 #include <QDateTime>
@@ -24,6 +25,7 @@ struct GalleryItem {
 struct GalleryPicture {
     QByteArray uri;   // empty for an icon
     QSize resolution; // invalid if unknown
+    Playback playback;
 };
 
 /// The number, size and dates of some files.

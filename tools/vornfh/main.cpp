@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "colours.h"
 #include "commandline.h"
 #include "commands/commands.h"
 #include "output.h"
@@ -40,6 +41,7 @@ ExitCode finishOutput(ExitCode exitCode)
 int main(int argc, char *argv[])
 {
     occupyStandardStreams();
+    removeUnwantedColours();
     std::signal(SIGPIPE, SIG_IGN); // a closed pipe is handled like any other write error
     // File names are UTF-8 on every storage device, whatever the locale.
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));

@@ -1,18 +1,43 @@
 // SPDX-License-Identifier: MIT
 #include "output.h"
 
+#include "cells.h"
 #include "text.h"
 
 #include <algorithm>
 #include <cstdio>
+#include <numeric>
+#include <optional>
+
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 namespace {
 
-/// The number of characters of @p text, which has no unpaired surrogates.
-int columnsOf(const QString &text)
+/// The number of columns of the terminal that is standard output; nullopt if it is not a terminal or does not
+/// know its width.
+std::optional<int> terminalWidth()
 {
-    return static_cast<int>(
-        std::count_if(text.begin(), text.end(), [](QChar c) { return !c.isLowSurrogate(); }));
+    if (!::isatty(STDOUT_FILENO))
+        return std::nullopt;
+    const int columns = qEnvironmentVariableIntValue("COLUMNS");
+    if (columns > 0)
+        return columns;
+    winsize size = {};
+    return ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? std::optional<int>(size.ws_col)
+                                                                             : std::nullopt;
+}
+
+constexpr int SPACING = 2; // between two columns
+
+/// @p widths in which the first column is as much smaller as needed for rows of @p room cells, but not
+/// smaller than its least useful width.
+QVector<int> fitted(QVector<int> widths, int room)
+{
+    constexpr int SMALLEST = 8;
+    const int all = std::accumulate(widths.begin(), widths.end(), SPACING * (widths.size() - 1));
+    widths[0] -= std::clamp(all - room, 0, std::max(0, widths[0] - SMALLEST));
+    return widths;
 }
 
 } // namespace
@@ -78,18 +103,22 @@ void Table::print()
 {
     for (const QStringList &row : mRows) {
         for (int column = 0; column < row.size(); ++column)
-            mWidths[column] = std::max(mWidths[column], columnsOf(row[column]));
+            mWidths[column] = std::max(mWidths[column], cellsOf(row[column]));
     }
+    const std::optional<int> room = terminalWidth();
+    const QVector<int> widths = room ? fitted(mWidths, *room) : mWidths;
     QString text;
     for (const QStringList &row : mRows) {
+        QString line;
         for (int column = 0; column < row.size(); ++column) {
-            const QString padding(mWidths[column] - columnsOf(row[column]), ' ');
+            const QString cell = column == 0 ? elided(row[0], widths[0]) : row[column];
+            const QString padding(widths[column] - cellsOf(cell), ' ');
             const bool right = mRightAligned.contains(column);
             const bool last = column == row.size() - 1;
-            text += column > 0 ? "  " : "";
-            text += right ? padding + row[column] : row[column] + (last ? QString() : padding);
+            line += column > 0 ? QString(SPACING, ' ') : QString();
+            line += right ? padding + cell : cell + (last ? QString() : padding);
         }
-        text += '\n';
+        text += (room ? elided(line, *room) : line) + '\n';
     }
     mRows.clear();
     printLines(text.toUtf8());

@@ -52,7 +52,8 @@ int forEachReporting(const Items &items, Work work)
 }
 
 /// Rows of text, printed in columns under a heading. The columns @p rightAligned contain numbers. A long
-/// table is printed in parts: a column is as wide as its widest cell so far.
+/// table is printed in parts: a column is as wide as its widest cell so far. On a terminal, rows are cut to
+/// its width; the first column, which contains names, becomes narrower first.
 class Table
 {
 public:

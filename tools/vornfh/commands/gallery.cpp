@@ -11,6 +11,7 @@
 #include "objects.h"
 #include "output.h"
 #include "paths.h"
+#include "playback.h"
 #include "signals.h"
 #include "text.h"
 
@@ -152,11 +153,26 @@ QByteArray dataUri(const QString &path, qint64 limit)
     }
 }
 
-/// The picture of @p item, which is the file @p path.
-QByteArray uriOf(const GalleryItem &item, const QString &path, qint64 limit)
+/// Returns whether browsers show the file @p path as a picture.
+bool isPicture(const QString &path)
+{
+    const Descriptor file = openFile(path, O_RDONLY | O_NONBLOCK);
+    QByteArray start(8, '\0');
+    if (!file.isOpen() || !readAt(file.get(), 0, start))
+        return false;
+    const ImageFormat format = imageFormat(start);
+    return format == ImageFormat::Jpeg || format == ImageFormat::Png;
+}
+
+/// The picture of @p item, which is the file @p path: its thumbnail, or a photo itself. A photo larger than
+/// @p limit is not embedded; the page loads it from @p link.
+QByteArray uriOf(const GalleryItem &item, const QString &path, const QString &link, qint64 limit)
 {
     const QByteArray thumbnail = item.thumbnailSize < 0 ? QByteArray() : dataUri(thumbnailOf(path), limit);
-    return thumbnail.isEmpty() && item.kind == PHOTO ? dataUri(path, limit) : thumbnail;
+    if (!thumbnail.isEmpty() || item.kind != PHOTO)
+        return thumbnail;
+    const QByteArray photo = dataUri(path, limit);
+    return photo.isEmpty() && isPicture(path) ? link.toUtf8() : photo;
 }
 
 /// Invalid if it is not known. A video whose path is not safe in a shell is skipped: the library passes it to
@@ -219,9 +235,11 @@ QString linkTo(const QString &folder, const QString &page)
 QByteArray figureOf(const GalleryItem &item, const Section &section)
 {
     const QString path = section.folder + "/" + item.name;
+    const QString link = section.link + encodedLink(item.name);
     return itemFigure(item,
-                      {uriOf(item, path, LARGEST_PICTURE), resolutionOf(item.kind, path, section.isProbing)},
-                      section.link + encodedLink(item.name));
+                      {uriOf(item, path, link, LARGEST_PICTURE),
+                       resolutionOf(item.kind, path, section.isProbing), playbackOf(path)},
+                      link);
 }
 
 void writeSection(PageFile &page, const Section &section)
@@ -328,8 +346,10 @@ void writeIndex(const Job &job, const QVector<Part> &parts)
     PageFile page(job.path);
     page.write(galleryBeginning(job.header) + gridBeginning(parts.size()));
     for (const Part &part : parts) {
-        const QString path = part.folder + "/" + part.card.first.name;
-        page.write(cardFigure(part.card, uriOf(part.card.first, path, LARGEST_COVER)));
+        const QString &name = part.card.first.name;
+        const QString link = linkTo(part.folder, job.path) + encodedLink(name);
+        page.write(
+            cardFigure(part.card, uriOf(part.card.first, part.folder + "/" + name, link, LARGEST_COVER)));
     }
     page.write(gridEnd() + galleryEnd());
     page.finish();
@@ -388,8 +408,9 @@ void addGallery(CommandLine &line)
     };
     CLI::App &command =
         line.add("gallery",
-                 "Writes a self-contained HTML page that shows the files in the numbered "
-                 "folders of a storage device.\n"
+                 "Writes an HTML page that shows the files in the numbered folders of a "
+                 "storage device, and plays\n"
+                 "those that browsers play.\n"
                  "More than 10,000 files, or more than --page-size, are divided into several "
                  "pages, at least one\n"
                  "for each folder: FILE becomes their index, and they are in a folder next to it, "
