@@ -35,7 +35,7 @@ namespace {
 
 constexpr size_t PART = 8 << 10;
 
-std::atomic<int> calls = 0;
+std::atomic<int> calls{0};
 std::array<std::atomic<bool>, 4096> isWritten; // by descriptor
 
 std::string variable(const char *name)
