@@ -44,7 +44,7 @@ _vornfh_options()
                      --timeout' ;;
         folders) echo '--filter --json' ;;
         list) echo '--images --videos --audio --thumbs --filter --json' ;;
-        count | info | status) echo '--json' ;;
+        count | info | status | watch) echo '--json' ;;
         repair) echo '--dry-run' ;;
         check) echo '--names --read-all --dcf --json' ;;
         gallery) echo '--output --page-size --force --probe' ;;
@@ -81,7 +81,7 @@ _vornfh()
 {
     local IFS=$' \t\n'
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-    local commands='next record folders list count info comment status check gallery copy move
+    local commands='next record folders list count info comment status watch check gallery copy move
                     offload delete mkdir rmdir wipe prune protect unprotect repair'
     local common='--help --version --config --suffix --mmc --mmc-block --sd --sd-block --usb --usb-block'
     local command='' word i arguments=0 isValue=''
