@@ -13,6 +13,7 @@
 
 #include <QFile>
 #include <QStorageInfo>
+#include <QVector>
 
 #include <algorithm>
 #include <array>
@@ -146,8 +147,11 @@ void StorageWatch::update()
             compareFolders();
         finishReleased();
         compareState();
-    } catch (const Failure &failure) { // such as a card that is being pulled out
-        printError(QString::fromUtf8(failure.what()));
+        mFailure.clear();
+    } catch (const Failure &failure) { // such as a card that is being pulled out; the next call tries again
+        const QString message = QString::fromUtf8(failure.what());
+        if (std::exchange(mFailure, message) != message)
+            printError(message);
     }
 }
 
@@ -245,7 +249,7 @@ int StorageWatch::addWatch(const QString &path, std::uint32_t mask) const
 /// Throws Failure if one of them cannot be watched; mFolders then remain.
 void StorageWatch::watchFolders()
 {
-    mIsStale = false;
+    mIsStale = true;
     mFolderWatches.clear();
     mLocation = identityOf(mStorage.location);
     mEvents = Descriptor(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
@@ -255,22 +259,27 @@ void StorageWatch::watchFolders()
     const QStringList paths = objectFolders(mStorage);
     requireReadToEnd(mStorage.location);
 
+    QVector<int> watches;
+    for (const QString &path : paths)
+        watches.append(addWatch(path, FOLDER_EVENTS));
+
     std::vector<NumberedFolder> folders;
-    for (const QString &path : paths) {
-        const int watch = addWatch(path, FOLDER_EVENTS);
-        if (watch < 0)
+    for (int i = 0; i < paths.size(); ++i) {
+        if (watches[i] < 0)
             continue;
-        mFolderWatches.insert(watch, folders.size());
+        mFolderWatches.insert(watches[i], folders.size());
         const auto known =
             std::find_if(mFolders.begin(), mFolders.end(),
-                         [&path](const NumberedFolder &folder) { return folder.path == path; });
-        folders.push_back(known == mFolders.end() ? NumberedFolder{path, {}} : std::exchange(*known, {}));
+                         [&paths, i](const NumberedFolder &folder) { return folder.path == paths[i]; });
+        folders.push_back(known == mFolders.end() ? NumberedFolder{paths[i], {}}
+                                                  : std::exchange(*known, NumberedFolder()));
     }
     mFolders.swap(folders);
     for (NumberedFolder &gone : folders) {
         for (const QByteArray &name : namesIn(gone))
             forget(gone, name);
     }
+    mIsStale = false;
 }
 
 void StorageWatch::compareFolders()

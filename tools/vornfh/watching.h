@@ -104,6 +104,7 @@ private:
 
     Descriptor mEvents;
     bool mIsStale = true;      // events are missing, or the folders to be watched have changed
+    QString mFailure;          // of the last update(); empty if it succeeded
     bool mIsUnmounted = false; // the kernel has reported that the watched file system is gone
     int mLocationWatch = -1;
     std::pair<dev_t, ino_t> mLocation = {}; // what is watched; zeros if there is no location
