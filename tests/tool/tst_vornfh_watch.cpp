@@ -42,7 +42,8 @@ private slots:
     void printsJson();
     void endsOnASignal_data();
     void endsOnASignal();
-    void endsWhenNobodyReads();
+    void endsIfItsOutputIsLost_data();
+    void endsIfItsOutputIsLost();
     void failsIfTheLocationCannotBeRead();
     void refusesWrongCommandLines_data();
     void refusesWrongCommandLines();
@@ -503,14 +504,28 @@ void VornfhWatchTest::endsOnASignal()
     QCOMPARE(ToolRun::finish(watch.process()), tool.success());
 }
 
-void VornfhWatchTest::endsWhenNobodyReads()
+void VornfhWatchTest::endsIfItsOutputIsLost_data()
 {
+    QTest::addColumn<QString>("destination");
+    QTest::addColumn<QByteArray>("out");
+    QTest::addColumn<QByteArray>("message");
+    const auto row = [](const char *name, const QString &destination, const QByteArray &out,
+                        const QByteArray &message) { ::row(name, destination, out, message); };
+
+    row("reader-that-ends", "| head -n 1", "watching sd\n", "standard output: Broken pipe");
+    row("full-device", "> /dev/full", "", "cannot write to standard output");
+}
+
+void VornfhWatchTest::endsIfItsOutputIsLost()
+{
+    QFETCH(QString, destination);
+    QFETCH(QByteArray, out);
+    QFETCH(QByteArray, message);
     const ToolRun tool;
     tool.make(onCard({"100ABC/"}));
-    const Outcome outcome =
-        tool.runProgram("sh", {"-c", R"({ "$0" --sd sd/DCIM watch sd; echo "exit $?" >&2; } | head -n 1)",
-                               ToolRun::toolPath()});
-    QCOMPARE(outcome, tool.success("watching sd\n", "vornfh: standard output: Broken pipe\nexit 1\n"));
+    const QString script = R"({ "$0" --sd sd/DCIM watch sd; echo "exit $?" >&2; } )" + destination;
+    QCOMPARE(tool.runProgram("sh", {"-c", script, ToolRun::toolPath()}),
+             tool.success(out, errorLines({message}) + "exit 1\n"));
 }
 
 void VornfhWatchTest::failsIfTheLocationCannotBeRead()
