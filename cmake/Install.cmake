@@ -3,9 +3,17 @@
 include(CMakePackageConfigHelpers)
 
 install(TARGETS vornFileHandler EXPORT vornFileHandlerTargets
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Runtime NAMELINK_COMPONENT Development)
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Runtime NAMELINK_COMPONENT Development
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Development)
 install(FILES vornfilehandler.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT Development)
 
+# What a host must link besides the library.
+set(package_components Core)
+set(pc_private "")
+if(NOT BUILD_SHARED_LIBS)
+    set(package_components Core Gui)
+    set(pc_private "Requires.private: Qt5Gui >= 5.15, exiv2 >= 0.26\n")
+endif()
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/vornFileHandler)
 install(EXPORT vornFileHandlerTargets NAMESPACE vornFileHandler::
     DESTINATION ${package_dir} COMPONENT Development)
@@ -42,11 +50,19 @@ if(VORN_FILE_HANDLER_TOOLS)
     else()
         set(zsh_completions zsh/site-functions)
     endif()
+    vorn_find_library_from(vornfh ${CMAKE_INSTALL_FULL_BINDIR})
     install(TARGETS vornfh RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT Tool)
     install(FILES ${man_page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT Tool)
+    install(FILES tools/vornfh/vornfh-watch.service
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/vornfh/examples COMPONENT Tool)
     install(FILES tools/vornfh/vornfh.bash
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME vornfh COMPONENT Tool)
     install(FILES tools/vornfh/_vornfh DESTINATION ${CMAKE_INSTALL_DATADIR}/${zsh_completions} COMPONENT Tool)
     install(FILES tools/vornfh/vornfh.fish
         DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT Tool)
+endif()
+
+if(top_project) # another project may have such a target
+    add_custom_target(uninstall COMMAND ${CMAKE_COMMAND} -D BUILD_DIR=${PROJECT_BINARY_DIR}
+        -P ${PROJECT_SOURCE_DIR}/cmake/Uninstall.cmake)
 endif()

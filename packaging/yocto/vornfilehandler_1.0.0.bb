@@ -17,7 +17,7 @@ DEPENDS = "qtbase exiv2"
 
 PACKAGECONFIG ??= ""
 PACKAGECONFIG[tool] = "-DVORN_FILE_HANDLER_TOOLS=ON,-DVORN_FILE_HANDLER_TOOLS=OFF,cli11"
-EXTRA_OECMAKE = "-DVORN_FILE_HANDLER_TESTS=OFF"
+EXTRA_OECMAKE = "-DVORN_FILE_HANDLER_TESTS=OFF -DCMAKE_SKIP_INSTALL_RPATH=ON"
 
 # Programs that the library runs: sh, cat, cp and df, grep, awk, ffprobe. The build system cannot detect them.
 RDEPENDS:${PN} = "coreutils grep gawk ffmpeg"

@@ -2,6 +2,7 @@
 #include "estimates.h"
 
 #include "ffmpeg.h"
+#include "text.h"
 
 #include <algorithm>
 #include <future>
@@ -95,4 +96,17 @@ Estimate estimateOf(const ObjectSummary &summary, qint64 free, qint64 numbersLef
     }
     addMinutes(estimate, summary.videos, free);
     return estimate;
+}
+
+QString whyFull(qint64 free, bool isEnough, qint64 largest, qint64 numbersLeft)
+{
+    if (numbersLeft == 0)
+        return "no number is left";
+    if (free == 0)
+        return "no space is left";
+    if (!isEnough)
+        return humanSize(free) + " free, which is not enough to record";
+    return free < largest ? QString("%1 free, but the largest of the last recordings is %2")
+                                .arg(humanSize(free), humanSize(largest))
+                          : QString();
 }

@@ -53,6 +53,7 @@ int main(int argc, char *argv[])
     addInfo(line);
     addComment(line);
     addStatus(line);
+    addWatch(line);
     addCheck(line);
     addRepair(line);
     addGallery(line);

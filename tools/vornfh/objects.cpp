@@ -37,6 +37,7 @@ bool readFile(int folder, ObjectFile &file)
     file.size = static_cast<qint64>(status.stx_size);
     file.allocated = static_cast<qint64>(status.stx_blocks) * BLOCK;
     file.modified = status.stx_mtime.tv_sec;
+    file.modifiedNanoseconds = status.stx_mtime.tv_nsec;
     return S_ISREG(status.stx_mode);
 }
 
@@ -101,7 +102,7 @@ std::vector<Object> objectsIn(const QString &folder)
         objects[*place].files.push_back(file);
     });
     for (Object &object : objects)
-        std::sort(object.files.begin(), object.files.end(), comesBefore);
+        sortFiles(object);
     std::sort(objects.begin(), objects.end(),
               [](const Object &one, const Object &other) { return one.base < other.base; });
     return objects;
@@ -160,6 +161,11 @@ std::time_t Object::modified() const
         [](std::time_t last, const ObjectFile &file) { return std::max(last, file.modified); });
 }
 
+void sortFiles(Object &object)
+{
+    std::sort(object.files.begin(), object.files.end(), comesBefore);
+}
+
 QString NumberedFolder::pathOf(const ObjectFile &file) const
 {
     return path + "/" + QFile::decodeName(file.name);
@@ -172,6 +178,17 @@ NumberedFolder readNumberedFolder(const QString &path)
     folder.objects.erase(std::remove_if(folder.objects.begin(), folder.objects.end(), isOther),
                          folder.objects.end());
     return folder;
+}
+
+std::optional<ObjectFile> readObjectFile(const QString &folder, const QByteArray &name)
+{
+    ObjectFile file;
+    file.name = name;
+    file.type = findType(QString::fromUtf8(name), Qt::CaseInsensitive);
+    if (!file.type || objectNumber(basePath(name)) == 0)
+        return std::nullopt;
+    const Descriptor directory = openFolder(folder);
+    return readFile(directory.get(), file) ? std::optional(file) : std::nullopt;
 }
 
 QStringList objectFolders(const Storage &storage)

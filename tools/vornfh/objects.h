@@ -16,6 +16,7 @@
 #include <QStringList>
 
 #include <ctime>
+#include <optional>
 #include <vector>
 
 // An object is what a camera shows and deletes as one: all files in a folder that share a base name, such as
@@ -32,6 +33,7 @@ struct ObjectFile {
     qint64 size = 0;
     qint64 allocated = 0; // the bytes that become free when it is deleted
     std::time_t modified = 0;
+    long modifiedNanoseconds = 0;
     int error = 0; // why the status cannot be read
 
     bool isThumbnail() const { return type->kind == THUMBNAIL; }
@@ -51,6 +53,9 @@ struct Object {
     std::time_t modified() const;
 };
 
+/// Brings the files of an object into their order.
+void sortFiles(Object &object);
+
 /// A numbered folder and the objects in it whose base names are those of the numbering.
 struct NumberedFolder {
     QString path;
@@ -61,6 +66,9 @@ struct NumberedFolder {
 
 /// Reads a folder that is one of objectFolders(). Throws Failure if it cannot be read.
 NumberedFolder readNumberedFolder(const QString &path);
+
+/// Reads a file in such a folder; nullopt if it does not exist or readNumberedFolder() would leave it out.
+std::optional<ObjectFile> readObjectFile(const QString &folder, const QByteArray &name);
 
 /// The paths of the numbered folders in the order of the numbering, so that the last object of the last
 /// folder is the newest. Folders whose names the numbering does not use are left out.

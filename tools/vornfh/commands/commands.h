@@ -18,6 +18,7 @@ void addOffload(CommandLine &line);
 void addMkdir(CommandLine &line);
 void addPrune(CommandLine &line);
 void addProtect(CommandLine &line); // protect, unprotect
-void addRemove(CommandLine &line);  // delete, rmdir, wipe
+void addWatch(CommandLine &line);
+void addRemove(CommandLine &line); // delete, rmdir, wipe
 
 #endif // COMMANDS_H

@@ -126,21 +126,6 @@ Room roomOn(const Storage &storage, const Capacity &capacity, const Contents &co
     return room;
 }
 
-/// Why there is no room for the next recording; empty if there is.
-QString whyFull(const Contents &contents, const Room &room)
-{
-    const ObjectSummary objects = contents.objects.value_or(ObjectSummary());
-    if (contents.numbering.left() == 0)
-        return "no number is left";
-    if (room.free == 0)
-        return "no space is left";
-    if (!room.isEnough)
-        return humanSize(room.free) + " free, which is not enough to record";
-    return room.free < objects.largest ? QString("%1 free, but the largest of the last recordings is %2")
-                                             .arg(humanSize(room.free), humanSize(objects.largest))
-                                       : QString();
-}
-
 /// The first verdict that applies; those that prevent more come first.
 Verdict verdictOn(const Status &status)
 {
@@ -155,7 +140,11 @@ Verdict verdictOn(const Status &status)
         return {"damaged", status.problems.first()};
     if (device.isReadOnly)
         return {"read-only", "the file system is mounted read-only"};
-    const QString reason = whyFull(*status.contents, *status.room);
+    const Contents &contents = *status.contents;
+    const Room &room = *status.room;
+    const QString reason =
+        whyFull(room.free, room.isEnough, contents.objects.value_or(ObjectSummary()).largest,
+                contents.numbering.left());
     return {reason.isEmpty() ? "ok" : "full", reason};
 }
 
