@@ -5,6 +5,7 @@
 #include <QRegularExpression>
 
 #include <algorithm>
+#include <csignal>
 #include <vector>
 
 #include <pty.h>
@@ -41,6 +42,7 @@ char *toString(const Outcome &outcome)
 
 ToolRun::ToolRun() : environment(QProcessEnvironment::systemEnvironment())
 {
+    std::signal(SIGHUP, SIG_DFL); // nohup(1) ignores it, and so would the tool
     environment.insert("HOME", path());
     environment.insert("XDG_DATA_HOME", path() + "/data");
     environment.insert("TZ", "UTC");
