@@ -449,6 +449,10 @@ void VornfhFaultsTest::survivesEveryFault_data()
     row("record-video", {"record", "sd", "--type", "avi", "--duration", "0.1"}, card, {"fsync"});
     row("record-in-segments", {"record", "sd", "--type", "wav", "--duration", "2", "--segment", "1"}, card,
         {"fsync"});
+    row("record-videos-in-segments",
+        {"record", "sd", "--input-format", "lavfi", "--input", "testsrc2=size=64x48:rate=10", "--duration",
+         "2", "--segment", "1"},
+        card, {"fsync"});
     row("record-on-a-new-card", {"record", "sd", "--type", "wav", "--duration", "0.1"}, {"sd/"},
         {"mkdir", "fsync"});
 }
