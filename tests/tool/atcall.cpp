@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Preloaded into the tool: lets something happen exactly between two steps of a command. Immediately before
 // call number AT_CALL_COUNT of the function AT_CALL, or before each call if it is 0, a shell runs
-// AT_CALL_SCRIPT. With PRETEND_FAT, every file system looks like FAT.
+// AT_CALL_SCRIPT. With PRETEND_FILE_SYSTEM, every file system looks like FAT or exFAT.
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
@@ -126,8 +126,10 @@ int statfs(const char *path, struct statfs *status) noexcept
 {
     static const auto next = real<int(const char *, struct statfs *)>("statfs");
     const int result = next(path, status);
-    if (*valueOf("PRETEND_FAT") != '\0')
+    if (std::strcmp(valueOf("PRETEND_FILE_SYSTEM"), "fat") == 0)
         status->f_type = MSDOS_SUPER_MAGIC;
+    if (std::strcmp(valueOf("PRETEND_FILE_SYSTEM"), "exfat") == 0)
+        status->f_type = 0x2011BAB0;
     return result;
 }
 }

@@ -3,6 +3,7 @@
 
 #include <QDir>
 #include <QRegularExpression>
+#include <QStorageInfo>
 
 #include <algorithm>
 #include <csignal>
@@ -167,7 +168,13 @@ bool ToolRun::runBefore(const QByteArray &call, const QByteArray &script, int co
 
 bool ToolRun::pretendFat()
 {
-    environment.insert("PRETEND_FAT", "yes");
+    environment.insert("PRETEND_FILE_SYSTEM", "fat");
+    return preload();
+}
+
+bool ToolRun::pretendExfat()
+{
+    environment.insert("PRETEND_FILE_SYSTEM", "exfat");
     return preload();
 }
 
@@ -312,6 +319,29 @@ TmpfsMount::~TmpfsMount()
 bool TmpfsMount::makeReadOnly() const
 {
     return ::mount("tmpfs", mPath.constData(), "tmpfs", MS_REMOUNT | MS_RDONLY, nullptr) == 0;
+}
+
+LoopCard::LoopCard(const ToolRun &tool, const QStringList &mkfs) : mTool(tool)
+{
+    tool.make({"sd/", "card.img size 16777216"});
+    mIsMade = hasOwnMounts()
+              && tool.runProgram(mkfs[0], mkfs.mid(1) + QStringList{tool.path() + "/card.img"}).exitCode == 0;
+}
+
+QByteArray LoopCard::mount(const QString &path, const QString &options)
+{
+    const QStringList arguments = {"-o", options, mTool.path() + "/card.img", path};
+    if (!mIsMade || mTool.runProgram("mount", arguments).exitCode != 0)
+        return {};
+    mMountPoint = QFile::encodeName(path);
+    return QStorageInfo(path).device().mid(5);
+}
+
+void LoopCard::unmount()
+{
+    if (!mMountPoint.isEmpty())
+        ::umount2(mMountPoint.constData(), 0);
+    mMountPoint.clear();
 }
 
 FolderMode::FolderMode(const QString &path, mode_t mode) : mPath(QFile::encodeName(path))

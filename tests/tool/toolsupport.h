@@ -64,6 +64,8 @@ public:
     bool runBefore(const QByteArray &call, const QByteArray &script, int count = 1);
     /// From now on, every file system looks like FAT to the tool. Returns false if that is not possible.
     bool pretendFat();
+    /// The same for exFAT with a driver that cannot clear the read-only attribute.
+    bool pretendExfat();
 
     QString path() const { return mDirectory.path(); }
     QString sd() const { return path() + "/sd/DCIM"; }
@@ -187,6 +189,25 @@ public:
 private:
     QByteArray mPath;
     bool mIsMounted;
+};
+
+/// An ext4 on a loop device, or what @p mkfs makes. The kernel detaches the device when it is unmounted.
+class LoopCard
+{
+public:
+    explicit LoopCard(const ToolRun &tool, const QStringList &mkfs = {"mkfs.ext4", "-q", "-F"});
+    ~LoopCard() { unmount(); }
+    LoopCard(const LoopCard &) = delete;
+    LoopCard &operator=(const LoopCard &) = delete;
+
+    /// Returns the name of the loop device; empty if it cannot be mounted.
+    QByteArray mount(const QString &path, const QString &options = "loop");
+    void unmount();
+
+private:
+    const ToolRun &mTool;
+    QByteArray mMountPoint;
+    bool mIsMade = false;
 };
 
 /// Gives a folder another mode for the lifetime of the object.

@@ -281,6 +281,9 @@ void VornfhCheckTest::reportsOddFiles_data()
     row("leftovers", {".vornfh-99999999-ABC123 = x", ".vornfh-99999999-folder/", ".vornfh-99999999-ABC = x"},
         {".vornfh-99999999-ABC123: " + LEFTOVER + REPAIRABLE,
          ".vornfh-99999999-folder: " + LEFTOVER + REPAIRABLE});
+    row("short-names-of-leftovers", {"VORNFH~1 = x", "VORNFH~1.REN = x"},
+        {"VORNFH~1: " + unsafeInAShell("~"), "VORNFH~1.REN: " + unsafeInAShell("~"),
+         "VORNFH~1: " + OTHER_EXTENSION, "VORNFH~1.REN: " + OTHER_EXTENSION});
     row("leftover-that-was-being-renamed",
         {".vornfh-99999999-ABC123 = x", ".vornfh-99999999-ABC124.renaming"},
         {".vornfh-99999999-ABC123: " + LEFTOVER_KEPT});

@@ -4,6 +4,8 @@
 #include <QFile>
 #include <QTest>
 
+#include <csignal>
+
 #include <sys/stat.h>
 
 namespace {
@@ -36,14 +38,22 @@ private slots:
     void marksObjects();
     void refusesPaths_data();
     void refusesPaths();
+    void requiresAPath();
     void keepsTheOtherPermissions_data();
     void keepsTheOtherPermissions();
     void isAnErrorIfTheMarkIsNotKept();
+    void unprotectsByACopy();
+    void keepsWhatCannotBeCopied_data();
+    void keepsWhatCannotBeCopied();
+    void survivesAKillDuringTheCopy_data();
+    void survivesAKillDuringTheCopy();
     void leavesProtectedObjectsAlone_data();
     void leavesProtectedObjectsAlone();
     void overridesWithForce_data();
     void overridesWithForce();
     void showsTheMark();
+    void extensionsMayBeInAnyCase_data();
+    void extensionsMayBeInAnyCase();
 };
 
 void VornfhProtectTest::marksObjects_data()
@@ -108,6 +118,16 @@ void VornfhProtectTest::refusesPaths()
     QCOMPARE(tool.runOnStorages({"protect", path, "sd/DCIM/101ABC/DCF_0001.jpg"}),
              tool.failure({message, "1 of 2 paths not protected"}, cardLines({"101ABC/DCF_0001.jpg"})));
     QCOMPARE(protectedFiles(tool), QByteArrayList{"101ABC/DCF_0001.jpg"});
+    QCOMPARE(tool.runOnStorages({"unprotect", path, "sd/DCIM/101ABC/DCF_0001.jpg"}),
+             tool.failure({message, "1 of 2 paths not unprotected"}, cardLines({"101ABC/DCF_0001.jpg"})));
+    QCOMPARE(protectedFiles(tool), QByteArrayList());
+}
+
+void VornfhProtectTest::requiresAPath()
+{
+    const ToolRun tool;
+    for (const QByteArray command : {"protect", "unprotect"})
+        QCOMPARE(tool.runOnStorages({command}), tool.usageError({"PATH... is required"}));
 }
 
 void VornfhProtectTest::keepsTheOtherPermissions_data()
@@ -148,6 +168,135 @@ void VornfhProtectTest::isAnErrorIfTheMarkIsNotKept()
     QCOMPARE(tool.runOnStorages({"protect", "sd/DCIM/101ABC/DCF_0001.jpg"}),
              tool.failure({"@/sd/DCIM/101ABC/DCF_0001.jpg: cannot be protected: Read-only file system",
                            "1 of 1 paths not protected"}));
+}
+
+namespace {
+
+const QByteArray RECORDING = "sd/DCIM/100ABC/DCF_0002.avi";
+
+/// The names of the hidden files in the folder of RECORDING.
+QByteArrayList hiddenFiles(const ToolRun &tool)
+{
+    QByteArrayList names;
+    for (const QByteArray &name : tree(tool.sd() + "/100ABC")) {
+        if (name.startsWith(".vornfh-"))
+            names.append(name);
+    }
+    return names;
+}
+
+} // namespace
+
+/// On exFAT before Linux 6.8 the kernel cannot clear the mark.
+void VornfhProtectTest::unprotectsByACopy()
+{
+    ToolRun tool;
+    if (!tool.pretendExfat())
+        QSKIP(CANNOT_PRELOAD);
+    tool.make(CARD);
+    setMode(tool, RECORDING, 0440);
+    setModified(QFile::encodeName(tool.path()) + "/" + RECORDING, 1000000000000);
+    const Tree before = treeWithContents(tool.path());
+    const ino_t inode = statusOf(tool, RECORDING).st_ino;
+    QCOMPARE(tool.runOnStorages({"unprotect", RECORDING}),
+             tool.success(cardLines({"100ABC/DCF_0002.avi", "100ABC/DCF_0002.wav"})));
+    QCOMPARE(treeWithContents(tool.path()), before);
+    const struct stat status = statusOf(tool, RECORDING);
+    QVERIFY(status.st_ino != inode);
+    QCOMPARE(status.st_mtime, 1000000000L);
+    QCOMPARE(status.st_mode & 0200U, 0200U);
+}
+
+void VornfhProtectTest::keepsWhatCannotBeCopied_data()
+{
+    QTest::addColumn<QByteArray>("call"); // before which something happens
+    QTest::addColumn<QByteArray>("script");
+    QTest::addColumn<QByteArray>("message");
+    const QByteArray append =
+        "chmod u+w '" + RECORDING + "'; echo more >> '" + RECORDING + "'; chmod 444 '" + RECORDING + "'";
+    row("changed-before-the-copy-is-compared", QByteArray("posix_fadvise"), append,
+        QByteArray("the unprotected copy differs"));
+    row("changed-while-the-copy-is-written", QByteArray("sendfile"), append,
+        QByteArray("was changed by another program in the meantime"));
+    row("being-written", QByteArray("posix_fadvise"),
+        "chmod u+w '" + RECORDING + "'; sleep 10 >> '" + RECORDING + "' & chmod 444 '" + RECORDING + "'",
+        QByteArray("was changed by another program in the meantime"));
+    row("no-space", QByteArray("sendfile"), QByteArray("head -c 3000000 /dev/zero > sd/filler 2>&-"),
+        QByteArray("an unprotected copy cannot be written: No space left on device"));
+}
+
+void VornfhProtectTest::keepsWhatCannotBeCopied()
+{
+    QFETCH(QByteArray, call);
+    QFETCH(QByteArray, script);
+    QFETCH(QByteArray, message);
+    if (!hasOwnMounts())
+        QSKIP(CANNOT_MOUNT);
+    ToolRun tool;
+    tool.make({"sd/"});
+    const TmpfsMount card(tool.path() + "/sd", "size=1m");
+    QVERIFY(card.isMounted());
+    tool.make(CARD);
+    makeTree(tool.path(), {RECORDING + " = " + pattern(50000, 'r')});
+    setMode(tool, RECORDING, 0444);
+    if (!tool.pretendExfat() || !tool.runBefore(call, script))
+        QSKIP(CANNOT_PRELOAD);
+    QCOMPARE(tool.runOnStorages({"unprotect", RECORDING}),
+             tool.failure({"@/" + RECORDING + ": " + message, "1 of 1 paths not unprotected"},
+                          cardLines({"100ABC/DCF_0002.wav"})));
+    QVERIFY(tool.content(RECORDING).startsWith(pattern(50000, 'r')));
+    QCOMPARE(protectedFiles(tool), QByteArrayList{"100ABC/DCF_0002.avi"});
+    QCOMPARE(hiddenFiles(tool), QByteArrayList());
+}
+
+void VornfhProtectTest::survivesAKillDuringTheCopy_data()
+{
+    QTest::addColumn<QByteArray>("call"); // before which the tool is killed
+    QTest::addColumn<int>("count");
+    QTest::addColumn<bool>("hasName"); // the recording, until the next command
+    QTest::addColumn<int>("leftovers");
+    row("while-it-is-written", QByteArray("sendfile"), 1, true, 1);
+    row("before-it-is-flushed", QByteArray("fsync"), 1, true, 1);
+    row("before-it-is-compared", QByteArray("posix_fadvise"), 1, true, 1);
+    row("before-the-replacement-is-recorded", QByteArray("fsync"), 4, true, 2);
+    row("after-the-recording-has-lost-its-name", QByteArray("syncfs"), 1, false, 2);
+    row("before-the-copy-gets-the-name", QByteArray("renameat2"), 1, false, 2);
+    row("before-the-name-is-flushed", QByteArray("syncfs"), 2, true, 1);
+    row("before-the-old-file-is-deleted", QByteArray("unlink"), 1, true, 1);
+    row("before-the-mark-is-deleted", QByteArray("unlink"), 2, true, 0);
+    row("before-the-folder-is-flushed", QByteArray("syncfs"), 3, true, 0);
+}
+
+/// The next command removes what is left: it is still the same session of the device.
+void VornfhProtectTest::survivesAKillDuringTheCopy()
+{
+    QFETCH(QByteArray, call);
+    QFETCH(int, count);
+    QFETCH(bool, hasName);
+    QFETCH(int, leftovers);
+    ToolRun tool;
+    LoopCard card(tool);
+    if (card.mount(tool.path() + "/sd").isEmpty())
+        QSKIP(CANNOT_MOUNT);
+    if (!tool.pretendExfat())
+        QSKIP(CANNOT_PRELOAD);
+    const QProcessEnvironment usual = tool.environment;
+    tool.make(CARD);
+    setMode(tool, RECORDING, 0444);
+    const Tree before = treeWithContents(tool.sd());
+    QVERIFY(tool.runBefore(call, "kill -9 $PPID", count));
+    QCOMPARE(tool.runOnStorages({"unprotect", RECORDING}).exitCode, 128 + SIGKILL);
+    tool.environment = usual;
+    QCOMPARE(tool.content(RECORDING), hasName ? QByteArray("two") : QByteArray());
+    const QByteArray found = tool.runOnStorages({"check", "sd"}).out;
+    QCOMPARE(found.count("was left by an interrupted command"), leftovers);
+    const Outcome outcome = tool.runOnStorages({"unprotect", RECORDING});
+    QCOMPARE(outcome.exitCode, 0);
+    QCOMPARE(outcome.out, tool.expand(cardLines({"100ABC/DCF_0002.avi", "100ABC/DCF_0002.wav"})));
+    QCOMPARE(outcome.err.count("; removed\n"), leftovers);
+    QCOMPARE(outcome.err.count("; restored\n"), hasName ? 0 : 1);
+    QCOMPARE(treeWithContents(tool.sd()), before);
+    QCOMPARE(protectedFiles(tool), QByteArrayList());
 }
 
 void VornfhProtectTest::leavesProtectedObjectsAlone_data()
@@ -227,6 +376,41 @@ void VornfhProtectTest::showsTheMark()
     QCOMPARE(tool.runOnStorages({"protect", "sd/DCIM/100ABC/DCF_0001.jpg"}).exitCode, 0);
     QVERIFY(tool.runOnStorages(info).out.contains("\n  mark      protected\n"));
     QCOMPARE(tool.runOnStorages(info + QByteArrayList{"--json"}).json()[0]["protected"].toBool(), true);
+}
+
+void VornfhProtectTest::extensionsMayBeInAnyCase_data()
+{
+    QTest::addColumn<QByteArray>("marked");
+    QTest::addColumn<QByteArray>("other"); // file of the same object
+    row("photo", QByteArray("DCF_0005.JPG"), QByteArray("DCF_0005.thumb"));
+    row("thumbnail", QByteArray("DCF_0005.thumb"), QByteArray("DCF_0005.JPG"));
+    row("format", QByteArray("DCF_0005.AVI"), QByteArray("DCF_0005.jpg"));
+    row("mixed-case", QByteArray("DCF_0005.Png"), QByteArray("DCF_0005.Thumb"));
+}
+
+/// To the library, a file has the number in its name whatever the case of its extension.
+void VornfhProtectTest::extensionsMayBeInAnyCase()
+{
+    QFETCH(QByteArray, marked);
+    QFETCH(QByteArray, other);
+    const QByteArray folder = "sd/DCIM/100ABC/";
+    const ToolRun tool;
+    tool.make(CARD + Tree{folder + marked + " = x", folder + other + " = x"});
+    QVERIFY(!tool.runOnStorages({"info", folder + other}).out.contains("protected"));
+    setMode(tool, folder + marked, 0444);
+    for (const QByteArray &name : {marked, other}) {
+        const QByteArray path = folder + name;
+        QVERIFY2(tool.runOnStorages({"info", path}).out.contains("\n  mark      protected\n"),
+                 name.constData());
+        for (const QByteArrayList &command : {QByteArrayList{"delete", path}, {"delete", "--only", path}})
+            QCOMPARE(tool.runOnStorages(command),
+                     tool.failure({"@/" + path + ": is protected; use --force", "1 of 1 files not deleted"}));
+    }
+    const Outcome outcome = tool.runOnStorages({"unprotect", folder + other});
+    QCOMPARE(outcome.exitCode, 0);
+    QCOMPARE(sorted(outcome.out.trimmed().split('\n')),
+             sorted(tool.expand(Tree{"@/" + folder + marked, "@/" + folder + other})));
+    QCOMPARE(protectedFiles(tool), QByteArrayList());
 }
 
 QTEST_GUILESS_MAIN(VornfhProtectTest)

@@ -119,6 +119,11 @@ void VornfhRemoveTest::deletesFiles_data()
         photo + Tree{"sd/DCIM/100ABC/DCF_0005.avi"});
     row("thumbnail-stays-with-an-audio-file", photo + Tree{"sd/DCIM/100ABC/DCF_0005.wav"},
         {"sd/DCIM/100ABC/DCF_0005.wav"}, "@/sd/DCIM/100ABC/DCF_0005.wav\n", {"sd/DCIM/100ABC/DCF_0005.wav"});
+    row("thumbnail-of-a-format-in-upper-case-stays", photo + Tree{"sd/DCIM/100ABC/DCF_0005.AVI"},
+        {"sd/DCIM/100ABC/DCF_0005.jpg"}, "@/sd/DCIM/100ABC/DCF_0005.jpg\n", photo.mid(0, 1));
+    const Tree upperCase = {"sd/DCIM/100ABC/DCF_0006.JPG", "sd/DCIM/100ABC/DCF_0006.thumb"};
+    row("thumbnail-goes-with-a-recording-in-upper-case", upperCase, {"sd/DCIM/100ABC/DCF_0006.JPG"},
+        "@/sd/DCIM/100ABC/DCF_0006.JPG\n@/sd/DCIM/100ABC/DCF_0006.thumb\n", upperCase);
     row("brackets", {"sd/DCIM/[a]", "sd/DCIM/a"}, {"sd/DCIM/[a]"}, "@/sd/DCIM/[a]\n", {"sd/DCIM/[a]"});
 }
 

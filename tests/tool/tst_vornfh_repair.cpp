@@ -157,6 +157,9 @@ void VornfhRepairTest::deletesWhatIsEmptyOrLeft_data()
         QByteArrayList{"DCF_0002.thumb", "DCF_0002.avi"}, Tree{"DCF_0001.jpg", "DCF_0001.thumb"});
     row("empty-format-of-two", Tree{photo, thumbnail, "DCF_0001.avi"}, QByteArrayList{"DCF_0001.avi"},
         Tree{"DCF_0001.jpg", "DCF_0001.thumb"});
+    row("empty-format-beside-one-in-upper-case",
+        Tree{"DCF_0001.JPG = " + wholeFile("jpg"), thumbnail, "DCF_0001.avi"}, QByteArrayList{"DCF_0001.avi"},
+        Tree{"DCF_0001.JPG", "DCF_0001.thumb"});
     row("thumbnails-alone", Tree{photo, thumbnail, "DCF_0002.thumb = t", "DCF_0003.thumb", "DCF_0004.wav"},
         QByteArrayList{"DCF_0003.thumb", "DCF_0004.wav", "DCF_0002.thumb"},
         Tree{"DCF_0001.jpg", "DCF_0001.thumb"});
@@ -224,6 +227,9 @@ void VornfhRepairTest::keepsAndNamesWhatCannotBeMended_data()
     for (const QByteArray extension : {"avi", "mkv", "wav"})
         row("only-a-header-" + extension, Tree{"DCF_0001." + extension + " = " + headerOf(extension)},
             "DCF_0001." + extension + ": contains no readable video or audio; cannot be repaired");
+    // A hidden file on FAT that has lost its long name may be a leftover or a file of the user.
+    row("short-name-of-a-leftover", Tree{"VORNFH~1 = x", "VORNFH~2/", "DCF_0001.jpg = " + jpeg.chopped(1)},
+        "DCF_0001.jpg: " + CUT_OFF + "; cannot be repaired");
     row("leftover-that-may-share-its-content",
         Tree{".vornfh-99999999-ABC123 = x", ".vornfh-99999999-ABC124.renaming"},
         QByteArray(
@@ -263,6 +269,9 @@ void VornfhRepairTest::leavesProtectedObjectsAlone_data()
         "DCF_0001.thumb: the photo or video of this thumbnail is missing" + end);
     row("photo-of-a-damaged-thumbnail", Tree{"DCF_0001.jpg = " + wholeFile("jpg"), "DCF_0001.thumb = x"},
         QByteArray("DCF_0001.jpg"), "DCF_0001.thumb: does not begin like a file of type thumb" + end);
+    row("photo-in-upper-case-of-a-damaged-thumbnail",
+        Tree{"DCF_0001.JPG = " + wholeFile("jpg"), "DCF_0001.thumb = x"}, QByteArray("DCF_0001.JPG"),
+        "DCF_0001.thumb: does not begin like a file of type thumb" + end);
 }
 
 void VornfhRepairTest::leavesProtectedObjectsAlone()

@@ -37,43 +37,6 @@ QByteArray deviceOf(const QString &path)
     return QStorageInfo(path).device();
 }
 
-/// A file system on a loop device, which the kernel detaches when it is unmounted.
-class LoopCard
-{
-public:
-    explicit LoopCard(const ToolRun &tool, const QStringList &mkfs = {"mkfs.ext4", "-q", "-F"}) : mTool(tool)
-    {
-        tool.make({"sd/", "card.img size 16777216"});
-        mIsMade =
-            hasOwnMounts()
-            && tool.runProgram(mkfs[0], mkfs.mid(1) + QStringList{tool.path() + "/card.img"}).exitCode == 0;
-    }
-    ~LoopCard() { unmount(); }
-    LoopCard(const LoopCard &) = delete;
-    LoopCard &operator=(const LoopCard &) = delete;
-
-    /// Returns the name of the loop device; empty if it cannot be mounted.
-    QByteArray mount(const QString &path, const QString &options = "loop")
-    {
-        const QStringList arguments = {"-o", options, mTool.path() + "/card.img", path};
-        if (!mIsMade || mTool.runProgram("mount", arguments).exitCode != 0)
-            return {};
-        mMountPoint = QFile::encodeName(path);
-        return deviceOf(path).mid(5);
-    }
-    void unmount()
-    {
-        if (!mMountPoint.isEmpty())
-            ::umount2(mMountPoint.constData(), 0);
-        mMountPoint.clear();
-    }
-
-private:
-    const ToolRun &mTool;
-    QByteArray mMountPoint;
-    bool mIsMade = false;
-};
-
 /// @p folder in the place of /sys/class/block for the lifetime of the object.
 class BlockAttributes
 {

@@ -46,14 +46,20 @@ bool comesBefore(const ObjectFile &one, const ObjectFile &other)
     return one.isThumbnail() != other.isThumbnail() ? other.isThumbnail() : one.name < other.name;
 }
 
-/// The paths with the base name of @p path and the extensions of the media files of @p kinds.
-QStringList siblingsOf(const QString &path, const QList<Kind> &kinds)
+/// The paths with the base name of @p path that a photo or video can have. Cameras write extensions in upper
+/// case; FAT, exFAT and file systems in user space find such a file by its name in lower case too.
+QStringList recordingPathsOf(const QString &path)
 {
     const QFileInfo file(path);
+    const QString start = file.path() + "/" + file.completeBaseName() + ".";
+    const bool isCaseSensitive = fileSystemOf(file.path()) == FileSystem::Other;
     QStringList paths;
     for (const MediaType &type : mediaTypes()) {
-        if (kinds.contains(type.kind))
-            paths.append(file.path() + "/" + file.completeBaseName() + "." + type.extension);
+        if (type.kind != PHOTO && type.kind != VIDEO)
+            continue;
+        paths.append(start + type.extension);
+        if (isCaseSensitive)
+            paths.append(start + type.extension.toUpper());
     }
     return paths;
 }
@@ -224,12 +230,6 @@ bool isProtectedMode(mode_t mode)
     return S_ISREG(mode) && (mode & ANY_WRITE) == 0;
 }
 
-bool isProtected(const QString &path)
-{
-    const QStringList paths = QStringList{path} + siblingsOf(path, {PHOTO, VIDEO, AUDIO, THUMBNAIL});
-    return std::any_of(paths.begin(), paths.end(), hasMark);
-}
-
 bool isProtected(const NumberedFolder &folder, const Object &object)
 {
     return std::any_of(object.files.begin(), object.files.end(),
@@ -258,18 +258,24 @@ bool ProtectedObjects::contains(const QByteArray &name) const
     return mNames.contains(name) || mBases.contains(basePath(name));
 }
 
-void ProtectionCheck::requireUnprotected(const QString &path, const QString &resolved)
+bool ProtectionCheck::isProtected(const QString &resolved)
 {
+    if (hasMark(resolved))
+        return true;
     const QString folder = resolved.left(resolved.lastIndexOf('/') + 1);
     if (!mFolders.contains(folder) && QFileInfo(folder).isDir())
         mFolders.insert(folder, namesIn(folder));
     const QByteArray name = QFile::encodeName(resolved.mid(folder.size()));
     const Names &found = mFolders[folder];
     const QByteArrayList names = found.byBase.value(found.key(name));
-    const bool isAnyMarked = std::any_of(names.begin(), names.end(), [&folder](const QByteArray &other) {
+    return std::any_of(names.begin(), names.end(), [&folder](const QByteArray &other) {
         return hasMark(folder + QFile::decodeName(other));
     });
-    if (isAnyMarked || hasMark(resolved))
+}
+
+void ProtectionCheck::requireUnprotected(const QString &path, const QString &resolved)
+{
+    if (isProtected(resolved))
         throw FileFailure(path, "is protected; use --force");
 }
 
@@ -303,7 +309,7 @@ QStringList recordingsBeside(const QString &path)
     struct stat other = {};
     const bool isReadable = readLinkStatus(path, own);
     QStringList others;
-    for (const QString &sibling : siblingsOf(path, {PHOTO, VIDEO})) {
+    for (const QString &sibling : recordingPathsOf(path)) {
         // On FAT, a name in another case is the same file.
         const bool hasSameName =
             QFileInfo(path).fileName().compare(QFileInfo(sibling).fileName(), Qt::CaseInsensitive) == 0;
@@ -323,7 +329,7 @@ QString thumbnailFreedBy(const QString &path)
 
 bool isThumbnailAlone(const QString &path)
 {
-    const QStringList recordings = siblingsOf(path, {PHOTO, VIDEO});
+    const QStringList recordings = recordingPathsOf(path);
     return std::none_of(recordings.begin(), recordings.end(), isFile);
 }
 

@@ -89,9 +89,7 @@ constexpr mode_t ANY_WRITE = S_IWUSR | S_IWGRP | S_IWOTH;
 /// attribute "read-only", which cameras use. access() would not do: root may write to any file.
 bool isProtectedMode(mode_t mode);
 
-/// Returns whether the file @p path, or another file of its object, is protected.
-bool isProtected(const QString &path);
-/// The same for @p object, which is in @p folder.
+/// Returns whether a file of @p object, which is in @p folder, is protected.
 bool isProtected(const NumberedFolder &folder, const Object &object);
 
 /// The protected objects of a folder, collected while its files are listed.
@@ -114,11 +112,16 @@ private:
     QSet<QByteArray> mBases; // of media files
 };
 
-/// Refuses protected files. Reads the names in each folder once: FAT and ext4 search the whole folder for
+/// Recognises protected files. Reads the names in each folder once: FAT and ext4 search the whole folder for
 /// a name that is not there, and an object has few of the names that it could have.
 class ProtectionCheck
 {
 public:
+    /// Returns whether the file @p resolved, or another file of its object, is protected. The extensions of
+    /// an object's files may be in any case, as for the numbering of the library. Throws FileFailure if the
+    /// file itself is not protected and its folder cannot be read.
+    bool isProtected(const QString &resolved);
+
     /// Throws FileFailure if the file @p resolved, or another file of its object, is protected; the message
     /// names the path @p path.
     void requireUnprotected(const QString &path, const QString &resolved);

@@ -31,6 +31,10 @@ namespace {
 
 const QString MARK_EXTENSION = ".renaming";
 
+/// The short name of such a file on FAT, as in "VORNFH~1", is not among them. A file has only its short name
+/// if another one was lost in a power failure or by a device that writes no long names. It may then be a file
+/// of the user ("vornfh-notes"), or share its content with a renamed file whose mark has lost its name too:
+/// check reports it in a numbered folder as a file of another type, and it is kept.
 const QRegularExpression &namePattern()
 {
     static const QRegularExpression PATTERN(R"(^\.vornfh-([0-9]+)-[A-Za-z0-9]{6}(\.renaming)?$)");
@@ -258,24 +262,23 @@ RenameMark::RenameMark(const QString &folder)
     if (fileSystemOf(folder) == FileSystem::Other)
         return;
     mFile = createHidden(folder, MARK_EXTENSION, folder, mPath);
-    write(sessionOf(folder));
+    write(sessionOf(folder)); // on a full device the mark stays empty and is later treated as an old one
 }
 
 void RenameMark::setReplacement(const QString &path, const QStringList &files)
 {
-    QByteArray names = sessionOf(path).isEmpty() ? "\n" : "";
+    const QByteArray session = sessionOf(path);
+    QByteArray content = session.isEmpty() ? "\n" : session;
     for (const QString &file : QStringList{path} + files)
-        names += QFile::encodeName(QFileInfo(file).fileName()) + "\n";
-    write(names);
-    if (::fsync(mFile.get()) != 0)
+        content += QFile::encodeName(QFileInfo(file).fileName()) + "\n";
+    if (!write(content) || ::fsync(mFile.get()) != 0)
         throw FileFailure(path, "cannot be replaced safely: " + errorText(errno));
 }
 
-/// On a full device the mark stays empty and is later treated as an old one.
-void RenameMark::write(const QByteArray &content)
+bool RenameMark::write(const QByteArray &content)
 {
-    [[maybe_unused]] const ssize_t written =
-        ::write(mFile.get(), content.constData(), static_cast<size_t>(content.size()));
+    return ::pwrite(mFile.get(), content.constData(), static_cast<size_t>(content.size()), 0)
+           == content.size();
 }
 
 void RenameMark::remove()

@@ -80,7 +80,8 @@ public:
     void remove();
 
 private:
-    void write(const QByteArray &content);
+    /// Returns false, with errno set, if the content cannot be written.
+    bool write(const QByteArray &content);
 
     QString mPath;
     Descriptor mFile;

@@ -195,7 +195,16 @@ void printFolder(const Metadata &record)
     print("audio", QString::number(record.mAudioCount));
 }
 
-void print(const QString &path, const Reading &reading)
+bool isMarked(const QString &path, ProtectionCheck &protection)
+{
+    try {
+        return protection.isProtected(fromRoot(path));
+    } catch (const FileFailure &) { // the folder of an unprotected file cannot be read
+        return false;
+    }
+}
+
+void print(const QString &path, const Reading &reading, bool isProtected)
 {
     const Metadata &record = reading.record;
     const Kind kind = kindOf(record.mFileName);
@@ -204,7 +213,7 @@ void print(const QString &path, const Reading &reading)
     print("size", exactSize(record.mSize));
     print("created", timeText(record.mCreated));
     print("modified", timeText(record.mLastModified));
-    if (isProtected(fromRoot(path)))
+    if (isProtected)
         print("mark", "protected");
     if (record.mType == FILE_TYPE_DIRECTORY) {
         printFolder(record);
@@ -220,13 +229,15 @@ ExitCode showInfo(const QStringList &paths, bool isJson)
 {
     QJsonArray array;
     Reader reader(paths);
+    ProtectionCheck protection;
     size_t index = 0;
     const int failures = forEachReporting(paths, [&](const QString &path) {
         const Reading &reading = reader.reading(index++);
+        const bool isProtected = isMarked(path, protection);
         if (isJson)
-            array.append(toJson(reading, isProtected(fromRoot(path))));
+            array.append(toJson(reading, isProtected));
         else
-            print(path, reading);
+            print(path, reading, isProtected);
     });
     if (isJson)
         printJson(QJsonDocument(array));

@@ -5,6 +5,7 @@
 #include "files.h"
 #include "folders.h"
 #include "mounts.h"
+#include "numbering.h"
 #include "objects.h"
 #include "output.h"
 #include "paths.h"
@@ -24,6 +25,7 @@
 #include <linux/msdos_fs.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -44,11 +46,16 @@ public:
     {
         const bool isFolder = QFileInfo(path).isDir();
         const QString resolved = isFolder ? QFileInfo(path).canonicalFilePath() : withResolvedFolder(path);
-        if (!isEntry(resolved))
+        const QFileInfo parent(QFileInfo(resolved).path());
+        // read() restores a file that an interrupted command has left without its name.
+        const bool isRestorable = parent.isDir() && isNumberedName(parent.fileName());
+        if (!isEntry(resolved) && !isRestorable)
             throw FileFailure(path, errorText(errno));
-        const NumberedFolder &folder = read(isFolder ? resolved : QFileInfo(resolved).path(), path);
+        const NumberedFolder &folder = read(isFolder ? resolved : parent.filePath(), path);
         if (isFolder)
             return folder;
+        if (!isEntry(resolved))
+            throw FileFailure(path, errorText(errno));
         const QByteArray base = QFile::encodeName(QFileInfo(resolved).completeBaseName());
         const auto object =
             std::lower_bound(folder.objects.begin(), folder.objects.end(), base,
@@ -67,6 +74,7 @@ private:
         const QString location = storageOfNumberedFolder(folder, path, mStorages).location;
         if (mReported.insert(location).second)
             reportProblems(location);
+        removeLeftovers(folder);
         reportUnreadable(folder);
         return mFolders.emplace(folder, readNumberedFolder(folder)).first->second;
     }
@@ -97,7 +105,8 @@ void replaceByCopy(const QString &path, int file, const struct stat &before)
     struct stat attributes = before;
     attributes.st_mode |= defaultMode(ANY_WRITE);
     setAttributes(copy.descriptor(), attributes); // exFAT stores no owner
-    flushWithFolders({copy.path()});
+    if (::fsync(copy.descriptor()) != 0)
+        throw FileFailure(path, "the unprotected copy cannot be flushed to the device: " + errorText(errno));
     if (!hasSameContent(file, copy.descriptor(), path))
         throw FileFailure(path, "the unprotected copy differs");
     struct stat now = {};

@@ -176,14 +176,14 @@ private:
     }
 
     /// Returns why the file is left unchanged; empty if it can be repaired.
-    static QString whyNot(const Finding &finding, const QString &path)
+    QString whyNot(const Finding &finding, const QString &path)
     {
         const auto isWritten = [](const QString &file) { return !file.isEmpty() && isBeingWritten(file); };
         if (!finding.isRepairable())
             return finding.text + "; cannot be repaired";
         if (!findType(path, Qt::CaseInsensitive)) // a leftover
             return QString();
-        if (isProtected(path))
+        if (mProtection.isProtected(path))
             return finding.text + "; is protected and left alone";
         if (isWritten(path) || isWritten(finding.recording))
             return "is being written and left alone";
@@ -221,6 +221,7 @@ private:
 
     const bool mIsDryRun;
     QSet<QString> mDone; // deleted, or would be
+    ProtectionCheck mProtection;
     int mFailures = 0;
     int mLeft = 0;
 };
