@@ -40,20 +40,23 @@ _vornfh_values()
 _vornfh_options()
 {
     case $1 in
+        next | mkdir | comment) echo '--json' ;;
         record) echo '--type --count --duration --segment --loop --keep-free --input --input-format --size --rate
-                     --timeout' ;;
+                     --timeout --json --jsonl' ;;
         folders) echo '--filter --json' ;;
-        list) echo '--images --videos --audio --thumbs --filter --json' ;;
-        count | info | status) echo '--json' ;;
-        repair) echo '--dry-run' ;;
-        check) echo '--names --read-all --dcf --json' ;;
-        gallery) echo '--output --page-size --force --probe' ;;
-        copy) echo '--only' ;;
-        move) echo '--only --force' ;;
-        offload) echo '--move --since --folder --type' ;;
-        delete) echo '--only --force' ;;
-        rmdir | wipe) echo '--yes --force' ;;
-        prune) echo '--keep-free --max-size --keep-last --keep-within --json' ;;
+        list) echo '--images --videos --audio --thumbs --filter --sort --since --until --number --json --jsonl
+                   --library-json' ;;
+        count | status) echo '--json' ;;
+        info | protect | unprotect) echo '--json --jsonl' ;;
+        repair) echo '--dry-run --json --jsonl' ;;
+        check) echo '--names --read-all --dcf --json --jsonl' ;;
+        gallery) echo '--output --page-size --force --probe --json' ;;
+        copy) echo '--only --json --jsonl' ;;
+        move) echo '--only --force --json --jsonl' ;;
+        offload) echo '--move --since --until --folder --type --json --jsonl' ;;
+        delete) echo '--only --force --json --jsonl' ;;
+        rmdir | wipe) echo '--yes --force --json' ;;
+        prune) echo '--keep-free --max-size --keep-last --keep-within --json --jsonl' ;;
     esac
 }
 

@@ -11,6 +11,7 @@
 #include "objects.h"
 #include "output.h"
 #include "paths.h"
+#include "report.h"
 #include "signals.h"
 #include "text.h"
 
@@ -374,7 +375,7 @@ ExitCode writeGallery(const Storage &storage, const Request &request)
     }
     pages.removePages(count + 1);
     flushWithFolders({QFileInfo(job.path).canonicalFilePath()});
-    printDone(printable(job.path));
+    reportDone(printable(job.path), [&job] { return toJson(factsOf(job.path), {{"action", "written"}}); });
     return DONE;
 }
 
@@ -413,4 +414,5 @@ void addGallery(CommandLine &line)
         "--probe", request->isProbing,
         "Show the frame size of videos too: starts ffprobe for each video whose path is safe in a\n"
         "shell");
+    addSingleResultOption(command);
 }
