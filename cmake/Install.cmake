@@ -43,4 +43,6 @@ if(VORN_FILE_HANDLER_TOOLS)
     install(FILES ${man_page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT Tool)
     install(FILES tools/vornfh/vornfh.bash
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME vornfh COMPONENT Tool)
+    install(FILES docs/json.md docs/vornfh.schema.json
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/vornfh COMPONENT Tool)
 endif()
