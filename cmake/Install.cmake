@@ -60,6 +60,8 @@ if(VORN_FILE_HANDLER_TOOLS)
     install(FILES tools/vornfh/_vornfh DESTINATION ${CMAKE_INSTALL_DATADIR}/${zsh_completions} COMPONENT Tool)
     install(FILES tools/vornfh/vornfh.fish
         DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT Tool)
+    install(FILES docs/json.md docs/vornfh.schema.json
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/vornfh COMPONENT Tool)
 endif()
 
 if(top_project) # another project may have such a target

@@ -644,6 +644,9 @@ void VornfhCheckTest::printsFindingsAsJson()
     const Outcome outcome = tool.runOnStorages({"check", "sd", "--json"});
     const auto finding = [&tool](const QString &file, const QString &kind, const QByteArray &text) {
         return QJsonObject{{"path", tool.sd() + "/100ABC/" + file},
+                           {"folder", "100ABC"},
+                           {"number", kind == "empty-file" ? QJsonValue(5) : QJsonValue()},
+                           {"type", "jpg"},
                            {"kind", kind},
                            {"text", QString(text)},
                            {"repairable", kind == "empty-file"}};
@@ -654,6 +657,7 @@ void VornfhCheckTest::printsFindingsAsJson()
         {"folders", 1},
         {"files", 1},
         {"recordingsLeft", 8999095},
+        {"errors", QJsonArray()},
         {"findings", QJsonArray{finding("\\xff.jpg", "not-utf8", NOT_UTF8),
                                 finding("DCF_0005.jpg", "empty-file", EMPTY)}},
     };

@@ -207,7 +207,11 @@ void VornfhInfoTest::jsonHasTheRawValues()
     QCOMPARE(array.size(), 2);
     QJsonObject audio = array[0].toObject();
     QVERIFY(QDateTime::fromString(audio.take("created").toString(), Qt::ISODateWithMs).isValid());
-    QCOMPARE(audio, (QJsonObject{{"type", 64},
+    QCOMPARE(audio, (QJsonObject{{"path", tool.path() + "/f/5.wav"},
+                                 {"folder", "f"},
+                                 {"number", {}},
+                                 {"type", "wav"},
+                                 {"thumbnail", {}},
                                  {"name", "5.wav"},
                                  {"size", 4},
                                  {"modified", "2025-02-25T14:00:00.000Z"},
@@ -222,7 +226,11 @@ void VornfhInfoTest::jsonHasTheRawValues()
                                  {"measuredFramerate", QJsonValue()}}));
     QJsonObject folder = array[1].toObject();
     folder.remove("created");
-    QCOMPARE(folder, (QJsonObject{{"type", 128},
+    QCOMPARE(folder, (QJsonObject{{"path", tool.path() + "/f"},
+                                  {"folder", QFileInfo(tool.path()).fileName()},
+                                  {"number", {}},
+                                  {"type", "folder"},
+                                  {"thumbnail", {}},
                                   {"name", "f"},
                                   {"size", 4},
                                   {"modified", "2025-02-25T14:00:00.000Z"},
@@ -362,7 +370,12 @@ void VornfhInfoTest::isOtherwiseThatOfTheLibrary()
     const QJsonObject found = tool.run({"info", "--json", file.toUtf8()}).json().array()[0].toObject();
     Metadata expected;
     VornFileHandler::getMetadata(QFileInfo(path), expected);
-    QCOMPARE(found["type"].toInt(), static_cast<int>(expected.mType));
+    using namespace VORN_FILE_HANDLER;
+    static const QMap<int, QString> TYPES = {{FILE_TYPE_VIDEO, "avi"},
+                                             {FILE_TYPE_VIDEO_MKV, "mkv"},
+                                             {FILE_TYPE_AUDIO, "wav"},
+                                             {FILE_TYPE_UNKNOWN, "other"}};
+    QCOMPARE(found["type"].toString(), TYPES.value(expected.mType, "none"));
     QCOMPARE(found["name"].toString(), expected.mFileName);
     QCOMPARE(found["size"].toDouble(), static_cast<double>(expected.mSize));
     QCOMPARE(QDateTime::fromString(found["created"].toString(), Qt::ISODateWithMs), expected.mCreated);
@@ -420,10 +433,12 @@ void VornfhInfoTest::readsSeveralVideosAtATime()
     const Outcome outcome = tool.run({"info", "1.avi", "missing.avi", "2.avi", "--json"});
     const QJsonArray records = outcome.json().array();
     QCOMPARE(outcome.err, errorLines({"missing.avi: No such file or directory"}));
-    QCOMPARE(records.size(), 2);
+    QCOMPARE(records.size(), 3);
+    QCOMPARE(records[1].toObject(),
+             (QJsonObject{{"path", "missing.avi"}, {"error", "No such file or directory"}}));
     for (int i = 0; i < 2; ++i) {
-        QCOMPARE(records[i].toObject()["name"].toString(), QString("%1.avi").arg(i + 1));
-        QCOMPARE(records[i].toObject()["width"].toInt(), i + 1);
+        QCOMPARE(records[2 * i].toObject()["name"].toString(), QString("%1.avi").arg(i + 1));
+        QCOMPARE(records[2 * i].toObject()["width"].toInt(), i + 1);
     }
 }
 

@@ -22,6 +22,12 @@ private slots:
     void printsTables();
     void refusesWrongOptions_data();
     void refusesWrongOptions();
+    void selectsAndSorts_data();
+    void selectsAndSorts();
+    void daysAreThoseOfTheLocalTime();
+    void describesFiles_data();
+    void describesFiles();
+    void resultsAreInTheOrderOfTheLibrary();
     void jsonIsTheArrayOfTheLibrary_data();
     void jsonIsTheArrayOfTheLibrary();
     void printsFoldersAndCountsAsJson_data();
@@ -209,14 +215,23 @@ void VornfhListTest::refusesWrongOptions_data()
 {
     QTest::addColumn<QByteArrayList>("options");
     QTest::addColumn<QByteArray>("message");
-    const auto row = [](const char *name, const QByteArrayList &options, const char *message) {
-        QTest::newRow(name) << options << QByteArray(message);
+    const auto row = [](const QByteArray &name, const QByteArrayList &options, const QByteArray &message) {
+        QTest::newRow(name) << options << message;
     };
     row("images-and-videos", {"--images", "--videos"}, "--images excludes --videos");
     row("videos-and-audio", {"--videos", "--audio"}, "--videos excludes --audio");
     row("videos-and-thumbnails", {"--videos", "--thumbs"}, "--thumbs requires --images");
     row("thumbnails-alone", {"--thumbs"}, "--thumbs requires --images");
     row("unknown-filter", {"--filter", "some"}, "--filter: some not in {dcim,other,all}");
+    row("unknown-order", {"--sort", "age"}, "--sort: age not in {number,time,size,name}");
+    for (const QByteArray number : {"0", "-5", "5-4", "5-x", "1-2-3", "10000", "5 "})
+        row("number-" + number, {"--number=" + number},
+            "--number: '" + number + "' is not a number from 1 to 9999 or a range such as 5-20 or 5-");
+    for (const QByteArray option : {"--since", "--until"})
+        row(option.mid(2), {option + "=2025-2-25"},
+            option + ": '2025-2-25' is not a date such as 2025-02-25");
+    row("json-and-json-lines", {"--json", "--jsonl"}, "--json excludes --jsonl");
+    row("library-json-and-json", {"--library-json", "--json"}, "--json excludes --library-json");
 }
 
 void VornfhListTest::refusesWrongOptions()
@@ -225,6 +240,177 @@ void VornfhListTest::refusesWrongOptions()
     QFETCH(QByteArray, message);
     const ToolRun tool;
     QCOMPARE(tool.runOnStorages(QByteArrayList{"list", "sd"} + options), tool.usageError({message}));
+}
+
+void VornfhListTest::selectsAndSorts_data()
+{
+    QTest::addColumn<QByteArrayList>("options");
+    QTest::addColumn<QStringList>("expected");
+    const auto row = [](const char *name, const QByteArrayList &options, const QStringList &expected) {
+        QTest::newRow(name) << options << expected;
+    };
+    const QStringList number1 = {"100ABC/DCF_0001.avi", "100ABC/DCF_0001.thumb", "101ABC/DCF_0001.png"};
+    row("one-number", {"--number", "1"}, number1);
+    row("range-of-one", {"--number", "1-1"}, number1);
+    row("range", {"--number", "2-3"}, {"100ABC/DCF_0002.jpg", "101ABC/DCF_0002.mkv", "101ABC/DCF_0003.wav"});
+    row("open-range", {"--number", "3-"}, {"101ABC/DCF_0003.wav"});
+    row("no-such-number", {"--number", "9999"}, {});
+    row("number-and-type", {"--number", "2", "--videos"}, {"101ABC/DCF_0002.mkv"});
+    row("since", {"--since", "2025-02-26"}, {"101ABC/DCF_0003.wav", "101ABC/\u00e4.jpg"});
+    row("until", {"--until", "2025-02-24"}, {"100ABC/DCF_0001.avi"});
+    row("one-day", {"--since", "2025-02-25", "--until", "2025-02-25"},
+        {"100ABC/DCF_0002.jpg", "100ABC/DCF_0001.thumb", "100ABC/notes.txt", "101ABC/DCF_0002.mkv",
+         "101ABC/DCF_0001.png"});
+    row("no-day", {"--since", "2025-02-26", "--until", "2025-02-25"}, {});
+    row("by-number", {"--sort", "number"},
+        {"100ABC/DCF_0001.avi", "100ABC/DCF_0001.thumb", "100ABC/DCF_0002.jpg", "100ABC/notes.txt",
+         "101ABC/DCF_0001.png", "101ABC/DCF_0002.mkv", "101ABC/DCF_0003.wav", "101ABC/\u00e4.jpg"});
+    row("by-name", {"--sort", "name"},
+        {"100ABC/DCF_0001.avi", "100ABC/DCF_0001.thumb", "100ABC/DCF_0002.jpg", "100ABC/notes.txt",
+         "101ABC/DCF_0001.png", "101ABC/DCF_0002.mkv", "101ABC/DCF_0003.wav", "101ABC/\u00e4.jpg"});
+    row("by-time", {"--sort", "time"},
+        {"100ABC/DCF_0001.avi", "101ABC/DCF_0002.mkv", "100ABC/DCF_0002.jpg", "101ABC/DCF_0001.png",
+         "100ABC/DCF_0001.thumb", "100ABC/notes.txt", "101ABC/DCF_0003.wav", "101ABC/\u00e4.jpg"});
+    row("by-size", {"--sort", "size"},
+        {"100ABC/notes.txt", "101ABC/DCF_0003.wav", "100ABC/DCF_0001.avi", "101ABC/DCF_0001.png",
+         "100ABC/DCF_0002.jpg", "100ABC/DCF_0001.thumb", "101ABC/\u00e4.jpg", "101ABC/DCF_0002.mkv"});
+    row("images-by-time", {"--sort", "time", "--images"},
+        {"100ABC/DCF_0002.jpg", "101ABC/DCF_0001.png", "101ABC/\u00e4.jpg"});
+    row("by-number-in-all-folders", {"--sort", "number", "--filter", "all", "--videos"},
+        {"100ABC/DCF_0001.avi", "101ABC/DCF_0002.mkv", "99/DCF_0001.avi"});
+}
+
+/// The library lists the files in 101ABC, because of a name outside ASCII.
+void VornfhListTest::selectsAndSorts()
+{
+    QFETCH(QByteArrayList, options);
+    QFETCH(QStringList, expected);
+    const ToolRun tool;
+    tool.make(onCard({
+        "100ABC/DCF_0001.avi size 4 at 1740441599", // 2025-02-24 23:59:59
+        "100ABC/DCF_0001.thumb size 7 at 1740510000",
+        "100ABC/DCF_0002.jpg size 6 at 1740492000",
+        "100ABC/notes.txt at 1740527999", // 2025-02-25 23:59:59
+        "101ABC/DCF_0001.png size 5 at 1740492001",
+        "101ABC/DCF_0002.mkv size 9 at 1740441600", // 2025-02-25 00:00:00
+        "101ABC/DCF_0003.wav size 3 at 1740528000", // 2025-02-26 00:00:00
+        "101ABC/\u00e4.jpg size 8 at 1740528001",
+        "99/DCF_0001.avi size 1 at 1740492002",
+    }));
+    const QByteArrayList list = QByteArrayList{"list", "sd"} + options;
+    const auto pathsIn = [&tool](const QByteArray &text) {
+        QStringList paths;
+        for (const QJsonValue &file : QJsonDocument::fromJson(text).array())
+            paths.append(file["path"].toString().mid(tool.sd().size() + 1));
+        return paths;
+    };
+    QCOMPARE(pathsIn(tool.runOnStorages(list + QByteArrayList{"--json"}).out), expected);
+
+    QByteArray lines = tool.runOnStorages(list + QByteArrayList{"--jsonl"}).out.trimmed();
+    QCOMPARE(pathsIn("[" + lines.replace('\n', ',') + "]"), expected);
+
+    QStringList rows = QString::fromUtf8(tool.runOnStorages(list).out).split('\n', Qt::SkipEmptyParts);
+    rows.removeFirst(); // the heading
+    for (QString &row : rows)
+        row = row.section(' ', 0, 0);
+    QCOMPARE(rows, expected);
+
+    QStringList names;
+    for (const QJsonValue &file : tool.runOnStorages(list + QByteArrayList{"--library-json"}).json().array())
+        names.append(file["filename"].toString());
+    QCOMPARE(names, expected);
+}
+
+void VornfhListTest::daysAreThoseOfTheLocalTime()
+{
+    ToolRun tool;
+    tool.environment.insert("TZ", "Asia/Kathmandu");                                 // 5:45 hours ahead
+    tool.make(onCard({"100ABC/a.jpg at 1740420899", "100ABC/b.jpg at 1740420900"})); // 2025-02-24 18:15 UTC
+    const QByteArrayList list = {"list", "sd", "--jsonl"};
+    const Outcome since = tool.runOnStorages(list + QByteArrayList{"--since", "2025-02-25"});
+    QCOMPARE(since.json()["path"].toString(), tool.sd() + "/100ABC/b.jpg");
+    QCOMPARE(since.json()["modified"].toString(), QString("2025-02-25T00:00:00.000+05:45"));
+    const Outcome until = tool.runOnStorages(list + QByteArrayList{"--until", "2025-02-24"});
+    QCOMPARE(until.json()["path"].toString(), tool.sd() + "/100ABC/a.jpg");
+    QCOMPARE(until.json()["modified"].toString(), QString("2025-02-24T23:59:59.000+05:45"));
+}
+
+void VornfhListTest::describesFiles_data()
+{
+    QTest::addColumn<QByteArray>("file");
+    QTest::addColumn<QJsonObject>("expected");
+    const auto row = [](const char *name, const QByteArray &file, const QJsonObject &expected) {
+        QTest::newRow(name) << file << expected;
+    };
+    const QJsonObject audio = {{"folder", "100ABC"}, {"number", 12},
+                               {"type", "wav"},      {"size", 5},
+                               {"thumbnail", {}},    {"modified", "2025-02-25T14:00:00.000Z"},
+                               {"protected", false}};
+    const auto with = [](QJsonObject object, const char *key, const QJsonValue &value) {
+        object[key] = value;
+        return object;
+    };
+    row("audio", "100ABC/DCF_0012.wav", audio);
+    row("photo-with-a-thumbnail", "100ABC/DCF_0001.jpg",
+        {{"number", 1}, {"type", "jpg"}, {"thumbnail", "@/sd/DCIM/100ABC/DCF_0001.thumb"}});
+    row("thumbnail", "100ABC/DCF_0001.thumb", {{"number", 1}, {"type", "thumb"}, {"thumbnail", {}}});
+    row("photo-without-a-thumbnail", "100ABC/DCF_0012.png", with(with(audio, "type", "png"), "size", 6));
+    row("audio-beside-a-thumbnail", "100ABC/DCF_0001.wav", {{"type", "wav"}, {"thumbnail", {}}});
+    row("other-name", "100ABC/DCF_12.jpg", {{"number", {}}, {"type", "jpg"}});
+    row("other-type", "100ABC/DCF_0012.txt", {{"number", 12}, {"type", "other"}});
+    row("extension-in-capitals", "100ABC/DCF_0012.JPG", {{"number", 12}, {"type", "other"}});
+    row("control-characters", "100ABC/a\"\\\x1b.jpg", {{"number", {}}, {"type", "jpg"}});
+    row("outside-ascii", "101ABC/\u00e4.jpg",
+        {{"folder", "101ABC"},
+         {"number", {}},
+         {"size", 1},
+         {"thumbnail", "@/sd/DCIM/101ABC/\u00e4.thumb"},
+         {"modified", "2025-02-25T14:00:00.000Z"},
+         {"protected", false}});
+    row("before-1970", "102ABC/a.jpg", {{"modified", "1969-12-31T23:59:59.000Z"}});
+}
+
+void VornfhListTest::describesFiles()
+{
+    QFETCH(QByteArray, file);
+    QFETCH(QJsonObject, expected);
+    const ToolRun tool;
+    tool.make(
+        onCard({"100ABC/DCF_0001.jpg = x", "100ABC/DCF_0001.thumb = x", "100ABC/DCF_0001.wav = x",
+                "100ABC/DCF_0012.wav size 5 at 1740492000", "100ABC/DCF_0012.png size 6 at 1740492000",
+                "100ABC/DCF_12.jpg", "100ABC/DCF_0012.txt", "100ABC/DCF_0012.JPG", "100ABC/a\"\\\x1b.jpg",
+                "101ABC/\u00e4.jpg size 1 at 1740492000", "101ABC/\u00e4.thumb", "102ABC/a.jpg at -1"}));
+    const QString path = tool.sd() + "/" + QString::fromUtf8(file);
+    QJsonObject found;
+    for (const QJsonValue &one : tool.runOnStorages({"list", "sd", "--json"}).json().array()) {
+        if (one["path"].toString() == path)
+            found = one.toObject();
+    }
+    QCOMPARE(found.keys(), (QStringList{"created", "folder", "modified", "number", "path", "protected",
+                                        "size", "thumbnail", "type"}));
+    QVERIFY(QDateTime::fromString(found["created"].toString(), Qt::ISODateWithMs).isValid());
+    expected = QJsonDocument::fromJson(tool.expand(QJsonDocument(expected).toJson())).object();
+    for (const QString &key : expected.keys())
+        QCOMPARE(found[key], expected[key]);
+}
+
+/// A random tree.
+void VornfhListTest::resultsAreInTheOrderOfTheLibrary()
+{
+    QRandomGenerator random(20250301);
+    ToolRun tool;
+    makeRandomFolders(random, QFile::encodeName(tool.sd()));
+    for (const List &list : LISTS) {
+        const QByteArrayList command = QByteArrayList{"list", "sd", "--filter", "all"} + list.options;
+        QStringList expected;
+        for (const QJsonValue &file :
+             tool.runOnStorages(command + QByteArrayList{"--library-json"}).json().array())
+            expected.append(tool.sd() + "/" + file["filename"].toString());
+        QStringList found;
+        for (const QJsonValue &file : tool.runOnStorages(command + QByteArrayList{"--json"}).json().array())
+            found.append(file["path"].toString());
+        QCOMPARE(found, expected);
+    }
 }
 
 void VornfhListTest::jsonIsTheArrayOfTheLibrary_data()
@@ -255,7 +441,7 @@ void VornfhListTest::jsonIsTheArrayOfTheLibrary()
     if (qEnvironmentVariableIsSet("TZ"))
         tool.environment.insert("TZ", qEnvironmentVariable("TZ"));
     tool.make(CARD);
-    const Outcome outcome = tool.runOnStorages(QByteArrayList{"list", "sd", "--json"} + options);
+    const Outcome outcome = tool.runOnStorages(QByteArrayList{"list", "sd", "--library-json"} + options);
     QCOMPARE(outcome.exitCode, 0);
 
     const Storages restoring; // its destructor resets the library
@@ -340,7 +526,7 @@ void VornfhListTest::isThatOfTheLibrary()
                                            + list.options;
             const QFileInfoList files = list.files(filter.second);
             const QJsonDocument json(VornFileHandler::getJsonFileList(STORAGE_SD, files));
-            QCOMPARE(tool.run(command + QByteArrayList{"--json"}), tool.success(json.toJson()));
+            QCOMPARE(tool.run(command + QByteArrayList{"--library-json"}), tool.success(json.toJson()));
             const Outcome table = tool.run(command);
             QCOMPARE(withSingleSpaces(table.out), withSingleSpaces(rowsOf(files)));
             QCOMPARE(table.err, QByteArray());
@@ -355,7 +541,7 @@ void VornfhListTest::printsAFolderBeforeItReadsTheNext()
     for (int i = 0; i < 500; ++i) // more than a pipe holds, so the tool waits for the reader
         entries.append("100ABC/" + QByteArray::number(i).rightJustified(200, '0') + ".jpg");
     tool.make(onCard(entries));
-    for (const QString option : {"", "--json"}) {
+    for (const QString option : {"", "--json", "--jsonl", "--library-json"}) {
         const QString list = "'" + ToolRun::toolPath() + "' --suffix ABC --sd sd/DCIM list sd " + option;
         const Outcome outcome =
             tool.runProgram("/bin/sh", {"-c", "rm -f sd/DCIM/101ABC/*; " + list
@@ -406,7 +592,8 @@ void VornfhListTest::marksProtectedFiles()
             QVERIFY2(!line.contains("protected"), line.constData());
     }
     QStringList inJson;
-    for (const QJsonValue &file : tool.runOnStorages(list + QByteArrayList{"--json"}).json().array()) {
+    for (const QJsonValue &file :
+         tool.runOnStorages(list + QByteArrayList{"--library-json"}).json().array()) {
         if (file.toObject()["protected"].toBool())
             inJson.append(file.toObject()["filename"].toString());
         QCOMPARE(file.toObject().contains("protected"), file.toObject()["protected"].toBool());
@@ -415,6 +602,13 @@ void VornfhListTest::marksProtectedFiles()
     inJson.sort();
     QCOMPARE(inTable, shown);
     QCOMPARE(inJson, shown);
+    QStringList inResults;
+    for (const QJsonValue &file : tool.runOnStorages(list + QByteArrayList{"--json"}).json().array()) {
+        if (file["protected"].toBool())
+            inResults.append(file["path"].toString().mid(tool.sd().size() + 1));
+    }
+    inResults.sort();
+    QCOMPARE(inResults, shown);
 }
 
 void VornfhListTest::escapesNames()
@@ -542,6 +736,9 @@ void VornfhListTest::createsNothing_data()
     row("list-empty-location", onCard({}), {"list", "sd"}, EMPTY_TABLE);
     row("list-other-folders", onlyOthers, {"list", "sd", "--videos"}, EMPTY_TABLE);
     row("list-json", onlyOthers, {"list", "sd", "--json"}, "[\n]\n");
+    row("list-json-lines", onlyOthers, {"list", "sd", "--jsonl"}, "");
+    row("list-library-json", onlyOthers, {"list", "sd", "--library-json"}, "[\n]\n");
+    row("list-sorted", onlyOthers, {"list", "sd", "--sort", "size"}, EMPTY_TABLE);
     row("folders-empty-location", onCard({}), {"folders", "sd"}, folders);
     row("folders-other-folders", onlyOthers, {"folders", "sd"}, folders);
     row("folders-all", onlyOthers, {"folders", "sd", "--filter", "all"}, folders + "MISC        1   1 B\n");

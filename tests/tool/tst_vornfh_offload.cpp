@@ -278,31 +278,35 @@ void VornfhOffloadTest::moves()
 void VornfhOffloadTest::selectsByDay_data()
 {
     QTest::addColumn<QString>("zone");
-    QTest::addColumn<QByteArray>("day");
+    QTest::addColumn<QByteArrayList>("days");
     QTest::addColumn<QByteArrayList>("copied");
-    const auto row = [](const char *name, const QString &zone, const QByteArray &day,
-                        const QByteArrayList &copied) { QTest::newRow(name) << zone << day << copied; };
+    const auto row = [](const char *name, const QString &zone, const QByteArrayList &days,
+                        const QByteArrayList &copied) { QTest::newRow(name) << zone << days << copied; };
     const QByteArrayList all = {"100ABC/DCF_0001.jpg", "100ABC/DCF_0002.jpg", "100ABC/DCF_0002.thumb",
                                 "100ABC/DCF_0003.wav"};
-    row("first-day", "UTC", "1970-01-01", all);
-    row("second-day", "UTC", "1970-01-02", all.mid(1));
-    row("third-day", "UTC", "1970-01-03", {});
-    row("leap-day", "UTC", "2024-02-29", {});
-    row("east", "EAST-9", "1970-01-02", all);
-    row("west", "WEST5", "1970-01-02", {});
+    row("first-day", "UTC", {"--since", "1970-01-01"}, all);
+    row("second-day", "UTC", {"--since", "1970-01-02"}, all.mid(1));
+    row("third-day", "UTC", {"--since", "1970-01-03"}, {});
+    row("leap-day", "UTC", {"--since", "2024-02-29"}, {});
+    row("east", "EAST-9", {"--since", "1970-01-02"}, all);
+    row("until-the-first-day", "UTC", {"--until", "1970-01-01"}, all.mid(0, 1));
+    row("until-the-second-day", "UTC", {"--until", "1970-01-02"}, all);
+    row("until-in-the-west", "WEST5", {"--until", "1970-01-01"}, all);
+    row("days", "UTC", {"--since", "1970-01-02", "--until", "1970-01-02"}, all.mid(1));
+    row("west", "WEST5", {"--since", "1970-01-02"}, {});
 }
 
 /// A thumbnail that is newer than its recording, and files around the beginning of the second day.
 void VornfhOffloadTest::selectsByDay()
 {
     QFETCH(QString, zone);
-    QFETCH(QByteArray, day);
+    QFETCH(QByteArrayList, days);
     QFETCH(QByteArrayList, copied);
     ToolRun tool;
     tool.environment.insert("TZ", zone);
     tool.make(onCard({"100ABC/DCF_0001.jpg at 86399", "100ABC/DCF_0002.jpg at 100",
                       "100ABC/DCF_0002.thumb at 86400", "100ABC/DCF_0003.wav at 86401"}));
-    QCOMPARE(tool.runOnStorages({"offload", "sd", "out", "--since", day}), tool.success(lines(copied)));
+    QCOMPARE(tool.runOnStorages(QByteArrayList{"offload", "sd", "out"} + days), tool.success(lines(copied)));
 }
 
 void VornfhOffloadTest::keepsTheLinesOfOtherFiles_data()
@@ -708,6 +712,8 @@ void VornfhOffloadTest::refusesWrongCommandLines_data()
                               "2025-02-25T00:00", "2025/02/25", "20250225", "-001-02-25"})
         row(QByteArray("since-").append(value), {"sd", "out", QByteArray("--since=") + value},
             QByteArray("--since: '") + value + "' is not a date such as 2025-02-25");
+    row("until", {"sd", "out", "--until=2025-02-30"},
+        "--until: '2025-02-30' is not a date such as 2025-02-25");
     row("type-without-a-value", {"sd", "out", "--type"}, "--type: 1 required images|videos|audio missing");
     row("unknown-type", {"sd", "out", "--type", "jpg"}, "--type: jpg not in {images,videos,audio}");
     row("folder-without-a-value", {"sd", "out", "--folder"}, "--folder: 1 required NAME missing");

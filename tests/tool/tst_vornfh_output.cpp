@@ -71,6 +71,8 @@ void VornfhOutputTest::aResultThatCannotBePrinted_data()
     row("folders-json", {"folders", "sd", "--json"});
     row("list", {"list", "sd"});
     row("list-json", {"list", "sd", "--json"});
+    row("list-json-lines", {"list", "sd", "--jsonl"});
+    row("list-library-json", {"list", "sd", "--library-json"});
     row("count", {"count", "sd"});
     row("count-json", {"count", "sd", "--json"});
     row("info", {"info", "a.jpg"});
@@ -112,6 +114,8 @@ void VornfhOutputTest::aChangeThatCannotBePrinted_data()
     const QByteArrayList copied = {"@/a.jpg -> @/" + copies + "a.jpg", "@/b.jpg -> @/" + copies + "b.jpg"};
     row("copy", {"copy", "a.jpg", "b.jpg", "sd", "101ABC"}, copied,
         {copies, copies + "a.jpg = x", copies + "b.jpg = y"});
+    row("copy-json", {"copy", "a.jpg", "b.jpg", "sd", "101ABC", "--json"}, copied,
+        {copies, copies + "a.jpg = x", copies + "b.jpg = y"});
     row("move", {"move", "a.jpg", "b.jpg", "sd", "101ABC"}, copied,
         {copies, copies + "a.jpg = x", copies + "b.jpg = y"}, {"a.jpg = x", "b.jpg = y"});
     const QByteArray recordings = "sd/DCIM/100ABC/";
@@ -135,6 +139,8 @@ void VornfhOutputTest::aChangeThatCannotBePrinted_data()
         {}, two);
     row("prune-that-is-not-enough", {"prune", "usb", "--max-size", "1", "--json"}, {}, {}, {},
         {"@/usb/DCIM: the objects take 2 B instead of 1 B; no other object may be deleted"}, {two[1]});
+    row("prune-json-lines", {"prune", "usb", "--keep-last", "1", "--jsonl"}, {"@/" + oldest}, {},
+        {oldest + " = x"}, {}, two);
     row("protect", {"protect", "sd/DCIM/100ABC"}, {"@/" + recordings + "DCF_0001.jpg"}, {});
     row("unprotect", {"unprotect", "sd/DCIM/100ABC"}, {"@/" + recordings + "DCF_0001.jpg"}, {});
 }

@@ -249,8 +249,8 @@ void VornfhPruneTest::stopsAtASignal()
         const QJsonObject object = outcome.json().object();
         QCOMPARE(object["met"], QJsonValue(false));
         outcome.out.clear();
-        for (const QJsonValue &path : object["deleted"].toArray())
-            outcome.out += path.toString().toUtf8() + "\n";
+        for (const QJsonValue &file : object["deleted"].toArray())
+            outcome.out += file["path"].toString().toUtf8() + "\n";
     }
     QCOMPARE(outcome, messages.isEmpty() ? tool.success(out) : tool.failure(messages, out));
     QCOMPARE(tree(tool.path()), expected);
@@ -265,12 +265,19 @@ void VornfhPruneTest::printsJson()
         tool.runOnStorages({"prune", "sd", "--max-size", "50", "--keep-last", "2", "--json"});
     QJsonObject object = outcome.json().object();
     QVERIFY(object.take("free").toDouble() > 0);
+    QJsonArray deleted;
+    for (const QJsonValue &file : object["deleted"].toArray()) {
+        QCOMPARE(file["action"].toString(), QString("deleted"));
+        deleted.append(file["path"]);
+    }
+    object["deleted"] = deleted;
     QCOMPARE(object,
              (QJsonObject{{"storage", "sd"},
                           {"location", sd},
                           {"deleted", QJsonArray{sd + "/100ABC/DCF_0001.jpg", sd + "/100ABC/DCF_0001.thumb",
                                                  sd + "/100ABC/DCF_0002.avi", sd + "/100ABC/DCF_0002.thumb",
                                                  sd + "/100ABC"}},
+                          {"errors", QJsonArray()},
                           {"objects", 2},
                           {"bytes", 200},
                           {"left", 200},

@@ -9,6 +9,7 @@
 #include "media.h"
 #include "objects.h"
 #include "paths.h"
+#include "report.h"
 #include "temporary.h"
 #include "text.h"
 
@@ -38,6 +39,8 @@ struct Result : CheckResult {
              Remedy remedy = Remedy::NotNeeded, const QString &recording = QString())
     {
         findings.append({path, kind, text, remedy, recording});
+        if (options.report)
+            options.report(findings.last());
     }
 
     const CheckOptions options;
@@ -414,6 +417,16 @@ void checkNumbering(Result &result)
 }
 
 } // namespace
+
+QJsonObject Finding::toJson() const
+{
+    const auto name = decoded(path);
+    QJsonObject object = identityOf(fileAt(name ? *name : printable(path)));
+    object["kind"] = kind;
+    object["text"] = text;
+    object["repairable"] = isRepairable();
+    return object;
+}
 
 CheckResult checkStorage(const Storage &storage, const CheckOptions &options)
 {

@@ -7,9 +7,11 @@
 #include "storages.h"
 
 #include <QByteArray>
+#include <QJsonObject>
 #include <QList>
 #include <QString>
 
+#include <functional>
 #include <vector>
 
 /// What the command "repair" does about a finding.
@@ -30,12 +32,15 @@ struct Finding {
     QString recording; // the one whose thumbnail must be made
 
     bool isRepairable() const { return remedy != Remedy::NotNeeded && remedy != Remedy::None; }
+    QJsonObject toJson() const;
 };
 
 struct CheckOptions {
     bool hasContents = true;   // files are opened
     bool isReadingAll = false; // files are read to their ends and decoded
     bool isDcf = false;        // names must follow the camera standard (DCF)
+    std::function<void(const Finding &)>
+        report; // called for each finding as soon as it is known; may be empty
 };
 
 struct CheckResult {

@@ -3,6 +3,8 @@
 
 #include "completion.h"
 #include "output.h"
+#include "paths.h"
+#include "report.h"
 #include "text.h"
 
 #include <QDir>
@@ -40,6 +42,17 @@ ExitCode report(const std::exception &error, ExitCode exitCode)
 {
     printError(printable(QByteArray(error.what())));
     return exitCode;
+}
+
+void addJsonOptions(CLI::App &command, Format format, const std::string &description)
+{
+    CLI::Option *json = command.add_flag_callback(
+        "--json", [format] { setFormat(format); }, description);
+    command
+        .add_flag_callback(
+            "--jsonl", [] { setFormat(Format::JsonLines); },
+            "Print an object for each result on its own line, as soon as it is known")
+        ->excludes(json);
 }
 
 } // namespace
@@ -101,7 +114,9 @@ ExitCode CommandLine::runCommand()
     mStorages.check();
     if (command.needsStorages)
         mStorages.initLibrary();
-    return command.run();
+    const ExitCode exitCode = command.run();
+    finishReport();
+    return exitCode;
 }
 
 ExitCode CommandLine::run(int argc, char *argv[])
@@ -123,7 +138,12 @@ ExitCode CommandLine::run(int argc, char *argv[])
         return reportParseError(error);
     } catch (const UsageError &error) {
         return report(error, WRONG_COMMAND_LINE);
+    } catch (const FileFailure &failure) {
+        printFailure(failure);
+        finishReport();
+        return FAILED;
     } catch (const std::exception &error) {
+        finishReport();
         return report(error, FAILED);
     }
 }
@@ -147,6 +167,42 @@ CLI::Option *addNames(CLI::App &command, const std::string &name, const std::str
         ->take_all()
         ->required()
         ->option_text(" ");
+}
+
+void addResultOptions(CLI::App &command)
+{
+    addJsonOptions(command, Format::Json, "Print an array with an object for each result");
+}
+
+void addDocumentOptions(CLI::App &command, const std::string &description)
+{
+    addJsonOptions(command, Format::Document, description);
+}
+
+void addSingleResultOption(CLI::App &command)
+{
+    command.add_flag_callback(
+        "--json", [] { setFormat(Format::JsonLines); }, "Print an object");
+}
+
+void addDayOptions(CLI::App &command, DayRange &range, const std::string &what)
+{
+    const auto add = [&](const char *name, auto set, const std::string &description) {
+        const auto parse = [name, set](const std::string &argument) {
+            const QString text = fromCommandLine(argument, name);
+            const auto day = parsedDay(text);
+            if (!day)
+                throw wrongValue(name, text, "a date such as 2025-02-25");
+            set(*day);
+        };
+        command.add_option_function<std::string>(name, parse, description)->type_name("DATE");
+    };
+    add(
+        "--since", [&range](QDate day) { range.since = day.startOfDay().toSecsSinceEpoch(); },
+        "Only " + what + " that were modified on this day (YYYY-MM-DD, local time) or later");
+    add(
+        "--until", [&range](QDate day) { range.until = day.addDays(1).startOfDay().toSecsSinceEpoch(); },
+        "Only " + what + " that were modified on this day or earlier");
 }
 
 CLI::Validator between(double lowest, double highest)

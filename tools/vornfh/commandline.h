@@ -9,6 +9,7 @@
 
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 
 /// The command line of the tool: the options common to all commands, and the function that each command runs.
@@ -55,6 +56,30 @@ void addFolderArgument(CLI::App &command, std::string &folder);
 /// Adds an argument that takes one or more values; results() returns them exactly as they were given. The
 /// help shows @p name once, however many values there are.
 CLI::Option *addNames(CLI::App &command, const std::string &name, const std::string &description);
+
+/// Adds --json and --jsonl, for a command that prints one result after the other.
+void addResultOptions(CLI::App &command);
+
+/// The same for a command whose --json prints printDocument().
+void addDocumentOptions(CLI::App &command, const std::string &description);
+
+/// Adds --json, for a command that prints one result.
+void addSingleResultOption(CLI::App &command);
+
+/// A range of days, in seconds since 1970.
+struct DayRange {
+    std::optional<qint64> since;
+    std::optional<qint64> until; // the first moment after it
+
+    bool isAll() const { return !since && !until; }
+    bool contains(qint64 seconds) const
+    {
+        return (!since || seconds >= *since) && (!until || seconds < *until);
+    }
+};
+
+/// Adds --since and --until, which select @p what by the day of modification.
+void addDayOptions(CLI::App &command, DayRange &range, const std::string &what);
 
 /// Accepts the numbers from @p lowest to @p highest.
 CLI::Validator between(double lowest, double highest);

@@ -8,6 +8,7 @@
 #include "mounts.h"
 #include "objects.h"
 #include "output.h"
+#include "report.h"
 #include "signals.h"
 #include "text.h"
 
@@ -439,7 +440,7 @@ void Transfer::forEach(Batch &batch, const std::function<void(Group &)> &step)
             step(group);
             rest.push_back(std::move(group));
         } catch (const FileFailure &failure) {
-            mProgress.print([&failure] { printError(QString::fromUtf8(failure.what())); });
+            mProgress.print([&failure] { printFailure(failure); });
             mProgress.finishFiles(static_cast<int>(group.size()));
         }
     }
@@ -454,7 +455,7 @@ void Transfer::fail(const Batch &batch, const Failure &failure)
         for (const Item &item : group) {
             const QString place = item.putBack() ? QString() : "; it is now " + item.target;
             const FileFailure one(item.source->path(), QString::fromUtf8(failure.what()) + place);
-            mProgress.print([&one] { printError(QString::fromUtf8(one.what())); });
+            mProgress.print([&one] { printFailure(one); });
         }
     }
     mProgress.finishFiles(filesIn(batch));
@@ -689,13 +690,29 @@ void Transfer::callCompletion(Batch &batch)
     mProgress.finishFiles(count - filesIn(batch));
 }
 
+void Transfer::report(const Group &group) const
+{
+    QStringList targets;
+    for (const Item &item : group)
+        targets.append(item.target);
+    const std::vector<FileFacts> files = factsOfObject(targets);
+    auto facts = files.begin();
+    for (const Item &item : group) {
+        const bool isMoved = mMode == Mode::Move && !item.isKept;
+        const auto object = [&] {
+            return toJson(*facts,
+                          {{"action", isMoved ? "moved" : "copied"}, {"source", item.source->path()}});
+        };
+        reportDone(printable(item.source->path()) + " -> " + printable(item.target), object);
+        ++facts;
+    }
+}
+
 void Transfer::report(const Batch &batch)
 {
-    mProgress.print([&batch] {
-        for (const Group &group : batch) {
-            for (const Item &item : group)
-                printDone(printable(item.source->path()) + " -> " + printable(item.target));
-        }
+    mProgress.print([this, &batch] {
+        for (const Group &group : batch)
+            report(group);
     });
     mProgress.finishFiles(filesIn(batch));
     mDone += filesIn(batch);

@@ -151,6 +151,7 @@ private:
     void removeSources(Batch &batch);
     void flushSources(Batch &batch, bool areThumbnails);
     void callCompletion(Batch &batch);
+    void report(const Group &group) const;
     void report(const Batch &batch);
 
     const QString mPath;

@@ -53,7 +53,7 @@ Deletion deleteObjects(const NumberedFolder &folder, const std::vector<const Obj
     for (const Object *object : objects) {
         for (const ObjectFile &file : object->files) {
             if (gone.contains(folder.pathOf(file)))
-                deletion.paths.append(folder.pathOf(file));
+                deletion.files.push_back(factsOf(folder, *object, file));
         }
     }
     return deletion;

@@ -3,14 +3,13 @@
 #define DELETION_H
 
 #include "objects.h"
-
-#include <QStringList>
+#include "report.h"
 
 #include <vector>
 
 struct Deletion {
     std::vector<const Object *> objects; // all of whose files are gone
-    QStringList paths;                   // of the files that are gone, those of other objects included
+    std::vector<FileFacts> files;        // that are gone, those of other objects included
 };
 
 /// Deletes the files of @p objects, which are in @p folder: all thumbnails before any recording, so that a

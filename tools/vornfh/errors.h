@@ -26,12 +26,17 @@ public:
 class FileFailure : public Failure
 {
 public:
-    FileFailure(const QString &path, const QString &reason) : Failure(path + ": " + reason), mPath(path) {}
+    FileFailure(const QString &path, const QString &reason)
+        : Failure(path + ": " + reason), mPath(path), mReason(reason)
+    {
+    }
 
     const QString &path() const { return mPath; }
+    const QString &reason() const { return mReason; }
 
 private:
     QString mPath;
+    QString mReason;
 };
 
 /// The command line is wrong: one line on standard error, exit code 2.

@@ -51,6 +51,17 @@ bool readLinkStatus(const QString &path, struct stat &status)
     return ::lstat(QFile::encodeName(path).constData(), &status) == 0;
 }
 
+qint64 toMsecs(const statx_timestamp &time)
+{
+    return time.tv_sec * 1000 + time.tv_nsec / 1000000;
+}
+
+qint64 creationTime(const struct statx &status)
+{
+    const qint64 birth = status.stx_mask & STATX_BTIME ? toMsecs(status.stx_btime) : 0;
+    return birth != 0 ? birth : toMsecs(status.stx_ctime);
+}
+
 bool isEntry(const QString &path)
 {
     struct stat status = {};

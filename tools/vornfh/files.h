@@ -39,6 +39,13 @@ Descriptor openFolder(const QString &path);
 bool readStatus(const QString &path, struct stat &status);
 bool readLinkStatus(const QString &path, struct stat &status);
 
+/// @p time in milliseconds since 1970.
+qint64 toMsecs(const statx_timestamp &time);
+
+/// When the file of @p status, for which STATX_BTIME was requested, was created, in milliseconds since 1970;
+/// if the file system keeps no such time: when its status was last changed.
+qint64 creationTime(const struct statx &status);
+
 /// Returns whether there is an entry with this path; symbolic links are not followed.
 bool isEntry(const QString &path);
 

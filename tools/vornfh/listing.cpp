@@ -43,11 +43,6 @@ bool hasExtension(const char *name, const Extensions &extensions)
                }));
 }
 
-qint64 toMsecs(const statx_timestamp &time)
-{
-    return time.tv_sec * 1000 + time.tv_nsec / 1000000;
-}
-
 /// The digits of @p msecs since 1970 in local time; nullopt outside the range in which localtime_r() and
 /// QDateTime agree: from 1970 to 2037, except in leap seconds. 0 means no time to QFileInfo.
 std::optional<ClockDigits> toDigits(qint64 msecs)
@@ -69,13 +64,19 @@ std::optional<PlainFile> readFile(int descriptor, const char *name)
     struct statx status = {};
     if (::statx(descriptor, name, 0, STATX_BASIC_STATS | STATX_BTIME, &status) != 0)
         return std::nullopt;
-    const qint64 birth = status.stx_mask & STATX_BTIME ? toMsecs(status.stx_btime) : 0;
-    const auto created = toDigits(birth != 0 ? birth : toMsecs(status.stx_ctime));
-    const auto modified = toDigits(toMsecs(status.stx_mtime));
+    PlainFile file;
+    file.name = name;
+    file.size = static_cast<qint64>(status.stx_size);
+    file.modifiedMsecs = toMsecs(status.stx_mtime);
+    file.createdMsecs = creationTime(status);
+    file.isProtected = isProtectedMode(status.stx_mode);
+    const auto created = toDigits(file.createdMsecs);
+    const auto modified = toDigits(file.modifiedMsecs);
     if (!created || !modified)
         return std::nullopt;
-    return PlainFile{name, static_cast<qint64>(status.stx_size), *modified, *created,
-                     isProtectedMode(status.stx_mode)};
+    file.created = *created;
+    file.modified = *modified;
+    return file;
 }
 
 bool isProtected(int descriptor, const char *name)
@@ -87,8 +88,10 @@ bool isProtected(int descriptor, const char *name)
 
 } // namespace
 
-std::optional<std::vector<PlainFile>> listPlainFiles(const QString &folder, const QStringList &extensions)
+std::optional<std::vector<PlainFile>> listPlainFiles(const QString &folder, const QStringList &extensions,
+                                                     QSet<QByteArray> *thumbnails)
 {
+    static const Extensions THUMBNAILS = toExtensions({VORN_FILE_HANDLER::THUMB_FILE_EXT});
     const Extensions endings = toExtensions(extensions);
     static const Extensions MEDIA = toExtensions(::extensions());
     std::vector<PlainFile> files;
@@ -101,6 +104,8 @@ std::optional<std::vector<PlainFile>> listPlainFiles(const QString &folder, cons
         isPlain = entry.d_type != DT_UNKNOWN && isAscii(name);
         if (!isPlain || entry.d_type != DT_REG)
             return;
+        if (thumbnails && hasExtension(name, THUMBNAILS))
+            thumbnails->insert(basePath(name));
         if (!hasExtension(name, endings)) {
             // It may belong to the object of a file that is listed.
             if (hasExtension(name, MEDIA) && isProtected(descriptor, name))

@@ -2,6 +2,8 @@
 #ifndef LISTING_H
 #define LISTING_H
 
+#include <QByteArray>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 
@@ -16,10 +18,12 @@ using ClockDigits = qint64;
 /// A file with a name in ASCII, as its status was when it was listed.
 struct PlainFile {
     std::string name;
-    qint64 size;
-    ClockDigits modified;
-    ClockDigits created; // if the file system keeps no such time: the last status change
-    bool isProtected;    // the file, or another file of its object
+    qint64 size = 0;
+    ClockDigits modified = 0;
+    ClockDigits created = 0;  // see creationTime()
+    qint64 modifiedMsecs = 0; // since 1970
+    qint64 createdMsecs = 0;
+    bool isProtected = false; // the file, or another file of its object
 };
 
 /// The files of @p folder, an absolute path without a slash at the end, that have one of @p extensions (any,
@@ -27,8 +31,9 @@ struct PlainFile {
 /// oldest first, and in its order, but with one status query per file and no QFileInfo. Nullopt if the
 /// library must be used: for names that are not ASCII, times before 1970 or after 2037, a folder that does
 /// not exist, and file systems that do not report the types of entries. Throws FileFailure if the folder
-/// cannot be read to its end.
-std::optional<std::vector<PlainFile>> listPlainFiles(const QString &folder, const QStringList &extensions);
+/// cannot be read to its end. @p thumbnails gets the base names of all thumbnails in the folder.
+std::optional<std::vector<PlainFile>> listPlainFiles(const QString &folder, const QStringList &extensions,
+                                                     QSet<QByteArray> *thumbnails = nullptr);
 
 /// "2025-02-25" and "14:03:59".
 QByteArray dateText(ClockDigits time);

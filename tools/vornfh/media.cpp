@@ -53,6 +53,12 @@ Kind kindOf(const QString &name)
     return type ? type->kind : OTHER;
 }
 
+bool hasThumbnails(const QString &name)
+{
+    const Kind kind = kindOf(name);
+    return kind == PHOTO || kind == VIDEO;
+}
+
 QStringList extensions()
 {
     QStringList list;

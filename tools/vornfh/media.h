@@ -31,6 +31,9 @@ const MediaType &typeOf(const QString &extension);
 
 Kind kindOf(const QString &name);
 
+/// Returns whether a file with this name can have a thumbnail: a photo or video.
+bool hasThumbnails(const QString &name);
+
 /// "jpg", "png" and so on.
 QStringList extensions();
 

@@ -25,8 +25,8 @@ namespace {
 /// Reads the status of a file. Returns false if the entry is not a regular file or no longer exists.
 bool readFile(int folder, ObjectFile &file)
 {
-    constexpr unsigned WANTED =
-        STATX_TYPE | STATX_MODE | STATX_SIZE | STATX_BLOCKS | STATX_MTIME; // no more than is needed
+    constexpr unsigned WANTED = STATX_TYPE | STATX_MODE | STATX_SIZE | STATX_BLOCKS | STATX_MTIME
+                                | STATX_CTIME | STATX_BTIME; // no more than is needed
     constexpr qint64 BLOCK = 512;
     struct statx status = {};
     if (::statx(folder, file.name.constData(), AT_SYMLINK_NOFOLLOW, WANTED, &status) != 0) {
@@ -37,7 +37,8 @@ bool readFile(int folder, ObjectFile &file)
     file.size = static_cast<qint64>(status.stx_size);
     file.allocated = static_cast<qint64>(status.stx_blocks) * BLOCK;
     file.modified = status.stx_mtime.tv_sec;
-    file.modifiedNanoseconds = status.stx_mtime.tv_nsec;
+    file.modifiedMsecs = toMsecs(status.stx_mtime);
+    file.createdMsecs = creationTime(status);
     return S_ISREG(status.stx_mode);
 }
 

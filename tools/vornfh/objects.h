@@ -33,8 +33,9 @@ struct ObjectFile {
     qint64 size = 0;
     qint64 allocated = 0; // the bytes that become free when it is deleted
     std::time_t modified = 0;
-    long modifiedNanoseconds = 0;
-    int error = 0; // why the status cannot be read
+    qint64 modifiedMsecs = 0; // since 1970
+    qint64 createdMsecs = 0;  // see creationTime()
+    int error = 0;            // why the status cannot be read
 
     bool isThumbnail() const { return type->kind == THUMBNAIL; }
 };

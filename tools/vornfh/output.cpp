@@ -40,6 +40,12 @@ QVector<int> fitted(QVector<int> widths, int room)
     return widths;
 }
 
+std::function<void(const Failure &)> &failureObserver()
+{
+    static std::function<void(const Failure &)> observer;
+    return observer;
+}
+
 } // namespace
 
 void printLine(const QString &line)
@@ -85,6 +91,18 @@ void printField(const QString &name, const QString &value, int width)
 void printError(const QString &message)
 {
     std::fprintf(stderr, "vornfh: %s\n", printable(message).toUtf8().constData());
+}
+
+void printFailure(const Failure &failure)
+{
+    printError(QString::fromUtf8(failure.what()));
+    if (failureObserver())
+        failureObserver()(failure);
+}
+
+void setFailureObserver(const std::function<void(const Failure &)> &observer)
+{
+    failureObserver() = observer;
 }
 
 Table::Table(const QStringList &heading, const QVector<int> &rightAligned)

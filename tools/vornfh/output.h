@@ -9,6 +9,8 @@
 #include <QStringList>
 #include <QVector>
 
+#include <functional>
+
 /// One line of a result on standard output.
 void printLine(const QString &line);
 
@@ -34,7 +36,13 @@ void printField(const QString &name, const QString &value, int width);
 /// A line on standard error: an error or a notice.
 void printError(const QString &message);
 
-/// Calls work(item) for each of @p items. Prints the message of each Failure and goes on with the next item.
+/// The message of a failure on standard error. It is passed to the failure observer too.
+void printFailure(const Failure &failure);
+
+/// Sets what printFailure() calls from now on; an empty function for nothing.
+void setFailureObserver(const std::function<void(const Failure &)> &observer);
+
+/// Calls work(item) for each of @p items. Prints each Failure and goes on with the next item.
 /// Returns the number of failures.
 template <typename Items, typename Work>
 int forEachReporting(const Items &items, Work work)
@@ -44,7 +52,7 @@ int forEachReporting(const Items &items, Work work)
         try {
             work(item);
         } catch (const Failure &failure) {
-            printError(QString::fromUtf8(failure.what()));
+            printFailure(failure);
             ++failures;
         }
     }

@@ -159,7 +159,7 @@ private:
         }
         mResult.objects += static_cast<int>(deletion.objects.size());
         mResult.failures += static_cast<int>(batch.size() - deletion.objects.size());
-        mReport(deletion.paths);
+        mReport(deletion.files);
     }
 
     void deleteIfEmpty(const QString &folder)
@@ -174,7 +174,7 @@ private:
         if (!isDeleted)
             throw FileFailure(folder, "cannot be deleted: " + errorText(errno));
         flushFolder(mStorage.location);
-        mReport({folder});
+        mReport({folderAt(folder)});
     }
 
     const Storage &mStorage;

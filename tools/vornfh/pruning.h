@@ -2,14 +2,14 @@
 #ifndef PRUNING_H
 #define PRUNING_H
 
-#include "objects.h"
+#include "report.h"
 #include "storages.h"
 
 #include <QString>
-#include <QStringList>
 
 #include <functional>
 #include <optional>
+#include <vector>
 
 /// The value of the option --keep-free: a size or a percentage of the file system.
 struct KeepFree {
@@ -44,8 +44,8 @@ struct PruneResult {
     bool isMet = true;          // the policies hold
 };
 
-/// Called with the paths of what was deleted, once the deletion is on the device.
-using PruneReport = std::function<void(const QStringList &paths)>;
+/// Called with what was deleted, once the deletion is on the device.
+using PruneReport = std::function<void(const std::vector<FileFacts> &deleted)>;
 
 /// Deletes the oldest objects in the order of the numbering until the space policies hold, and then the
 /// numbered folders before the last one that are empty. Protected objects, the newest one, objects that are

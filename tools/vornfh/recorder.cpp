@@ -13,6 +13,7 @@
 #include "progress.h"
 #include "pruning.h"
 #include "recording.h"
+#include "report.h"
 #include "signals.h"
 #include "text.h"
 
@@ -84,33 +85,33 @@ private:
 };
 
 /// Creates the thumbnail of the recording @p path. Returns the reason for a failure; empty on success.
-QString makeThumbnail(const QString &path)
+std::optional<FileFailure> makeThumbnail(const QString &path)
 {
     const QString thumbnail = thumbnailOf(path);
     try {
         if (!createExclusively(thumbnail))
-            return thumbnail + ": was created by another program and is left unchanged";
+            return FileFailure(thumbnail, "was created by another program and is left unchanged");
     } catch (const FileFailure &failure) {
-        return QString::fromUtf8(failure.what());
+        return failure;
     }
     const QString reason = writeThumbnail(path, thumbnail);
     if (reason.isEmpty() && QFileInfo(thumbnail).size() > 0)
-        return QString();
-    return thumbnail + ": cannot be created" + (reason.isEmpty() ? QString() : ": " + reason)
-           + discard(thumbnail);
+        return std::nullopt;
+    return FileFailure(thumbnail, "cannot be created" + (reason.isEmpty() ? QString() : ": " + reason)
+                                      + discard(thumbnail));
 }
 
-/// Closes a recording that ended early. Returns the reason for a failure; empty on success.
-QString keep(const QString &path)
+/// Closes a recording that ended early. Returns what failed; nullopt on success.
+std::optional<FileFailure> keep(const QString &path)
 {
     try {
         if (!isClosed(path))
             closeRecording(path);
-        return QString();
+        return std::nullopt;
     } catch (const FileFailure &failure) {
         if (isClosed(path)) // and perhaps not on the device
             throw;
-        return QString::fromUtf8(failure.what()) + "; it is kept unchanged";
+        return FileFailure(failure.path(), failure.reason() + "; it is kept unchanged");
     }
 }
 
@@ -151,7 +152,7 @@ void SpaceKeeper::makeRoom()
     try {
         PrunePolicy policy;
         policy.keepFree = mSettings.keepFree;
-        const PruneResult result = prune(mSettings.storage, policy, [](const QStringList &) {});
+        const PruneResult result = prune(mSettings.storage, policy, [](const std::vector<FileFacts> &) {});
         problem = result.isMet ? QString() : unmetPolicies(mSettings.storage, policy, result);
     } catch (const Failure &failure) {
         problem = QString::fromUtf8(failure.what());
@@ -283,9 +284,9 @@ QString DeviceWatch::problem()
 bool FinishedRecording::report() const
 {
     if (isReportable)
-        printDone(printable(path));
-    for (const QString &problem : problems)
-        printError(problem);
+        reportDone(printable(path), [this] { return toJson(factsOf(path), {{"action", "recorded"}}); });
+    for (const FileFailure &problem : problems)
+        printFailure(problem);
     return problems.isEmpty();
 }
 
@@ -293,15 +294,18 @@ FinishedRecording finishRecording(const RecorderSettings &settings, const QStrin
 {
     if (!ending.reason.isEmpty() && !hasContent(path))
         throw FileFailure(path, "recording failed: " + ending.reason + discard(path));
-    QStringList problems;
+    QList<FileFailure> problems;
+    const auto add = [&problems](const std::optional<FileFailure> &problem) {
+        if (problem)
+            problems.append(*problem);
+    };
     if (!ending.reason.isEmpty()) {
         if (!ending.isNormal)
-            problems << path + ": recording ended early: " + ending.reason;
-        problems << keep(path);
+            add(FileFailure(path, "recording ended early: " + ending.reason));
+        add(keep(path));
     }
     if (settings.type.kind != AUDIO)
-        problems << makeThumbnail(path);
-    problems.removeAll(QString());
+        add(makeThumbnail(path));
     const QString thumbnail = thumbnailOf(path);
     flushWithFolders(QFile::exists(thumbnail) ? QStringList{path, thumbnail} : QStringList{path});
     return {path, !ending.hasLostData, problems};

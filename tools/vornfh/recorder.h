@@ -7,6 +7,7 @@
 #include "storages.h"
 
 #include <QByteArray>
+#include <QList>
 #include <QString>
 #include <QStringList>
 
@@ -124,7 +125,7 @@ struct Ending {
 struct FinishedRecording {
     QString path;
     bool isReportable; // all of it is on the device
-    QStringList problems;
+    QList<FileFailure> problems;
 
     /// Prints the path and the problems. Returns whether there are none.
     bool report() const;

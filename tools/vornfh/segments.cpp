@@ -294,7 +294,7 @@ private:
                 next = std::make_unique<Segment>(mSettings, limit);
                 next->start(*mPackets, isOverrun);
             } catch (const Failure &failure) {
-                printError(QString::fromUtf8(failure.what()));
+                printFailure(failure);
                 mIsFailed = true;
                 abandon(QString());
             }
@@ -381,7 +381,7 @@ private:
             const FinishedRecording recording = finishRecording(mSettings, segment.path(), ending);
             mProgress.print([&] { mIsFailed = !recording.report() || mIsFailed; });
         } catch (const Failure &failure) {
-            mProgress.print([&] { printError(QString::fromUtf8(failure.what())); });
+            mProgress.print([&] { printFailure(failure); });
             mIsFailed = true;
         }
     }

@@ -131,13 +131,12 @@ QString bitrateText(qint64 bitsPerSecond)
     return QString("%1 kbit/s").arg(static_cast<double>(bitsPerSecond) / 1000, 0, 'f', 1);
 }
 
-std::optional<qint64> parsedDay(const QString &text)
+std::optional<QDate> parsedDay(const QString &text)
 {
     const QString format = "yyyy-MM-dd";
     const QDate day = QDate::fromString(text, format);
     // QDate accepts other texts too, for example with a sign.
-    return day.isValid() && day.toString(format) == text ? std::optional(day.startOfDay().toSecsSinceEpoch())
-                                                         : std::nullopt;
+    return day.isValid() && day.toString(format) == text ? std::optional(day) : std::nullopt;
 }
 
 QString counted(qint64 count, const QString &noun)

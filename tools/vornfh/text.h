@@ -34,8 +34,8 @@ std::optional<qint64> parsedAge(const QString &text);
 /// "705.6 kbit/s".
 QString bitrateText(qint64 bitsPerSecond);
 
-/// When the day "2025-02-25" begins in local time, in seconds since 1970; nullopt for anything else.
-std::optional<qint64> parsedDay(const QString &text);
+/// The day "2025-02-25"; nullopt for anything else.
+std::optional<QDate> parsedDay(const QString &text);
 
 /// "1 file", "2 files".
 QString counted(qint64 count, const QString &noun);

@@ -49,8 +49,7 @@ std::pair<dev_t, ino_t> identityOf(const QString &folder)
 
 bool hasSameContent(const ObjectFile &one, const ObjectFile &other)
 {
-    return one.size == other.size && one.modified == other.modified
-           && one.modifiedNanoseconds == other.modifiedNanoseconds;
+    return one.size == other.size && one.modifiedMsecs == other.modifiedMsecs;
 }
 
 /// The position of the object with the base name @p base, or where it would be inserted.

@@ -3,9 +3,9 @@
 #include "commands.h"
 #include "ffmpeg.h"
 #include "output.h"
+#include "report.h"
 #include "text.h"
 
-#include <QJsonArray>
 #include <QJsonObject>
 
 #include <memory>
@@ -18,7 +18,6 @@ struct Request {
     eStorageType storage = STORAGE_MMC;
     CheckOptions options;
     bool isNamesOnly = false;
-    bool isJson = false;
 };
 
 void print(const Storage &storage, const CheckResult &result)
@@ -42,18 +41,12 @@ void print(const Storage &storage, const CheckResult &result)
 
 QJsonObject toJson(const Storage &storage, const CheckResult &result)
 {
-    QJsonArray findings;
-    for (const Finding &finding : result.findings) {
-        const auto path = decoded(finding.path);
-        findings.append(QJsonObject{{"path", path ? *path : printable(finding.path)},
-                                    {"kind", finding.kind},
-                                    {"text", finding.text},
-                                    {"repairable", finding.isRepairable()}});
-    }
     return {
-        {"storage", storage.name}, {"location", storage.location},
-        {"findings", findings},    {"folders", result.folders},
-        {"files", result.files},   {"recordingsLeft", result.numbering.left()},
+        {"storage", storage.name},
+        {"location", storage.location},
+        {"folders", result.folders},
+        {"files", result.files},
+        {"recordingsLeft", result.numbering.left()},
     };
 }
 
@@ -63,9 +56,13 @@ ExitCode check(const Storage &storage, const Request &request)
     options.hasContents = !request.isNamesOnly;
     if (options.isReadingAll)
         requireFfmpeg("check --read-all");
+    if (isJson())
+        options.report = [](const Finding &finding) { printResult(finding.toJson()); };
     const CheckResult result = checkStorage(storage, options);
-    if (request.isJson)
-        printJson(QJsonDocument(toJson(storage, result)));
+    if (format() == Format::Document)
+        printDocument("findings", toJson(storage, result));
+    else if (isJson())
+        printResult(toJson(storage, result));
     else
         print(storage, result);
     return result.findings.isEmpty() ? DONE : NOT_MET;
@@ -93,6 +90,6 @@ void addCheck(CommandLine &line)
     command.add_flag("--dcf", request->options.isDcf,
                      "Require the names of the camera standard (DCF): folders of three digits and five\n"
                      "characters A-Z 0-9 _, files of four characters and four digits, short names on FAT");
-    command.add_flag("--json", request->isJson, "Print an object with the findings");
+    addDocumentOptions(command, "Print an object with the findings");
     command.footer("Example: vornfh --sd /mnt/sd/DCIM check sd --read-all");
 }

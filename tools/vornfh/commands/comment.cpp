@@ -6,6 +6,7 @@
 #include "folders.h"
 #include "media.h"
 #include "paths.h"
+#include "report.h"
 #include "signals.h"
 
 #include <QFile>
@@ -184,6 +185,8 @@ ExitCode writeComment(const QString &given, const QString &text)
     const Descriptor copy = photo.inMemory();
     writeCommentTo(copy, path, text);
     photo.replaceContent(copy.get());
+    if (isJson())
+        printResult(toJson(factsOf(path), {{"action", "commented"}}));
     return DONE;
 }
 
@@ -212,5 +215,6 @@ void addComment(CommandLine &line)
                     "The comment; if it begins with '-', precede it with the argument '--'")
         ->required()
         ->type_name("");
+    addSingleResultOption(command);
     command.footer("Example: vornfh comment /mnt/sd/DCIM/100VORN/DCF_0001.jpg 'Pier 3, left side'");
 }

@@ -12,6 +12,7 @@
 #include "output.h"
 #include "paths.h"
 #include "playback.h"
+#include "report.h"
 #include "signals.h"
 #include "text.h"
 
@@ -394,7 +395,7 @@ ExitCode writeGallery(const Storage &storage, const Request &request)
     }
     pages.removePages(count + 1);
     flushWithFolders({QFileInfo(job.path).canonicalFilePath()});
-    printDone(printable(job.path));
+    reportDone(printable(job.path), [&job] { return toJson(factsOf(job.path), {{"action", "written"}}); });
     return DONE;
 }
 
@@ -434,4 +435,5 @@ void addGallery(CommandLine &line)
         "--probe", request->isProbing,
         "Show the frame size of videos too: starts ffprobe for each video whose path is safe in a\n"
         "shell");
+    addSingleResultOption(command);
 }

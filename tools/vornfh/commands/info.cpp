@@ -7,10 +7,10 @@
 #include "objects.h"
 #include "output.h"
 #include "paths.h"
+#include "report.h"
 #include "text.h"
 
 #include <QFileInfo>
-#include <QJsonArray>
 #include <QJsonObject>
 
 #include <algorithm>
@@ -18,6 +18,7 @@
 #include <cerrno>
 #include <future>
 #include <memory>
+#include <optional>
 #include <thread>
 #include <vector>
 
@@ -107,10 +108,9 @@ private:
     std::vector<std::future<void>> mThreads; // last, because its destructor waits for the threads
 };
 
-QJsonValue isoTime(const QDateTime &time)
+std::optional<qint64> msecs(const QDateTime &time)
 {
-    return time.isValid() ? time.toOffsetFromUtc(time.offsetFromUtc()).toString(Qt::ISODateWithMs)
-                          : QJsonValue();
+    return time.isValid() ? std::optional(time.toMSecsSinceEpoch()) : std::nullopt;
 }
 
 bool isTimed(Kind kind)
@@ -123,21 +123,19 @@ QJsonValue ifMeasured(double value)
     return value > 0 ? QJsonValue(value) : QJsonValue();
 }
 
-QJsonObject toJson(const Reading &reading, bool isMarked)
+QByteArray toJson(const QString &path, const Reading &reading, bool isMarked)
 {
     const Metadata &record = reading.record;
+    FileFacts file = fileAt(fromRoot(path));
+    file.isFolder = record.mType == FILE_TYPE_DIRECTORY;
+    file.size = record.mSize;
+    file.created = msecs(record.mCreated);
+    file.modified = msecs(record.mLastModified);
+    file.thumbnail = !file.isFolder && hasThumbnails(file.path) ? thumbnailBeside(file.path) : QString();
+    file.isProtected = isMarked;
     QJsonObject object = {
-        {"type", record.mType},
-        {"name", record.mFileName},
-        {"size", record.mSize},
-        {"created", isoTime(record.mCreated)},
-        {"modified", isoTime(record.mLastModified)},
-        {"width", record.mWidth},
-        {"height", record.mHeight},
-        {"length", record.mLength},
-        {"bitrate", record.mBitrate},
-        {"framerate", record.mFramerate},
-        {"protected", isMarked},
+        {"name", record.mFileName}, {"width", record.mWidth},     {"height", record.mHeight},
+        {"length", record.mLength}, {"bitrate", record.mBitrate}, {"framerate", record.mFramerate},
     };
     if (record.mType == FILE_TYPE_DIRECTORY) {
         object["imageCount"] = record.mImageCount;
@@ -149,7 +147,7 @@ QJsonObject toJson(const Reading &reading, bool isMarked)
         object["measuredBitrate"] = ifMeasured(static_cast<double>(reading.measured.bitrate));
         object["measuredFramerate"] = ifMeasured(reading.measured.framerate);
     }
-    return object;
+    return toJson(file, object);
 }
 
 QString typeText(const Metadata &record)
@@ -225,22 +223,19 @@ void print(const QString &path, const Reading &reading, bool isProtected)
         printMeasured(reading.measured, kind);
 }
 
-ExitCode showInfo(const QStringList &paths, bool isJson)
+ExitCode showInfo(const QStringList &paths)
 {
-    QJsonArray array;
     Reader reader(paths);
     ProtectionCheck protection;
     size_t index = 0;
     const int failures = forEachReporting(paths, [&](const QString &path) {
         const Reading &reading = reader.reading(index++);
         const bool isProtected = isMarked(path, protection);
-        if (isJson)
-            array.append(toJson(reading, isProtected));
+        if (isJson())
+            printResult(toJson(path, reading, isProtected));
         else
             print(path, reading, isProtected);
     });
-    if (isJson)
-        printJson(QJsonDocument(array));
     return failures > 0 ? FAILED : DONE;
 }
 
@@ -250,14 +245,13 @@ void addInfo(CommandLine &line)
 {
     struct Request {
         CLI::Option *paths = nullptr;
-        bool isJson = false;
     };
     const auto request = std::make_shared<Request>();
     const auto run = [request] {
         QStringList paths;
         for (const std::string &path : request->paths->results())
             paths.append(fromCommandLine(path, "the path"));
-        return showInfo(paths, request->isJson);
+        return showInfo(paths);
     };
     CLI::App &command = line.addIndependent(
         "info",
@@ -265,6 +259,6 @@ void addInfo(CommandLine &line)
         "length, bit rate and frame rate of videos and audio files as measured by ffprobe",
         run);
     request->paths = addNames(command, "PATH...", "Files and folders");
-    command.add_flag("--json", request->isJson, "Print an array of objects with the raw values");
+    addResultOptions(command);
     command.footer("Example: vornfh info /mnt/sd/DCIM/100VORN/*.avi");
 }

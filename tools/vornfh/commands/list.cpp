@@ -4,16 +4,23 @@
 #include "folders.h"
 #include "listing.h"
 #include "media.h"
+#include "numbering.h"
 #include "objects.h"
 #include "output.h"
+#include "paths.h"
+#include "report.h"
 #include "text.h"
 
 #include <QJsonArray>
 #include <QJsonObject>
+#include <QRegularExpression>
 
 #include <algorithm>
+#include <limits>
 #include <map>
 #include <memory>
+#include <optional>
+#include <tuple>
 #include <utility>
 
 using namespace VORN_FILE_HANDLER;
@@ -26,6 +33,12 @@ const std::map<std::string, eDIRECTORY_FILTER> FILTERS = {
     {"all", static_cast<eDIRECTORY_FILTER>(0)}, // any other value selects every folder
 };
 
+/// Numbers of files, both ends included.
+struct NumberRange {
+    int first = 0;
+    int last = 0;
+};
+
 struct Request {
     eStorageType storage = STORAGE_MMC;
     std::string filter = "dcim";
@@ -34,6 +47,10 @@ struct Request {
     bool audio = false;
     bool thumbnails = false;
     bool json = false;
+    bool libraryJson = false;
+    DayRange days;
+    std::optional<NumberRange> numbers;
+    std::string order; // empty for that of the library
 
     eDIRECTORY_FILTER folders() const { return FILTERS.at(filter); }
 };
@@ -63,6 +80,13 @@ Passes passesOf(const Request &request)
     return {{}};
 }
 
+/// A file of a list.
+struct ListedFile {
+    PlainFile facts;
+    bool hasThumbnail = false;
+    std::optional<QFileInfo> info; // of a file that is listed by the library; facts.modified is then not set
+};
+
 /// The files that the library lists in @p folder. Throws FileFailure if the folder cannot be read.
 QList<QFileInfo> libraryFiles(const QString &folder, const QStringList &extensions)
 {
@@ -75,14 +99,70 @@ QList<QFileInfo> libraryFiles(const QString &folder, const QStringList &extensio
     return files;
 }
 
-/// Prints a list, one folder at a time. Folders without files are left out.
+ListedFile listedFile(const QFileInfo &info, const ProtectedObjects &marked)
+{
+    ListedFile file;
+    file.info = info;
+    file.facts.name = info.fileName().toStdString();
+    file.facts.size = info.size();
+    file.facts.modifiedMsecs = info.lastModified().toMSecsSinceEpoch();
+    const QDateTime birth = info.birthTime();
+    file.facts.createdMsecs = (birth.isValid() ? birth : info.metadataChangeTime()).toMSecsSinceEpoch();
+    file.facts.isProtected = marked.contains(QFile::encodeName(info.fileName()));
+    return file;
+}
+
+/// The files in @p folder, in the order of the library.
+std::vector<ListedFile> filesIn(const QString &folder, const QStringList &extensions)
+{
+    QSet<QByteArray> thumbnails; // base names
+    std::vector<ListedFile> files;
+    if (const auto plain = listPlainFiles(folder, extensions, isJson() ? &thumbnails : nullptr)) {
+        files.reserve(plain->size());
+        for (const PlainFile &file : *plain)
+            files.push_back({file, false, std::nullopt});
+    } else {
+        const QList<QFileInfo> infos = libraryFiles(folder, extensions);
+        const bool hasAll = infos.isEmpty() || extensions.isEmpty();
+        const QList<QFileInfo> all = hasAll ? infos : libraryFiles(folder, {});
+        const ProtectedObjects marked(all);
+        for (const QFileInfo &info : all) {
+            if (info.suffix() == THUMB_FILE_EXT)
+                thumbnails.insert(basePath(info.fileName().toUtf8()));
+        }
+        for (const QFileInfo &info : infos)
+            files.push_back(listedFile(info, marked));
+    }
+    if (thumbnails.isEmpty())
+        return files;
+    for (ListedFile &file : files)
+        file.hasThumbnail = hasThumbnails(QString::fromStdString(file.facts.name))
+                            && thumbnails.contains(basePath(QByteArray::fromStdString(file.facts.name)));
+    return files;
+}
+
+int numberOf(const ListedFile &file)
+{
+    return objectNumber(basePath(QByteArray::fromStdString(file.facts.name)));
+}
+
+bool isSelected(const ListedFile &file, const Request &request)
+{
+    constexpr qint64 SECOND = 1000;
+    const int number = request.numbers ? numberOf(file) : 0;
+    return (!request.numbers || (number >= request.numbers->first && number <= request.numbers->last))
+           && (request.days.isAll() || request.days.contains(file.facts.modifiedMsecs / SECOND));
+}
+
+/// Prints a list, one file after the other.
 class ListPrinter
 {
 public:
     virtual ~ListPrinter() = default;
-    virtual void print(const QString &folder, const std::vector<PlainFile> &files) = 0;
-    virtual void print(const QList<QFileInfo> &files, const ProtectedObjects &marked) = 0;
-    virtual void finish() = 0;
+    virtual void add(const QString &folder, const ListedFile &file) = 0;
+    /// Prints the files that were added since the last call.
+    virtual void print() = 0;
+    virtual void finish() {}
 };
 
 class TablePrinter : public ListPrinter
@@ -90,35 +170,19 @@ class TablePrinter : public ListPrinter
 public:
     explicit TablePrinter(const Storage &storage) : mPrefix(storage.location + "/") {}
 
-    void print(const QString &folder, const std::vector<PlainFile> &files) override
+    void add(const QString &folder, const ListedFile &file) override
     {
-        const QString shown = shortPath(folder + "/");
-        for (const PlainFile &file : files) {
-            const QString name = QString::fromStdString(file.name);
-            add(shown + name, name, file.size, dateText(file.modified) + " " + clockText(file.modified),
-                file.isProtected);
-        }
-        mTable.print();
+        const QString name = QString::fromStdString(file.facts.name);
+        const MediaType *type = findType(name);
+        const QString time = file.info ? timeText(file.info->lastModified())
+                                       : dateText(file.facts.modified) + " " + clockText(file.facts.modified);
+        mTable.add({shortPath(folder + "/") + name, type ? type->label : "other", humanSize(file.facts.size),
+                    file.facts.isProtected ? time + "  protected" : time});
     }
 
-    void print(const QList<QFileInfo> &files, const ProtectedObjects &marked) override
-    {
-        for (const QFileInfo &file : files)
-            add(shortPath(file.absoluteFilePath()), file.fileName(), file.size(),
-                timeText(file.lastModified()), marked.contains(QFile::encodeName(file.fileName())));
-        mTable.print();
-    }
-
-    void finish() override { mTable.print(); }
+    void print() override { mTable.print(); }
 
 private:
-    void add(const QString &path, const QString &name, qint64 size, const QString &time, bool isMarked)
-    {
-        const MediaType *type = findType(name);
-        mTable.add(
-            {path, type ? type->label : "other", humanSize(size), isMarked ? time + "  protected" : time});
-    }
-
     /// The path relative to the location; the whole path of a file elsewhere.
     QString shortPath(const QString &path) const
     {
@@ -129,62 +193,74 @@ private:
     Table mTable{{"FILE", "TYPE", "SIZE", "MODIFIED"}, {2}};
 };
 
-/// @p text between the quotes of a JSON string.
-QByteArray jsonText(const QString &text)
+/// Prints the objects of report.h.
+class ResultPrinter : public ListPrinter
 {
-    const auto isPlain = [](QChar c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; };
-    if (std::all_of(text.begin(), text.end(), isPlain))
-        return text.toLatin1();
-    const QByteArray array = QJsonDocument(QJsonArray{text}).toJson(QJsonDocument::Compact);
-    return array.mid(2, array.size() - 4); // without [" and "]
-}
+public:
+    void add(const QString &folder, const ListedFile &file) override
+    {
+        FileFacts facts;
+        facts.path = folder + "/" + QString::fromStdString(file.facts.name);
+        facts.size = file.facts.size;
+        facts.created = file.facts.createdMsecs;
+        facts.modified = file.facts.modifiedMsecs;
+        facts.thumbnail = file.hasThumbnail ? thumbnailOf(facts.path) : QString();
+        facts.isProtected = file.facts.isProtected;
+        mText += nextResult(toJson(facts));
+    }
+
+    void print() override { printLines(std::exchange(mText, {})); }
+
+private:
+    QByteArray mText;
+};
 
 /// Prints the array of VornFileHandler::getJsonFileList() as QJsonDocument formats it. Protected files have
 /// one more member.
-class JsonPrinter : public ListPrinter
+class LibraryJsonPrinter : public ListPrinter
 {
 public:
-    explicit JsonPrinter(Storage storage) : mStorage(std::move(storage))
+    explicit LibraryJsonPrinter(Storage storage) : mStorage(std::move(storage))
     {
         mTypes[nullptr] = typeNumber("/dev/null/file");
         for (const MediaType &type : mediaTypes())
             mTypes[&type] = typeNumber("/dev/null/file." + type.extension);
     }
 
-    void print(const QString &folder, const std::vector<PlainFile> &files) override
+    void add(const QString &folder, const ListedFile &file) override
     {
-        const QByteArray shown = jsonText(QString(folder + "/").remove(mStorage.location + "/"));
-        QByteArray text;
-        for (const PlainFile &file : files) {
-            const QString name = QString::fromStdString(file.name);
-            text += mSeparator + "    {\n" + member("filename", shown + jsonText(name))
-                    + member("moddate", dateText(file.created)) + member("modtime", clockText(file.created))
-                    + (file.isProtected ? "        \"protected\": true,\n" : "")
-                    + member("size", "0x" + QByteArray::number(file.size, 16))
-                    + "        \"type\": " + mTypes[findType(name)] + "\n    }";
-            mSeparator = ",\n";
-        }
-        printLines(text);
-    }
-
-    void print(const QList<QFileInfo> &files, const ProtectedObjects &marked) override
-    {
-        QJsonArray array = VornFileHandler::getJsonFileList(mStorage.type, files);
-        for (int i = 0; i < files.size(); ++i) {
-            if (!marked.contains(QFile::encodeName(files[i].fileName())))
-                continue;
-            QJsonObject file = array[i].toObject();
-            file["protected"] = true;
-            array[i] = file;
-        }
-        const QByteArray text = QJsonDocument(array).toJson();
-        printLines(mSeparator + text.mid(2, text.size() - 5)); // without the lines [ and ]
+        mText += mSeparator + (file.info ? libraryObject(file) : object(folder, file.facts));
         mSeparator = ",\n";
     }
+
+    void print() override { printLines(std::exchange(mText, {})); }
 
     void finish() override { printLines(mSeparator == "[\n" ? "[\n]\n" : "\n]\n"); }
 
 private:
+    QByteArray object(const QString &folder, const PlainFile &file) const
+    {
+        const QString name = QString::fromStdString(file.name);
+        const QByteArray shown = jsonText(QString(folder + "/").remove(mStorage.location + "/"));
+        return "    {\n" + member("filename", shown + jsonText(name))
+               + member("moddate", dateText(file.created)) + member("modtime", clockText(file.created))
+               + (file.isProtected ? "        \"protected\": true,\n" : "")
+               + member("size", "0x" + QByteArray::number(file.size, 16))
+               + "        \"type\": " + mTypes.at(findType(name)) + "\n    }";
+    }
+
+    QByteArray libraryObject(const ListedFile &file) const
+    {
+        QJsonArray array = VornFileHandler::getJsonFileList(mStorage.type, {*file.info});
+        if (file.facts.isProtected) {
+            QJsonObject object = array.first().toObject();
+            object["protected"] = true;
+            array[0] = object;
+        }
+        const QByteArray text = QJsonDocument(array).toJson();
+        return text.mid(2, text.size() - 5); // without the lines [ and ]
+    }
+
     static QByteArray member(const char *key, const QByteArray &value)
     {
         return QByteArray("        \"") + key + "\": \"" + value + "\",\n";
@@ -199,29 +275,100 @@ private:
 
     const Storage mStorage;
     std::map<const MediaType *, QByteArray> mTypes;
+    QByteArray mText;
     QByteArray mSeparator = "[\n";
 };
 
-ExitCode list(const Storage &storage, const Request &request)
+std::unique_ptr<ListPrinter> printerFor(const Storage &storage, const Request &request)
+{
+    if (request.libraryJson)
+        return std::make_unique<LibraryJsonPrinter>(storage);
+    if (isJson())
+        return std::make_unique<ResultPrinter>();
+    return std::make_unique<TablePrinter>(storage);
+}
+
+/// Calls work(folder, files) for each folder with its files that are to be listed; for some lists, twice.
+/// Ends early if the output is lost, such as a pipe whose reader has ended.
+template <typename Work>
+void forEachFolder(const Storage &storage, const Request &request, Work work)
 {
     const QList<QFileInfo> folders = foldersOf(storage, request.folders());
-    const std::unique_ptr<ListPrinter> printer = request.json
-                                                     ? std::unique_ptr<ListPrinter>(new JsonPrinter(storage))
-                                                     : std::make_unique<TablePrinter>(storage);
     for (const QStringList &extensions : passesOf(request)) {
         for (const QFileInfo &info : folders) {
-            if (isOutputLost()) // such as a pipe whose reader has ended
-                return FAILED;
+            if (isOutputLost())
+                return;
             const QString folder = info.absoluteFilePath();
-            const auto plain = listPlainFiles(folder, extensions);
-            const QList<QFileInfo> others = plain ? QList<QFileInfo>() : libraryFiles(folder, extensions);
-            if (plain && !plain->empty())
-                printer->print(folder, *plain);
-            if (!others.isEmpty())
-                printer->print(others,
-                               ProtectedObjects(extensions.isEmpty() ? others : libraryFiles(folder, {})));
+            std::vector<ListedFile> files = filesIn(folder, extensions);
+            const auto isOther = [&](const ListedFile &file) { return !isSelected(file, request); };
+            files.erase(std::remove_if(files.begin(), files.end(), isOther), files.end());
+            work(folder, files);
         }
     }
+}
+
+/// A file of a list that is sorted as a whole. Files with the same keys are in the order of their paths.
+struct SortedFile {
+    qint64 firstKey;
+    qint64 secondKey;
+    QString folder;
+    ListedFile file;
+
+    bool operator<(const SortedFile &other) const
+    {
+        return std::tie(firstKey, secondKey, folder, file.facts.name)
+               < std::tie(other.firstKey, other.secondKey, other.folder, other.file.facts.name);
+    }
+};
+
+constexpr int NO_NUMBER = std::numeric_limits<int>::max(); // comes last
+
+int numberOfFolder(const QString &folder)
+{
+    const QString name = folder.mid(folder.lastIndexOf('/') + 1);
+    return isNumberedName(name) ? folderNumber(name).value_or(NO_NUMBER) : NO_NUMBER;
+}
+
+SortedFile sortedFile(const QString &folder, int folderNumber, const ListedFile &file,
+                      const std::string &order)
+{
+    if (order == "time")
+        return {file.facts.modifiedMsecs, 0, folder, file};
+    if (order == "size")
+        return {file.facts.size, 0, folder, file};
+    if (order == "name")
+        return {0, 0, folder, file};
+    const int number = numberOf(file);
+    return {folderNumber, number > 0 ? number : NO_NUMBER, folder, file};
+}
+
+void printSorted(const Storage &storage, const Request &request, ListPrinter &printer)
+{
+    std::vector<SortedFile> all;
+    forEachFolder(storage, request, [&](const QString &folder, const std::vector<ListedFile> &files) {
+        const int number = numberOfFolder(folder);
+        for (const ListedFile &file : files)
+            all.push_back(sortedFile(folder, number, file, request.order));
+    });
+    std::sort(all.begin(), all.end());
+    for (const SortedFile &one : all)
+        printer.add(one.folder, one.file);
+    printer.print();
+}
+
+ExitCode list(const Storage &storage, const Request &request)
+{
+    const std::unique_ptr<ListPrinter> printer = printerFor(storage, request);
+    if (!request.order.empty())
+        printSorted(storage, request, *printer);
+    else
+        forEachFolder(storage, request, [&](const QString &folder, const std::vector<ListedFile> &files) {
+            for (const ListedFile &file : files)
+                printer->add(folder, file);
+            if (!files.empty())
+                printer->print();
+        });
+    printer->print(); // the heading of an empty table
     printer->finish();
     return DONE;
 }
@@ -325,6 +472,37 @@ void addTypeFlags(CLI::App &command, Request &request)
         ->needs(images);
 }
 
+void setNumbers(Request &request, const std::string &argument)
+{
+    const QString text = fromCommandLine(argument, "--number");
+    static const QRegularExpression RANGE(
+        QRegularExpression::anchoredPattern("([0-9]{1,4})(-([0-9]{1,4})?)?"));
+    const auto match = RANGE.match(text);
+    const int first = match.captured(1).toInt();
+    const int last = match.captured(2).isEmpty()   ? first
+                     : match.captured(3).isEmpty() ? LAST_FILE
+                                                   : match.captured(3).toInt();
+    if (!match.hasMatch() || first < 1 || last < first)
+        throw wrongValue("--number", text, "a number from 1 to 9999 or a range such as 5-20 or 5-");
+    request.numbers = NumberRange{first, last};
+}
+
+void addSelection(CLI::App &command, const std::shared_ptr<Request> &request)
+{
+    command
+        .add_option("--sort", request->order,
+                    "Sort the whole list: by folder and number, modification time, size, or folder\n"
+                    "and name; the oldest or smallest first")
+        ->check(CLI::IsMember({"number", "time", "size", "name"}).description(""))
+        ->type_name("number|time|size|name");
+    addDayOptions(command, request->days, "files");
+    command
+        .add_option_function<std::string>(
+            "--number", [request](const std::string &text) { setNumbers(*request, text); },
+            "Only files with this number, or a number in this range: 7, 5-20 or 5-")
+        ->type_name("N|N-M");
+}
+
 } // namespace
 
 void addList(CommandLine &line)
@@ -348,8 +526,13 @@ void addList(CommandLine &line)
     addStorageArgument(files, request->storage);
     addTypeFlags(files, *request);
     addFilterOption(files, *request);
-    files.add_flag("--json", request->json,
-                   "Print the library's JSON list, in which dates are creation dates");
+    addSelection(files, request);
+    addResultOptions(files);
+    files
+        .add_flag("--library-json", request->libraryJson,
+                  "Print the library's own JSON list, in which dates are creation dates")
+        ->excludes("--json")
+        ->excludes("--jsonl");
     files.footer("Example: vornfh --sd /mnt/sd/DCIM list sd --videos");
 
     CLI::App &counter = line.add(

@@ -4,8 +4,8 @@
 #include "durable.h"
 #include "files.h"
 #include "folders.h"
-#include "output.h"
 #include "paths.h"
+#include "report.h"
 #include "text.h"
 
 #include <QFileInfo>
@@ -30,7 +30,7 @@ ExitCode makeFolder(const Storage &storage, const QString &name)
         throw Failure(path + ": already exists");
     createFolder(path);
     flushWithFolders({path});
-    printDone(printable(path));
+    reportDone(printable(path), [&path] { return toJson(folderAt(path), {{"action", "created"}}); });
     return DONE;
 }
 
@@ -46,5 +46,6 @@ void addMkdir(CommandLine &line)
     CLI::App &command = line.add("mkdir", "Creates a folder on a storage device", run);
     addStorageArgument(command, request->storage);
     addFolderArgument(command, request->folder);
+    addSingleResultOption(command);
     command.footer("Example: vornfh --sd /mnt/sd/DCIM mkdir sd kept");
 }

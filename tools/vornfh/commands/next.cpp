@@ -5,6 +5,7 @@
 #include "folders.h"
 #include "media.h"
 #include "output.h"
+#include "report.h"
 
 #include <memory>
 
@@ -24,7 +25,10 @@ ExitCode printNext(const Storage &storage, const MediaType &type)
     const QString folder = QFileInfo(path).path();
     requireFolder(folder);
     requireReadable(folder);
-    printLine(path);
+    if (isJson())
+        printResult(toJson(fileAt(path)));
+    else
+        printLine(path);
     if (created.isEmpty())
         return DONE; // nothing is written, and asking for every entry would take longer than everything else
     reportUnreadable(storage.location);
@@ -51,5 +55,6 @@ void addNext(CommandLine &line)
         ->required()
         ->check(CLI::IsMember({"avi", "mkv", "jpg", "png", "wav", "thumb"}).description(""))
         ->type_name("");
+    addSingleResultOption(command);
     command.footer("Example: vornfh --sd /mnt/sd/DCIM next sd avi");
 }

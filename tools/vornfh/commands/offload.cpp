@@ -32,8 +32,8 @@ struct Request {
     eStorageType storage = STORAGE_MMC;
     std::string directory;
     CLI::Option *folders = nullptr;
-    std::string kind;            // empty for all
-    std::optional<qint64> since; // seconds since 1970
+    std::string kind; // empty for all
+    DayRange days;
     bool isMoving = false;
 };
 
@@ -87,7 +87,8 @@ bool isSelected(const Object &object, const Request &request)
     const bool hasKind =
         request.kind.empty() || std::any_of(object.files.begin(), object.files.end(), isWanted);
     // The time of an object that cannot be read is not known; reading it reports the error.
-    return hasKind && (!request.since || !object.isReadable() || object.modified() >= *request.since);
+    return hasKind
+           && (request.days.isAll() || !object.isReadable() || request.days.contains(object.modified()));
 }
 
 Selection selectionOf(const Storage &storage, const Request &request)
@@ -176,7 +177,7 @@ private:
     void leave(const NumberedFolder &folder, const Object &object)
     {
         const int files = static_cast<int>(object.files.size());
-        print(folder.pathOf(object.files.front()) + ": is being written and is not offloaded");
+        print(FileFailure(folder.pathOf(object.files.front()), "is being written and is not offloaded"));
         mProgress.finishFiles(files);
         mBeingWritten += files;
     }
@@ -201,7 +202,7 @@ private:
                 transfer.add(std::move(sources), Transfer::Conflict::Counter);
                 break;
             } catch (const FileFailure &failure) {
-                print(QString::fromUtf8(failure.what()));
+                print(failure);
                 const auto failed = std::find_if(files.begin(), files.end(), [&](const ObjectFile *file) {
                     return folder.pathOf(*file) == failure.path();
                 });
@@ -213,9 +214,9 @@ private:
         mProgress.finishFiles(static_cast<int>(object.files.size() - added));
     }
 
-    void print(const QString &message)
+    void print(const FileFailure &failure)
     {
-        mProgress.print([&message] { printError(message); });
+        mProgress.print([&failure] { printFailure(failure); });
     }
 
     // In the second thread of the transfer
@@ -279,7 +280,7 @@ private:
                 copy->source->requireUnchanged();
             return true;
         } catch (const FileFailure &failure) {
-            printError(QString::fromUtf8(failure.what()));
+            printFailure(failure);
             fail(copies);
             return false;
         }
@@ -348,14 +349,6 @@ ExitCode offloadStorage(const Storage &storage, const Request &request)
     return Offload(job).run();
 }
 
-void setSince(Request &request, const std::string &argument)
-{
-    const QString text = fromCommandLine(argument, "--since");
-    request.since = parsedDay(text);
-    if (!request.since)
-        throw UsageError(QString("--since: '%1' is not a date such as 2025-02-25").arg(text));
-}
-
 } // namespace
 
 void addOffload(CommandLine &line)
@@ -378,11 +371,7 @@ void addOffload(CommandLine &line)
         "--move", request->isMoving,
         "Delete objects from the storage device once their copies and checksums are safe, except\n"
         "protected ones, those that are being written, and the newest");
-    command
-        .add_option_function<std::string>(
-            "--since", [request](const std::string &text) { setSince(*request, text); },
-            "Only objects that were modified on this day (YYYY-MM-DD, local time) or later")
-        ->type_name("DATE");
+    addDayOptions(command, request->days, "objects");
     request->folders =
         command.add_option("--folder", "Only this numbered folder; may be given several times")
             ->type_name("NAME")
@@ -392,5 +381,6 @@ void addOffload(CommandLine &line)
     command.add_option("--type", request->kind, "Only objects with a recording of this type")
         ->check(CLI::IsMember({"images", "videos", "audio"}).description(""))
         ->type_name("images|videos|audio");
+    addResultOptions(command);
     command.footer("Example: vornfh --sd /mnt/sd/DCIM offload sd ~/pictures --since 2025-02-25");
 }

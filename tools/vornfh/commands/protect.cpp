@@ -9,6 +9,7 @@
 #include "objects.h"
 #include "output.h"
 #include "paths.h"
+#include "report.h"
 #include "temporary.h"
 #include "text.h"
 
@@ -20,6 +21,7 @@
 #include <map>
 #include <memory>
 #include <set>
+#include <vector>
 
 #include <fcntl.h>
 #include <linux/msdos_fs.h>
@@ -145,36 +147,36 @@ ExitCode markAll(const Request &request, const QList<Storage> &storages)
 {
     const std::vector<std::string> arguments = request.paths->results();
     Objects objects(storages);
-    QStringList marked;
+    std::vector<FileFacts> marked;
     std::set<QString> seen;
     std::set<QString> folders;
     int incomplete = 0;
     const int refused = forEachReporting(arguments, [&](const std::string &argument) {
         const QString path = pathArgument(argument);
         const NumberedFolder folder = objects.at(path);
-        QStringList names;
+        std::vector<FileFacts> files;
         for (const Object &object : folder.objects) {
             for (const ObjectFile &file : object.files)
-                names.append(folder.pathOf(file));
+                files.push_back(factsOf(folder, object, file));
         }
         folders.insert(folder.path);
-        const int failed = forEachReporting(names, [&](const QString &name) {
-            if (!seen.insert(name).second)
+        const int failed = forEachReporting(files, [&](FileFacts file) {
+            if (!seen.insert(file.path).second)
                 return;
-            mark(name, request.isProtecting);
-            marked.append(name);
+            mark(file.path, request.isProtecting);
+            file.isProtected = request.isProtecting;
+            marked.push_back(file);
         });
         incomplete += failed > 0 ? 1 : 0;
     });
     for (const QString &folder : folders)
         flushFileSystem(folder);
-    for (const QString &path : marked)
-        printDone(printable(path));
+    const QString action = request.isProtecting ? "protected" : "unprotected";
+    for (const FileFacts &file : marked)
+        reportDone(printable(file.path), [&] { return toJson(file, {{"action", action}}); });
     if (refused + incomplete > 0)
-        throw Failure(QString("%1 of %2 paths not %3")
-                          .arg(refused + incomplete)
-                          .arg(arguments.size())
-                          .arg(request.isProtecting ? "protected" : "unprotected"));
+        throw Failure(
+            QString("%1 of %2 paths not %3").arg(refused + incomplete).arg(arguments.size()).arg(action));
     return DONE;
 }
 
@@ -186,6 +188,7 @@ void addCommand(CommandLine &line, bool isProtecting, const char *name, const ch
         name, description, [&line, request] { return markAll(*request, line.storages().configured()); });
     request->paths =
         addNames(command, "PATH...", "Files of objects, or numbered folders for all objects in them");
+    addResultOptions(command);
     command.footer(std::string("Example: vornfh --sd /mnt/sd/DCIM ") + name
                    + " /mnt/sd/DCIM/100VORN/DCF_0001.jpg");
 }

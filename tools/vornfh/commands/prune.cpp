@@ -5,10 +5,10 @@
 #include "output.h"
 #include "paths.h"
 #include "pruning.h"
+#include "report.h"
 #include "signals.h"
 #include "text.h"
 
-#include <QJsonArray>
 #include <QJsonObject>
 
 #include <memory>
@@ -22,7 +22,6 @@ struct Request {
     eStorageType storage = STORAGE_MMC;
     PrunePolicy policy;
     std::optional<KeepFree> keepFree; // what policy.keepFree becomes
-    bool isJson = false;
 
     bool hasPolicy() const
     {
@@ -39,16 +38,11 @@ PrunePolicy policyFor(const Storage &storage, const Request &request)
     return policy;
 }
 
-QJsonObject toJson(const Storage &storage, const QStringList &deleted, const PruneResult &result)
+QJsonObject toJson(const Storage &storage, const PruneResult &result)
 {
     return {
-        {"storage", storage.name},
-        {"location", storage.location},
-        {"deleted", QJsonArray::fromStringList(deleted)},
-        {"objects", result.objects},
-        {"bytes", result.bytes},
-        {"left", result.left},
-        {"free", result.free},
+        {"storage", storage.name}, {"location", storage.location}, {"objects", result.objects},
+        {"bytes", result.bytes},   {"left", result.left},          {"free", result.free},
         {"met", result.isMet},
     };
 }
@@ -61,27 +55,28 @@ ExitCode pruneStorage(const Storage &storage, const Request &request)
     const PrunePolicy policy = policyFor(storage, request);
     QStringList deleted;
     PruneResult result;
-    const auto report = [&](const QStringList &paths) {
-        deleted += paths;
-        for (const QString &path : paths) {
-            if (!request.isJson)
-                printDone(printable(path));
+    const auto report = [&deleted](const std::vector<FileFacts> &files) {
+        for (const FileFacts &file : files) {
+            deleted.append(file.path);
+            reportDone(printable(file.path), [&file] { return toJson(file, {{"action", "deleted"}}); });
         }
     };
-    const auto printObject = [&](const QJsonObject &object) {
-        if (!request.isJson)
-            return;
-        printJson(QJsonDocument(object));
-        printIfLost(deleted);
+    const auto printSummary = [&deleted](const QJsonObject &summary) {
+        if (format() == Format::Document) {
+            printDocument("deleted", summary);
+            printIfLost(deleted);
+        } else if (isJson() && !summary.isEmpty()) {
+            printResult(summary);
+        }
     };
     catchStopSignals();
     try {
         result = prune(storage, policy, report);
     } catch (const Failure &) {
-        printObject({{"deleted", QJsonArray::fromStringList(deleted)}});
+        printSummary({});
         throw;
     }
-    printObject(toJson(storage, deleted, result));
+    printSummary(toJson(storage, result));
     if (result.isInterrupted)
         throw Failure("interrupted after deleting " + counted(result.objects, "object"));
     if (!result.isMet)
@@ -153,6 +148,6 @@ void addPrune(CommandLine &line)
     addPolicy("--keep-within", setKeepWithin, "AGE",
               "Keep objects that were modified within this time. Without --keep-free and --max-size, all "
               "others go");
-    command.add_flag("--json", request->isJson, "Print an object with the deleted paths");
+    addDocumentOptions(command, "Print an object with the deleted files");
     command.footer("Example: vornfh --sd /mnt/sd/DCIM prune sd --keep-free 10% --keep-within 12h");
 }

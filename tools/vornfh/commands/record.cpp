@@ -238,5 +238,6 @@ void addRecord(CommandLine &line)
         ->type_name("SECONDS");
     addInputOptions(command, request);
     addSegmentOptions(command, request);
+    addResultOptions(command);
     command.footer("Example: vornfh --sd /mnt/sd/DCIM record sd --input /dev/video0 --segment 60 --loop");
 }

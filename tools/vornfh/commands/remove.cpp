@@ -9,6 +9,7 @@
 #include "objects.h"
 #include "output.h"
 #include "paths.h"
+#include "report.h"
 #include "text.h"
 
 #include <QDir>
@@ -46,9 +47,10 @@ struct Request {
 
 /// A file to be deleted.
 struct Target {
-    QString path;      // as it is reported
-    QString resolved;  // without symbolic links in the folder
-    QString thumbnail; // that goes with it, as it is reported; empty if none does
+    QString path;                 // as it is reported
+    QString resolved;             // without symbolic links in the folder
+    QString thumbnail;            // that goes with it, as it is reported; empty if none does
+    std::vector<FileFacts> facts; // of the file and the thumbnail
 
     QString folder() const { return QFileInfo(resolved).path(); }
 };
@@ -86,7 +88,9 @@ Target targetOf(const QString &path, const QList<Storage> &storages, const Reque
     if (!request.isForced)
         seen.protection.requireUnprotected(path, resolved);
     const bool hasThumbnail = !request.isOnly && !thumbnailFreedBy(resolved).isEmpty();
-    return {path, resolved, hasThumbnail ? thumbnailOf(path) : QString()};
+    const QString thumbnail = hasThumbnail ? thumbnailOf(path) : QString();
+    return {path, resolved, thumbnail,
+            factsOfObject(hasThumbnail ? QStringList{path, thumbnail} : QStringList{path})};
 }
 
 void deleteFile(const QString &resolved, const QString &path)
@@ -106,7 +110,7 @@ public:
     {
         if (target.thumbnail.isEmpty()) {
             deleteFile(target.resolved, target.path);
-            mDeleted.append(target.path);
+            mDeleted.append(target.facts.front());
         } else {
             deleteFile(thumbnailOf(target.resolved), target.thumbnail);
             mRecordings.append(target);
@@ -129,20 +133,20 @@ public:
         if (!recordings.isEmpty() && forEachReporting(folders, flushFolder) > 0)
             return named;
         const int failures = forEachReporting(recordings, [this](const Target &target) {
-            mDeleted.append(target.thumbnail);
+            mDeleted.append(target.facts.back());
             deleteFile(target.resolved, target.path);
-            mDeleted.insert(mDeleted.size() - 1, target.path);
+            mDeleted.insert(mDeleted.size() - 1, target.facts.front());
         });
-        const QStringList deleted = std::exchange(mDeleted, {});
+        const QList<FileFacts> deleted = std::exchange(mDeleted, {});
         if (forEachReporting(folders, flushFolder) > 0)
             return named;
-        for (const QString &path : deleted)
-            printDone(printable(path));
+        for (const FileFacts &file : deleted)
+            reportDone(printable(file.path), [&file] { return toJson(file, {{"action", "deleted"}}); });
         return failures;
     }
 
 private:
-    QStringList mDeleted;       // not yet reported
+    QList<FileFacts> mDeleted;  // not yet reported
     QList<Target> mRecordings;  // whose thumbnails are deleted
     std::set<QString> mTaken;   // since the start
     std::set<QString> mFolders; // to be flushed
@@ -352,6 +356,18 @@ void deleteRest(const QString &folder, const Content &before)
     }
 }
 
+void reportDeleted(const QString &folder, const Content &content, const QString &rest)
+{
+    const auto object = [&] {
+        return toJson(folderAt(folder), {{"action", "deleted"},
+                                         {"files", content.files.size()},
+                                         {"folders", content.folders.size()},
+                                         {"bytes", content.bytes},
+                                         {"kept", content.keptFiles}});
+    };
+    reportDone(QString("%1: deleted %2%3").arg(printable(folder), summary(content), rest), object);
+}
+
 /// Reports what was deleted. Throws Failure if something is left.
 void requireGone(const QString &folder, const Content &before)
 {
@@ -365,7 +381,7 @@ void requireGone(const QString &folder, const Content &before)
         rest = error == EBUSY ? "; the folder itself remains because a file system is mounted on it" : "";
     }
     flushFolder(QFileInfo(folder).isDir() ? folder : QFileInfo(folder).path());
-    printDone(QString("%1: deleted %2%3").arg(printable(folder), summary(before), rest));
+    reportDeleted(folder, before, rest);
 }
 
 /// Deletes the content of @p folder. Throws Failure if anything but protected objects is left.
@@ -374,7 +390,7 @@ void deleteAllButKept(const QString &folder, const Content &content)
     deleteCounted(folder, content);
     deleteRest(folder, content);
     flushFileSystem(folder);
-    printDone(QString("%1: deleted %2; protected objects remain").arg(printable(folder), summary(content)));
+    reportDeleted(folder, content, "; protected objects remain");
 }
 
 void requireRealFolder(const QString &path, const QString &ifMissing)
@@ -483,6 +499,7 @@ void addRemove(CommandLine &line)
     request->paths = addNames(files, "PATH...", "Files");
     addForce(files);
     files.add_flag("--only", request->isOnly, "Delete only the files that are named, not their thumbnails");
+    addResultOptions(files);
     files.footer("Example: vornfh --sd /mnt/sd/DCIM delete /mnt/sd/DCIM/100VORN/DCF_0001.jpg");
 
     CLI::App &folder = line.add(
@@ -494,6 +511,7 @@ void addRemove(CommandLine &line)
     addStorageArgument(folder, request->storage);
     addFolderArgument(folder, request->folder);
     addConfirmation(folder);
+    addSingleResultOption(folder);
     folder.footer("Example: vornfh --sd /mnt/sd/DCIM rmdir sd 100VORN");
 
     CLI::App &all = line.add(
@@ -504,5 +522,6 @@ void addRemove(CommandLine &line)
         });
     addStorageArgument(all, request->storage);
     addConfirmation(all);
+    addSingleResultOption(all);
     all.footer("Example: vornfh --sd /mnt/sd/DCIM wipe sd");
 }

@@ -12,6 +12,7 @@
 #include "output.h"
 #include "paths.h"
 #include "recording.h"
+#include "report.h"
 #include "signals.h"
 #include "temporary.h"
 #include "text.h"
@@ -24,6 +25,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <memory>
+#include <vector>
 
 using namespace VORN_FILE_HANDLER;
 
@@ -151,7 +153,7 @@ public:
                 mend(finding, path);
                 return;
             }
-            printError(printable(finding.path) + ": " + reason);
+            printFailure(FileFailure(printable(finding.path), reason));
             ++mLeft;
         });
     }
@@ -198,25 +200,31 @@ private:
             const QString thumbnail = finding.kind == "thumb-missing" ? thumbnailOf(path) : path;
             if (!mIsDryRun)
                 replaceThumbnail(finding.recording, thumbnail);
-            report(thumbnail, "created");
+            report(factsOf(thumbnail), "created");
         } else if (finding.remedy == Remedy::Close) {
             if (!mIsDryRun)
                 closeWhole(path);
-            report(path, "closed");
+            report(factsOf(path), "closed");
         } else {
             const QStringList removed = removedWith(path);
+            const std::vector<FileFacts> files = factsOfObject(removed);
             if (!mIsDryRun)
                 removeFiles(removed);
-            for (const QString &name : removed) {
-                report(name, "deleted");
-                mDone.insert(name);
+            for (const FileFacts &file : files) {
+                report(file, "deleted");
+                mDone.insert(file.path);
             }
         }
     }
 
-    void report(const QString &path, const QString &what) const
+    void report(const FileFacts &file, const QString &action) const
     {
-        printDone(printable(path) + ": " + (mIsDryRun ? "would be " : "") + what);
+        reportDone(printable(file.path) + ": " + (mIsDryRun ? "would be " : "") + action, [&] {
+            QJsonObject more = {{"action", action}};
+            if (mIsDryRun)
+                more["dryRun"] = true;
+            return toJson(file, more);
+        });
     }
 
     const bool mIsDryRun;
@@ -255,5 +263,6 @@ void addRepair(CommandLine &line)
     request->targets =
         addNames(command, "STORAGE|PATH...", "Storage devices, numbered folders, or files for their objects");
     command.add_flag("--dry-run", request->isDryRun, "Only print what would be done");
+    addResultOptions(command);
     command.footer("Example: vornfh --sd /mnt/sd/DCIM repair sd --dry-run");
 }

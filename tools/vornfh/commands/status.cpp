@@ -189,8 +189,7 @@ QJsonArray toJson(const QList<Finding> &findings)
 {
     QJsonArray array;
     for (const Finding &finding : findings)
-        array.append(QJsonObject{
-            {"path", QString::fromUtf8(finding.path)}, {"kind", finding.kind}, {"text", finding.text}});
+        array.append(finding.toJson());
     return array;
 }
 

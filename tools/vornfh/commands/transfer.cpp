@@ -125,7 +125,7 @@ ExitCode transferAll(const Request &request)
                                  request.mode, progress);
             transfer->add(std::move(sources), Transfer::Conflict::Fail, entry.isShared);
         } catch (const FileFailure &failure) {
-            progress.print([&failure] { printError(QString::fromUtf8(failure.what())); });
+            progress.print([&failure] { printFailure(failure); });
             progress.finishFiles(entry.files());
         }
         progress.setBytes(ends[i]); // not all are copied: holes, files that are renamed or already there
@@ -169,6 +169,7 @@ void addCommand(CommandLine &line, Mode mode, const std::string &name, const std
                      "Only the files that are named, not the thumbnails of the recordings");
     if (mode == Mode::Move)
         command.add_flag("--force", arguments->isForced, "Move protected objects too");
+    addResultOptions(command);
     command.footer("Example: vornfh --sd /mnt/sd/DCIM --usb /mnt/usb/DCIM " + name
                    + " /mnt/sd/DCIM/100VORN/* usb 100VORN");
 }

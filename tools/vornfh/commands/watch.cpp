@@ -2,18 +2,16 @@
 #include "watching.h"
 
 #include "commands.h"
-#include "numbering.h"
 #include "output.h"
+#include "report.h"
 #include "signals.h"
 #include "text.h"
 
-#include <QDateTime>
-#include <QDir>
-#include <QFileInfo>
-#include <QJsonDocument>
 #include <QJsonObject>
 
+#include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <memory>
 #include <vector>
 
@@ -25,38 +23,20 @@ using namespace VORN_FILE_HANDLER;
 
 namespace {
 
-QJsonValue isoTime(const QDateTime &time)
-{
-    return time.isValid() ? time.toOffsetFromUtc(time.offsetFromUtc()).toString(Qt::ISODateWithMs)
-                          : QJsonValue();
-}
-
-/// A file of an object.
-QJsonObject toJson(const WatchEvent &event)
-{
-    const QFileInfo info(event.path);
-    const ObjectFile &file = event.file;
-    const QDateTime modified =
-        QDateTime::fromSecsSinceEpoch(file.modified).addMSecs(file.modifiedNanoseconds / 1000000);
-    return {
-        {"path", event.path},
-        {"folder", info.dir().dirName()},
-        {"number", objectNumber(basePath(file.name))},
-        {"type", file.type->extension},
-        {"size", file.size},
-        {"created", isoTime(info.birthTime().isValid() ? info.birthTime() : info.metadataChangeTime())},
-        {"modified", isoTime(modified)},
-        {"thumbnail", event.thumbnail.isEmpty() ? QJsonValue() : event.thumbnail},
-        {"protected", event.isProtected},
-    };
-}
-
 void printJson(const WatchEvent &event)
 {
-    QJsonObject object = event.path.isEmpty() ? QJsonObject() : toJson(event);
-    object["event"] = event.name;
-    object["storage"] = event.storage.name;
-    printLines(QJsonDocument(object).toJson(QJsonDocument::Compact) + '\n');
+    const QJsonObject members = {{"event", event.name}, {"storage", event.storage.name}};
+    if (event.path.isEmpty()) {
+        printResult(members);
+        return;
+    }
+    FileFacts file = fileAt(event.path);
+    file.size = event.file.size;
+    file.created = event.file.createdMsecs;
+    file.modified = event.file.modifiedMsecs;
+    file.thumbnail = event.thumbnail;
+    file.isProtected = event.isProtected;
+    printResult(toJson(file, members));
 }
 
 void print(const WatchEvent &event)
@@ -77,13 +57,13 @@ void waitForEvents(const Descriptor &mounts, const std::vector<StorageWatch> &wa
         throw Failure("standard output: " + errorText(EPIPE));
 }
 
-ExitCode watch(const QList<Storage> &storages, bool isJson)
+ExitCode watch(const QList<Storage> &storages)
 {
     catchStopSignals();
     const Descriptor mounts = openFile("/proc/self/mountinfo", O_RDONLY);
     std::vector<StorageWatch> watches;
     for (const Storage &storage : storages)
-        watches.emplace_back(storage, isJson ? printJson : print);
+        watches.emplace_back(storage, isJson() ? printJson : print);
     for (StorageWatch &watch : watches)
         watch.start();
     while (!isStopped() && !isOutputLost()) {
@@ -98,25 +78,25 @@ ExitCode watch(const QList<Storage> &storages, bool isJson)
 
 void addWatch(CommandLine &line)
 {
-    struct Request {
-        eStorageType storage = STORAGE_MMC;
-        CLI::Option *storageArgument = nullptr;
-        bool isJson = false;
+    const auto named = std::make_shared<std::vector<eStorageType>>();
+    const auto run = [&line, named] {
+        QList<Storage> storages;
+        for (const eStorageType type : *named)
+            storages.append(line.storages().require(type));
+        return watch(named->empty() ? line.storages().configured() : storages);
     };
-    const auto request = std::make_shared<Request>();
-    const auto run = [&line, request] {
-        const bool isNamed = request->storageArgument->count() > 0;
-        return watch(isNamed ? QList<Storage>{line.storages().require(request->storage)}
-                             : line.storages().configured(),
-                     request->isJson);
+    CLI::App &command =
+        line.add("watch",
+                 "Prints a line for each event on the storage devices until SIGINT or SIGTERM: added, "
+                 "finished, changed or removed PATH; watching, mounted, unmounted, read-only,\n"
+                 "writable, full, not-full, absent or present STORAGE",
+                 run);
+    const auto parse = [named](const std::vector<std::string> &names) {
+        std::transform(names.begin(), names.end(), std::back_inserter(*named), parseStorage);
     };
-    CLI::App &command = line.add(
-        "watch",
-        "Prints a line for each event on one storage device, or on each of them, until SIGINT or\n"
-        "SIGTERM: added, finished, changed or removed PATH; watching, mounted, unmounted, read-only,\n"
-        "writable, full, not-full, absent or present STORAGE",
-        run);
-    request->storageArgument = addStorageArgument(command, request->storage)->required(false);
-    command.add_flag("--json", request->isJson, "Print an object in each line");
+    command.add_option_function<std::vector<std::string>>("STORAGE", parse, "mmc, sd or usb; by default all")
+        ->type_name("");
+    command.add_flag_callback(
+        "--json,--jsonl", [] { setFormat(Format::JsonLines); }, "Print an object in each line");
     command.footer("Example: vornfh --sd /mnt/sd/DCIM watch sd");
 }
