@@ -6,10 +6,10 @@
 // its constants or table, pure helpers and thin I/O, all in one unnamed namespace, and then the public
 // members.
 //
-// Numbering, counts, JSON lists and listings sorted oldest first use readdir(). QDir is used instead if a
-// name filter is anything but head*tail in plain ASCII, if a name is not plain ASCII and names are not
-// encoded in UTF-8, if the path may be a Qt resource or search path, if the file system does not report the
-// types of its entries, and for sorting by time if a file has no time. Everything else uses QDir.
+// Numbering, getMediaFileCount(), JSON lists and listings sorted oldest first use readdir(). QDir is used
+// instead if a name filter is anything but head*tail in plain ASCII, if a name is not plain ASCII and names
+// are not encoded in UTF-8, if the path may be a Qt resource or search path, if the file system does not
+// report the types of its entries, and for sorting by time if a file has no time. Everything else uses QDir.
 
 // Without this, readdir() on a 32-bit system stops at the first entry with a large inode number.
 #define _FILE_OFFSET_BITS 64 // NOLINT(bugprone-reserved-identifier): the C library defines the name
@@ -216,8 +216,8 @@ QDir VornFileHandler::getStorageDir(eStorageType type)
 
 namespace {
 
-/// @p path with everything but its last component resolved; empty if that does not exist. A link in the last
-/// component is not followed. If that is "." or "..", the whole path is resolved.
+/// @p path with everything but its last component resolved; empty if the parent does not exist. A link in
+/// the last component is not followed. If the last component is "." or "..", the whole path is resolved.
 QString withResolvedParent(QString path)
 {
     while (path.endsWith('/') || path.endsWith("/."))
@@ -489,7 +489,7 @@ QStringList entryList(QDir directory)
     return dropInvalidFilters(directory) ? directory.entryList() : QStringList();
 }
 
-/// Sets up @p directory to list the files that match @p nameFilters; an empty list keeps its own filters.
+/// Sets up @p directory to list the files that match @p nameFilters or, if there are none, its own filters.
 void setFileListing(QDir &directory, const QStringList &nameFilters, QDir::SortFlags sort)
 {
     directory.setFilter(QDir::Files | QDir::NoSymLinks);
@@ -740,9 +740,9 @@ Files filesByTime(const QDir &directory, Seen seen)
     return files;
 }
 
-/// filesByTime() as the host gets them. Each entry keeps what it reads here: it describes the file as it was
-/// when it was listed. It reads the status directly after readFacts(), while what the kernel needs for that
-/// is still in the processor's cache: reading it after sorting makes a listing 6 % slower.
+/// The files of filesByTime(), as the host gets them. Each entry keeps what it reads here: it describes the
+/// file as it was when it was listed. It reads the status directly after readFacts(), while what the kernel
+/// needs for that is still in the processor's cache: reading it after sorting makes a listing 6 % slower.
 QFileInfoList infosByTime(const QDir &directory)
 {
     QFileInfoList unsorted;
@@ -763,7 +763,8 @@ QFileInfoList infosByTime(const QDir &directory)
 /// images, the JPEG files of all folders and then the PNG files of all folders, and one for anything else.
 using Passes = QVector<QStringList>;
 
-/// Calls visit(folder, set up to list its files oldest first) for each existing folder of each pass.
+/// Calls visit(folder) for each existing folder of each pass. The folder is set up to list its files oldest
+/// first.
 template <typename Visit>
 void forEachFolder(eStorageType storage, const Passes &passes, eDIRECTORY_FILTER filter, Visit visit)
 {

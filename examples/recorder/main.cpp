@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// recorder LOCATION SUFFIX SECONDS PERCENT [INPUT...]: makes recordings of SECONDS with ffmpeg until SIGTERM,
-// and deletes the oldest files so that PERCENT of the card remain free. Prints the path of each recording
-// once it is on the card. INPUT is the input for ffmpeg (-f v4l2 -i /dev/video0), by default a test picture.
+// recorder LOCATION SUFFIX SECONDS PERCENT [INPUT...]: makes recordings of SECONDS seconds with ffmpeg until
+// SIGTERM, and keeps PERCENT % of the card free by deleting the oldest files. Prints the path of a recording
+// once it is on the card. INPUT is ffmpeg's input (-f v4l2 -i /dev/video0), by default a test picture.
 //
 // A card can block for seconds, and forever if it hangs. One thread does everything that uses the card, and
 // the event loop of main() stays free. docs/integration.md quotes what is between two lines "//! [name]".
@@ -65,8 +65,7 @@ QString createNext()
 //! [exists]
 
 //! [claim]
-/// Only its file reserves a number, so nobody else may take one before the file exists. vornfh takes the same
-/// lock.
+/// Only its file reserves a number, so this lock, which vornfh takes too, is held until the file exists.
 QString claim(const QString &location)
 {
     VornFileHandler::createFolder(location);
@@ -78,7 +77,7 @@ QString claim(const QString &location)
 //! [claim]
 
 //! [prune]
-/// Deletes the files with the oldest numbers until @p percent of the card are free. Write-protected files
+/// Deletes the files with the oldest numbers until @p percent % of the card is free. Write-protected files
 /// remain, and so do @p current and the newest recording, after which the numbering continues.
 void prune(QStorageInfo &card, int percent, const QString &current)
 {
@@ -123,7 +122,8 @@ public:
 
 private:
     //! [check]
-    /// Called every second. Ends a recording if the card is full, read-only or removed, and begins the next.
+    /// Called every second. Ends the recording if the card is full, read-only or removed. If none is running,
+    /// begins the next one when the card has space.
     void check()
     {
         constexpr qint64 RESERVE = 1 << 20; // bytes for the end of a recording and its thumbnail
@@ -143,7 +143,7 @@ private:
         } else if (isStopping) {
             thread()->quit();
         } else if (isWritable && free > RESERVE) {
-            begin(std::min<qint64>(free, 1 << 30)); // FAT allows 4 GiB
+            begin(std::min<qint64>(free, 1 << 30)); // at most 1 GiB; FAT allows 4 GiB
         }
     }
     //! [check]
@@ -185,7 +185,7 @@ private:
                 VornFileHandler::deleteFile(file);
         }
         if (!mIsSaved || !save({mThumbnail, mPath}))
-            return show(mPath, "is missing or incomplete on the card");
+            return show(mPath, "missing or incomplete on the card");
         QTextStream(stdout) << mPath << Qt::endl;
         if (mFfmpeg.exitCode() == 0)
             QTimer::singleShot(0, this, &Recorder::check); // the next one begins at once

@@ -23,7 +23,7 @@ Q_DECLARE_METATYPE(Folders)
 
 /// Reads, protects and deletes what is on the storage devices. Runs in its own thread, because every
 /// operation waits for a storage device. When a storage device comes or goes, or a folder changes, it reads
-/// what is shown again.
+/// again what is shown.
 class Catalog : public QObject
 {
     Q_OBJECT
@@ -35,8 +35,8 @@ public slots:
     void start();
     /// Reads the state of the storage devices and what show() has selected.
     void read();
-    /// Selects the storage device whose folders, and the folder whose objects are read; no objects for an
-    /// empty @p folder.
+    /// Selects the storage device whose folders are read and the folder whose objects are read. If @p folder
+    /// is empty, no objects are read.
     void show(int storage, const QString &folder);
     /// Reads the metadata of an object.
     void describe(const MediaObject &object);

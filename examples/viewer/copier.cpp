@@ -81,8 +81,8 @@ QString extensionOf(const QString &file)
     return file.mid(file.lastIndexOf('.') + 1);
 }
 
-/// The path of the next recording that is free for every extension, without the extension. Requires the lock
-/// of the location.
+/// The path of the next recording up to the dot before its extension. The number is free for every extension.
+/// Requires the lock of the location.
 QString nextBasePath(eStorageType target)
 {
     constexpr int LAST_NUMBER = 9999;
@@ -90,7 +90,8 @@ QString nextBasePath(eStorageType target)
                                     MKV_FILE_EXT,  WAV_FILE_EXT, THUMB_FILE_EXT};
     int number = VornFileHandler::getNextFileNum(target);
     const int folder = VornFileHandler::getLastDirectoryNum(target);
-    // The numbering does not see a thumbnail that is alone, and starts again after its last number.
+    // The number can be taken: the numbering ignores a thumbnail without a recording, and starts again at 1
+    // after number 9999 of folder 999.
     for (; number <= LAST_NUMBER; ++number) {
         const QString path = VornFileHandler::getFilePath(target, folder, number, QString());
         if (std::none_of(extensions.begin(), extensions.end(),
@@ -100,7 +101,7 @@ QString nextBasePath(eStorageType target)
     throw Failure{Copier::tr("The storage device has no numbers left")};
 }
 
-/// The folder of the next recording, which is created if it is missing.
+/// The current folder, which is created if it is missing.
 QString folderOf(eStorageType target)
 {
     const QString folder = VornFileHandler::getDirPath(target, VornFileHandler::getLastDirectoryNum(target));

@@ -13,7 +13,7 @@ void registerTypes();
 /// Gives QML the viewer, the input mode and the pictures.
 void setUpEngine(QQmlEngine &engine, Viewer &viewer);
 
-/// Sets the language of the interface, "de" or "en", its fonts and its way of writing numbers.
+/// Sets the language of the interface, "de" or "en", its fonts, and the format of numbers and dates.
 void setUpApplication(const QString &language);
 
 #endif // ENGINE_H

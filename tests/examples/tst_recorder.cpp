@@ -370,7 +370,7 @@ void RecorderTest::keepsWhatWasRecordedWhenTheCardFails()
         mCard->pullOut();
     else
         mCard->turnReadOnly();
-    QTRY_VERIFY_WITH_TIMEOUT(recorder.hasShown(recording(1) + ": is missing or incomplete on the card"),
+    QTRY_VERIFY_WITH_TIMEOUT(recorder.hasShown(recording(1) + ": missing or incomplete on the card"),
                              TIMEOUT);
     QTRY_VERIFY_WITH_TIMEOUT(recorder.hasShown(location() + ": " + reason), TIMEOUT);
     QCOMPARE(recorder.recorded(), QStringList());
@@ -438,7 +438,7 @@ void RecorderTest::leavesNothingWithoutInput()
     insertCard();
     const StandIns programs(hasFfmpeg ? StandIns::BeforeTheRealOnes : StandIns::Alone);
     RunningRecorder recorder(location(), 1, 0, {"-f", "v4l2", "-i", "/dev/missing"});
-    QTRY_VERIFY_WITH_TIMEOUT(recorder.hasShown(recording(1) + ": is missing or incomplete on the card"),
+    QTRY_VERIFY_WITH_TIMEOUT(recorder.hasShown(recording(1) + ": missing or incomplete on the card"),
                              TIMEOUT);
     QCOMPARE(recorder.stop(), 0);
     QCOMPARE(recorder.recorded(), QStringList());

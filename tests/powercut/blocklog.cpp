@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
-// blocklog DIRECTORY LOG IMAGE...: a file system with the files disk0, disk1, ..., one for each IMAGE, and
-// report. What is written to a disk, each flush of it, and what is written to report is appended to LOG in
-// the order in which it happens. Runs in the foreground until the file system is unmounted.
+// blocklog DIRECTORY LOG IMAGE...: a file system with the files "disk0", "disk1", ..., one for each IMAGE,
+// and the file "report". What is written to a disk, each flush of it, and what is written to "report" are
+// appended to LOG in the order in which they happen. Runs in the foreground until the file system is
+// unmounted.
 #define FUSE_USE_VERSION 31
 
 #include "blocklog.h"

@@ -289,8 +289,8 @@ bool hasMark(const Snapshot &state, const QByteArray &folder)
     });
 }
 
-/// While a file is replaced on exFAT, its name can be missing. The first file that the mark names and that is
-/// there gets the name from the next command, and must be whole.
+/// While a file is replaced on exFAT, its name can be missing. The next command gives the name to the first
+/// file named in the mark that is there, so that file must be whole.
 bool isBeingReplaced(const QByteArray &path, const Snapshot &state, const QByteArrayList &contents)
 {
     const QByteArray folder = folderOf(path);
@@ -779,10 +779,11 @@ void PowerCutTest::reportedIsKept_data()
     row("unprotect-in-a-longer-folder", Scenario{Scenario::Whole,
                                                  longer + Tree{"sd/DCIM/100ABC/DCF_0004.wav is protected"},
                                                  {"unprotect", "@/sd/DCIM/100ABC"}});
-    row("rmdir-without-a-protected-object", Scenario{Scenario::Deletes,
-                                                     CARD + Tree{"sd/DCIM/100ABC/DCF_0002.wav is protected"},
-                                                     {"rmdir", "sd", "100ABC", "--yes"},
-                                                     1});
+    row("rmdir-that-leaves-a-protected-object",
+        Scenario{Scenario::Deletes,
+                 CARD + Tree{"sd/DCIM/100ABC/DCF_0002.wav is protected"},
+                 {"rmdir", "sd", "100ABC", "--yes"},
+                 1});
     row("rmdir", Scenario{Scenario::Deletes,
                           CARD + Tree{"sd/DCIM/kept/DCF_0001.wav = three"},
                           {"rmdir", "sd", "100ABC", "--yes"}});

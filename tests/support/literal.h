@@ -4,9 +4,9 @@
 
 #include "vornfilehandler.h"
 
-/// The rules of listings, numbering and JSON as plain calls of Qt. The library takes faster ways, which must
-/// lead to the same results and the same diagnostic lines, also if the disk fails or names are unusual. What
-/// Qt itself prints about invalid patterns and paths is suppressed here; the library must not cause it.
+/// The rules of listings, numbering and JSON as plain calls of Qt. The library uses faster methods, which
+/// must give the same results and the same diagnostic lines, even if the disk fails or names are unusual.
+/// What Qt itself prints about invalid patterns and paths is suppressed here; the library must not cause it.
 namespace literal {
 
 using namespace VORN_FILE_HANDLER;

@@ -16,7 +16,7 @@
 
 namespace {
 
-/// A call of the tool that the device fails.
+/// A system call of the tool that fails, as on a faulty device.
 struct Fault {
     QByteArray call;
     int number;
@@ -333,7 +333,8 @@ QByteArray problemOf(const Fault &fault, const Run &good, const Run &bad)
 
 } // namespace
 
-/// Every command that writes, on a device of which one call fails, or all from that one on. See faultyio.cpp.
+/// Every command that writes, on a device where one call fails, or that call and all later ones. See
+/// faultyio.cpp.
 class VornfhFaultsTest : public QObject
 {
     Q_OBJECT

@@ -8,8 +8,8 @@
 #include <QTest>
 #include <QVector>
 
-/// Standard output cannot be written: it is closed, a full device, or a pipe without a reader. Where colours
-/// are printed.
+/// Standard output that cannot be written to (closed, a full device, or a pipe without a reader), and where
+/// colours are printed.
 class VornfhOutputTest : public QObject
 {
     Q_OBJECT
@@ -192,8 +192,8 @@ void VornfhOutputTest::messagesAreNeverWrittenIntoFiles_data()
     row("all-closed", "<&- >&- 2>&-");
 }
 
-/// With few descriptors, files are copied in many batches, and the first free descriptor is that of one file
-/// after the other.
+/// With few descriptors, files are copied in many batches, and one file after another gets the lowest free
+/// descriptor, which must not be that of standard output or standard error.
 void VornfhOutputTest::messagesAreNeverWrittenIntoFiles()
 {
     QFETCH(QString, redirection);

@@ -406,8 +406,9 @@ void VornfhRecorderTest::endsIfTheInputEnds_data()
         row("recording" + name, QByteArrayList{"--duration", "0"}, fails);
         row("segments" + name, QByteArrayList{"--segment", "60", "--type", "mkv"}, fails);
     }
-    row("duration-of-a-camera-that-is-disconnected", QByteArrayList{"--duration", "3600"}, true);
-    row("segments-with-a-duration-of-a-camera-that-is-disconnected",
+    row("recording-of-a-camera-that-is-disconnected-before-the-duration-ends",
+        QByteArrayList{"--duration", "3600"}, true);
+    row("segments-of-a-camera-that-is-disconnected-before-the-duration-ends",
         QByteArrayList{"--segment", "60", "--duration", "3600"}, true);
 }
 
@@ -535,8 +536,7 @@ void VornfhRecorderTest::lowersTheLimitToTheLargestFile_data()
     row("video-elsewhere", QByteArray("avi"), false, QByteArray("8G"), QByteArray());
     row("less-than-the-largest-file", QByteArray("mkv"), true, QByteArray("3G"), QByteArray());
     row("time", QByteArray("avi"), true, QByteArray("24h"),
-        QByteArray(
-            "on this file system, a file of this type can have at most 3.9 GiB; a segment ends there"));
+        QByteArray("a file of this type on this file system can be at most 3.9 GiB; a segment ends there"));
     row("time-elsewhere", QByteArray("avi"), false, QByteArray("24h"), QByteArray());
     row("time-of-audio-elsewhere", QByteArray("wav"), false, QByteArray("24h"), QByteArray());
 }
@@ -581,7 +581,7 @@ void VornfhRecorderTest::reportsTheLargestSizeOfAnEndlessRecording()
     QCOMPARE(outcome.out, tool.expand(paths(1, 1, type)));
     QCOMPARE(
         outcome.err.contains(
-            "on this file system, a file of this type can have at most 3.9 GiB; the recording ends there\n"),
+            "a file of this type on this file system can be at most 3.9 GiB; the recording ends there\n"),
         isReported);
 }
 

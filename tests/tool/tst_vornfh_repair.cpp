@@ -43,8 +43,8 @@ QByteArray headerOf(const QByteArray &extension)
                               : content.left(content.indexOf("data") + 8);
 }
 
-/// The number of frames or samples that can be decoded, as a line for each.
-QByteArray framesIn(const QString &path)
+/// The sizes of the packets that can be read, one per line.
+QByteArray packetSizesIn(const QString &path)
 {
     return outputOf("ffprobe", {"-v", "error", "-of", "csv=p=0", "-show_entries", "packet=size", path});
 }
@@ -133,10 +133,10 @@ void VornfhRepairTest::closesRecordings()
     writeFile(path, content);
     setModified(QFile::encodeName(path), 1000000000000);
     setMode(tool, "sd/DCIM/100ABC/" + file, 0640);
-    const QByteArray frames = framesIn(path);
+    const QByteArray sizes = packetSizesIn(path);
     QCOMPARE(tool.runOnStorages({"repair", "sd"}), tool.success(linesOf({file + ": closed"})));
     QVERIFY(!tool.runOnStorages({"check", "sd"}).out.contains("repairable"));
-    QCOMPARE(framesIn(path), frames);
+    QCOMPARE(packetSizesIn(path), sizes);
     const struct stat status = statusOf(tool, "sd/DCIM/100ABC/" + file);
     QCOMPARE(status.st_mtime, 1000000000L);
     QCOMPARE(status.st_mode & 0777, 0640U);

@@ -645,8 +645,8 @@ void VornfhStatusTest::hintsAtRepair()
     makeTree(tool.path() + "/sd", entries);
     const Tree before = treeWithContents(tool.path());
     const Outcome text = tool.runOnStorages({"status", "sd"});
-    const QByteArray count = QByteArray::number(paths.size()) + (paths.size() == 1 ? " file" : " files");
-    const QByteArray hint = count + ", such as @/sd/" + paths.value(0) + "; try vornfh repair sd --dry-run";
+    const QByteArray count = paths.size() == 1 ? "" : QByteArray::number(paths.size()) + " files, such as ";
+    const QByteArray hint = count + "@/sd/" + paths.value(0) + "; try vornfh repair sd --dry-run";
     QCOMPARE(lineOf(text, "to repair"), paths.isEmpty() ? QByteArray() : tool.expand(hint));
     QCOMPARE(lineOf(text, "verdict"), QByteArray("ok"));
     QCOMPARE(text.exitCode, 0);

@@ -462,7 +462,7 @@ void VornfhTransferTest::leavesNoThumbnailAloneWhenKilled_data()
         folder + Tree{"100ABC/DCF_0001.jpg", "101ABC/DCF_0001.jpg", "101ABC/DCF_0001.thumb"});
 }
 
-/// Neither a command that was killed nor its repetition does.
+/// Neither a command that was killed nor its repetition leaves a thumbnail without its recording.
 void VornfhTransferTest::leavesNoThumbnailAloneWhenKilled()
 {
     QFETCH(QByteArray, call);

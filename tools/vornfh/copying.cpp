@@ -143,8 +143,8 @@ void Transfer::lock()
     mMount = mountOf(mPath);
 }
 
-/// The path that the library tries first for a copy of a file with that name (@p counter is 0), and those it
-/// tries if it is taken.
+/// The path that the library tries for a copy of a file called @p name when @p counter other paths, which it
+/// tries first, are taken.
 QString Transfer::candidate(const QString &name, int counter) const
 {
     if (counter == 0)
@@ -213,8 +213,9 @@ bool Transfer::isThereOrFree(Item &item, const QString &path, bool &isThere) con
 }
 
 /// Finds what an earlier run copied: files that have the same content and one of the names that copies would
-/// get. Those of an object that are missing can still join the others. Throws FileFailure if the first is
-/// there with another second one, and that is a conflict.
+/// get. Those of an object that are missing can still join the others. With Conflict::Fail, throws
+/// FileFailure if a copy of the first file is there but another file of the object differs from what is
+/// there.
 void Transfer::findExisting(Group &group, Conflict conflict)
 {
     for (int counter = 0; counter <= LAST_COUNTER; ++counter) {

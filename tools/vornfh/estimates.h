@@ -30,7 +30,7 @@ struct ObjectSummary {
     qint64 count = 0;
     qint64 protectedCount = 0;
     qint64 largest = 0;                      // size of the largest of the last 100 objects
-    std::array<ObjectSizes, AUDIO + 1> last; // of the last 100 objects by PHOTO, VIDEO and AUDIO
+    std::array<ObjectSizes, AUDIO + 1> last; // of the last 100 of each kind
     std::vector<LastVideo> videos;           // the last ones that are not empty, newest first
 };
 

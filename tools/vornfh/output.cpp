@@ -30,8 +30,8 @@ std::optional<int> terminalWidth()
 
 constexpr int SPACING = 2; // between two columns
 
-/// @p widths in which the first column is as much smaller as needed for rows of @p room cells, but not
-/// smaller than its least useful width.
+/// @p widths with the first column narrowed as far as needed for rows of @p room cells, but not below its
+/// smallest useful width.
 QVector<int> fitted(QVector<int> widths, int room)
 {
     constexpr int SMALLEST = 8;

@@ -69,8 +69,8 @@ inline const QString FULL = "the storage device is full";
 
 QString silenceText(const RecorderSettings &settings);
 
-/// Returns why the recording is incomplete although @p ffmpeg has ended without a failure; empty if it is
-/// not: the input has failed, or it has ended although the recording has no duration.
+/// Returns why the recording is incomplete although @p ffmpeg has ended without a failure: the input has
+/// failed, or it has ended although the recording has no duration. Empty if the recording is complete.
 QString whyIncomplete(const RecorderSettings &settings, const Ffmpeg &ffmpeg);
 
 /// Returns whether the signal that interrupted the recording is its normal end.
@@ -121,11 +121,11 @@ struct Ending {
     bool hasLostData = false;
 };
 
-/// A recording that has its thumbnail and is on the device.
+/// What finishRecording() has achieved.
 struct FinishedRecording {
     QString path;
-    bool isReportable; // all of it is on the device
-    QList<FileFailure> problems;
+    bool isReportable;           // all of it is on the device
+    QList<FileFailure> problems; // such as a thumbnail that could not be made
 
     /// Prints the path and the problems. Returns whether there are none.
     bool report() const;

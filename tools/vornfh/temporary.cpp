@@ -153,7 +153,7 @@ Replacement replacementIn(const QString &path)
         mark.open(QIODevice::ReadOnly) ? mark.readAll().split('\n') : QByteArrayList();
     const QString folder = QFileInfo(path).path() + "/";
     Replacement found;
-    for (int i = 1; i + 1 < names.size(); ++i) { // the last line is complete
+    for (int i = 1; i + 1 < names.size(); ++i) { // the last one may be incomplete
         const QString file = folder + QFile::decodeName(names[i]);
         if (i == 1)
             found.path = names[i].contains('/') ? QString() : file;

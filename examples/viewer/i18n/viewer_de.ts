@@ -163,7 +163,7 @@
         <translation>Keine Aufnahmen</translation>
     </message>
     <message>
-        <source>What you record appears here.</source>
+        <source>Your recordings will appear here.</source>
         <translation>Hier erscheint, was Sie aufnehmen.</translation>
     </message>
     <message>

@@ -89,7 +89,7 @@ FocusScope {
         visible: folders.count === 0 && !viewer.isLoading
         icon: "device" + viewer.storage
         title: viewer.isStoragePresent ? qsTr("No recordings") : viewer.storageTitle
-        hint: viewer.isStoragePresent ? qsTr("What you record appears here.")
+        hint: viewer.isStoragePresent ? qsTr("Your recordings will appear here.")
                                       : qsTr("Insert the storage device to see its recordings.")
     }
     Label {

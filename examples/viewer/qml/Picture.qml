@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 import QtQuick 2.15
 
-/// A picture of a storage device.
+/// A picture that is read from a storage device.
 Image {
     /// False until the picture has been read, and if it cannot be read.
     readonly property bool isShown: status === Image.Ready && implicitWidth > 0

@@ -83,7 +83,7 @@ FocusScope {
         video.stop()
         describeTimer.restart()
     }
-    Timer { // not for every picture that is only passed
+    Timer { // so that pictures that are only passed are not described
         id: describeTimer
         interval: 150
         onTriggered: viewer.describe(page.base)

@@ -87,9 +87,11 @@ void addCheck(CommandLine &line)
         .add_flag("--read-all", request->options.isReadingAll,
                   "Read every byte, and decode all files with ffmpeg")
         ->excludes(names);
-    command.add_flag("--dcf", request->options.isDcf,
-                     "Require the names of the camera standard (DCF): folders of three digits and five\n"
-                     "characters A-Z 0-9 _, files of four characters and four digits, short names on FAT");
+    command.add_flag(
+        "--dcf", request->options.isDcf,
+        "Require names that follow the camera standard (DCF): for folders, three digits and five\n"
+        "characters A-Z 0-9 _; for files, four such characters, four digits, and an extension\n"
+        "of at most three characters");
     addDocumentOptions(command, "Print an object with the findings");
     command.footer("Example: vornfh --sd /mnt/sd/DCIM check sd --read-all");
 }

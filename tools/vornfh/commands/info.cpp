@@ -88,7 +88,8 @@ public:
     Reader(const Reader &) = delete;
     Reader &operator=(const Reader &) = delete;
 
-    /// Path number @p index, once it has been read. Call this once for each. Throws what read() throws.
+    /// Waits until path number @p index has been read, and returns the result. Call this once for each.
+    /// Throws what read() throws.
     const Reading &reading(size_t index)
     {
         mTasks[index].get_future().get();

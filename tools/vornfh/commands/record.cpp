@@ -60,8 +60,9 @@ RecorderSettings settingsFor(const Storage &storage, const Request &request)
     return settings;
 }
 
-/// Prints a line if a file cannot become as large as was requested, or if only its largest size ends it. WAV
-/// files that are divided by time are left out: they are far smaller.
+/// Prints a line if a file cannot become as large as was requested, if only its largest size ends it, or if
+/// the file system can end a segment before its time. The WAV format can do so too, but only after hours,
+/// which is not reported.
 void reportLargestSize(const RecorderSettings &settings)
 {
     const QString folder = nearestExisting(settings.storage.location);
@@ -74,7 +75,7 @@ void reportLargestSize(const RecorderSettings &settings)
                            "segments end at %2")
                        .arg(humanSize(settings.segmentBytes), humanSize(largest)));
     else if ((settings.segmentSeconds > 0 && isLimited) || (isEndless && (isLimited || kind == AUDIO)))
-        printError(QString("on this file system, a file of this type can have at most %1; %2 ends there")
+        printError(QString("a file of this type on this file system can be at most %1; %2 ends there")
                        .arg(humanSize(largest), isEndless ? "the recording" : "a segment"));
 }
 

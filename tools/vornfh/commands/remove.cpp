@@ -101,8 +101,8 @@ void deleteFile(const QString &resolved, const QString &path)
         throw FileFailure(path, "cannot be deleted: " + errorText(errno));
 }
 
-/// Deletes files and reports them when that is on the device. A recording is deleted after its thumbnail, so
-/// that no thumbnail is ever alone.
+/// Deletes files, and reports them once the deletion is on the device. A recording is deleted after its
+/// thumbnail, so that no thumbnail is ever alone.
 class Deletion
 {
 public:

@@ -101,8 +101,8 @@ bool isStillDeletable(const Finding &finding, const QString &path, const struct 
     return leftovers.areSafeToDelete() && leftovers.paths.contains(path);
 }
 
-/// Returns whether a recording of which every byte can be read contains nothing that ffprobe finds. The
-/// recorder may have been killed before the first frame.
+/// Returns whether every byte of a recording can be read but ffprobe finds nothing in it. The recorder may
+/// have been killed before the first frame.
 bool isWithoutContent(const QString &path)
 {
     return missingProgram({"ffprobe"}).isEmpty() && packetsIn(path, 1) <= 0 && !readingErrorOf(path);

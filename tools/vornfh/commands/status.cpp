@@ -357,10 +357,11 @@ void print(const Room &room, const std::optional<ObjectSummary> &objects)
 
 void printHint(const QList<Finding> &repairable, const QString &storage)
 {
-    if (!repairable.isEmpty())
-        print("to repair",
-              QString("%1, such as %2; try vornfh repair %3 --dry-run")
-                  .arg(counted(repairable.size(), "file"), printable(repairable.first().path), storage));
+    if (repairable.isEmpty())
+        return;
+    const QString count = repairable.size() == 1 ? "" : counted(repairable.size(), "file") + ", such as ";
+    print("to repair",
+          count + printable(repairable.first().path) + "; try vornfh repair " + storage + " --dry-run");
 }
 
 void print(const Status &status)
