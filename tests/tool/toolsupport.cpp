@@ -43,6 +43,8 @@ ToolRun::ToolRun() : environment(QProcessEnvironment::systemEnvironment())
 {
     environment.insert("HOME", path());
     environment.insert("XDG_DATA_HOME", path() + "/data");
+    environment.insert("VORNFH_CONFIG", "/dev/null"); // rather than a config file of this machine
+    environment.remove("XDG_CONFIG_HOME");
     environment.insert("TZ", "UTC");
     environment.insert("LC_ALL", "C");
 }

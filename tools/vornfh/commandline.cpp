@@ -4,9 +4,12 @@
 #include "output.h"
 #include "text.h"
 
+#include <algorithm>
 #include <memory>
 
 namespace {
+
+const std::string VERSION = "vornfh " VORNFH_VERSION;
 
 /// Shows an argument without the number of its values.
 class NameOnly : public CLI::Formatter
@@ -14,6 +17,17 @@ class NameOnly : public CLI::Formatter
 public:
     std::string make_option_usage(const CLI::Option *option) const override { return option->get_name(); }
 };
+
+/// Throws UsageError for an option such as "--config=": the parser would use the next argument as its value.
+void requireValues(const std::vector<std::string> &arguments)
+{
+    for (const std::string &argument : arguments) {
+        if (argument == "--")
+            return;
+        if (argument.compare(0, 2, "--") == 0 && argument.find('=') == argument.size() - 1)
+            throw UsageError(QString::fromStdString(argument).chopped(1) + ": the value is empty");
+    }
+}
 
 ExitCode report(const std::exception &error, ExitCode exitCode)
 {
@@ -27,7 +41,7 @@ CommandLine::CommandLine()
     : mApp("Manages the media of a camera: numbered folders with numbered files on storage devices.",
            "vornfh")
 {
-    mApp.set_version_flag("--version", "vornfh " VORNFH_VERSION);
+    mApp.set_version_flag("--version", VERSION);
     mApp.require_subcommand(1);
     mApp.get_formatter()->label("SUBCOMMAND", "COMMAND");
     mApp.fallthrough(); // the options common to all commands may follow the command
@@ -63,10 +77,25 @@ UsageError CommandLine::noCommand() const
                           .arg(word, word.startsWith('-') ? "an option" : "a command"));
 }
 
+bool CommandLine::isHelpRequested() const
+{
+    const std::vector<const CLI::App *> commands =
+        mApp.get_subcommands([](const CLI::App *) { return true; });
+    return mApp.get_help_ptr()->count() > 0
+           || std::any_of(commands.begin(), commands.end(),
+                          [](const CLI::App *command) { return command->get_help_ptr()->count() > 0; });
+}
+
 ExitCode CommandLine::reportParseError(const CLI::ParseError &error) const
 {
+    const bool isConfigError = dynamic_cast<const CLI::ConfigError *>(&error);
+    // The parser reads the config file before it prints the help or the version.
+    if (isConfigError && isHelpRequested())
+        return static_cast<ExitCode>(mApp.exit(CLI::CallForHelp()));
+    if (isConfigError && mApp.get_version_ptr()->count() > 0)
+        return static_cast<ExitCode>(mApp.exit(CLI::CallForVersion(VERSION, DONE)));
     // The parser's message does not name the file.
-    if (dynamic_cast<const CLI::ConfigError *>(&error))
+    if (isConfigError)
         return report(std::runtime_error(mApp.get_config_ptr()->as<std::string>() + ": " + error.what()),
                       WRONG_COMMAND_LINE);
     if (dynamic_cast<const CLI::RequiredError *>(&error) && mApp.get_subcommands().empty())
@@ -86,6 +115,7 @@ ExitCode CommandLine::runCommand()
 ExitCode CommandLine::run(int argc, char *argv[])
 {
     try {
+        requireValues({argv, argv + argc});
         mApp.parse(argc, argv);
         return runCommand();
     } catch (const CLI::Success &help) { // --help and --version

@@ -41,6 +41,7 @@ private:
 
     CLI::App &addCommand(const std::string &name, const std::string &description, const Command &command);
     ExitCode runCommand();
+    bool isHelpRequested() const;
     UsageError noCommand() const;
     ExitCode reportParseError(const CLI::ParseError &error) const;
 

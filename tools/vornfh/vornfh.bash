@@ -44,7 +44,8 @@ _vornfh_options()
                      --timeout' ;;
         folders) echo '--filter --json' ;;
         list) echo '--images --videos --audio --thumbs --filter --json' ;;
-        count | info | status) echo '--json' ;;
+        count | info) echo '--json' ;;
+        status) echo '--json --verbose' ;;
         repair) echo '--dry-run' ;;
         check) echo '--names --read-all --dcf --json' ;;
         gallery) echo '--output --page-size --force --probe' ;;
