@@ -96,7 +96,7 @@ void VornfhStoragesTest::refusesWrongCommandLines_data()
     row("unknown-command", {"--sd", "@/sd", "bogus", "sd"}, notACommand("bogus"));
     row("unknown-command-with-an-escape-sequence", {"\x1b[1m\xff"}, notACommand("\\x1b[1m\\xff"));
     row("unknown-option-without-a-command", {"--bogus"}, "'--bogus' is not an option; see vornfh --help");
-    row("unknown-option", {"count", "sd", "--bogus"}, "The following argument was not expected: --bogus");
+    row("unknown-option", {"count", "sd", "--bogus"}, "'--bogus' is not an option; see vornfh count --help");
     row("no-storage", {"count"}, "STORAGE is required");
     row("unknown-storage", {"count", "floppy"}, messages::unknownStorage("floppy"));
     row("storage-not-configured", {"--sd", "@/sd", "count", "usb"}, messages::notConfigured("usb"));
