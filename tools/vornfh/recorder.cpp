@@ -220,6 +220,17 @@ QStringList codecArguments(const RecorderSettings &settings)
     }
 }
 
+QString ffmpegCommand(const RecorderSettings &settings, const QString &path)
+{
+    QStringList words = inputArguments(settings, path) + codecArguments(settings)
+                        + QStringList{"-f", containerOf(settings.type)} + fileOutput(path);
+    for (QString &word : words) {
+        if (unsafeCharacter(word) >= 0)
+            word = "'" + word.replace("'", "'\\''") + "'";
+    }
+    return "ffmpeg " + words.join(' ');
+}
+
 QString silenceText(const RecorderSettings &settings)
 {
     return QString("the input has delivered no data for %1 s").arg(settings.timeout);

@@ -15,7 +15,7 @@ _vornfh_reply()
 _vornfh_values()
 {
     case $1 in
-        --config | --output | -o | --input) _vornfh_reply -o filenames -f -- "$2" ;;
+        --config | --output | -o | --input | --files-from) _vornfh_reply -o filenames -f -- "$2" ;;
         --mmc | --sd | --usb) _vornfh_reply -o filenames -d -- "$2" ;;
         --mmc-block | --sd-block | --usb-block)
             _vornfh_reply -W "$(awk 'NR > 2 { print $4 }' /proc/partitions)" -- "$2"
@@ -41,20 +41,22 @@ _vornfh_options()
 {
     case $1 in
         record) echo '--type --count --duration --segment --loop --keep-free --input --input-format --size --rate
-                     --timeout' ;;
+                     --timeout --dry-run' ;;
         folders) echo '--filter --json' ;;
         list) echo '--images --videos --audio --thumbs --filter --json' ;;
-        count | info) echo '--json' ;;
+        count) echo '--json' ;;
+        info) echo '--files-from --null --json' ;;
+        comment | mkdir) echo '--dry-run' ;;
         status) echo '--json --verbose' ;;
-        repair) echo '--dry-run' ;;
+        repair | protect | unprotect) echo '--files-from --null --dry-run' ;;
         check) echo '--names --read-all --dcf --json' ;;
-        gallery) echo '--output --page-size --force --probe' ;;
-        copy) echo '--only' ;;
-        move) echo '--only --force' ;;
-        offload) echo '--move --since --folder --type' ;;
-        delete) echo '--only --force' ;;
-        rmdir | wipe) echo '--yes --force' ;;
-        prune) echo '--keep-free --max-size --keep-last --keep-within --json' ;;
+        gallery) echo '--output --page-size --force --probe --dry-run' ;;
+        copy) echo '--only --files-from --null --dry-run' ;;
+        move) echo '--only --force --files-from --null --dry-run' ;;
+        offload) echo '--move --since --folder --type --dry-run' ;;
+        delete) echo '--only --force --files-from --null --dry-run' ;;
+        rmdir | wipe) echo '--yes --force --dry-run' ;;
+        prune) echo '--keep-free --max-size --keep-last --keep-within --json --dry-run' ;;
     esac
 }
 
@@ -99,7 +101,7 @@ _vornfh()
     for ((i = 1; i < COMP_CWORD; ++i)); do
         word=${COMP_WORDS[i]}
         case $word in
-            --config | --output | -o | --input | --mmc | --sd | --usb | --*-block | --type | --filter | \
+            --config | --output | -o | --input | --files-from | --mmc | --sd | --usb | --*-block | --type | --filter | \
                 --suffix | --count | --duration | --segment | --input-format | --size | --rate | --timeout | \
                 --page-size | --keep-free | --max-size | --keep-last | --keep-within | --since | --folder)
                 isValue=yes

@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "commands.h"
 #include "device.h"
+#include "dryrun.h"
 #include "durable.h"
 #include "files.h"
 #include "folders.h"
 #include "media.h"
+#include "output.h"
 #include "paths.h"
 #include "signals.h"
+#include "text.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -169,7 +172,7 @@ void writeCommentTo(const Descriptor &copy, const QString &path, const QString &
         throw FileFailure(path, "the comment reads back differently; the file is unchanged");
 }
 
-ExitCode writeComment(const QString &given, const QString &text)
+ExitCode writeComment(const QString &given, const QString &text, bool isDryRun)
 {
     const QString path = QFileInfo(fromRoot(given)).canonicalFilePath();
     struct stat status = {};
@@ -179,10 +182,16 @@ ExitCode writeComment(const QString &given, const QString &text)
     catchStopSignals();
     Exiv2::LogMsg::setLevel(Exiv2::LogMsg::mute);
     reportProblems(path);
-    removeLeftovers(photo.folder());
+    if (!isDryRun)
+        removeLeftovers(photo.folder());
     reportUnreadable(photo.folder());
     const Descriptor copy = photo.inMemory();
     writeCommentTo(copy, path, text);
+    if (isDryRun) {
+        requireTemporaryFile(photo.folder(), path);
+        printLine(printable(path));
+        return DONE;
+    }
     photo.replaceContent(copy.get());
     return DONE;
 }
@@ -194,11 +203,12 @@ void addComment(CommandLine &line)
     struct Request {
         std::string path;
         std::string text;
+        bool isDryRun = false;
     };
     const auto request = std::make_shared<Request>();
     const auto run = [request] {
         const QString path = fromCommandLine(request->path, "the path");
-        return writeComment(path, fromCommandLine(request->text, "the comment"));
+        return writeComment(path, fromCommandLine(request->text, "the comment"), request->isDryRun);
     };
     CLI::App &command = line.addIndependent(
         "comment",
@@ -212,5 +222,6 @@ void addComment(CommandLine &line)
                     "The comment; if it begins with '-', precede it with the argument '--'")
         ->required()
         ->type_name("");
+    addDryRun(command, request->isDryRun);
     command.footer("Example: vornfh comment /mnt/sd/DCIM/100VORN/DCF_0001.jpg 'Pier 3, left side'");
 }

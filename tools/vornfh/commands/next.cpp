@@ -51,5 +51,5 @@ void addNext(CommandLine &line)
         ->required()
         ->check(CLI::IsMember({"avi", "mkv", "jpg", "png", "wav", "thumb"}).description(""))
         ->type_name("");
-    command.footer("Example: vornfh --sd /mnt/sd/DCIM next sd avi");
+    command.footer("Example: vornfh next sd avi");
 }

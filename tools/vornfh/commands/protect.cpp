@@ -2,6 +2,7 @@
 #include "commands.h"
 #include "device.h"
 #include "durable.h"
+#include "filelist.h"
 #include "files.h"
 #include "folders.h"
 #include "mounts.h"
@@ -24,12 +25,15 @@
 #include <linux/msdos_fs.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
 struct Request {
     CLI::Option *paths = nullptr;
+    FileList list;
     bool isProtecting;
+    bool isDryRun = false;
 };
 
 /// The objects of the numbered folders of storage devices. Each folder is read once.
@@ -106,9 +110,18 @@ void replaceByCopy(const QString &path, int file, const struct stat &before)
     replaceFile(copy, path);
 }
 
-/// Sets or removes the mark of a file.
-void mark(const QString &path, bool isProtecting)
+/// The error of a change of the mode of a file, as far as it is known before; 0 if there is none.
+int modeError(const QString &path, const struct stat &status)
 {
+    if (isOnReadOnlyFileSystem(path))
+        return EROFS;
+    return ::geteuid() == 0 || ::geteuid() == status.st_uid ? 0 : EPERM;
+}
+
+/// Sets or removes the mark of a file.
+void mark(const QString &path, const Request &request)
+{
+    const bool isProtecting = request.isProtecting;
     const Descriptor file = openFile(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
     struct stat status = {};
     const auto require = [&](bool isDone) {
@@ -119,6 +132,11 @@ void mark(const QString &path, bool isProtecting)
     require(::fstat(file.get(), &status) == 0);
     if (isProtectedMode(status.st_mode) == isProtecting)
         return;
+    if (request.isDryRun) {
+        errno = modeError(path, status);
+        require(errno == 0);
+        return;
+    }
     const mode_t permissions = status.st_mode & 07777 & ~ANY_WRITE;
     if (isProtecting)
         require(::fchmod(file.get(), permissions) == 0);
@@ -134,7 +152,7 @@ void mark(const QString &path, bool isProtecting)
 
 ExitCode markAll(const Request &request, const QList<Storage> &storages)
 {
-    const std::vector<std::string> arguments = request.paths->results();
+    const std::vector<std::string> arguments = namesIn(*request.paths, request.list);
     Objects objects(storages);
     QStringList marked;
     std::set<QString> seen;
@@ -152,13 +170,15 @@ ExitCode markAll(const Request &request, const QList<Storage> &storages)
         const int failed = forEachReporting(names, [&](const QString &name) {
             if (!seen.insert(name).second)
                 return;
-            mark(name, request.isProtecting);
+            mark(name, request);
             marked.append(name);
         });
         incomplete += failed > 0 ? 1 : 0;
     });
-    for (const QString &folder : folders)
-        flushFileSystem(folder);
+    for (const QString &folder : folders) {
+        if (!request.isDryRun)
+            flushFileSystem(folder);
+    }
     for (const QString &path : marked)
         printDone(printable(path));
     if (refused + incomplete > 0)
@@ -176,9 +196,11 @@ void addCommand(CommandLine &line, bool isProtecting, const char *name, const ch
     CLI::App &command = line.add(
         name, description, [&line, request] { return markAll(*request, line.storages().configured()); });
     request->paths =
-        addNames(command, "PATH...", "Files of objects, or numbered folders for all objects in them");
-    command.footer(std::string("Example: vornfh --sd /mnt/sd/DCIM ") + name
-                   + " /mnt/sd/DCIM/100VORN/DCF_0001.jpg");
+        addNames(command, "PATH...", "Files of objects, or numbered folders for all objects in them")
+            ->required(false);
+    request->list.addOptions(command);
+    addDryRun(command, request->isDryRun);
+    command.footer(std::string("Example: vornfh ") + name + " /mnt/sd/DCIM/100VORN/DCF_0001.jpg");
 }
 
 } // namespace

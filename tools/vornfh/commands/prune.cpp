@@ -23,6 +23,7 @@ struct Request {
     PrunePolicy policy;
     std::optional<KeepFree> keepFree; // what policy.keepFree becomes
     bool isJson = false;
+    bool isDryRun = false;
 
     bool hasPolicy() const
     {
@@ -76,7 +77,7 @@ ExitCode pruneStorage(const Storage &storage, const Request &request)
     };
     catchStopSignals();
     try {
-        result = prune(storage, policy, report);
+        result = prune(storage, policy, report, request.isDryRun);
     } catch (const Failure &) {
         printObject({{"deleted", QJsonArray::fromStringList(deleted)}});
         throw;
@@ -127,8 +128,9 @@ void addPrune(CommandLine &line)
     const auto request = std::make_shared<Request>();
     CLI::App &command = line.add(
         "prune",
-        "Deletes the oldest objects of a storage device, in the order of the numbering, until the\n"
-        "policies hold. An object is a recording with its thumbnail. Protected objects, the newest object\n"
+        "Deletes the oldest objects of a storage device until the policies hold: those that come first\n"
+        "in the numbering. An object is a recording with its thumbnail. Protected objects, the newest "
+        "object\n"
         "and objects that are being written are never deleted. The exit code is 3 if a policy still does\n"
         "not hold",
         [&line, request] {
@@ -154,5 +156,6 @@ void addPrune(CommandLine &line)
               "Keep objects that were modified within this time. Without --keep-free and --max-size, all "
               "others go");
     command.add_flag("--json", request->isJson, "Print an object with the deleted paths");
-    command.footer("Example: vornfh --sd /mnt/sd/DCIM prune sd --keep-free 10% --keep-within 12h");
+    addDryRun(command, request->isDryRun);
+    command.footer("Example: vornfh prune sd --keep-free 10% --keep-within 12h");
 }

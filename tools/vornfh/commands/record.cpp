@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
+#include "claim.h"
 #include "commands.h"
 #include "device.h"
+#include "dryrun.h"
 #include "ffmpeg.h"
 #include "folders.h"
 #include "media.h"
@@ -16,6 +18,7 @@
 
 #include <QRegularExpression>
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -30,6 +33,7 @@ struct Request {
     int count = 1;
     std::optional<double> duration;
     bool isLoop = false;
+    bool isDryRun = false;
     KeepFree keepFree = {0, 10};
     RecorderSettings settings; // the others
 };
@@ -91,7 +95,27 @@ ExitCode recordSeveral(const RecorderSettings &settings, int count)
     return DONE;
 }
 
-ExitCode record(const RecorderSettings &settings, int count)
+/// Prints what would be deleted, the path of the first recording, and the command line of ffmpeg.
+void printPlan(const RecorderSettings &settings)
+{
+    if (settings.keepFree) {
+        PrunePolicy policy;
+        policy.keepFree = settings.keepFree;
+        const auto report = [](const QStringList &paths) {
+            std::for_each(paths.begin(), paths.end(), printWouldBeDeleted);
+        };
+        const PruneResult result = prune(settings.storage, policy, report, true);
+        if (!result.isMet)
+            printError(unmetPolicies(settings.storage, policy, result));
+    } else {
+        requireSpace(settings);
+    }
+    const QString path = freePath(settings.storage, settings.type.type);
+    printLine(printable(path));
+    printLine(printable(ffmpegCommand(settings, path)));
+}
+
+ExitCode record(const RecorderSettings &settings, int count, bool isDryRun)
 {
     if (settings.keepFree)
         requireNotRoot(settings.storage);
@@ -99,6 +123,10 @@ ExitCode record(const RecorderSettings &settings, int count)
     requireWritable(settings.storage);
     catchStopSignals();
     reportLargestSize(settings);
+    if (isDryRun) {
+        printPlan(settings);
+        return DONE;
+    }
     return settings.isSegmented() ? recordSegments(settings) : recordSeveral(settings, count);
 }
 
@@ -212,7 +240,8 @@ void addRecord(CommandLine &line)
 {
     const auto request = std::make_shared<Request>();
     const auto run = [&line, request] {
-        return record(settingsFor(line.storages().require(request->storage), *request), request->count);
+        const RecorderSettings settings = settingsFor(line.storages().require(request->storage), *request);
+        return record(settings, request->count, request->isDryRun);
     };
     CLI::App &command = line.add(
         "record",
@@ -238,5 +267,6 @@ void addRecord(CommandLine &line)
         ->type_name("SECONDS");
     addInputOptions(command, request);
     addSegmentOptions(command, request);
-    command.footer("Example: vornfh --sd /mnt/sd/DCIM record sd --input /dev/video0 --segment 60 --loop");
+    addDryRun(command, request->isDryRun);
+    command.footer("Example: vornfh record sd --input /dev/video0 --segment 60 --loop");
 }

@@ -5,6 +5,7 @@
 #include "device.h"
 #include "durable.h"
 #include "ffmpeg.h"
+#include "filelist.h"
 #include "files.h"
 #include "folders.h"
 #include "media.h"
@@ -31,6 +32,7 @@ namespace {
 
 struct Request {
     CLI::Option *targets = nullptr;
+    FileList list;
     bool isDryRun = false;
 };
 
@@ -227,9 +229,10 @@ private:
 
 ExitCode repair(const Request &request, const Storages &storages)
 {
+    const std::vector<std::string> targets = namesIn(*request.targets, request.list);
     catchStopSignals();
     Repair repair(request.isDryRun);
-    const int failures = forEachReporting(request.targets->results(), [&](const std::string &argument) {
+    const int failures = forEachReporting(targets, [&](const std::string &argument) {
         const auto storage = storageNamed(QString::fromStdString(argument));
         repair.mend(storage ? findingsOn(storages.require(*storage), request.isDryRun)
                             : findingsAt(pathArgument(argument), storages.configured(), request.isDryRun));
@@ -252,7 +255,9 @@ void addRepair(CommandLine &line)
         "being written; the exit code is then 3",
         [&line, request] { return repair(*request, line.storages()); });
     request->targets =
-        addNames(command, "STORAGE|PATH...", "Storage devices, numbered folders, or files for their objects");
-    command.add_flag("--dry-run", request->isDryRun, "Only print what would be done");
-    command.footer("Example: vornfh --sd /mnt/sd/DCIM repair sd --dry-run");
+        addNames(command, "STORAGE|PATH...", "Storage devices, numbered folders, or files for their objects")
+            ->required(false);
+    request->list.addOptions(command);
+    addDryRun(command, request->isDryRun);
+    command.footer("Example: vornfh repair sd --dry-run");
 }
