@@ -5,6 +5,7 @@
 #include "dryrun.h"
 #include "durable.h"
 #include "errors.h"
+#include "files.h"
 #include "mounts.h"
 #include "output.h"
 #include "signals.h"
@@ -147,7 +148,9 @@ private:
             rest.allocated -= next->object->allocated();
             rest.size -= next->object->size();
         }
-        if (folder.path != mLastFolder && !mIsDryRun)
+        if (folder.path != mLastFolder && mIsDryRun)
+            planLeftovers(folder.path);
+        else if (folder.path != mLastFolder)
             removeLeftovers(folder.path);
         mLastFolder = folder.path;
         if (!batch.empty())
@@ -164,6 +167,15 @@ private:
         mResult.objects += static_cast<int>(deletion.objects.size());
         mResult.failures += static_cast<int>(batch.size() - deletion.objects.size());
         mReport(deletion.paths);
+    }
+
+    /// Adds what removeLeftovers() would delete.
+    void planLeftovers(const QString &folder)
+    {
+        const Leftovers leftovers = leftoversIn(folder);
+        const QStringList paths = leftovers.paths + leftovers.marks;
+        if (leftovers.areSafeToDelete())
+            mPlanned += QSet<QString>(paths.begin(), paths.end());
     }
 
     /// What deleteObjects() would delete.
@@ -185,11 +197,14 @@ private:
     bool isEmpty(const QString &folder) const
     {
         constexpr auto ANYTHING = QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot;
-        if (mPlanned.isEmpty())
+        if (!mIsDryRun)
             return QDir(folder).isEmpty(ANYTHING);
-        const QStringList names = QDir(folder).entryList(ANYTHING);
-        return std::all_of(names.begin(), names.end(),
-                           [&](const QString &name) { return mPlanned.contains(folder + "/" + name); });
+        bool areAllPlanned = true;
+        const bool isRead = forEachEntry(folder, [&](int /*folder*/, const dirent &entry) {
+            areAllPlanned =
+                areAllPlanned && mPlanned.contains(folder + "/" + QFile::decodeName(entry.d_name));
+        });
+        return isRead && areAllPlanned;
     }
 
     void deleteIfEmpty(const QString &folder)

@@ -2,6 +2,7 @@
 #include "recorder.h"
 
 #include "claim.h"
+#include "dryrun.h"
 #include "durable.h"
 #include "ffmpeg.h"
 #include "files.h"
@@ -151,7 +152,11 @@ void SpaceKeeper::makeRoom()
     try {
         PrunePolicy policy;
         policy.keepFree = mSettings.keepFree;
-        const PruneResult result = prune(mSettings.storage, policy, [](const QStringList &) {});
+        const auto report = [this](const QStringList &paths) {
+            if (mIsDryRun)
+                std::for_each(paths.begin(), paths.end(), printWouldBeDeleted);
+        };
+        const PruneResult result = prune(mSettings.storage, policy, report, mIsDryRun);
         problem = result.isMet ? QString() : unmetPolicies(mSettings.storage, policy, result);
     } catch (const Failure &failure) {
         problem = QString::fromUtf8(failure.what());

@@ -2,7 +2,6 @@
 #include "claim.h"
 #include "commands.h"
 #include "device.h"
-#include "dryrun.h"
 #include "ffmpeg.h"
 #include "folders.h"
 #include "media.h"
@@ -18,7 +17,6 @@
 
 #include <QRegularExpression>
 
-#include <algorithm>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -98,18 +96,9 @@ ExitCode recordSeveral(const RecorderSettings &settings, int count)
 /// Prints what would be deleted, the path of the first recording, and the command line of ffmpeg.
 void printPlan(const RecorderSettings &settings)
 {
-    if (settings.keepFree) {
-        PrunePolicy policy;
-        policy.keepFree = settings.keepFree;
-        const auto report = [](const QStringList &paths) {
-            std::for_each(paths.begin(), paths.end(), printWouldBeDeleted);
-        };
-        const PruneResult result = prune(settings.storage, policy, report, true);
-        if (!result.isMet)
-            printError(unmetPolicies(settings.storage, policy, result));
-    } else {
+    SpaceKeeper(settings, true).makeRoom();
+    if (!settings.keepFree) // what would be deleted still takes space
         requireSpace(settings);
-    }
     const QString path = freePath(settings.storage, settings.type.type);
     printLine(printable(path));
     printLine(printable(ffmpegCommand(settings, path)));
