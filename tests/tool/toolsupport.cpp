@@ -46,6 +46,8 @@ ToolRun::ToolRun() : environment(QProcessEnvironment::systemEnvironment())
     std::signal(SIGHUP, SIG_DFL); // nohup(1) ignores it, and so would the tool
     environment.insert("HOME", path());
     environment.insert("XDG_DATA_HOME", path() + "/data");
+    environment.insert("VORNFH_CONFIG", "/dev/null"); // rather than a config file of this machine
+    environment.remove("XDG_CONFIG_HOME");
     environment.insert("TZ", "UTC");
     environment.insert("LC_ALL", "C");
     environment.insert("NO_COLOR", "");

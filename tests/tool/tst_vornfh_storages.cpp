@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "toolsupport.h"
 
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QMap>
 #include <QTest>
 
 class VornfhStoragesTest : public QObject
@@ -18,6 +21,15 @@ private slots:
     void readsAConfigFile();
     void refusesAConfigFile_data();
     void refusesAConfigFile();
+    void findsTheConfigFile_data();
+    void findsTheConfigFile();
+    void readsTheConfigFileOfTheSystem();
+    void refusesAnUnusableEnvironment_data();
+    void refusesAnUnusableEnvironment();
+    void printsHelpDespiteAConfigFileThatCannotBeUsed_data();
+    void printsHelpDespiteAConfigFileThatCannotBeUsed();
+    void acceptsThePathOfABlockDevice_data();
+    void acceptsThePathOfABlockDevice();
     void usesDefaultLocations();
     void reportsUnreadableFolders_data();
     void reportsUnreadableFolders();
@@ -84,13 +96,22 @@ void VornfhStoragesTest::refusesWrongCommandLines_data()
     row("unknown-command", {"--sd", "@/sd", "bogus", "sd"}, notACommand("bogus"));
     row("unknown-command-with-an-escape-sequence", {"\x1b[1m\xff"}, notACommand("\\x1b[1m\\xff"));
     row("unknown-option-without-a-command", {"--bogus"}, "'--bogus' is not an option; see vornfh --help");
-    row("unknown-option", {"count", "sd", "--bogus"}, "The following argument was not expected: --bogus");
+    row("unknown-option", {"count", "sd", "--bogus"}, "'--bogus' is not an option; see vornfh count --help");
     row("no-storage", {"count"}, "STORAGE is required");
     row("unknown-storage", {"count", "floppy"}, messages::unknownStorage("floppy"));
     row("storage-not-configured", {"--sd", "@/sd", "count", "usb"}, messages::notConfigured("usb"));
     row("block-device-without-location", {"--sd-block", "mmcblk1", "count", "sd"},
         "--sd-block requires --sd");
     row("missing-config-file", {"--config", "@/none", "count", "sd"}, "@/none was not readable (missing?)");
+    row("empty-config-file-name", {"--config", "", "count", "sd"}, "--config: the path is empty");
+    row("empty-config-file-name-with-a-storage", {"--config", "", "--sd", "@/sd", "count", "sd"},
+        "--config: the path is empty");
+    row("empty-config-file-name-after-an-equals-sign", {"--config=", "--sd", "@/sd", "count", "sd"},
+        "--config: the value is empty");
+    row("block-name-that-is-only-dev", {"--sd", "@/sd", "--sd-block", "/dev/", "count", "sd"},
+        "--sd-block: the block name is empty");
+    row("leading-dash-after-dev", {"--sd", "@/sd", "--sd-block", "/dev/-v", "count", "sd"},
+        leadingDash("--sd-block", "block name", "-v"));
 
     row("space-in-a-location", {"--sd", "/mnt/my card/DCIM", "count", "sd"},
         unsafeValue("--sd", "location", "/mnt/my card/DCIM", " ", 8));
@@ -162,6 +183,11 @@ void VornfhStoragesTest::readsAConfigFile_data()
     QTest::addColumn<QByteArrayList>("options");
     row("ini", QByteArray("suffix=XYZ\nsd=@/sd\n"), QByteArrayList());
     row("command-line-wins", QByteArray("suffix=XYZ\nsd=@/other\n"), QByteArrayList{"--sd", "@/sd"});
+    row("byte-order-mark", QByteArray("\xEF\xBB\xBFsuffix=XYZ\nsd=@/sd\n"), QByteArrayList());
+    row("byte-order-mark-before-the-location", QByteArray("\xEF\xBB\xBFsd=@/sd\nsuffix=XYZ\n"),
+        QByteArrayList());
+    row("home-folder", QByteArray("suffix=XYZ\nsd=~/sd\n"), QByteArrayList());
+    row("home-folder-in-quotes", QByteArray("suffix=\"XYZ\"\nsd=\"~/sd\"\n"), QByteArrayList());
 }
 
 void VornfhStoragesTest::readsAConfigFile()
@@ -191,6 +217,8 @@ void VornfhStoragesTest::refusesAConfigFile_data()
         "@/vornfh.ini: help: This option is not allowed in a configuration file");
     row("space-in-a-location", "sd=\"/s d\"\n", unsafeValue("--sd", "location", "/s d", " ", 3));
     row("other-storage-only", "usb=@/usb\n", messages::notConfigured("sd"));
+    row("misspelt-key-after-a-byte-order-mark", "\xEF\xBB\xBFsdd=@/sd\n",
+        "@/vornfh.ini: INI was not able to parse sdd");
 }
 
 void VornfhStoragesTest::refusesAConfigFile()
@@ -202,6 +230,184 @@ void VornfhStoragesTest::refusesAConfigFile()
     tool.make({"vornfh.ini = " + config});
     QCOMPARE(tool.run(QByteArrayList{"--config", "@/vornfh.ini", "next", "sd", "avi"} + options),
              tool.usageError({message}));
+}
+
+namespace {
+
+/// In these, "@" stands for the directory of the tool.
+using Variables = QMap<QString, QString>;
+
+/// Sets @p variables; one whose value is a null string is removed.
+void setEnvironment(ToolRun &tool, const Variables &variables)
+{
+    for (auto variable = variables.begin(); variable != variables.end(); ++variable) {
+        if (variable.value().isNull())
+            tool.environment.remove(variable.key());
+        else
+            tool.environment.insert(variable.key(), QString(variable.value()).replace('@', tool.path()));
+    }
+}
+
+const Tree CONFIG_FILES = {"sd/", "given = suffix=GIVEN", "named = suffix=NAMED",
+                           "xdg/vornfh.conf = suffix=XDG", ".config/vornfh.conf = suffix=HOME"};
+
+} // namespace
+
+void VornfhStoragesTest::findsTheConfigFile_data()
+{
+    QTest::addColumn<Variables>("environment");
+    QTest::addColumn<QByteArrayList>("options");
+    QTest::addColumn<QByteArray>("file");
+    QTest::addColumn<QByteArray>("suffix");
+    const auto row = [](const char *name, const Variables &environment, const QByteArray &file,
+                        const QByteArray &suffix, const QByteArrayList &options = {}) {
+        QTest::newRow(name) << environment << options << file << suffix;
+    };
+    row("option", {{"VORNFH_CONFIG", "@/named"}, {"XDG_CONFIG_HOME", "@/xdg"}}, "@/given", "GIVEN",
+        {"--config", "@/given"});
+    row("variable", {{"VORNFH_CONFIG", "@/named"}, {"XDG_CONFIG_HOME", "@/xdg"}}, "@/named", "NAMED");
+    row("relative-path-in-the-variable", {{"VORNFH_CONFIG", "named"}}, "named", "NAMED");
+    row("config-folder-of-the-user", {{"VORNFH_CONFIG", QString()}, {"XDG_CONFIG_HOME", "@/xdg"}},
+        "@/xdg/vornfh.conf", "XDG");
+    row("default-config-folder", {{"VORNFH_CONFIG", QString()}}, "@/.config/vornfh.conf", "HOME");
+    row("empty-config-folder", {{"VORNFH_CONFIG", QString()}, {"XDG_CONFIG_HOME", ""}},
+        "@/.config/vornfh.conf", "HOME");
+    row("relative-config-folder", {{"VORNFH_CONFIG", QString()}, {"XDG_CONFIG_HOME", "xdg"}},
+        "@/.config/vornfh.conf", "HOME");
+    row("config-folder-without-home",
+        {{"VORNFH_CONFIG", QString()}, {"XDG_CONFIG_HOME", "@/xdg"}, {"HOME", QString()}},
+        "@/xdg/vornfh.conf", "XDG");
+    row("empty-file", {{"VORNFH_CONFIG", "/dev/null"}, {"XDG_CONFIG_HOME", "@/xdg"}}, "/dev/null", "VORN");
+}
+
+void VornfhStoragesTest::findsTheConfigFile()
+{
+    QFETCH(Variables, environment);
+    QFETCH(QByteArrayList, options);
+    QFETCH(QByteArray, file);
+    QFETCH(QByteArray, suffix);
+    ToolRun tool;
+    tool.make(CONFIG_FILES);
+    setEnvironment(tool, environment);
+    const QByteArrayList rest = QByteArrayList{"--sd", "@/sd"} + options;
+    const Outcome status = tool.run(QByteArrayList{"status", "--verbose"} + rest);
+    QCOMPARE(status.exitCode, 0);
+    QVERIFY2(status.out.startsWith(tool.expand("config file: " + file + "\n")), status.out.constData());
+    const Outcome json = tool.run(QByteArrayList{"status", "-v", "--json"} + rest);
+    QCOMPARE(json.err, tool.expand(errorLines({"config file: " + file})));
+    QCOMPARE(json.json().array().size(), 1);
+    QCOMPARE(tool.run(QByteArrayList{"next", "sd", "jpg"} + rest),
+             tool.success("@/sd/100" + suffix + "/DCF_0001.jpg\n"));
+}
+
+void VornfhStoragesTest::readsTheConfigFileOfTheSystem()
+{
+    ToolRun tool;
+    tool.make({"sd/", "empty/"});
+    tool.environment.remove("VORNFH_CONFIG");
+    if (!hasOwnMounts())
+        QSKIP(CANNOT_MOUNT);
+    const TmpfsMount mount("/etc", "");
+    QVERIFY(mount.isMounted());
+    const QByteArray none = "config file: none\n";
+    QVERIFY(tool.run({"status", "-v"}).out.startsWith(none));
+    writeFile(QByteArray("/etc/vornfh.conf"), tool.expand("sd=@/sd\nsuffix=ETC\n"));
+    tool.environment.insert("XDG_CONFIG_HOME", tool.path() + "/empty");
+    QVERIFY(tool.run({"status", "-v"}).out.startsWith("config file: /etc/vornfh.conf\n"));
+    tool.environment.remove("XDG_CONFIG_HOME");
+    tool.environment.remove("HOME");
+    QCOMPARE(tool.run({"next", "sd", "jpg"}), tool.success("@/sd/100ETC/DCF_0001.jpg\n"));
+    tool.make({".config/vornfh.conf = suffix=HOME\nsd=@/sd"});
+    tool.environment.insert("HOME", tool.path());
+    QVERIFY(tool.run({"status", "-v"}).out.startsWith(tool.expand("config file: @/.config/vornfh.conf\n")));
+}
+
+void VornfhStoragesTest::refusesAnUnusableEnvironment_data()
+{
+    QTest::addColumn<Tree>("entries");
+    QTest::addColumn<Variables>("environment");
+    QTest::addColumn<QByteArrayList>("arguments");
+    QTest::addColumn<QByteArray>("message");
+    const auto row = [](const char *name, const Tree &entries, const Variables &environment,
+                        const QByteArray &message, const QByteArrayList &arguments = {"next", "sd", "avi"}) {
+        QTest::newRow(name) << entries << environment << arguments << message;
+    };
+    const QByteArray noHome =
+        "no storage device is configured, and HOME is not set; use --sd DIR, or sd=DIR in the config file";
+    row("empty-variable", {}, {{"VORNFH_CONFIG", ""}}, "VORNFH_CONFIG is empty");
+    row("empty-variable-and-a-storage", {}, {{"VORNFH_CONFIG", ""}}, "VORNFH_CONFIG is empty",
+        {"--sd", "@/sd", "next", "sd", "avi"});
+    row("missing-file-in-the-variable", {}, {{"VORNFH_CONFIG", "@/none"}},
+        "VORNFH_CONFIG: @/none: No such file or directory");
+    row("folder-in-the-variable", {"folder/"}, {{"VORNFH_CONFIG", "@/folder"}},
+        "VORNFH_CONFIG: @/folder: is a folder");
+    row("folder-in-place-of-the-file", {".config/vornfh.conf/"}, {{"VORNFH_CONFIG", QString()}},
+        "@/.config/vornfh.conf: is a folder");
+    row("dangling-link-in-place-of-the-file", {".config/", ".config/vornfh.conf -> none"},
+        {{"VORNFH_CONFIG", QString()}}, "@/.config/vornfh.conf: No such file or directory");
+    row("misspelt-key", {".config/vornfh.conf = sdd=@/sd"}, {{"VORNFH_CONFIG", QString()}},
+        "@/.config/vornfh.conf: INI was not able to parse sdd");
+    row("misspelt-key-for-a-command-without-storages", {"xdg/vornfh.conf = sdd=@/sd"},
+        {{"VORNFH_CONFIG", "@/xdg/vornfh.conf"}}, "@/xdg/vornfh.conf: INI was not able to parse sdd",
+        {"info", "@"});
+    row("no-home", {}, {{"HOME", QString()}, {"XDG_DATA_HOME", QString()}}, noHome);
+    row("empty-home", {}, {{"HOME", ""}, {"XDG_DATA_HOME", ""}}, noHome);
+    row("no-home-for-a-location", {"named = sd=~/sd"}, {{"HOME", QString()}, {"VORNFH_CONFIG", "@/named"}},
+        "the config file uses '~/sd' for sd, but HOME is not set");
+}
+
+void VornfhStoragesTest::refusesAnUnusableEnvironment()
+{
+    QFETCH(Tree, entries);
+    QFETCH(Variables, environment);
+    QFETCH(QByteArrayList, arguments);
+    QFETCH(QByteArray, message);
+    ToolRun tool;
+    tool.make(entries);
+    setEnvironment(tool, environment);
+    const Tree before = tree(tool.path());
+    QCOMPARE(tool.run(arguments), tool.usageError({message}));
+    QCOMPARE(tree(tool.path()), before);
+}
+
+void VornfhStoragesTest::printsHelpDespiteAConfigFileThatCannotBeUsed_data()
+{
+    QTest::addColumn<QByteArrayList>("arguments");
+    QTest::addColumn<QByteArray>("start");
+    row("help", QByteArrayList{"--help"}, QByteArray("Manages the media of a camera"));
+    row("help-of-a-command", QByteArrayList{"count", "--help"}, QByteArray("Counts the image"));
+    row("version", QByteArrayList{"--version"}, QByteArray("vornfh 1.0.0\n"));
+}
+
+void VornfhStoragesTest::printsHelpDespiteAConfigFileThatCannotBeUsed()
+{
+    QFETCH(QByteArrayList, arguments);
+    QFETCH(QByteArray, start);
+    ToolRun tool;
+    tool.make({"named = sdd=@/sd"});
+    for (const char *file : {"@/named", "@/none", ""}) {
+        setEnvironment(tool, {{"VORNFH_CONFIG", file}});
+        const Outcome outcome = tool.run(arguments);
+        QCOMPARE(outcome.exitCode, 0);
+        QCOMPARE(outcome.err, QByteArray());
+        QVERIFY2(outcome.out.startsWith(start), outcome.out.constData());
+    }
+}
+
+void VornfhStoragesTest::acceptsThePathOfABlockDevice_data()
+{
+    QTest::addColumn<QByteArray>("name");
+    row("name", QByteArray("nosuchdevice"));
+    row("path", QByteArray("/dev/nosuchdevice"));
+}
+
+void VornfhStoragesTest::acceptsThePathOfABlockDevice()
+{
+    QFETCH(QByteArray, name);
+    const ToolRun tool;
+    tool.make({"sd/"});
+    const Outcome outcome = tool.run({"--sd", "@/sd", "--sd-block", name, "status", "--json", "sd"});
+    QCOMPARE(outcome.json().array().first().toObject().value("block").toString(), QString("nosuchdevice"));
 }
 
 void VornfhStoragesTest::usesDefaultLocations()

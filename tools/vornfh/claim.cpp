@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "claim.h"
 
+#include "dryrun.h"
 #include "durable.h"
 #include "errors.h"
 #include "files.h"
@@ -44,40 +45,49 @@ bool isOccupied(const QString &folder)
     return isEntry(folder) && !QFileInfo(folder).isDir();
 }
 
-/// Creates the numbered folder @p folder, or the next one whose name is not taken by a file. Returns its
-/// number.
-int createNumberedFolder(const Storage &storage, const Numbering &numbering, int folder)
+/// The number of the numbered folder @p folder, or of the next one whose name is not taken by a file.
+int usableFolder(const Storage &storage, const Numbering &numbering, int folder)
 {
     while (folder < numbering.lastFolder && isOccupied(VornFileHandler::getDirPath(storage.type, folder)))
         ++folder;
-    createFolder(VornFileHandler::getDirPath(storage.type, folder));
     return folder;
 }
 
-/// Creates the folder of the next recording if the library would, but in such a way that a power failure
-/// cannot leave it unusable. Returns the numbering in it.
-Numbering createNextFolder(const Storage &storage)
+/// The numbering in the folder of the next recording, which may be missing.
+Numbering nextNumbering(const Storage &storage)
 {
     Numbering numbering = numberingOf(storage);
-    const int folder = createNumberedFolder(storage, numbering, numbering.nextFolder());
+    const int folder = usableFolder(storage, numbering, numbering.nextFolder());
     if (folder != numbering.folder)
         numbering.lastFile = 0;
     numbering.folder = folder;
     return numbering;
 }
 
-/// Steps through the numbers of a storage device, starting with the one that the library returns.
+/// Creates the folder of the next recording if the library would, but in such a way that a power failure
+/// cannot leave it unusable. Returns the numbering in it.
+Numbering createNextFolder(const Storage &storage)
+{
+    const Numbering numbering = nextNumbering(storage);
+    createFolder(VornFileHandler::getDirPath(storage.type, numbering.folder));
+    return numbering;
+}
+
+/// Steps through the numbers of a storage device, starting with that of a path. Creates nothing.
 class NumberCounter
 {
 public:
-    NumberCounter(const Storage &storage, eFileTypes type)
-        : mStorage(storage), mType(type), mNumbering(createNextFolder(storage)),
-          mPath(VornFileHandler::getNextFileName(storage.type, type)),
-          mNumber(fileNumber(QFileInfo(mPath).fileName()).value_or(0))
+    NumberCounter(const Storage &storage, eFileTypes type, const Numbering &numbering, const QString &path)
+        : mStorage(storage), mType(type), mNumbering(numbering), mPath(path),
+          mNumber(fileNumber(QFileInfo(path).fileName()).value_or(0))
     {
     }
 
     const QString &path() const { return mPath; }
+    QString folder() const { return QFileInfo(mPath).path(); }
+
+    /// Returns whether no recording has the number.
+    bool isFree() const { return !isNumberTaken(mPath) && !isEntry(thumbnailOf(mPath)); }
 
     /// Goes on to the next number. Throws Failure if there is none.
     void advance()
@@ -87,7 +97,7 @@ public:
                               .arg(mStorage.name, mPath));
         if (mNumber >= LAST_FILE) {
             mNumber = 0;
-            mNumbering.folder = createNumberedFolder(mStorage, mNumbering, mNumbering.folder + 1);
+            mNumbering.folder = usableFolder(mStorage, mNumbering, mNumbering.folder + 1);
         }
         mPath = VornFileHandler::getFilePath(mStorage.type, mNumbering.folder, ++mNumber,
                                              VornFileHandler::getFileExtension(mType));
@@ -96,7 +106,7 @@ public:
 private:
     const Storage &mStorage;
     eFileTypes mType;
-    Numbering mNumbering; // before mPath: its initialiser creates the folder
+    Numbering mNumbering;
     QString mPath;
     int mNumber;
 };
@@ -119,14 +129,28 @@ QString claimPath(const Storage &storage, eFileTypes type)
     requireReadable(storage.location);
     createFolder(storage.location);
     const LocationLock lock(storage.location);
-    NumberCounter counter(storage, type);
-    reportUnreadable(QFileInfo(counter.path()).path());
+    const Numbering numbering = createNextFolder(storage);
+    NumberCounter counter(storage, type, numbering, VornFileHandler::getNextFileName(storage.type, type));
+    reportUnreadable(counter.folder());
     for (;; counter.advance()) {
-        const QString folder = QFileInfo(counter.path()).path();
-        requireFolder(folder);
-        requireReadable(folder);
-        if (!isNumberTaken(counter.path()) && !isEntry(thumbnailOf(counter.path()))
-            && createExclusively(counter.path()))
+        createFolder(counter.folder());
+        requireFolder(counter.folder());
+        requireReadable(counter.folder());
+        if (counter.isFree() && createExclusively(counter.path()))
             return counter.path();
     }
+}
+
+QString freePath(const Storage &storage, eFileTypes type)
+{
+    requireReadable(storage.location);
+    const Numbering numbering = nextNumbering(storage);
+    NumberCounter counter(storage, type, numbering, nextPath(storage, numbering, type));
+    reportUnreadable(counter.folder());
+    while (!counter.isFree())
+        counter.advance();
+    requireCreatableFolder(counter.folder());
+    requireReadable(counter.folder());
+    requireCreatableFile(counter.path());
+    return counter.path();
 }

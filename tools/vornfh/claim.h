@@ -11,6 +11,9 @@
 /// a link, or a thumbnail without its recording. Throws Failure.
 QString claimPath(const Storage &storage, VORN_FILE_HANDLER::eFileTypes type);
 
+/// The path that claimPath() would return. Creates nothing. Throws Failure.
+QString freePath(const Storage &storage, VORN_FILE_HANDLER::eFileTypes type);
+
 /// Creates the folder of the next recording unless it exists, and waits until it is on the device. Returns
 /// the path of the folder; an empty string if it existed. Throws Failure.
 QString createRecordingFolder(const Storage &storage);

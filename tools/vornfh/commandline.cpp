@@ -2,21 +2,59 @@
 #include "commandline.h"
 
 #include "completion.h"
+#include "files.h"
 #include "output.h"
 #include "paths.h"
 #include "report.h"
+#include "suggestion.h"
 #include "text.h"
 
 #include <QDir>
+#include <QFile>
 
 #include <algorithm>
 #include <memory>
+#include <sstream>
 #include <vector>
 
 namespace {
 
+const std::string VERSION = "vornfh " VORNFH_VERSION;
+
+/// Help that fits a screen: the descriptions of options are wrapped, and the list of all commands shows only
+/// the beginning of theirs.
+class HelpFormat : public CLI::Formatter
+{
+public:
+    std::string make_option_desc(const CLI::Option *option) const override
+    {
+        constexpr size_t WIDTH = 70; // after the names, in a line of 100 columns
+        std::istringstream words(option->get_description());
+        std::string text;
+        size_t column = 0;
+        for (std::string word; words >> word; column += word.size()) {
+            const bool isNextLine = column + 1 + word.size() > WIDTH;
+            text += text.empty() ? "" : isNextLine ? "\n" : " ";
+            column = isNextLine || text.empty() ? 0 : column + 1;
+            text += word;
+        }
+        return text;
+    }
+
+    std::string make_subcommand(const CLI::App *command) const override
+    {
+        constexpr size_t WIDTH = 12;
+        std::string text = command->get_description();
+        std::replace(text.begin(), text.end(), '\n', ' ');
+        text.resize(std::min({text.size(), text.find(". "), text.find(": "), text.find("; ")}));
+        std::ostringstream out;
+        CLI::detail::format_help(out, command->get_display_name(true), text, WIDTH);
+        return out.str();
+    }
+};
+
 /// Shows an argument without the number of its values.
-class NameOnly : public CLI::Formatter
+class NameOnly : public HelpFormat
 {
 public:
     std::string make_option_usage(const CLI::Option *option) const override { return option->get_name(); }
@@ -35,6 +73,23 @@ QStringList foldersOf(CLI::App &app, const Storages &storages, std::vector<std::
         return QDir(location).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
     } catch (const std::exception &) {
         return QStringList();
+    }
+}
+
+/// What to do about a word that is not known.
+QString hint(const QString &similar, const QString &help)
+{
+    return similar.isEmpty() ? "see " + help : QString("did you mean '%1'? See %2").arg(similar, help);
+}
+
+/// Throws UsageError for an option such as "--config=": the parser would use the next argument as its value.
+void requireValues(const std::vector<std::string> &arguments)
+{
+    for (const std::string &argument : arguments) {
+        if (argument == "--")
+            return;
+        if (argument.compare(0, 2, "--") == 0 && argument.find('=') == argument.size() - 1)
+            throw UsageError(QString::fromStdString(argument).chopped(1) + ": the value is empty");
     }
 }
 
@@ -61,8 +116,9 @@ CommandLine::CommandLine()
     : mApp("Manages the media of a camera: numbered folders with numbered files on storage devices.",
            "vornfh")
 {
-    mApp.set_version_flag("--version", "vornfh " VORNFH_VERSION);
+    mApp.set_version_flag("--version", VERSION);
     mApp.require_subcommand(1);
+    mApp.formatter(std::make_shared<HelpFormat>());
     mApp.get_formatter()->label("SUBCOMMAND", "COMMAND");
     mApp.fallthrough(); // the options common to all commands may follow the command
     mStorages.addOptions(mApp);
@@ -78,12 +134,46 @@ CLI::App &CommandLine::addCommand(const std::string &name, const std::string &de
 
 CLI::App &CommandLine::add(const std::string &name, const std::string &description, const Run &run)
 {
-    return addCommand(name, description, {run, true});
+    CLI::App &command = addCommand(name, description, {run, true});
+    command.footer([] { return std::string("Options of storage devices: vornfh --help"); });
+    return command;
 }
 
 CLI::App &CommandLine::addIndependent(const std::string &name, const std::string &description, const Run &run)
 {
     return addCommand(name, description, {run, false});
+}
+
+QStringList CommandLine::commandNames() const
+{
+    QStringList names;
+    for (const CLI::App *command : mApp.get_subcommands([](const CLI::App *) { return true; }))
+        names.append(QString::fromStdString(command->get_name()));
+    return names;
+}
+
+/// The long options of the command, if there is one, and those common to all commands.
+QStringList CommandLine::optionNames() const
+{
+    std::vector<const CLI::App *> apps{&mApp};
+    for (const CLI::App *command : mApp.get_subcommands())
+        apps.insert(apps.begin(), command);
+    QStringList names;
+    for (const CLI::App *app : apps) {
+        for (const CLI::Option *option : app->get_options()) {
+            for (const std::string &name : option->get_lnames())
+                names.append("--" + QString::fromStdString(name));
+        }
+    }
+    return names;
+}
+
+/// Where the options of the command are described.
+QString CommandLine::help() const
+{
+    const std::vector<CLI::App *> commands = mApp.get_subcommands();
+    const std::string name = commands.empty() ? "" : commands.front()->get_name() + " ";
+    return QString("vornfh %1--help").arg(QString::fromStdString(name));
 }
 
 /// The error for a missing or unknown command. The parser's own message does not name the unknown word.
@@ -93,19 +183,70 @@ UsageError CommandLine::noCommand() const
     if (words.empty())
         return UsageError("no command given; see vornfh --help");
     const QString word = printable(QByteArray::fromStdString(words.front()));
-    return UsageError(QString("'%1' is not %2; see vornfh --help")
-                          .arg(word, word.startsWith('-') ? "an option" : "a command"));
+    return UsageError(
+        QString("'%1' is not a command; %2").arg(word, hint(similarWord(word, commandNames()), help())));
+}
+
+/// The error for an argument that begins with a dash.
+UsageError CommandLine::notAnOption(const QByteArray &argument) const
+{
+    const QString word = printable(argument);
+    const QString message = QString("'%1' is not an option; ").arg(word);
+    if (isEntry(fromRoot(QFile::decodeName(argument))))
+        return UsageError(message + QString("to name the file '%1', write -- first or ./%1").arg(word));
+    return UsageError(message + hint(similarWord(word.section('=', 0, 0), optionNames()), help()));
+}
+
+/// Throws UsageError if there is an option that does not exist.
+void CommandLine::requireKnownOptions() const
+{
+    for (const std::string &text : mApp.remaining(true)) {
+        if (text == "--") // only arguments follow
+            return;
+        if (text.size() > 1 && text.front() == '-')
+            throw notAnOption(QByteArray::fromStdString(text));
+    }
+}
+
+bool CommandLine::isHelpRequested() const
+{
+    const std::vector<const CLI::App *> commands =
+        mApp.get_subcommands([](const CLI::App *) { return true; });
+    return mApp.get_help_ptr()->count() > 0
+           || std::any_of(commands.begin(), commands.end(),
+                          [](const CLI::App *command) { return command->get_help_ptr()->count() > 0; });
 }
 
 ExitCode CommandLine::reportParseError(const CLI::ParseError &error) const
 {
+    const bool isConfigError = dynamic_cast<const CLI::ConfigError *>(&error);
+    // The parser reads the config file before it prints the help or the version.
+    if (isConfigError && isHelpRequested())
+        return static_cast<ExitCode>(mApp.exit(CLI::CallForHelp()));
+    if (isConfigError && mApp.get_version_ptr()->count() > 0)
+        return static_cast<ExitCode>(mApp.exit(CLI::CallForVersion(VERSION, DONE)));
     // The parser's message does not name the file.
-    if (dynamic_cast<const CLI::ConfigError *>(&error))
+    if (isConfigError)
         return report(std::runtime_error(mApp.get_config_ptr()->as<std::string>() + ": " + error.what()),
                       WRONG_COMMAND_LINE);
     if (dynamic_cast<const CLI::RequiredError *>(&error) && mApp.get_subcommands().empty())
         return report(noCommand(), WRONG_COMMAND_LINE);
     return report(error, WRONG_COMMAND_LINE);
+}
+
+void CommandLine::parse(int argc, char *argv[])
+{
+    requireValues({argv, argv + argc});
+    try {
+        mApp.parse(argc, argv);
+    } catch (const CLI::Success &) { // --help and --version
+        throw;
+    } catch (const CLI::ConfigError &) {
+        throw;
+    } catch (const std::exception &) {
+        requireKnownOptions(); // it is often the reason: the value of the option was parsed as an argument
+        throw;
+    }
 }
 
 ExitCode CommandLine::runCommand()
@@ -130,9 +271,9 @@ ExitCode CommandLine::run(int argc, char *argv[])
         return DONE;
     }
     try {
-        mApp.parse(argc, argv);
+        parse(argc, argv);
         return runCommand();
-    } catch (const CLI::Success &help) { // --help and --version
+    } catch (const CLI::Success &help) {
         return static_cast<ExitCode>(mApp.exit(help));
     } catch (const CLI::ParseError &error) {
         return reportParseError(error);
@@ -203,6 +344,15 @@ void addDayOptions(CLI::App &command, DayRange &range, const std::string &what)
     add(
         "--until", [&range](QDate day) { range.until = day.addDays(1).startOfDay().toSecsSinceEpoch(); },
         "Only " + what + " that were modified on this day or earlier");
+}
+
+void addDryRun(CLI::App &command, bool &isDryRun)
+{
+    const auto set = [&isDryRun] {
+        isDryRun = true;
+        setDryRun();
+    };
+    command.add_flag_callback("-n,--dry-run", set, "Change nothing; print what would be printed or deleted");
 }
 
 CLI::Validator between(double lowest, double highest)

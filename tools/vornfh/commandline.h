@@ -7,6 +7,10 @@
 
 #include <CLI/CLI.hpp>
 
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+
 #include <functional>
 #include <map>
 #include <optional>
@@ -23,7 +27,8 @@ public:
     /// What a command runs: returns the exit code, or throws one of the exceptions of errors.h.
     using Run = std::function<ExitCode()>;
 
-    /// Adds a command. Before it runs, the library is initialised with the storage devices.
+    /// Adds a command. Before it runs, the library is initialised with the storage devices. Its help refers
+    /// to their options.
     CLI::App &add(const std::string &name, const std::string &description, const Run &run);
 
     /// Adds a command that works without storage devices.
@@ -41,8 +46,15 @@ private:
     };
 
     CLI::App &addCommand(const std::string &name, const std::string &description, const Command &command);
+    void parse(int argc, char *argv[]);
     ExitCode runCommand();
+    bool isHelpRequested() const;
+    QStringList commandNames() const;
+    QStringList optionNames() const;
+    QString help() const;
     UsageError noCommand() const;
+    UsageError notAnOption(const QByteArray &argument) const;
+    void requireKnownOptions() const;
     ExitCode reportParseError(const CLI::ParseError &error) const;
 
     CLI::App mApp;
@@ -80,6 +92,8 @@ struct DayRange {
 
 /// Adds --since and --until, which select @p what by the day of modification.
 void addDayOptions(CLI::App &command, DayRange &range, const std::string &what);
+/// Adds --dry-run, with which a command changes nothing and prints what it would print or delete.
+void addDryRun(CLI::App &command, bool &isDryRun);
 
 /// Accepts the numbers from @p lowest to @p highest.
 CLI::Validator between(double lowest, double highest);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "copying.h"
 
+#include "dryrun.h"
 #include "durable.h"
 #include "errors.h"
 #include "folders.h"
@@ -8,6 +9,7 @@
 #include "mounts.h"
 #include "objects.h"
 #include "output.h"
+#include "paths.h"
 #include "report.h"
 #include "signals.h"
 #include "text.h"
@@ -120,9 +122,14 @@ void Source::requireUnchanged() const
 
 // The folder
 
-Transfer::Transfer(QString path, Mode mode, Progress &progress, Completion completion)
-    : mPath(std::move(path)), mMode(mode), mProgress(progress), mCompletion(std::move(completion))
+Transfer::Transfer(QString path, Mode mode, Progress &progress, bool isDryRun, Completion completion)
+    : mPath(std::move(path)), mMode(mode), mProgress(progress), mIsDryRun(isDryRun),
+      mCompletion(std::move(completion))
 {
+    if (mIsDryRun) {
+        mProgress.print([this] { anticipateFolder(); });
+        return;
+    }
     mProgress.print([this] { // each of these can print messages
         createFolder(mPath);
         lock();
@@ -141,6 +148,22 @@ void Transfer::lock()
         throw Failure(mPath + ": another vornfh is copying into this folder");
     mFileSystem = fileSystemOf(mPath);
     mMount = mountOf(mPath);
+}
+
+/// Reads what is known about the folder, which may be missing.
+void Transfer::anticipateFolder()
+{
+    requireCreatableFolder(mPath);
+    if (QFileInfo(mPath).isDir()) {
+        lock();
+        reportUnreadable(mPath);
+        return;
+    }
+    const QString existing = nearestExisting(mPath);
+    readStatus(existing, mStatus);
+    mStatus.st_ino = 0; // no file is in the folder
+    mFileSystem = fileSystemOf(existing);
+    mMount = mountOf(existing);
 }
 
 /// The path that the library tries for a copy of a file called @p name when @p counter other paths, which it
@@ -259,12 +282,20 @@ bool Transfer::canRename(const Item &item) const
 
 void Transfer::requireRoom(const Source &source) const
 {
-    if (source.size() > largestFile(mPath))
+    const QString place = mIsDryRun ? nearestExisting(mPath) : mPath;
+    if (source.size() > largestFile(place))
         throw FileFailure(source.path(), "is too large for the FAT file system of " + mPath);
-    const qint64 free = freeBytes(mPath);
+    const qint64 free = freeBytes(place) - mPlannedBytes;
     if (free < source.room())
         throw FileFailure(source.path(), QString("not enough space in %1: %2 needed, %3 free")
                                              .arg(mPath, humanSize(source.room()), humanSize(free)));
+}
+
+void Transfer::requireCopyable(const Source &source) const
+{
+    if (mMode == Mode::Move && isBeingWritten(source.path()))
+        throw FileFailure(source.path(), "is being written");
+    requireRoom(source);
 }
 
 // Writing
@@ -284,6 +315,10 @@ void Transfer::add(Sources sources, Conflict conflict, bool isShared)
     findExisting(group, conflict);
     const bool isRenamed =
         std::all_of(group.begin(), group.end(), [this](const Item &item) { return canRename(item); });
+    if (mIsDryRun) {
+        plan(std::move(group), isRenamed);
+        return;
+    }
     for (Item &item : group) {
         if (item.existing.isOpen())
             continue;
@@ -308,14 +343,36 @@ void Transfer::add(Sources sources, Conflict conflict, bool isShared)
         endBatch();
 }
 
+/// Reports what add() would do with the files.
+void Transfer::plan(Group group, bool isRenamed)
+{
+    if (group.front().target.isEmpty())
+        chooseName(group);
+    for (auto item = group.rbegin(); item != group.rend(); ++item) { // as rename() does
+        const QString path = item->source->path();
+        const QString reason = mMode == Mode::Move && !item->isKept ? whyNotDeletable(path) : QString();
+        if (!reason.isEmpty() && isRenamed)
+            throw FileFailure(path, QString("cannot be named %1: ").arg(item->target) + reason);
+        if (!item->existing.isOpen() && !isRenamed) {
+            requireCopyable(*item->source);
+            requireTemporaryFile(nearestExisting(mPath), path);
+        }
+        if (!reason.isEmpty())
+            throw FileFailure(path, "cannot be deleted: " + reason);
+    }
+    for (const Item &item : group)
+        mPlannedBytes += item.existing.isOpen() || isRenamed ? 0 : item.source->room();
+    Batch batch;
+    batch.push_back(std::move(group));
+    report(batch);
+}
+
 /// Writes a copy under a hidden name. Holes stay holes.
 void Transfer::write(Item &item, bool mayStop)
 {
     constexpr size_t PART = 8 << 20;
     const Source &source = *item.source;
-    if (mMode == Mode::Move && isBeingWritten(source.path()))
-        throw FileFailure(source.path(), "is being written");
-    requireRoom(source);
+    requireCopyable(source);
     item.copy.emplace(mPath, source.path());
     const int target = item.copy->descriptor();
     const auto require = [&source](bool isDone) {

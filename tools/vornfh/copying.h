@@ -75,8 +75,9 @@ public:
     /// FileFailure, all of them have failed.
     using Completion = std::function<void(std::vector<Copy> &copies)>;
 
-    /// Creates the folder @p path if it is missing. Throws Failure.
-    Transfer(QString path, Mode mode, Progress &progress, Completion completion = {});
+    /// Creates the folder @p path if it is missing. Throws Failure. If @p isDryRun, changes nothing; each
+    /// file is reported when it is added.
+    Transfer(QString path, Mode mode, Progress &progress, bool isDryRun, Completion completion = {});
     ~Transfer();
     Transfer(const Transfer &) = delete;
     Transfer &operator=(const Transfer &) = delete;
@@ -127,6 +128,7 @@ private:
     static int filesIn(const Batch &batch);
 
     void lock();
+    void anticipateFolder();
     QString candidate(const QString &name, int counter) const;
     bool isGiven(const QString &path) const;
     QString freePath(const Group &group) const;
@@ -137,6 +139,8 @@ private:
     void forEach(Batch &batch, const std::function<void(Group &)> &step);
     bool canRename(const Item &item) const;
     void requireRoom(const Source &source) const;
+    void requireCopyable(const Source &source) const;
+    void plan(Group group, bool isRenamed);
     void write(Item &item, bool mayStop);
     void setTarget(Group &group, const QString &path);
     void chooseName(Group &group);
@@ -157,12 +161,14 @@ private:
     const QString mPath;
     const Mode mMode;
     Progress &mProgress;
+    const bool mIsDryRun;
     const Completion mCompletion;
     Descriptor mFolder;
     struct stat mStatus = {};
     quint64 mMount = 0;
     FileSystem mFileSystem = FileSystem::Other;
-    QSet<QString> mTaken; // names given since the start
+    QSet<QString> mTaken;     // names given since the start
+    qint64 mPlannedBytes = 0; // that a dry run would have written
 
     Batch mBatch;
     size_t mBatchFiles = 0;

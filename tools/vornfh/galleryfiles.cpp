@@ -97,18 +97,24 @@ void PageFolder::requireOwn() const
     }
 }
 
+QStringList PageFolder::pagesFrom(int first) const
+{
+    QStringList paths;
+    for (const QString &name : QDir(mPath).entryList({"*.html"}, QDir::Files | QDir::NoSymLinks)) {
+        if (pageNumber(name) >= first && isOwnPage(name))
+            paths.append(mPath + "/" + name);
+    }
+    return paths;
+}
+
 void PageFolder::removePages(int first) const
 {
-    bool isChanged = false;
-    for (const QString &name : QDir(mPath).entryList({"*.html"}, QDir::Files | QDir::NoSymLinks)) {
-        if (pageNumber(name) < first || !isOwnPage(name))
-            continue;
-        const QString path = mPath + "/" + name;
+    const QStringList paths = pagesFrom(first);
+    for (const QString &path : paths) {
         if (::unlink(QFile::encodeName(path).constData()) != 0)
             throw FileFailure(path, "belongs to the old gallery and cannot be deleted: " + errorText(errno));
-        isChanged = true;
     }
-    if (!isChanged)
+    if (paths.isEmpty())
         return;
     if (::rmdir(QFile::encodeName(mPath).constData()) == 0)
         flushFolder(QFileInfo(mPath).path());

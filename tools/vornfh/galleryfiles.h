@@ -7,6 +7,7 @@
 #include <QByteArray>
 #include <QFile>
 #include <QString>
+#include <QStringList>
 
 /// A page that is written under a hidden name. Throws FileFailure for the path of the page.
 class PageFile
@@ -45,7 +46,10 @@ public:
     /// Throws Failure if the folder contains anything but pages of this gallery.
     void requireOwn() const;
 
-    /// Deletes the pages of an earlier gallery, from number @p first on, and then the folder if it is empty.
+    /// The paths of the pages of an earlier gallery, from number @p first on.
+    QStringList pagesFrom(int first) const;
+
+    /// Deletes them, and then the folder if it is empty.
     void removePages(int first) const;
 
 private:

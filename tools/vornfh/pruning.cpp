@@ -2,8 +2,10 @@
 #include "pruning.h"
 
 #include "deletion.h"
+#include "dryrun.h"
 #include "durable.h"
 #include "errors.h"
+#include "files.h"
 #include "mounts.h"
 #include "output.h"
 #include "signals.h"
@@ -13,6 +15,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QSet>
 
 #include <algorithm>
 #include <cerrno>
@@ -86,8 +89,8 @@ struct Excess {
 class Pruning
 {
 public:
-    Pruning(const Storage &storage, const PrunePolicy &policy, const PruneReport &report)
-        : mStorage(storage), mPolicy(policy), mReport(report)
+    Pruning(const Storage &storage, const PrunePolicy &policy, const PruneReport &report, bool isDryRun)
+        : mStorage(storage), mPolicy(policy), mReport(report), mIsDryRun(isDryRun)
     {
     }
 
@@ -106,7 +109,7 @@ public:
         mResult.isInterrupted = isMore();
         for (size_t i = 0; i + 1 < folders.size() && !mResult.isInterrupted; ++i)
             deleteIfEmpty(folders[i].path);
-        mResult.free = freeBytes(mStorage.location);
+        mResult.free = free();
         mResult.isMet = !mResult.isInterrupted && !excess().isOver();
         return mResult;
     }
@@ -114,9 +117,11 @@ public:
 private:
     using Position = std::vector<Candidate>::const_iterator;
 
+    qint64 free() const { return freeBytes(mStorage.location) + mPlannedBytes; }
+
     Excess excess() const
     {
-        return {mPolicy.keepFree ? *mPolicy.keepFree - freeBytes(mStorage.location) : 0,
+        return {mPolicy.keepFree ? *mPolicy.keepFree - free() : 0,
                 mPolicy.maxSize ? mResult.left - *mPolicy.maxSize : 0};
     }
 
@@ -143,7 +148,9 @@ private:
             rest.allocated -= next->object->allocated();
             rest.size -= next->object->size();
         }
-        if (folder.path != mLastFolder)
+        if (folder.path != mLastFolder && mIsDryRun)
+            planLeftovers(folder.path);
+        else if (folder.path != mLastFolder)
             removeLeftovers(folder.path);
         mLastFolder = folder.path;
         if (!batch.empty())
@@ -152,7 +159,7 @@ private:
 
     void deleteAndReport(const NumberedFolder &folder, const std::vector<const Object *> &batch)
     {
-        const Deletion deletion = deleteObjects(folder, batch);
+        const Deletion deletion = mIsDryRun ? plan(folder, batch) : deleteObjects(folder, batch);
         for (const Object *object : deletion.objects) {
             mResult.bytes += object->size();
             mResult.left -= object->size();
@@ -162,11 +169,53 @@ private:
         mReport(deletion.files);
     }
 
-    void deleteIfEmpty(const QString &folder)
+    /// Adds what removeLeftovers() would delete.
+    void planLeftovers(const QString &folder)
+    {
+        const Leftovers leftovers = leftoversIn(folder);
+        const QStringList paths = leftovers.paths + leftovers.marks;
+        if (leftovers.areSafeToDelete())
+            mPlanned += QSet<QString>(paths.begin(), paths.end());
+    }
+
+    /// What deleteObjects() would delete.
+    Deletion plan(const NumberedFolder &folder, const std::vector<const Object *> &objects)
+    {
+        Deletion deletion;
+        forEachReporting(objects, [&](const Object *object) {
+            requireDeletable(folder.pathOf(object->files.front()));
+            deletion.objects.push_back(object);
+            for (const ObjectFile &file : object->files) {
+                deletion.files.push_back(factsOf(folder, *object, file));
+                mPlanned.insert(folder.pathOf(file));
+            }
+            mPlannedBytes += object->allocated();
+        });
+        return deletion;
+    }
+
+    /// Returns whether nothing is left in @p folder.
+    bool isEmpty(const QString &folder) const
     {
         constexpr auto ANYTHING = QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot;
-        if (!QDir(folder).isEmpty(ANYTHING))
+        if (!mIsDryRun)
+            return QDir(folder).isEmpty(ANYTHING);
+        bool areAllPlanned = true;
+        const bool isRead = forEachEntry(folder, [&](int /*folder*/, const dirent &entry) {
+            areAllPlanned =
+                areAllPlanned && mPlanned.contains(folder + "/" + QFile::decodeName(entry.d_name));
+        });
+        return isRead && areAllPlanned;
+    }
+
+    void deleteIfEmpty(const QString &folder)
+    {
+        if (!isEmpty(folder))
             return;
+        if (mIsDryRun) {
+            mReport({folderAt(folder)});
+            return;
+        }
         const bool isDeleted = ::rmdir(QFile::encodeName(folder).constData()) == 0;
         // ENOTEMPTY: a name that is not valid UTF-8; EBUSY: a mount point
         if (!isDeleted && (errno == ENOTEMPTY || errno == EBUSY))
@@ -180,8 +229,11 @@ private:
     const Storage &mStorage;
     const PrunePolicy &mPolicy;
     const PruneReport &mReport;
+    const bool mIsDryRun;
     PruneResult mResult;
-    QString mLastFolder; // whose leftovers were removed last
+    QString mLastFolder;      // whose leftovers were removed last
+    QSet<QString> mPlanned;   // files that would be deleted
+    qint64 mPlannedBytes = 0; // that would become free
 };
 
 } // namespace
@@ -207,9 +259,9 @@ qint64 KeepFree::bytesOn(const QString &path) const
     return wanted;
 }
 
-PruneResult prune(const Storage &storage, const PrunePolicy &policy, const PruneReport &report)
+PruneResult prune(const Storage &storage, const PrunePolicy &policy, const PruneReport &report, bool isDryRun)
 {
-    return Pruning(storage, policy, report).run();
+    return Pruning(storage, policy, report, isDryRun).run();
 }
 
 QString unmetPolicies(const Storage &storage, const PrunePolicy &policy, const PruneResult &result)

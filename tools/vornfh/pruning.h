@@ -50,8 +50,10 @@ using PruneReport = std::function<void(const std::vector<FileFacts> &deleted)>;
 /// Deletes the oldest objects in the order of the numbering until the space policies hold, and then the
 /// numbered folders before the last one that are empty. Protected objects, the newest one, objects that are
 /// being written, thumbnails that are alone and all other files are left alone. Whenever the power fails, no
-/// thumbnail is without its recording. Stops early if isStopped(). Throws Failure.
-PruneResult prune(const Storage &storage, const PrunePolicy &policy, const PruneReport &report);
+/// thumbnail is without its recording. Stops early if isStopped(). Throws Failure. If @p isDryRun, deletes
+/// nothing; the result and what is reported are those that a deletion would have.
+PruneResult prune(const Storage &storage, const PrunePolicy &policy, const PruneReport &report,
+                  bool isDryRun = false);
 
 /// The message about space policies that do not hold.
 QString unmetPolicies(const Storage &storage, const PrunePolicy &policy, const PruneResult &result);

@@ -2,6 +2,7 @@
 #include "recorder.h"
 
 #include "claim.h"
+#include "dryrun.h"
 #include "durable.h"
 #include "ffmpeg.h"
 #include "files.h"
@@ -152,7 +153,13 @@ void SpaceKeeper::makeRoom()
     try {
         PrunePolicy policy;
         policy.keepFree = mSettings.keepFree;
-        const PruneResult result = prune(mSettings.storage, policy, [](const std::vector<FileFacts> &) {});
+        const auto report = [this](const std::vector<FileFacts> &files) {
+            for (const FileFacts &file : files) {
+                if (mIsDryRun)
+                    printWouldBeDeleted(file.path);
+            }
+        };
+        const PruneResult result = prune(mSettings.storage, policy, report, mIsDryRun);
         problem = result.isMet ? QString() : unmetPolicies(mSettings.storage, policy, result);
     } catch (const Failure &failure) {
         problem = QString::fromUtf8(failure.what());
@@ -219,6 +226,17 @@ QStringList codecArguments(const RecorderSettings &settings)
         return VIDEO_STREAMS
                + QStringList{"-c:v", "mjpeg", "-pix_fmt", "yuvj420p", "-q:v", "5", "-c:a", "pcm_s16le"} + end;
     }
+}
+
+QString ffmpegCommand(const RecorderSettings &settings, const QString &path)
+{
+    QStringList words = inputArguments(settings, path) + codecArguments(settings)
+                        + QStringList{"-f", containerOf(settings.type)} + fileOutput(path);
+    for (QString &word : words) {
+        if (unsafeCharacter(word) >= 0)
+            word = "'" + word.replace("'", "'\\''") + "'";
+    }
+    return "ffmpeg " + words.join(' ');
 }
 
 QString silenceText(const RecorderSettings &settings)

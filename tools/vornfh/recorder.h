@@ -38,17 +38,22 @@ struct RecorderSettings {
     bool isSegmented() const { return segmentSeconds > 0 || segmentBytes > 0; }
 };
 
-/// Deletes the oldest objects of a storage device before a recording, if that is requested.
+/// Deletes the oldest objects of a storage device before a recording, if that is requested. A dry run prints
+/// what it would delete instead.
 class SpaceKeeper
 {
 public:
-    explicit SpaceKeeper(const RecorderSettings &settings) : mSettings(settings) {}
+    explicit SpaceKeeper(const RecorderSettings &settings, bool isDryRun = false)
+        : mSettings(settings), mIsDryRun(isDryRun)
+    {
+    }
 
     /// Prints a line the first time that there are not enough objects that may be deleted.
     void makeRoom();
 
 private:
     const RecorderSettings &mSettings;
+    const bool mIsDryRun;
     bool mHasReported = false;
 };
 
@@ -63,6 +68,9 @@ QStringList inputArguments(const RecorderSettings &settings, const QString &path
 
 /// ffmpeg's arguments for the codecs and the length of a recording.
 QStringList codecArguments(const RecorderSettings &settings);
+
+/// The command line of ffmpeg for the recording @p path, as a shell reads it.
+QString ffmpegCommand(const RecorderSettings &settings, const QString &path);
 
 inline const QString INTERRUPTED = "interrupted";
 inline const QString FULL = "the storage device is full";

@@ -24,6 +24,7 @@
 namespace {
 
 Format theFormat = Format::Text;
+bool theDryRun = false;
 bool hasResults = false;
 QByteArrayList theResults;  // of a document
 QByteArrayList theFailures; // of a document
@@ -181,8 +182,10 @@ FileFacts factsOf(const NumberedFolder &folder, const Object &object, const Obje
     return facts;
 }
 
-QByteArray toJson(const FileFacts &file, const QJsonObject &more)
+QByteArray toJson(const FileFacts &file, QJsonObject more)
 {
+    if (theDryRun && more.contains("action"))
+        more["dryRun"] = true;
     const Identity identity = identify(file);
     const QByteArray object =
         "{\"path\":" + quoted(file.path) + ",\"folder\":" + quoted(identity.folder)
@@ -216,6 +219,11 @@ void setFormat(Format format)
 {
     theFormat = format;
     setFailureObserver(format == Format::Text ? nullptr : addFailure);
+}
+
+void setDryRun()
+{
+    theDryRun = true;
 }
 
 Format format()

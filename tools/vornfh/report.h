@@ -41,7 +41,7 @@ std::vector<FileFacts> factsOfObject(const QStringList &paths);
 FileFacts factsOf(const NumberedFolder &folder, const Object &object, const ObjectFile &file);
 
 /// The JSON object for a file, on one line, with the members of @p more.
-QByteArray toJson(const FileFacts &file, const QJsonObject &more = {});
+QByteArray toJson(const FileFacts &file, QJsonObject more = {});
 
 /// The members of that object that the path of a file determines: path, folder, number and type.
 QJsonObject identityOf(const FileFacts &file);
@@ -73,6 +73,9 @@ void printResult(const QJsonObject &object);
 /// Reports something that was done on a storage device: prints @p line as printDone() does, or the result of
 /// @p object in JSON.
 void reportDone(const QString &line, const std::function<QByteArray()> &object);
+
+/// From now on, the objects of actions say that these are not carried out.
+void setDryRun();
 
 /// Prints the results so far as the member @p key of an object, failures as its member "errors", and the
 /// members of @p summary. reportDone() and printFailure() only collect them in this format.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "storages.h"
 
+#include "config.h"
 #include "errors.h"
 #include "files.h"
 #include "mounts.h"
@@ -9,10 +10,13 @@
 
 #include <CLI/CLI.hpp>
 
+#include <QFile>
 #include <QStandardPaths>
 
 #include <algorithm>
 #include <cstdio>
+#include <memory>
+#include <vector>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -68,6 +72,13 @@ void requireUsableSuffix(const QString &suffix)
                          + "' contains a place marker such as '%1', which the library would replace");
 }
 
+/// The name of the block device @p name in /proc/partitions.
+QString withoutDev(const QString &name)
+{
+    const QString folder = "/dev/";
+    return name.startsWith(folder) ? name.mid(folder.size()) : name;
+}
+
 QString defaultLocation(const Row &row)
 {
     return QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + "/vornfh/" + row.name
@@ -92,11 +103,23 @@ void withoutBanner(Init init)
 
 } // namespace
 
+void Storages::addConfigOption(CLI::App &app)
+{
+    const ConfigFile file = usualConfigFile();
+    mConfigProblem = file.problem;
+    mConfig = app.set_config("--config", file.problem.isEmpty() ? file.path : std::string(),
+                             "Config file with lines such as sd=/mnt/sd/DCIM; default: see vornfh(1)")
+                  ->option_text("FILE");
+    std::vector<std::string> locations;
+    for (const Row &row : TABLE)
+        locations.emplace_back(row.name);
+    app.config_formatter(std::make_shared<ConfigFormat>(locations));
+    app.allow_config_extras(CLI::config_extras_mode::error); // otherwise, a misspelt option would be ignored
+}
+
 void Storages::addOptions(CLI::App &app)
 {
-    app.set_config("--config", "", "Read options from an INI or TOML file with lines such as sd=/mnt/sd/DCIM")
-        ->type_name("FILE");
-    app.allow_config_extras(CLI::config_extras_mode::error); // otherwise, a misspelt option would be ignored
+    addConfigOption(app);
     app.add_option("--suffix", mSuffix, "Text after the number in folder names")
         ->type_name("TEXT")
         ->capture_default_str();
@@ -109,14 +132,11 @@ void Storages::addOptions(CLI::App &app)
         options.block =
             app.add_option(option + "-block", options.blockText,
                            "Block device of the " + description + ", as named in /proc/partitions");
-        options.block->type_name("NAME")->needs(options.location);
+        options.block->option_text("NAME")->needs(options.location);
     }
     app.footer(
-        "A command can use only the storage devices that are configured. If none is configured,\n"
-        "default folders in the user's data directory are used. The options that vornfh --help\n"
-        "lists may precede or follow the command.\n"
-        "Exit code: 0 success, 1 failure, 2 wrong command line, 3 goal not reached: check has findings,\n"
-        "repair or offload leaves something out, or a policy of prune does not hold.");
+        "Without a configured storage device, default folders are used. Options may follow the command.\n"
+        "Exit code: 0 done, 1 failed, 2 wrong command line, 3 done with findings");
 }
 
 bool Storages::isNoneConfigured() const
@@ -125,8 +145,17 @@ bool Storages::isNoneConfigured() const
                         [](const Options &options) { return options.location->count() > 0; });
 }
 
+void Storages::requireConfigFile() const
+{
+    if (mConfig->empty() && !mConfigProblem.isEmpty())
+        throw UsageError(mConfigProblem);
+    if (!mConfig->empty() && configFile().isEmpty())
+        throw UsageError("--config: the path is empty");
+}
+
 void Storages::check() const
 {
+    requireConfigFile();
     requireUsableSuffix(fromCommandLine(mSuffix, "--suffix"));
     for (const Options &options : mOptions) {
         if (options.location->count() > 0) {
@@ -136,7 +165,7 @@ void Storages::check() const
             requireShellSafe(options.location, "location", location, unsafeCharacter(location));
         }
         if (options.block->count() > 0) {
-            const QString block = fromCommandLine(options.blockText, "the block name");
+            const QString block = withoutDev(fromCommandLine(options.blockText, "the block name"));
             requireShellSafe(options.block, "block name", block, firstOther(block, "/._!-"));
         }
     }
@@ -150,20 +179,28 @@ QString Storages::location(int type) const
                                           : QString(NOWHERE) + TABLE[type].name;
 }
 
+QString Storages::block(int type) const
+{
+    return withoutDev(QString::fromStdString(mOptions[type].blockText));
+}
+
 void Storages::initLibrary()
 {
+    if (isNoneConfigured() && homeFolder().isEmpty() && qEnvironmentVariableIsEmpty("XDG_DATA_HOME"))
+        throw UsageError("no storage device is configured, and HOME is not set; use --sd DIR, or sd=DIR in "
+                         "the config file");
     if (isNoneConfigured())
         printError(QString("no storage device is configured; using %1, %2 and %3")
                        .arg(location(STORAGE_MMC), location(STORAGE_SD), location(STORAGE_USB)));
     // The library reports sizes only for a device whose block name it knows.
-    const auto block = [this](int type) {
-        const QString given = QString::fromStdString(mOptions[type].blockText);
+    const auto device = [this](int type) {
+        const QString given = block(type);
         return given.isEmpty() ? blockDeviceOf(nearestExisting(location(type))) : given;
     };
-    withoutBanner([this, &block] {
-        VornFileHandler::init(QString::fromStdString(mSuffix), location(STORAGE_MMC), block(STORAGE_MMC),
-                              location(STORAGE_SD), block(STORAGE_SD), location(STORAGE_USB),
-                              block(STORAGE_USB));
+    withoutBanner([this, &device] {
+        VornFileHandler::init(QString::fromStdString(mSuffix), location(STORAGE_MMC), device(STORAGE_MMC),
+                              location(STORAGE_SD), device(STORAGE_SD), location(STORAGE_USB),
+                              device(STORAGE_USB));
     });
 }
 
@@ -178,7 +215,12 @@ Storage Storages::require(eStorageType type) const
     if (!isConfigured(type))
         throw UsageError(QString("storage %1 is not configured; use --%1 DIR, or %1=DIR in the config file")
                              .arg(row.name));
-    return {type, row.name, row.title, location(type), QString::fromStdString(mOptions[type].blockText)};
+    return {type, row.name, row.title, location(type), block(type)};
+}
+
+QString Storages::configFile() const
+{
+    return mConfig->empty() ? QString() : QFile::decodeName(mConfig->as<std::string>().c_str());
 }
 
 QList<Storage> Storages::configured() const

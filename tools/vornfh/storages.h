@@ -32,14 +32,15 @@ struct Storage {
 class Storages
 {
 public:
-    /// Adds --config, --suffix, --mmc, --mmc-block and so on.
+    /// Adds --config, --suffix, --mmc, --mmc-block and so on. Without --config, usualConfigFile() is read.
     void addOptions(CLI::App &app);
 
-    /// Throws UsageError if a value cannot be used.
+    /// Throws UsageError if a value or the config file cannot be used.
     void check() const;
 
     /// Initialises the library with the checked values, without its start banner. If no storage device is
     /// configured, default ones in the user's data directory are used, and a line on standard error says so.
+    /// Throws UsageError if they cannot be found.
     void initLibrary();
 
     bool isConfigured(VORN_FILE_HANDLER::eStorageType type) const;
@@ -49,6 +50,9 @@ public:
 
     QList<Storage> configured() const;
 
+    /// The config file that was read; empty if there is none.
+    QString configFile() const;
+
 private:
     struct Options {
         CLI::Option *location = nullptr;
@@ -57,9 +61,14 @@ private:
         std::string blockText;
     };
 
+    void addConfigOption(CLI::App &app);
+    void requireConfigFile() const;
     bool isNoneConfigured() const;
     QString location(int type) const;
+    QString block(int type) const;
 
+    CLI::Option *mConfig = nullptr;
+    QString mConfigProblem; // of the file that is read without --config
     std::string mSuffix = "VORN";
     std::array<Options, STORAGE_COUNT> mOptions;
 };

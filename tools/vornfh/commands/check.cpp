@@ -75,10 +75,10 @@ void addCheck(CommandLine &line)
     const auto request = std::make_shared<Request>();
     CLI::App &command = line.add(
         "check",
-        "Finds problems: damaged and incomplete files, names that a player (another device or program\n"
-        "that reads the card) would reject, and files that the library skips or can no longer reach.\n"
-        "Only the start, the end and the structure of each file are read. Changes nothing. The exit\n"
-        "code is 3 if there are findings",
+        "Finds problems on a storage device: damaged and incomplete files, names that a player (another\n"
+        "device or program that reads the card) would reject, and files that the library skips or can no\n"
+        "longer reach. Only the start, the end and the structure of each file are read. Changes nothing.\n"
+        "The exit code is 3 if there are findings",
         [&line, request] { return check(line.storages().require(request->storage), *request); });
     addStorageArgument(command, request->storage);
     CLI::Option *names =
@@ -93,5 +93,5 @@ void addCheck(CommandLine &line)
         "characters A-Z 0-9 _; for files, four such characters, four digits, and an extension\n"
         "of at most three characters");
     addDocumentOptions(command, "Print an object with the findings");
-    command.footer("Example: vornfh --sd /mnt/sd/DCIM check sd --read-all");
+    command.footer("Example: vornfh check sd --read-all");
 }

@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "commands.h"
 #include "device.h"
+#include "dryrun.h"
 #include "durable.h"
 #include "files.h"
 #include "folders.h"
 #include "media.h"
+#include "output.h"
 #include "paths.h"
 #include "report.h"
 #include "signals.h"
+#include "text.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -170,7 +173,7 @@ void writeCommentTo(const Descriptor &copy, const QString &path, const QString &
         throw FileFailure(path, "the comment reads back differently; the file is unchanged");
 }
 
-ExitCode writeComment(const QString &given, const QString &text)
+ExitCode writeComment(const QString &given, const QString &text, bool isDryRun)
 {
     const QString path = QFileInfo(fromRoot(given)).canonicalFilePath();
     struct stat status = {};
@@ -180,13 +183,19 @@ ExitCode writeComment(const QString &given, const QString &text)
     catchStopSignals();
     Exiv2::LogMsg::setLevel(Exiv2::LogMsg::mute);
     reportProblems(path);
-    removeLeftovers(photo.folder());
+    if (!isDryRun)
+        removeLeftovers(photo.folder());
     reportUnreadable(photo.folder());
     const Descriptor copy = photo.inMemory();
     writeCommentTo(copy, path, text);
-    photo.replaceContent(copy.get());
+    if (isDryRun)
+        requireTemporaryFile(photo.folder(), path);
+    else
+        photo.replaceContent(copy.get());
     if (isJson())
         printResult(toJson(factsOf(path), {{"action", "commented"}}));
+    else if (isDryRun)
+        printLine(printable(path));
     return DONE;
 }
 
@@ -197,11 +206,12 @@ void addComment(CommandLine &line)
     struct Request {
         std::string path;
         std::string text;
+        bool isDryRun = false;
     };
     const auto request = std::make_shared<Request>();
     const auto run = [request] {
         const QString path = fromCommandLine(request->path, "the path");
-        return writeComment(path, fromCommandLine(request->text, "the comment"));
+        return writeComment(path, fromCommandLine(request->text, "the comment"), request->isDryRun);
     };
     CLI::App &command = line.addIndependent(
         "comment",
@@ -216,5 +226,6 @@ void addComment(CommandLine &line)
         ->required()
         ->type_name("");
     addSingleResultOption(command);
+    addDryRun(command, request->isDryRun);
     command.footer("Example: vornfh comment /mnt/sd/DCIM/100VORN/DCF_0001.jpg 'Pier 3, left side'");
 }

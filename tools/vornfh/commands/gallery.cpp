@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "commands.h"
 #include "device.h"
+#include "dryrun.h"
 #include "durable.h"
 #include "files.h"
 #include "folders.h"
@@ -50,6 +51,7 @@ struct Request {
     int pageSize = 128; // MiB
     bool isForced = false;
     bool isProbing = false;
+    bool isDryRun = false;
 };
 
 // What is on the storage device
@@ -366,6 +368,30 @@ Job jobOf(const Storage &storage, const Request &request)
     return job;
 }
 
+int countParts(const Job &job)
+{
+    const auto add = [&job](int count, const Folder &folder) {
+        return count + divided(itemsIn(folder.path), job.pageSize).size();
+    };
+    return std::accumulate(job.folders.begin(), job.folders.end(), 0, add);
+}
+
+/// Prints the path of the gallery, and the pages of an earlier one that would be deleted.
+void printPlan(const Job &job, const PageFolder &pages)
+{
+    requireTemporaryFile(QFileInfo(job.path).path(), job.path);
+    if (!job.isOnePage())
+        requireCreatableFolder(pages.path());
+    const QStringList old = pages.pagesFrom(job.isOnePage() ? 1 : countParts(job) + 1);
+    if (isJson()) {
+        printResult(
+            toJson(factsOf(job.path), {{"action", "written"}, {"deleted", QJsonArray::fromStringList(old)}}));
+        return;
+    }
+    printLine(printable(job.path));
+    std::for_each(old.begin(), old.end(), printWouldBeDeleted);
+}
+
 /// Names the time zone that is used anyway. glibc calls stat() on its file for each conversion of a time if
 /// TZ is unset, and there are 15 for each photo.
 void nameTimeZone()
@@ -382,12 +408,16 @@ ExitCode writeGallery(const Storage &storage, const Request &request)
     reportProblems(QFileInfo(job.path).path());
     reportUnreadable(QFileInfo(job.path).path());
     catchStopSignals();
+    if (!job.isOnePage() && !request.isForced)
+        pages.requireOwn();
+    if (request.isDryRun) {
+        printPlan(job, pages);
+        return DONE;
+    }
     int count = 0;
     if (job.isOnePage()) {
         writeOnePage(job);
     } else {
-        if (!request.isForced)
-            pages.requireOwn();
         createFolder(pages.path());
         const QVector<Part> parts = writeParts(job, pages);
         writeIndex(job, parts);
@@ -407,17 +437,13 @@ void addGallery(CommandLine &line)
     const auto run = [&line, request] {
         return writeGallery(line.storages().require(request->storage), *request);
     };
-    CLI::App &command =
-        line.add("gallery",
-                 "Writes an HTML page that shows the files in the numbered folders of a "
-                 "storage device, and plays\n"
-                 "those that browsers play.\n"
-                 "More than 10,000 files, or more than --page-size, are divided into several "
-                 "pages, at least one\n"
-                 "for each folder: FILE becomes their index, and they are in a folder next to it, "
-                 "sd-pages for\n"
-                 "sd.html. Apart from these, nothing is created on the storage device",
-                 run);
+    CLI::App &command = line.add(
+        "gallery",
+        "Writes an HTML page that shows the files in the numbered folders of a storage device, and plays\n"
+        "those that browsers play. More than 10,000 files, or more than --page-size, are divided into\n"
+        "several pages, at least one for each folder: FILE becomes their index, and they are in a folder\n"
+        "next to it, sd-pages for sd.html. Apart from these, nothing is created on the storage device",
+        run);
     addStorageArgument(command, request->storage);
     command.add_option("-o,--output", request->output, "The page; an existing gallery is replaced")
         ->type_name("FILE")
@@ -431,9 +457,11 @@ void addGallery(CommandLine &line)
     command.add_flag(
         "--force", request->isForced,
         "Replace a file that is not a gallery, and write pages into a folder that contains other files");
+    addDryRun(command, request->isDryRun);
     command.add_flag(
         "--probe", request->isProbing,
         "Show the frame size of videos too: starts ffprobe for each video whose path is safe in a\n"
         "shell");
     addSingleResultOption(command);
+    command.footer("Example: vornfh gallery sd --output sd.html");
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "commands.h"
 #include "ffmpeg.h"
+#include "filelist.h"
 #include "files.h"
 #include "folders.h"
 #include "media.h"
@@ -246,20 +247,22 @@ void addInfo(CommandLine &line)
 {
     struct Request {
         CLI::Option *paths = nullptr;
+        FileList list;
     };
     const auto request = std::make_shared<Request>();
     const auto run = [request] {
         QStringList paths;
-        for (const std::string &path : request->paths->results())
+        for (const std::string &path : namesIn(*request->paths, request->list))
             paths.append(fromCommandLine(path, "the path"));
         return showInfo(paths);
     };
     CLI::App &command = line.addIndependent(
         "info",
-        "Shows type, size, times, picture size and protection of files and folders, and the\n"
-        "length, bit rate and frame rate of videos and audio files as measured by ffprobe",
+        "Shows what is known about files and folders: type, size, times, picture size, protection, and\n"
+        "the length, bit rate and frame rate of videos and audio files as measured by ffprobe",
         run);
-    request->paths = addNames(command, "PATH...", "Files and folders");
+    request->paths = addNames(command, "PATH...", "Files and folders")->required(false);
+    request->list.addOptions(command);
     addResultOptions(command);
     command.footer("Example: vornfh info /mnt/sd/DCIM/100VORN/*.avi");
 }

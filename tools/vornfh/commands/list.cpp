@@ -517,6 +517,7 @@ void addList(CommandLine &line)
     addFilterOption(folders, *request);
     folders.add_flag("--json", request->json,
                      "Print an array of objects, which also contain the number of media files");
+    folders.footer("Example: vornfh folders sd --filter all");
 
     CLI::App &files =
         line.add("list",
@@ -533,11 +534,12 @@ void addList(CommandLine &line)
                   "Print the library's own JSON list, in which dates are creation dates")
         ->excludes("--json")
         ->excludes("--jsonl");
-    files.footer("Example: vornfh --sd /mnt/sd/DCIM list sd --videos");
+    files.footer("Example: vornfh list sd --videos");
 
     CLI::App &counter = line.add(
         "count", "Counts the image, video and audio files in the numbered folders of a storage device",
         run(count));
     addStorageArgument(counter, request->storage);
     counter.add_flag("--json", request->json, "Print an object with the number of each type and the total");
+    counter.footer("Example: vornfh count sd");
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "commands.h"
 #include "device.h"
+#include "dryrun.h"
 #include "durable.h"
 #include "files.h"
 #include "folders.h"
@@ -17,9 +18,10 @@ namespace {
 struct Request {
     VORN_FILE_HANDLER::eStorageType storage = VORN_FILE_HANDLER::STORAGE_MMC;
     std::string folder;
+    bool isDryRun = false;
 };
 
-ExitCode makeFolder(const Storage &storage, const QString &name)
+ExitCode makeFolder(const Storage &storage, const QString &name, bool isDryRun)
 {
     requireNotRoot(storage);
     requireFolderName(name);
@@ -28,9 +30,15 @@ ExitCode makeFolder(const Storage &storage, const QString &name)
     reportUnreadable(storage.location);
     if (isEntry(path))
         throw Failure(path + ": already exists");
+    const auto created = [&path] { return toJson(folderAt(path), {{"action", "created"}}); };
+    if (isDryRun) {
+        requireCreatableFolder(path);
+        reportDone(printable(path), created);
+        return DONE;
+    }
     createFolder(path);
     flushWithFolders({path});
-    reportDone(printable(path), [&path] { return toJson(folderAt(path), {{"action", "created"}}); });
+    reportDone(printable(path), created);
     return DONE;
 }
 
@@ -41,11 +49,12 @@ void addMkdir(CommandLine &line)
     const auto request = std::make_shared<Request>();
     const auto run = [&line, request] {
         return makeFolder(line.storages().require(request->storage),
-                          fromCommandLine(request->folder, "FOLDER"));
+                          fromCommandLine(request->folder, "FOLDER"), request->isDryRun);
     };
     CLI::App &command = line.add("mkdir", "Creates a folder on a storage device", run);
     addStorageArgument(command, request->storage);
     addFolderArgument(command, request->folder);
     addSingleResultOption(command);
-    command.footer("Example: vornfh --sd /mnt/sd/DCIM mkdir sd kept");
+    addDryRun(command, request->isDryRun);
+    command.footer("Example: vornfh mkdir sd kept");
 }

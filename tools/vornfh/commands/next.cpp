@@ -56,5 +56,5 @@ void addNext(CommandLine &line)
         ->check(CLI::IsMember({"avi", "mkv", "jpg", "png", "wav", "thumb"}).description(""))
         ->type_name("");
     addSingleResultOption(command);
-    command.footer("Example: vornfh --sd /mnt/sd/DCIM next sd avi");
+    command.footer("Example: vornfh next sd avi");
 }

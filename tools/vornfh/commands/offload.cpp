@@ -4,6 +4,7 @@
 #include "copying.h"
 #include "deletion.h"
 #include "device.h"
+#include "dryrun.h"
 #include "durable.h"
 #include "folders.h"
 #include "objects.h"
@@ -35,6 +36,7 @@ struct Request {
     std::string kind; // empty for all
     DayRange days;
     bool isMoving = false;
+    bool isDryRun = false;
 };
 
 // What is offloaded
@@ -124,6 +126,7 @@ struct Job {
     QString directory;
     Selection selection;
     bool isMoving;
+    bool isDryRun;
 };
 
 class Offload
@@ -158,17 +161,18 @@ public:
 private:
     void offload(const NumberedFolder &folder)
     {
-        if (mJob.isMoving)
+        if (mJob.isMoving && !mJob.isDryRun)
             removeLeftovers(folder.path);
         Transfer transfer(mJob.directory + "/" + QFileInfo(folder.path).fileName(), Mode::Copy, mProgress,
+                          mJob.isDryRun,
                           [this, &folder](std::vector<Copy> &copies) { complete(folder, copies); });
         for (const Object &object : folder.objects) {
             if (isStopped())
                 break;
             if (isBeingWritten(folder, object))
                 leave(folder, object);
-            else
-                add(transfer, folder, object);
+            else if (add(transfer, folder, object) && mJob.isMoving && mJob.isDryRun)
+                printDeletion(folder, object);
         }
         mDone += transfer.finish();
     }
@@ -183,8 +187,8 @@ private:
     }
 
     /// A file that cannot be read does not hold back the others of its object, except for a thumbnail that
-    /// would then be without a recording.
-    void add(Transfer &transfer, const NumberedFolder &folder, const Object &object)
+    /// would then be without a recording. Returns whether all files were added.
+    bool add(Transfer &transfer, const NumberedFolder &folder, const Object &object)
     {
         std::vector<const ObjectFile *> files;
         for (const ObjectFile &file : object.files)
@@ -212,6 +216,18 @@ private:
         }
         const size_t added = isWorthwhile() && !isStopped() ? files.size() : 0;
         mProgress.finishFiles(static_cast<int>(object.files.size() - added));
+        return added == object.files.size();
+    }
+
+    /// Prints what would be deleted once the copies of an object are safe.
+    void printDeletion(const NumberedFolder &folder, const Object &object)
+    {
+        mProgress.print([&] {
+            if (!mayBeDeleted(folder, object, {}))
+                return;
+            for (const ObjectFile &file : object.files)
+                printWouldBeDeleted(folder.pathOf(file));
+        });
     }
 
     void print(const FileFailure &failure)
@@ -343,8 +359,13 @@ ExitCode offloadStorage(const Storage &storage, const Request &request)
         requireWritable(storage);
     else
         requireMounted(storage);
-    const Job job = {directory, selectionOf(storage, request), request.isMoving};
-    createDirectory(directory);
+    const Job job = {directory, selectionOf(storage, request), request.isMoving, request.isDryRun};
+    if (request.isDryRun) {
+        requireWritable(directory);
+        requireCreatableFolder(directory);
+    } else {
+        createDirectory(directory);
+    }
     catchStopSignals();
     return Offload(job).run();
 }
@@ -356,7 +377,7 @@ void addOffload(CommandLine &line)
     const auto request = std::make_shared<Request>();
     CLI::App &command = line.add(
         "offload",
-        "Copies the objects of a storage device to a directory on a computer, as DIRECTORY/FOLDER/FILE.\n"
+        "Copies the objects of a storage device to a directory on a computer: DIRECTORY/FOLDER/FILE.\n"
         "Each copy is flushed and compared as by the copy command. DIRECTORY/SHA256SUMS gets a line for\n"
         "each, which sha256sum -c can verify. A file that is already there with the same content is not\n"
         "copied again, so an interrupted run can be repeated; if the content differs, both files are kept,\n"
@@ -382,5 +403,6 @@ void addOffload(CommandLine &line)
         ->check(CLI::IsMember({"images", "videos", "audio"}).description(""))
         ->type_name("images|videos|audio");
     addResultOptions(command);
-    command.footer("Example: vornfh --sd /mnt/sd/DCIM offload sd ~/pictures --since 2025-02-25");
+    addDryRun(command, request->isDryRun);
+    command.footer("Example: vornfh offload sd ~/pictures --since 2025-02-25");
 }

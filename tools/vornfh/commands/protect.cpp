@@ -2,6 +2,7 @@
 #include "commands.h"
 #include "device.h"
 #include "durable.h"
+#include "filelist.h"
 #include "files.h"
 #include "folders.h"
 #include "mounts.h"
@@ -33,7 +34,9 @@ namespace {
 
 struct Request {
     CLI::Option *paths = nullptr;
+    FileList list;
     bool isProtecting;
+    bool isDryRun = false;
 };
 
 /// The objects of the numbered folders of storage devices. Each folder is read once.
@@ -117,9 +120,18 @@ void replaceByCopy(const QString &path, int file, const struct stat &before)
     replaceFile(copy, path);
 }
 
-/// Sets or removes the mark of a file.
-void mark(const QString &path, bool isProtecting)
+/// The error of a change of the mode of a file, as far as it is known before; 0 if there is none.
+int modeError(const QString &path, const struct stat &status)
 {
+    if (isOnReadOnlyFileSystem(path))
+        return EROFS;
+    return ::geteuid() == 0 || ::geteuid() == status.st_uid ? 0 : EPERM;
+}
+
+/// Sets or removes the mark of a file.
+void mark(const QString &path, const Request &request)
+{
+    const bool isProtecting = request.isProtecting;
     const Descriptor file = openFile(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
     struct stat status = {};
     const auto require = [&](bool isDone) {
@@ -130,6 +142,11 @@ void mark(const QString &path, bool isProtecting)
     require(::fstat(file.get(), &status) == 0);
     if (isProtectedMode(status.st_mode) == isProtecting)
         return;
+    if (request.isDryRun) {
+        errno = modeError(path, status);
+        require(errno == 0);
+        return;
+    }
     const mode_t permissions = status.st_mode & 07777 & ~ANY_WRITE;
     if (isProtecting)
         require(::fchmod(file.get(), permissions) == 0);
@@ -145,7 +162,7 @@ void mark(const QString &path, bool isProtecting)
 
 ExitCode markAll(const Request &request, const QList<Storage> &storages)
 {
-    const std::vector<std::string> arguments = request.paths->results();
+    const std::vector<std::string> arguments = namesIn(*request.paths, request.list);
     Objects objects(storages);
     std::vector<FileFacts> marked;
     std::set<QString> seen;
@@ -163,14 +180,16 @@ ExitCode markAll(const Request &request, const QList<Storage> &storages)
         const int failed = forEachReporting(files, [&](FileFacts file) {
             if (!seen.insert(file.path).second)
                 return;
-            mark(file.path, request.isProtecting);
+            mark(file.path, request);
             file.isProtected = request.isProtecting;
             marked.push_back(file);
         });
         incomplete += failed > 0 ? 1 : 0;
     });
-    for (const QString &folder : folders)
-        flushFileSystem(folder);
+    for (const QString &folder : folders) {
+        if (!request.isDryRun)
+            flushFileSystem(folder);
+    }
     const QString action = request.isProtecting ? "protected" : "unprotected";
     for (const FileFacts &file : marked)
         reportDone(printable(file.path), [&] { return toJson(file, {{"action", action}}); });
@@ -187,10 +206,12 @@ void addCommand(CommandLine &line, bool isProtecting, const char *name, const ch
     CLI::App &command = line.add(
         name, description, [&line, request] { return markAll(*request, line.storages().configured()); });
     request->paths =
-        addNames(command, "PATH...", "Files of objects, or numbered folders for all objects in them");
+        addNames(command, "PATH...", "Files of objects, or numbered folders for all objects in them")
+            ->required(false);
+    request->list.addOptions(command);
     addResultOptions(command);
-    command.footer(std::string("Example: vornfh --sd /mnt/sd/DCIM ") + name
-                   + " /mnt/sd/DCIM/100VORN/DCF_0001.jpg");
+    addDryRun(command, request->isDryRun);
+    command.footer(std::string("Example: vornfh ") + name + " /mnt/sd/DCIM/100VORN/DCF_0001.jpg");
 }
 
 } // namespace

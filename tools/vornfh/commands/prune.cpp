@@ -22,6 +22,7 @@ struct Request {
     eStorageType storage = STORAGE_MMC;
     PrunePolicy policy;
     std::optional<KeepFree> keepFree; // what policy.keepFree becomes
+    bool isDryRun = false;
 
     bool hasPolicy() const
     {
@@ -71,7 +72,7 @@ ExitCode pruneStorage(const Storage &storage, const Request &request)
     };
     catchStopSignals();
     try {
-        result = prune(storage, policy, report);
+        result = prune(storage, policy, report, request.isDryRun);
     } catch (const Failure &) {
         printSummary({});
         throw;
@@ -122,8 +123,9 @@ void addPrune(CommandLine &line)
     const auto request = std::make_shared<Request>();
     CLI::App &command = line.add(
         "prune",
-        "Deletes the oldest objects of a storage device, in the order of the numbering, until the\n"
-        "policies hold. An object is a recording with its thumbnail. Protected objects, the newest object\n"
+        "Deletes the oldest objects of a storage device until the policies hold: those that come first\n"
+        "in the numbering. An object is a recording with its thumbnail. Protected objects, the newest "
+        "object\n"
         "and objects that are being written are never deleted. The exit code is 3 if a policy still does\n"
         "not hold",
         [&line, request] {
@@ -149,5 +151,6 @@ void addPrune(CommandLine &line)
               "Keep objects that were modified within this time. Without --keep-free and --max-size, all "
               "others go");
     addDocumentOptions(command, "Print an object with the deleted files");
-    command.footer("Example: vornfh --sd /mnt/sd/DCIM prune sd --keep-free 10% --keep-within 12h");
+    addDryRun(command, request->isDryRun);
+    command.footer("Example: vornfh prune sd --keep-free 10% --keep-within 12h");
 }

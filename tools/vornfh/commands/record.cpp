@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "claim.h"
 #include "commands.h"
 #include "device.h"
 #include "ffmpeg.h"
@@ -30,6 +31,7 @@ struct Request {
     int count = 1;
     std::optional<double> duration;
     bool isLoop = false;
+    bool isDryRun = false;
     KeepFree keepFree = {0, 10};
     RecorderSettings settings; // the others
 };
@@ -92,7 +94,20 @@ ExitCode recordSeveral(const RecorderSettings &settings, int count)
     return DONE;
 }
 
-ExitCode record(const RecorderSettings &settings, int count)
+/// Prints what would be deleted, the path of the first recording, and the command line of ffmpeg.
+void printPlan(const RecorderSettings &settings)
+{
+    SpaceKeeper(settings, true).makeRoom();
+    if (!settings.keepFree) // what would be deleted still takes space
+        requireSpace(settings);
+    const QString path = freePath(settings.storage, settings.type.type);
+    const QString command = ffmpegCommand(settings, path);
+    reportDone(printable(path) + "\n" + printable(command), [&] {
+        return toJson(fileAt(path), {{"action", "recorded"}, {"command", command}});
+    });
+}
+
+ExitCode record(const RecorderSettings &settings, int count, bool isDryRun)
 {
     if (settings.keepFree)
         requireNotRoot(settings.storage);
@@ -100,6 +115,10 @@ ExitCode record(const RecorderSettings &settings, int count)
     requireWritable(settings.storage);
     catchStopSignals();
     reportLargestSize(settings);
+    if (isDryRun) {
+        printPlan(settings);
+        return DONE;
+    }
     return settings.isSegmented() ? recordSegments(settings) : recordSeveral(settings, count);
 }
 
@@ -213,7 +232,8 @@ void addRecord(CommandLine &line)
 {
     const auto request = std::make_shared<Request>();
     const auto run = [&line, request] {
-        return record(settingsFor(line.storages().require(request->storage), *request), request->count);
+        const RecorderSettings settings = settingsFor(line.storages().require(request->storage), *request);
+        return record(settings, request->count, request->isDryRun);
     };
     CLI::App &command = line.add(
         "record",
@@ -240,5 +260,6 @@ void addRecord(CommandLine &line)
     addInputOptions(command, request);
     addSegmentOptions(command, request);
     addResultOptions(command);
-    command.footer("Example: vornfh --sd /mnt/sd/DCIM record sd --input /dev/video0 --segment 60 --loop");
+    addDryRun(command, request->isDryRun);
+    command.footer("Example: vornfh record sd --input /dev/video0 --segment 60 --loop");
 }

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "commands.h"
 #include "device.h"
+#include "dryrun.h"
 #include "durable.h"
+#include "filelist.h"
 #include "files.h"
 #include "folders.h"
 #include "media.h"
@@ -40,9 +42,11 @@ struct Request {
     eStorageType storage = STORAGE_MMC;
     std::string folder;
     CLI::Option *paths = nullptr;
+    FileList list;
     bool isConfirmed = false;
     bool isForced = false;
     bool isOnly = false;
+    bool isDryRun = false;
 };
 
 /// A file to be deleted.
@@ -60,7 +64,19 @@ struct Seen {
     std::set<QString> locations;
     std::set<QString> folders;
     ProtectionCheck protection;
+    std::set<QString> planned; // files that a dry run has printed
 };
+
+/// Returns whether the thumbnail of @p recording would be alone without it and what has been printed.
+bool isThumbnailFreed(const QString &recording, const std::set<QString> &planned)
+{
+    const QString thumbnail = thumbnailBeside(recording);
+    if (thumbnail.isEmpty() || planned.count(thumbnail) > 0)
+        return false;
+    const QStringList others = recordingsBeside(recording);
+    return std::all_of(others.begin(), others.end(),
+                       [&planned](const QString &path) { return planned.count(path) > 0; });
+}
 
 /// Returns the file @p path if it may be deleted. For the first file on a storage device, reports what is
 /// wrong with the device; for the first in a folder, removes what interrupted commands have left there. @p
@@ -70,6 +86,8 @@ Target targetOf(const QString &path, const QList<Storage> &storages, const Reque
     struct stat status = {};
     if (!readLinkStatus(path, status))
         throw FileFailure(path, errorText(errno));
+    if (seen.planned.count(withResolvedFolder(path)) > 0)
+        throw FileFailure(path, errorText(ENOENT));
     if (S_ISDIR(status.st_mode))
         throw FileFailure(path, "is a folder");
     if (!S_ISREG(status.st_mode) && !S_ISLNK(status.st_mode))
@@ -82,12 +100,13 @@ Target targetOf(const QString &path, const QList<Storage> &storages, const Reque
     if (seen.locations.insert(storage->location).second)
         reportProblems(storage->location);
     if (seen.folders.insert(folder).second) {
-        removeLeftovers(folder);
+        if (!request.isDryRun)
+            removeLeftovers(folder);
         reportUnreadable(folder);
     }
     if (!request.isForced)
         seen.protection.requireUnprotected(path, resolved);
-    const bool hasThumbnail = !request.isOnly && !thumbnailFreedBy(resolved).isEmpty();
+    const bool hasThumbnail = !request.isOnly && isThumbnailFreed(resolved, seen.planned);
     const QString thumbnail = hasThumbnail ? thumbnailOf(path) : QString();
     return {path, resolved, thumbnail,
             factsOfObject(hasThumbnail ? QStringList{path, thumbnail} : QStringList{path})};
@@ -106,8 +125,14 @@ void deleteFile(const QString &resolved, const QString &path)
 class Deletion
 {
 public:
-    void add(const Target &target)
+    explicit Deletion(bool isDryRun) : mIsDryRun(isDryRun) {}
+
+    void add(const Target &target, Seen &seen)
     {
+        if (mIsDryRun) {
+            plan(target, seen);
+            return;
+        }
         if (target.thumbnail.isEmpty()) {
             deleteFile(target.resolved, target.path);
             mDeleted.append(target.facts.front());
@@ -140,12 +165,30 @@ public:
         const QList<FileFacts> deleted = std::exchange(mDeleted, {});
         if (forEachReporting(folders, flushFolder) > 0)
             return named;
-        for (const FileFacts &file : deleted)
-            reportDone(printable(file.path), [&file] { return toJson(file, {{"action", "deleted"}}); });
+        std::for_each(deleted.begin(), deleted.end(), report);
         return failures;
     }
 
 private:
+    /// Reports what add() would delete.
+    void plan(const Target &target, Seen &seen)
+    {
+        requireDeletable(target.path);
+        for (const FileFacts &file : target.facts)
+            report(file);
+        seen.planned.insert(target.resolved);
+        if (target.thumbnail.isEmpty())
+            return;
+        seen.planned.insert(thumbnailOf(target.resolved));
+        mTaken.insert({target.resolved, thumbnailOf(target.resolved)});
+    }
+
+    static void report(const FileFacts &file)
+    {
+        reportDone(printable(file.path), [&file] { return toJson(file, {{"action", "deleted"}}); });
+    }
+
+    const bool mIsDryRun;
     QList<FileFacts> mDeleted;  // not yet reported
     QList<Target> mRecordings;  // whose thumbnails are deleted
     std::set<QString> mTaken;   // since the start
@@ -156,16 +199,16 @@ private:
 ExitCode deleteFiles(const Request &request, const QList<Storage> &storages)
 {
     constexpr auto INTERVAL = std::chrono::seconds(1);
-    const std::vector<std::string> files = request.paths->results();
+    const std::vector<std::string> files = namesIn(*request.paths, request.list);
     auto lastReport = std::chrono::steady_clock::now();
-    Deletion deletion;
+    Deletion deletion(request.isDryRun);
     Seen seen;
     int failures = 0;
     failures += forEachReporting(files, [&](const std::string &file) {
         const QString path = pathArgument(file);
         if (deletion.isTaken(path))
             return;
-        deletion.add(targetOf(path, storages, request, seen));
+        deletion.add(targetOf(path, storages, request, seen), seen);
         if (std::chrono::steady_clock::now() - lastReport < INTERVAL)
             return;
         failures += deletion.finish();
@@ -332,11 +375,13 @@ void deleteCounted(const QString &folder, const Content &content)
     remove(content.folders, AT_REMOVEDIR);
 }
 
+const QString NOT_UTF8 = "files whose names are not valid UTF-8 cannot be deleted";
+
 /// Deletes an entry that the library has not deleted. Returns the reason for a failure; empty on success.
 QString deleteEntry(const QByteArray &path, bool isNew)
 {
     if (!isVisible(path))
-        return "files whose names are not valid UTF-8 cannot be deleted";
+        return NOT_UTF8;
     if (isNew)
         return "they were created in the meantime";
     return ::remove(path.constData()) == 0 ? QString() : errorText(errno);
@@ -413,6 +458,40 @@ void requireNoSharedContent(const QString &folder)
         throw Failure(leftovers.paths.first() + ": was left by an interrupted command; " + MAY_SHARE_CONTENT);
 }
 
+/// Prints what would be deleted of @p folder. Throws Failure if something would be left that is not
+/// protected.
+ExitCode printPlan(const QString &folder, const Content &content)
+{
+    const QByteArray path = QFile::encodeName(folder);
+    QByteArrayList left;
+    QString reason;
+    for (const QByteArray &name : content.names()) {
+        const QByteArray entry = path + "/" + name;
+        const QString why = isVisible(name) ? whyNotDeletable(QFile::decodeName(entry)) : NOT_UTF8;
+        if (!why.isEmpty())
+            left.append(name);
+        else if (!isJson())
+            printLine(printable(entry));
+        if (reason.isEmpty())
+            reason = why;
+    }
+    if (!left.isEmpty())
+        throw Failure(QString("%1: could not be deleted: %2: %3").arg(folder, listed(left), reason));
+    if (content.keptFiles > 0) {
+        if (isJson())
+            reportDeleted(folder, content, QString());
+        return FAILED;
+    }
+    reason = whyNotDeletable(folder);
+    if (!reason.isEmpty())
+        throw Failure(folder + ": the folder itself cannot be deleted: " + reason);
+    if (isJson())
+        reportDeleted(folder, content, QString());
+    else
+        printLine(printable(folder));
+    return DONE;
+}
+
 ExitCode removeFolder(const Storage &storage, const QString &name, const Request &request)
 {
     requireNotRoot(storage);
@@ -424,7 +503,9 @@ ExitCode removeFolder(const Storage &storage, const QString &name, const Request
     Content content = deletableContent(path, request.isForced);
     if (!areOnOneFileSystem(path, storage.location))
         content.mountPoint = path;
-    confirm(path, content, request.isConfirmed);
+    confirm(path, content, request.isConfirmed || request.isDryRun);
+    if (request.isDryRun)
+        return printPlan(path, content);
     if (content.keptFiles > 0) {
         deleteAllButKept(path, content);
         return FAILED;
@@ -469,7 +550,9 @@ ExitCode wipe(const Storage &storage, const QList<Storage> &all, const Request &
     requireNothingElseInside(storage, all);
     requireWritable(storage);
     const Content content = deletableContent(storage.location, request.isForced);
-    confirm(storage.location, content, request.isConfirmed);
+    confirm(storage.location, content, request.isConfirmed || request.isDryRun);
+    if (request.isDryRun)
+        return printPlan(storage.location, content);
     if (content.keptFiles > 0) {
         deleteAllButKept(storage.location, content);
         return FAILED;
@@ -487,6 +570,7 @@ void addRemove(CommandLine &line)
     const auto request = std::make_shared<Request>();
     const auto addForce = [request](CLI::App &command) {
         command.add_flag("--force", request->isForced, "Delete protected objects too");
+        addDryRun(command, request->isDryRun);
     };
     const auto addConfirmation = [request, addForce](CLI::App &command) {
         command.add_flag("--yes", request->isConfirmed, "Delete without asking");
@@ -496,11 +580,12 @@ void addRemove(CommandLine &line)
     CLI::App &files = line.add(
         "delete", "Deletes files from the storage devices. The thumbnail of a recording goes with it",
         [&line, request] { return deleteFiles(*request, line.storages().configured()); });
-    request->paths = addNames(files, "PATH...", "Files");
+    request->paths = addNames(files, "PATH...", "Files")->required(false);
+    request->list.addOptions(files);
     addForce(files);
     files.add_flag("--only", request->isOnly, "Delete only the files that are named, not their thumbnails");
     addResultOptions(files);
-    files.footer("Example: vornfh --sd /mnt/sd/DCIM delete /mnt/sd/DCIM/100VORN/DCF_0001.jpg");
+    files.footer("Example: vornfh delete /mnt/sd/DCIM/100VORN/DCF_0001.jpg");
 
     CLI::App &folder = line.add(
         "rmdir", "Deletes a folder of a storage device and everything in it, after asking for confirmation",
@@ -512,16 +597,15 @@ void addRemove(CommandLine &line)
     addFolderArgument(folder, request->folder);
     addConfirmation(folder);
     addSingleResultOption(folder);
-    folder.footer("Example: vornfh --sd /mnt/sd/DCIM rmdir sd 100VORN");
+    folder.footer("Example: vornfh rmdir sd 100VORN");
 
     CLI::App &all = line.add(
-        "wipe",
-        "Deletes the DCIM folder of a storage device and everything in it, after asking for confirmation",
+        "wipe", "Deletes the DCIM folder and everything in it, after asking for confirmation",
         [&line, request] {
             return wipe(line.storages().require(request->storage), line.storages().configured(), *request);
         });
     addStorageArgument(all, request->storage);
     addConfirmation(all);
     addSingleResultOption(all);
-    all.footer("Example: vornfh --sd /mnt/sd/DCIM wipe sd");
+    all.footer("Example: vornfh wipe sd --dry-run");
 }

@@ -5,6 +5,7 @@
 #include "device.h"
 #include "durable.h"
 #include "ffmpeg.h"
+#include "filelist.h"
 #include "files.h"
 #include "folders.h"
 #include "media.h"
@@ -33,6 +34,7 @@ namespace {
 
 struct Request {
     CLI::Option *targets = nullptr;
+    FileList list;
     bool isDryRun = false;
 };
 
@@ -220,10 +222,7 @@ private:
     void report(const FileFacts &file, const QString &action) const
     {
         reportDone(printable(file.path) + ": " + (mIsDryRun ? "would be " : "") + action, [&] {
-            QJsonObject more = {{"action", action}};
-            if (mIsDryRun)
-                more["dryRun"] = true;
-            return toJson(file, more);
+            return toJson(file, {{"action", action}});
         });
     }
 
@@ -236,9 +235,10 @@ private:
 
 ExitCode repair(const Request &request, const Storages &storages)
 {
+    const std::vector<std::string> targets = namesIn(*request.targets, request.list);
     catchStopSignals();
     Repair repair(request.isDryRun);
-    const int failures = forEachReporting(request.targets->results(), [&](const std::string &argument) {
+    const int failures = forEachReporting(targets, [&](const std::string &argument) {
         const auto storage = storageNamed(QString::fromStdString(argument));
         repair.mend(storage ? findingsOn(storages.require(*storage), request.isDryRun)
                             : findingsAt(pathArgument(argument), storages.configured(), request.isDryRun));
@@ -261,8 +261,10 @@ void addRepair(CommandLine &line)
         "being written; the exit code is then 3",
         [&line, request] { return repair(*request, line.storages()); });
     request->targets =
-        addNames(command, "STORAGE|PATH...", "Storage devices, numbered folders, or files for their objects");
-    command.add_flag("--dry-run", request->isDryRun, "Only print what would be done");
+        addNames(command, "STORAGE|PATH...", "Storage devices, numbered folders, or files for their objects")
+            ->required(false);
+    request->list.addOptions(command);
     addResultOptions(command);
-    command.footer("Example: vornfh --sd /mnt/sd/DCIM repair sd --dry-run");
+    addDryRun(command, request->isDryRun);
+    command.footer("Example: vornfh repair sd --dry-run");
 }

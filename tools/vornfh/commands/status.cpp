@@ -408,6 +408,16 @@ ExitCode show(const QList<Storage> &storages, bool isJson)
     return failures > 0 ? FAILED : DONE;
 }
 
+/// With JSON on standard output, the line goes to standard error.
+void printConfigFile(const QString &path, bool isJson)
+{
+    const QString text = "config file: " + (path.isEmpty() ? QString("none") : printable(path));
+    if (isJson)
+        printError(text);
+    else
+        printLine(text);
+}
+
 } // namespace
 
 void addStatus(CommandLine &line)
@@ -416,9 +426,12 @@ void addStatus(CommandLine &line)
         eStorageType storage = STORAGE_MMC;
         CLI::Option *storageArgument = nullptr;
         bool isJson = false;
+        bool isVerbose = false;
     };
     const auto request = std::make_shared<Request>();
     const auto run = [&line, request] {
+        if (request->isVerbose)
+            printConfigFile(line.storages().configFile(), request->isJson);
         const bool isNamed = request->storageArgument->count() > 0;
         return show(isNamed ? QList<Storage>{line.storages().require(request->storage)}
                             : line.storages().configured(),
@@ -426,10 +439,11 @@ void addStatus(CommandLine &line)
     };
     CLI::App &command = line.add(
         "status",
-        "Shows whether one storage device, or each of them, is ready to record, how much more it can\n"
-        "hold, and its block device, space, objects, next photo and wear",
+        "Shows whether one storage device, or each of them, is ready to record. Also shows how much\n"
+        "more it can hold, and its block device, space, objects, next photo and wear",
         run);
     request->storageArgument = addStorageArgument(command, request->storage)->required(false);
     command.add_flag("--json", request->isJson, "Print an array with an object for each storage device");
-    command.footer("Example: vornfh --sd /mnt/sd/DCIM --sd-block mmcblk1p1 status sd");
+    command.add_flag("-v,--verbose", request->isVerbose, "Name the config file that is used");
+    command.footer("Example: vornfh status sd");
 }

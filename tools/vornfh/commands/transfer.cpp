@@ -2,6 +2,7 @@
 #include "commands.h"
 #include "copying.h"
 #include "device.h"
+#include "filelist.h"
 #include "files.h"
 #include "folders.h"
 #include "media.h"
@@ -28,6 +29,7 @@ struct Request {
     Mode mode;
     bool isOnly;
     QList<Storage> protecting; // the storage devices whose protected objects stay
+    bool isDryRun;
 };
 
 /// A file that is named, and the thumbnail that goes with it.
@@ -122,7 +124,7 @@ ExitCode transferAll(const Request &request)
             given.insert(entry.resolved);
             if (!transfer)
                 transfer.emplace(VornFileHandler::getDirPath(request.storage.type, request.folder),
-                                 request.mode, progress);
+                                 request.mode, progress, request.isDryRun);
             transfer->add(std::move(sources), Transfer::Conflict::Fail, entry.isShared);
         } catch (const FileFailure &failure) {
             progress.print([&failure] { printFailure(failure); });
@@ -144,34 +146,41 @@ void addCommand(CommandLine &line, Mode mode, const std::string &name, const std
 {
     struct Arguments {
         CLI::Option *words = nullptr;
+        FileList list;
         bool isForced = false;
         bool isOnly = false;
+        bool isDryRun = false;
     };
     const auto arguments = std::make_shared<Arguments>();
     const auto run = [&line, mode, name, arguments] {
         std::vector<std::string> words = arguments->words->results();
-        if (words.size() < 3)
+        const size_t least = arguments->list.isGiven() ? 2 : 3;
+        if (words.size() < least)
             throw UsageError(
                 QString("%1 needs FILE..., STORAGE and FOLDER").arg(QString::fromStdString(name)));
         const QString folder = fromCommandLine(words.back(), "FOLDER");
         words.pop_back();
         const Storage storage = line.storages().require(parseStorage(words.back()));
         words.pop_back();
+        for (const std::string &file : arguments->list.names())
+            words.push_back(file);
         const bool isProtecting = mode == Mode::Move && !arguments->isForced;
         return transferAll({words, storage, folder, mode, arguments->isOnly,
-                            isProtecting ? line.storages().configured() : QList<Storage>()});
+                            isProtecting ? line.storages().configured() : QList<Storage>(),
+                            arguments->isDryRun});
     };
     CLI::App &command = line.add(name, description, run);
     arguments->words =
         addNames(command, "FILE... STORAGE FOLDER",
                  "Files, a storage device (mmc, sd or usb), and a folder directly in its DCIM folder");
+    arguments->list.addOptions(command);
     command.add_flag("--only", arguments->isOnly,
                      "Only the files that are named, not the thumbnails of the recordings");
     if (mode == Mode::Move)
         command.add_flag("--force", arguments->isForced, "Move protected objects too");
     addResultOptions(command);
-    command.footer("Example: vornfh --sd /mnt/sd/DCIM --usb /mnt/usb/DCIM " + name
-                   + " /mnt/sd/DCIM/100VORN/* usb 100VORN");
+    addDryRun(command, arguments->isDryRun);
+    command.footer("Example: vornfh " + name + " /mnt/sd/DCIM/100VORN/* usb 100VORN");
 }
 
 } // namespace

@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: MIT
+#ifndef CONFIG_H
+#define CONFIG_H
+
+#include <CLI/CLI.hpp>
+
+#include <QString>
+
+#include <istream>
+#include <string>
+#include <vector>
+
+/// The config file that is read if --config does not name one.
+struct ConfigFile {
+    std::string path; // empty if there is none
+    QString problem;  // why it cannot be read; empty if it can
+};
+
+/// The file that VORNFH_CONFIG names or, if that is not set, the first that exists of
+/// $XDG_CONFIG_HOME/vornfh.conf (by default ~/.config/vornfh.conf) and /etc/vornfh.conf. Without HOME, there
+/// is no file of the user.
+ConfigFile usualConfigFile();
+
+/// The user's home folder; empty if HOME is not set.
+QString homeFolder();
+
+/// The format of config files. A byte-order mark is skipped, and "~" at the start of a path is HOME.
+class ConfigFormat : public CLI::ConfigTOML
+{
+public:
+    /// The values of @p pathNames are paths.
+    explicit ConfigFormat(std::vector<std::string> pathNames) : mPathNames(std::move(pathNames)) {}
+
+    /// Throws UsageError if HOME is needed but not set.
+    std::vector<CLI::ConfigItem> from_config(std::istream &input) const override;
+
+private:
+    std::vector<std::string> mPathNames;
+};
+
+#endif // CONFIG_H
