@@ -218,20 +218,22 @@ void StorageWatch::beginOn(const Mount &mount)
 void StorageWatch::changeTo(const Mount &mount)
 {
     // A mount point further down is that of a mount on top of the known one, which is still there.
-    const int depth = mMount.depth;
-    if (mIsUnmounted || mount.depth <= depth)
-        report("unmounted");
-    const auto reportMounted = [&] {
-        if (mount.depth >= depth)
+    const bool isUnmounted = mIsUnmounted || mount.depth <= mMount.depth;
+    const bool isMounted = mount.depth >= mMount.depth;
+    // Afterwards, so that no event is missed after a listing that follows these lines.
+    const auto reportChange = [&] {
+        if (isUnmounted)
+            report("unmounted");
+        if (isMounted)
             report("mounted");
     };
     try {
         beginOn(mount);
     } catch (const Failure &) {
-        reportMounted();
+        reportChange();
         throw;
     }
-    reportMounted();
+    reportChange();
 }
 
 /// Returns -1 if there is no such folder.
@@ -382,11 +384,17 @@ void StorageWatch::compareState()
 {
     const QString existing = nearestExisting(mStorage.location);
     const bool isAbsent = !mBlock.isEmpty() && blockDeviceOf(existing) != mBlock;
+    const bool isKnown = !isAbsent && !isMountMissing(mStorage);
+    const bool isReadOnly = isKnown && isOnReadOnlyFileSystem(existing);
+    const bool isNowFull = isKnown && isFull();
+    readEvents();
+    if (mIsUnmounted || !(Mount::of(nearestExisting(mStorage.location)) == mMount))
+        return; // this may be the state of another mount
     reportIf(isAbsent, mState.isAbsent, "absent", "present");
-    if (isAbsent || isMountMissing(mStorage))
+    if (!isKnown)
         return;
-    reportIf(isOnReadOnlyFileSystem(existing), mState.isReadOnly, "read-only", "writable");
-    reportIf(isFull(), mState.isFull, "full", "not-full");
+    reportIf(isReadOnly, mState.isReadOnly, "read-only", "writable");
+    reportIf(isNowFull, mState.isFull, "full", "not-full");
 }
 
 bool StorageWatch::isFull()

@@ -439,7 +439,7 @@ void addGallery(CommandLine &line)
     };
     CLI::App &command = line.add(
         "gallery",
-        "Writes an HTML page that shows the files in the numbered folders of a storage device, and plays\n"
+        "Writes an HTML page that shows the files in the numbered folders of a storage device. It plays\n"
         "those that browsers play. More than 10,000 files, or more than --page-size, are divided into\n"
         "several pages, at least one for each folder: FILE becomes their index, and they are in a folder\n"
         "next to it, sd-pages for sd.html. Apart from these, nothing is created on the storage device",

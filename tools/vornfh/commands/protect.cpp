@@ -43,7 +43,7 @@ struct Request {
 class Objects
 {
 public:
-    explicit Objects(const QList<Storage> &storages) : mStorages(storages) {}
+    Objects(const QList<Storage> &storages, bool isDryRun) : mStorages(storages), mIsDryRun(isDryRun) {}
 
     /// What @p path names: all objects in a numbered folder, or the one of a file in it. Throws Failure if it
     /// is neither.
@@ -79,12 +79,14 @@ private:
         const QString location = storageOfNumberedFolder(folder, path, mStorages).location;
         if (mReported.insert(location).second)
             reportProblems(location);
-        removeLeftovers(folder);
+        if (!mIsDryRun)
+            removeLeftovers(folder);
         reportUnreadable(folder);
         return mFolders.emplace(folder, readNumberedFolder(folder)).first->second;
     }
 
     const QList<Storage> mStorages;
+    const bool mIsDryRun;
     std::set<QString> mReported; // locations
     std::map<QString, NumberedFolder> mFolders;
 };
@@ -163,7 +165,7 @@ void mark(const QString &path, const Request &request)
 ExitCode markAll(const Request &request, const QList<Storage> &storages)
 {
     const std::vector<std::string> arguments = namesIn(*request.paths, request.list);
-    Objects objects(storages);
+    Objects objects(storages, request.isDryRun);
     std::vector<FileFacts> marked;
     std::set<QString> seen;
     std::set<QString> folders;

@@ -85,18 +85,19 @@ void addWatch(CommandLine &line)
             storages.append(line.storages().require(type));
         return watch(named->empty() ? line.storages().configured() : storages);
     };
-    CLI::App &command =
-        line.add("watch",
-                 "Prints a line for each event on the storage devices until SIGINT or SIGTERM: added, "
-                 "finished, changed or removed PATH; watching, mounted, unmounted, read-only,\n"
-                 "writable, full, not-full, absent or present STORAGE",
-                 run);
+    CLI::App &command = line.add(
+        "watch",
+        "Prints a line for each event on the storage devices until SIGINT or SIGTERM: added, finished,\n"
+        "changed or removed PATH; watching, mounted, unmounted, read-only, writable, full, not-full,\n"
+        "absent or present STORAGE",
+        run);
     const auto parse = [named](const std::vector<std::string> &names) {
         std::transform(names.begin(), names.end(), std::back_inserter(*named), parseStorage);
     };
     command.add_option_function<std::vector<std::string>>("STORAGE", parse, "mmc, sd or usb; by default all")
         ->type_name("");
-    command.add_flag_callback(
-        "--json,--jsonl", [] { setFormat(Format::JsonLines); }, "Print an object in each line");
-    command.footer("Example: vornfh --sd /mnt/sd/DCIM watch sd");
+    for (const char *name : {"--json", "--jsonl"})
+        command.add_flag_callback(
+            name, [] { setFormat(Format::JsonLines); }, "Print an object in each line");
+    command.footer("Example: vornfh watch sd");
 }
