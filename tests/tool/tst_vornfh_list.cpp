@@ -591,17 +591,9 @@ void VornfhListTest::marksProtectedFiles()
         else
             QVERIFY2(!line.contains("protected"), line.constData());
     }
-    QStringList inJson;
-    for (const QJsonValue &file :
-         tool.runOnStorages(list + QByteArrayList{"--library-json"}).json().array()) {
-        if (file.toObject()["protected"].toBool())
-            inJson.append(file.toObject()["filename"].toString());
-        QCOMPARE(file.toObject().contains("protected"), file.toObject()["protected"].toBool());
-    }
     inTable.sort();
-    inJson.sort();
     QCOMPARE(inTable, shown);
-    QCOMPARE(inJson, shown);
+    QVERIFY(!tool.runOnStorages(list + QByteArrayList{"--library-json"}).out.contains("protected"));
     QStringList inResults;
     for (const QJsonValue &file : tool.runOnStorages(list + QByteArrayList{"--json"}).json().array()) {
         if (file["protected"].toBool())

@@ -75,7 +75,7 @@ void VornfhStoragesTest::refersToTheHelpWithoutArguments()
 void VornfhStoragesTest::helpAndVersionSucceed()
 {
     const ToolRun tool;
-    QCOMPARE(tool.run({"--version"}), tool.success("vornfh 1.0.0\n"));
+    QCOMPARE(tool.run({"--version"}), tool.success("vornfh 1.1.0\n"));
     QVERIFY(tool.run({"--help"}).out.contains("Usage: vornfh [OPTIONS] COMMAND\n"));
     for (const QByteArray option : {"--suffix TEXT", "--sd DIR", "--usb-block NAME", "--config FILE"})
         QVERIFY2(tool.run({"--help"}).out.contains(option), option);
@@ -376,7 +376,7 @@ void VornfhStoragesTest::printsHelpDespiteAConfigFileThatCannotBeUsed_data()
     QTest::addColumn<QByteArray>("start");
     row("help", QByteArrayList{"--help"}, QByteArray("Manages the media of a camera"));
     row("help-of-a-command", QByteArrayList{"count", "--help"}, QByteArray("Counts the image"));
-    row("version", QByteArrayList{"--version"}, QByteArray("vornfh 1.0.0\n"));
+    row("version", QByteArrayList{"--version"}, QByteArray("vornfh 1.1.0\n"));
 }
 
 void VornfhStoragesTest::printsHelpDespiteAConfigFileThatCannotBeUsed()

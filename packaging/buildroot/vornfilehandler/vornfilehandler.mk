@@ -6,7 +6,7 @@
 
 # Follows the conventions of Buildroot; this project has never built it.
 
-VORNFILEHANDLER_VERSION = 1.0.0
+VORNFILEHANDLER_VERSION = 1.1.0
 # A checkout next to Buildroot.
 VORNFILEHANDLER_SITE = $(TOPDIR)/../vornfilehandler
 VORNFILEHANDLER_SITE_METHOD = local

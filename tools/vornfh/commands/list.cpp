@@ -215,8 +215,7 @@ private:
     QByteArray mText;
 };
 
-/// Prints the array of VornFileHandler::getJsonFileList() as QJsonDocument formats it. Protected files have
-/// one more member.
+/// Prints the array of VornFileHandler::getJsonFileList() as QJsonDocument formats it.
 class LibraryJsonPrinter : public ListPrinter
 {
 public:
@@ -244,20 +243,14 @@ private:
         const QByteArray shown = jsonText(QString(folder + "/").remove(mStorage.location + "/"));
         return "    {\n" + member("filename", shown + jsonText(name))
                + member("moddate", dateText(file.created)) + member("modtime", clockText(file.created))
-               + (file.isProtected ? "        \"protected\": true,\n" : "")
                + member("size", "0x" + QByteArray::number(file.size, 16))
                + "        \"type\": " + mTypes.at(findType(name)) + "\n    }";
     }
 
     QByteArray libraryObject(const ListedFile &file) const
     {
-        QJsonArray array = VornFileHandler::getJsonFileList(mStorage.type, {*file.info});
-        if (file.facts.isProtected) {
-            QJsonObject object = array.first().toObject();
-            object["protected"] = true;
-            array[0] = object;
-        }
-        const QByteArray text = QJsonDocument(array).toJson();
+        const QByteArray text =
+            QJsonDocument(VornFileHandler::getJsonFileList(mStorage.type, {*file.info})).toJson();
         return text.mid(2, text.size() - 5); // without the lines [ and ]
     }
 
