@@ -635,7 +635,7 @@ void VornfhFamilyTest::showsAnExample()
              command != "info" && command != "comment");
     QVERIFY(!help.contains("--suffix"));
     const bool isWriting = help.contains("--dry-run") && !example.contains("--dry-run");
-    const QString line = QString(command == "watch" ? "timeout --preserve-status 1" : "exec") + " '"
+    const QString line = QString(command == "watch" ? "timeout --preserve-status 5" : "exec") + " '"
                          + ToolRun::toolPath() + "'" + QString::fromUtf8(example.mid(6))
                          + (isWriting ? " -n" : "");
     const Outcome outcome = tool.runProgram("/bin/sh", {"-c", line});

@@ -239,9 +239,10 @@ void VornfhOutputTest::diagnosticLinesHaveColoursOnATerminal()
     QByteArray line = isColoured ? noFolderNumberLine() : withoutColours(noFolderNumberLine());
     if (isTerminal)
         line.replace("\n", "\r\n");
+    const QByteArray all = outcome.err + outcome.out;
     QCOMPARE(outcome.exitCode, 0);
-    QVERIFY2((outcome.err + outcome.out).startsWith(line), toString(outcome));
-    QCOMPARE((outcome.err + outcome.out).contains('\x1b'), isColoured);
+    QVERIFY2(all.startsWith(line), all.constData());
+    QCOMPARE(all.contains('\x1b'), isColoured);
 }
 
 void VornfhOutputTest::onlyColoursAreRemoved_data()

@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 
 #include <unistd.h>
 
@@ -66,9 +65,8 @@ void removeUnwantedColours()
         return;
     cookie_io_functions_t functions = {};
     functions.write = writeFiltered;
-    auto filter = std::make_unique<ColourFilter>();
-    if (FILE *stream = ::fopencookie(filter.get(), "w", functions)) {
-        static_cast<void>(filter.release()); // the stream is open until the tool ends
+    static auto *const filter = new ColourFilter; // never deleted: the stream is open until the tool ends
+    if (FILE *stream = ::fopencookie(filter, "w", functions)) {
         std::setvbuf(stream, nullptr, _IONBF, 0);
         // In glibc, stderr is a variable ("Standard Streams" in its manual), which the library uses too.
         stderr = stream;
