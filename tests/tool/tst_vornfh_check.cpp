@@ -426,6 +426,8 @@ void VornfhCheckTest::reportsDamage_data()
     }
     const QByteArray avi = wholeFile("avi");
     row("without-movie-data", "avi", riff("04000000") + "AVI ", NO_MOVIE);
+    row("without-stream-headers", "avi", renamed(avi, "hdrl", "JUNK"), NO_MOVIE);
+    row("without-movie-data-after-headers", "avi", renamed(avi, "movi", "JUNK"), NO_MOVIE);
     row("without-an-index", "avi", renamed(avi, "idx1", "JUNK"), NO_INDEX + REPAIRABLE);
     row("tail-of-zeros", "avi", overwritten(avi, -16, 16), WRONG_INDEX + REPAIRABLE);
     row("index-of-other-content", "avi", overwritten(avi, -8, 1, '\x01'), WRONG_INDEX + REPAIRABLE);
