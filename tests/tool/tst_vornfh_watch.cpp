@@ -39,6 +39,7 @@ private slots:
     void reportsAnErrorOfTheFileSystem();
     void reportsACardThatIsPulledOut();
     void watchesAllStorages();
+    void watchesOnceWhatIsNamedTwice();
     void printsJson();
     void endsOnASignal_data();
     void endsOnASignal();
@@ -215,6 +216,11 @@ void VornfhWatchTest::reportsFolders_data()
     row("not-a-number", {}, "mkdir 0100ABC 100abc; printf x > 0100ABC/DCF_0001.jpg", {});
     row("location-is-deleted-and-created-again", {"100ABC/DCF_0001.jpg = x"},
         "rm -r 900ABC 100ABC; cd ..; rmdir DCIM; mkdir -p DCIM/100ABC DCIM/900ABC\n"
+        "printf y > DCIM/100ABC/DCF_0002.jpg",
+        QByteArrayList{"removed " + FOLDER + "DCF_0001.jpg"} + comes("DCF_0002.jpg"));
+    row("location-is-created-again-many-times",
+        {"100ABC/DCF_0001.jpg = x"}, // often with the same inode number
+        "cd ..; for i in $(seq 30); do rm -r DCIM; mkdir -p DCIM/100ABC DCIM/900ABC; done\n"
         "printf y > DCIM/100ABC/DCF_0002.jpg",
         QByteArrayList{"removed " + FOLDER + "DCF_0001.jpg"} + comes("DCF_0002.jpg"));
     row("location-is-replaced", {"100ABC/DCF_0001.jpg = x"},
@@ -452,6 +458,14 @@ void VornfhWatchTest::watchesAllStorages()
     watch.waitForLine();
     tool.make({"sd/DCIM/100ABC/DCF_0001.jpg = x"});
     QCOMPARE(watch.waitForLine(), "added " + FOLDER + "DCF_0001.jpg");
+}
+
+void VornfhWatchTest::watchesOnceWhatIsNamedTwice()
+{
+    const ToolRun tool;
+    Watch watch(tool, {"sd", "SD", "mmc"}, 0);
+    QCOMPARE(watch.waitForLine(), QByteArray("watching sd"));
+    QCOMPARE(watch.waitForLine(), QByteArray("watching mmc"));
 }
 
 void VornfhWatchTest::printsJson()

@@ -116,11 +116,12 @@ bool isLastNumberUsed(const std::vector<NumberedFolder> &folders)
 
 } // namespace
 
-StorageWatch::Mount StorageWatch::Mount::of(const QString &path)
+StorageWatch::Mount StorageWatch::Mount::of(const QString &location)
 {
+    const QString existing = nearestExisting(location);
     struct stat status = {};
-    readStatus(path, status);
-    return {mountOf(path), status.st_dev, QStorageInfo(path).rootPath().size()};
+    readStatus(existing, status);
+    return {mountOf(existing), status.st_dev, QStorageInfo(existing).rootPath().size()};
 }
 
 StorageWatch::StorageWatch(Storage storage, Report report)
@@ -130,7 +131,7 @@ StorageWatch::StorageWatch(Storage storage, Report report)
 
 void StorageWatch::start()
 {
-    beginOn(Mount::of(nearestExisting(mStorage.location)));
+    beginOn(currentMount());
     report("watching");
     compareState();
 }
@@ -139,7 +140,7 @@ void StorageWatch::update()
 {
     try {
         readEvents();
-        const Mount mount = Mount::of(nearestExisting(mStorage.location));
+        const Mount mount = currentMount();
         if (mIsUnmounted || !(mount == mMount))
             changeTo(mount);
         if (mIsStale || identityOf(mStorage.location) != mLocation)
@@ -152,6 +153,19 @@ void StorageWatch::update()
         if (std::exchange(mFailure, message) != message)
             printError(message);
     }
+}
+
+/// Another mount than the known one is read until it is found twice: while a folder on the way to the
+/// location is deleted and created, a reading can mix the two.
+StorageWatch::Mount StorageWatch::currentMount() const
+{
+    Mount mount = Mount::of(mStorage.location);
+    while (!(mount == mMount)) {
+        const Mount before = std::exchange(mount, Mount::of(mStorage.location));
+        if (mount == before)
+            break;
+    }
+    return mount;
 }
 
 /// Reads one part of the queue, so that a stop signal is noticed however many events there are.
@@ -252,11 +266,14 @@ void StorageWatch::watchFolders()
 {
     mIsStale = true;
     mFolderWatches.clear();
-    mLocation = identityOf(mStorage.location);
+    mLocation = {};
     mEvents = Descriptor(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
     if (!mEvents.isOpen())
         throw FileFailure(mStorage.location, "cannot be watched: " + watchFailure(errno));
+    const auto location = identityOf(mStorage.location);
     mLocationWatch = addWatch(mStorage.location, LOCATION_EVENTS);
+    if (mLocationWatch >= 0) // otherwise it is gone, and a new one may get its inode number
+        mLocation = location;
     const QStringList paths = objectFolders(mStorage);
     requireReadToEnd(mStorage.location);
 
@@ -388,7 +405,7 @@ void StorageWatch::compareState()
     const bool isReadOnly = isKnown && isOnReadOnlyFileSystem(existing);
     const bool isNowFull = isKnown && isFull();
     readEvents();
-    if (mIsUnmounted || !(Mount::of(nearestExisting(mStorage.location)) == mMount))
+    if (mIsUnmounted || !(currentMount() == mMount))
         return; // this may be the state of another mount
     reportIf(isAbsent, mState.isAbsent, "absent", "present");
     if (!isKnown)

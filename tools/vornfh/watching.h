@@ -64,7 +64,7 @@ private:
         dev_t device = 0;
         int depth = 0; // length of its mount point
 
-        static Mount of(const QString &path);
+        static Mount of(const QString &location);
         bool operator==(const Mount &other) const
         {
             return number == other.number && device == other.device && depth == other.depth;
@@ -80,6 +80,7 @@ private:
     /// Why a file is compared with its known state.
     enum class Cause { Event, Closed };
 
+    Mount currentMount() const;
     void readEvents();
     void handle(int watch, std::uint32_t mask, const char *name);
     void beginOn(const Mount &mount);
