@@ -489,7 +489,7 @@ QStringList entryList(QDir directory)
     return dropInvalidFilters(directory) ? directory.entryList() : QStringList();
 }
 
-/// Sets up @p directory to list the files that match @p nameFilters or, if there are none, its own filters.
+/// Sets up @p directory to list the files that match @p nameFilters or, if that is empty, its own filters.
 void setFileListing(QDir &directory, const QStringList &nameFilters, QDir::SortFlags sort)
 {
     directory.setFilter(QDir::Files | QDir::NoSymLinks);
@@ -726,7 +726,7 @@ Files unsortedFiles(QDir directory, Seen seen)
 /// fiftieth of the time that QDir takes, because QDir converts times in every comparison. A file without a
 /// time compares equal to every other in QDir's order, which is then not transitive, so that only QDir itself
 /// can reproduce it.
-/// Calls seen(facts) for each file as soon as it has been read, and possibly a second time.
+/// Calls seen(facts) for each file as soon as it has been read, and possibly again.
 template <typename Seen>
 Files filesByTime(const QDir &directory, Seen seen)
 {

@@ -208,8 +208,8 @@ public:
     /// current folder, and every later call returns DCF_0001 in folder 999. A host must therefore open the
     /// file exclusively (O_EXCL, QIODevice::NewOnly). Has the side effects and output of getNextFileNum()
     /// followed by getLastDirectoryNum(). Reads the location twice and the current folder once; each of these
-    /// reads is repeated if a name in the directory is not ASCII and QTextCodec::codecForLocale() is not
-    /// UTF-8.
+    /// reads is repeated if the file system does not report the types of entries, or if a name in the
+    /// directory is not ASCII and QTextCodec::codecForLocale() is not UTF-8.
     static QString getNextFileName(VORN_FILE_HANDLER::eStorageType storage,
                                    VORN_FILE_HANDLER::eFileTypes fileType);
 
@@ -217,11 +217,12 @@ public:
     //
     // A file listing contains only regular files: no directories, no symbolic links, no hidden files. Name
     // filters are QDir wildcards and ignore case; an empty list of filters matches every file. Names that are
-    // not valid UTF-8 are never listed. In a listing in the order QDir::Time | QDir::Reversed, the entries
-    // keep the size and times that the files had when they were listed; in any other order, these may be read
-    // when first asked for. A directory is read once. In the order QDir::Time | QDir::Reversed, it is read
-    // twice if a name in it is not ASCII and QTextCodec::codecForLocale() is not UTF-8, and once more if a
-    // file has no modification time.
+    // not valid in the encoding of QTextCodec::codecForLocale(), normally UTF-8, are never listed. In a
+    // listing in the order QDir::Time | QDir::Reversed, the entries keep the size and times that the files
+    // had when they were listed; in any other order, these may be read when first asked for. A directory is
+    // read once. In the order QDir::Time | QDir::Reversed, it is read twice if the file system does not
+    // report the types of entries, or if a name in it is not ASCII and QTextCodec::codecForLocale() is not
+    // UTF-8, and once more if a file has no modification time.
 
     /// The files in one directory, sorted by @p sort. If @p nameFilters is empty, the name filters already
     /// set in @p directory apply. If the directory is missing, prints the line "directory <path> doesn't
@@ -241,11 +242,12 @@ public:
     static QList<QFileInfo> getFolders(VORN_FILE_HANDLER::eStorageType storage,
                                        VORN_FILE_HANDLER::eDIRECTORY_FILTER filter);
 
-    /// The files in all folders that @p filter selects: folder by folder in the order of getFolders(), and in
-    /// each folder the oldest modification first (QDir::Time | QDir::Reversed; files with equal times in
-    /// descending name order). Files in the location itself and in subdirectories of the folders are not
-    /// listed. Has the side effects and output of getFolders(). For a folder that has disappeared in the
-    /// meantime, prints the line "directory <folder> doesn't exist".
+    /// The files in all folders that @p filter selects: folder by folder in the order of getFolders(), and
+    /// in each folder the oldest modification first (QDir::Time | QDir::Reversed; files with equal times in
+    /// descending name order). Files in subdirectories of the folders are not listed, nor those in the
+    /// location itself, unless the suffix is empty: "." and ".." are then among the numbered folders. Has
+    /// the side effects and output of getFolders(). For a folder that has disappeared in the meantime,
+    /// prints the line "directory <folder> doesn't exist".
     static QList<QFileInfo> getDirectoryContents(VORN_FILE_HANDLER::eStorageType storage,
                                                  QStringList nameFilters,
                                                  VORN_FILE_HANDLER::eDIRECTORY_FILTER filter);
@@ -256,8 +258,8 @@ public:
 
     // Media lists
     //
-    // Extensions are matched ignoring case. Each function lists the storage device once (getImageList()
-    // twice), with the side effects and output of that listing.
+    // Extensions are matched ignoring case. Each function with a storage argument lists the storage device
+    // once (getImageList() twice), with the side effects and output of that listing.
 
     /// The images on a storage device: first the JPEG files of all folders, with the thumbnails among them if
     /// @p thumbnails is set, then the PNG files of all folders. The location and the folders are read twice.
@@ -320,7 +322,7 @@ public:
     //
     // Each query starts processes, waits for them without a time limit, and caches nothing. The block name
     // and the mount path are passed to the shell unquoted: anyone who can choose them can run any command,
-    // and a mount path with a space in it is split, which yields 0 or the figures of another file system. For
+    // and a mount path with a space in it is split, which yields 0 or a meaningless value. For
     // an unsupported storage the queries return false or 0 and print the line "Unsupported storage type" each
     // time they look up its block name.
     //
@@ -354,9 +356,9 @@ public:
 
     /// Bytes available to users on the file system that holds the mount path, as df reports them. For a card
     /// that is present but not mounted, that is the file system of the mount-point directory, usually the
-    /// root file system. 0 if isMounted() is false, if the mount path does not exist, if the output of df is
-    /// not one number, or if the value is 2 TiB or more. Starts the processes of isMounted(), then sh, df and
-    /// awk.
+    /// root file system. 0 if isMounted() is false, if the mount path does not exist, if the lines that df
+    /// prints after its header do not join into one number, or if the value is 2 TiB or more. Starts the
+    /// processes of isMounted(), then sh, df and awk.
     static qint64 getRemainingBytes(VORN_FILE_HANDLER::eStorageType type);
 
     /// Size of that file system in bytes; 0 as above. Starts the processes of isMounted(), then sh, df and
