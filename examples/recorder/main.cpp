@@ -2,7 +2,6 @@
 // recorder LOCATION SUFFIX SECONDS PERCENT [INPUT...]: makes recordings of SECONDS seconds with ffmpeg until
 // SIGTERM, and keeps PERCENT % of the card free by deleting the oldest files. Prints the path of a recording
 // once it is on the card. INPUT is ffmpeg's input (-f v4l2 -i /dev/video0), by default a test picture.
-//
 // A card can block for seconds, and forever if it hangs. One thread does everything that uses the card, and
 // the event loop of main() stays free. docs/integration.md quotes what is between two lines "//! [name]".
 #include <vornfilehandler.h>
@@ -71,7 +70,8 @@ QString claim(const QString &location)
     VornFileHandler::createFolder(location);
     const int lock = ::open(QFile::encodeName(location).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     const QString path = lock >= 0 && ::flock(lock, LOCK_EX) == 0 ? createNext() : QString();
-    ::close(lock);
+    if (lock >= 0) // otherwise errno would be that of close()
+        ::close(lock);
     return path;
 }
 //! [claim]
@@ -102,17 +102,16 @@ void show(const QString &subject, const QString &text)
 {
     QMetaObject::invokeMethod(qApp, [subject, text] {
         static QHash<QString, QString> shown;
-        if (shown.value(subject) != text)
+        if (std::exchange(shown[subject], text) != text)
             QTextStream(stderr) << subject << ": " << text << Qt::endl;
-        shown[subject] = text;
     });
 }
 
 class Recorder : public QObject
 {
 public:
-    Recorder(const QString &seconds, int keepFree, const QStringList &input)
-        : mSeconds(seconds), mKeepFree(keepFree), mInput(input)
+    Recorder(QString seconds, int keepFree, QStringList input)
+        : mSeconds(std::move(seconds)), mKeepFree(keepFree), mInput(std::move(input))
     {
         mFfmpeg.setProcessChannelMode(QProcess::ForwardedChannels);
         connect(&mFfmpeg, &QProcess::stateChanged, this, &Recorder::keep);
@@ -142,7 +141,7 @@ private:
                 mFfmpeg.terminate(); // ffmpeg closes its file; the fourth signal ends it at once
         } else if (isStopping) {
             thread()->quit();
-        } else if (isWritable && free > RESERVE) {
+        } else if (isWritable && free > RESERVE && mPause.hasExpired()) {
             begin(std::min<qint64>(free, 1 << 30)); // at most 1 GiB; FAT allows 4 GiB
         }
     }
@@ -159,16 +158,17 @@ private:
         mThumbnail = baseOf(mPath) + "." + VornFileHandler::getFileExtension(FILE_TYPE_THUMB);
         //! [thumbnail]
         mIsSaved = save({mPath});
-        const QStringList options = {"-nostdin", "-loglevel", "error", "-y"};
+        // If this process is killed, ffmpeg gets SIGTERM and closes the file, which is no longer flushed.
+        const QStringList options = {"--pdeathsig", "TERM", "ffmpeg", "-nostdin", "-loglevel", "error", "-y"};
         const QStringList limits = {"-t", mSeconds, "-fs", QString::number(bytes)};
         const QStringList video = {"-c:v", "mpeg4", "-q:v", "5", "-flush_packets", "1", "-f", "matroska"};
         const QStringList picture = {"-vf", "trim=end_frame=1,scale=160:-2", "-f", "mjpeg"};
-        mFfmpeg.start("ffmpeg", options + mInput + limits + video + QStringList("file:" + mPath) + picture
-                                    + QStringList("file:" + mThumbnail));
+        mFfmpeg.start("setpriv", options + mInput + limits + video + QStringList("file:" + mPath) + picture
+                                     + QStringList("file:" + mThumbnail));
     }
 
     //! [keep]
-    /// Waits until @p files are on the card, and the folders with new entries.
+    /// Waits until @p files, and the folders that contain them, are on the card.
     bool save(const QStringList &files) const
     {
         const QStringList paths = files + QStringList{QFileInfo(mPath).path(), mLocation, mMountPoint};
@@ -184,11 +184,11 @@ private:
             if (const QFileInfo info(file); info.exists() && info.size() == 0)
                 VornFileHandler::deleteFile(file);
         }
+        mPause.setRemainingTime(mFfmpeg.exitCode() == 0 ? 0 : 10000); // the camera may be missing
         if (!mIsSaved || !save({mThumbnail, mPath}))
             return show(mPath, "missing or incomplete on the card");
         QTextStream(stdout) << mPath << Qt::endl;
-        if (mFfmpeg.exitCode() == 0)
-            QTimer::singleShot(0, this, &Recorder::check); // the next one begins at once
+        QTimer::singleShot(0, this, &Recorder::check); // the next one begins at once
     }
     //! [keep]
 
@@ -199,6 +199,7 @@ private:
     const QStringList mInput;
     QString mPath, mThumbnail;
     bool mIsSaved = true;
+    QDeadlineTimer mPause; // after a failure
     QProcess mFfmpeg;
     QTimer mTimer;
 };
@@ -221,13 +222,12 @@ int main(int argc, char *argv[])
 {
     const QCoreApplication application(argc, argv);
     const QStringList arguments = QCoreApplication::arguments();
-    QStringList input = arguments.mid(5);
     if (arguments.size() < 5) {
         QTextStream(stderr) << "Usage: recorder LOCATION SUFFIX SECONDS PERCENT [INPUT...]" << Qt::endl;
         return 2;
     }
-    if (input.isEmpty())
-        input = QStringList{"-re", "-f", "lavfi", "-i", "testsrc2=size=640x480:rate=25"};
+    const QStringList picture = {"-re", "-f", "lavfi", "-i", "testsrc2=size=640x480:rate=25"};
+    const QStringList input = arguments.size() > 5 ? QStringList(arguments.mid(5)) : picture;
     VornFileHandler::init(arguments[2], QString(), QString(), arguments[1], QString(), QString(), QString());
 
     //! [thread]

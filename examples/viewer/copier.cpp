@@ -81,8 +81,8 @@ QString extensionOf(const QString &file)
     return file.mid(file.lastIndexOf('.') + 1);
 }
 
-/// The path of the next recording up to the dot before its extension. The number is free for every extension.
-/// Requires the lock of the location.
+/// The path of the next recording up to and including the dot before its extension. The number is free for
+/// every extension. Requires the lock of the location.
 QString nextBasePath(eStorageType target)
 {
     constexpr int LAST_NUMBER = 9999;

@@ -40,7 +40,7 @@ QImage readPicture(const QString &path, QSize size, bool isTile)
     const QSize scaled = full.scaled(isTurned ? size.transposed() : size,
                                      isTile ? Qt::KeepAspectRatioByExpanding : Qt::KeepAspectRatio);
     if (isTile || scaled.width() < full.width())
-        reader.setScaledSize(scaled); // a JPEG file is then decoded in this size
+        reader.setScaledSize(scaled); // a JPEG file is then decoded at this size
     QImage picture;
     if (qint64(full.width()) * full.height() > LARGEST || !reader.read(&picture))
         return QImage();

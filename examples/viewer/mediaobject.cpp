@@ -31,7 +31,7 @@ const QVector<QPair<QString, MediaObject::Kind>> &extensions()
 int placeOf(const QString &file)
 {
     const QStringRef extension = file.midRef(file.lastIndexOf('.') + 1);
-    const auto found = std::find_if(extensions().begin(), extensions().end(), [&](const auto &known) {
+    const auto *const found = std::find_if(extensions().begin(), extensions().end(), [&](const auto &known) {
         return extension.compare(known.first, Qt::CaseInsensitive) == 0;
     });
     return static_cast<int>(found - extensions().begin());
@@ -65,7 +65,7 @@ QString MediaObject::picture() const
 MediaObjects objectsIn(const QString &folder)
 {
     MediaObjects objects;
-    // The files of an object need not be adjacent: DCF_0001.jpg, DCF_0001.x.jpg, DCF_0001.thumb
+    // The files of an object need not be adjacent: DCF_0001.jpg, DCF_0001.k.jpg, DCF_0001.thumb
     QHash<QString, int> places;
     const QFileInfoList files =
         VornFileHandler::getDirectoryContents(folder, nameFilters(), QDir::Name | QDir::Reversed);

@@ -14,8 +14,8 @@ class VideoDecoder : public QObject
     Q_OBJECT
 
 public:
-    /// Accepts the next picture. Until then, pictures are left out, because the interface is too slow for
-    /// them. May be called from any thread.
+    /// Accepts the next picture. Until then, pictures are dropped, because the interface cannot keep up. May
+    /// be called from any thread.
     void acceptNext() { mIsAccepting = true; }
 
 public slots:

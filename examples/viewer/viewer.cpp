@@ -16,7 +16,7 @@ auto find(const QVector<Entry> &entries, const Key &key)
 
 bool isPresentIn(const StorageDevices &devices, int type)
 {
-    const auto device = find(devices, type);
+    const auto *const device = find(devices, type);
     return device != devices.end() && device->isPresent;
 }
 
@@ -98,7 +98,7 @@ void Viewer::showFolder(const QString &name)
 
 void Viewer::describe(const QString &base)
 {
-    const auto object = find(mObjects.entries(), base);
+    const auto *const object = find(mObjects.entries(), base);
     if (object != mObjects.entries().end())
         request(&Catalog::describe, *object);
 }

@@ -86,13 +86,19 @@ int picturesIn(const QString &path)
         .toInt();
 }
 
+/// Returns whether a Matroska file has more than its header, of half a kilobyte. Without a picture, ffmpeg
+/// does not close the file.
+bool hasPicture(const QString &path)
+{
+    return QFileInfo(path).size() > 1000;
+}
+
 /// Returns whether ffmpeg has written the end of a Matroska file: only then its length is known.
 bool isClosed(const QString &path)
 {
-    return outputOf("ffprobe", {"-v", "quiet", "-show_entries", "format=duration", "-of", "csv=p=0", path})
-               .trimmed()
-               .toDouble()
-           > 0;
+    QProcess probe; // fails while ffmpeg has written nothing yet
+    probe.start("ffprobe", {"-v", "quiet", "-show_entries", "format=duration", "-of", "csv=p=0", path});
+    return probe.waitForFinished(TIMEOUT) && probe.readAllStandardOutput().trimmed().toDouble() > 0;
 }
 
 QString thumbnailOf(const QString &recording)
@@ -182,6 +188,8 @@ private slots:
     void keepsWhatOthersLeaveNoSpaceFor();
     void keepsWhatWasRecordedWhenTheCardFails_data();
     void keepsWhatWasRecordedWhenTheCardFails();
+    void closesTheFileIfItIsKilled();
+    void reportsWhyItCannotBegin();
     void deletesTheOldest();
     void keepsTheNewestAndTheCurrent();
     void leavesNothingWithoutInput_data();
@@ -226,7 +234,7 @@ void RecorderTest::recordsUntilStopped()
     QFETCH(int, number);
     insertCard();
     RunningRecorder recorder(location(), 2, 0);
-    QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(recording(2)).size() > 0, TIMEOUT);
+    QTRY_VERIFY_WITH_TIMEOUT(hasPicture(recording(2)), TIMEOUT);
     QCOMPARE(recorder.stop(number), 0);
     QCOMPARE(recorder.recorded(), (QStringList{recording(1), recording(2)}));
     QCOMPARE(tree(location()), (Tree{"100ABC/", "100ABC/DCF_0001.mkv", "100ABC/DCF_0001.thumb",
@@ -308,7 +316,7 @@ void RecorderTest::waitsForACard()
         QCOMPARE(tree(mountPoint()), Tree());
         insertCard();
         QTRY_VERIFY_WITH_TIMEOUT(recorder.recorded().count(recording(1)) == cards, TIMEOUT);
-        QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(recording(2)).size() > 0, TIMEOUT);
+        QTRY_VERIFY_WITH_TIMEOUT(hasPicture(recording(2)), TIMEOUT);
         mCard->unmount();
     }
     QCOMPARE(recorder.stop(), 0);
@@ -342,7 +350,7 @@ void RecorderTest::keepsWhatOthersLeaveNoSpaceFor()
     QTRY_COMPARE_WITH_TIMEOUT(recorder.recorded(), QStringList(recording(1)), TIMEOUT);
     QVERIFY(picturesIn(recording(1)) > 0);
     QVERIFY(filler.remove());
-    QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(recording(2)).size() > 0, TIMEOUT);
+    QTRY_VERIFY_WITH_TIMEOUT(hasPicture(recording(2)), TIMEOUT);
     QCOMPARE(recorder.stop(), 0);
     QCOMPARE(recorder.recorded(), (QStringList{recording(1), recording(2)}));
 }
@@ -377,9 +385,27 @@ void RecorderTest::keepsWhatWasRecordedWhenTheCardFails()
 
     mCard->insertAgain();
     QVERIFY(picturesIn(recording(1)) > 0);
-    QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(recording(2)).size() > 0, TIMEOUT);
+    QTRY_VERIFY_WITH_TIMEOUT(hasPicture(recording(2)), TIMEOUT);
     QCOMPARE(recorder.stop(), 0);
     QCOMPARE(recorder.recorded(), QStringList(recording(2)));
+}
+
+void RecorderTest::closesTheFileIfItIsKilled()
+{
+    insertCard();
+    RunningRecorder recorder(location(), 3600, 0);
+    QTRY_VERIFY_WITH_TIMEOUT(hasPicture(recording(1)), TIMEOUT);
+    QCOMPARE(recorder.stop(SIGKILL), 128 + SIGKILL);
+    QTRY_VERIFY_WITH_TIMEOUT(isClosed(recording(1)), TIMEOUT);
+}
+
+void RecorderTest::reportsWhyItCannotBegin()
+{
+    insertCard();
+    writeFile(location(), "not a folder");
+    RunningRecorder recorder(location(), 1, 0);
+    QTRY_VERIFY_WITH_TIMEOUT(recorder.hasShown(location() + ": Not a directory"), TIMEOUT);
+    QCOMPARE(recorder.stop(), 0);
 }
 
 void RecorderTest::deletesTheOldest()
@@ -413,7 +439,7 @@ void RecorderTest::keepsTheNewestAndTheCurrent()
     writeFile(location() + "/100ABC/DCF_0001.jpg", QByteArray(MEBIBYTE, 'o'));
     writeFile(location() + "/100ABC/DCF_0002.jpg", QByteArray(MEBIBYTE, 'n'));
     RunningRecorder recorder(location(), 3600, 99);
-    QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(recording(3)).size() > 0, TIMEOUT);
+    QTRY_VERIFY_WITH_TIMEOUT(hasPicture(recording(3)), TIMEOUT);
     QTRY_COMPARE_WITH_TIMEOUT(tree(location()),
                               (Tree{"100ABC/", "100ABC/DCF_0003.mkv", "100ABC/DCF_0003.thumb"}), TIMEOUT);
     makeTree(location(), {"100ABC/DCF_0004.jpg = newer"});

@@ -9,7 +9,7 @@
     </message>
     <message>
         <source>Unprotect</source>
-        <translation>Freigeben</translation>
+        <translation>Schutz aufheben</translation>
     </message>
     <message>
         <source>Protect</source>

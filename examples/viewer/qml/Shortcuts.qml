@@ -5,7 +5,8 @@ import QtQuick 2.15
 QtObject {
     signal requested(string action, var bases)
 
-    /// Returns whether @p event is one of these keys.
+    /// Requests the action of @p event for the recordings @p bases. Returns false if the key has none, or if
+    /// there are no recordings.
     function handle(event, bases) {
         const actions = {}
         actions[Qt.Key_P] = "protect"

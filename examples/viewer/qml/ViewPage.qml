@@ -83,7 +83,7 @@ FocusScope {
         video.stop()
         describeTimer.restart()
     }
-    Timer { // so that pictures that are only passed are not described
+    Timer { // so that pictures that are only swiped past are not described
         id: describeTimer
         interval: 150
         onTriggered: viewer.describe(page.base)
