@@ -37,11 +37,10 @@ Snapshot snapshotOf(const QString &folder)
         struct stat status = {};
         if (name.contains("lost+found"))
             continue;
-        if (::lstat(QFile::encodeName(path).constData(), &status) != 0)
-            found[name] = UNREADABLE;
-        else if (S_ISDIR(status.st_mode))
+        const bool isThere = ::lstat(QFile::encodeName(path).constData(), &status) == 0;
+        if (isThere && S_ISDIR(status.st_mode))
             found[name + "/"] = QByteArray();
-        else if (!file.open(QIODevice::ReadOnly))
+        else if (!isThere || !file.open(QIODevice::ReadOnly))
             found[name] = UNREADABLE;
         else
             found[name] = ((status.st_mode & 0222) == 0 ? "protected: " : "") + file.readAll();

@@ -147,7 +147,7 @@ void setUp(const ToolRun &tool, const Tree &entries)
         if (entry.startsWith("filler ")) {
             struct statvfs status = {};
             require(::statvfs(QFile::encodeName(tool.path() + "/sd").constData(), &status) == 0, "statvfs");
-            const qint64 free = static_cast<qint64>(status.f_bfree * status.f_frsize);
+            const auto free = static_cast<qint64>(status.f_bfree * status.f_frsize);
             writeFile(tool.path() + "/sd/filler",
                       QByteArray(static_cast<int>(free - entry.mid(7).toLongLong()), 'x'));
         } else if (entry.endsWith(" is a photo")) {
@@ -753,6 +753,16 @@ void PowerCutTest::reportedIsKept_data()
                      + Tree{"sd/DCIM/101ABC/DCF_0001.jpg is a photo", "sd/DCIM/101ABC/DCF_0001.thumb = three",
                             "sd/DCIM/101ABC/DCF_0002.wav = four"},
                  {"prune", "sd", "--keep-last", "1"}});
+    Tree apart; // on FAT and exFAT, recordings and thumbnails are in different sectors of the folder
+    for (const QByteArray extension : {"jpg", "thumb"}) {
+        for (int number = 10; number < 30; ++number)
+            apart.append("sd/DCIM/100ABC/DCF_00" + QByteArray::number(number) + "." + extension + " = x");
+    }
+    row("delete-in-several-sectors",
+        Scenario{Scenario::Deletes,
+                 apart,
+                 {"delete", "@/sd/DCIM/100ABC/DCF_0010.jpg", "@/sd/DCIM/100ABC/DCF_0011.jpg"}});
+    row("prune-in-several-sectors", Scenario{Scenario::Deletes, apart, {"prune", "sd", "--keep-last", "18"}});
     row("repair-a-video",
         Scenario{Scenario::Whole, {"sd/DCIM/100ABC/DCF_0001.avi is an unclosed video"}, {"repair", "sd"}});
     row("repair-a-thumbnail", Scenario{Scenario::Whole,

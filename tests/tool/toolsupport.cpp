@@ -299,6 +299,15 @@ bool isRunning(pid_t number)
     return state != 'Z' && state != 'X';
 }
 
+bool isEmulated()
+{
+#ifdef EMULATED
+    return true;
+#else
+    return false;
+#endif
+}
+
 bool hasOwnMounts()
 {
     static const bool has =

@@ -126,9 +126,13 @@ void setMode(const ToolRun &tool, const QString &file, mode_t mode);
 /// Returns whether process @p number exists and is not a zombie.
 bool isRunning(pid_t number);
 
+/// Whether an emulator runs the tool: in /proc, the program and the signal handlers are then the emulator's.
+bool isEmulated();
+
 /// Why a test is skipped.
 inline const char *const CANNOT_MOUNT = "mounting needs root";
 inline const char *const CANNOT_PRELOAD = "nothing can be preloaded";
+inline const char *const IS_EMULATED = "/proc shows the emulator instead of the tool";
 
 /// Messages that more than one test expects.
 namespace messages {

@@ -126,7 +126,7 @@ void VornfhFamilyTest::changesNothingInADryRun_data()
     QTest::addColumn<QByteArrayList>("arguments");
     QTest::addColumn<int>("exitCode");
     QTest::addColumn<QByteArray>("out");
-    QTest::addColumn<QByteArrayList>("messages"); // "*" stands for any
+    QTest::addColumn<QByteArrayList>("messages"); // "*" matches any
     const auto row = [](const char *name, const QByteArrayList &arguments, const QByteArray &out,
                         const QByteArrayList &messages = {}, int exitCode = 0) {
         QTest::newRow(name) << arguments << exitCode << out << messages;
@@ -635,9 +635,11 @@ void VornfhFamilyTest::showsAnExample()
              command != "info" && command != "comment");
     QVERIFY(!help.contains("--suffix"));
     const bool isWriting = help.contains("--dry-run") && !example.contains("--dry-run");
-    const QString line = QString(command == "watch" ? "timeout --preserve-status 5" : "exec") + " '"
-                         + ToolRun::toolPath() + "'" + QString::fromUtf8(example.mid(6))
-                         + (isWriting ? " -n" : "");
+    const QString run = "'" + ToolRun::toolPath() + "'" + QString::fromUtf8(example.mid(6));
+    const QString watch = run + " > watched & "
+                          + "until grep -q watching watched || ! kill -0 $!; do sleep 0.1; done; "
+                            "kill $!; wait $!";
+    const QString line = command == "watch" ? watch : "exec " + run + (isWriting ? " -n" : "");
     const Outcome outcome = tool.runProgram("/bin/sh", {"-c", line});
     QVERIFY2(outcome.exitCode == 0 || outcome.exitCode == 1, outcome.err.constData());
 }

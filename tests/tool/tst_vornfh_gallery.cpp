@@ -428,7 +428,7 @@ void VornfhGalleryTest::playsWhatBrowsersPlay_data()
     row("h264", "a.mkv", matroska({"V_MPEG4/ISO/AVC"}), "video");
     row("audio-before-video", "a.mkv", matroska({"A_OPUS", "V_VP9"}), "video");
     row("still-being-recorded", "a.mkv", matroska({"V_VP8"}, "01ffffffffffffff"), "video");
-    row("mpeg4", "a.mkv", matroska({"V_MPEG4/ISO/ASP"}), "", "MPEG-4 Part 2");
+    row("mpeg4", "a.mkv", matroska({"V_MPEG4/ISO/ASP"}), "", "MPEG-4 Visual");
     row("h265", "a.mkv", matroska({"V_MPEGH/ISO/HEVC"}), "", "H.265");
     row("motion-jpeg", "a.mkv", matroska({"V_MJPEG"}), "", "Motion JPEG");
     row("first-video-counts", "a.mkv", matroska({"V_MJPEG", "V_VP8"}), "", "Motion JPEG");

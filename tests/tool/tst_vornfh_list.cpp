@@ -300,7 +300,7 @@ void VornfhListTest::selectsAndSorts()
     const QByteArrayList list = QByteArrayList{"list", "sd"} + options;
     const auto pathsIn = [&tool](const QByteArray &text) {
         QStringList paths;
-        for (const QJsonValue &file : QJsonDocument::fromJson(text).array())
+        for (const QJsonValue file : QJsonDocument::fromJson(text).array())
             paths.append(file["path"].toString().mid(tool.sd().size() + 1));
         return paths;
     };
@@ -316,7 +316,7 @@ void VornfhListTest::selectsAndSorts()
     QCOMPARE(rows, expected);
 
     QStringList names;
-    for (const QJsonValue &file : tool.runOnStorages(list + QByteArrayList{"--library-json"}).json().array())
+    for (const QJsonValue file : tool.runOnStorages(list + QByteArrayList{"--library-json"}).json().array())
         names.append(file["filename"].toString());
     QCOMPARE(names, expected);
 }
@@ -382,7 +382,7 @@ void VornfhListTest::describesFiles()
                 "101ABC/\u00e4.jpg size 1 at 1740492000", "101ABC/\u00e4.thumb", "102ABC/a.jpg at -1"}));
     const QString path = tool.sd() + "/" + QString::fromUtf8(file);
     QJsonObject found;
-    for (const QJsonValue &one : tool.runOnStorages({"list", "sd", "--json"}).json().array()) {
+    for (const QJsonValue one : tool.runOnStorages({"list", "sd", "--json"}).json().array()) {
         if (one["path"].toString() == path)
             found = one.toObject();
     }
@@ -403,11 +403,11 @@ void VornfhListTest::resultsAreInTheOrderOfTheLibrary()
     for (const List &list : LISTS) {
         const QByteArrayList command = QByteArrayList{"list", "sd", "--filter", "all"} + list.options;
         QStringList expected;
-        for (const QJsonValue &file :
+        for (const QJsonValue file :
              tool.runOnStorages(command + QByteArrayList{"--library-json"}).json().array())
             expected.append(tool.sd() + "/" + file["filename"].toString());
         QStringList found;
-        for (const QJsonValue &file : tool.runOnStorages(command + QByteArrayList{"--json"}).json().array())
+        for (const QJsonValue file : tool.runOnStorages(command + QByteArrayList{"--json"}).json().array())
             found.append(file["path"].toString());
         QCOMPARE(found, expected);
     }
@@ -595,7 +595,7 @@ void VornfhListTest::marksProtectedFiles()
     QCOMPARE(inTable, shown);
     QVERIFY(!tool.runOnStorages(list + QByteArrayList{"--library-json"}).out.contains("protected"));
     QStringList inResults;
-    for (const QJsonValue &file : tool.runOnStorages(list + QByteArrayList{"--json"}).json().array()) {
+    for (const QJsonValue file : tool.runOnStorages(list + QByteArrayList{"--json"}).json().array()) {
         if (file["protected"].toBool())
             inResults.append(file["path"].toString().mid(tool.sd().size() + 1));
     }

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
+#include "colours.h"
 #include "media.h"
 #include "standins.h"
 #include "toolsupport.h"
-#include "vornfh/colours.h"
 
 #include <QPair>
 #include <QTest>

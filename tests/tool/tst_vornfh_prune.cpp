@@ -249,7 +249,7 @@ void VornfhPruneTest::stopsAtASignal()
         const QJsonObject object = outcome.json().object();
         QCOMPARE(object["met"], QJsonValue(false));
         outcome.out.clear();
-        for (const QJsonValue &file : object["deleted"].toArray())
+        for (const QJsonValue file : object["deleted"].toArray())
             outcome.out += file["path"].toString().toUtf8() + "\n";
     }
     QCOMPARE(outcome, messages.isEmpty() ? tool.success(out) : tool.failure(messages, out));
@@ -266,7 +266,7 @@ void VornfhPruneTest::printsJson()
     QJsonObject object = outcome.json().object();
     QVERIFY(object.take("free").toDouble() > 0);
     QJsonArray deleted;
-    for (const QJsonValue &file : object["deleted"].toArray()) {
+    for (const QJsonValue file : object["deleted"].toArray()) {
         QCOMPARE(file["action"].toString(), QString("deleted"));
         deleted.append(file["path"]);
     }

@@ -619,6 +619,8 @@ void VornfhRecordTest::aSecondSignalEndsTheToolAtOnce()
 {
     QFETCH(int, first);
     QFETCH(int, second);
+    if (isEmulated())
+        QSKIP(IS_EMULATED);
     StandIns programs;
     programs.add("ffmpeg", "trap '' INT TERM HUP; echo $$ > ffmpeg; exec sleep 60");
     const ToolRun tool;

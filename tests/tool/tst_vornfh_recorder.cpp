@@ -331,14 +331,19 @@ void VornfhRecorderTest::aKilledRecorderLeavesWhatCanBeRepaired()
 {
     const ToolRun tool;
     tool.make({"sd/DCIM/"});
+    QCOMPARE(tool.runOnStorages({"record", "sd", "--duration", "1"}).exitCode, 0);
     QProcess process;
-    tool.startOnStorages(process, {"record", "sd", "--segment", "2"});
+    // A segment that does not end before the recorder is killed, however slow the machine is.
+    tool.startOnStorages(process, {"record", "sd", "--segment", "60"});
     QTRY_VERIFY_WITH_TIMEOUT(sizeOf(tool, "DCF_0002.avi") > 500000, 60000);
     QCOMPARE(::kill(static_cast<pid_t>(process.processId()), SIGKILL), 0);
     QCOMPARE(ToolRun::finish(process).exitCode, 128 + SIGKILL);
-    const Outcome found = tool.runOnStorages({"check", "sd"});
+    Outcome found; // ffmpeg may have the file open for a moment
+    QTRY_COMPARE_WITH_TIMEOUT((found = tool.runOnStorages({"check", "sd"})).exitCode, 3, 60000);
     // An ffmpeg that sees the end of its pipe before it is killed has time to close the file.
-    QCOMPARE(found.exitCode, found.out.contains("DCF_0002.avi: is incomplete") ? 3 : 0);
+    QVERIFY2(found.out.contains("DCF_0002.avi: is incomplete")
+                 || found.out.contains("DCF_0002.avi: has no thumbnail"),
+             found.out.constData());
     QCOMPARE(tool.runOnStorages({"repair", "sd"}).exitCode, 0);
     QCOMPARE(tool.runOnStorages({"check", "sd"}).exitCode, 0);
     for (const QString name : {"DCF_0001.avi", "DCF_0002.avi"})

@@ -762,9 +762,10 @@ void VornfhStatusTest::reportsThatTheCardIsNotMounted()
     card.unmount();
     const Outcome status = tool.runOnStorages({"--sd-block", block, "status", "sd"});
     const Outcome mkdir = tool.runOnStorages({"--sd-block", block, "mkdir", "sd", "MISC"});
-    QList<Outcome> listings;
-    for (const QByteArray command : {"list", "folders", "count"})
-        listings.append(tool.runOnStorages({"--sd-block", block, command, "sd"}));
+    QList<Outcome> readings;
+    for (const QByteArray command : {"list", "folders", "count", "check"})
+        readings.append(tool.runOnStorages({"--sd-block", block, command, "sd"}));
+    readings.append(tool.runOnStorages({"--sd-block", block, "gallery", "sd", "--output", "@/sd.html"}));
     ::umount2(to.constData(), 0);
     QCOMPARE(lineOf(status, "verdict"),
              "not mounted: " + block + " is not mounted; the location is on the root file system");
@@ -774,8 +775,9 @@ void VornfhStatusTest::reportsThatTheCardIsNotMounted()
     const Outcome notMounted = tool.failure(
         {"@/sd/DCIM: " + block + " is not mounted there; the folder is on the root file system"});
     QCOMPARE(mkdir, notMounted);
-    for (const Outcome &listing : listings)
-        QCOMPARE(listing, notMounted);
+    for (const Outcome &reading : readings)
+        QCOMPARE(reading, notMounted);
+    QVERIFY(!QFile::exists(tool.path() + "/sd.html"));
     QVERIFY(!QFile::exists(tool.sd()));
 }
 

@@ -211,14 +211,13 @@ void VornfhStoragesTest::refusesAConfigFile_data()
     };
     row("toml-and-an-empty-block-name", "# storages\nsuffix = \"X Z\"\nsd = \"@/sd\"\nsd-block = \"sda1x\"\n",
         "--sd-block: the block name is empty", {"--sd-block", ""});
-    row("misspelt-key", "sdd=@/sd\n", "@/vornfh.ini: INI was not able to parse sdd");
-    row("word-without-a-value", "sd=@/sd\nbogus\n", "@/vornfh.ini: INI was not able to parse bogus");
+    row("misspelt-key", "sdd=@/sd\n", "@/vornfh.ini: unknown key sdd");
+    row("word-without-a-value", "sd=@/sd\nbogus\n", "@/vornfh.ini: unknown key bogus");
     row("option-not-allowed-in-a-file", "help=true\n",
         "@/vornfh.ini: help: This option is not allowed in a configuration file");
     row("space-in-a-location", "sd=\"/s d\"\n", unsafeValue("--sd", "location", "/s d", " ", 3));
     row("other-storage-only", "usb=@/usb\n", messages::notConfigured("sd"));
-    row("misspelt-key-after-a-byte-order-mark", "\xEF\xBB\xBFsdd=@/sd\n",
-        "@/vornfh.ini: INI was not able to parse sdd");
+    row("misspelt-key-after-a-byte-order-mark", "\xEF\xBB\xBFsdd=@/sd\n", "@/vornfh.ini: unknown key sdd");
 }
 
 void VornfhStoragesTest::refusesAConfigFile()
@@ -234,7 +233,7 @@ void VornfhStoragesTest::refusesAConfigFile()
 
 namespace {
 
-/// In these, "@" stands for the directory of the tool.
+/// In these, "@" is replaced with the directory of the tool.
 using Variables = QMap<QString, QString>;
 
 /// Sets @p variables; one whose value is a null string is removed.
@@ -346,10 +345,9 @@ void VornfhStoragesTest::refusesAnUnusableEnvironment_data()
     row("dangling-link-in-place-of-the-file", {".config/", ".config/vornfh.conf -> none"},
         {{"VORNFH_CONFIG", QString()}}, "@/.config/vornfh.conf: No such file or directory");
     row("misspelt-key", {".config/vornfh.conf = sdd=@/sd"}, {{"VORNFH_CONFIG", QString()}},
-        "@/.config/vornfh.conf: INI was not able to parse sdd");
+        "@/.config/vornfh.conf: unknown key sdd");
     row("misspelt-key-for-a-command-without-storages", {"xdg/vornfh.conf = sdd=@/sd"},
-        {{"VORNFH_CONFIG", "@/xdg/vornfh.conf"}}, "@/xdg/vornfh.conf: INI was not able to parse sdd",
-        {"info", "@"});
+        {{"VORNFH_CONFIG", "@/xdg/vornfh.conf"}}, "@/xdg/vornfh.conf: unknown key sdd", {"info", "@"});
     row("no-home", {}, {{"HOME", QString()}, {"XDG_DATA_HOME", QString()}}, noHome);
     row("empty-home", {}, {{"HOME", ""}, {"XDG_DATA_HOME", ""}}, noHome);
     row("no-home-for-a-location", {"named = sd=~/sd"}, {{"HOME", QString()}, {"VORNFH_CONFIG", "@/named"}},

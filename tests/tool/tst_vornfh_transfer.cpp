@@ -1039,7 +1039,6 @@ void VornfhTransferTest::removesOnlyWhatNobodyUses()
     const QByteArray locked = ".vornfh-99999999-locked";
     const QByteArray filled = ".vornfh-99999999-filled";
     Tree kept = {locked,
-                 runningTool,
                  filled + "/",
                  filled + "/a.jpg",
                  ".vornfh-99999999-ABC1234",
@@ -1047,6 +1046,8 @@ void VornfhTransferTest::removesOnlyWhatNobodyUses()
                  ".vornfh-x9999999-ABC123",
                  ".vornfh-99999999-linked -> @/a.jpg",
                  "x.vornfh-99999999-ABC123"};
+    if (!isEmulated()) // else it does not look like the tool
+        kept.append(runningTool);
     tool.make(below("sd/DCIM/100ABC/", kept));
     tool.make(
         below("sd/DCIM/100ABC/", {".vornfh-99999999-ABC123", ".vornfh-99999999-folder/", anotherProgram}));

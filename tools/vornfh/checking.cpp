@@ -23,6 +23,7 @@
 #include <cerrno>
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -33,7 +34,7 @@ namespace {
 
 /// The result, and what has to be checked.
 struct Result : CheckResult {
-    explicit Result(const CheckOptions &wanted) : options(wanted) {}
+    explicit Result(CheckOptions wanted) : options(std::move(wanted)) {}
 
     void add(const QByteArray &path, const QString &kind, const QString &text,
              Remedy remedy = Remedy::NotNeeded, const QString &recording = QString())
@@ -130,7 +131,7 @@ void checkFileNumber(const Entry &file, Result &result)
                 .arg(*seen));
     else
         result.add(file.path, "file-number",
-                   "has no number after 'DCF_': the numbering and players ignore it");
+                   "has no four digits after 'DCF_': the numbering and players ignore it");
 }
 
 /// Reports a folder or file name that the camera standard (DCF) does not allow. The short name of FAT is in
@@ -272,7 +273,8 @@ void checkGroups(const Folder &folder, Result &result)
     }
 }
 
-/// Reports photos and videos that have no thumbnail although others in the folder have one.
+/// Reports photos and videos that have no thumbnail although others in the folder have one. None can be made
+/// of a file that has been found to contain something else.
 void checkThumbnails(const Folder &folder, Result &result)
 {
     QSet<QString> missing = QSet<QString>(folder.recordings.keyBegin(), folder.recordings.keyEnd());
@@ -280,11 +282,18 @@ void checkThumbnails(const Folder &folder, Result &result)
         if (kindOf(file.name.toLower()) == THUMBNAIL)
             missing.remove(QFileInfo(file.name).completeBaseName());
     }
+    QSet<QByteArray> unsuitable;
+    for (const Finding &finding : qAsConst(result.findings)) {
+        if (finding.kind == "wrong-content")
+            unsuitable.insert(finding.path);
+    }
     for (auto recording = folder.recordings.begin(); recording != folder.recordings.end(); ++recording) {
         const QString &path = recording.value();
-        if (folder.hasThumbnails && missing.contains(recording.key()) && !isBeingWritten(path))
-            result.add(QFile::encodeName(path), "thumb-missing",
-                       "has no thumbnail, unlike others in this folder", Remedy::MakeThumbnail, path);
+        const QByteArray name = QFile::encodeName(path);
+        if (folder.hasThumbnails && missing.contains(recording.key()) && !unsuitable.contains(name)
+            && !isBeingWritten(path))
+            result.add(name, "thumb-missing", "has no thumbnail, unlike others in this folder",
+                       Remedy::MakeThumbnail, path);
     }
 }
 
@@ -418,10 +427,15 @@ void checkNumbering(Result &result)
 
 } // namespace
 
-QJsonObject Finding::toJson() const
+QString Finding::file() const
 {
     const auto name = decoded(path);
-    QJsonObject object = identityOf(fileAt(name ? *name : printable(path)));
+    return name ? *name : printable(path);
+}
+
+QJsonObject Finding::toJson() const
+{
+    QJsonObject object = identityOf(fileAt(file()));
     object["kind"] = kind;
     object["text"] = text;
     object["repairable"] = isRepairable();

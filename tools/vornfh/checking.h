@@ -31,6 +31,7 @@ struct Finding {
     Remedy remedy = Remedy::NotNeeded;
     QString recording; // the one whose thumbnail must be made
 
+    QString file() const; // the path, escaped if it is not valid UTF-8
     bool isRepairable() const { return remedy != Remedy::NotNeeded && remedy != Remedy::None; }
     QJsonObject toJson() const;
 };

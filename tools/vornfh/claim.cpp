@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <chrono>
 #include <thread>
+#include <utility>
 
 #include <sys/file.h>
 
@@ -77,8 +78,8 @@ Numbering createNextFolder(const Storage &storage)
 class NumberCounter
 {
 public:
-    NumberCounter(const Storage &storage, eFileTypes type, const Numbering &numbering, const QString &path)
-        : mStorage(storage), mType(type), mNumbering(numbering), mPath(path),
+    NumberCounter(const Storage &storage, eFileTypes type, Numbering numbering, const QString &path)
+        : mStorage(storage), mType(type), mNumbering(std::move(numbering)), mPath(path),
           mNumber(fileNumber(QFileInfo(path).fileName()).value_or(0))
     {
     }
@@ -86,7 +87,7 @@ public:
     const QString &path() const { return mPath; }
     QString folder() const { return QFileInfo(mPath).path(); }
 
-    /// Returns whether no recording has the number.
+    /// Returns whether neither a recording nor a thumbnail has the number.
     bool isFree() const { return !isNumberTaken(mPath) && !isEntry(thumbnailOf(mPath)); }
 
     /// Goes on to the next number. Throws Failure if there is none.

@@ -9,6 +9,8 @@
 #include "suggestion.h"
 #include "text.h"
 
+#include <CLI/CLI.hpp>
+
 #include <QDir>
 #include <QFile>
 
@@ -99,47 +101,48 @@ ExitCode report(const std::exception &error, ExitCode exitCode)
     return exitCode;
 }
 
-void addJsonOptions(CLI::App &command, Format format, const std::string &description)
+void addJsonOptions(const Command &command, Format format, const std::string &description)
 {
-    CLI::Option *json = command.add_flag_callback(
+    const Option json = command.flag(
         "--json", [format] { setFormat(format); }, description);
     command
-        .add_flag_callback(
+        .flag(
             "--jsonl", [] { setFormat(Format::JsonLines); },
             "Print an object for each result on its own line, as soon as it is known")
-        ->excludes(json);
+        .excludes(json);
 }
 
 } // namespace
 
 CommandLine::CommandLine()
-    : mApp("Manages the media of a camera: numbered folders with numbered files on storage devices.",
-           "vornfh")
+    : mApp(std::make_unique<CLI::App>(
+        "Manages the media of a camera: numbered folders with numbered files on storage devices.", "vornfh"))
 {
-    mApp.set_version_flag("--version", VERSION);
-    mApp.require_subcommand(1);
-    mApp.formatter(std::make_shared<HelpFormat>());
-    mApp.get_formatter()->label("SUBCOMMAND", "COMMAND");
-    mApp.fallthrough(); // the options common to all commands may follow the command
-    mStorages.addOptions(mApp);
+    mApp->set_version_flag("--version", VERSION);
+    mApp->require_subcommand(1);
+    mApp->formatter(std::make_shared<HelpFormat>());
+    mApp->get_formatter()->label("SUBCOMMAND", "COMMAND");
+    mApp->fallthrough(); // the options common to all commands may follow the command
+    mStorages.addOptions(*mApp);
 }
 
-CLI::App &CommandLine::addCommand(const std::string &name, const std::string &description,
-                                  const Command &command)
+CommandLine::~CommandLine() = default;
+
+Command CommandLine::addCommand(const std::string &name, const std::string &description, const Task &task)
 {
-    CLI::App *app = mApp.add_subcommand(name, description)->group("Commands");
-    mCommands[app] = command;
-    return *app;
+    CLI::App *app = mApp->add_subcommand(name, description)->group("Commands");
+    mTasks[app] = task;
+    return Command(*app);
 }
 
-CLI::App &CommandLine::add(const std::string &name, const std::string &description, const Run &run)
+Command CommandLine::add(const std::string &name, const std::string &description, const Run &run)
 {
-    CLI::App &command = addCommand(name, description, {run, true});
-    command.footer([] { return std::string("Options of storage devices: vornfh --help"); });
+    const Command command = addCommand(name, description, {run, true});
+    command.app().footer([] { return std::string("Options of storage devices: vornfh --help"); });
     return command;
 }
 
-CLI::App &CommandLine::addIndependent(const std::string &name, const std::string &description, const Run &run)
+Command CommandLine::addIndependent(const std::string &name, const std::string &description, const Run &run)
 {
     return addCommand(name, description, {run, false});
 }
@@ -147,7 +150,7 @@ CLI::App &CommandLine::addIndependent(const std::string &name, const std::string
 QStringList CommandLine::commandNames() const
 {
     QStringList names;
-    for (const CLI::App *command : mApp.get_subcommands([](const CLI::App *) { return true; }))
+    for (const CLI::App *command : mApp->get_subcommands([](const CLI::App *) { return true; }))
         names.append(QString::fromStdString(command->get_name()));
     return names;
 }
@@ -155,8 +158,8 @@ QStringList CommandLine::commandNames() const
 /// The long options of the command, if there is one, and those common to all commands.
 QStringList CommandLine::optionNames() const
 {
-    std::vector<const CLI::App *> apps{&mApp};
-    for (const CLI::App *command : mApp.get_subcommands())
+    std::vector<const CLI::App *> apps{mApp.get()};
+    for (const CLI::App *command : mApp->get_subcommands())
         apps.insert(apps.begin(), command);
     QStringList names;
     for (const CLI::App *app : apps) {
@@ -171,7 +174,7 @@ QStringList CommandLine::optionNames() const
 /// Where the options of the command are described.
 QString CommandLine::help() const
 {
-    const std::vector<CLI::App *> commands = mApp.get_subcommands();
+    const std::vector<CLI::App *> commands = mApp->get_subcommands();
     const std::string name = commands.empty() ? "" : commands.front()->get_name() + " ";
     return QString("vornfh %1--help").arg(QString::fromStdString(name));
 }
@@ -179,7 +182,7 @@ QString CommandLine::help() const
 /// The error for a missing or unknown command. The parser's own message does not name the unknown word.
 UsageError CommandLine::noCommand() const
 {
-    const std::vector<std::string> words = mApp.remaining();
+    const std::vector<std::string> words = mApp->remaining();
     if (words.empty())
         return UsageError("no command given; see vornfh --help");
     const QString word = printable(QByteArray::fromStdString(words.front()));
@@ -200,7 +203,7 @@ UsageError CommandLine::notAnOption(const QByteArray &argument) const
 /// Throws UsageError if there is an option that does not exist.
 void CommandLine::requireKnownOptions() const
 {
-    for (const std::string &text : mApp.remaining(true)) {
+    for (const std::string &text : mApp->remaining(true)) {
         if (text == "--") // only arguments follow
             return;
         if (text.size() > 1 && text.front() == '-')
@@ -210,9 +213,8 @@ void CommandLine::requireKnownOptions() const
 
 bool CommandLine::isHelpRequested() const
 {
-    const std::vector<const CLI::App *> commands =
-        mApp.get_subcommands([](const CLI::App *) { return true; });
-    return mApp.get_help_ptr()->count() > 0
+    const std::vector<CLI::App *> commands = mApp->get_subcommands([](const CLI::App *) { return true; });
+    return mApp->get_help_ptr()->count() > 0
            || std::any_of(commands.begin(), commands.end(),
                           [](const CLI::App *command) { return command->get_help_ptr()->count() > 0; });
 }
@@ -222,14 +224,16 @@ ExitCode CommandLine::reportParseError(const CLI::ParseError &error) const
     const bool isConfigError = dynamic_cast<const CLI::ConfigError *>(&error);
     // The parser reads the config file before it prints the help or the version.
     if (isConfigError && isHelpRequested())
-        return static_cast<ExitCode>(mApp.exit(CLI::CallForHelp()));
-    if (isConfigError && mApp.get_version_ptr()->count() > 0)
-        return static_cast<ExitCode>(mApp.exit(CLI::CallForVersion(VERSION, DONE)));
-    // The parser's message does not name the file.
-    if (isConfigError)
-        return report(std::runtime_error(mApp.get_config_ptr()->as<std::string>() + ": " + error.what()),
-                      WRONG_COMMAND_LINE);
-    if (dynamic_cast<const CLI::RequiredError *>(&error) && mApp.get_subcommands().empty())
+        return static_cast<ExitCode>(mApp->exit(CLI::CallForHelp()));
+    if (isConfigError && mApp->get_version_ptr()->count() > 0)
+        return static_cast<ExitCode>(mApp->exit(CLI::CallForVersion(VERSION, DONE)));
+    if (isConfigError) {
+        // The parser's message does not name the file, nor say what is wrong with a key.
+        const QString file = QString::fromStdString(mApp->get_config_ptr()->as<std::string>());
+        const QString reason = QString(error.what()).replace("INI was not able to parse ", "unknown key ");
+        return report(UsageError(file + ": " + reason), WRONG_COMMAND_LINE);
+    }
+    if (dynamic_cast<const CLI::RequiredError *>(&error) && mApp->get_subcommands().empty())
         return report(noCommand(), WRONG_COMMAND_LINE);
     return report(error, WRONG_COMMAND_LINE);
 }
@@ -238,7 +242,7 @@ void CommandLine::parse(int argc, char *argv[])
 {
     requireValues({argv, argv + argc});
     try {
-        mApp.parse(argc, argv);
+        mApp->parse(argc, argv);
     } catch (const CLI::Success &) { // --help and --version
         throw;
     } catch (const CLI::ConfigError &) {
@@ -251,11 +255,11 @@ void CommandLine::parse(int argc, char *argv[])
 
 ExitCode CommandLine::runCommand()
 {
-    const Command &command = mCommands.at(mApp.get_subcommands().front());
+    const Task &task = mTasks.at(mApp->get_subcommands().front());
     mStorages.check();
-    if (command.needsStorages)
+    if (task.needsStorages)
         mStorages.initLibrary();
-    const ExitCode exitCode = command.run();
+    const ExitCode exitCode = task.run();
     finishReport();
     return exitCode;
 }
@@ -265,16 +269,16 @@ ExitCode CommandLine::run(int argc, char *argv[])
     // How the completion scripts of shells call the tool; neither a command nor in the help.
     if (argc > 1 && argv[1] == std::string("__complete")) {
         const auto folders = [this](const std::vector<std::string> &options, const std::string &storage) {
-            return foldersOf(mApp, mStorages, options, storage);
+            return foldersOf(*mApp, mStorages, options, storage);
         };
-        printLines(Completion(mApp, {argv + 2, argv + argc}, folders).lines());
+        printLines(Completion(*mApp, {argv + 2, argv + argc}, folders).lines());
         return DONE;
     }
     try {
         parse(argc, argv);
         return runCommand();
     } catch (const CLI::Success &help) {
-        return static_cast<ExitCode>(mApp.exit(help));
+        return static_cast<ExitCode>(mApp->exit(help));
     } catch (const CLI::ParseError &error) {
         return reportParseError(error);
     } catch (const UsageError &error) {
@@ -289,44 +293,45 @@ ExitCode CommandLine::run(int argc, char *argv[])
     }
 }
 
-void addFolderArgument(CLI::App &command, std::string &folder)
+void addFolderArgument(const Command &command, std::string &folder)
 {
-    command.add_option("FOLDER", folder, "Name of a folder directly in the DCIM folder of STORAGE")
-        ->required()
-        ->type_name("");
+    command.option("FOLDER", folder, "Name of a folder directly in the DCIM folder of STORAGE")
+        .required()
+        .type("");
 }
 
-CLI::Option *addNames(CLI::App &command, const std::string &name, const std::string &description)
+Option addNames(const Command &command, const std::string &name, const std::string &description)
 {
     // Without a limit on their number, the parser would split a value "[a,b]" as a list. A high limit, which
     // need not be reached, avoids that.
     constexpr int LIMIT = 1 << 20;
-    command.formatter(std::make_shared<NameOnly>());
-    return command.add_option(name, description)
-        ->expected(LIMIT)
-        ->allow_extra_args(false)
-        ->take_all()
-        ->required()
-        ->option_text(" ");
+    command.app().formatter(std::make_shared<NameOnly>());
+    return Option(command.app()
+                      .add_option(name, description)
+                      ->expected(LIMIT)
+                      ->allow_extra_args(false)
+                      ->take_all()
+                      ->required()
+                      ->option_text(" "));
 }
 
-void addResultOptions(CLI::App &command)
+void addResultOptions(const Command &command)
 {
     addJsonOptions(command, Format::Json, "Print an array with an object for each result");
 }
 
-void addDocumentOptions(CLI::App &command, const std::string &description)
+void addDocumentOptions(const Command &command, const std::string &description)
 {
     addJsonOptions(command, Format::Document, description);
 }
 
-void addSingleResultOption(CLI::App &command)
+void addSingleResultOption(const Command &command)
 {
-    command.add_flag_callback(
+    command.flag(
         "--json", [] { setFormat(Format::JsonLines); }, "Print an object");
 }
 
-void addDayOptions(CLI::App &command, DayRange &range, const std::string &what)
+void addDayOptions(const Command &command, DayRange &range, const std::string &what)
 {
     const auto add = [&](const char *name, auto set, const std::string &description) {
         const auto parse = [name, set](const std::string &argument) {
@@ -336,7 +341,7 @@ void addDayOptions(CLI::App &command, DayRange &range, const std::string &what)
                 throw wrongValue(name, text, "a date such as 2025-02-25");
             set(*day);
         };
-        command.add_option_function<std::string>(name, parse, description)->type_name("DATE");
+        command.option(name, parse, description).type("DATE");
     };
     add(
         "--since", [&range](QDate day) { range.since = day.startOfDay().toSecsSinceEpoch(); },
@@ -346,23 +351,11 @@ void addDayOptions(CLI::App &command, DayRange &range, const std::string &what)
         "Only " + what + " that were modified on this day or earlier");
 }
 
-void addDryRun(CLI::App &command, bool &isDryRun)
+void addDryRun(const Command &command, bool &isDryRun)
 {
     const auto set = [&isDryRun] {
         isDryRun = true;
         setDryRun();
     };
-    command.add_flag_callback("-n,--dry-run", set, "Change nothing; print what would be printed or deleted");
-}
-
-CLI::Validator between(double lowest, double highest)
-{
-    const auto check = [lowest, highest](const std::string &text) {
-        double value = 0;
-        const bool isInside = CLI::detail::lexical_cast(text, value) && value >= lowest && value <= highest;
-        const QString message = QString("'%1' is not a number from %2 to %3");
-        return isInside ? std::string()
-                        : message.arg(QString::fromStdString(text)).arg(lowest).arg(highest).toStdString();
-    };
-    return CLI::Validator(check, "");
+    command.flag("-n,--dry-run", set, "Change nothing; print what would be printed or deleted");
 }

@@ -3,9 +3,8 @@
 #define COMMANDLINE_H
 
 #include "errors.h"
+#include "options.h"
 #include "storages.h"
-
-#include <CLI/CLI.hpp>
 
 #include <QByteArray>
 #include <QString>
@@ -13,14 +12,20 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
+
+namespace CLI {
+class ParseError;
+} // namespace CLI
 
 /// The command line of the tool: the options common to all commands, and the function that each command runs.
 class CommandLine
 {
 public:
     CommandLine();
+    ~CommandLine();
     CommandLine(const CommandLine &) = delete;
     CommandLine &operator=(const CommandLine &) = delete;
 
@@ -29,10 +34,10 @@ public:
 
     /// Adds a command. Before it runs, the library is initialised with the storage devices. Its help refers
     /// to their options.
-    CLI::App &add(const std::string &name, const std::string &description, const Run &run);
+    Command add(const std::string &name, const std::string &description, const Run &run);
 
     /// Adds a command that works without storage devices.
-    CLI::App &addIndependent(const std::string &name, const std::string &description, const Run &run);
+    Command addIndependent(const std::string &name, const std::string &description, const Run &run);
 
     const Storages &storages() const { return mStorages; }
 
@@ -40,12 +45,12 @@ public:
     ExitCode run(int argc, char *argv[]);
 
 private:
-    struct Command {
+    struct Task {
         Run run;
         bool needsStorages;
     };
 
-    CLI::App &addCommand(const std::string &name, const std::string &description, const Command &command);
+    Command addCommand(const std::string &name, const std::string &description, const Task &task);
     void parse(int argc, char *argv[]);
     ExitCode runCommand();
     bool isHelpRequested() const;
@@ -57,26 +62,26 @@ private:
     void requireKnownOptions() const;
     ExitCode reportParseError(const CLI::ParseError &error) const;
 
-    CLI::App mApp;
+    std::unique_ptr<CLI::App> mApp;
     Storages mStorages;
-    std::map<const CLI::App *, Command> mCommands;
+    std::map<const CLI::App *, Task> mTasks;
 };
 
 /// Adds the argument FOLDER: the name of a folder directly in the location.
-void addFolderArgument(CLI::App &command, std::string &folder);
+void addFolderArgument(const Command &command, std::string &folder);
 
-/// Adds an argument that takes one or more values; results() returns them exactly as they were given. The
-/// help shows @p name once, however many values there are.
-CLI::Option *addNames(CLI::App &command, const std::string &name, const std::string &description);
+/// Adds an argument that takes one or more values. The help shows @p name once, however many values there
+/// are.
+Option addNames(const Command &command, const std::string &name, const std::string &description);
 
 /// Adds --json and --jsonl, for a command that prints one result after the other.
-void addResultOptions(CLI::App &command);
+void addResultOptions(const Command &command);
 
 /// The same for a command whose --json prints printDocument().
-void addDocumentOptions(CLI::App &command, const std::string &description);
+void addDocumentOptions(const Command &command, const std::string &description);
 
 /// Adds --json, for a command that prints one result.
-void addSingleResultOption(CLI::App &command);
+void addSingleResultOption(const Command &command);
 
 /// A range of days, in seconds since 1970.
 struct DayRange {
@@ -91,11 +96,8 @@ struct DayRange {
 };
 
 /// Adds --since and --until, which select @p what by the day of modification.
-void addDayOptions(CLI::App &command, DayRange &range, const std::string &what);
+void addDayOptions(const Command &command, DayRange &range, const std::string &what);
 /// Adds --dry-run, with which a command changes nothing and prints what it would print or delete.
-void addDryRun(CLI::App &command, bool &isDryRun);
-
-/// Accepts the numbers from @p lowest to @p highest.
-CLI::Validator between(double lowest, double highest);
+void addDryRun(const Command &command, bool &isDryRun);
 
 #endif // COMMANDLINE_H

@@ -25,7 +25,7 @@ QStringList usualPaths()
     const QString NAME = "/vornfh.conf";
     QStringList paths;
     const QString folder = QFile::decodeName(qgetenv("XDG_CONFIG_HOME"));
-    if (folder.startsWith('/')) // the XDG Base Directory Specification ignores relative paths
+    if (folder.startsWith('/')) // relative paths are invalid
         paths.append(folder + NAME);
     else if (!homeFolder().isEmpty())
         paths.append(homeFolder() + "/.config" + NAME);

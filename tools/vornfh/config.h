@@ -17,8 +17,7 @@ struct ConfigFile {
 };
 
 /// The file that VORNFH_CONFIG names or, if that is not set, the first that exists of
-/// $XDG_CONFIG_HOME/vornfh.conf (by default ~/.config/vornfh.conf) and /etc/vornfh.conf. Without HOME, there
-/// is no file of the user.
+/// $XDG_CONFIG_HOME/vornfh.conf (by default ~/.config/vornfh.conf if HOME is set) and /etc/vornfh.conf.
 ConfigFile usualConfigFile();
 
 /// The user's home folder; empty if HOME is not set.

@@ -182,7 +182,8 @@ bool Transfer::isGiven(const QString &path) const
     return mTaken.contains(path);
 }
 
-/// The path that the library would give a copy of the first file, for which those of the others are free too.
+/// The first path that the library would try for a copy of the first file and beside which the paths for the
+/// others are free.
 /// Throws FileFailure if every name is taken: the library would overwrite an existing file.
 QString Transfer::freePath(const Group &group) const
 {
@@ -613,9 +614,10 @@ void Transfer::rename(Group &group)
     if (isLinked)
         recording.isNamed = ::unlink(from.constData()) == 0;
     if (isLinked && !recording.isNamed)
-        throw FileFailure(recording.source->path(),
-                          QString("has got the name %1 too, but cannot be deleted: ").arg(recording.target)
-                              + errorText(errno));
+        throw FileFailure(
+            recording.source->path(),
+            QString("now also has the name %1, but its old name cannot be deleted: ").arg(recording.target)
+                + errorText(errno));
 }
 
 /// Gives a copy, or the source itself, its name in the folder. A copy that was there before has its name, but

@@ -84,7 +84,8 @@ public:
 
     using Sources = std::vector<std::unique_ptr<Source>>;
 
-    /// What to do if the first file of an object is there and another one differs from that of the copy.
+    /// What to do if the first file of an object has been copied before, but a file that differs has the
+    /// name of another file of the object.
     enum class Conflict {
         Fail,    ///< the object fails
         Counter, ///< the whole object gets a counter

@@ -92,6 +92,7 @@ Wear wearOf(const QString &block)
 {
     static const QStringList SPARE_BLOCKS = {QString(), "normal", "warning", "urgent"};
     // Documentation/driver-api/mmc/mmc-dev-attrs.rst; since Linux 4.14, and only for an eMMC of version 5.0
+    // or later
     const QString attributes = attributesOf(block);
     const QVector<int> lives = numbersIn(attributes + "/life_time");
     const QVector<int> spare = numbersIn(attributes + "/pre_eol_info");

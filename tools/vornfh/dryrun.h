@@ -5,7 +5,7 @@
 #include <QString>
 
 // What a command with --dry-run checks and prints instead of changing something. A check fails with the error
-// of the operation as far as that is known before.
+// of the operation as far as it can be known in advance.
 
 /// In place of createFolder(). Throws Failure.
 void requireCreatableFolder(const QString &path);

@@ -34,8 +34,8 @@ void replaceOnExfat(TemporaryFile &file, const QString &path, RenameMark &mark)
 {
     const QString folder = QFileInfo(path).path();
     TemporaryFile backup(folder, path);
+    // This flushes the entry of the backup too: fsync() of exFAT flushes everything.
     mark.setReplacement(path, {file.path(), backup.path()});
-    flushFolder(folder);
     if (!backup.takePlaceOf(path))
         throw FileFailure(path, CANNOT_REPLACE + errorText(errno));
     try {

@@ -47,8 +47,8 @@ struct Estimate {
     QString failure;                                      // why the bit rate cannot be measured
 };
 
-/// @p free is in bytes; @p numbersLeft limits the objects. Starts ffprobe for the last videos, except for one
-/// that is being written.
+/// @p free is in bytes; @p numbersLeft limits the objects. Starts ffprobe for the last videos, except for a
+/// video that is still being written.
 Estimate estimateOf(const ObjectSummary &summary, qint64 free, qint64 numbersLeft);
 
 /// Why there is no room for the next recording; empty if there is. @p isEnough means that record would begin

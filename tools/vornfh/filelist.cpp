@@ -42,13 +42,13 @@ std::vector<std::string> divided(const std::string &content, char separator)
 
 } // namespace
 
-void FileList::addOptions(CLI::App &command)
+void FileList::addOptions(const Command &command)
 {
-    mOption = command.add_option("--files-from", mPath,
-                                 "Names of files, too: those in FILE, one on each line; - is standard input");
-    mOption->type_name("FILE|-");
-    command.add_flag("-0,--null", mIsNull, "With --files-from: each name ends with a null character")
-        ->needs(mOption);
+    mOption = command.option("--files-from", mPath,
+                             "Names of files, too: those in FILE, one on each line; - is standard input");
+    mOption.type("FILE|-");
+    command.flag("-0,--null", mIsNull, "With --files-from: each name ends with a null character")
+        .needs(mOption);
 }
 
 std::vector<std::string> FileList::names() const
@@ -67,11 +67,11 @@ std::vector<std::string> FileList::names() const
     return divided(content, mIsNull ? '\0' : '\n');
 }
 
-std::vector<std::string> namesIn(const CLI::Option &arguments, const FileList &list)
+std::vector<std::string> namesIn(const Option &arguments, const FileList &list)
 {
-    std::vector<std::string> names = arguments.results();
+    std::vector<std::string> names = arguments.values();
     if (names.empty() && !list.isGiven())
-        throw UsageError(QString::fromStdString(arguments.get_name()) + " is required");
+        throw UsageError(QString::fromStdString(arguments.name()) + " is required");
     for (const std::string &name : list.names())
         names.push_back(name);
     return names;

@@ -2,7 +2,7 @@
 #ifndef FILELIST_H
 #define FILELIST_H
 
-#include <CLI/CLI.hpp>
+#include "options.h"
 
 #include <string>
 #include <vector>
@@ -12,21 +12,21 @@ class FileList
 {
 public:
     /// The object must exist as long as the command.
-    void addOptions(CLI::App &command);
+    void addOptions(const Command &command);
 
-    bool isGiven() const { return mOption->count() > 0; }
+    bool isGiven() const { return mOption.isGiven(); }
 
     /// The names in the file, byte for byte; none if isGiven() is false. Throws Failure if the file cannot be
     /// read, and UsageError if there is nothing in it.
     std::vector<std::string> names() const;
 
 private:
-    CLI::Option *mOption = nullptr;
+    Option mOption;
     std::string mPath;
     bool mIsNull = false;
 };
 
 /// The values of @p arguments, and then the names in @p list. Throws UsageError if there are none.
-std::vector<std::string> namesIn(const CLI::Option &arguments, const FileList &list);
+std::vector<std::string> namesIn(const Option &arguments, const FileList &list);
 
 #endif // FILELIST_H

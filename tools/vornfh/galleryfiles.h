@@ -43,7 +43,7 @@ public:
     /// The path of the index relative to this folder.
     QString linkToIndex() const;
 
-    /// Throws Failure if the folder contains anything but pages of this gallery.
+    /// Throws Failure if the folder contains anything but pages of this gallery and hidden files.
     void requireOwn() const;
 
     /// The paths of the pages of an earlier gallery, from number @p first on.

@@ -86,7 +86,8 @@ bool isPartOfGallery(const QString &path, const QString &index);
 QString encodedLink(const QString &path);
 
 // The pieces of a page, in order. It is written in pieces so that only a few pictures are in memory at a
-// time. A page is both HTML and XML: only void elements of HTML, and elements of SVG, are empty.
+// time. A page is both HTML and XML: only void elements of HTML, and empty elements of SVG,
+// have no end tag.
 
 QByteArray galleryBeginning(const GalleryHeader &header);
 QByteArray galleryFilter(const GalleryTotals &totals);

@@ -34,8 +34,8 @@ std::optional<int> playersFolderNumber(const QString &name);
 /// would look for the files in 100ABC.
 bool isNumberedName(const QString &name);
 
-/// The number that the library reads from a file name, whether or not a player accepts it: 12 for
-/// "DCF_12.jpg".
+/// The number that the library reads from a file name, whether or not a player accepts it: 1234 for
+/// "DCF_12345.jpg".
 std::optional<int> fileNumber(const QString &name);
 
 /// The number that a player reads from the name of a media file: four characters, four digits and an

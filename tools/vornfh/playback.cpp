@@ -29,7 +29,7 @@ constexpr CodecRow CODECS[] = {
     {"V_VP9", "VP9", true},
     {"V_AV1", "AV1", true},
     {"V_MPEG4/ISO/AVC", "H.264", true},
-    {"V_MPEG4/ISO/", "MPEG-4 Part 2", false},
+    {"V_MPEG4/ISO/", "MPEG-4 Visual", false},
     {"V_MPEGH/ISO/HEVC", "H.265", false},
     {"V_MJPEG", "Motion JPEG", false},
 };

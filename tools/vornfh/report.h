@@ -53,7 +53,7 @@ QByteArray jsonText(const QString &text);
 enum class Format {
     Text,
     Json,      // the elements of an array
-    JsonLines, // one object a line; for a single object, a document too
+    JsonLines, // one object on each line; also the only result of a command with --json
     Document,  // see printDocument()
 };
 
@@ -74,7 +74,7 @@ void printResult(const QJsonObject &object);
 /// @p object in JSON.
 void reportDone(const QString &line, const std::function<QByteArray()> &object);
 
-/// From now on, the objects of actions say that these are not carried out.
+/// From now on, a JSON object with an action says that it is not carried out ("dryRun").
 void setDryRun();
 
 /// Prints the results so far as the member @p key of an object, failures as its member "errors", and the

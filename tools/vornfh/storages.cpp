@@ -111,6 +111,7 @@ void Storages::addConfigOption(CLI::App &app)
                              "Config file with lines such as sd=/mnt/sd/DCIM; default: see vornfh(1)")
                   ->option_text("FILE");
     std::vector<std::string> locations;
+    locations.reserve(std::size(TABLE));
     for (const Row &row : TABLE)
         locations.emplace_back(row.name);
     app.config_formatter(std::make_shared<ConfigFormat>(locations));
@@ -249,10 +250,8 @@ eStorageType parseStorage(const std::string &text)
     throw UsageError(QString("STORAGE: '%1' is not one of mmc, sd, usb").arg(name));
 }
 
-CLI::Option *addStorageArgument(CLI::App &command, eStorageType &type)
+Option addStorageArgument(const Command &command, eStorageType &type)
 {
     const auto parse = [&type](const std::string &text) { type = parseStorage(text); };
-    return command.add_option_function<std::string>("STORAGE", parse, "mmc, sd or usb")
-        ->required()
-        ->type_name("");
+    return command.option("STORAGE", parse, "mmc, sd or usb").required().type("");
 }

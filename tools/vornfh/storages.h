@@ -2,6 +2,7 @@
 #ifndef STORAGES_H
 #define STORAGES_H
 
+#include "options.h"
 #include "vornfilehandler.h"
 
 #include <QList>
@@ -10,12 +11,6 @@
 #include <array>
 #include <optional>
 #include <string>
-
-// The parser's header takes several seconds to compile, so only the files that use the parser include it.
-namespace CLI {
-class App;
-class Option;
-} // namespace CLI
 
 constexpr int STORAGE_COUNT = 3;
 
@@ -80,6 +75,6 @@ std::optional<VORN_FILE_HANDLER::eStorageType> storageNamed(const QString &name)
 VORN_FILE_HANDLER::eStorageType parseStorage(const std::string &text);
 
 /// Adds the argument STORAGE.
-CLI::Option *addStorageArgument(CLI::App &command, VORN_FILE_HANDLER::eStorageType &type);
+Option addStorageArgument(const Command &command, VORN_FILE_HANDLER::eStorageType &type);
 
 #endif // STORAGES_H

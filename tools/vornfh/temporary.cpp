@@ -31,10 +31,10 @@ namespace {
 
 const QString MARK_EXTENSION = ".renaming";
 
-/// The short name of such a file on FAT, as in "VORNFH~1", is not among them. A file has only its short name
-/// if another one was lost in a power failure or by a device that writes no long names. It may then be a file
-/// of the user ("vornfh-notes"), or share its content with a renamed file whose mark has lost its name too:
-/// check reports it in a numbered folder as a file of another type, and it is kept.
+/// The names of temporary files and marks, but not their short names on FAT, such as "VORNFH~1". A file has
+/// only its short name if its long name was lost in a power failure or by a device that writes no long names.
+/// It may then be a file of the user ("vornfh-notes"), or share its content with a renamed file whose mark
+/// has lost its name too: check reports it in a numbered folder as a file of another type, and it is kept.
 const QRegularExpression &namePattern()
 {
     static const QRegularExpression PATTERN(R"(^\.vornfh-([0-9]+)-[A-Za-z0-9]{6}(\.renaming)?$)");
@@ -178,11 +178,12 @@ void finish(const Replacement &replacement)
     const Descriptor whole = openFile(*found, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
     struct stat status = {};
     TemporaryFile copy(folder, replacement.path);
-    const bool isCopied = whole.isOpen() && ::fstat(whole.get(), &status) == 0
-                          && copyContent(whole.get(), copy.descriptor())
-                          && (setAttributes(copy.descriptor(), status) || true) // FAT keeps no owner
-                          && ::fsync(copy.descriptor()) == 0 && isFlushed(folder);
-    if (!isCopied || !copy.rename(replacement.path, false) || !isFlushed(folder))
+    const bool isCopied =
+        whole.isOpen() && ::fstat(whole.get(), &status) == 0 && copyContent(whole.get(), copy.descriptor());
+    if (isCopied)
+        setAttributes(copy.descriptor(), status); // as far as possible: FAT keeps no owner
+    if (!isCopied || ::fsync(copy.descriptor()) != 0 || !isFlushed(folder)
+        || !copy.rename(replacement.path, false) || !isFlushed(folder))
         throw FileFailure(replacement.path, "was being replaced and cannot be restored: " + errorText(errno));
     printError(replacement.path + ": was being replaced by an interrupted command; restored");
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "checking.h"
 #include "commands.h"
+#include "device.h"
 #include "ffmpeg.h"
 #include "output.h"
 #include "report.h"
@@ -52,6 +53,7 @@ QJsonObject toJson(const Storage &storage, const CheckResult &result)
 
 ExitCode check(const Storage &storage, const Request &request)
 {
+    requireMounted(storage);
     CheckOptions options = request.options;
     options.hasContents = !request.isNamesOnly;
     if (options.isReadingAll)
@@ -73,7 +75,7 @@ ExitCode check(const Storage &storage, const Request &request)
 void addCheck(CommandLine &line)
 {
     const auto request = std::make_shared<Request>();
-    CLI::App &command = line.add(
+    const Command command = line.add(
         "check",
         "Finds problems on a storage device: damaged and incomplete files, names that a player (another\n"
         "device or program that reads the card) would reject, and files that the library skips or can no\n"
@@ -81,17 +83,16 @@ void addCheck(CommandLine &line)
         "The exit code is 3 if there are findings",
         [&line, request] { return check(line.storages().require(request->storage), *request); });
     addStorageArgument(command, request->storage);
-    CLI::Option *names =
-        command.add_flag("--names", request->isNamesOnly, "Check only names and sizes; open no file");
+    const Option names =
+        command.flag("--names", request->isNamesOnly, "Check only names and sizes; open no file");
     command
-        .add_flag("--read-all", request->options.isReadingAll,
-                  "Read every byte, and decode all files with ffmpeg")
-        ->excludes(names);
-    command.add_flag(
-        "--dcf", request->options.isDcf,
-        "Require names that follow the camera standard (DCF): for folders, three digits and five\n"
-        "characters A-Z 0-9 _; for files, four such characters, four digits, and an extension\n"
-        "of at most three characters");
+        .flag("--read-all", request->options.isReadingAll,
+              "Read every byte, and decode all files with ffmpeg")
+        .excludes(names);
+    command.flag("--dcf", request->options.isDcf,
+                 "Require names that follow the camera standard (DCF): for folders, three digits and five\n"
+                 "characters A-Z 0-9 _; for files, four such characters, four digits, and an extension\n"
+                 "of at most three characters");
     addDocumentOptions(command, "Print an object with the findings");
-    command.footer("Example: vornfh check sd --read-all");
+    command.example("vornfh check sd --read-all");
 }

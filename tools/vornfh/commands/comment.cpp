@@ -213,19 +213,19 @@ void addComment(CommandLine &line)
         const QString path = fromCommandLine(request->path, "the path");
         return writeComment(path, fromCommandLine(request->text, "the comment"), request->isDryRun);
     };
-    CLI::App &command = line.addIndependent(
+    const Command command = line.addIndependent(
         "comment",
         "Writes a comment into the EXIF data of a JPEG, PNG or TIFF image. It is written to a copy, which\n"
         "replaces the image only if the comment reads back as it was given; otherwise nothing is changed.\n"
         "The modification time is kept. Other hard links to the image keep the old content",
         run);
-    command.add_option("PATH", request->path, "The image")->required()->type_name("");
+    command.option("PATH", request->path, "The image").required().type("");
     command
-        .add_option("TEXT", request->text,
-                    "The comment; if it begins with '-', precede it with the argument '--'")
-        ->required()
-        ->type_name("");
+        .option("TEXT", request->text,
+                "The comment; if it begins with '-', precede it with the argument '--'")
+        .required()
+        .type("");
     addSingleResultOption(command);
     addDryRun(command, request->isDryRun);
-    command.footer("Example: vornfh comment /mnt/sd/DCIM/100VORN/DCF_0001.jpg 'Pier 3, left side'");
+    command.example("vornfh comment /mnt/sd/DCIM/100VORN/DCF_0001.jpg 'Pier 3, left side'");
 }

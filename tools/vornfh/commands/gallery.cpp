@@ -403,6 +403,7 @@ void nameTimeZone()
 ExitCode writeGallery(const Storage &storage, const Request &request)
 {
     nameTimeZone();
+    requireMounted(storage);
     const Job job = jobOf(storage, request);
     const PageFolder pages(job.path);
     reportProblems(QFileInfo(job.path).path());
@@ -437,7 +438,7 @@ void addGallery(CommandLine &line)
     const auto run = [&line, request] {
         return writeGallery(line.storages().require(request->storage), *request);
     };
-    CLI::App &command = line.add(
+    const Command command = line.add(
         "gallery",
         "Writes an HTML page that shows the files in the numbered folders of a storage device. It plays\n"
         "those that browsers play. More than 10,000 files, or more than --page-size, are divided into\n"
@@ -445,23 +446,22 @@ void addGallery(CommandLine &line)
         "next to it, sd-pages for sd.html. Apart from these, nothing is created on the storage device",
         run);
     addStorageArgument(command, request->storage);
-    command.add_option("-o,--output", request->output, "The page; an existing gallery is replaced")
-        ->type_name("FILE")
-        ->required();
+    command.option("-o,--output", request->output, "The page; an existing gallery is replaced")
+        .type("FILE")
+        .required();
     command
-        .add_option("--page-size", request->pageSize,
-                    "Largest page, estimated from the sizes of the pictures in it")
-        ->check(between(1, 1024))
-        ->type_name("MIB")
-        ->capture_default_str();
-    command.add_flag(
+        .option("--page-size", request->pageSize,
+                "Largest page, estimated from the sizes of the pictures in it")
+        .between(1, 1024)
+        .type("MIB")
+        .showDefault();
+    command.flag(
         "--force", request->isForced,
         "Replace a file that is not a gallery, and write pages into a folder that contains other files");
     addDryRun(command, request->isDryRun);
-    command.add_flag(
-        "--probe", request->isProbing,
-        "Show the frame size of videos too: starts ffprobe for each video whose path is safe in a\n"
-        "shell");
+    command.flag("--probe", request->isProbing,
+                 "Show the frame size of videos too: starts ffprobe for each video whose path is safe in a\n"
+                 "shell");
     addSingleResultOption(command);
-    command.footer("Example: vornfh gallery sd --output sd.html");
+    command.example("vornfh gallery sd --output sd.html");
 }

@@ -246,23 +246,23 @@ ExitCode showInfo(const QStringList &paths)
 void addInfo(CommandLine &line)
 {
     struct Request {
-        CLI::Option *paths = nullptr;
+        Option paths;
         FileList list;
     };
     const auto request = std::make_shared<Request>();
     const auto run = [request] {
         QStringList paths;
-        for (const std::string &path : namesIn(*request->paths, request->list))
+        for (const std::string &path : namesIn(request->paths, request->list))
             paths.append(fromCommandLine(path, "the path"));
         return showInfo(paths);
     };
-    CLI::App &command = line.addIndependent(
+    const Command command = line.addIndependent(
         "info",
         "Shows what is known about files and folders: type, size, times, picture size, protection, and\n"
         "the length, bit rate and frame rate of videos and audio files as measured by ffprobe",
         run);
-    request->paths = addNames(command, "PATH...", "Files and folders")->required(false);
+    request->paths = addNames(command, "PATH...", "Files and folders").required(false);
     request->list.addOptions(command);
     addResultOptions(command);
-    command.footer("Example: vornfh info /mnt/sd/DCIM/100VORN/*.avi");
+    command.example("vornfh info /mnt/sd/DCIM/100VORN/*.avi");
 }

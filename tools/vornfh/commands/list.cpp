@@ -444,25 +444,24 @@ ExitCode count(const Storage &storage, const Request &request)
 
 // The command line
 
-void addFilterOption(CLI::App &command, Request &request)
+void addFilterOption(const Command &command, Request &request)
 {
-    command.add_option("--filter", request.filter, "Folders to list: the numbered ones, the others, or all")
-        ->check(CLI::IsMember({"dcim", "other", "all"}).description(""))
-        ->type_name("dcim|other|all")
-        ->capture_default_str();
+    command.option("--filter", request.filter, "Folders to list: the numbered ones, the others, or all")
+        .oneOf({"dcim", "other", "all"})
+        .showDefault();
 }
 
-void addTypeFlags(CLI::App &command, Request &request)
+void addTypeFlags(const Command &command, Request &request)
 {
-    CLI::Option *images = command.add_flag("--images", request.images, "Only JPEG and PNG images");
-    CLI::Option *videos = command.add_flag("--videos", request.videos, "Only AVI and Matroska videos");
-    CLI::Option *audio = command.add_flag("--audio", request.audio, "Only WAV audio files");
-    images->excludes(videos)->excludes(audio);
-    videos->excludes(audio);
+    const Option images = command.flag("--images", request.images, "Only JPEG and PNG images");
+    const Option videos = command.flag("--videos", request.videos, "Only AVI and Matroska videos");
+    const Option audio = command.flag("--audio", request.audio, "Only WAV audio files");
+    images.excludes(videos).excludes(audio);
+    videos.excludes(audio);
     command
-        .add_flag("--thumbs", request.thumbnails,
-                  "With --images: thumbnails too (a list of all files always includes them)")
-        ->needs(images);
+        .flag("--thumbs", request.thumbnails,
+              "With --images: thumbnails too (a list of all files always includes them)")
+        .needs(images);
 }
 
 void setNumbers(Request &request, const std::string &argument)
@@ -480,20 +479,19 @@ void setNumbers(Request &request, const std::string &argument)
     request.numbers = NumberRange{first, last};
 }
 
-void addSelection(CLI::App &command, const std::shared_ptr<Request> &request)
+void addSelection(const Command &command, const std::shared_ptr<Request> &request)
 {
     command
-        .add_option("--sort", request->order,
-                    "Sort the whole list: by folder and number, modification time, size, or folder\n"
-                    "and name; the oldest or smallest first")
-        ->check(CLI::IsMember({"number", "time", "size", "name"}).description(""))
-        ->type_name("number|time|size|name");
+        .option("--sort", request->order,
+                "Sort the whole list: by folder and number, modification time, size, or folder\n"
+                "and name; the oldest or smallest first")
+        .oneOf({"number", "time", "size", "name"});
     addDayOptions(command, request->days, "files");
     command
-        .add_option_function<std::string>(
+        .option(
             "--number", [request](const std::string &text) { setNumbers(*request, text); },
             "Only files with this number, or a number in this range: 7, 5-20 or 5-")
-        ->type_name("N|N-M");
+        .type("N|N-M");
 }
 
 } // namespace
@@ -505,34 +503,35 @@ void addList(CommandLine &line)
         return [&line, request, work] { return work(line.storages().require(request->storage), *request); };
     };
 
-    CLI::App &folders = line.add("folders", "Lists the folders of a storage device", run(listFolders));
+    const Command folders = line.add("folders", "Lists the folders of a storage device", run(listFolders));
     addStorageArgument(folders, request->storage);
     addFilterOption(folders, *request);
-    folders.add_flag("--json", request->json,
-                     "Print an array of objects, which also contain the number of media files");
-    folders.footer("Example: vornfh folders sd --filter all");
+    folders.flag("--json", request->json,
+                 "Print an array of objects, which also contain the number of media files");
+    folders.example("vornfh folders sd --filter all");
 
-    CLI::App &files =
-        line.add("list",
-                 "Lists the files of a storage device, oldest first in each folder; images: all\n"
-                 "JPEG files, then all PNG files. Files of protected objects are marked",
-                 run(list));
+    const Command files = line.add(
+        "list",
+        "Lists the files of a storage device, oldest first in each folder; images: all\n"
+        "JPEG files, then all PNG files. Files of protected objects are marked. Names are relative to the\n"
+        "DCIM folder; --json prints whole paths",
+        run(list));
     addStorageArgument(files, request->storage);
     addTypeFlags(files, *request);
     addFilterOption(files, *request);
     addSelection(files, request);
     addResultOptions(files);
     files
-        .add_flag("--library-json", request->libraryJson,
-                  "Print the library's own JSON list, in which dates are creation dates")
-        ->excludes("--json")
-        ->excludes("--jsonl");
-    files.footer("Example: vornfh list sd --videos");
+        .flag("--library-json", request->libraryJson,
+              "Print the library's own JSON list, in which dates are creation dates")
+        .excludes("--json")
+        .excludes("--jsonl");
+    files.example("vornfh list sd --videos");
 
-    CLI::App &counter = line.add(
+    const Command counter = line.add(
         "count", "Counts the image, video and audio files in the numbered folders of a storage device",
         run(count));
     addStorageArgument(counter, request->storage);
-    counter.add_flag("--json", request->json, "Print an object with the number of each type and the total");
-    counter.footer("Example: vornfh count sd");
+    counter.flag("--json", request->json, "Print an object with the number of each type and the total");
+    counter.example("vornfh count sd");
 }

@@ -51,10 +51,10 @@ void addMkdir(CommandLine &line)
         return makeFolder(line.storages().require(request->storage),
                           fromCommandLine(request->folder, "FOLDER"), request->isDryRun);
     };
-    CLI::App &command = line.add("mkdir", "Creates a folder on a storage device", run);
+    const Command command = line.add("mkdir", "Creates a folder on a storage device", run);
     addStorageArgument(command, request->storage);
     addFolderArgument(command, request->folder);
     addSingleResultOption(command);
     addDryRun(command, request->isDryRun);
-    command.footer("Example: vornfh mkdir sd kept");
+    command.example("vornfh mkdir sd kept");
 }

@@ -45,16 +45,16 @@ void addNext(CommandLine &line)
         return printNext(line.storages().require(request->storage),
                          typeOf(QString::fromStdString(request->type)));
     };
-    CLI::App &command = line.add("next",
-                                 "Prints the path of the next recording. Creates a folder if there is no "
-                                 "numbered folder or the\n"
-                                 "last one is full. The file is not created",
-                                 run);
+    const Command command = line.add("next",
+                                     "Prints the path of the next recording. Creates a folder if there is no "
+                                     "numbered folder or the\n"
+                                     "last one is full. The file is not created",
+                                     run);
     addStorageArgument(command, request->storage);
-    command.add_option("TYPE", request->type, "avi, mkv, jpg, png, wav or thumb")
-        ->required()
-        ->check(CLI::IsMember({"avi", "mkv", "jpg", "png", "wav", "thumb"}).description(""))
-        ->type_name("");
+    command.option("TYPE", request->type, "avi, mkv, jpg, png, wav or thumb")
+        .required()
+        .oneOf({"avi", "mkv", "jpg", "png", "wav", "thumb"})
+        .type("");
     addSingleResultOption(command);
-    command.footer("Example: vornfh next sd avi");
+    command.example("vornfh next sd avi");
 }

@@ -32,7 +32,7 @@ const std::map<std::string, Kind> KINDS = {{"images", PHOTO}, {"videos", VIDEO},
 struct Request {
     eStorageType storage = STORAGE_MMC;
     std::string directory;
-    CLI::Option *folders = nullptr;
+    Option folders;
     std::string kind; // empty for all
     DayRange days;
     bool isMoving = false;
@@ -71,7 +71,7 @@ QString newestOf(const std::vector<NumberedFolder> &folders)
 QStringList folderNames(const Request &request, const Storage &storage, const QStringList &paths)
 {
     QStringList names;
-    for (const std::string &text : request.folders->results()) {
+    for (const std::string &text : request.folders.values()) {
         const QString name = fromCommandLine(text, "--folder");
         requireFolderName(name);
         if (!paths.contains(storage.location + "/" + name))
@@ -342,8 +342,7 @@ void requireApart(const QString &directory, const Storage &storage)
 void createDirectory(const QString &directory)
 {
     requireWritable(directory);
-    createFolder(directory);
-    flushWithFolders({directory});
+    createFolder(directory); // reaches the device with the first copy, before that is reported
     removeLeftovers(directory);
 }
 
@@ -375,7 +374,7 @@ ExitCode offloadStorage(const Storage &storage, const Request &request)
 void addOffload(CommandLine &line)
 {
     const auto request = std::make_shared<Request>();
-    CLI::App &command = line.add(
+    const Command command = line.add(
         "offload",
         "Copies the objects of a storage device to a directory on a computer: DIRECTORY/FOLDER/FILE.\n"
         "Each copy is flushed and compared as by the copy command. DIRECTORY/SHA256SUMS gets a line for\n"
@@ -385,24 +384,19 @@ void addOffload(CommandLine &line)
         "being written are skipped; the exit code is then 3",
         [&line, request] { return offloadStorage(line.storages().require(request->storage), *request); });
     addStorageArgument(command, request->storage);
-    command.add_option("DIRECTORY", request->directory, "The directory; it is created if it is missing")
-        ->required()
-        ->type_name("");
-    command.add_flag(
-        "--move", request->isMoving,
-        "Delete objects from the storage device once their copies and checksums are safe, except\n"
-        "protected ones, those that are being written, and the newest");
+    command.option("DIRECTORY", request->directory, "The directory; it is created if it is missing")
+        .required()
+        .type("");
+    command.flag("--move", request->isMoving,
+                 "Delete objects from the storage device once their copies and checksums are safe, except\n"
+                 "protected ones, those that are being written, and the newest");
     addDayOptions(command, request->days, "objects");
     request->folders =
-        command.add_option("--folder", "Only this numbered folder; may be given several times")
-            ->type_name("NAME")
-            ->expected(1, CLI::detail::expected_max_vector_size)
-            ->allow_extra_args(false)
-            ->take_all();
-    command.add_option("--type", request->kind, "Only objects with a recording of this type")
-        ->check(CLI::IsMember({"images", "videos", "audio"}).description(""))
-        ->type_name("images|videos|audio");
+        command.repeatedOption("--folder", "Only this numbered folder; may be given several times")
+            .type("NAME");
+    command.option("--type", request->kind, "Only objects with a recording of this type")
+        .oneOf({"images", "videos", "audio"});
     addResultOptions(command);
     addDryRun(command, request->isDryRun);
-    command.footer("Example: vornfh offload sd ~/pictures --since 2025-02-25");
+    command.example("vornfh offload sd ~/pictures --since 2025-02-25");
 }

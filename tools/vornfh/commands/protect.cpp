@@ -33,7 +33,7 @@
 namespace {
 
 struct Request {
-    CLI::Option *paths = nullptr;
+    Option paths;
     FileList list;
     bool isProtecting;
     bool isDryRun = false;
@@ -122,7 +122,7 @@ void replaceByCopy(const QString &path, int file, const struct stat &before)
     replaceFile(copy, path);
 }
 
-/// The error of a change of the mode of a file, as far as it is known before; 0 if there is none.
+/// The error that changing the mode of a file would cause, as far as it can be known in advance; 0 if none.
 int modeError(const QString &path, const struct stat &status)
 {
     if (isOnReadOnlyFileSystem(path))
@@ -164,7 +164,7 @@ void mark(const QString &path, const Request &request)
 
 ExitCode markAll(const Request &request, const QList<Storage> &storages)
 {
-    const std::vector<std::string> arguments = namesIn(*request.paths, request.list);
+    const std::vector<std::string> arguments = namesIn(request.paths, request.list);
     Objects objects(storages, request.isDryRun);
     std::vector<FileFacts> marked;
     std::set<QString> seen;
@@ -205,15 +205,15 @@ void addCommand(CommandLine &line, bool isProtecting, const char *name, const ch
 {
     const auto request = std::make_shared<Request>();
     request->isProtecting = isProtecting;
-    CLI::App &command = line.add(
+    const Command command = line.add(
         name, description, [&line, request] { return markAll(*request, line.storages().configured()); });
     request->paths =
         addNames(command, "PATH...", "Files of objects, or numbered folders for all objects in them")
-            ->required(false);
+            .required(false);
     request->list.addOptions(command);
     addResultOptions(command);
     addDryRun(command, request->isDryRun);
-    command.footer(std::string("Example: vornfh ") + name + " /mnt/sd/DCIM/100VORN/DCF_0001.jpg");
+    command.example(std::string("vornfh ") + name + " /mnt/sd/DCIM/100VORN/DCF_0001.jpg");
 }
 
 } // namespace

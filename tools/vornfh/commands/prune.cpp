@@ -21,7 +21,7 @@ namespace {
 struct Request {
     eStorageType storage = STORAGE_MMC;
     PrunePolicy policy;
-    std::optional<KeepFree> keepFree; // what policy.keepFree becomes
+    std::optional<KeepFree> keepFree; // from which policy.keepFree is calculated
     bool isDryRun = false;
 
     bool hasPolicy() const
@@ -30,7 +30,7 @@ struct Request {
     }
 };
 
-/// The policy with a percentage as bytes. Throws UsageError if no object could be kept.
+/// The policy, with --keep-free in bytes. Throws UsageError if no object could be kept.
 PrunePolicy policyFor(const Storage &storage, const Request &request)
 {
     PrunePolicy policy = request.policy;
@@ -121,7 +121,7 @@ void setKeepWithin(Request &request, const QString &text)
 void addPrune(CommandLine &line)
 {
     const auto request = std::make_shared<Request>();
-    CLI::App &command = line.add(
+    const Command command = line.add(
         "prune",
         "Deletes the oldest objects of a storage device until the policies hold: those that come first\n"
         "in the numbering. An object is a recording with its thumbnail. Protected objects, the newest "
@@ -137,10 +137,10 @@ void addPrune(CommandLine &line)
     const auto addPolicy = [&](const char *name, void (*set)(Request &, const QString &), const char *type,
                                const char *description) {
         command
-            .add_option_function<std::string>(
+            .option(
                 name, [=](const std::string &text) { set(*request, fromCommandLine(text, name)); },
                 description)
-            ->type_name(type);
+            .type(type);
     };
     addStorageArgument(command, request->storage);
     addPolicy("--keep-free", setKeepFree, "SIZE|PERCENT",
@@ -152,5 +152,5 @@ void addPrune(CommandLine &line)
               "others go");
     addDocumentOptions(command, "Print an object with the deleted files");
     addDryRun(command, request->isDryRun);
-    command.footer("Example: vornfh prune sd --keep-free 10% --keep-within 12h");
+    command.example("vornfh prune sd --keep-free 10% --keep-within 12h");
 }

@@ -164,18 +164,18 @@ void setRate(RecorderSettings &settings, const QString &text)
 }
 
 /// Adds an option whose value @p set checks and stores.
-CLI::Option *addChecked(CLI::App &command, const char *name, const std::function<void(const QString &)> &set,
-                        const char *type, const char *description)
+Option addChecked(const Command &command, const char *name, const std::function<void(const QString &)> &set,
+                  const char *type, const char *description)
 {
     return command
-        .add_option_function<std::string>(
+        .option(
             name, [=](const std::string &text) { set(fromCommandLine(text, name)); }, description)
-        ->type_name(type);
+        .type(type);
 }
 
-void addInputOptions(CLI::App &command, const std::shared_ptr<Request> &request)
+void addInputOptions(const Command &command, const std::shared_ptr<Request> &request)
 {
-    CLI::Option *input = addChecked(
+    const Option input = addChecked(
         command, "--input", [request](const QString &text) { request->settings.input.name = text; }, "INPUT",
         "The source: /dev/video0 or any other ffmpeg input. Default: a moving test picture and a\n"
         "tone, generated in real time with --duration 0");
@@ -183,47 +183,34 @@ void addInputOptions(CLI::App &command, const std::shared_ptr<Request> &request)
                          const char *description) {
         addChecked(
             command, name, [=](const QString &text) { set(request->settings, text); }, type, description)
-            ->needs(input);
+            .needs(input);
     };
     add("--input-format", setFormat, "FORMAT",
         "The ffmpeg name of the input format. Default: v4l2 for /dev/video*");
     add("--size", setSize, "WxH", "The picture size to request from the input");
     add("--rate", setRate, "N|N/M", "The frame rate to request from the input");
     command
-        .add_option("--timeout", request->settings.timeout,
-                    "End the recording if the input delivers no data for this long")
-        ->check(between(0.1, 86400))
-        ->type_name("SECONDS")
-        ->capture_default_str();
+        .option("--timeout", request->settings.timeout,
+                "End the recording if the input delivers no data for this long")
+        .between(0.1, 86400)
+        .type("SECONDS")
+        .showDefault();
 }
 
-void addSegmentOptions(CLI::App &command, const std::shared_ptr<Request> &request)
+void addSegmentOptions(const Command &command, const std::shared_ptr<Request> &request)
 {
     addChecked(
         command, "--segment", [request](const QString &text) { setSegment(request->settings, text); },
         "SECONDS|SIZE",
         "Begin a new file after this time or size, without losing a frame: 60, 90s, 10m, 100M, 2G");
-    CLI::Option *loop =
-        command.add_flag("--loop", request->isLoop,
-                         "Delete the oldest objects before each recording or segment, as prune does");
+    const Option loop =
+        command.flag("--loop", request->isLoop,
+                     "Delete the oldest objects before each recording or segment, as prune does");
     addChecked(
         command, "--keep-free",
         [request](const QString &text) { request->keepFree = KeepFree::parsed(text); }, "SIZE|PERCENT",
         "How much of the storage device --loop keeps free. Default: 10%")
-        ->needs(loop);
-}
-
-/// Accepts 0 too.
-CLI::Validator durations()
-{
-    const auto check = [](const std::string &text) {
-        const CLI::Validator isInRange = between(0.1, 86400);
-        double value = 1;
-        const bool isZero = CLI::detail::lexical_cast(text, value) && value == 0;
-        return isZero || isInRange(text).empty() ? std::string()
-                                                 : "'" + text + "' is not 0 or a number from 0.1 to 86400";
-    };
-    return CLI::Validator(check, "");
+        .needs(loop);
 }
 
 } // namespace
@@ -235,7 +222,7 @@ void addRecord(CommandLine &line)
         const RecorderSettings settings = settingsFor(line.storages().require(request->storage), *request);
         return record(settings, request->count, request->isDryRun);
     };
-    CLI::App &command = line.add(
+    const Command command = line.add(
         "record",
         "Makes the next recordings on a storage device with ffmpeg and prints their paths. Photos and\n"
         "videos get a thumbnail. A recording that ends early, because it is interrupted (SIGINT, SIGTERM,\n"
@@ -243,23 +230,22 @@ void addRecord(CommandLine &line)
         "closed, and kept if it has content",
         run);
     addStorageArgument(command, request->storage);
-    command.add_option("--type", request->type, "Type of the recordings")
-        ->check(CLI::IsMember({"avi", "mkv", "jpg", "png", "wav"}).description(""))
-        ->type_name("avi|mkv|jpg|png|wav")
-        ->capture_default_str();
-    command.add_option("--count", request->count, "Number of recordings, made one after the other")
-        ->check(between(1, LAST_FILE))
-        ->type_name("N")
-        ->capture_default_str();
+    command.option("--type", request->type, "Type of the recordings")
+        .oneOf({"avi", "mkv", "jpg", "png", "wav"})
+        .showDefault();
+    command.option("--count", request->count, "Number of recordings, made one after the other")
+        .between(1, LAST_FILE)
+        .type("N")
+        .showDefault();
     command
-        .add_option("--duration", request->duration,
-                    "Length of a video or audio recording; 0: until SIGINT or SIGTERM, and the end of the\n"
-                    "input is then an early end. Default: 2, or 0 with --segment")
-        ->check(durations())
-        ->type_name("SECONDS");
+        .option("--duration", request->duration,
+                "Length of a video or audio recording; 0: until SIGINT or SIGTERM, and the end of the\n"
+                "input is then an early end. Default: 2, or 0 with --segment")
+        .zeroOrBetween(0.1, 86400)
+        .type("SECONDS");
     addInputOptions(command, request);
     addSegmentOptions(command, request);
     addResultOptions(command);
     addDryRun(command, request->isDryRun);
-    command.footer("Example: vornfh record sd --input /dev/video0 --segment 60 --loop");
+    command.example("vornfh record sd --input /dev/video0 --segment 60 --loop");
 }

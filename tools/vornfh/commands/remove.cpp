@@ -41,7 +41,7 @@ namespace {
 struct Request {
     eStorageType storage = STORAGE_MMC;
     std::string folder;
-    CLI::Option *paths = nullptr;
+    Option paths;
     FileList list;
     bool isConfirmed = false;
     bool isForced = false;
@@ -67,7 +67,7 @@ struct Seen {
     std::set<QString> planned; // files that a dry run has printed
 };
 
-/// Returns whether the thumbnail of @p recording would be alone without it and what has been printed.
+/// Returns whether the thumbnail of @p recording would be alone without it and the files in @p planned.
 bool isThumbnailFreed(const QString &recording, const std::set<QString> &planned)
 {
     const QString thumbnail = thumbnailBeside(recording);
@@ -199,7 +199,7 @@ private:
 ExitCode deleteFiles(const Request &request, const QList<Storage> &storages)
 {
     constexpr auto INTERVAL = std::chrono::seconds(1);
-    const std::vector<std::string> files = namesIn(*request.paths, request.list);
+    const std::vector<std::string> files = namesIn(request.paths, request.list);
     auto lastReport = std::chrono::steady_clock::now();
     Deletion deletion(request.isDryRun);
     Seen seen;
@@ -568,26 +568,26 @@ ExitCode wipe(const Storage &storage, const QList<Storage> &all, const Request &
 void addRemove(CommandLine &line)
 {
     const auto request = std::make_shared<Request>();
-    const auto addForce = [request](CLI::App &command) {
-        command.add_flag("--force", request->isForced, "Delete protected objects too");
+    const auto addForce = [request](const Command &command) {
+        command.flag("--force", request->isForced, "Delete protected objects too");
         addDryRun(command, request->isDryRun);
     };
-    const auto addConfirmation = [request, addForce](CLI::App &command) {
-        command.add_flag("--yes", request->isConfirmed, "Delete without asking");
+    const auto addConfirmation = [request, addForce](const Command &command) {
+        command.flag("--yes", request->isConfirmed, "Delete without asking");
         addForce(command);
     };
 
-    CLI::App &files = line.add(
+    const Command files = line.add(
         "delete", "Deletes files from the storage devices. The thumbnail of a recording goes with it",
         [&line, request] { return deleteFiles(*request, line.storages().configured()); });
-    request->paths = addNames(files, "PATH...", "Files")->required(false);
+    request->paths = addNames(files, "PATH...", "Files").required(false);
     request->list.addOptions(files);
     addForce(files);
-    files.add_flag("--only", request->isOnly, "Delete only the files that are named, not their thumbnails");
+    files.flag("--only", request->isOnly, "Delete only the files that are named, not their thumbnails");
     addResultOptions(files);
-    files.footer("Example: vornfh delete /mnt/sd/DCIM/100VORN/DCF_0001.jpg");
+    files.example("vornfh delete /mnt/sd/DCIM/100VORN/DCF_0001.jpg");
 
-    CLI::App &folder = line.add(
+    const Command folder = line.add(
         "rmdir", "Deletes a folder of a storage device and everything in it, after asking for confirmation",
         [&line, request] {
             return removeFolder(line.storages().require(request->storage),
@@ -597,9 +597,9 @@ void addRemove(CommandLine &line)
     addFolderArgument(folder, request->folder);
     addConfirmation(folder);
     addSingleResultOption(folder);
-    folder.footer("Example: vornfh rmdir sd 100VORN");
+    folder.example("vornfh rmdir sd 100VORN");
 
-    CLI::App &all = line.add(
+    const Command all = line.add(
         "wipe", "Deletes the DCIM folder and everything in it, after asking for confirmation",
         [&line, request] {
             return wipe(line.storages().require(request->storage), line.storages().configured(), *request);
@@ -607,5 +607,5 @@ void addRemove(CommandLine &line)
     addStorageArgument(all, request->storage);
     addConfirmation(all);
     addSingleResultOption(all);
-    all.footer("Example: vornfh wipe sd --dry-run");
+    all.example("vornfh wipe sd --dry-run");
 }

@@ -33,7 +33,7 @@ using namespace VORN_FILE_HANDLER;
 namespace {
 
 struct Request {
-    CLI::Option *targets = nullptr;
+    Option targets;
     FileList list;
     bool isDryRun = false;
 };
@@ -149,13 +149,13 @@ public:
                 || (finding.remedy == Remedy::Delete && !isStillDeletable(finding, path, status)))
                 return;
             if (finding.kind == "unreadable")
-                throw FileFailure(printable(finding.path), finding.text);
+                throw FileFailure(finding.file(), finding.text);
             const QString reason = whyNot(finding, path);
             if (reason.isEmpty()) {
                 mend(finding, path);
                 return;
             }
-            printFailure(FileFailure(printable(finding.path), reason));
+            printFailure(FileFailure(finding.file(), reason));
             ++mLeft;
         });
     }
@@ -235,7 +235,7 @@ private:
 
 ExitCode repair(const Request &request, const Storages &storages)
 {
-    const std::vector<std::string> targets = namesIn(*request.targets, request.list);
+    const std::vector<std::string> targets = namesIn(request.targets, request.list);
     catchStopSignals();
     Repair repair(request.isDryRun);
     const int failures = forEachReporting(targets, [&](const std::string &argument) {
@@ -252,7 +252,7 @@ ExitCode repair(const Request &request, const Storages &storages)
 void addRepair(CommandLine &line)
 {
     const auto request = std::make_shared<Request>();
-    CLI::App &command = line.add(
+    const Command command = line.add(
         "repair",
         "Repairs what check reports as repairable: recordings that are not closed are written into a\n"
         "new file, which replaces them; missing and damaged thumbnails are created; empty files,\n"
@@ -262,9 +262,9 @@ void addRepair(CommandLine &line)
         [&line, request] { return repair(*request, line.storages()); });
     request->targets =
         addNames(command, "STORAGE|PATH...", "Storage devices, numbered folders, or files for their objects")
-            ->required(false);
+            .required(false);
     request->list.addOptions(command);
     addResultOptions(command);
     addDryRun(command, request->isDryRun);
-    command.footer("Example: vornfh repair sd --dry-run");
+    command.example("vornfh repair sd --dry-run");
 }

@@ -424,7 +424,7 @@ void addStatus(CommandLine &line)
 {
     struct Request {
         eStorageType storage = STORAGE_MMC;
-        CLI::Option *storageArgument = nullptr;
+        Option storageArgument;
         bool isJson = false;
         bool isVerbose = false;
     };
@@ -432,18 +432,18 @@ void addStatus(CommandLine &line)
     const auto run = [&line, request] {
         if (request->isVerbose)
             printConfigFile(line.storages().configFile(), request->isJson);
-        const bool isNamed = request->storageArgument->count() > 0;
+        const bool isNamed = request->storageArgument.isGiven();
         return show(isNamed ? QList<Storage>{line.storages().require(request->storage)}
                             : line.storages().configured(),
                     request->isJson);
     };
-    CLI::App &command = line.add(
+    const Command command = line.add(
         "status",
         "Shows whether one storage device, or each of them, is ready to record. Also shows how much\n"
         "more it can hold, and its block device, space, objects, next photo and wear",
         run);
-    request->storageArgument = addStorageArgument(command, request->storage)->required(false);
-    command.add_flag("--json", request->isJson, "Print an array with an object for each storage device");
-    command.add_flag("-v,--verbose", request->isVerbose, "Name the config file that is used");
-    command.footer("Example: vornfh status sd");
+    request->storageArgument = addStorageArgument(command, request->storage).required(false);
+    command.flag("--json", request->isJson, "Print an array with an object for each storage device");
+    command.flag("-v,--verbose", request->isVerbose, "Name the config file that is used");
+    command.example("vornfh status sd");
 }

@@ -145,7 +145,7 @@ ExitCode transferAll(const Request &request)
 void addCommand(CommandLine &line, Mode mode, const std::string &name, const std::string &description)
 {
     struct Arguments {
-        CLI::Option *words = nullptr;
+        Option words;
         FileList list;
         bool isForced = false;
         bool isOnly = false;
@@ -153,7 +153,7 @@ void addCommand(CommandLine &line, Mode mode, const std::string &name, const std
     };
     const auto arguments = std::make_shared<Arguments>();
     const auto run = [&line, mode, name, arguments] {
-        std::vector<std::string> words = arguments->words->results();
+        std::vector<std::string> words = arguments->words.values();
         const size_t least = arguments->list.isGiven() ? 2 : 3;
         if (words.size() < least)
             throw UsageError(
@@ -169,18 +169,18 @@ void addCommand(CommandLine &line, Mode mode, const std::string &name, const std
                             isProtecting ? line.storages().configured() : QList<Storage>(),
                             arguments->isDryRun});
     };
-    CLI::App &command = line.add(name, description, run);
+    const Command command = line.add(name, description, run);
     arguments->words =
         addNames(command, "FILE... STORAGE FOLDER",
                  "Files, a storage device (mmc, sd or usb), and a folder directly in its DCIM folder");
     arguments->list.addOptions(command);
-    command.add_flag("--only", arguments->isOnly,
-                     "Only the files that are named, not the thumbnails of the recordings");
+    command.flag("--only", arguments->isOnly,
+                 "Only the files that are named, not the thumbnails of the recordings");
     if (mode == Mode::Move)
-        command.add_flag("--force", arguments->isForced, "Move protected objects too");
+        command.flag("--force", arguments->isForced, "Move protected objects too");
     addResultOptions(command);
     addDryRun(command, arguments->isDryRun);
-    command.footer("Example: vornfh " + name + " /mnt/sd/DCIM/100VORN/* usb 100VORN");
+    command.example("vornfh " + name + " /mnt/sd/DCIM/100VORN/* usb 100VORN");
 }
 
 } // namespace
@@ -191,7 +191,8 @@ void addTransfer(CommandLine &line)
         line, Mode::Copy, "copy",
         "Copies files into a folder of a storage device. Each copy is flushed to the device and compared\n"
         "byte for byte. The thumbnail of a photo or video is copied with it. The folder is created if it\n"
-        "is missing; a counter is added to a name that is taken");
+        "is missing. A file that is there already, with the same content, is not copied again; a counter\n"
+        "is added to any other name that is taken");
     addCommand(
         line, Mode::Move, "move",
         "Moves files into a folder of a storage device. Within a file system, files are renamed. Between\n"

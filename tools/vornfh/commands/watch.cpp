@@ -11,7 +11,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <iterator>
 #include <memory>
 #include <vector>
 
@@ -44,7 +43,7 @@ void print(const WatchEvent &event)
     printLine(event.name + " " + (event.path.isEmpty() ? event.storage.name : printable(event.path)));
 }
 
-/// Waits until there may be events. Throws Failure if nobody can read them any more.
+/// Waits until there may be events. Throws Failure if the reader of standard output is gone.
 void waitForEvents(const Descriptor &mounts, const std::vector<StorageWatch> &watches)
 {
     constexpr int INTERVAL = 1000; // milliseconds; see StorageWatch::update()
@@ -85,19 +84,22 @@ void addWatch(CommandLine &line)
             storages.append(line.storages().require(type));
         return watch(named->empty() ? line.storages().configured() : storages);
     };
-    CLI::App &command = line.add(
+    const Command command = line.add(
         "watch",
         "Prints a line for each event on the storage devices until SIGINT or SIGTERM: added, finished,\n"
         "changed or removed PATH; watching, mounted, unmounted, read-only, writable, full, not-full,\n"
         "absent or present STORAGE",
         run);
     const auto parse = [named](const std::vector<std::string> &names) {
-        std::transform(names.begin(), names.end(), std::back_inserter(*named), parseStorage);
+        for (const std::string &name : names) {
+            const eStorageType type = parseStorage(name);
+            if (std::find(named->begin(), named->end(), type) == named->end())
+                named->push_back(type);
+        }
     };
-    command.add_option_function<std::vector<std::string>>("STORAGE", parse, "mmc, sd or usb; by default all")
-        ->type_name("");
+    command.option("STORAGE", parse, "mmc, sd or usb; by default all").type("");
     for (const char *name : {"--json", "--jsonl"})
-        command.add_flag_callback(
-            name, [] { setFormat(Format::JsonLines); }, "Print an object in each line");
-    command.footer("Example: vornfh watch sd");
+        command.flag(
+            name, [] { setFormat(Format::JsonLines); }, "Print an object on each line");
+    command.example("vornfh watch sd");
 }
