@@ -37,7 +37,7 @@ const QByteArray OTHER_EXTENSION =
     "has none of the extensions jpg, png, avi, mkv, wav, thumb: the media lists, the "
     "count and the numbering ignore it";
 const QByteArray NO_NUMBER_AFTER_THE_PREFIX =
-    "has no four digits after 'DCF_': the numbering and players ignore it";
+    "does not have four digits after 'DCF_': the numbering and players ignore it";
 const QByteArray NUMBER_ZERO = "has the number 0000: players accept 0001 to 9999";
 const QByteArray EMPTY = "is empty: the recording was never written, or its data was lost";
 const QByteArray THUMBNAIL_ALONE = "the photo or video of this thumbnail is missing";
@@ -87,7 +87,7 @@ QByteArray overwritten(QByteArray content, int place, int count, char byte = '\0
     return content.replace(place < 0 ? content.size() + place : place, count, QByteArray(count, byte));
 }
 
-/// @p content with the first or last occurrence of @p name replaced by @p other.
+/// @p content with the last occurrence of @p name replaced by @p other.
 QByteArray renamed(QByteArray content, const QByteArray &name, const QByteArray &other)
 {
     return content.replace(content.lastIndexOf(name), name.size(), other);
@@ -287,6 +287,13 @@ void VornfhCheckTest::reportsOddFiles_data()
     row("leftover-that-was-being-renamed",
         {".vornfh-99999999-ABC123 = x", ".vornfh-99999999-ABC124.renaming"},
         {".vornfh-99999999-ABC123: " + LEFTOVER_KEPT});
+    row("interrupted-replacement",
+        {".vornfh-99999999-ABC123 = old",
+         ".vornfh-99999999-ABC124.renaming = another session\nDCF_0001.wav\n.vornfh-99999999-ABC123\n"},
+        {"DCF_0001.wav: was being replaced by an interrupted command; the next command that writes to this "
+         "folder restores it"
+             + REPAIRABLE,
+         ".vornfh-99999999-ABC123: " + LEFTOVER_KEPT});
     row("thumbnail-alone-and-of-an-audio-file",
         {"DCF_0001.thumb = x", "DCF_0002.thumb = x", "DCF_0002.wav = x"},
         {"DCF_0001.thumb: " + THUMBNAIL_ALONE + REPAIRABLE,
@@ -474,7 +481,7 @@ void VornfhCheckTest::reportsThumbnails_data()
         QByteArrayList{"DCF_0001.thumb: " + THUMBNAIL_ALONE + REPAIRABLE});
     row("missing", Tree{photo, "DCF_0001.thumb = " + jpeg, "DCF_0002.png = " + png},
         QByteArrayList{"DCF_0002.png: " + NO_THUMBNAIL + REPAIRABLE});
-    row("missing-beside-a-file-that-is-no-photo",
+    row("missing-beside-a-file-that-is-not-a-photo",
         Tree{photo, "DCF_0001.thumb = " + jpeg, "DCF_0002.jpg = text"},
         QByteArrayList{"DCF_0002.jpg: does not begin like a file of type jpg"});
     row("none-in-the-folder", Tree{photo, "DCF_0002.png = " + png}, QByteArrayList());

@@ -85,16 +85,17 @@ class VornfhRepairTest : public QObject
 private slots:
     void closesRecordings_data();
     void closesRecordings();
-    void deletesWhatIsEmptyOrLeft_data();
-    void deletesWhatIsEmptyOrLeft();
+    void deletesEmptyFilesAndLeftovers_data();
+    void deletesEmptyFilesAndLeftovers();
+    void restoresAFileWhoseReplacementWasInterrupted();
     void makesThumbnails_data();
     void makesThumbnails();
-    void keepsAndNamesWhatCannotBeMended_data();
-    void keepsAndNamesWhatCannotBeMended();
+    void keepsAndNamesWhatCannotBeRepaired_data();
+    void keepsAndNamesWhatCannotBeRepaired();
     void leavesProtectedObjectsAlone_data();
     void leavesProtectedObjectsAlone();
-    void leavesObjectsAloneThatAreBeingWritten_data();
-    void leavesObjectsAloneThatAreBeingWritten();
+    void leavesObjectsBeingWrittenAlone_data();
+    void leavesObjectsBeingWrittenAlone();
     void repairsOnlyWhatIsNamed_data();
     void repairsOnlyWhatIsNamed();
     void changesNothingInADryRun();
@@ -144,13 +145,14 @@ void VornfhRepairTest::closesRecordings()
     QCOMPARE(tool.runOnStorages({"repair", "sd"}), tool.success());
 }
 
-void VornfhRepairTest::deletesWhatIsEmptyOrLeft_data()
+void VornfhRepairTest::deletesEmptyFilesAndLeftovers_data()
 {
     QTest::addColumn<Tree>("entries");
     QTest::addColumn<QByteArrayList>("deleted");
     QTest::addColumn<Tree>("left");
     const QByteArray photo = "DCF_0001.jpg = " + wholeFile("jpg");
-    const QByteArray thumbnail = "DCF_0001.thumb = " + wholeFile("jpg"); // one in the folder: all need one
+    const QByteArray thumbnail =
+        "DCF_0001.thumb = " + wholeFile("jpg"); // if one recording has a thumbnail, all need one
     row("empty-files", Tree{photo, "DCF_0002.jpg", "DCF_0003.wav"},
         QByteArrayList{"DCF_0002.jpg", "DCF_0003.wav"}, Tree{"DCF_0001.jpg"});
     row("empty-recording-with-a-thumbnail", Tree{photo, thumbnail, "DCF_0002.avi", "DCF_0002.thumb = t"},
@@ -169,7 +171,7 @@ void VornfhRepairTest::deletesWhatIsEmptyOrLeft_data()
         QByteArrayList(), Tree{".DCF_0001.jpg", "IMG_0001.jpg", "notes.txt"});
 }
 
-void VornfhRepairTest::deletesWhatIsEmptyOrLeft()
+void VornfhRepairTest::deletesEmptyFilesAndLeftovers()
 {
     QFETCH(Tree, entries);
     QFETCH(QByteArrayList, deleted);
@@ -185,6 +187,32 @@ void VornfhRepairTest::deletesWhatIsEmptyOrLeft()
     QCOMPARE(outcome.err, QByteArray());
     QCOMPARE(outcome.exitCode, 0);
     QCOMPARE(namesOnCard(tool), left);
+}
+
+void VornfhRepairTest::restoresAFileWhoseReplacementWasInterrupted()
+{
+    const ToolRun tool;
+    const QByteArray left = ".vornfh-99999999-ABC123";
+    const QByteArray photo = wholeFile("jpg");
+    makeOnCard(tool, {left + " = " + photo,
+                      ".vornfh-99999999-ABC124.renaming = another session\nDCF_0001.jpg\n" + left + "\n"});
+    const Tree before = treeWithContents(tool.path());
+    const QByteArray mayShare =
+        "it may share its content with another file, or be the only copy of one; unmount "
+        "the storage device and check it with fsck before you delete the leftover";
+    const QByteArray unrepaired =
+        left + ": was left by an interrupted command; " + mayShare + "; cannot be repaired";
+    QCOMPARE(tool.runOnStorages({"repair", "sd", "--dry-run"}),
+             (Outcome{3, tool.expand(linesOf({"DCF_0001.jpg: would be restored"})),
+                      tool.expand(errorLines(messagesOf({unrepaired})))}));
+    QCOMPARE(treeWithContents(tool.path()), before);
+    QCOMPARE(tool.runOnStorages({"repair", "sd"}),
+             (Outcome{3, tool.expand(linesOf({"DCF_0001.jpg: restored"})),
+                      tool.expand(errorLines(messagesOf(
+                          {"DCF_0001.jpg: was being replaced by an interrupted command; restored",
+                           left + ": left by an interrupted command and kept: " + mayShare, unrepaired})))}));
+    QCOMPARE(tool.content("sd/DCIM/100ABC/DCF_0001.jpg"), photo);
+    QCOMPARE(tool.content("sd/DCIM/100ABC/" + left), photo);
 }
 
 void VornfhRepairTest::makesThumbnails_data()
@@ -214,7 +242,7 @@ void VornfhRepairTest::makesThumbnails()
     QCOMPARE(tool.runOnStorages({"check", "sd"}).exitCode, 0);
 }
 
-void VornfhRepairTest::keepsAndNamesWhatCannotBeMended_data()
+void VornfhRepairTest::keepsAndNamesWhatCannotBeRepaired_data()
 {
     QTest::addColumn<Tree>("entries");
     QTest::addColumn<QByteArray>("message");
@@ -239,7 +267,7 @@ void VornfhRepairTest::keepsAndNamesWhatCannotBeMended_data()
             "delete the leftover; cannot be repaired"));
 }
 
-void VornfhRepairTest::keepsAndNamesWhatCannotBeMended()
+void VornfhRepairTest::keepsAndNamesWhatCannotBeRepaired()
 {
     QFETCH(Tree, entries);
     QFETCH(QByteArray, message);
@@ -258,7 +286,7 @@ void VornfhRepairTest::leavesProtectedObjectsAlone_data()
     QTest::addColumn<Tree>("entries");
     QTest::addColumn<QByteArray>("isProtected");
     QTest::addColumn<QByteArray>("message");
-    const QByteArray end = "; is protected and left alone";
+    const QByteArray end = "; is protected and is left alone";
     row("recording", Tree{"DCF_0001.avi = " + unclosedFile("avi")}, QByteArray("DCF_0001.avi"),
         "DCF_0001.avi: " + NOT_CLOSED + end);
     row("empty-file", Tree{"DCF_0001.wav"}, QByteArray("DCF_0001.wav"),
@@ -286,7 +314,7 @@ void VornfhRepairTest::leavesProtectedObjectsAlone()
     QCOMPARE(treeWithContents(tool.path()), before);
 }
 
-void VornfhRepairTest::leavesObjectsAloneThatAreBeingWritten_data()
+void VornfhRepairTest::leavesObjectsBeingWrittenAlone_data()
 {
     QTest::addColumn<QByteArray>("file");
     QTest::addColumn<QByteArray>("content");
@@ -299,7 +327,7 @@ void VornfhRepairTest::leavesObjectsAloneThatAreBeingWritten_data()
     row("empty", "DCF_0001.wav", {});
 }
 
-void VornfhRepairTest::leavesObjectsAloneThatAreBeingWritten()
+void VornfhRepairTest::leavesObjectsBeingWrittenAlone()
 {
     QFETCH(QByteArray, file);
     QFETCH(QByteArray, content);

@@ -131,10 +131,10 @@ void checkFileNumber(const Entry &file, Result &result)
                 .arg(*seen));
     else
         result.add(file.path, "file-number",
-                   "has no four digits after 'DCF_': the numbering and players ignore it");
+                   "does not have four digits after 'DCF_': the numbering and players ignore it");
 }
 
-/// Reports a folder or file name that the camera standard (DCF) does not allow. The short name of FAT is in
+/// Reports a folder or file name that the camera standard (DCF) does not allow. Short names on FAT are in
 /// upper case.
 void checkFolderByDcf(const Entry &folder, Result &result)
 {
@@ -274,7 +274,7 @@ void checkGroups(const Folder &folder, Result &result)
 }
 
 /// Reports photos and videos that have no thumbnail although others in the folder have one. None can be made
-/// of a file that has been found to contain something else.
+/// from a file that has been found to contain something else.
 void checkThumbnails(const Folder &folder, Result &result)
 {
     QSet<QString> missing = QSet<QString>(folder.recordings.keyBegin(), folder.recordings.keyEnd());
@@ -316,12 +316,18 @@ bool checkReadable(const Entry &entry, Result &result)
 void checkLeftovers(const QByteArray &folder, Result &result)
 {
     const Leftovers leftovers = leftoversIn(QFile::decodeName(folder));
-    const QString remedy = leftovers.areSafeToDelete()
-                               ? "the next command that writes to this folder removes it"
-                               : MAY_SHARE_CONTENT;
+    for (const QString &path : leftovers.missing)
+        result.add(
+            QFile::encodeName(path), "interrupted-replacement",
+            "was being replaced by an interrupted command; the next command that writes to this folder "
+            "restores it",
+            Remedy::Restore);
+    const QString remedy = leftovers.mayShareContent
+                               ? MAY_SHARE_CONTENT
+                               : "the next command that writes to this folder removes it";
     for (const QString &path : leftovers.paths)
         result.add(QFile::encodeName(path), "leftover", "was left by an interrupted command; " + remedy,
-                   leftovers.areSafeToDelete() ? Remedy::Delete : Remedy::None);
+                   leftovers.mayShareContent ? Remedy::None : Remedy::Delete);
 }
 
 /// Returns whether it is a file, as everything in a numbered folder should be.

@@ -19,7 +19,8 @@ enum class Remedy {
     NotNeeded, // a player or the library may skip it, but no content is damaged
     None,      // it cannot be repaired
     Delete,
-    Close, // see closeRecording()
+    Restore, // see removeLeftovers()
+    Close,   // see closeRecording()
     MakeThumbnail,
 };
 

@@ -33,8 +33,9 @@ const QString MARK_EXTENSION = ".renaming";
 
 /// The names of temporary files and marks, but not their short names on FAT, such as "VORNFH~1". A file has
 /// only its short name if its long name was lost in a power failure or by a device that writes no long names.
-/// It may then be a file of the user ("vornfh-notes"), or share its content with a renamed file whose mark
-/// has lost its name too: check reports it in a numbered folder as a file of another type, and it is kept.
+/// It may then be one of the user's own files ("vornfh-notes"), or share its content with a renamed file
+/// whose mark has lost its name too: check reports it in a numbered folder as a file of another type, and it
+/// is kept.
 const QRegularExpression &namePattern()
 {
     static const QRegularExpression PATTERN(R"(^\.vornfh-([0-9]+)-[A-Za-z0-9]{6}(\.renaming)?$)");
@@ -169,8 +170,8 @@ bool isUnfinished(const Replacement &replacement)
            && std::any_of(replacement.files.begin(), replacement.files.end(), isEntry);
 }
 
-/// Gives the first file of a replacement that is there the name that is missing. A copy gets it: if the power
-/// fails again, the file is still there.
+/// Restores the missing name of a replacement from the first of its files that exists. The name is given to a
+/// copy: if the power fails again, the file is still there.
 void finish(const Replacement &replacement)
 {
     const auto found = std::find_if(replacement.files.begin(), replacement.files.end(), isEntry);
@@ -300,7 +301,10 @@ Leftovers leftoversIn(const QString &folder)
             continue;
         const bool isMark = name.endsWith(MARK_EXTENSION);
         (isMark ? found.marks : found.paths).append(path);
-        found.isNeeded |= isMark && (!isOfThisSession(path) || isUnfinished(replacementIn(path)));
+        const Replacement replacement = isMark ? replacementIn(path) : Replacement();
+        if (isUnfinished(replacement))
+            found.missing.append(replacement.path);
+        found.mayShareContent |= isMark && !isOfThisSession(path);
     }
     return found;
 }

@@ -61,16 +61,16 @@ private:
 /// A hidden file that records, for as long as it exists, that temporary files in its folder are being
 /// renamed. FAT, exFAT and file systems in user space need it: a power failure can leave both names of such a
 /// file, and deleting one would free the content of the other. On other file systems no file is created. The
-/// mark contains sessionOf() its folder: if that is still the same, only the command was killed. Other lines
-/// are the names of a replacement.
+/// mark contains sessionOf() its folder: if that is still the same, only the command was killed. Any further
+/// lines are the file names passed to setReplacement().
 class RenameMark
 {
 public:
     /// The mark must be on the device before a file is renamed. Throws FileFailure.
     explicit RenameMark(const QString &folder);
 
-    /// Records, on the device, that the first of @p files that is there is to get the name @p path if that is
-    /// missing: removeLeftovers() sees to that after an interruption. All of them are in one folder.
+    /// Records a replacement on the device: if @p path is missing after an interruption, removeLeftovers()
+    /// gives its name to the first of @p files that exists. All of them are in one folder.
     void setReplacement(const QString &path, const QStringList &files);
 
     /// Returns whether the file system needs a mark.
@@ -94,11 +94,12 @@ inline const QString MAY_SHARE_CONTENT = "it may share its content with another 
 
 /// What interrupted commands have left behind in a folder.
 struct Leftovers {
-    QStringList paths;     // of temporary files and folders
-    QStringList marks;     // see RenameMark
-    bool isNeeded = false; // one of them may share its content with another file, or be the only copy of one
+    QStringList paths;            // of temporary files and folders
+    QStringList marks;            // see RenameMark
+    QStringList missing;          // files whose replacement was interrupted: removeLeftovers() restores them
+    bool mayShareContent = false; // with other files, because the power may have failed during a renaming
 
-    bool areSafeToDelete() const { return !isNeeded; }
+    bool areSafeToDelete() const { return !mayShareContent && missing.isEmpty(); }
 };
 
 Leftovers leftoversIn(const QString &folder);

@@ -145,7 +145,7 @@ public:
             struct stat status = {};
             // It may have been deleted with its recording, or have two findings.
             if (finding.remedy == Remedy::NotNeeded || isStopped() || mDone.contains(path)
-                || !readLinkStatus(path, status)
+                || readLinkStatus(path, status) == (finding.remedy == Remedy::Restore)
                 || (finding.remedy == Remedy::Delete && !isStillDeletable(finding, path, status)))
                 return;
             if (finding.kind == "unreadable")
@@ -185,12 +185,13 @@ private:
         const auto isWritten = [](const QString &file) { return !file.isEmpty() && isBeingWritten(file); };
         if (!finding.isRepairable())
             return finding.text + "; cannot be repaired";
-        if (!findType(path, Qt::CaseInsensitive)) // a leftover
+        const bool isLeftover = !findType(path, Qt::CaseInsensitive);
+        if (isLeftover || finding.remedy == Remedy::Restore)
             return QString();
         if (mProtection.isProtected(path))
-            return finding.text + "; is protected and left alone";
+            return finding.text + "; is protected and is left alone";
         if (isWritten(path) || isWritten(finding.recording))
-            return "is being written and left alone";
+            return "is being written and is left alone";
         return finding.remedy == Remedy::Close && isWithoutContent(path)
                    ? "contains no readable video or audio; cannot be repaired"
                    : QString();
@@ -198,7 +199,11 @@ private:
 
     void mend(const Finding &finding, const QString &path)
     {
-        if (finding.remedy == Remedy::MakeThumbnail) {
+        if (finding.remedy == Remedy::Restore) {
+            if (!mIsDryRun)
+                removeLeftovers(QFileInfo(path).path());
+            report(factsOf(path), "restored");
+        } else if (finding.remedy == Remedy::MakeThumbnail) {
             const QString thumbnail = finding.kind == "thumb-missing" ? thumbnailOf(path) : path;
             if (!mIsDryRun)
                 replaceThumbnail(finding.recording, thumbnail);
@@ -254,15 +259,16 @@ void addRepair(CommandLine &line)
     const auto request = std::make_shared<Request>();
     const Command command = line.add(
         "repair",
-        "Repairs what check reports as repairable: recordings that are not closed are written into a\n"
-        "new file, which replaces them; missing and damaged thumbnails are created; empty files,\n"
-        "thumbnails without a recording and files left behind by interrupted commands are deleted.\n"
+        "Repairs what check reports as repairable: each recording that is not closed is written into\n"
+        "a new file, which replaces it; missing and damaged thumbnails are created; empty files,\n"
+        "thumbnails without a recording and files left behind by interrupted commands are deleted; a\n"
+        "file whose replacement was interrupted is restored.\n"
         "A damaged file is left unchanged and reported if it cannot be repaired, is protected or is\n"
         "being written; the exit code is then 3",
         [&line, request] { return repair(*request, line.storages()); });
-    request->targets =
-        addNames(command, "STORAGE|PATH...", "Storage devices, numbered folders, or files for their objects")
-            .required(false);
+    request->targets = addNames(command, "STORAGE|PATH...",
+                                "Storage devices, numbered folders, or files whose objects are repaired")
+                           .required(false);
     request->list.addOptions(command);
     addResultOptions(command);
     addDryRun(command, request->isDryRun);
