@@ -335,9 +335,9 @@ QString VornFileHandler::getDosBaseName(QString path)
 //
 // QDir creates a QFileInfo for every entry and matches every name with a pattern engine, which costs about
 // ten times as much as reading the directory. Plain ASCII names and the library's own filters need neither.
-// Any other name is decoded and matched by the same calls of Qt that QDir uses, and everything else is left
-// to QDir. So Qt remains the only authority on how such names are decoded and case-folded, and on which of
-// them are never listed.
+// Any other name is decoded and matched by the same Qt functions that QDir calls, and everything else is
+// left to QDir. So Qt remains the only authority on how such names are decoded and case-folded, and on which
+// of them are never listed.
 
 namespace {
 

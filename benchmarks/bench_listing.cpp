@@ -24,7 +24,7 @@ static QString folderWithForeignName()
     return path;
 }
 
-/// A folder of files whose names are all not ASCII.
+/// A folder in which no file has an ASCII name.
 static QString folderOfForeignNames()
 {
     const QString path = workDirectory("umlauts");

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Full storage devices and long use, on the file system of TMPDIR:
 //   load            both
-//   load storages   time and memory of each operation at 1,000 to 1,000,000 sparse files
-//   load recordings memory of a host that records, lists and deletes the oldest 100,000 times
+//   load storages   time and memory of each operation with 1,000 to 1,000,000 sparse files
+//   load recordings memory of a host that 100,000 times records, lists, and deletes the oldest file
 
 #include "vornfilehandler.h"
 

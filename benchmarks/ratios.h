@@ -17,7 +17,7 @@ struct Way {
     int rounds = 5;
 };
 
-/// Several ways to compare. The first is the bound that the others are measured against, the second that of
+/// Several ways to compare. The first is the bound that the others are measured against, the second is
 /// the library.
 struct Comparison {
     std::string name;

@@ -46,7 +46,7 @@ if(VORN_FILE_HANDLER_TOOLS)
         execute_process(COMMAND gzip --best --no-name --stdout ${man_page}
             OUTPUT_FILE ${PROJECT_BINARY_DIR}/vornfh.1.gz COMMAND_ERROR_IS_FATAL ANY)
         set(man_page ${PROJECT_BINARY_DIR}/vornfh.1.gz)
-        set(zsh_completions zsh/vendor-completions) # Debian's zsh reads no other directory of packages
+        set(zsh_completions zsh/vendor-completions) # where Debian's zsh searches for those of packages
     else()
         set(zsh_completions zsh/site-functions)
     endif()

@@ -1,5 +1,5 @@
-# cmake -D BUILD_DIR=DIR -P Uninstall.cmake: deletes what "cmake --install DIR" has installed last, with the same DESTDIR,
-# and then the folders of this project that are empty.
+# cmake -D BUILD_DIR=DIR -P Uninstall.cmake: deletes what the last "cmake --install DIR" installed, and then the empty
+# folders of this project. DESTDIR must be the same.
 set(manifest ${BUILD_DIR}/install_manifest.txt)
 if(NOT EXISTS ${manifest})
     message(FATAL_ERROR "${manifest} does not exist: nothing is installed from ${BUILD_DIR}")

@@ -19,7 +19,8 @@ Result runScript(const QString &script, int timeout = -1)
     return run("sh", {"-c", script}, timeout);
 }
 
-/// Runs a script that never ends with increasing limits, until its first output arrives within one of them.
+/// Runs a script that does not end by itself, with increasing time limits, until its first output arrives
+/// within one of them.
 Result runUntilItPrints(const QString &script)
 {
     Result result = {};

@@ -98,7 +98,7 @@ void FileNumberingTest::lastFile_data()
     row("name-outside-ascii-with-another-extension", {"DCF_0008.jpg", "\u00e4.txt"}, 0, 8);
     row("surrogate-pair-counts-as-two-characters", {"DCF_12\U0001F4F7.jpg", "DCF_0001.jpg"}, 1, 1);
     row("name-is-not-utf-8", {"DCF_0008.jpg", "DCF_0009\377.jpg"}, 0, 8);
-    row("only-name-is-not-utf-8", {"DCF_0009\377.jpg"}, 0, 0);
+    row("the-only-name-is-not-utf-8", {"DCF_0009\377.jpg"}, 0, 0);
     row("hidden-file", {".DCF_0009.jpg", "DCF_0008.jpg"}, 0, 8);
     row("folder-named-like-a-file", {"DCF_0008.jpg", "DCF_0009.jpg/"}, 0, 8);
     row("link-to-a-file", {"DCF_0008.jpg", "DCF_0009.jpg -> DCF_0008.jpg"}, 0, 8);

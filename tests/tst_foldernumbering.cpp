@@ -55,7 +55,7 @@ void FolderNumberingTest::listAndNumber_data()
     const QString abc = "ABC";
     row("one-folder", abc, {"100ABC/"}, {"100ABC"}, 0, 100);
     row("several-folders", abc, {"102ABC/", "100ABC/", "101ABC/"}, {"100ABC", "101ABC", "102ABC"}, 0, 102);
-    row("number-below-hundred-alone", abc, {"7ABC/"}, {"7ABC"}, 0, 7);
+    row("number-below-100-alone", abc, {"7ABC/"}, {"7ABC"}, 0, 7);
     row("empty-location", abc, {}, {"100ABC"}, 0, 100, {"100ABC/"});
     row("other-folders-only", abc, {"MISC/"}, {"100ABC"}, 0, 100, {"100ABC/"});
     row("text-before-the-suffix", abc, {"100ABC/", "101ABC/", "XYZABC/"}, {"100ABC", "101ABC", "XYZABC"}, 1,
@@ -96,7 +96,7 @@ void FolderNumberingTest::listAndNumber_data()
     row("files-inside-do-not-matter", abc, {"100ABC/", "100ABC/101ABC/", "100ABC/DCF_0001.jpg"}, {"100ABC"},
         0, 100);
     row("name-is-not-utf-8", abc, {"100ABC/", "101\377ABC/"}, {"100ABC"}, 0, 100);
-    row("only-name-is-not-utf-8", abc, {"101\377ABC/"}, {"100ABC"}, 0, 100, {"100ABC/"});
+    row("the-only-name-is-not-utf-8", abc, {"101\377ABC/"}, {"100ABC"}, 0, 100, {"100ABC/"});
     row("ascii-and-other-names", abc, {"100ABC/", "101ABC/", "\u00e4ABC/"}, {"100ABC", "101ABC", "\u00e4ABC"},
         1, 101);
     row("surrogate-pair-sorts-before-later-characters", abc, {"\uff61ABC/", "\U0001F4F7ABC/"},

@@ -108,7 +108,7 @@ void ListingsTest::files_data()
     row("file-in-a-subfolder", {"a/", "a/c.jpg", "b.jpg"}, {"*.jpg"}, {"b.jpg"});
     row("links", {"a.jpg", "b.jpg -> a.jpg", "c.jpg -> none", "d/", "e.jpg -> d"}, {"*.jpg"}, {"a.jpg"});
     row("name-is-not-utf-8", {"a.jpg", "\377.jpg"}, {}, {"a.jpg"});
-    row("only-name-is-not-utf-8", {"\377.jpg"}, {"*.jpg"}, {});
+    row("the-only-name-is-not-utf-8", {"\377.jpg"}, {"*.jpg"}, {});
     row("name-outside-ascii-among-ascii-names", {"a.jpg", "\u00e4.jpg", "z.jpg"}, {"*.jpg"},
         {"a.jpg", "z.jpg", "\u00e4.jpg"});
     row("filter-outside-ascii-ignores-case", {"a.jpg", "\u00e4.jpg"}, {"\u00c4*"}, {"\u00e4.jpg"});
@@ -195,7 +195,7 @@ void ListingsTest::missingDirectory()
         QCOMPARE(VornFileHandler::getDirectoryContents(QDir(path), {}, order), QFileInfoList());
         QCOMPARE(capture.take(), missingDirectoryLine(root + "/" + path));
     }
-    // The line shows the path as absolutePath() returns it, with one slash left of two.
+    // The line shows the path as absolutePath() returns it, without all but one of the slashes at the end.
     for (const char *slashes : {"//", "///"}) {
         const QString written = root + "/" + path + slashes;
         QCOMPARE(VornFileHandler::getDirectoryContents(written, {}, QDir::Name), QFileInfoList());

@@ -499,7 +499,7 @@ void TransferTest::failingProgram_data()
     row("succeeds-without-copying", "exit 0");
 }
 
-/// A move deletes its sources in any case, as documented.
+/// A move always deletes its sources, as documented.
 void TransferTest::failingProgram()
 {
     QFETCH(QByteArray, script);

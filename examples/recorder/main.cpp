@@ -64,7 +64,8 @@ QString createNext()
 //! [exists]
 
 //! [claim]
-/// Only its file reserves a number, so this lock, which vornfh takes too, is held until the file exists.
+/// A number is reserved only by its file, so this lock, which vornfh takes too, is held until the file
+/// exists.
 QString claim(const QString &location)
 {
     VornFileHandler::createFolder(location);

@@ -30,7 +30,7 @@ QString reasonOf(int error);
 /// "read-only", which cameras use.
 bool isProtectedMode(mode_t mode);
 
-/// Removes all write permissions of a file, or gives the owner the write permission.
+/// Removes all write permissions from a file, or gives the owner write permission.
 int setProtected(const QString &path, bool isProtected);
 
 /// Waits until the file, or the entries of the folder, are on the storage device.

@@ -47,7 +47,7 @@ QImage readPicture(const QString &path, QSize size, bool isTile)
     return isTile ? withRoundCorners(picture, size) : picture;
 }
 
-/// Lives in the thread of QML that waits for pictures.
+/// Lives in the QML thread that waits for pictures.
 class Response : public QQuickImageResponse
 {
 public:

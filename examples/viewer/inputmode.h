@@ -4,7 +4,7 @@
 
 #include <QObject>
 
-/// Distinguishes keys from the touch screen: the focus is shown only to users of keys.
+/// Distinguishes keys from the touch screen: the focus is shown only while keys are used.
 class InputMode : public QObject
 {
     Q_OBJECT

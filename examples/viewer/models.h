@@ -5,7 +5,7 @@
 #include "catalog.h"
 #include "entrymodel.h"
 
-// The lists of the interface. Their roles are the tables in models.cpp.
+// The lists of the interface. Their roles are defined by the tables in models.cpp.
 
 class DeviceModel : public EntryModel<StorageDevice>
 {

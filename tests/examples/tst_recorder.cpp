@@ -93,7 +93,7 @@ bool hasPicture(const QString &path)
     return QFileInfo(path).size() > 1000;
 }
 
-/// Returns whether ffmpeg has written the end of a Matroska file: only then its length is known.
+/// Returns whether ffmpeg has written the end of a Matroska file: only then is its length known.
 bool isClosed(const QString &path)
 {
     QProcess probe; // fails while ffmpeg has written nothing yet
@@ -106,8 +106,8 @@ QString thumbnailOf(const QString &recording)
     return QString(recording).replace(".mkv", ".thumb");
 }
 
-/// The bytes of a file that have a place on the device. ext4 gives them one when it writes them, which
-/// happens when the file is flushed, or else after half a minute.
+/// The bytes of a file for which space is allocated on the device. ext4 allocates it when it writes them,
+/// which happens when the file is flushed, or else after half a minute.
 quint64 bytesOnDevice(const QString &path)
 {
     constexpr int EXTENTS = 100;
@@ -185,7 +185,7 @@ private slots:
     void waitsForTheLock();
     void waitsForACard();
     void keepsWhatFillsTheCard();
-    void keepsWhatOthersLeaveNoSpaceFor();
+    void keepsTheRecordingIfAnotherProgramFillsTheCard();
     void keepsWhatWasRecordedWhenTheCardFails_data();
     void keepsWhatWasRecordedWhenTheCardFails();
     void closesTheFileIfItIsKilled();
@@ -338,7 +338,7 @@ void RecorderTest::keepsWhatFillsTheCard()
     QVERIFY(freeBytes(mountPoint()) > 0);
 }
 
-void RecorderTest::keepsWhatOthersLeaveNoSpaceFor()
+void RecorderTest::keepsTheRecordingIfAnotherProgramFillsTheCard()
 {
     insertCard();
     RunningRecorder recorder(location(), 3600, 0);

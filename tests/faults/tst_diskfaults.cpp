@@ -191,9 +191,8 @@ QByteArray nextName()
     return relative({QFileInfo(VornFileHandler::getNextFileName(STORAGE_SD, FILE_TYPE_IMAGE))});
 }
 
-/// Counts in @p openings how often the directory @p name is opened, and calls @p change just before opening
-/// number
-/// @p opening, counted from 1.
+/// Counts in @p openings how many times the directory @p name is opened, and calls @p change just before
+/// opening number @p opening, counted from 1.
 Faults changeAtOpening(const QByteArray &name, int opening, int &openings,
                        const std::function<void()> &change)
 {

@@ -28,7 +28,7 @@ Faults forkFails(int error, int unsetDescriptor = 1000)
     return wanted;
 }
 
-/// Calls everything that starts programs once.
+/// Calls each function that starts programs, once.
 void useAllPrograms(const QString &file)
 {
     run("true", {"x"});
@@ -239,7 +239,7 @@ void TestProcessFaults::childThatCannotBeKilledIsAbandoned()
     QVERIFY(::waitpid(-1, nullptr, 0) > 0);
 }
 
-/// The time limit is over before it is known that the program is missing.
+/// The time limit expires before it is known that the program is missing.
 void TestProcessFaults::programThatNeverStartedIsNotKept()
 {
     Faults slow;

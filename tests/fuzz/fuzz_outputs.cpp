@@ -72,7 +72,7 @@ void percent(qint64 size, qint64 free)
 {
     const float quotient = std::round(static_cast<float>(free) / static_cast<float>(size) * 100.0F);
     const bool isInRange = static_cast<float>(free) <= static_cast<float>(size) && std::abs(quotient) < 2e9F;
-    requireEqual("percents", QByteArray::number(VornFileHandler::getRemainingPercent(STORAGE_SD)),
+    requireEqual("percentages", QByteArray::number(VornFileHandler::getRemainingPercent(STORAGE_SD)),
                  QByteArray::number(isInRange ? static_cast<int>(quotient) : 0));
 }
 
@@ -98,7 +98,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
                      QByteArray::number(bytesOf(text, "1K-blocks")));
         break;
     case 3:
-        requireEqual("rests", QByteArray::number(VornFileHandler::getRemainingBytes(STORAGE_SD)),
+        requireEqual("free sizes", QByteArray::number(VornFileHandler::getRemainingBytes(STORAGE_SD)),
                      QByteArray::number(bytesOf(text.toLower(), "available")));
         break;
     default: percent(bytesOf(text, "1K-blocks"), bytesOf(text.toLower(), "available"));

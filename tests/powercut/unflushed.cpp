@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Preloaded into a program, keeps it from flushing anything, so that a power cut must cost it files.
+// Preloaded into a program, keeps it from flushing anything, so that power cuts lose files.
 
 #include <cstdlib>
 

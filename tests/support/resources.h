@@ -12,7 +12,7 @@ QByteArrayList openDescriptors();
 /// Returns whether this process has a child, even a zombie.
 bool hasChildren();
 
-/// By how many bytes the heap grows when @p action runs forty times more; 0 under a sanitizer. If each run
+/// By how many bytes the heap grows in forty more runs of @p action; 0 under a sanitizer. If each run
 /// leaks one byte, it is SMALLEST_LEAK.
 constexpr qint64 SMALLEST_LEAK = 40 * 32;
 qint64 heapGrowth(const std::function<void()> &action);

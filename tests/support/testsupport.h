@@ -154,7 +154,7 @@ void fillRecord(Metadata &record, int base = 0);
 /// The fields of @p record in the order of their declaration.
 QVariantList fieldsOf(const Metadata &record);
 
-// Surroundings, restored at the end of the scope
+// Environment, restored at the end of the scope
 
 /// Three storage devices in a fresh temporary directory, with which the library is initialised. The locations
 /// are <directory>/mmc/DCIM, <directory>/sd/DCIM and <directory>/usb/DCIM; none exists yet. Nothing is

@@ -9,8 +9,9 @@
 
 enum FileSystem {
     EXT4,
-    EXFAT, ///< without the kernel's, by the FUSE program mount.exfat-fuse
-    FAT16, ///< without the kernel's, by fusefat, which keeps no modes and refuses names outside ASCII
+    EXFAT, ///< mounted by the FUSE program mount.exfat-fuse if the kernel lacks exFAT
+    FAT16, ///< mounted by fusefat if the kernel lacks vfat; fusefat stores no modes and rejects non-ASCII
+           ///< names
     FAT32, ///< the same; fusefat does not report its size
 };
 
@@ -44,7 +45,7 @@ public:
     QString block() const { return mBlock; }
 
     void remountReadOnly();
-    /// Makes the kernel report an error of the file system, which makes ext4 read-only at once, also for
+    /// Makes the kernel report an error of the file system, which makes ext4 read-only at once, even for
     /// files that are open.
     void turnReadOnly();
     void unmount();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Preloaded into the tool: lets something happen exactly between two steps of a command. Immediately before
+// Preloaded into the tool: makes something happen exactly between two steps of a command. Immediately before
 // call number AT_CALL_COUNT of the function AT_CALL, or before each call if it is 0, a shell runs
 // AT_CALL_SCRIPT. With PRETEND_FILE_SYSTEM, every file system looks like FAT or exFAT.
 #include <atomic>

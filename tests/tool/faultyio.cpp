@@ -197,7 +197,7 @@ ssize_t sendfile64(int to, int from, off64_t *offset, size_t size) noexcept
     return ::sendfile(to, from, offset, size);
 }
 
-// The calls that the C library makes within these two do not come here.
+// Calls that the C library makes inside these functions are not intercepted.
 
 size_t fwrite(const void *data, size_t size, size_t count, FILE *file)
 {

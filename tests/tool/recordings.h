@@ -14,8 +14,9 @@ inline const QByteArray WRITE_DATA = FIND_TARGET + "echo data > \"$target\"\n";
 /// too.
 inline const QByteArray WAIT_FOR_SIGNAL = "trap 'exit 255' INT\nwhile :; do sleep 0.05; done\n";
 
-/// The start of a script that is ffmpeg only when it is called with the argument @p argument, by default when
-/// it records into a file. The real one, $real, does the rest. Call this before there is a stand-in.
+/// The start of a script that stands in for ffmpeg only when it is called with the argument @p argument, by
+/// default when it records into a file. Otherwise it runs the real one, $real. Call this before there is a
+/// stand-in.
 QByteArray onlyToRecord(const QByteArray &argument = "-fs");
 
 /// What ffprobe prints about @p entries of a file.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the commands that look after a card do if it cannot be written to, and without any other program.
+// The maintenance commands on a card that cannot be written to, and without any other program.
 #include "standins.h"
 #include "toolsupport.h"
 

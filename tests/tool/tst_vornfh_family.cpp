@@ -22,10 +22,10 @@ class VornfhFamilyTest : public QObject
 private slots:
     void changesNothingInADryRun_data();
     void changesNothingInADryRun();
-    void failsInADryRunAsOtherwise_data();
-    void failsInADryRunAsOtherwise();
-    void deletesInADryRunWhatPruneDeletes_data();
-    void deletesInADryRunWhatPruneDeletes();
+    void failsInADryRunAsInARealRun_data();
+    void failsInADryRunAsInARealRun();
+    void aDryRunListsWhatPruneDeletes_data();
+    void aDryRunListsWhatPruneDeletes();
     void printsThePagesThatAGalleryWouldDelete();
     void offersADryRunForEachCommandThatWrites();
     void exitsWith_data();
@@ -39,8 +39,8 @@ private slots:
     void suggestsAWord();
     void showsAnExample_data();
     void showsAnExample();
-    void helpFitsAScreen_data();
-    void helpFitsAScreen();
+    void helpFitsOnAScreen_data();
+    void helpFitsOnAScreen();
 };
 
 namespace {
@@ -265,7 +265,7 @@ void VornfhFamilyTest::changesNothingInADryRun()
     QCOMPARE(snapshot(tool), before);
 }
 
-void VornfhFamilyTest::failsInADryRunAsOtherwise_data()
+void VornfhFamilyTest::failsInADryRunAsInARealRun_data()
 {
     QTest::addColumn<QByteArrayList>("arguments");
     QTest::addColumn<bool>("isReadOnly"); // the file system; otherwise, the folder of the files
@@ -294,7 +294,7 @@ void VornfhFamilyTest::failsInADryRunAsOtherwise_data()
         << QByteArrayList{"unprotect", CARD + "100ABC/DCF_0002.jpg"} << true;
 }
 
-void VornfhFamilyTest::failsInADryRunAsOtherwise()
+void VornfhFamilyTest::failsInADryRunAsInARealRun()
 {
     QFETCH(QByteArrayList, arguments);
     QFETCH(bool, isReadOnly);
@@ -317,7 +317,7 @@ void VornfhFamilyTest::failsInADryRunAsOtherwise()
 }
 
 /// The deletions of a dry run are computed, so they are compared with those of a real run.
-void VornfhFamilyTest::deletesInADryRunWhatPruneDeletes_data()
+void VornfhFamilyTest::aDryRunListsWhatPruneDeletes_data()
 {
     QTest::addColumn<QByteArrayList>("policies");
     row("last", QByteArrayList{"--keep-last", "3"});
@@ -327,7 +327,7 @@ void VornfhFamilyTest::deletesInADryRunWhatPruneDeletes_data()
     row("nothing", QByteArrayList{"--max-size", "1G"});
 }
 
-void VornfhFamilyTest::deletesInADryRunWhatPruneDeletes()
+void VornfhFamilyTest::aDryRunListsWhatPruneDeletes()
 {
     QFETCH(QByteArrayList, policies);
     const ToolRun tool;
@@ -424,7 +424,7 @@ void VornfhFamilyTest::exitsWith_data()
         row(command, arguments.wrong, 2);
         names.removeAll(command);
     }
-    names.removeAll("watch");                  // ends with a signal only: tst_vornfh_watch
+    names.removeAll("watch");                  // ends only on a signal: tst_vornfh_watch
     require(names.isEmpty(), names.join(' ')); // each command has its rows
     row("check", {"sd"}, 3);
     row("repair", {"sd"}, 3);
@@ -584,7 +584,7 @@ void VornfhFamilyTest::suggestsAWord_data()
     };
     row("letters-exchanged", {"lits"}, command("lits", "list"));
     row("letter-missing", {"chck", "sd"}, command("chck", "check"));
-    row("letter-too-many", {"--sd", "@", "statuss"}, command("statuss", "status"));
+    row("extra-letter", {"--sd", "@", "statuss"}, command("statuss", "status"));
     row("two-letters", {"protetc-x"}, "'protetc-x' is not a command; see vornfh --help");
     row("plural-of-a-longer-word", {"gallerys"}, command("gallerys", "gallery"));
     row("nothing-similar", {"xyz"}, "'xyz' is not a command; see vornfh --help");
@@ -598,10 +598,11 @@ void VornfhFamilyTest::suggestsAWord_data()
     row("option-of-another-command", {"list", "sd", "--loop"},
         "'--loop' is not an option; see vornfh list --help");
     row("name-of-a-file", {"delete", "-x.jpg"},
-        "'-x.jpg' is not an option; to name the file '-x.jpg', write -- first or ./-x.jpg");
+        "'-x.jpg' is not an option; to name the file '-x.jpg', put -- before it or write ./-x.jpg");
     row("name-of-a-file-that-is-like-an-option", {"info", "--jsno"},
-        "'--jsno' is not an option; to name the file '--jsno', write -- first or ./--jsno");
-    row("name-of-no-file", {"delete", "-y.jpg"}, "'-y.jpg' is not an option; see vornfh delete --help");
+        "'--jsno' is not an option; to name the file '--jsno', put -- before it or write ./--jsno");
+    row("not-the-name-of-a-file", {"delete", "-y.jpg"},
+        "'-y.jpg' is not an option; see vornfh delete --help");
 }
 
 void VornfhFamilyTest::suggestsAWord()
@@ -631,7 +632,7 @@ void VornfhFamilyTest::showsAnExample()
     tool.make({"config = mmc=~/mmc/DCIM\nsd=~/sd/DCIM\nusb=~/usb/DCIM\n"});
     tool.environment.insert("VORNFH_CONFIG", tool.path() + "/config");
     const QByteArray help = tool.run({command, "--help"}).out;
-    QCOMPARE(help.contains("\nOptions of storage devices: vornfh --help\n"),
+    QCOMPARE(help.contains("\nOptions for storage devices: vornfh --help\n"),
              command != "info" && command != "comment");
     QVERIFY(!help.contains("--suffix"));
     const bool isWriting = help.contains("--dry-run") && !example.contains("--dry-run");
@@ -644,7 +645,7 @@ void VornfhFamilyTest::showsAnExample()
     QVERIFY2(outcome.exitCode == 0 || outcome.exitCode == 1, outcome.err.constData());
 }
 
-void VornfhFamilyTest::helpFitsAScreen_data()
+void VornfhFamilyTest::helpFitsOnAScreen_data()
 {
     QTest::addColumn<QByteArrayList>("arguments");
     QTest::newRow("all-commands") << QByteArrayList();
@@ -652,7 +653,7 @@ void VornfhFamilyTest::helpFitsAScreen_data()
         row(command, QByteArrayList{command});
 }
 
-void VornfhFamilyTest::helpFitsAScreen()
+void VornfhFamilyTest::helpFitsOnAScreen()
 {
     QFETCH(QByteArrayList, arguments);
     constexpr int COLUMNS = 100;

@@ -188,7 +188,7 @@ QByteArrayList pathsIn(const QByteArray &line)
 QByteArray partialFile(const Fault &fault, const Run &good, const Run &bad)
 {
     Tree others = without(without(bad.after, bad.before), good.after);
-    // On exFAT, a file that was replaced is kept if the new one is perhaps not on the device.
+    // On exFAT, a file that was replaced is kept if the new one may not be on the device.
     if (fault.call == "any" || bad.command == "unprotect")
         others = without(others, hiddenIn(others));
     return others.isEmpty() ? "" : "partial or left over: " + others.join(", ").left(200);
@@ -264,7 +264,7 @@ QByteArray changedFile(const Fault &fault, const Run &good, const Run &bad)
         return "changed";
     for (const QByteArray &line : without(linesOf(good.outcome.out), linesOf(bad.outcome.out))) {
         for (const QByteArray &path : pathsIn(line)) {
-            // A copy remains whose sum cannot be written, or whose thumbnail cannot be copied.
+            // A copy whose sum cannot be written, or whose thumbnail cannot be copied, remains.
             const bool isWholeCopy = bad.command == "offload" && at(path, bad.after) == at(path, good.after);
             if (at(path, bad.after) != at(path, bad.before) && !isWholeCopy)
                 return "changed, but not reported: " + path;
@@ -304,8 +304,8 @@ QByteArray wrongMessage(const Fault &fault, const Run &good, const Run &bad)
     return "not named: " + err;
 }
 
-/// A fault is harmless if the tool has tried again, or if it concerns the mark of a replacement, so that all
-/// is as it would have been.
+/// A fault is harmless if the tool has tried again, or if it concerns the mark of a replacement, and
+/// everything is as it would have been without it.
 QByteArray wrongExitCode(const Fault &fault, const Run &good, const Run &bad)
 {
     const bool isRepeated = fault.call == "unlink" || fault.call == "mkdir";
@@ -445,7 +445,7 @@ void VornfhFaultsTest::survivesEveryFault_data()
     row("gallery", {"gallery", "sd", "-o", "out/page.html"},
         card + Tree{"out/", "sd/DCIM/100ABC/DCF_0009.jpg at 9 = " + photo},
         {"write", "fsync", "close", "rename"});
-    row("gallery-in-the-place-of-another", {"gallery", "sd", "-o", "out/page.html", "--force"},
+    row("gallery-in-place-of-another", {"gallery", "sd", "-o", "out/page.html", "--force"},
         card + Tree{"out/page.html = " + pattern(9000, 'p')}, {"write", "fsync", "close", "rename"});
     row("gallery-of-several-pages", {"gallery", "sd", "-o", "out/page.html", "--page-size", "1"},
         card

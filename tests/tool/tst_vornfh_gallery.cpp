@@ -626,7 +626,7 @@ void VornfhGalleryTest::removesPagesThatAreNoLongerNeeded()
     QVERIFY(QFile::copy(tool.path() + "/page.html", tool.path() + "/page-pages/8.html"));
     QCOMPARE(tool.runOnStorages(GALLERY), tool.success(PRINTED));
     QCOMPARE(pages(), (QStringList{"8.html", "9.html", "mine.txt"}));
-    // An empty folder goes.
+    // An empty folder is deleted.
     for (const char *name : {"8.html", "9.html", "mine.txt"})
         QVERIFY(QFile::remove(tool.path() + "/page-pages/" + name));
     QCOMPARE(tool.runOnStorages(DIVIDED), tool.success(PRINTED));

@@ -32,8 +32,8 @@ private slots:
     void measuresVideosAndAudioFiles();
     void saysWhatCouldNotBeMeasured_data();
     void saysWhatCouldNotBeMeasured();
-    void isOtherwiseThatOfTheLibrary_data();
-    void isOtherwiseThatOfTheLibrary();
+    void otherValuesAreThoseOfTheLibrary_data();
+    void otherValuesAreThoseOfTheLibrary();
     void startsOneFfprobePerFile();
     void reportsAMissingPathAndShowsTheOthers();
     void readsSeveralVideosAtATime();
@@ -325,7 +325,7 @@ void VornfhInfoTest::saysWhatCouldNotBeMeasured()
                  QJsonValue(keys.contains(key) ? QJsonValue::Null : QJsonValue::Undefined));
 }
 
-void VornfhInfoTest::isOtherwiseThatOfTheLibrary_data()
+void VornfhInfoTest::otherValuesAreThoseOfTheLibrary_data()
 {
     QTest::addColumn<QStringList>("arguments"); // of ffmpeg
     QTest::addColumn<QString>("file");
@@ -354,7 +354,7 @@ void VornfhInfoTest::isOtherwiseThatOfTheLibrary_data()
     row("empty", "", "a.avi");
 }
 
-void VornfhInfoTest::isOtherwiseThatOfTheLibrary()
+void VornfhInfoTest::otherValuesAreThoseOfTheLibrary()
 {
     QFETCH(QStringList, arguments);
     QFETCH(QString, file);

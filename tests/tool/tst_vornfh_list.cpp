@@ -32,8 +32,8 @@ private slots:
     void jsonIsTheArrayOfTheLibrary();
     void printsFoldersAndCountsAsJson_data();
     void printsFoldersAndCountsAsJson();
-    void isThatOfTheLibrary_data();
-    void isThatOfTheLibrary();
+    void listIsThatOfTheLibrary_data();
+    void listIsThatOfTheLibrary();
     void printsAFolderBeforeItReadsTheNext();
     void marksProtectedFiles_data();
     void marksProtectedFiles();
@@ -487,7 +487,7 @@ void VornfhListTest::printsFoldersAndCountsAsJson()
     QCOMPARE(outcome.json(), QJsonDocument::fromJson(tool.expand(expected.toJson())));
 }
 
-void VornfhListTest::isThatOfTheLibrary_data()
+void VornfhListTest::listIsThatOfTheLibrary_data()
 {
     QTest::addColumn<QByteArray>("zone");
     QTest::addColumn<QByteArray>("suffix");
@@ -502,7 +502,7 @@ void VornfhListTest::isThatOfTheLibrary_data()
 }
 
 /// A random tree.
-void VornfhListTest::isThatOfTheLibrary()
+void VornfhListTest::listIsThatOfTheLibrary()
 {
     constexpr quint32 SEED = 20250228;
     QFETCH(QByteArray, zone);
@@ -673,7 +673,7 @@ void VornfhListTest::cutsRowsToTheTerminal_data()
     row("exact", 74, "", name, full);
     row("one-too-narrow", 73, "", name, "100ABC/" + QByteArray(29, 'x') + ".j…" + rest);
     row("narrow", 50, "", name, "100ABC/xxxxxxxx…" + rest);
-    row("least-name", 42, "", name, "100ABC/…" + rest);
+    row("shortest-name", 42, "", name, "100ABC/…" + rest);
     row("cut-after-the-name", 41, "", name, "100ABC/…  image   1 B  2025-02-25 14:00:…");
     row("very-narrow", 10, "", name, "100ABC/… …");
     row("one-column", 1, "", name, "…");

@@ -80,7 +80,7 @@ Tree offloaded(const Tree &files)
     return entries;
 }
 
-/// The card with @p files in its folders, of which the two of CARD exist in any case.
+/// The card with @p files in its folders, of which the two of CARD always exist.
 Tree card(const Tree &files)
 {
     return onCard(Tree{"100ABC/", "101ABC/"} + files);
@@ -473,7 +473,7 @@ void VornfhOffloadTest::keepsWhatChangesMeanwhile_data()
     row("is-replaced", "printf new > n; mv n " + path, QByteArrayList{changed, notOffloaded(2, 7)}, false);
 }
 
-/// After the copies of the first folder have got their names.
+/// The change happens after the copies of the first folder have been named.
 void VornfhOffloadTest::keepsWhatChangesMeanwhile()
 {
     QFETCH(QByteArray, script);
@@ -775,7 +775,7 @@ void VornfhOffloadTest::stopsAfterTheCurrentObject_data()
     }
 }
 
-/// While the first file of the second object is copied.
+/// The signal arrives while the first file of the second object is copied.
 void VornfhOffloadTest::stopsAfterTheCurrentObject()
 {
     QFETCH(QByteArray, signal);

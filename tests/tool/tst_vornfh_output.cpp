@@ -256,7 +256,7 @@ void VornfhOutputTest::onlyColoursAreRemoved_data()
     row("in-parts", QByteArrayList{"a\x1b", "[3", "6", "mb"}, QByteArray("ab"));
     row("other-sequence", QByteArrayList{"a\x1b[31;2Jb"}, QByteArray("a\x1b[31;2Jb"));
     row("other-sequence-in-parts", QByteArrayList{"a\x1b", "[2", "Jb"}, QByteArray("a\x1b[2Jb"));
-    row("no-sequence", QByteArrayList{"a\x1bm[m"}, QByteArray("a\x1bm[m"));
+    row("not-a-sequence", QByteArrayList{"a\x1bm[m"}, QByteArray("a\x1bm[m"));
     row("colour-after-an-escape-character", QByteArrayList{"\x1b\x1b[31ma"},
         QByteArray("\x1b"
                    "a"));

@@ -47,8 +47,8 @@ class VornfhPruneTest : public QObject
 private slots:
     void prunes_data();
     void prunes();
-    void keepsWhatIsNoObject_data();
-    void keepsWhatIsNoObject();
+    void keepsWhatIsNotAnObject_data();
+    void keepsWhatIsNotAnObject();
     void keepsFreeSpace_data();
     void keepsFreeSpace();
     void keepsWhatIsBeingWritten_data();
@@ -75,7 +75,7 @@ void VornfhPruneTest::prunes_data()
                         const QByteArrayList &isProtected = {}, const QByteArray &message = {}) {
         QTest::newRow(name) << policies << isProtected << out << message;
     };
-    row("nothing-too-much", {"--max-size", "400"}, "");
+    row("exactly-the-size", {"--max-size", "400"}, "");
     row("one-byte-too-much", {"--max-size", "399"}, FIRST);
     row("two-objects-too-much", {"--max-size", "200"}, FIRST + SECOND + FOLDER);
     row("newest-stays", {"--max-size", "50"}, FIRST + SECOND + THIRD + FOLDER, {},
@@ -114,7 +114,7 @@ void VornfhPruneTest::prunes()
     QCOMPARE(tree(tool.path()), expected);
 }
 
-void VornfhPruneTest::keepsWhatIsNoObject_data()
+void VornfhPruneTest::keepsWhatIsNotAnObject_data()
 {
     QTest::addColumn<QByteArray>("entry");
     for (const QByteArray entry :
@@ -126,7 +126,7 @@ void VornfhPruneTest::keepsWhatIsNoObject_data()
         QTest::newRow(entry.constData()) << entry;
 }
 
-void VornfhPruneTest::keepsWhatIsNoObject()
+void VornfhPruneTest::keepsWhatIsNotAnObject()
 {
     QFETCH(QByteArray, entry);
     const ToolRun tool;
@@ -376,7 +376,7 @@ void VornfhPruneTest::reportsAReadOnlyStorage()
 
 namespace {
 
-constexpr int PAGE = 4096; // what tmpfs allocates at least
+constexpr int PAGE = 4096; // the least that tmpfs allocates
 
 struct ModelFile {
     QByteArray path; // relative to the location

@@ -706,7 +706,7 @@ void VornfhRecordTest::removesWhatAnInterruptedCommandLeft()
                                            + below("101ABC/", sorted(kept + Tree{"DCF_0001.wav = data\n"}))));
 }
 
-/// A camera can give the tool the same process number at every start.
+/// A camera can give the tool the same process ID every time it starts.
 void VornfhRecordTest::removesWhatAProcessWithTheSameNumberLeft()
 {
     StandIns programs;

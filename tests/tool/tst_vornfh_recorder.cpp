@@ -55,8 +55,8 @@ private slots:
     void aLoopOfPhotosDeletesTheOldestObjects();
     void aLoopWithoutRoomSaysSoOnce();
     void aLoopEndsWhenNothingMayBeDeleted();
-    void handsTheParametersOfTheInputOn_data();
-    void handsTheParametersOfTheInputOn();
+    void passesOnTheInputParameters_data();
+    void passesOnTheInputParameters();
     void showsProgressOnATerminal_data();
     void showsProgressOnATerminal();
     void refusesWrongCommandLines_data();
@@ -367,7 +367,7 @@ void VornfhRecorderTest::keepsWhatWasRecordedBeforeAFailure_data()
         QByteArray("head -c 400000 | \"$real\" \"$@\" 2>/dev/null; exit 0"),
         QByteArray("ffmpeg ended early"));
     row("ffmpeg-does-not-end", READS_INPUT, QByteArray("\"$real\" -t 1 \"$@\"; exec >&-; sleep 60"),
-        QByteArray("ffmpeg has closed its output but does not end"));
+        QByteArray("ffmpeg has closed its output but has not exited"));
 }
 
 void VornfhRecorderTest::keepsWhatWasRecordedBeforeAFailure()
@@ -628,7 +628,7 @@ void VornfhRecorderTest::aLoopDeletesTheOldestObjects()
     QCOMPARE(outcome, tool.success(paths(4, 3 + count, "avi")));
     QVERIFY(QFile::exists(tool.sd() + "/100ABC/DCF_0002.avi"));
     QVERIFY(!QFile::exists(tool.sd() + "/100ABC/DCF_0003.avi"));
-    bool wasKept = false; // the oldest ones are gone, and no other
+    bool wasKept = false; // the oldest ones are gone, and no others
     for (const QByteArray &path : linesOf(outcome.out)) {
         const bool isKept = QFile::exists(QString::fromUtf8(path));
         QVERIFY2(isKept || !wasKept, path.constData());
@@ -738,7 +738,7 @@ void VornfhRecorderTest::aLoopEndsWhenNothingMayBeDeleted()
     QCOMPARE(whyNotPlayable(tool.sd() + "/100ABC/DCF_0001.avi"), QByteArray());
 }
 
-void VornfhRecorderTest::handsTheParametersOfTheInputOn_data()
+void VornfhRecorderTest::passesOnTheInputParameters_data()
 {
     QTest::addColumn<QByteArrayList>("options");
     QTest::addColumn<QByteArrayList>("arguments");
@@ -754,7 +754,7 @@ void VornfhRecorderTest::handsTheParametersOfTheInputOn_data()
         QByteArrayList{"-f", "video4linux2", "-framerate", "12.5", "-i", "/dev/video7"});
 }
 
-void VornfhRecorderTest::handsTheParametersOfTheInputOn()
+void VornfhRecorderTest::passesOnTheInputParameters()
 {
     QFETCH(QByteArrayList, options);
     QFETCH(QByteArrayList, arguments);

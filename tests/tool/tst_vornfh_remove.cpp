@@ -102,7 +102,7 @@ void VornfhRemoveTest::deletesFiles_data()
         {"sd/DCIM/-f [a,b] 'x'\n"});
     const Tree photo = {"sd/DCIM/100ABC/DCF_0005.jpg", "sd/DCIM/100ABC/DCF_0005.thumb"};
     const QByteArray photoLines = "@/sd/DCIM/100ABC/DCF_0005.jpg\n@/sd/DCIM/100ABC/DCF_0005.thumb\n";
-    row("thumbnail-goes-along", photo, {"sd/DCIM/100ABC/DCF_0005.jpg"}, photoLines, photo);
+    row("thumbnail-is-deleted-too", photo, {"sd/DCIM/100ABC/DCF_0005.jpg"}, photoLines, photo);
     row("thumbnail-is-named-too", photo, {"sd/DCIM/100ABC/DCF_0005.jpg", "sd/DCIM/100ABC/DCF_0005.thumb"},
         photoLines, photo);
     row("thumbnail-is-named-first", photo, {"sd/DCIM/100ABC/DCF_0005.thumb", "sd/DCIM/100ABC/DCF_0005.jpg"},

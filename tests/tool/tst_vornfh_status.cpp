@@ -37,7 +37,7 @@ QByteArray deviceOf(const QString &path)
     return QStorageInfo(path).device();
 }
 
-/// @p folder in the place of /sys/class/block for the lifetime of the object.
+/// @p folder in place of /sys/class/block for the lifetime of the object.
 class BlockAttributes
 {
 public:
@@ -79,7 +79,8 @@ qint64 freeOn(const QString &path)
     return static_cast<qint64>(space.f_bavail * space.f_frsize);
 }
 
-/// A card of 8 MiB in memory, with @p entries in its folders. Files with a size take no space.
+/// A card of 8 MiB in memory, with @p entries in its folders. Files that are given a size are sparse and take
+/// no space.
 class MemoryCard
 {
 public:
@@ -130,7 +131,7 @@ private slots:
     void showsTheWearOfAnEmmc();
     void hintsAtRepair_data();
     void hintsAtRepair();
-    void hintsAtNothingThatIsBeingWritten();
+    void suggestsNoRepairOfWhatIsBeingWritten();
     void reportsAMissingProgram();
     void printsNoWarningForASuffixThatIsNotAPattern();
     void findsTheBlockDeviceOfTheLocation();
@@ -661,7 +662,7 @@ void VornfhStatusTest::hintsAtRepair()
     QCOMPARE(treeWithContents(tool.path()), before);
 }
 
-void VornfhStatusTest::hintsAtNothingThatIsBeingWritten()
+void VornfhStatusTest::suggestsNoRepairOfWhatIsBeingWritten()
 {
     const ToolRun tool;
     writeFile(tool.sd() + "/100ABC/DCF_0001.avi", UNCLOSED_AVI);
@@ -694,7 +695,7 @@ void VornfhStatusTest::printsNoWarningForASuffixThatIsNotAPattern()
     const Outcome outcome = tool.run({"--suffix", "A[", "--sd", "@/sd/DCIM", "status", "sd"});
     QCOMPARE(outcome.exitCode, 0);
     QCOMPARE(outcome.err, QByteArray());
-    // The library lists no folder, so that folder 100 is the current one.
+    // The library lists no folder, so folder 100 is the current one.
     QVERIFY2(outcome.out.contains(tool.expand("  next photo      @/sd/DCIM/100A[/DCF_0006.jpg\n")),
              outcome.out);
 }

@@ -142,9 +142,9 @@ private slots:
     void movesAcrossFileSystems();
     void movesAThumbnailAcrossFileSystems();
     void keepsARecordingWhoseThumbnailCannotBeRead();
-    void leavesNoThumbnailAlone();
-    void leavesNoThumbnailAloneWhenKilled_data();
-    void leavesNoThumbnailAloneWhenKilled();
+    void neverLeavesAThumbnailWithoutItsRecording();
+    void neverLeavesAThumbnailWithoutItsRecordingWhenKilled_data();
+    void neverLeavesAThumbnailWithoutItsRecordingWhenKilled();
     void keepsAnObjectWhoseThumbnailLosesItsName();
     void reportsAFullStorage_data();
     void reportsAFullStorage();
@@ -215,7 +215,7 @@ void VornfhTransferTest::copies_data()
         {"@/sd/DCIM/100ABC: is not a folder"});
     const Tree pair = {"a.jpg = x", "a.thumb = t"};
     const QByteArray pairLines = copied("a.jpg") + copied("a.thumb");
-    row("thumbnail-goes-along", pair, {"a.jpg"}, pair, pairLines);
+    row("thumbnail-is-deleted-too", pair, {"a.jpg"}, pair, pairLines);
     row("thumbnail-is-named-too", pair, {"a.jpg", "a.thumb"}, pair, pairLines);
     row("thumbnail-is-named-first", pair, {"a.thumb", "a.jpg"}, pair, pairLines);
     row("thumbnail-alone-is-named", pair, {"a.thumb"}, {"a.thumb = t"}, copied("a.thumb"));
@@ -302,7 +302,7 @@ void VornfhTransferTest::moves_data()
     const Tree pair = {"a.jpg = x", "a.thumb = t"};
     const Tree moved = onCard({"100ABC/", "100ABC/a.jpg = x", "100ABC/a.thumb = t"});
     const QByteArray pairLines = copied("a.jpg") + copied("a.thumb");
-    row("thumbnail-goes-along", pair, {"a.jpg"}, moved, pairLines);
+    row("thumbnail-is-deleted-too", pair, {"a.jpg"}, moved, pairLines);
     row("thumbnail-is-named-too", pair, {"a.thumb", "a.jpg"}, moved, pairLines);
     row("only-the-recording", pair, {"--only", "a.jpg"},
         Tree{"a.thumb = t"} + onCard({"100ABC/", "100ABC/a.jpg = x"}), copied("a.jpg"));
@@ -422,7 +422,7 @@ void VornfhTransferTest::neverTreatsTheSourceAsItsCopy()
         QCOMPARE(::link(QFile::encodeName(tool.path() + "/a.jpg").constData(),
                         QFile::encodeName(tool.sd() + "/100ABC/a.jpg").constData()),
                  0);
-        const bool isCopy = command == "copy"; // to be moved, the file has only to lose its old name
+        const bool isCopy = command == "copy"; // a move only has to remove the old name
         QCOMPARE(tool.runOnStorages({command, "a.jpg", "sd", "100ABC"}),
                  tool.success(copied("a.jpg", isCopy ? "a_1.jpg" : "a.jpg")));
         QCOMPARE(treeWithContents(tool.path()),
@@ -448,7 +448,7 @@ void VornfhTransferTest::keepsAnObjectWhoseThumbnailLosesItsName()
                    "101ABC/DCF_0001.thumb = other"}));
 }
 
-void VornfhTransferTest::leavesNoThumbnailAloneWhenKilled_data()
+void VornfhTransferTest::neverLeavesAThumbnailWithoutItsRecordingWhenKilled_data()
 {
     QTest::addColumn<QByteArray>("call");
     QTest::addColumn<int>("count");
@@ -463,7 +463,7 @@ void VornfhTransferTest::leavesNoThumbnailAloneWhenKilled_data()
 }
 
 /// Neither a command that was killed nor its repetition leaves a thumbnail without its recording.
-void VornfhTransferTest::leavesNoThumbnailAloneWhenKilled()
+void VornfhTransferTest::neverLeavesAThumbnailWithoutItsRecordingWhenKilled()
 {
     QFETCH(QByteArray, call);
     QFETCH(int, count);
@@ -640,7 +640,7 @@ void VornfhTransferTest::keepsHoles()
     for (const QByteArray &name : names) {
         contents.append(tool.content(name));
         if (statusOf(tool, name).st_blocks * 512 > 1000000)
-            QSKIP("no holes in files here");
+            QSKIP("the file system does not support holes in files");
     }
     QCOMPARE(tool.runOnStorages(QByteArrayList{command} + names + QByteArrayList{"sd", "100ABC"}),
              tool.success(copied("hole.avi") + copied("start.avi") + copied("pieces.avi")));
@@ -753,7 +753,7 @@ void VornfhTransferTest::keepsASourceThatChanges()
 
 void VornfhTransferTest::keepsASourceThatIsBeingWritten_data()
 {
-    QTest::addColumn<int>("flags"); // with which this process has the file open; 0 if it has not
+    QTest::addColumn<int>("flags"); // with which this process has the file open; 0 if it is not open
     QTest::addColumn<bool>("isLocked");
     QTest::addColumn<QByteArray>("script"); // before the copy is named
     QTest::addColumn<Tree>("existing");
@@ -1073,7 +1073,7 @@ void VornfhTransferTest::removesOnlyWhatNobodyUses()
 void VornfhTransferTest::copiesMoreFilesThanItMayOpen()
 {
     ToolRun tool;
-    // While the first batch is flushed, as many others are written as the tool allows itself.
+    // While the first batch is flushed, the tool writes as many other files as its limit allows.
     if (!tool.runBefore("syncfs", "sleep 0.5"))
         QSKIP(CANNOT_PRELOAD);
     tool.make({"sd/DCIM/"});
@@ -1146,7 +1146,7 @@ void VornfhTransferTest::keepsARecordingWhoseThumbnailCannotBeRead()
     QCOMPARE(tree(tool.path()), (Tree{"a.jpg", "a.thumb"} + onCard({"100ABC/"})));
 }
 
-void VornfhTransferTest::leavesNoThumbnailAlone()
+void VornfhTransferTest::neverLeavesAThumbnailWithoutItsRecording()
 {
     const ToolRun tool;
     for (const QByteArray number : {"1", "2", "3", "4"})

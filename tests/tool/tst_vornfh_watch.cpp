@@ -92,7 +92,7 @@ public:
         return line;
     }
 
-    /// Waits for the line @p last, and returns the lines until then, with it, since the last call.
+    /// Waits for the line @p last, and returns the lines since the last call, up to and including it.
     QByteArrayList linesUntil(const QByteArray &last)
     {
         QByteArray line = waitForLine();
@@ -169,7 +169,7 @@ void VornfhWatchTest::reportsFiles_data()
         QByteArrayList{"removed " + FOLDER + "DCF_0001.jpg"} + comes("DCF_0002.jpg"));
     row("gets-a-hidden-name", {"DCF_0001.jpg = x"}, "mv DCF_0001.jpg .DCF_0001.jpg",
         {"removed " + FOLDER + "DCF_0001.jpg"});
-    row("is-deleted-and-comes-again", {"DCF_0001.jpg = x"}, "rm DCF_0001.jpg; printf y > DCF_0001.jpg",
+    row("is-deleted-and-recreated", {"DCF_0001.jpg = x"}, "rm DCF_0001.jpg; printf y > DCF_0001.jpg",
         QByteArrayList{"removed " + FOLDER + "DCF_0001.jpg"} + comes("DCF_0001.jpg"));
     row("is-replaced-by-a-link", {"DCF_0001.jpg = x"}, "ln -s /etc/passwd .new; mv .new DCF_0001.jpg",
         {"removed " + FOLDER + "DCF_0001.jpg"});
@@ -204,9 +204,9 @@ void VornfhWatchTest::reportsFolders_data()
                         const QByteArrayList &lines) { ::row(name, files, script, lines); };
 
     row("is-created", {}, "mkdir 100ABC; printf x > 100ABC/DCF_0001.avi", comes("DCF_0001.avi"));
-    row("comes-with-files", {"100NEW/DCF_0001.jpg = x", "100NEW/DCF_0002.jpg"}, "mv 100NEW 100ABC",
+    row("appears-with-files", {"100NEW/DCF_0001.jpg = x", "100NEW/DCF_0002.jpg"}, "mv 100NEW 100ABC",
         comes("DCF_0001.jpg") + QByteArrayList{"added " + FOLDER + "DCF_0002.jpg"});
-    row("goes-with-files", {"100ABC/DCF_0001.jpg = x", "100ABC/DCF_0001.thumb = x"}, "mv 100ABC 100OLD",
+    row("disappears-with-files", {"100ABC/DCF_0001.jpg = x", "100ABC/DCF_0001.thumb = x"}, "mv 100ABC 100OLD",
         {"removed " + FOLDER + "DCF_0001.jpg", "removed " + FOLDER + "DCF_0001.thumb"});
     row("is-deleted", {"100ABC/DCF_0001.jpg = x"}, "rm -r 100ABC", {"removed " + FOLDER + "DCF_0001.jpg"});
     row("is-deleted-and-created-again", {"100ABC/DCF_0001.jpg = x"},

@@ -138,7 +138,7 @@ Command CommandLine::addCommand(const std::string &name, const std::string &desc
 Command CommandLine::add(const std::string &name, const std::string &description, const Run &run)
 {
     const Command command = addCommand(name, description, {run, true});
-    command.app().footer([] { return std::string("Options of storage devices: vornfh --help"); });
+    command.app().footer([] { return std::string("Options for storage devices: vornfh --help"); });
     return command;
 }
 
@@ -196,7 +196,8 @@ UsageError CommandLine::notAnOption(const QByteArray &argument) const
     const QString word = printable(argument);
     const QString message = QString("'%1' is not an option; ").arg(word);
     if (isEntry(fromRoot(QFile::decodeName(argument))))
-        return UsageError(message + QString("to name the file '%1', write -- first or ./%1").arg(word));
+        return UsageError(message
+                          + QString("to name the file '%1', put -- before it or write ./%1").arg(word));
     return UsageError(message + hint(similarWord(word.section('=', 0, 0), optionNames()), help()));
 }
 

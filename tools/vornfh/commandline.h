@@ -77,7 +77,7 @@ Option addNames(const Command &command, const std::string &name, const std::stri
 /// Adds --json and --jsonl, for a command that prints one result after the other.
 void addResultOptions(const Command &command);
 
-/// The same for a command whose --json prints printDocument().
+/// The same for a command whose --json output is printed by printDocument().
 void addDocumentOptions(const Command &command, const std::string &description);
 
 /// Adds --json, for a command that prints one result.

@@ -325,7 +325,7 @@ void Transfer::add(Sources sources, Conflict conflict, bool isShared)
             continue;
         mProgress.setStage(isRenamed ? "moving" : "copying");
         if (!isRenamed)
-            write(item, !isFollower(group, item)); // a thumbnail is soon written
+            write(item, !isFollower(group, item)); // writing a thumbnail takes little time
     }
     if (group.front().target.isEmpty())
         chooseName(group);
@@ -701,7 +701,8 @@ bool Transfer::hasMovedThumbnail(const Group &group)
     return hasFollower(group) && !group.back().isKept;
 }
 
-/// Flushes the folders that the sources have left; if @p areThumbnails, the thumbnails alone. A file that was
+/// Flushes the folders that the sources have left; if @p areThumbnails, only those that
+/// thumbnails have left. A file that was
 /// renamed can still go back, a source that was deleted cannot.
 void Transfer::flushSources(Batch &batch, bool areThumbnails)
 {

@@ -84,8 +84,8 @@ public:
 
     using Sources = std::vector<std::unique_ptr<Source>>;
 
-    /// What to do if the first file of an object has been copied before, but a file that differs has the
-    /// name of another file of the object.
+    /// What to do if the first file of an object was copied by an earlier run, but the name of another of its
+    /// files is taken by a different file.
     enum class Conflict {
         Fail,    ///< the object fails
         Counter, ///< the whole object gets a counter

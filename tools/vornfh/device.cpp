@@ -30,7 +30,7 @@ QString whyUnknown(const Device &device, const QString &path)
                             : QString("%1 is not present").arg(device.block);
 }
 
-/// The folder of the kernel's attributes of the card that the block device @p block is on.
+/// The sysfs folder with the attributes of the card that holds the block device @p block.
 QString attributesOf(QString block)
 {
     const QString device = "/sys/class/block/" + block.replace('/', '!');

@@ -69,7 +69,7 @@ void reportProblems(const QString &path);
 /// Throws Failure if the file system of @p path, or of the folder that it would be created in, is read-only.
 /// Calls reportProblems().
 void requireWritable(const QString &path);
-/// The same for the location of @p storage. Throws Failure also if requireMounted() does.
+/// The same for the location of @p storage. Also throws Failure if requireMounted() does.
 void requireWritable(const Storage &storage);
 
 #endif // DEVICE_H

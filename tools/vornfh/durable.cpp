@@ -27,9 +27,9 @@ void flushFile(int descriptor, const QString &path)
         throw FileFailure(path, CANNOT_FLUSH + errorText(errno));
 }
 
-/// If the power fails while exFAT renames a file, the file can lose both names. So the old file, or the new
-/// one, is kept until the other one has its name on the device, and the mark says what is to get the name of
-/// the old one.
+/// If the power fails while exFAT renames a file, the file can lose both names. So the old file is
+/// kept as a backup until the new one has its name on the device, and the mark records which file gets that
+/// name after an interruption.
 void replaceOnExfat(TemporaryFile &file, const QString &path, RenameMark &mark)
 {
     const QString folder = QFileInfo(path).path();

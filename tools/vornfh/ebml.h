@@ -6,8 +6,8 @@
 
 #include <functional>
 
-// Matroska files consist of EBML elements (RFC 8794). An element has an ID, a size and a content, which can
-// consist of elements itself.
+// Matroska files consist of EBML elements (RFC 8794). An element has an ID, a size and content, which can
+// itself consist of elements.
 
 /// Reads the size of an EBML element; -1 if it is unknown or @p bytes is too short. Sets @p length to
 /// the number of bytes of the size itself.

@@ -51,8 +51,8 @@ struct Estimate {
 /// video that is still being written.
 Estimate estimateOf(const ObjectSummary &summary, qint64 free, qint64 numbersLeft);
 
-/// Why there is no room for the next recording; empty if there is. @p isEnough means that record would begin
-/// one with @p free bytes; @p largest is that of an ObjectSummary.
+/// Why there is no room for the next recording; empty if there is. @p isEnough means that the command
+/// "record" would begin a recording with @p free bytes; @p largest is that of an ObjectSummary.
 QString whyFull(qint64 free, bool isEnough, qint64 largest, qint64 numbersLeft);
 
 #endif // ESTIMATES_H

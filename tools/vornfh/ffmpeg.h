@@ -17,7 +17,7 @@ void requireFfmpeg(const QString &what);
 /// last call. Returns the reason to stop it, or an empty string.
 using WhyStop = std::function<QString(const QByteArray &output)>;
 
-/// A process of ffmpeg. It is killed when the object is destroyed or this process dies.
+/// An ffmpeg process. It is killed when the object is destroyed or this process dies.
 class Ffmpeg
 {
 public:

@@ -45,7 +45,7 @@ std::vector<std::string> divided(const std::string &content, char separator)
 void FileList::addOptions(const Command &command)
 {
     mOption = command.option("--files-from", mPath,
-                             "Names of files, too: those in FILE, one on each line; - is standard input");
+                             "Take file names from FILE, too, one on each line; - is standard input");
     mOption.type("FILE|-");
     command.flag("-0,--null", mIsNull, "With --files-from: each name ends with a null character")
         .needs(mOption);

@@ -209,7 +209,7 @@ QByteArray stillHtml(const GalleryItem &item, const QByteArray &uri)
     return item.kind == VIDEO ? html + element("span", iconHtml(VIDEO), "badge") : html;
 }
 
-/// Plays the file @p link. Before that, browsers read nothing of it.
+/// A player for the file @p link. Browsers read nothing of the file until it is played.
 QByteArray playerHtml(const GalleryItem &item, const QByteArray &uri, const QString &link)
 {
     Attributes attributes = {

@@ -21,7 +21,7 @@ struct GalleryItem {
     bool isProtected = false;
 };
 
-/// What a page shows of an item that only the content of its files reveals.
+/// The details of an item on a page that can be found only by reading its files.
 struct GalleryPicture {
     QByteArray uri;   // empty for an icon
     QSize resolution; // invalid if unknown

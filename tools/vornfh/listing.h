@@ -26,12 +26,13 @@ struct PlainFile {
     bool isProtected = false; // the file, or another file of its object
 };
 
-/// The files of @p folder, an absolute path without a slash at the end, that have one of @p extensions (any,
-/// if that is empty): the same as VornFileHandler::getDirectoryContents() lists with filters "*.<extension>",
-/// oldest first, and in its order, but with one status query per file and no QFileInfo. Nullopt if the
-/// library must be used: for names that are not ASCII, times before 1970 or after 2037, a folder that does
-/// not exist, and file systems that do not report the types of entries. Throws FileFailure if the folder
-/// cannot be read to its end. @p thumbnails gets the base names of all thumbnails in the folder.
+/// Lists the files of @p folder, an absolute path without a slash at the end, that have one of @p extensions
+/// (any, if that is empty). The files and their order are those of VornFileHandler::getDirectoryContents()
+/// with filters "*.<extension>", oldest first, but this takes only one status query per file and no
+/// QFileInfo. Nullopt if the library must be used: for names that are not ASCII, times before 1970 or after
+/// 2037, a folder that does not exist, and file systems that do not report the types of entries. Throws
+/// FileFailure if the folder cannot be read to its end. @p thumbnails gets the base names of all thumbnails
+/// in the folder.
 std::optional<std::vector<PlainFile>> listPlainFiles(const QString &folder, const QStringList &extensions,
                                                      QSet<QByteArray> *thumbnails = nullptr);
 

@@ -31,8 +31,8 @@ bool isInPartitions(const QString &name)
     });
 }
 
-/// The folder of the kernel's attributes of the device that @p path is on, which exists for a block device;
-/// empty if @p path does not exist.
+/// The sysfs folder of the device that @p path is on; it exists only for a block device. Empty if @p path
+/// does not exist.
 QString deviceFolderOf(const QString &path)
 {
     struct stat status = {};

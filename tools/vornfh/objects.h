@@ -54,7 +54,7 @@ struct Object {
     std::time_t modified() const;
 };
 
-/// Brings the files of an object into their order.
+/// Sorts the files of an object: the recordings by name, then the thumbnail.
 void sortFiles(Object &object);
 
 /// A numbered folder and the objects in it whose base names are those of the numbering.

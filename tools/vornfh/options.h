@@ -13,8 +13,8 @@ class Option;
 } // namespace CLI
 
 // What a command accepts on its command line. The commands do without the parser's own headers, which take
-// several times as long to compile as a command. Both classes refer to what the parser has, and can be
-// copied.
+// several times as long to compile as a command. Objects of both classes only refer to objects of the
+// parser, and can be copied.
 
 /// An option or an argument of a command. Each function that adds a condition returns the option itself.
 class Option

@@ -20,7 +20,7 @@
 // packet goes to exactly one file, and none is lost between two of them. The stream is Matroska, because it
 // can hold any codec and the length of each packet is known.
 
-/// A packet of the stream, as a cluster of Matroska.
+/// A packet of the stream, as a Matroska cluster.
 struct Packet {
     QByteArray bytes;
     qint64 time = 0;    // in milliseconds

@@ -19,7 +19,8 @@ struct KeepFree {
     /// Throws UsageError.
     static KeepFree parsed(const QString &text);
 
-    /// The value in bytes on the file system of @p path. Throws UsageError if it is not less than its size.
+    /// The value in bytes on the file system of @p path. Throws UsageError if this is not less than the
+    /// size of the file system.
     qint64 bytesOn(const QString &path) const;
 };
 
@@ -30,7 +31,7 @@ struct PrunePolicy {
     qint64 keepLast = 0;            // this many of the newest objects stay
     qint64 keepWithin = 0;          // objects that were modified within this many seconds stay
 
-    /// Without one, all objects that may go do so.
+    /// If there is none, every object that may be deleted is deleted.
     bool hasSpacePolicy() const { return keepFree || maxSize; }
 };
 
@@ -41,17 +42,17 @@ struct PruneResult {
     qint64 left = 0;            // the size of all objects that are left
     qint64 free = 0;            // bytes on the file system
     bool isInterrupted = false; // by a signal, before everything was deleted
-    bool isMet = true;          // the policies hold
+    bool isMet = true;          // the policies are met
 };
 
 /// Called with what was deleted, once the deletion is on the device.
 using PruneReport = std::function<void(const std::vector<FileFacts> &deleted)>;
 
-/// Deletes the oldest objects in the order of the numbering until the space policies hold, and then the
-/// numbered folders before the last one that are empty. Protected objects, the newest one, objects that are
-/// being written, thumbnails that are alone and all other files are left alone. Whenever the power fails, no
-/// thumbnail is without its recording. Stops early if isStopped(). Throws Failure. If @p isDryRun, deletes
-/// nothing; the result and what is reported are those that a deletion would have.
+/// Deletes the oldest objects in the order of the numbering until the space policies are met, and then the
+/// empty numbered folders before the last one. Protected objects, the newest one, objects that are being
+/// written, thumbnails without a recording and all other files are left alone. No thumbnail is left without
+/// its recording, at whatever moment the power fails. Stops early if isStopped(). Throws Failure. If @p
+/// isDryRun, deletes nothing; the result and what is reported are those that a deletion would have.
 PruneResult prune(const Storage &storage, const PrunePolicy &policy, const PruneReport &report,
                   bool isDryRun = false);
 

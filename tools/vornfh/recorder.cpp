@@ -265,7 +265,7 @@ bool isNormalEnd(const RecorderSettings &settings)
 SizeLimit largestRecording(const QString &folder, Kind kind)
 {
     return {withoutIndex(kind == AUDIO ? LARGEST_RIFF : largestFile(folder)),
-            "the file has reached the largest size of its format or of the file system"};
+            "the file has reached the largest size that its format or the file system allows"};
 }
 
 SizeLimit sizeLimit(const QString &folder, Kind kind)

@@ -69,7 +69,7 @@ QStringList inputArguments(const RecorderSettings &settings, const QString &path
 /// ffmpeg's arguments for the codecs and the length of a recording.
 QStringList codecArguments(const RecorderSettings &settings);
 
-/// The command line of ffmpeg for the recording @p path, as a shell reads it.
+/// The ffmpeg command line for the recording @p path, quoted for a shell.
 QString ffmpegCommand(const RecorderSettings &settings, const QString &path);
 
 inline const QString INTERRUPTED = "interrupted";

@@ -63,7 +63,7 @@ void setFormat(Format format);
 Format format();
 bool isJson();
 
-/// @p object as the next result: with what separates it from the last one. It must be printed.
+/// @p object as the next result, preceded by the separator from the previous one. It must be printed.
 QByteArray nextResult(const QByteArray &object);
 
 /// Prints an object as the next result.

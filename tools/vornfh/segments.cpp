@@ -35,14 +35,14 @@ using namespace VORN_FILE_HANDLER;
 
 // One ffmpeg records without interruption and writes a stream of packets. For each segment, another ffmpeg
 // writes the packets into a file without changing them. The segment muxer of ffmpeg cannot be used: it
-// supports neither a largest size nor numbers that are already taken.
+// can neither limit the size of a segment nor skip numbers that are already taken.
 
 namespace {
 
 constexpr auto INTERVAL = std::chrono::milliseconds(100);
 
-/// Room for less is not worth a segment: a loop would go on forever with segments of a few frames, each of
-/// which would be deleted for the next.
+/// No segment is begun with less room than this: otherwise, a loop would go on forever with segments of a few
+/// frames, each of which would be deleted for the next.
 constexpr qint64 SMALLEST = 128 << 10;
 
 struct Pipe {
@@ -355,7 +355,7 @@ private:
             if (isStopped())
                 stop(INTERRUPTED);
             else if (time.seconds() > LONGEST_TIME)
-                stop("ffmpeg has closed its output but does not end");
+                stop("ffmpeg has closed its output but has not exited");
         }
     }
 

@@ -155,8 +155,8 @@ void StorageWatch::update()
     }
 }
 
-/// Another mount than the known one is read until it is found twice: while a folder on the way to the
-/// location is deleted and created, a reading can mix the two.
+/// A mount that differs from the known one is read again until two successive results agree: while a folder
+/// above the location is deleted and created again, one result can mix the two states.
 StorageWatch::Mount StorageWatch::currentMount() const
 {
     Mount mount = Mount::of(mStorage.location);
@@ -199,7 +199,7 @@ void StorageWatch::handle(int watch, std::uint32_t mask, const char *name)
         examine(folder, name, (mask & IN_CLOSE_WRITE) != 0 ? Cause::Closed : Cause::Event);
 }
 
-/// Takes the files on @p mount as they are.
+/// Begins with the files on @p mount as they are now, without reporting them.
 void StorageWatch::beginOn(const Mount &mount)
 {
     mMount = mount;
@@ -234,7 +234,7 @@ void StorageWatch::changeTo(const Mount &mount)
     // A mount point further down is that of a mount on top of the known one, which is still there.
     const bool isUnmounted = mIsUnmounted || mount.depth <= mMount.depth;
     const bool isMounted = mount.depth >= mMount.depth;
-    // Afterwards, so that no event is missed after a listing that follows these lines.
+    // Reported only after beginOn(), so that a reader who then lists the files misses no later event.
     const auto reportChange = [&] {
         if (isUnmounted)
             report("unmounted");
@@ -260,8 +260,8 @@ int StorageWatch::addWatch(const QString &path, std::uint32_t mask) const
     return watch;
 }
 
-/// Watches the location and its numbered folders from now on; mFolders are those, with the known files.
-/// Throws Failure if one of them cannot be watched; mFolders then remain.
+/// Watches the location and its numbered folders from now on; mFolders then contains these folders with the
+/// known files. Throws Failure if one of them cannot be watched; mFolders is then unchanged.
 void StorageWatch::watchFolders()
 {
     mIsStale = true;

@@ -31,7 +31,7 @@ struct WatchEvent {
 /// Of a file:
 ///   added     its name has appeared
 ///   finished  it has content, and nobody has it open for writing; added precedes this for a new file
-///   changed   a finished file has been replaced, or has other attributes
+///   changed   a finished file has been replaced, or its attributes have changed
 ///   removed   its name has disappeared
 /// Of the storage device:
 ///   watching              all later events are reported

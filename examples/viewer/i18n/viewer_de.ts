@@ -218,7 +218,7 @@
         <translation>%1 von %2</translation>
     </message>
     <message>
-        <source>Data</source>
+        <source>Details</source>
         <translation>Daten</translation>
     </message>
 </context>

@@ -3,7 +3,7 @@ import QtQuick 2.15
 import QtQuick.Window 2.15
 import "."
 
-/// A question in front of the page, which is darkened. Opening it takes the focus, closing it returns it.
+/// A question in front of the page, which is darkened. Opening it takes the focus; closing it gives the focus back.
 FocusScope {
     id: dialog
 

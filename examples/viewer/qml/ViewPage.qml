@@ -177,7 +177,7 @@ FocusScope {
                 id: dataButton
                 objectName: "data"
                 icon: "info"
-                text: qsTr("Data")
+                text: qsTr("Details")
                 color: page.isDataShown ? Theme.pressed : Theme.raised
                 onClicked: page.isDataShown = !page.isDataShown
             }

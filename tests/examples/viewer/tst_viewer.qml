@@ -40,7 +40,7 @@ TestCase {
         return findChild(page(), name)
     }
 
-    /// The item in a row of a view, which the view creates later than its model has the row.
+    /// The item in a row of a view. The view creates it some time after the row appears in the model.
     function entry(view, row) {
         tryVerify(() => item(view).itemAtIndex(row))
         return item(view).itemAtIndex(row)
@@ -328,7 +328,7 @@ TestCase {
         waitForRecordings(3)
         keyClick(Qt.Key_Delete)
         verify(isOpen("deleteQuestion"))
-        keyClick(Qt.Key_Return) // the question begins with "Keep"
+        keyClick(Qt.Key_Return) // "Keep" has the focus at first
         verify(!isOpen("deleteQuestion"))
         wait(100)
         compare(filesIn(""), before)

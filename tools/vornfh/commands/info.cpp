@@ -72,7 +72,7 @@ void read(const QString &path, Reading &reading)
 }
 
 /// Reads several files and folders, as many at a time as there are processors: reading a video or audio file
-/// takes an ffprobe.
+/// requires an ffprobe process.
 class Reader
 {
 public:
@@ -259,7 +259,8 @@ void addInfo(CommandLine &line)
     const Command command = line.addIndependent(
         "info",
         "Shows what is known about files and folders: type, size, times, picture size, protection, and\n"
-        "the length, bit rate and frame rate of videos and audio files as measured by ffprobe",
+        "the length and bit rate of videos and audio files and the frame rate of videos, as measured by\n"
+        "ffprobe",
         run);
     request->paths = addNames(command, "PATH...", "Files and folders").required(false);
     request->list.addOptions(command);

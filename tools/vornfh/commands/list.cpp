@@ -282,7 +282,7 @@ std::unique_ptr<ListPrinter> printerFor(const Storage &storage, const Request &r
 }
 
 /// Calls work(folder, files) for each folder with its files that are to be listed; for some lists, twice.
-/// Ends early if the output is lost, such as a pipe whose reader has ended.
+/// Ends early if the output is lost, for example because the reader of a pipe has exited.
 template <typename Work>
 void forEachFolder(const Storage &storage, const Request &request, Work work)
 {

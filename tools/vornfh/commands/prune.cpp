@@ -123,11 +123,10 @@ void addPrune(CommandLine &line)
     const auto request = std::make_shared<Request>();
     const Command command = line.add(
         "prune",
-        "Deletes the oldest objects of a storage device until the policies hold: those that come first\n"
-        "in the numbering. An object is a recording with its thumbnail. Protected objects, the newest "
-        "object\n"
-        "and objects that are being written are never deleted. The exit code is 3 if a policy still does\n"
-        "not hold",
+        "Deletes the oldest objects of a storage device until the policies are met. The oldest ones come\n"
+        "first in the numbering; an object is a recording with its thumbnail. Protected objects, the\n"
+        "newest object and objects that are being written are never deleted. The exit code is 3 if a\n"
+        "policy is still not met",
         [&line, request] {
             if (!request->hasPolicy())
                 throw UsageError(
@@ -148,8 +147,8 @@ void addPrune(CommandLine &line)
     addPolicy("--max-size", setMaxSize, "SIZE", "Delete until all objects together take no more than this");
     addPolicy("--keep-last", setKeepLast, "N", "Keep the N newest objects");
     addPolicy("--keep-within", setKeepWithin, "AGE",
-              "Keep objects that were modified within this time. Without --keep-free and --max-size, all "
-              "others go");
+              "Keep objects that were modified within this time. If neither --keep-free nor --max-size "
+              "is given, all others are deleted");
     addDocumentOptions(command, "Print an object with the deleted files");
     addDryRun(command, request->isDryRun);
     command.example("vornfh prune sd --keep-free 10% --keep-within 12h");

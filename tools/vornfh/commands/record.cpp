@@ -62,9 +62,9 @@ RecorderSettings settingsFor(const Storage &storage, const Request &request)
     return settings;
 }
 
-/// Prints a line if a file cannot become as large as was requested, if only its largest size ends it, or if
-/// the file system can end a segment before its time. The WAV format can do so too, but only after hours,
-/// which is not reported.
+/// Prints a line if a file cannot become as large as was requested, if nothing but the largest file size will
+/// end it, or if the file system can end a segment before its time. The WAV format can do so too, but only
+/// after hours, which is not reported.
 void reportLargestSize(const RecorderSettings &settings)
 {
     const QString folder = nearestExisting(settings.storage.location);
@@ -239,8 +239,8 @@ void addRecord(CommandLine &line)
         .showDefault();
     command
         .option("--duration", request->duration,
-                "Length of a video or audio recording; 0: until SIGINT or SIGTERM, and the end of the\n"
-                "input is then an early end. Default: 2, or 0 with --segment")
+                "Length of a video or audio recording; 0: until SIGINT or SIGTERM; the recording\n"
+                "then ends early if its input ends. Default: 2, or 0 with --segment")
         .zeroOrBetween(0.1, 86400)
         .type("SECONDS");
     addInputOptions(command, request);

@@ -59,7 +59,7 @@ struct Target {
     QString folder() const { return QFileInfo(resolved).path(); }
 };
 
-/// What has been looked at since the start.
+/// What has been examined since the start.
 struct Seen {
     std::set<QString> locations;
     std::set<QString> folders;
@@ -360,8 +360,8 @@ bool isVisible(const QByteArray &name)
     return QFile::encodeName(QFile::decodeName(name)) == name;
 }
 
-/// Deletes what was counted, in half the time of the library, which reads all folders again and resolves each
-/// path from the root. The library deletes the rest.
+/// Deletes what was counted, in half the time that the library takes, because the library reads all folders
+/// again and resolves each path from the root. The library deletes the rest.
 void deleteCounted(const QString &folder, const Content &content)
 {
     const Descriptor location = openFolder(folder);

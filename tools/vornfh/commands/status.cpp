@@ -126,7 +126,7 @@ Room roomOn(const Storage &storage, const Capacity &capacity, const Contents &co
     return room;
 }
 
-/// The first verdict that applies; those that prevent more come first.
+/// The first verdict that applies; the more severe ones come first.
 Verdict verdictOn(const Status &status)
 {
     const Device &device = status.device;
