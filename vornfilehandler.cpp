@@ -424,9 +424,9 @@ bool isDots(const char *name)
     return qstrcmp(name, ".") == 0 || qstrcmp(name, "..") == 0;
 }
 
-/// Calls visit(descriptor of the directory, EntryName) for each entry of @p type (DT_REG or DT_DIR) that
-/// is not hidden and matches the directory's name filters, in directory order.
-/// Returns false if QDir must be used instead; the caller then discards what it has been given so far.
+/// Calls visit(descriptor of the directory, EntryName) for each entry of @p type (DT_REG or DT_DIR) that is
+/// not hidden and matches the directory's name filters, in directory order. Returns false if QDir must be
+/// used instead; the caller then discards what it has been given so far.
 template <typename Visit>
 bool scan(const QDir &directory, unsigned char type, Visit visit)
 {
@@ -461,7 +461,7 @@ bool scan(const QDir &directory, unsigned char type, Visit visit)
     return true;
 }
 
-/// Returns whether QDir can match names with @p filter. If not, QDir prints a warning for every entry.
+/// Returns whether QDir can match names with @p filter. If not, QDir would print a warning for every entry.
 bool isValidFilter(const QString &filter)
 {
     return plainFilter(filter)
@@ -633,10 +633,10 @@ WallClock wallClock(QDateTime time)
     return time.isValid() ? std::make_optional(time.toMSecsSinceEpoch()) : std::nullopt;
 }
 
-/// The same for @p msecs since 1970 in UTC, 0 meaning no time as it does for QFileInfo. localtime_r() is used
-/// where it agrees with QDateTime: from 1970 to 2037, except in leap seconds. QDateTime looks up the
-/// time zone at every conversion, which costs three stat() calls on /etc/localtime if TZ is unset; for
-/// localtime_r() the caller calls tzset() once per listing.
+/// The same for @p msecs since 1970 in UTC, where 0 means that there is no time, as it does for QFileInfo.
+/// localtime_r() is used where it agrees with QDateTime: from 1970 to 2037, except in leap seconds. QDateTime
+/// looks up the time zone at every conversion, which costs three stat() calls on /etc/localtime if TZ is
+/// unset; for localtime_r() the caller calls tzset() once per listing.
 WallClock wallClock(qint64 msecs)
 {
     constexpr qint64 END_OF_2037 = 2145916799;
@@ -725,8 +725,7 @@ Files unsortedFiles(QDir directory, Seen seen)
 /// The files in @p directory in the order OLDEST_FIRST, which @p directory must already have. Sorting takes a
 /// fiftieth of the time that QDir takes, because QDir converts times in every comparison. A file without a
 /// time compares equal to every other in QDir's order, which is then not transitive, so that only QDir itself
-/// can reproduce it.
-/// Calls seen(facts) for each file as soon as it has been read, and possibly again.
+/// can reproduce it. Calls seen(facts) for each file as soon as it has been read, and possibly again.
 template <typename Seen>
 Files filesByTime(const QDir &directory, Seen seen)
 {

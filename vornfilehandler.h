@@ -322,9 +322,9 @@ public:
     //
     // Each query starts processes, waits for them without a time limit, and caches nothing. The block name
     // and the mount path are passed to the shell unquoted: anyone who can choose them can run any command,
-    // and a mount path with a space in it is split, which yields 0 or a meaningless value. For
-    // an unsupported storage the queries return false or 0 and print the line "Unsupported storage type" each
-    // time they look up its block name.
+    // and a mount path with a space in it is split, which yields 0 or a meaningless value. For an unsupported
+    // storage the queries return false or 0 and print the line "Unsupported storage type" each time they look
+    // up its block name.
     //
     // On kernels before 5.4, Qt relies on SIGCHLD to learn that a process has ended. On those kernels the
     // host must not block the signal, nor replace its handler after the first process has been started.

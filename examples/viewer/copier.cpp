@@ -116,7 +116,7 @@ void Copier::copy(const QString &folder, const QStringList &bases, int target)
     const MediaObjects objects = objectsIn(folder, bases);
     mIsCancelled = false;
     mDone = 0;
-    mTotal = 1; // no division by zero
+    mTotal = 1; // avoids a division by zero
     for (const MediaObject &object : objects)
         mTotal += object.size;
     mReported.start();

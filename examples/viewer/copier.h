@@ -10,9 +10,9 @@
 #include <atomic>
 
 /// Copies objects to another storage device. Runs in its own thread, so that lists can be read while a copy
-/// is written. A copy gets the next number of the storage device and keeps its time and protection. It
-/// is written under a hidden name, and gets its number when it is complete and on the storage device: an
-/// interrupted copy is never listed.
+/// is being written. A copy gets the next number of the storage device, and keeps the time and the protection
+/// of the original. It is written under a hidden name, and gets its number when it is complete and on the
+/// storage device: an interrupted copy is never listed.
 class Copier : public QObject
 {
     Q_OBJECT

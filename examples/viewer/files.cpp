@@ -29,7 +29,7 @@ QString reasonOf(int error)
     case ENOENT: return QCoreApplication::translate("reason", "The recording no longer exists");
     case EIO:
     case ENODEV:
-    case ENXIO: return QCoreApplication::translate("reason", "The storage device does not respond");
+    case ENXIO: return QCoreApplication::translate("reason", "The storage device is not responding");
     default: return qt_error_string(error);
     }
 }

@@ -75,7 +75,7 @@ public:
     }
 
     void cancel() override { mJob->isCancelled = true; }
-    // Without an errorString(): QML would print a warning for every file that is not a picture.
+    // There is no errorString(): QML would print a warning for every file that is not a picture.
     QQuickTextureFactory *textureFactory() const override
     {
         return QQuickTextureFactory::textureFactoryForImage(mPicture);

@@ -11,7 +11,7 @@ inline const QString TILES = QStringLiteral("tiles");
 inline const QString PICTURES = QStringLiteral("pictures");
 
 /// The URL of the picture @p path; empty for an empty path. @p version distinguishes a picture from an
-/// earlier one with the same path, which may still be in the cache of QML: numbers are used again.
+/// earlier one with the same path, which may still be in the cache of QML, because numbers are used again.
 QString imageUrl(const QString &provider, const QString &path, qint64 version);
 
 /// Reads pictures in its own threads. A file that cannot be read results in an empty picture.

@@ -33,13 +33,13 @@ using MediaObjects = QVector<MediaObject>;
 Q_DECLARE_METATYPE(MediaObjects)
 
 /// The objects of a folder, the one with the highest number first. Reads only the names: the size, the time
-/// and the protection are not filled.
+/// and the protection are not filled in.
 MediaObjects objectsIn(const QString &folder);
 
 /// The objects of a folder whose base names are in @p bases, with the state of their files.
 MediaObjects objectsIn(const QString &folder, const QStringList &bases);
 
-/// Fills the size, the time and the protection.
+/// Fills in the size, the time and the protection.
 void readStatus(MediaObject &object);
 
 #endif // MEDIAOBJECT_H

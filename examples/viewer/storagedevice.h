@@ -21,7 +21,8 @@ struct StorageDevice {
 using StorageDevices = QVector<StorageDevice>;
 Q_DECLARE_METATYPE(StorageDevices)
 
-/// The capacity comes from statvfs(): one system call, where the library's queries each start processes.
+/// The capacity comes from statvfs(): one system call, whereas each of the library's queries starts
+/// processes.
 StorageDevice readStorageDevice(VORN_FILE_HANDLER::eStorageType type);
 
 /// The name of the storage device in the language of the interface.

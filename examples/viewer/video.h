@@ -8,7 +8,7 @@
 
 #include <atomic>
 
-/// Decodes a video with ffmpeg, in real time, to pictures of one size. Runs in its own thread.
+/// Decodes a video with ffmpeg, in real time, into pictures of one size. Runs in its own thread.
 class VideoDecoder : public QObject
 {
     Q_OBJECT

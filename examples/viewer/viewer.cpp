@@ -42,7 +42,7 @@ Viewer::Viewer(const QVector<eStorageType> &storages)
     connect(mCopier, &Copier::finished, this, [this](const QString &text) {
         setCopy(false, 0);
         request(&Catalog::read);
-        request(&Catalog::reported, text); // not hidden by what read() reports
+        request(&Catalog::reported, text); // after read(), so that its reports do not hide this one
     });
     mCatalogThread.start();
     mCopierThread.start();

@@ -16,16 +16,16 @@ class Viewer : public QObject
     Q_PROPERTY(QObject *devices READ devices CONSTANT)
     Q_PROPERTY(QObject *folders READ folders CONSTANT)
     Q_PROPERTY(QObject *objects READ objects CONSTANT)
-    /// The storage device whose folders are listed; its type.
+    /// The type of the storage device whose folders are listed.
     Q_PROPERTY(int storage READ storage NOTIFY storageChanged)
-    /// Its row in devices.
+    /// The row of that storage device in devices.
     Q_PROPERTY(int storageRow READ storageRow NOTIFY devicesChanged)
     Q_PROPERTY(QString storageTitle READ storageTitle NOTIFY storageChanged)
     Q_PROPERTY(bool isStoragePresent READ isStoragePresent NOTIFY devicesChanged)
     /// The name of the folder whose objects are listed; empty if none is.
     Q_PROPERTY(QString folder READ folder NOTIFY folderChanged)
     Q_PROPERTY(bool isLoading READ isLoading NOTIFY isLoadingChanged)
-    /// The data of the object that describe() was called for last.
+    /// The data of the object for which describe() was last called.
     Q_PROPERTY(QVariantMap details READ details NOTIFY detailsChanged)
     Q_PROPERTY(bool isCopying READ isCopying NOTIFY copyChanged)
     Q_PROPERTY(double copyProgress READ copyProgress NOTIFY copyChanged)

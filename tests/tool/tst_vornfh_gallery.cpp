@@ -419,7 +419,7 @@ void VornfhGalleryTest::playsWhatBrowsersPlay_data()
     QTest::addColumn<QString>("note");
     const auto row = [](const char *situation, const QByteArray &name, const QByteArray &content,
                         const QString &element, const QString &obstacle = QString()) {
-        const QString note = "Browsers do not play " + obstacle + "; download it";
+        const QString note = "Browsers do not play " + obstacle + "; download the file";
         QTest::newRow(situation) << name << content << element << (obstacle.isEmpty() ? QString() : note);
     };
     row("vp8", "a.mkv", matroska({"V_VP8"}), "video");

@@ -4,9 +4,9 @@
 
 #include <QString>
 
-/// The number of cells that @p text takes on a terminal: two for each wide character, as in Chinese, and for
-/// most emoji, none for combining characters. wcwidth() is not used: in the locale C, which may be the only
-/// one on a device, it knows only ASCII.
+/// The number of cells that @p text takes on a terminal: two for a wide character, such as a Chinese one, and
+/// for most emoji; none for a combining character. wcwidth() is not used: in the locale C, which may be the
+/// only one on a device, it knows only ASCII.
 int cellsOf(const QString &text);
 
 /// @p text if it takes at most @p cells; otherwise, its beginning and "…", which take at most @p cells.

@@ -63,7 +63,7 @@ struct Entry {
     bool isFile() const { return S_ISREG(mode); }
 };
 
-/// The entries of @p path, sorted by name; nullopt with errno set.
+/// The entries of @p path, sorted by name; nullopt, with errno set, if they cannot be read.
 std::optional<std::vector<Entry>> readEntries(const QByteArray &path)
 {
     std::vector<Entry> entries;
@@ -134,8 +134,8 @@ void checkFileNumber(const Entry &file, Result &result)
                    "does not have four digits after 'DCF_': the numbering and players ignore it");
 }
 
-/// Reports a folder or file name that the camera standard (DCF) does not allow. Short names on FAT are in
-/// upper case.
+/// Reports a folder name that the camera standard (DCF) does not allow. Case is ignored, because short names
+/// on FAT are in upper case.
 void checkFolderByDcf(const Entry &folder, Result &result)
 {
     static const QRegularExpression NAME("^[1-9][0-9]{2}[A-Z0-9_]{5}$");
@@ -171,7 +171,7 @@ void checkFileByDcf(const Entry &file, Result &result)
 struct Folder {
     std::vector<Entry> files;
     QSet<QString> pictures;            // the base names of photos and videos
-    QMap<QString, QString> recordings; // the paths by base name of those that are not empty
+    QMap<QString, QString> recordings; // by base name, the paths of those that are not empty
     bool hasThumbnails = false;
 };
 
@@ -273,8 +273,8 @@ void checkGroups(const Folder &folder, Result &result)
     }
 }
 
-/// Reports photos and videos that have no thumbnail although others in the folder have one. None can be made
-/// from a file that has been found to contain something else.
+/// Reports photos and videos that have no thumbnail although others in the folder have one. No thumbnail can
+/// be made from a file that has been found to contain something else.
 void checkThumbnails(const Folder &folder, Result &result)
 {
     QSet<QString> missing = QSet<QString>(folder.recordings.keyBegin(), folder.recordings.keyEnd());
@@ -330,7 +330,8 @@ void checkLeftovers(const QByteArray &folder, Result &result)
                    leftovers.mayShareContent ? Remedy::None : Remedy::Delete);
 }
 
-/// Returns whether it is a file, as everything in a numbered folder should be.
+/// Reports the entry unless it is a file, as everything in a numbered folder should be. Returns whether it is
+/// a file.
 bool checkKind(const Entry &entry, Result &result)
 {
     if (!entry.isFile())
@@ -364,7 +365,7 @@ void checkFiles(const QByteArray &folder, Result &result)
         checkThumbnails(content, result);
 }
 
-/// Checks the files of an object by themselves.
+/// Checks the files of one object without reading the rest of its folder.
 void checkObject(const NumberedFolder &folder, const Object &object, Result &result)
 {
     const QByteArray path = QFile::encodeName(folder.path);

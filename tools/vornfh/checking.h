@@ -52,8 +52,8 @@ struct CheckResult {
     Numbering numbering;
 };
 
-/// Checks the numbered folders of a storage device, and the names of the others. Throws Failure if the
-/// location cannot be read.
+/// Checks the numbered folders of a storage device, and the names of the other entries in its location.
+/// Throws Failure if the location cannot be read.
 CheckResult checkStorage(const Storage &storage, const CheckOptions &options);
 
 /// Checks the files in one numbered folder.

@@ -19,7 +19,7 @@ public:
     /// Sets the sum of the file @p path, which is in the folder or in one below it.
     void set(const QString &path, const QByteArray &sum);
 
-    /// Replaces the file. Lines for other files are kept if these still exist, as are lines in other formats.
+    /// Replaces the file. Keeps the lines for other files that still exist, and lines in other formats.
     /// Throws FileFailure.
     void save();
 

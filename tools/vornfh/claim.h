@@ -15,7 +15,7 @@ QString claimPath(const Storage &storage, VORN_FILE_HANDLER::eFileTypes type);
 QString freePath(const Storage &storage, VORN_FILE_HANDLER::eFileTypes type);
 
 /// Creates the folder of the next recording unless it exists, and waits until it is on the device. Returns
-/// the path of the folder; an empty string if it existed. Throws Failure.
+/// the path of the folder; an empty string if it already existed. Throws Failure.
 QString createRecordingFolder(const Storage &storage);
 
 #endif // CLAIM_H

@@ -19,8 +19,8 @@ private:
 };
 
 /// Removes the colours from the library's diagnostic lines if standard error is not a terminal, or if
-/// NO_COLOR is set and not empty. Called before anything is printed. The standard error of other programs
-/// is not affected.
+/// NO_COLOR is set and not empty. Must be called before anything is printed. The standard error of other
+/// programs is not affected.
 void removeUnwantedColours();
 
 #endif // COLOURS_H

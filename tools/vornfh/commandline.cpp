@@ -267,7 +267,8 @@ ExitCode CommandLine::runCommand()
 
 ExitCode CommandLine::run(int argc, char *argv[])
 {
-    // How the completion scripts of shells call the tool; neither a command nor in the help.
+    // The completion scripts of shells call the tool like this. It is not a command, and the help does not
+    // show it.
     if (argc > 1 && argv[1] == std::string("__complete")) {
         const auto folders = [this](const std::vector<std::string> &options, const std::string &storage) {
             return foldersOf(*mApp, mStorages, options, storage);

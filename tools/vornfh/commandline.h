@@ -32,8 +32,8 @@ public:
     /// What a command runs: returns the exit code, or throws one of the exceptions of errors.h.
     using Run = std::function<ExitCode()>;
 
-    /// Adds a command. Before it runs, the library is initialised with the storage devices. Its help refers
-    /// to their options.
+    /// Adds a command. Before it runs, the library is initialised with the storage devices. The help of the
+    /// command refers to the options for storage devices.
     Command add(const std::string &name, const std::string &description, const Run &run);
 
     /// Adds a command that works without storage devices.
@@ -74,7 +74,7 @@ void addFolderArgument(const Command &command, std::string &folder);
 /// are.
 Option addNames(const Command &command, const std::string &name, const std::string &description);
 
-/// Adds --json and --jsonl, for a command that prints one result after the other.
+/// Adds --json and --jsonl, for a command that prints one result after another.
 void addResultOptions(const Command &command);
 
 /// The same for a command whose --json output is printed by printDocument().
@@ -86,7 +86,7 @@ void addSingleResultOption(const Command &command);
 /// A range of days, in seconds since 1970.
 struct DayRange {
     std::optional<qint64> since;
-    std::optional<qint64> until; // the first moment after it
+    std::optional<qint64> until; // the first moment after the range
 
     bool isAll() const { return !since && !until; }
     bool contains(qint64 seconds) const

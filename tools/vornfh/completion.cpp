@@ -45,7 +45,7 @@ const CLI::App *commandNamed(const CLI::App &app, const std::string &name)
     return found.empty() ? nullptr : found.front();
 }
 
-/// @p path with the user's home folder for "~", which a shell has not replaced yet.
+/// @p path with the user's home folder in place of "~", which the shell has not replaced yet.
 std::string withHome(const std::string &path)
 {
     return path.compare(0, 2, "~/") == 0 ? QDir::homePath().toStdString() + path.substr(1) : path;

@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-/// What a shell offers for the last word of a command line. Everything is found in the definitions of the
-/// commands and their options: the names of arguments and the types of values say what they are.
+/// What a shell offers for the last word of a command line. It is derived from the definitions of the
+/// commands and their options: the names of arguments and the types of values say what is expected.
 class Completion
 {
 public:

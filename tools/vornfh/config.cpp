@@ -33,7 +33,7 @@ QStringList usualPaths()
     return paths;
 }
 
-/// Returns whether the file exists. One that cannot be reached might.
+/// Returns whether the file exists, or cannot be reached and so may exist.
 bool mayExist(const QString &path)
 {
     struct stat status = {};

@@ -20,7 +20,7 @@ namespace {
 
 using Verdict = std::optional<Damage>;
 
-/// Reads parts of a file. All functions throw Failure.
+/// Reads parts of a file. Throws Failure if the file cannot be read.
 class Reader
 {
 public:
@@ -95,7 +95,7 @@ Verdict damageOfJpeg(const QByteArray &head, QByteArray tail, const MediaType &t
     return tail.endsWith("\xff\xd9") ? Verdict() : cutOff();
 }
 
-/// The first chunks follow each other, and the last one is IEND.
+/// Checks that the first chunks follow each other and that the last chunk is IEND.
 Verdict damageOfPng(const Reader &file, const QByteArray &head, const QByteArray &tail, const MediaType &type)
 {
     constexpr int SIGNATURE = 8;
@@ -126,7 +126,8 @@ Verdict damageOfPng(const Reader &file, const QByteArray &head, const QByteArray
 constexpr int RIFF_HEADER = 8;
 constexpr int RIFF_TYPE = 4;
 
-/// The RIFF chunks of an AVI or WAV file follow each other up to its end. A long AVI file has several.
+/// Returns whether the RIFF chunks follow each other up to the end of the file, as in every AVI or WAV file
+/// that has been closed. A long AVI file has several.
 bool isRiffClosed(const Reader &file)
 {
     qint64 offset = 0;
@@ -142,7 +143,7 @@ bool isRiffClosed(const Reader &file)
     return offset > 0 && offset <= file.size() + 1; // the last byte of padding may be missing
 }
 
-/// A chunk in a RIFF file. A list has its type as its name.
+/// A chunk in a RIFF file. The name of a list is its type.
 struct Chunk {
     QByteArray name;
     qint64 start = 0; // of its content
@@ -244,7 +245,7 @@ Verdict damageOfRiff(const Reader &file, const QByteArray &head, const MediaType
 
 // Matroska
 
-/// A Matroska file is an EBML header and a segment, whose size is unknown until it is closed.
+/// A Matroska file consists of an EBML header and a segment, whose size is unknown until the file is closed.
 bool isMatroskaClosed(const Reader &file)
 {
     constexpr int ID = 4;

@@ -16,7 +16,8 @@ struct Damage {
 };
 
 /// Returns what is wrong with the content of the file @p path, which should be of @p type; nullopt if nothing
-/// is. Checks the start, the end and the structure with a few reads, regardless of the size of the file.
+/// is wrong. Checks the start, the end and the structure with a few reads, regardless of the size of the
+/// file.
 std::optional<Damage> damageOf(const QString &path, const MediaType &type);
 
 /// Reads every byte of the file @p path from the device. Returns the first error; nullopt if there is none.

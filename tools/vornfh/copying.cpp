@@ -36,7 +36,7 @@ constexpr auto BATCH_TIME = std::chrono::seconds(1);
 constexpr int LAST_COUNTER = 999; // in the name of a copy
 
 /// The largest number of files in a batch. Each file needs two descriptors, and three batches are open at a
-/// time: one is written, one waits, and one is completed.
+/// time: one is being written, one is waiting, and one is being completed.
 size_t batchFiles()
 {
     constexpr rlim_t WANTED = 4096;
@@ -51,7 +51,7 @@ size_t batchFiles()
 }
 
 /// Copies up to @p length bytes at @p offset within the kernel, or through memory if the file systems cannot
-/// do that. Returns the number of bytes; -1 with errno set.
+/// do that. Returns the number of bytes; -1, with errno set, on failure.
 ssize_t copyPart(int from, int to, off_t offset, size_t length)
 {
     off_t source = offset;
@@ -182,9 +182,9 @@ bool Transfer::isGiven(const QString &path) const
     return mTaken.contains(path);
 }
 
-/// The first path that the library would try for a copy of the first file and beside which the paths for the
-/// others are free.
-/// Throws FileFailure if every name is taken: the library would overwrite an existing file.
+/// The first free path that the library would try for a copy of the first file and beside which the paths for
+/// the other files are free too. Throws FileFailure if every name is taken: the library would overwrite an
+/// existing file.
 QString Transfer::freePath(const Group &group) const
 {
     const auto isTaken = [this](const QString &one) {
@@ -225,7 +225,8 @@ Descriptor Transfer::openCopy(const Source &source, const QString &path) const
     return hasSameContent(source.descriptor(), file.get(), source.path()) ? std::move(file) : Descriptor();
 }
 
-/// Returns whether @p path is free for @p item, or there and a copy of it, which is then opened.
+/// Returns whether @p path is free for @p item or is already a copy of it, which is then opened. Sets @p
+/// isThere if the path exists.
 bool Transfer::isThereOrFree(Item &item, const QString &path, bool &isThere) const
 {
     isThere = QFile::exists(path);
@@ -237,9 +238,8 @@ bool Transfer::isThereOrFree(Item &item, const QString &path, bool &isThere) con
 }
 
 /// Finds what an earlier run copied: files that have the same content and one of the names that copies would
-/// get. Those of an object that are missing can still join the others. With Conflict::Fail, throws
-/// FileFailure if a copy of the first file is there but another file of the object differs from what is
-/// there.
+/// get. Missing files of an object can still join the others. With Conflict::Fail, throws FileFailure if a
+/// copy of the first file is there but another file of the object differs from what is there.
 void Transfer::findExisting(Group &group, Conflict conflict)
 {
     for (int counter = 0; counter <= LAST_COUNTER; ++counter) {
@@ -312,7 +312,7 @@ void Transfer::add(Sources sources, Conflict conflict, bool isShared)
     if (readStatus(first.folder(), folder) && isSameFile(folder, mStatus))
         throw FileFailure(first.path(), "is already in that folder");
     if (!mBatch.empty() && first.size() >= BATCH_BYTES)
-        endBatch(); // the files in it would be reported only after this one
+        endBatch(); // otherwise, the files in it would be reported only after this one
     findExisting(group, conflict);
     const bool isRenamed =
         std::all_of(group.begin(), group.end(), [this](const Item &item) { return canRename(item); });
@@ -388,7 +388,7 @@ void Transfer::write(Item &item, bool mayStop)
         if (start < 0 && errno == ENXIO)
             break; // the rest is a hole
         const off_t end = ::lseek(source.descriptor(), std::max(start, offset), SEEK_HOLE);
-        offset = start < 0 ? offset : start; // if the file system cannot report holes, there are none
+        offset = start < 0 ? offset : start; // if the file system cannot report holes, all of it is copied
         const auto length = static_cast<size_t>((end < 0 ? source.size() : end) - offset);
         const ssize_t count = copyPart(source.descriptor(), target, offset, std::min(length, PART));
         require(count >= 0);
@@ -404,7 +404,7 @@ void Transfer::write(Item &item, bool mayStop)
     source.requireUnchanged();
 }
 
-/// Returns whether results of the batch are due.
+/// Returns whether the results of the batch are due.
 bool Transfer::isBatchOld() const
 {
     return !mBatch.empty() && std::chrono::steady_clock::now() - mBatchStart >= BATCH_TIME;
@@ -490,7 +490,8 @@ void Transfer::complete(Batch batch)
     mProgress.setBatchStage(nullptr);
 }
 
-/// Calls step(group) for each group of @p batch. Reports those that fail and takes them out.
+/// Calls step(group) for each group of @p batch. Reports the groups that fail, and removes them from @p
+/// batch.
 void Transfer::forEach(Batch &batch, const std::function<void(Group &)> &step)
 {
     Batch rest;
@@ -584,7 +585,9 @@ void Transfer::nameAll(Batch &batch)
     forEach(batch, [&](Group &group) { nameSome(group, false); });
     if (std::none_of(batch.begin(), batch.end(), hasFollower))
         return;
-    flushFileSystem(mPath); // vfat would flush the entries of the folder without the location of the content
+    // flushFolder() is not enough: vfat would flush the entries of the folder without the location of the
+    // content.
+    flushFileSystem(mPath);
     forEach(batch, [&](Group &group) { nameSome(group, true); });
 }
 
@@ -620,8 +623,8 @@ void Transfer::rename(Group &group)
                 + errorText(errno));
 }
 
-/// Gives a copy, or the source itself, its name in the folder. A copy that was there before has its name, but
-/// not the attributes of a source that is to be deleted.
+/// Gives a copy, or the source itself, its name in the folder. A copy that was there before already has its
+/// name, but not yet the attributes of a source that is to be deleted.
 void Transfer::name(Group &group, Item &item)
 {
     if (item.existing.isOpen() && mMode == Mode::Move && !item.isKept) {
@@ -652,7 +655,7 @@ void Transfer::name(Group &group, Item &item)
     item.isNamed = true;
 }
 
-/// Renames a source that was moved back to its old path. Returns false on failure.
+/// Gives a source that was renamed its old path back. Returns false on failure.
 bool Transfer::Item::putBack() const
 {
     return !isRenamed() || !isNamed || renameToNew(target, source->path());
@@ -701,9 +704,8 @@ bool Transfer::hasMovedThumbnail(const Group &group)
     return hasFollower(group) && !group.back().isKept;
 }
 
-/// Flushes the folders that the sources have left; if @p areThumbnails, only those that
-/// thumbnails have left. A file that was
-/// renamed can still go back, a source that was deleted cannot.
+/// Flushes the folders that the sources have left; if @p areThumbnails, only those that thumbnails have left.
+/// If that fails, a file that was renamed can still go back; a source that was deleted cannot.
 void Transfer::flushSources(Batch &batch, bool areThumbnails)
 {
     const auto hasLeft = [areThumbnails](const Group &group) {
@@ -729,7 +731,7 @@ void Transfer::flushSources(Batch &batch, bool areThumbnails)
     }
 }
 
-/// Takes out the groups with a copy that has failed.
+/// Calls the completion, and removes the groups with a copy that has failed from @p batch.
 void Transfer::callCompletion(Batch &batch)
 {
     std::vector<Copy> copies;

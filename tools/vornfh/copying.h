@@ -61,10 +61,10 @@ struct Copy {
     bool hasFailed; // set by the completion if the copy must not be reported
 };
 
-/// Copies or moves files into a folder, locked against other vornfh processes. The files are written under
-/// hidden names in batches. A second thread flushes a batch, reads it back from the device and compares it
-/// with the sources, gives the copies their names, flushes again, deletes the sources if they are moved, and
-/// then reports the files, while the next batch is written.
+/// Copies or moves files into a folder, which is locked against other vornfh processes. The files are written
+/// under hidden names in batches. A second thread flushes a batch, reads it back from the device and compares
+/// it with the sources, gives the copies their names, flushes again, deletes the sources if they are moved,
+/// and then reports the files, while the next batch is written.
 ///
 /// The files of an object fail together. A power failure or a killed command leaves no thumbnail without its
 /// recording in either folder.
@@ -91,10 +91,11 @@ public:
         Counter, ///< the whole object gets a counter
     };
 
-    /// Writes copies of @p sources, unless an earlier run has, or the files can be renamed. They are one
-    /// file, or the files of an object in its order, which get names that differ only in the extension.
-    /// Throws FileFailure; the sources are then unchanged. The result is reported later. If @p isShared, the
-    /// last one stays where it is, even if files are moved: it belongs to another recording too.
+    /// Writes copies of @p sources, unless an earlier run has copied them or the files can be renamed. The
+    /// sources are one file, or the files of an object in its order; their copies get names that differ only
+    /// in the extension. Throws FileFailure; the sources are then unchanged, unless the message says
+    /// otherwise. The result is reported later. If @p isShared, the last one stays where it is, even if files
+    /// are moved: it belongs to another recording too.
     void add(Sources sources, Conflict conflict, bool isShared = false);
 
     /// Waits until everything is reported. Returns the number of files that were copied or moved.
@@ -113,7 +114,7 @@ private:
         QByteArray sum;      // see Copy
 
         bool isRenamed() const { return !copy && !existing.isOpen(); }
-        /// What is wrong with the source of a copy that is safe.
+        /// The failure for a source that has @p problem although its copy is safe.
         FileFailure wasCopied(const QString &problem) const;
         void requireRemovable() const;
         void removeSource() const;
@@ -169,7 +170,7 @@ private:
     quint64 mMount = 0;
     FileSystem mFileSystem = FileSystem::Other;
     QSet<QString> mTaken;     // names given since the start
-    qint64 mPlannedBytes = 0; // that a dry run would have written
+    qint64 mPlannedBytes = 0; // in a dry run, what would have been written so far
 
     Batch mBatch;
     size_t mBatchFiles = 0;

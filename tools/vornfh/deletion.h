@@ -9,7 +9,7 @@
 
 struct Deletion {
     std::vector<const Object *> objects; // all of whose files are gone
-    std::vector<FileFacts> files;        // that are gone, those of other objects included
+    std::vector<FileFacts> files;        // that are gone, including those of objects deleted only in part
 };
 
 /// Deletes the files of @p objects, which are in @p folder: all thumbnails before any recording, so that a

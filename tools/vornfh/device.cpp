@@ -130,7 +130,7 @@ QStringList problemsOf(const QString &path)
         problems.append("the kernel has made the file system read-only after an error; unmount and check it");
     if (wasNotUnmounted(existing))
         problems.append(
-            "the kernel has reported since the system started that the file system was not unmounted "
+            "since the system started, the kernel has reported that the file system was not unmounted "
             "properly; unmount and check it");
     return problems;
 }

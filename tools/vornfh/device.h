@@ -16,7 +16,7 @@ struct Device {
     bool isMounted = false;      // the location is not on the root file system
     bool isMountMissing = false; // see isMountMissing()
     QStorageInfo fileSystem;     // that the location is on
-    bool isReadOnly = false;     // that file system cannot be written
+    bool isReadOnly = false;     // that file system cannot be written to
 
     bool isPresenceKnown() const { return !block.isEmpty() && missingProgram.isEmpty(); }
 };
@@ -60,7 +60,7 @@ bool isMountMissing(const Storage &storage);
 void requireMounted(const Storage &storage);
 
 /// What is known to be wrong with the file system of @p path, or of the folder that it would be created in,
-/// each as a clause; empty if nothing is.
+/// with each problem as a clause; empty if nothing is wrong.
 QStringList problemsOf(const QString &path);
 
 /// Prints problemsOf(@p path) on standard error. They are not failures: a camera must keep recording.

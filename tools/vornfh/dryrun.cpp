@@ -16,7 +16,7 @@
 
 namespace {
 
-/// The error of a change to the entries of @p folder; 0 if there is none.
+/// The error that a change to the entries of @p folder would cause; 0 if it would cause none.
 int changeError(const QString &folder)
 {
     if (!QFileInfo(folder).isDir())

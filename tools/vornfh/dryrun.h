@@ -5,21 +5,21 @@
 #include <QString>
 
 // What a command with --dry-run checks and prints instead of changing something. A check fails with the error
-// of the operation as far as it can be known in advance.
+// that the operation would cause, as far as that can be known in advance.
 
-/// In place of createFolder(). Throws Failure.
+/// Used in place of createFolder(). Throws Failure.
 void requireCreatableFolder(const QString &path);
 
-/// In place of createExclusively(), if the folder of @p path exists. Throws FileFailure.
+/// Used in place of createExclusively(), if the folder of @p path exists. Throws FileFailure.
 void requireCreatableFile(const QString &path);
 
-/// In place of a TemporaryFile in the existing folder @p folder. Throws FileFailure for @p concerning.
+/// Used in place of a TemporaryFile in the existing folder @p folder. Throws FileFailure for @p concerning.
 void requireTemporaryFile(const QString &folder, const QString &concerning);
 
 /// Returns why the entry @p path cannot be deleted; empty if it can.
 QString whyNotDeletable(const QString &path);
 
-/// In place of deleting @p path. Throws FileFailure.
+/// Used in place of deleting @p path. Throws FileFailure.
 void requireDeletable(const QString &path);
 
 /// Prints that @p path would be deleted, for commands that do not print what they delete.

@@ -22,7 +22,8 @@ void flushFolder(const QString &folder);
 /// Waits until everything that was written to the file system of @p folder is on the device.
 void flushFileSystem(const QString &folder);
 
-/// Replaces @p path with @p file, so that @p path has its old or its new content whenever the power fails.
+/// Replaces @p path with @p file, so that @p path has its old or its new content whenever the power fails. On
+/// exFAT, removeLeftovers() may have to restore it.
 void replaceFile(TemporaryFile &file, const QString &path);
 
 /// Creates the folder @p path, and those above it, unless they exist. Until the folder is on the device it

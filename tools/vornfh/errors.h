@@ -11,8 +11,8 @@ enum ExitCode : int {
     DONE = 0,
     FAILED = 1,
     WRONG_COMMAND_LINE = 2,
-    NOT_MET =
-        3, // everything permitted was done, but the requested condition does not hold; check has findings
+    /// Everything permitted was done, but the requested condition does not hold, or "check" has findings.
+    NOT_MET = 3,
 };
 
 /// A well-formed command failed: one line on standard error, exit code 1.

@@ -43,7 +43,7 @@ void add(ObjectSummary &summary, const NumberedFolder &folder, const Object &obj
         last.sum += object.size();
     }
     const ObjectFile *video = kind == VIDEO ? fileOf(object, VIDEO) : nullptr;
-    // One more than is measured, because the newest may be being written.
+    // One more than is measured, because the newest may still be open for writing.
     if (video && video->size > 0 && summary.videos.size() <= MEASURED_VIDEOS)
         summary.videos.push_back({folder.pathOf(*video), video->size});
 }

@@ -60,7 +60,7 @@ QString lastLine(const QByteArray &text)
     return lines.isEmpty() ? QString() : lines.last().trimmed();
 }
 
-/// The same without the address of a part of ffmpeg, as in "[mjpeg @ 0x55d005857500] overread 8".
+/// The same without the name and address of a part of ffmpeg, as in "[mjpeg @ 0x55d005857500] overread 8".
 QString lastLineWithoutAddress(const QByteArray &text)
 {
     static const QRegularExpression ADDRESS("^\\[[^]]*\\] ");
@@ -79,7 +79,7 @@ QString failureOf(const QProcess &process, const QByteArray &errors)
                : QString("ffmpeg exited with code %1").arg(process.exitCode());
 }
 
-/// The value of "30000/1001"; 0 if it is not a positive number.
+/// The value of a fraction such as "30000/1001"; 0 if it is not a positive number.
 double fraction(const QString &text)
 {
     const double denominator = text.section('/', 1).toDouble();

@@ -46,7 +46,8 @@ public:
     QString failure();
 
     /// The last line that it has printed on standard error; empty if there is none. Without a failure, this
-    /// is an error that did not end it, or one of the input, which ffmpeg treats as the end of the input.
+    /// is an error that did not end it, or an error of the input, which ffmpeg treats as the end of the
+    /// input.
     QString lastError() const;
 
 private:
@@ -54,14 +55,14 @@ private:
     QByteArray mErrors; // the last lines that it printed
 };
 
-/// ffmpeg's arguments to write the file @p path, whatever its name. It is overwritten.
+/// Arguments that make ffmpeg write the file @p path, whatever its name. The file is overwritten.
 QStringList fileOutput(const QString &path);
 
 /// Runs ffmpeg to write @p path, which must exist and is overwritten, and waits for it. @p arguments are
 /// those before the output. Returns why ffmpeg failed; empty on success.
 QString runFfmpeg(const QStringList &arguments, const QString &path);
 
-/// Arguments that read the file @p path, whatever its name.
+/// Arguments that make ffmpeg read the file @p path, whatever its name.
 QStringList fileInput(const QString &path);
 
 /// Decodes the media file @p path. Returns the last error that ffmpeg printed; empty if there was none.

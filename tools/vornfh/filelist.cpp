@@ -13,7 +13,7 @@
 
 namespace {
 
-/// All of the file @p path or, if that is "-", of standard input.
+/// The whole content of the file @p path or, if that is "-", of standard input.
 std::string contentOf(const std::string &path)
 {
     const bool isStandardInput = path == "-";
@@ -45,7 +45,7 @@ std::vector<std::string> divided(const std::string &content, char separator)
 void FileList::addOptions(const Command &command)
 {
     mOption = command.option("--files-from", mPath,
-                             "Take file names from FILE, too, one on each line; - is standard input");
+                             "Also take file names from FILE, one per line; - is standard input");
     mOption.type("FILE|-");
     command.flag("-0,--null", mIsNull, "With --files-from: each name ends with a null character")
         .needs(mOption);

@@ -17,7 +17,7 @@ public:
     bool isGiven() const { return mOption.isGiven(); }
 
     /// The names in the file, byte for byte; none if isGiven() is false. Throws Failure if the file cannot be
-    /// read, and UsageError if there is nothing in it.
+    /// read, and UsageError if it is empty or, without --null, contains null characters.
     std::vector<std::string> names() const;
 
 private:

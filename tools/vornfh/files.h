@@ -42,8 +42,8 @@ bool readLinkStatus(const QString &path, struct stat &status);
 /// @p time in milliseconds since 1970.
 qint64 toMsecs(const statx_timestamp &time);
 
-/// When the file of @p status, for which STATX_BTIME was requested, was created, in milliseconds since 1970;
-/// if the file system keeps no such time: when its status was last changed.
+/// The time at which the file of @p status was created or, if the file system keeps no such time, at which
+/// its status was last changed, in milliseconds since 1970. STATX_BTIME must have been requested.
 qint64 creationTime(const struct statx &status);
 
 /// Returns whether there is an entry with this path; symbolic links are not followed.
@@ -53,8 +53,8 @@ bool isEntry(const QString &path);
 /// false and sets errno if the folder cannot be read to its end.
 bool forEachEntry(const QString &folder, const std::function<void(int folder, const dirent &entry)> &work);
 
-/// Fills @p bytes from the file, beginning at @p offset, and shortens it if the file is shorter. Returns
-/// false and sets errno on failure; @p bytes then contains what was read until then.
+/// Fills @p bytes from the file, beginning at @p offset, and truncates them if the file ends earlier. Returns
+/// false and sets errno on failure; @p bytes then contain what was read before the error.
 bool readAt(int descriptor, off_t offset, QByteArray &bytes);
 
 /// Copies a file. Returns false and sets errno on failure.

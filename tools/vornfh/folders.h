@@ -11,7 +11,7 @@
 // The library creates a missing location, and folder 100 if there is no numbered folder. The functions here
 // create nothing.
 
-/// The names of the folders that the library lists as numbered, in its order; "." and ".." left out.
+/// The names of the folders that the library lists as numbered, in its order, without "." and "..".
 QStringList numberedFolders(const Storage &storage);
 
 /// Returns whether the library would list numbered folders without creating one.

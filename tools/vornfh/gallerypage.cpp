@@ -114,7 +114,7 @@ QByteArray headHtml(const GalleryHeader &header)
     html += empty("meta", {{"name", "viewport"}, {"content", "width=device-width, initial-scale=1"}});
     html += empty("meta", {{"name", "color-scheme"}, {"content", "light dark"}});
     // Browsers fetch only media, and only from where the page is, whatever was injected into it. 'self' does
-    // not match files.
+    // not match "file:" URLs.
     html += empty("meta", {{"http-equiv", "Content-Security-Policy"},
                            {"content", "default-src 'none'; img-src data: 'self' file:; "
                                        "media-src 'self' file:; style-src 'unsafe-inline'"}});
@@ -238,7 +238,8 @@ QByteArray captionHtml(const GalleryItem &item, const GalleryPicture &picture)
             element("time", escaped(dateText(item.created.date()) + ", " + item.created.toString("HH:mm")),
                     QString(), {{"datetime", item.created.toString(Qt::ISODate)}});
     if (!picture.playback.obstacle.isEmpty())
-        html += text("span", "Browsers do not play " + picture.playback.obstacle + "; download it", "note");
+        html +=
+            text("span", "Browsers do not play " + picture.playback.obstacle + "; download the file", "note");
     QByteArray size = text("span", humanSize(item.size));
     if (!resolution.isEmpty())
         size += " "
@@ -252,7 +253,7 @@ QByteArray figureHtml(const QString &style, const QString &link, const QByteArra
     return "\n" + element("figure", element("a", content, "card", {{"href", link}}), style);
 }
 
-/// "500 files . 2.0 GiB"
+/// "500 files · 2.0 GiB"
 QString sizeText(int count, const QString &noun, qint64 size)
 {
     return counted(count, noun) + QString(" %1 ").arg(QChar(0xb7)) + humanSize(size);

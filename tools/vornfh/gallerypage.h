@@ -23,7 +23,7 @@ struct GalleryItem {
 
 /// The details of an item on a page that can be found only by reading its files.
 struct GalleryPicture {
-    QByteArray uri;   // empty for an icon
+    QByteArray uri;   // empty if an icon is shown
     QSize resolution; // invalid if unknown
     Playback playback;
 };
@@ -85,9 +85,8 @@ bool isPartOfGallery(const QString &path, const QString &index);
 /// Encodes a path for a link.
 QString encodedLink(const QString &path);
 
-// The pieces of a page, in order. It is written in pieces so that only a few pictures are in memory at a
-// time. A page is both HTML and XML: only void elements of HTML, and empty elements of SVG,
-// have no end tag.
+// The pieces of a page, in order. A page is written in pieces so that only a few pictures are in memory at a
+// time. A page is both HTML and XML: only void elements of HTML, and empty elements of SVG, have no end tag.
 
 QByteArray galleryBeginning(const GalleryHeader &header);
 QByteArray galleryFilter(const GalleryTotals &totals);
@@ -99,7 +98,7 @@ QByteArray itemFigure(const GalleryItem &item, const GalleryPicture &picture, co
 QByteArray gridEnd();
 QByteArray folderEnd();
 
-/// Between gridBeginning() and gridEnd(), in an index.
+/// Goes between gridBeginning() and gridEnd(), in an index.
 QByteArray cardFigure(const GalleryCard &card, const QByteArray &uri);
 
 QByteArray galleryEnd();

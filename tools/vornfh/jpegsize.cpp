@@ -35,7 +35,7 @@ int numberAt(const QByteArray &bytes, int index)
     return byteAt(bytes, index) << 8 | byteAt(bytes, index + 1);
 }
 
-/// A file that is read in blocks where it is needed.
+/// A file that is read in blocks, and only where it is needed.
 class Blocks
 {
 public:
@@ -59,7 +59,7 @@ private:
     qint64 mBegin = 0;
 };
 
-// The contents of segments, checked as libjpeg does when it reads a header.
+// The contents of segments, which are checked as libjpeg checks them when it reads a header.
 
 bool areQuantizationTables(const QByteArray &content)
 {

@@ -44,7 +44,8 @@ bool hasExtension(const char *name, const Extensions &extensions)
 }
 
 /// The digits of @p msecs since 1970 in local time; nullopt outside the range in which localtime_r() and
-/// QDateTime agree: from 1970 to 2037, except in leap seconds. 0 means no time to QFileInfo.
+/// QDateTime agree: from 1970 to 2037, except in leap seconds. QFileInfo takes 0 to mean that there is no
+/// time.
 std::optional<ClockDigits> toDigits(qint64 msecs)
 {
     constexpr std::time_t END_OF_2037 = 2145916799;
@@ -58,7 +59,8 @@ std::optional<ClockDigits> toDigits(qint64 msecs)
     return digits * 1000 + msecs % 1000;
 }
 
-/// Reads the status of the file @p name in the open folder @p descriptor; nullopt if a value is unusual.
+/// Reads the status of the file @p name in the open folder @p descriptor; nullopt if it cannot be read or a
+/// value is unusual.
 std::optional<PlainFile> readFile(int descriptor, const char *name)
 {
     struct statx status = {};

@@ -15,7 +15,7 @@
 /// do.
 using ClockDigits = qint64;
 
-/// A file with a name in ASCII, as its status was when it was listed.
+/// A file with an ASCII name, and its status at the time when it was listed.
 struct PlainFile {
     std::string name;
     qint64 size = 0;
@@ -23,16 +23,16 @@ struct PlainFile {
     ClockDigits created = 0;  // see creationTime()
     qint64 modifiedMsecs = 0; // since 1970
     qint64 createdMsecs = 0;
-    bool isProtected = false; // the file, or another file of its object
+    bool isProtected = false; // this file or another file of its object is protected
 };
 
 /// Lists the files of @p folder, an absolute path without a slash at the end, that have one of @p extensions
 /// (any, if that is empty). The files and their order are those of VornFileHandler::getDirectoryContents()
 /// with filters "*.<extension>", oldest first, but this takes only one status query per file and no
-/// QFileInfo. Nullopt if the library must be used: for names that are not ASCII, times before 1970 or after
-/// 2037, a folder that does not exist, and file systems that do not report the types of entries. Throws
-/// FileFailure if the folder cannot be read to its end. @p thumbnails gets the base names of all thumbnails
-/// in the folder.
+/// QFileInfo. Nullopt if the library must be used, for example for names that are not ASCII, times before
+/// 1970 or after 2037, a folder that does not exist, and file systems that do not report the types of
+/// entries. Throws FileFailure if the folder cannot be read to its end. @p thumbnails gets the base names of
+/// all thumbnails in the folder.
 std::optional<std::vector<PlainFile>> listPlainFiles(const QString &folder, const QStringList &extensions,
                                                      QSet<QByteArray> *thumbnails = nullptr);
 

@@ -15,9 +15,9 @@
 
 namespace {
 
-/// Keeps a file on a storage device from getting the descriptor of a closed standard stream; messages would
-/// otherwise be written to it. Using the stream still fails, because /dev/null is opened for the other
-/// direction.
+/// Keeps a file on a storage device from getting the descriptor of a closed standard stream; otherwise,
+/// messages would be written to that file. Using the stream still fails, because /dev/null is opened for the
+/// other direction.
 void occupyStandardStreams()
 {
     for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {

@@ -101,8 +101,8 @@ bool isReadOnlyAfterError(const QString &path)
         return false;
     const QList<QByteArray> lines = mounts.readAll().split('\n');
     return std::any_of(lines.begin(), lines.end(), [&id](const QByteArray &line) {
-        // The mount is writable, the file system is not: proc(5), "mountinfo". Linux 6.18 reports "rw" for
-        // ext4 even then, and "emergency_ro".
+        // The mount is writable, but the file system is not: see proc(5), "mountinfo". Even then, Linux 6.18
+        // reports "rw" for ext4, together with "emergency_ro".
         const QByteArrayList options = line.split(' ').value(5).split(',');
         const QByteArrayList ofFileSystem = line.mid(line.indexOf(" - ")).split(' ').last().split(',');
         return line.startsWith(id) && options.contains("rw")

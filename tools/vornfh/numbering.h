@@ -61,7 +61,8 @@ struct Numbering {
     int nextFolder() const;
 };
 
-/// Creates nothing. The library prints a diagnostic line for each name that it skips.
+/// The current position of the numbering on @p storage. Creates nothing. The library prints a diagnostic line
+/// for each name that it skips.
 Numbering numberingOf(const Storage &storage);
 
 /// The path that the library would return for the next recording; asking it could create a folder.

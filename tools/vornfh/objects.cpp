@@ -91,7 +91,8 @@ void forEachMediaName(const QString &folder, Work work)
         throw FileFailure(folder, errorText(errno));
 }
 
-/// The objects of a folder by their base names. Other files, links and hidden files are left out.
+/// The objects of a folder, in the order of their base names. Other files, links and hidden files are left
+/// out.
 std::vector<Object> objectsIn(const QString &folder)
 {
     std::vector<Object> objects;
@@ -240,7 +241,7 @@ bool isProtected(const NumberedFolder &folder, const Object &object)
 ProtectedObjects::ProtectedObjects(const QList<QFileInfo> &files)
 {
     for (const QFileInfo &file : files) {
-        // QFileInfo knows these from the listing; permissions() would call access() three times.
+        // QFileInfo knows these permissions from the listing; permissions() would call access() three times.
         if (!file.permission(QFile::WriteOwner) && !file.permission(QFile::WriteGroup)
             && !file.permission(QFile::WriteOther))
             add(QFile::encodeName(file.fileName()));

@@ -57,7 +57,7 @@ struct Object {
 /// Sorts the files of an object: the recordings by name, then the thumbnail.
 void sortFiles(Object &object);
 
-/// A numbered folder and the objects in it whose base names are those of the numbering.
+/// A numbered folder, and the objects in it whose base names the numbering uses.
 struct NumberedFolder {
     QString path;
     std::vector<Object> objects;
@@ -128,7 +128,8 @@ public:
     void requireUnprotected(const QString &path, const QString &resolved);
 
 private:
-    /// The names of the media files in a folder, by their base names, in lower case if @p isCaseless.
+    /// The names of the media files in a folder, by their base names, which are in lower case if @p
+    /// isCaseless.
     struct Names {
         QHash<QByteArray, QByteArrayList> byBase;
         bool isCaseless = false;

@@ -31,7 +31,7 @@ public:
     Option between(double lowest, double highest) const;
     Option zeroOrBetween(double lowest, double highest) const;
     Option excludes(const Option &other) const;
-    Option excludes(const std::string &other) const; ///< an option that exists
+    Option excludes(const std::string &other) const; ///< the name of an existing option
     Option needs(const Option &other) const;
 
     bool isGiven() const;
@@ -43,8 +43,8 @@ private:
     CLI::Option *mOption;
 };
 
-/// A command to which options are added. Variables and functions must exist as long as the command; a
-/// function may throw UsageError.
+/// A command to which options are added. The variables and functions passed to it must exist as long as the
+/// command does; a function may throw UsageError.
 class Command
 {
 public:

@@ -11,39 +11,39 @@
 
 #include <functional>
 
-/// One line of a result on standard output.
+/// Prints one line of a result on standard output.
 void printLine(const QString &line);
 
 /// The same for several lines, each with its line feed.
 void printLines(const QByteArray &lines);
 
-/// The same as printLine() for something that was done on a storage device. If it cannot be written, it is
-/// printed to standard error.
+/// Like printLine(), for something that was done on a storage device. If the line cannot be written to
+/// standard output, prints it on standard error.
 void printDone(const QString &line);
 
-/// Prints @p lines, which say what was done on a storage device, on standard error if isOutputLost().
+/// If isOutputLost(), prints @p lines, which say what was done on a storage device, on standard error.
 void printIfLost(const QStringList &lines);
 
 /// Returns whether something printed on standard output could not be written.
 bool isOutputLost();
 
-/// A result as indented JSON on standard output.
+/// Prints a result as indented JSON on standard output.
 void printJson(const QJsonDocument &document);
 
-/// "  name  value" on standard output, with the names padded to @p width.
+/// Prints "  name  value" on standard output, with the name padded to @p width.
 void printField(const QString &name, const QString &value, int width);
 
-/// A line on standard error: an error or a notice.
+/// Prints a line on standard error: an error or a notice.
 void printError(const QString &message);
 
-/// The message of a failure on standard error. It is passed to the failure observer too.
+/// Prints the message of a failure on standard error. The failure is passed to the failure observer too.
 void printFailure(const Failure &failure);
 
 /// Sets what printFailure() calls from now on; an empty function for nothing.
 void setFailureObserver(const std::function<void(const Failure &)> &observer);
 
-/// Calls work(item) for each of @p items. Prints each Failure and goes on with the next item.
-/// Returns the number of failures.
+/// Calls work(item) for each of @p items. Prints each Failure, and goes on with the next item. Returns the
+/// number of failures.
 template <typename Items, typename Work>
 int forEachReporting(const Items &items, Work work)
 {

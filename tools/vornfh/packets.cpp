@@ -100,7 +100,7 @@ qint64 frameDurationIn(const QByteArray &tracks)
 
 QStringList packetOutput()
 {
-    // Small clusters, each written at once, so that packets do not wait for others.
+    // The clusters are small, and each is written at once, so that no packet waits for others.
     return {"-f",
             "matroska",
             "-cluster_size_limit",
@@ -151,7 +151,7 @@ void PacketBuffer::removeFirst()
 void PacketBuffer::discard()
 {
     const std::lock_guard<std::mutex> lock(mMutex);
-    mIsDiscarding = true; // a packet can be in use, so they stay
+    mIsDiscarding = true; // a packet may be in use, so all of them stay
     mChange.notify_all();
 }
 
@@ -179,7 +179,7 @@ void PacketBuffer::readAll()
         continue;
     mWaitingSince = 0;
     const std::lock_guard<std::mutex> lock(mMutex);
-    mStream = Descriptor(); // or ffmpeg would wait for a reader
+    mStream = Descriptor(); // otherwise, ffmpeg would wait for a reader
     mHasEnded = true;
     mChange.notify_all();
 }

@@ -17,8 +17,8 @@
 #include <vector>
 
 // While ffmpeg records, it does not write files but a stream of packets, which this process divides: each
-// packet goes to exactly one file, and none is lost between two of them. The stream is Matroska, because it
-// can hold any codec and the length of each packet is known.
+// packet goes to exactly one file, and none is lost between two files. The stream is Matroska, because it can
+// hold any codec and the length of each packet is known.
 
 /// A packet of the stream, as a Matroska cluster.
 struct Packet {

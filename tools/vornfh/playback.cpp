@@ -16,14 +16,14 @@ using namespace VORN_FILE_HANDLER;
 
 namespace {
 
-/// A video codec as Matroska identifies it; an identifier may be longer.
+/// A video codec as Matroska identifies it; an identifier in a file may be longer.
 struct CodecRow {
     const char *id;
     const char *name;
     bool isPlayed;
 };
 
-/// The codecs that Chromium plays in a Matroska file, and others.
+/// The codecs that Chromium plays in a Matroska file, and some that it does not play.
 constexpr CodecRow CODECS[] = {
     {"V_VP8", "VP8", true},
     {"V_VP9", "VP9", true},
@@ -42,8 +42,8 @@ QByteArray beginningOf(const QString &path)
     return file.isOpen() && readAt(file.get(), 0, bytes) ? bytes : QByteArray();
 }
 
-/// The content of the element with @p id at the start of @p bytes, as far as it is there; empty if there is
-/// another element.
+/// The content of the element with @p id at the start of @p bytes, as far as it is there; empty if another
+/// element is there.
 QByteArray contentOf(const QByteArray &bytes, const char *id)
 {
     const QByteArray wanted = QByteArray::fromHex(id);

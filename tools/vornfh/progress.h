@@ -31,7 +31,7 @@ QString progressLine(const ProgressState &state, int width);
 class ProgressLine
 {
 public:
-    /// Returns the line for a terminal with @p width columns. May be called in any thread.
+    /// Returns the line for a terminal with @p width columns. May be called from any thread.
     using Line = std::function<QString(int width)>;
 
     explicit ProgressLine(Line line);
@@ -84,7 +84,7 @@ public:
     /// shown instead of what is happening to the current file.
     void setBatchStage(const char *stage) { mBatchStage = stage; }
 
-    /// As ProgressLine::print().
+    /// Like ProgressLine::print().
     void print(const std::function<void()> &printLines) { mLine.print(printLines); }
 
 private:
@@ -97,7 +97,7 @@ private:
     std::atomic<qint64> mBytesDone{0};
     std::atomic<const char *> mStage{"starting"};
     std::atomic<const char *> mBatchStage{nullptr};
-    // The last member: its thread uses the others.
+    // This is the last member, because its thread uses the others.
     ProgressLine mLine{[this](int width) { return progressLine(state(), width); }};
 };
 
@@ -111,7 +111,7 @@ public:
     /// @p free: bytes that are left on the storage device.
     void set(qint64 recorded, qint64 free);
 
-    /// As ProgressLine::print().
+    /// Like ProgressLine::print().
     void print(const std::function<void()> &printLines) { mLine.print(printLines); }
 
 private:

@@ -132,7 +132,7 @@ private:
         return !isProtected(*candidate.folder, object) && !isBeingWritten(*candidate.folder, object);
     }
 
-    /// Deletes the next objects of one folder, no more than have to go.
+    /// Deletes the next objects of one folder, but no more than have to go.
     void deleteBatch(Position &next, Position end)
     {
         constexpr size_t LIMIT = 1000; // so that results are reported steadily

@@ -16,7 +16,7 @@ struct KeepFree {
     qint64 bytes = 0;
     int percent = 0; // 0 if bytes is set
 
-    /// Throws UsageError.
+    /// Throws UsageError if @p text is neither.
     static KeepFree parsed(const QString &text);
 
     /// The value in bytes on the file system of @p path. Throws UsageError if this is not less than the
@@ -50,9 +50,9 @@ using PruneReport = std::function<void(const std::vector<FileFacts> &deleted)>;
 
 /// Deletes the oldest objects in the order of the numbering until the space policies are met, and then the
 /// empty numbered folders before the last one. Protected objects, the newest one, objects that are being
-/// written, thumbnails without a recording and all other files are left alone. No thumbnail is left without
-/// its recording, at whatever moment the power fails. Stops early if isStopped(). Throws Failure. If @p
-/// isDryRun, deletes nothing; the result and what is reported are those that a deletion would have.
+/// written, thumbnails without a recording and all other files are left alone. At whatever moment the power
+/// fails, no thumbnail is left without its recording. Stops early if isStopped(). Throws Failure. If @p
+/// isDryRun, deletes nothing, but returns and reports what a deletion would.
 PruneResult prune(const Storage &storage, const PrunePolicy &policy, const PruneReport &report,
                   bool isDryRun = false);
 

@@ -33,7 +33,7 @@ using namespace VORN_FILE_HANDLER;
 
 namespace {
 
-/// A moving picture and a tone; a photo is tinted by its number, so that consecutive ones differ.
+/// A moving picture and a tone; the tint of a photo depends on its number, so that consecutive photos differ.
 QString testSource(Kind kind, int number)
 {
     const QString picture = "testsrc2=size=640x480:rate=25";
@@ -64,7 +64,8 @@ public:
     void read(const QByteArray &reports)
     {
         constexpr std::chrono::steady_clock::duration LONGEST_STEP = std::chrono::seconds(1);
-        // While this process flushes to a slow device, it reads no reports: that time does not count.
+        // While this process flushes to a slow device, it reads no reports, so at most one second of that
+        // time counts.
         const auto now = std::chrono::steady_clock::now();
         mSilence += std::min(now - mLastRead, LONGEST_STEP);
         mLastRead = now;
@@ -110,7 +111,7 @@ std::optional<FileFailure> keep(const QString &path)
             closeRecording(path);
         return std::nullopt;
     } catch (const FileFailure &failure) {
-        if (isClosed(path)) // and perhaps not on the device
+        if (isClosed(path)) // but it may not be on the device
             throw;
         return FileFailure(failure.path(), failure.reason() + "; it is kept unchanged");
     }
@@ -185,7 +186,7 @@ QStringList inputArguments(const RecorderSettings &settings, const QString &path
 {
     const RecorderInput &input = settings.input;
     if (input.name.isEmpty()) {
-        // Without an end, the test picture is generated in real time.
+        // Without a duration, the test picture is generated in real time.
         const QStringList speed = settings.duration > 0 ? QStringList() : QStringList{"-re"};
         const int number = fileNumber(QFileInfo(path).fileName()).value_or(0);
         return speed + QStringList{"-f", "lavfi", "-i", testSource(settings.type.kind, number)};
@@ -216,8 +217,8 @@ QStringList codecArguments(const RecorderSettings &settings)
     case FILE_TYPE_IMAGE_PNG: return PICTURE + QStringList{"-c:v", "png"};
     case FILE_TYPE_AUDIO_WAV: return QStringList{"-map", "0:a:0", "-c:a", "pcm_s16le"} + end;
     case FILE_TYPE_VIDEO_MKV:
-        // A segment begins with a key frame. Without the option, a slow camera could have minutes between
-        // two.
+        // A segment begins with a key frame. Without -force_key_frames, those of a slow camera could be
+        // minutes apart.
         return VIDEO_STREAMS + QStringList{"-c:v", "mpeg4", "-pix_fmt",          "yuv420p",
                                            "-q:v", "5",     "-force_key_frames", "expr:gte(t,n_forced)",
                                            "-c:a", "aac"}

@@ -38,8 +38,8 @@ struct RecorderSettings {
     bool isSegmented() const { return segmentSeconds > 0 || segmentBytes > 0; }
 };
 
-/// Deletes the oldest objects of a storage device before a recording, if that is requested. A dry run prints
-/// what it would delete instead.
+/// Deletes the oldest objects of a storage device before a recording, if that is requested. A dry run deletes
+/// nothing, and prints what would be deleted.
 class SpaceKeeper
 {
 public:
@@ -57,8 +57,8 @@ private:
     bool mHasReported = false;
 };
 
-/// Makes one recording and prints its path when it is on the device. A recording with content is kept,
-/// however it ended. Throws Failure.
+/// Makes one recording and prints its path once the recording is on the device. A recording with content is
+/// kept, however it ended. Throws Failure.
 ExitCode recordOne(const RecorderSettings &settings);
 
 // Shared by recordOne() and recordSegments()
@@ -94,10 +94,10 @@ struct SizeLimit {
 /// The limit of the file system and of the format.
 SizeLimit largestRecording(const QString &folder, Kind kind);
 
-/// The same, and that of the free space.
+/// The same, but also limited by the free space.
 SizeLimit sizeLimit(const QString &folder, Kind kind);
 
-/// Throws Failure if there is no space to record.
+/// The same for the next recording. Throws Failure if there is no space for it.
 SizeLimit requireSpace(const RecorderSettings &settings);
 
 /// Observes the storage device while a recording is being written.
@@ -106,8 +106,7 @@ class DeviceWatch
 public:
     explicit DeviceWatch(QString path) : mPath(std::move(path)) {}
 
-    /// Returns why the recording must end; empty if it can continue. Flushes the file every few
-    /// seconds.
+    /// Returns why the recording must end; empty if it can continue. Flushes the file every few seconds.
     QString problem();
 
     /// Returns whether a flush has failed. The kernel reports that only once: later flushes succeed although
@@ -135,7 +134,7 @@ struct FinishedRecording {
     bool isReportable;           // all of it is on the device
     QList<FileFailure> problems; // such as a thumbnail that could not be made
 
-    /// Prints the path and the problems. Returns whether there are none.
+    /// Prints the path and the problems. Returns whether there are no problems.
     bool report() const;
 };
 

@@ -14,7 +14,8 @@ QString containerOf(const MediaType &type);
 bool isClosed(const QString &path);
 
 /// Writes the content of a file that is not closed into a new one, which replaces it if it contains all
-/// packets of the old. Throws FileFailure; the file is then unchanged.
+/// packets of the old one. Throws FileFailure; the file is then unchanged, or has been replaced but may not
+/// be on the device.
 void closeRecording(const QString &path);
 
 /// Returns whether @p path contains anything but a header. True if that cannot be determined.

@@ -49,11 +49,11 @@ QJsonObject identityOf(const FileFacts &file);
 /// @p text between the quotes of a JSON string.
 QByteArray jsonText(const QString &text);
 
-/// How a command prints its results, one after the other.
+/// How a command prints its results, one after another.
 enum class Format {
     Text,
     Json,      // the elements of an array
-    JsonLines, // one object on each line; also the only result of a command with --json
+    JsonLines, // one object on each line; also used for the only result of a command with --json
     Document,  // see printDocument()
 };
 
@@ -63,7 +63,7 @@ void setFormat(Format format);
 Format format();
 bool isJson();
 
-/// @p object as the next result, preceded by the separator from the previous one. It must be printed.
+/// @p object as the next result, preceded by the separator from the previous one. The caller must print it.
 QByteArray nextResult(const QByteArray &object);
 
 /// Prints an object as the next result.
@@ -74,7 +74,7 @@ void printResult(const QJsonObject &object);
 /// @p object in JSON.
 void reportDone(const QString &line, const std::function<QByteArray()> &object);
 
-/// From now on, a JSON object with an action says that it is not carried out ("dryRun").
+/// From now on, a JSON object with an action says that the action is not carried out ("dryRun").
 void setDryRun();
 
 /// Prints the results so far as the member @p key of an object, failures as its member "errors", and the

@@ -42,7 +42,7 @@ namespace {
 constexpr auto INTERVAL = std::chrono::milliseconds(100);
 
 /// No segment is begun with less room than this: otherwise, a loop would go on forever with segments of a few
-/// frames, each of which would be deleted for the next.
+/// frames, each of which would be deleted to make room for the next.
 constexpr qint64 SMALLEST = 128 << 10;
 
 struct Pipe {
@@ -100,8 +100,8 @@ public:
     Segment(const Segment &) = delete;
     Segment &operator=(const Segment &) = delete;
 
-    /// Starts to write the packets, up to the one that begins the next segment. A separate thread does that.
-    /// @p isAfterGap: packets before the first ones have been lost.
+    /// Starts a thread that writes the packets up to the one that begins the next segment. @p isAfterGap:
+    /// packets before the first ones have been lost.
     void start(PacketBuffer &packets, bool isAfterGap = false)
     {
         mPackets = &packets;
@@ -197,7 +197,7 @@ private:
                                                                                : StreamHasEnded;
     }
 
-    /// An upper limit of what a packet adds to the file besides its content.
+    /// An upper limit on what a packet adds to the file besides its content.
     static constexpr qint64 INDEX_ENTRY = 40;
     static constexpr qint64 HEADER = 16 << 10;
 
@@ -214,9 +214,9 @@ private:
     std::atomic<qint64> mBytes{HEADER};
     std::atomic<bool> mMustEnd{false};
     bool mMustBeginWithKey = false;
-    bool mHasEndedEarly = false; // the ffmpeg that writes the file
+    bool mHasEndedEarly = false; // whether the ffmpeg that writes the file has
     std::future<End> mEnd;
-    std::optional<Ffmpeg> mMuxer; // after the thread that writes to it: it is killed first
+    std::optional<Ffmpeg> mMuxer; // declared after mEnd, so that it is killed before the thread is waited for
 };
 
 class SegmentedRecording
@@ -308,7 +308,7 @@ private:
         return isSmaller ? SizeLimit{mSettings.segmentBytes, QString()} : limit;
     }
 
-    /// Waits until @p isDone returns true. Ends the recording if there is a reason.
+    /// Waits until @p isDone returns true. Ends the recording if there is a reason to end it.
     void watch(Segment &segment, const std::function<bool()> &isDone)
     {
         while (!isDone()) {
@@ -345,8 +345,7 @@ private:
         stop(mReason.isEmpty() ? reason : mReason);
     }
 
-    /// Waits until the ffmpeg that reads the input has ended. It has no output any more, so it should do that
-    /// soon.
+    /// Waits until the ffmpeg that reads the input has ended. Its output is closed, so it should end soon.
     void waitForCapture()
     {
         constexpr double LONGEST_TIME = 10;
@@ -389,7 +388,7 @@ private:
     const RecorderSettings &mSettings;
     SpaceKeeper mSpace;
     std::optional<PacketBuffer> mPackets;
-    std::optional<Ffmpeg> mCapture; // after the buffer that it writes to
+    std::optional<Ffmpeg> mCapture; // declared after the buffer that it writes to
     QString mReason;                // why the recording was ended; empty if it was not
     bool mIsAbandoned = false;
     bool mIsFailed = false;

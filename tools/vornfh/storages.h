@@ -35,7 +35,7 @@ public:
 
     /// Initialises the library with the checked values, without its start banner. If no storage device is
     /// configured, default ones in the user's data directory are used, and a line on standard error says so.
-    /// Throws UsageError if they cannot be found.
+    /// Throws UsageError if that directory is not known.
     void initLibrary();
 
     bool isConfigured(VORN_FILE_HANDLER::eStorageType type) const;

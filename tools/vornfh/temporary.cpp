@@ -34,8 +34,8 @@ const QString MARK_EXTENSION = ".renaming";
 /// The names of temporary files and marks, but not their short names on FAT, such as "VORNFH~1". A file has
 /// only its short name if its long name was lost in a power failure or by a device that writes no long names.
 /// It may then be one of the user's own files ("vornfh-notes"), or share its content with a renamed file
-/// whose mark has lost its name too: check reports it in a numbered folder as a file of another type, and it
-/// is kept.
+/// whose mark has lost its name too. It is therefore kept, and in a numbered folder check reports it as a
+/// file of another type.
 const QRegularExpression &namePattern()
 {
     static const QRegularExpression PATTERN(R"(^\.vornfh-([0-9]+)-[A-Za-z0-9]{6}(\.renaming)?$)");

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
 # bash completion for vornfh                                                 -*- shell-script -*-
-# The tool itself knows the candidates: "vornfh __complete WORD..." prints which paths are offered, and a line
-# "CANDIDATE<tab>DESCRIPTION" for each candidate.
+# The tool itself knows the candidates: "vornfh __complete WORD..." first prints which paths the shell is to offer
+# (files, directories or none), and then a line "CANDIDATE<tab>DESCRIPTION" for each candidate.
 
 _vornfh()
 {
@@ -31,7 +31,7 @@ _vornfh()
             fi
             ;;
     esac
-    # bash quotes names itself; this fails outside a completion, as in the tests.
+    # With this option, bash itself quotes names. Outside a completion, as in the tests, compopt fails.
     [[ $paths == none ]] || compopt -o filenames 2>/dev/null
     compopt -o nosort 2>/dev/null
     COMPREPLY=("${candidates[@]}" "${COMPREPLY[@]}")

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-# fish completion for vornfh. The tool itself knows the candidates: "vornfh __complete WORD..." prints which paths are
-# offered, and a line "CANDIDATE<tab>DESCRIPTION" for each candidate.
+# fish completion for vornfh. The tool itself knows the candidates: "vornfh __complete WORD..." first prints which paths
+# the shell is to offer (files, directories or none), and then a line "CANDIDATE<tab>DESCRIPTION" for each candidate.
 
 function __vornfh_candidates
     set -l words (commandline -opc)

@@ -221,8 +221,8 @@ void StorageWatch::beginOn(const Mount &mount)
     }
     if (mFolders.empty() || mFolders.back().objects.empty())
         return;
-    for (const ObjectFile &file :
-         mFolders.back().objects.back().files) { // of a recording that is in progress
+    // The newest object may be a recording that is in progress.
+    for (const ObjectFile &file : mFolders.back().objects.back().files) {
         const QString path = mFolders.back().pathOf(file);
         if (isBeingWritten(path))
             mUnfinished.insert(path, true);
@@ -231,10 +231,11 @@ void StorageWatch::beginOn(const Mount &mount)
 
 void StorageWatch::changeTo(const Mount &mount)
 {
-    // A mount point further down is that of a mount on top of the known one, which is still there.
+    // A mount point further down the path is that of a mount on top of the known one, which is still there.
     const bool isUnmounted = mIsUnmounted || mount.depth <= mMount.depth;
     const bool isMounted = mount.depth >= mMount.depth;
-    // Reported only after beginOn(), so that a reader who then lists the files misses no later event.
+    // The change is reported only after beginOn(), so that a reader who then lists the files misses no later
+    // event.
     const auto reportChange = [&] {
         if (isUnmounted)
             report("unmounted");

@@ -35,7 +35,7 @@ struct WatchEvent {
 ///   removed   its name has disappeared
 /// Of the storage device:
 ///   watching              all later events are reported
-///   mounted, unmounted    of the location; the files there are not reported one by one
+///   mounted, unmounted    the file system of the location; its files are not reported one by one
 ///   read-only, writable   see isOnReadOnlyFileSystem(); writable at first
 ///   full, not-full        see whyFull(); not full at first
 ///   absent, present       the block device of the location; present at first
@@ -53,8 +53,8 @@ public:
     int descriptor() const { return mEvents.get(); }
 
     /// Reports the events since the last call. Call this when descriptor() is readable, when something has
-    /// been mounted or unmounted, and every second: inotify(7) reports neither space nor a location that is
-    /// created.
+    /// been mounted or unmounted, and every second: inotify(7) reports neither a change of the free space nor
+    /// the creation of a location.
     void update();
 
 private:

@@ -188,7 +188,7 @@
         </translation>
     </message>
     <message>
-        <source>Touch recordings to select them</source>
+        <source>Tap recordings to select them</source>
         <translation>Aufnahmen zum Auswählen berühren</translation>
     </message>
     <message numerus="yes">
@@ -255,7 +255,7 @@
         <translation>Die Aufnahme ist nicht mehr vorhanden</translation>
     </message>
     <message>
-        <source>The storage device does not respond</source>
+        <source>The storage device is not responding</source>
         <translation>Der Speicher antwortet nicht</translation>
     </message>
 </context>

@@ -2,7 +2,7 @@
 import QtQuick 2.15
 import "."
 
-/// Asks which storage device recordings are copied to.
+/// Asks to which storage device recordings are to be copied.
 Dialog {
     id: dialog
 

@@ -2,7 +2,7 @@
 import QtQuick 2.15
 import "."
 
-/// A storage device: its name, how full it is, or that it is absent.
+/// A storage device: its name, and how full it is or that it is absent.
 Item {
     id: card
 

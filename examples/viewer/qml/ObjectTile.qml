@@ -2,7 +2,7 @@
 import QtQuick 2.15
 import "."
 
-/// A recording in the grid. Kept simple, because the grid creates many of them while it scrolls.
+/// A recording in the grid. It is kept simple, because the grid creates many of them while it scrolls.
 Item {
     id: tile
 

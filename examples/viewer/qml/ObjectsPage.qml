@@ -49,7 +49,7 @@ FocusScope {
         id: pageHeader
         width: parent.width
         title: page.isSelecting ? qsTr("%n selected", "", page.selected) : viewer.folder
-        subtitle: page.isSelecting ? qsTr("Touch recordings to select them")
+        subtitle: page.isSelecting ? qsTr("Tap recordings to select them")
                                    : viewer.storageTitle + "  ·  " + qsTr("%n recording(s)", "", grid.count)
         backIcon: page.isSelecting ? "close" : "back"
         onBack: page.back()

@@ -90,9 +90,9 @@ void addCheck(CommandLine &line)
               "Read every byte, and decode all files with ffmpeg")
         .excludes(names);
     command.flag("--dcf", request->options.isDcf,
-                 "Require names that follow the camera standard (DCF): for folders, three digits and five\n"
-                 "characters A-Z 0-9 _; for files, four such characters, four digits, and an extension\n"
-                 "of at most three characters");
+                 "Require names that follow the camera standard (DCF): for folders, a number from 100 to\n"
+                 "999 and five characters A-Z 0-9 _; for files, four such characters, a number from 0001\n"
+                 "to 9999, and an extension of at most three characters");
     addDocumentOptions(command, "Print an object with the findings");
     command.example("vornfh check sd --read-all");
 }

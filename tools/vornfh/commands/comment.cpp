@@ -37,7 +37,7 @@ Number numberAt(const QByteArray &bytes, int index, bool isBigEndian)
     return isBigEndian ? qFromBigEndian<Number>(first) : qFromLittleEndian<Number>(first);
 }
 
-/// A photo that is open from the first check to the last.
+/// A photo that stays open from the first check to the last.
 class Photo
 {
 public:
@@ -73,7 +73,7 @@ public:
     {
         TemporaryFile copy(folder(), mPath);
         if (!copyContent(content, copy.descriptor()))
-            throw FileFailure(mPath, "a copy of it cannot be written in its folder: " + errorText(errno));
+            throw FileFailure(mPath, "a copy cannot be written to its folder: " + errorText(errno));
         if (!setAttributes(copy.descriptor(), mStatus))
             throw FileFailure(mPath, "its owner, mode and times cannot be kept: " + errorText(errno));
         copyExtendedAttributes(copy.descriptor());
@@ -120,7 +120,7 @@ private:
         return false;
     }
 
-    /// Those that the file system or this user's permissions do not allow are left out.
+    /// Leaves out those that the file system or this user's permissions do not allow.
     void copyExtendedAttributes(int target) const
     {
         QByteArray names(XATTR_LIST_MAX, '\0');
@@ -163,7 +163,7 @@ void writeCommentTo(const Descriptor &copy, const QString &path, const QString &
     try {
         if (Metadata().setComment(QFileInfo(name), text) == 0)
             stored = readComment(name);
-    } catch (const std::exception &error) { // thrown by Exiv2, and names the copy
+    } catch (const std::exception &error) { // thrown by Exiv2; its message names the copy
         QString reason = QString::fromUtf8(error.what());
         throw FileFailure(path, "the comment cannot be written: " + reason.replace(name, path));
     }

@@ -42,7 +42,7 @@ constexpr qint64 LARGEST_COVER = 32 << 10;
 /// The largest number of files on one page.
 constexpr int LARGEST_COUNT = 10000;
 /// The number of files in one grid. Browsers lay out a grid when it comes into view. Every number of
-/// columns in the style sheet divides it, so that each row is full.
+/// columns in the style sheet divides this number, so that each row is full.
 constexpr int GRID = 240;
 
 struct Request {
@@ -88,7 +88,7 @@ GalleryItem toItem(const QFileInfo &file)
 }
 
 /// The files in @p folder, oldest first. A thumbnail is the picture of the files that share its base name,
-/// except audio files, and an item only if there are none.
+/// except audio files. It is an item of its own only if there are no such files.
 Items itemsIn(const QString &folder)
 {
     const QList<QFileInfo> files =
@@ -167,8 +167,8 @@ bool isPicture(const QString &path)
     return format == ImageFormat::Jpeg || format == ImageFormat::Png;
 }
 
-/// The picture of @p item, which is the file @p path: its thumbnail, or a photo itself. A photo larger than
-/// @p limit is not embedded; the page loads it from @p link.
+/// The picture of @p item, which is the file @p path: its thumbnail or, for a photo without a usable one, the
+/// photo itself. A photo larger than @p limit is not embedded; the page loads it from @p link.
 QByteArray uriOf(const GalleryItem &item, const QString &path, const QString &link, qint64 limit)
 {
     const QByteArray thumbnail = item.thumbnailSize < 0 ? QByteArray() : dataUri(thumbnailOf(path), limit);
@@ -178,8 +178,8 @@ QByteArray uriOf(const GalleryItem &item, const QString &path, const QString &li
     return photo.isEmpty() && isPicture(path) ? link.toUtf8() : photo;
 }
 
-/// Invalid if it is not known. A video whose path is not safe in a shell is skipped: the library passes it to
-/// one.
+/// Invalid if the resolution is not known. A video whose path is not safe in a shell is skipped: the library
+/// passes the path to a shell.
 QSize resolutionOf(Kind kind, const QString &path, bool isProbing)
 {
     const bool isRead = kind == PHOTO || (kind == VIDEO && isProbing && unsafeCharacter(path) < 0);
@@ -392,8 +392,8 @@ void printPlan(const Job &job, const PageFolder &pages)
     std::for_each(old.begin(), old.end(), printWouldBeDeleted);
 }
 
-/// Names the time zone that is used anyway. glibc calls stat() on its file for each conversion of a time if
-/// TZ is unset, and there are 15 for each photo.
+/// Sets TZ to the time zone that is used anyway. If TZ is unset, glibc calls stat() on the file of the time
+/// zone for each conversion of a time, and there are 15 for each photo.
 void nameTimeZone()
 {
     if (!qEnvironmentVariableIsSet("TZ"))
@@ -441,9 +441,10 @@ void addGallery(CommandLine &line)
     const Command command = line.add(
         "gallery",
         "Writes an HTML page that shows the files in the numbered folders of a storage device. It plays\n"
-        "those that browsers play. More than 10,000 files, or more than --page-size, are divided into\n"
-        "several pages, at least one for each folder: FILE becomes their index, and they are in a folder\n"
-        "next to it, sd-pages for sd.html. Apart from these, nothing is created on the storage device",
+        "those that browsers play. More than 10,000 files, or files whose page would be larger than\n"
+        "--page-size, are divided into several pages, at least one for each folder. FILE then becomes\n"
+        "their index, and they are in a folder next to it, sd-pages for sd.html. Apart from these, nothing\n"
+        "is created on the storage device",
         run);
     addStorageArgument(command, request->storage);
     command.option("-o,--output", request->output, "The page; an existing gallery is replaced")
@@ -451,7 +452,7 @@ void addGallery(CommandLine &line)
         .required();
     command
         .option("--page-size", request->pageSize,
-                "Largest page, estimated from the sizes of the pictures in it")
+                "The largest size of a page, estimated from the sizes of the pictures in it")
         .between(1, 1024)
         .type("MIB")
         .showDefault();
@@ -460,8 +461,8 @@ void addGallery(CommandLine &line)
         "Replace a file that is not a gallery, and write pages into a folder that contains other files");
     addDryRun(command, request->isDryRun);
     command.flag("--probe", request->isProbing,
-                 "Show the frame size of videos too: starts ffprobe for each video whose path is safe in a\n"
-                 "shell");
+                 "Show the frame size of videos too; this starts ffprobe for each video whose path is\n"
+                 "safe in a shell");
     addSingleResultOption(command);
     command.example("vornfh gallery sd --output sd.html");
 }

@@ -27,14 +27,14 @@ using namespace VORN_FILE_HANDLER;
 
 namespace {
 
-/// What is shown of a file or folder. Never copied: a copy of the record would lose its counts.
+/// What is shown about a file or folder. It is never copied: a copy of the record would lose its counts.
 struct Reading {
     Metadata record;
     Measured measured; // of a video or audio file
 };
 
-/// Fills the record of a video as getMetadata() does, but with the size that ffprobe has measured together
-/// with the rest: the library would start another ffprobe for it.
+/// Fills the record of a video as getMetadata() does, but with the picture size that ffprobe has measured
+/// together with the other values: the library would start another ffprobe for it.
 void readVideo(const QFileInfo &file, const MediaType &type, Reading &reading)
 {
     reading.measured = measure(file.absoluteFilePath());
@@ -258,9 +258,9 @@ void addInfo(CommandLine &line)
     };
     const Command command = line.addIndependent(
         "info",
-        "Shows what is known about files and folders: type, size, times, picture size, protection, and\n"
-        "the length and bit rate of videos and audio files and the frame rate of videos, as measured by\n"
-        "ffprobe",
+        "Shows what is known about files and folders: type, size, times, picture size and protection; for\n"
+        "videos and audio files also the length and bit rate, and for videos the frame rate, as measured\n"
+        "by ffprobe",
         run);
     request->paths = addNames(command, "PATH...", "Files and folders").required(false);
     request->list.addOptions(command);

@@ -63,8 +63,8 @@ QList<QFileInfo> foldersOf(const Storage &storage, eDIRECTORY_FILTER filter)
 
 // list
 
-/// The passes over the folders that make up a list, each given by the extensions that it selects: two for
-/// images, as the library lists all JPEG files before all PNG files, and one for anything else.
+/// A list is made in passes over the folders, each given by the extensions that it selects: two for images,
+/// because the library lists all JPEG files before all PNG files, and one for anything else.
 using Passes = QVector<QStringList>;
 
 Passes passesOf(const Request &request)
@@ -281,8 +281,8 @@ std::unique_ptr<ListPrinter> printerFor(const Storage &storage, const Request &r
     return std::make_unique<TablePrinter>(storage);
 }
 
-/// Calls work(folder, files) for each folder with its files that are to be listed; for some lists, twice.
-/// Ends early if the output is lost, for example because the reader of a pipe has exited.
+/// Calls work(folder, files) for each folder with those of its files that are to be listed; for a list of
+/// images, twice. Ends early if the output is lost, for example because the reader of a pipe has exited.
 template <typename Work>
 void forEachFolder(const Storage &storage, const Request &request, Work work)
 {
@@ -460,7 +460,7 @@ void addTypeFlags(const Command &command, Request &request)
     videos.excludes(audio);
     command
         .flag("--thumbs", request.thumbnails,
-              "With --images: thumbnails too (a list of all files always includes them)")
+              "With --images, list thumbnails too (a list of all files always includes them)")
         .needs(images);
 }
 
@@ -512,9 +512,9 @@ void addList(CommandLine &line)
 
     const Command files = line.add(
         "list",
-        "Lists the files of a storage device, oldest first in each folder; images: all\n"
-        "JPEG files, then all PNG files. Files of protected objects are marked. Names are relative to the\n"
-        "DCIM folder; --json prints whole paths",
+        "Lists the files of a storage device, oldest first in each folder. With --images, all JPEG files\n"
+        "come before all PNG files. Files of protected objects are marked. Names are relative to the DCIM\n"
+        "folder; --json prints absolute paths",
         run(list));
     addStorageArgument(files, request->storage);
     addTypeFlags(files, *request);

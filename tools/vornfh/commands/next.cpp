@@ -30,7 +30,7 @@ ExitCode printNext(const Storage &storage, const MediaType &type)
     else
         printLine(path);
     if (created.isEmpty())
-        return DONE; // nothing is written, and asking for every entry would take longer than everything else
+        return DONE; // nothing was written, and checking every entry would take longer than all the rest
     reportUnreadable(storage.location);
     printIfLost({created});
     return DONE;

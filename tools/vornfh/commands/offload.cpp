@@ -277,7 +277,7 @@ private:
         }
     }
 
-    /// Prints the reason if the object must stay, unless it is the newest one.
+    /// Returns whether the object may be deleted. If not, prints the reason, unless it is the newest object.
     bool mayBeDeleted(const NumberedFolder &folder, const Object &object, const Copies &copies) const
     {
         const QString path = folder.pathOf(object.files.front());
@@ -323,8 +323,8 @@ QString resolved(const QString &path)
     return QDir::cleanPath(QFileInfo(existing).canonicalFilePath() + "/" + path.mid(existing.size()));
 }
 
-/// Throws UsageError if one is in the other: the copies would be on the storage device from which the objects
-/// are to be offloaded.
+/// Throws UsageError if both are the same folder or one contains the other: the copies could be on the
+/// storage device from which the objects are to be offloaded.
 void requireApart(const QString &directory, const Storage &storage)
 {
     const QString place = resolved(directory);
@@ -378,10 +378,10 @@ void addOffload(CommandLine &line)
         "offload",
         "Copies the objects of a storage device to a directory on a computer: DIRECTORY/FOLDER/FILE.\n"
         "Each copy is flushed and compared as by the copy command. DIRECTORY/SHA256SUMS gets a line for\n"
-        "each, which sha256sum -c can verify. A file that is already there with the same content is not\n"
-        "copied again, so an interrupted run can be repeated; if the content differs, both files are kept,\n"
-        "and the new one gets a counter. An object is a recording with its thumbnail. Objects that are\n"
-        "being written are skipped; the exit code is then 3",
+        "each copy, which sha256sum -c can verify. A file that is already there with the same content is\n"
+        "not copied again, so an interrupted run can be repeated; if the content differs, both files are\n"
+        "kept, and the new one gets a counter. An object is a recording with its thumbnail. Objects that\n"
+        "are being written are skipped; the exit code is then 3",
         [&line, request] { return offloadStorage(line.storages().require(request->storage), *request); });
     addStorageArgument(command, request->storage);
     command.option("DIRECTORY", request->directory, "The directory; it is created if it is missing")

@@ -45,8 +45,8 @@ class Objects
 public:
     Objects(const QList<Storage> &storages, bool isDryRun) : mStorages(storages), mIsDryRun(isDryRun) {}
 
-    /// What @p path names: all objects in a numbered folder, or the one of a file in it. Throws Failure if it
-    /// is neither.
+    /// What @p path names: all objects in a numbered folder, or the object of a file in such a folder. Throws
+    /// Failure if it names neither.
     NumberedFolder at(const QString &path)
     {
         const bool isFolder = QFileInfo(path).isDir();
@@ -223,9 +223,9 @@ void addProtect(CommandLine &line)
     addCommand(
         line, true, "protect",
         "Protects objects from delete, rmdir, wipe, prune and move. An object is a recording with its\n"
-        "thumbnail. Its files lose their write permission; on FAT and exFAT this sets the read-only\n"
+        "thumbnail. Its files lose their write permission; on FAT and exFAT, this sets the read-only\n"
         "attribute, which cameras use");
     addCommand(line, false, "unprotect",
-               "Removes the protection of objects. On exFAT before Linux 6.8, each file is replaced with a\n"
-               "copy, which takes time and free space: the kernel cannot clear the attribute");
+               "Removes the protection of objects. On exFAT before Linux 6.8, the kernel cannot clear the\n"
+               "attribute: each file is then replaced with a copy, which takes time and free space");
 }

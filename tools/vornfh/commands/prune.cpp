@@ -123,8 +123,8 @@ void addPrune(CommandLine &line)
     const auto request = std::make_shared<Request>();
     const Command command = line.add(
         "prune",
-        "Deletes the oldest objects of a storage device until the policies are met. The oldest ones come\n"
-        "first in the numbering; an object is a recording with its thumbnail. Protected objects, the\n"
+        "Deletes the oldest objects of a storage device until the policies are met. The oldest object is\n"
+        "the first in the numbering; an object is a recording with its thumbnail. Protected objects, the\n"
         "newest object and objects that are being written are never deleted. The exit code is 3 if a\n"
         "policy is still not met",
         [&line, request] {
@@ -144,7 +144,8 @@ void addPrune(CommandLine &line)
     addStorageArgument(command, request->storage);
     addPolicy("--keep-free", setKeepFree, "SIZE|PERCENT",
               "Delete until this much of the storage device is free");
-    addPolicy("--max-size", setMaxSize, "SIZE", "Delete until all objects together take no more than this");
+    addPolicy("--max-size", setMaxSize, "SIZE",
+              "Delete until all objects together take up no more than this");
     addPolicy("--keep-last", setKeepLast, "N", "Keep the N newest objects");
     addPolicy("--keep-within", setKeepWithin, "AGE",
               "Keep objects that were modified within this time. If neither --keep-free nor --max-size "

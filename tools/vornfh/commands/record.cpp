@@ -98,7 +98,7 @@ ExitCode recordSeveral(const RecorderSettings &settings, int count)
 void printPlan(const RecorderSettings &settings)
 {
     SpaceKeeper(settings, true).makeRoom();
-    if (!settings.keepFree) // what would be deleted still takes space
+    if (!settings.keepFree) // what would be deleted still takes up space
         requireSpace(settings);
     const QString path = freePath(settings.storage, settings.type.type);
     const QString command = ffmpegCommand(settings, path);
@@ -202,7 +202,7 @@ void addSegmentOptions(const Command &command, const std::shared_ptr<Request> &r
     addChecked(
         command, "--segment", [request](const QString &text) { setSegment(request->settings, text); },
         "SECONDS|SIZE",
-        "Begin a new file after this time or size, without losing a frame: 60, 90s, 10m, 100M, 2G");
+        "Begin a new file after this time or size (60, 90s, 10m, 100M, 2G), without losing a frame");
     const Option loop =
         command.flag("--loop", request->isLoop,
                      "Delete the oldest objects before each recording or segment, as prune does");
@@ -225,9 +225,9 @@ void addRecord(CommandLine &line)
     const Command command = line.add(
         "record",
         "Makes the next recordings on a storage device with ffmpeg and prints their paths. Photos and\n"
-        "videos get a thumbnail. A recording that ends early, because it is interrupted (SIGINT, SIGTERM,\n"
-        "SIGHUP), the storage device is full, the input ends or delivers no data, or ffmpeg fails, is\n"
-        "closed, and kept if it has content",
+        "videos get a thumbnail. A recording ends early if it is interrupted (SIGINT, SIGTERM, SIGHUP), the\n"
+        "storage device is full, the input ends or delivers no data, or ffmpeg fails. It is then closed,\n"
+        "and kept if it has content",
         run);
     addStorageArgument(command, request->storage);
     command.option("--type", request->type, "Type of the recordings")
@@ -239,8 +239,8 @@ void addRecord(CommandLine &line)
         .showDefault();
     command
         .option("--duration", request->duration,
-                "Length of a video or audio recording; 0: until SIGINT or SIGTERM; the recording\n"
-                "then ends early if its input ends. Default: 2, or 0 with --segment")
+                "Length of a video or audio recording; with 0, it ends at SIGINT or SIGTERM, or early\n"
+                "if its input ends. Default: 2, or 0 with --segment")
         .zeroOrBetween(0.1, 86400)
         .type("SECONDS");
     addInputOptions(command, request);

@@ -303,7 +303,7 @@ Content contentOf(const QString &folder, const Kept &kept = {})
     return content;
 }
 
-/// What may be deleted of @p folder: without the protected objects, unless @p isForced.
+/// What may be deleted in @p folder: everything but the protected objects or, if @p isForced, everything.
 Content deletableContent(const QString &folder, bool isForced)
 {
     Content content = contentOf(folder);
@@ -458,8 +458,8 @@ void requireNoSharedContent(const QString &folder)
         throw Failure(leftovers.paths.first() + ": was left by an interrupted command; " + MAY_SHARE_CONTENT);
 }
 
-/// Prints what would be deleted of @p folder. Throws Failure if something would be left that is not
-/// protected.
+/// Prints what would be deleted in @p folder, and the folder itself if it would be. Throws Failure if
+/// something would be left that is not protected.
 ExitCode printPlan(const QString &folder, const Content &content)
 {
     const QByteArray path = QFile::encodeName(folder);

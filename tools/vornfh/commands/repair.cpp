@@ -73,8 +73,8 @@ QList<Finding> findingsOn(const Storage &storage, bool isDryRun)
 
 // Repairing
 
-/// What is deleted together with a file or a leftover folder. The thumbnail of an empty recording goes before
-/// it, so that no thumbnail is ever alone.
+/// The file or leftover folder @p path, and what is deleted together with it. The thumbnail of an empty
+/// recording comes before the recording, so that no thumbnail is ever alone.
 QStringList removedWith(const QString &path)
 {
     QStringList removed = {thumbnailFreedBy(path), path};
@@ -92,7 +92,7 @@ void removeFiles(const QStringList &paths)
 }
 
 /// Returns whether a file or folder that is to be deleted for @p finding is still what it was: closing
-/// recordings takes time, in which another program may have written to the storage device.
+/// recordings takes time, during which another program may have written to the storage device.
 bool isStillDeletable(const Finding &finding, const QString &path, const struct stat &status)
 {
     if (finding.kind == "empty-file")
@@ -143,7 +143,7 @@ public:
         mFailures += forEachReporting(findings, [this](const Finding &finding) {
             const QString path = QFile::decodeName(finding.path);
             struct stat status = {};
-            // It may have been deleted with its recording, or have two findings.
+            // The file may have been deleted with its recording, or have two findings.
             if (finding.remedy == Remedy::NotNeeded || isStopped() || mDone.contains(path)
                 || readLinkStatus(path, status) == (finding.remedy == Remedy::Restore)
                 || (finding.remedy == Remedy::Delete && !isStillDeletable(finding, path, status)))
@@ -260,9 +260,9 @@ void addRepair(CommandLine &line)
     const Command command = line.add(
         "repair",
         "Repairs what check reports as repairable: each recording that is not closed is written into\n"
-        "a new file, which replaces it; missing and damaged thumbnails are created; empty files,\n"
-        "thumbnails without a recording and files left behind by interrupted commands are deleted; a\n"
-        "file whose replacement was interrupted is restored.\n"
+        "a new file, which replaces it; missing thumbnails are created, and damaged ones are replaced;\n"
+        "empty files, thumbnails without a recording and files left behind by interrupted commands are\n"
+        "deleted; a file whose replacement was interrupted is restored.\n"
         "A damaged file is left unchanged and reported if it cannot be repaired, is protected or is\n"
         "being written; the exit code is then 3",
         [&line, request] { return repair(*request, line.storages()); });

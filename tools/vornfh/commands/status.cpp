@@ -408,7 +408,7 @@ ExitCode show(const QList<Storage> &storages, bool isJson)
     return failures > 0 ? FAILED : DONE;
 }
 
-/// With JSON on standard output, the line goes to standard error.
+/// Prints a line on standard output or, if that contains JSON, on standard error.
 void printConfigFile(const QString &path, bool isJson)
 {
     const QString text = "config file: " + (path.isEmpty() ? QString("none") : printable(path));
@@ -439,7 +439,7 @@ void addStatus(CommandLine &line)
     };
     const Command command = line.add(
         "status",
-        "Shows whether one storage device, or each of them, is ready to record. Also shows how much\n"
+        "Shows whether one storage device, or each configured one, is ready to record. Also shows how much\n"
         "more it can hold, and its block device, space, objects, next photo and wear",
         run);
     request->storageArgument = addStorageArgument(command, request->storage).required(false);

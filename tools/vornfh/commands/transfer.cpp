@@ -42,7 +42,7 @@ struct Entry {
     int files() const { return thumbnail.isEmpty() ? 1 : 2; }
 };
 
-/// An argument that is not a file name is reported when its turn comes.
+/// Empty for an argument that is not a file name; that is reported when its turn comes.
 QString resolvedPath(const std::string &file)
 {
     try {
@@ -114,7 +114,7 @@ ExitCode transferAll(const Request &request)
             const QString path = pathArgument(entry.file);
             if (storageOf(entry.resolved, request.protecting))
                 protection.requireUnprotected(path, entry.resolved);
-            // A file can stay in its folder for a while: one that is given twice would be copied twice.
+            // The source of a copy is deleted later: a file that is given twice would be copied twice.
             if (request.mode == Mode::Move && given.contains(entry.resolved))
                 throw FileFailure(path, "is given twice; a file can be moved only once");
             Transfer::Sources sources;
@@ -130,7 +130,8 @@ ExitCode transferAll(const Request &request)
             progress.print([&failure] { printFailure(failure); });
             progress.finishFiles(entry.files());
         }
-        progress.setBytes(ends[i]); // not all are copied: holes, files that are renamed or already there
+        // Not every byte was copied: holes were not, nor were files that were renamed or already there.
+        progress.setBytes(ends[i]);
     }
     const int done = transfer ? transfer->finish() : 0;
     if (done < count)
