@@ -34,7 +34,7 @@ void replaceOnExfat(TemporaryFile &file, const QString &path, RenameMark &mark)
 {
     const QString folder = QFileInfo(path).path();
     TemporaryFile backup(folder, path);
-    // This flushes the entry of the backup too: fsync() of exFAT flushes everything.
+    // This flushes the entry of the backup too: on exFAT, fsync() flushes everything.
     mark.setReplacement(path, {file.path(), backup.path()});
     if (!backup.takePlaceOf(path))
         throw FileFailure(path, CANNOT_REPLACE + errorText(errno));
@@ -46,7 +46,7 @@ void replaceOnExfat(TemporaryFile &file, const QString &path, RenameMark &mark)
     } catch (const FileFailure &) {
         const bool hasName = isEntry(path) || backup.rename(path, false);
         if (isEntry(path) && file.path().isEmpty())
-            backup.release(); // the new file is perhaps not on the device
+            backup.release(); // the new file may not be on the device
         if (!hasName) {
             backup.release();
             file.release();
@@ -62,10 +62,8 @@ void createOneFolder(const QString &folder, const QString &wanted)
     removeLeftovers(above);
     RenameMark mark(above);
     TemporaryFolder hidden(above);
-    if (hidden.isCreated()) {
-        flushFile(openFolder(hidden.path()).get(), wanted);
+    if (hidden.isCreated())
         flushFile(openFolder(above).get(), wanted);
-    }
     const bool isDone =
         hidden.isCreated() && (hidden.rename(folder) || (errno == EEXIST && QFileInfo(folder).isDir()));
     if (!isDone)
@@ -105,7 +103,7 @@ void flushFileSystem(const QString &folder)
     const Descriptor descriptor = openFolder(folder);
     if (!descriptor.isOpen() || ::syncfs(descriptor.get()) != 0)
         throw FileFailure(folder, CANNOT_FLUSH + errorText(errno));
-    flushFile(descriptor.get(), folder); // syncfs() of vfat does not make the device write its cache
+    flushFile(descriptor.get(), folder); // on vfat, syncfs() does not make the device write its cache
 }
 
 void replaceFile(TemporaryFile &file, const QString &path)

@@ -116,8 +116,6 @@ void PageFolder::removePages(int first) const
     }
     if (paths.isEmpty())
         return;
-    if (::rmdir(QFile::encodeName(mPath).constData()) == 0)
-        flushFolder(QFileInfo(mPath).path());
-    else
+    if (::rmdir(QFile::encodeName(mPath).constData()) != 0)
         flushFolder(mPath);
 }

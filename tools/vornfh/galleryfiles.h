@@ -49,7 +49,7 @@ public:
     /// The paths of the pages of an earlier gallery, from number @p first on.
     QStringList pagesFrom(int first) const;
 
-    /// Deletes them, and then the folder if it is empty.
+    /// Deletes them, and then the folder if it is empty. The folder above is not flushed.
     void removePages(int first) const;
 
 private:
