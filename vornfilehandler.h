@@ -73,7 +73,7 @@ class Metadata;
 /// read is treated as empty, and nothing is printed.
 ///
 /// The numbering is held only in the names on the storage device. Nothing is cached and nothing is locked.
-/// init() must not run concurrently with any other operation. The host must serialise the recordings on a
+/// init() must not run concurrently with any other operation. The host must serialise allocations on a
 /// storage device, because two callers that ask for a name before either has created its file receive the
 /// same name.
 class VORN_FILE_HANDLER_EXPORT VornFileHandler

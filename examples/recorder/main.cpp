@@ -64,7 +64,7 @@ QString createNext()
 //! [exists]
 
 //! [claim]
-/// Only its file reserves a number, so this lock, which vornfh takes too, is held until the file exists.
+/// A number is reserved only by its file, so this lock, which vornfh takes too, is held until it exists.
 QString claim(const QString &location)
 {
     VornFileHandler::createFolder(location);
@@ -77,7 +77,7 @@ QString claim(const QString &location)
 //! [claim]
 
 //! [prune]
-/// Deletes the files with the oldest numbers until @p percent % of the card is free. Write-protected files
+/// Deletes the files with the lowest numbers until @p percent % of the card is free. Write-protected files
 /// remain, and so do @p current and the newest recording, after which the numbering continues.
 void prune(QStorageInfo &card, int percent, const QString &current)
 {

@@ -22,8 +22,8 @@ using Folders = QVector<Folder>;
 Q_DECLARE_METATYPE(Folders)
 
 /// Reads, protects and deletes what is on the storage devices. Runs in its own thread, because every
-/// operation waits for a storage device. When a storage device comes or goes, or a folder changes, it reads
-/// again what is shown.
+/// operation waits for a storage device. When a storage device comes or goes, or a folder changes, it
+/// re-reads what is shown.
 class Catalog : public QObject
 {
     Q_OBJECT

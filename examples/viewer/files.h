@@ -6,7 +6,7 @@
 
 #include <sys/types.h>
 
-// Operations on files that Qt does not have. Those that return an int return an errno value, or 0 on success.
+// File operations that Qt does not provide. Those that return an int return an errno value, or 0 on success.
 
 /// A file descriptor, which is closed at the end of the scope.
 class Descriptor

@@ -626,7 +626,7 @@ void VornfhFaultsTest::reportsAMarkThatIsNotKept_data()
 {
     QTest::addColumn<int>("error");
     QTest::addColumn<QByteArray>("reason");
-    row("nothing-changes", 0, QByteArray("the file system cannot store the protection of files"));
+    row("nothing-changes", 0, QByteArray("the file system does not support the protection of files"));
     row("refused", EPERM, QByteArray("cannot be protected: Operation not permitted"));
 }
 

@@ -663,7 +663,7 @@ void VornfhOffloadTest::refusesDirectories_data()
         {"link -> sd/DCIM/101ABC"});
     row("folder-above-the-location", "@/sd", "@/sd: contains" + location);
     row("root", "/", "/: contains" + location);
-    row("empty", "", "DIRECTORY is empty");
+    row("empty", "", "DIRECTORY: the path is empty");
     row("not-utf-8", "x\xff", messages::notUtf8("DIRECTORY", "x\\xff"));
     row("file", "file", "@/file: is not a folder", 1, {"file = x"});
     row("below-a-file", "file/a", "@/file/a: cannot be created: Not a directory", 1, {"file = x"});

@@ -835,7 +835,7 @@ void VornfhRecorderTest::refusesWrongCommandLines_data()
     row("duration-too-short", {"--duration", "0.05"},
         "--duration: '0.05' is not 0 or a number from 0.1 to 86400");
     row("segments-of-a-photo", {"--segment", "60", "--type", "jpg"},
-        "--segment requires a --type of video or audio");
+        "--segment requires a video or audio type: avi, mkv or wav");
     row("segments-and-count", {"--segment", "60", "--count", "2"}, "--segment excludes --count");
     row("endless-recordings", {"--duration", "0", "--count", "2"},
         "--count requires a --duration of more than 0");

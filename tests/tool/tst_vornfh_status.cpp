@@ -288,7 +288,7 @@ void VornfhStatusTest::givesAVerdict_data()
     row("location-only", onCard({}), "ok");
     row("recordings", onCard({"100ABC/DCF_0001.jpg = x"}), "ok");
     row("other-things", onCard({"MISC/a.jpg = x", "b.txt = x"}), "ok");
-    row("no-number-left", onCard({"999ABC/DCF_9999.jpg = x"}), "full", "no number is left");
+    row("no-number-left", onCard({"999ABC/DCF_9999.jpg = x"}), "full", "no numbers are left");
     row("absent", onCard({}), "absent", "nosuchdevice is not present", 0, {"--sd-block", "nosuchdevice"});
     row("absent-and-no-number-left", onCard({"999ABC/DCF_9999.jpg"}), "absent", "nosuchdevice is not present",
         0, {"--sd-block", "nosuchdevice"});

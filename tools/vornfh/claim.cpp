@@ -65,8 +65,8 @@ Numbering nextNumbering(const Storage &storage)
     return numbering;
 }
 
-/// Creates the folder of the next recording if the library would, but in such a way that a power failure
-/// cannot leave it unusable. Returns the numbering in it.
+/// Creates the folder of the next recording if it is missing, in such a way that a power failure cannot leave
+/// it unusable. Returns the numbering in it.
 Numbering createNextFolder(const Storage &storage)
 {
     const Numbering numbering = nextNumbering(storage);

@@ -249,7 +249,7 @@ void CommandLine::parse(int argc, char *argv[])
     } catch (const CLI::ConfigError &) {
         throw;
     } catch (const std::exception &) {
-        requireKnownOptions(); // it is often the reason: the value of the option was parsed as an argument
+        requireKnownOptions(); // the value of an unknown option has often been parsed as an argument
         throw;
     }
 }

@@ -644,7 +644,7 @@ void Transfer::name(Group &group, Item &item)
     };
     const auto hasName = [](const Item &one) { return one.isNamed || one.existing.isOpen(); };
     while (!rename()) {
-        // The other file of the group would need another name too.
+        // Files of the group that already have their names would need new ones too.
         const bool canChange = std::none_of(group.begin(), group.end(), hasName);
         if (errno != EEXIST || !canChange)
             throw FileFailure(item.source->path(),
@@ -731,7 +731,7 @@ void Transfer::flushSources(Batch &batch, bool areThumbnails)
     }
 }
 
-/// Calls the completion, and removes the groups with a copy that has failed from @p batch.
+/// Calls the completion, and removes from @p batch the groups in which a copy has failed.
 void Transfer::callCompletion(Batch &batch)
 {
     std::vector<Copy> copies;

@@ -101,7 +101,7 @@ Estimate estimateOf(const ObjectSummary &summary, qint64 free, qint64 numbersLef
 QString whyFull(qint64 free, bool isEnough, qint64 largest, qint64 numbersLeft)
 {
     if (numbersLeft == 0)
-        return "no number is left";
+        return "no numbers are left";
     if (free == 0)
         return "no space is left";
     if (!isEnough)

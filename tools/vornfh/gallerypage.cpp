@@ -143,7 +143,7 @@ QByteArray capacityHtml(const Capacity &capacity)
     if (!capacity.isKnown() || capacity.isElsewhere)
         return QByteArray();
     const int percent = capacity.usedPercent();
-    const QByteArray used = element("span", escaped(QString("%1 %").arg(percent)), QString(),
+    const QByteArray used = element("span", escaped(QString("%1%").arg(percent)), QString(),
                                     {{"style", QString("width:%1%").arg(percent)}});
     const QString rest = QString(" of %1, %2% used").arg(humanSize(capacity.size)).arg(percent);
     return element("div",

@@ -105,8 +105,8 @@ bool hasNoEffect(uchar marker)
     return (marker >= APP0 && marker <= APP15) || marker == COM;
 }
 
-/// Returns whether the bytes at @p first and after every @p step are component numbers up to @p largest, in
-/// ascending order.
+/// Returns whether the bytes at @p first and at every @p step bytes from there are component numbers up to @p
+/// largest, in ascending order.
 bool areComponents(const QByteArray &content, int first, int step, int largest)
 {
     for (int index = first, last = 0; index < content.size(); index += step) {

@@ -114,7 +114,7 @@ private:
 };
 
 /// Recognises protected files. Reads the names in each folder once: FAT and ext4 search the whole folder for
-/// a name that is not there, and an object has few of the names that it could have.
+/// a name that is not there, and most of the names that an object could have are not.
 class ProtectionCheck
 {
 public:

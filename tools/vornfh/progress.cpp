@@ -57,7 +57,7 @@ QString fitting(const QStringList &parts, const QString &separator, int width)
     return found.join(separator);
 }
 
-/// @p line with @p bar after it, as wide as the space allows.
+/// @p line with a progress bar after it, as wide as the space allows.
 QString withBar(const QString &line, const ProgressState &state, int width)
 {
     constexpr int SMALLEST = 5;

@@ -86,7 +86,7 @@ private:
     std::chrono::steady_clock::duration mSilence = {};
 };
 
-/// Creates the thumbnail of the recording @p path. Returns the reason for a failure; empty on success.
+/// Creates the thumbnail of the recording @p path. Returns what failed; nullopt on success.
 std::optional<FileFailure> makeThumbnail(const QString &path)
 {
     const QString thumbnail = thumbnailOf(path);

@@ -32,7 +32,7 @@ QByteArrayList theFailures; // of a document
 /// What the path of a file determines.
 struct Identity {
     QString folder; // its name
-    int number = 0; // 0 if the name is not one of the numbering
+    int number = 0; // 0 if the name does not follow the numbering scheme
     QString type;
 };
 

@@ -77,8 +77,8 @@ void reportDone(const QString &line, const std::function<QByteArray()> &object);
 /// From now on, a JSON object with an action says that the action is not carried out ("dryRun").
 void setDryRun();
 
-/// Prints the results so far as the member @p key of an object, failures as its member "errors", and the
-/// members of @p summary. reportDone() and printFailure() only collect them in this format.
+/// Prints an object: the member @p key holds the results so far, the member "errors" the failures; then
+/// follow the members of @p summary. reportDone() and printFailure() only collect them in this format.
 void printDocument(const char *key, const QJsonObject &summary);
 
 /// Prints what ends the results, once all are printed.

@@ -27,7 +27,7 @@ public:
     /// Returns false with errno set, EEXIST if @p path exists and is not to be replaced.
     bool rename(const QString &path, bool isReplacing);
 
-    /// Renames the file @p path to the name of this one, which is lost. Returns false with errno set.
+    /// Renames the file @p path to the name of this one, whose content is lost. Returns false with errno set.
     bool takePlaceOf(const QString &path);
 
     /// Leaves the file where it is.

@@ -84,7 +84,7 @@
 <context>
     <name>CopyStatus</name>
     <message>
-        <source>Copying …  %1 %</source>
+        <source>Copying…  %1%</source>
         <translation>Wird kopiert …  %1 %</translation>
     </message>
 </context>
@@ -203,7 +203,7 @@
         <translation>Auswählen</translation>
     </message>
     <message>
-        <source>Loading …</source>
+        <source>Loading…</source>
         <translation>Wird geladen …</translation>
     </message>
     <message>

@@ -15,7 +15,7 @@ Rectangle {
     Label {
         id: label
         anchors { left: parent.left; leftMargin: 28; top: parent.top; topMargin: 14 }
-        text: qsTr("Copying …  %1 %").arg(Math.round(100 * viewer.copyProgress))
+        text: qsTr("Copying…  %1%").arg(Math.round(100 * viewer.copyProgress))
     }
     CapacityBar {
         anchors { left: label.left; right: cancelButton.left; rightMargin: 12; top: label.bottom; topMargin: 10 }

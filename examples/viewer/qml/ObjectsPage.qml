@@ -125,6 +125,6 @@ FocusScope {
         anchors.centerIn: grid
         visible: grid.count === 0
         icon: "photo"
-        title: viewer.isLoading ? qsTr("Loading …") : qsTr("No recordings")
+        title: viewer.isLoading ? qsTr("Loading…") : qsTr("No recordings")
     }
 }

@@ -3,7 +3,7 @@ import QtQuick 2.15
 import QtQuick.Window 2.15
 import "."
 
-/// The top of a page: a button that leads back, a title with a line below it, and what the page adds.
+/// The top of a page: a back button, a title with a line below it, and what the page adds.
 Item {
     id: header
 

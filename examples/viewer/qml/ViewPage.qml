@@ -61,7 +61,7 @@ FocusScope {
             highlightMoveDuration = 200
         }
         onCountChanged: {
-            const isOpen = page.T.StackView.status >= T.StackView.Activating // count is 0 while it is created
+            const isOpen = page.T.StackView.status >= T.StackView.Activating // count is 0 while the page is being created
             if (count === 0 && isOpen && viewer.folder !== "") // otherwise the page is closed with its folder
                 page.closed(pictures.currentIndex)
         }

@@ -96,7 +96,7 @@ private:
     }
 
     /// Returns whether the TIFF file that begins with @p start contains a raw photo. It must stay as the
-    /// camera wrote it: converters rely on data of the manufacturer, which Exiv2 would move.
+    /// camera wrote it: converters rely on the manufacturer's own data, which Exiv2 would move.
     bool isRaw(const QByteArray &start) const
     {
         constexpr int ENTRY = 12;             // bytes

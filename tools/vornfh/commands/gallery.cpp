@@ -443,8 +443,7 @@ void addGallery(CommandLine &line)
         "Writes an HTML page that shows the files in the numbered folders of a storage device. It plays\n"
         "those that browsers play. More than 10,000 files, or files whose page would be larger than\n"
         "--page-size, are divided into several pages, at least one for each folder. FILE then becomes\n"
-        "their index, and they are in a folder next to it, sd-pages for sd.html. Apart from these, nothing\n"
-        "is created on the storage device",
+        "their index, and they are in a folder next to it, sd-pages for sd.html. Nothing else is created",
         run);
     addStorageArgument(command, request->storage);
     command.option("-o,--output", request->output, "The page; an existing gallery is replaced")

@@ -350,7 +350,7 @@ ExitCode offloadStorage(const Storage &storage, const Request &request)
 {
     const QString text = fromCommandLine(request.directory, "DIRECTORY");
     if (text.isEmpty())
-        throw UsageError("DIRECTORY is empty");
+        throw UsageError("DIRECTORY: the path is empty");
     const QString directory = absolutePath(text);
     requireReadableFolder(storage.location);
     requireApart(directory, storage);
@@ -377,7 +377,7 @@ void addOffload(CommandLine &line)
     const Command command = line.add(
         "offload",
         "Copies the objects of a storage device to a directory on a computer: DIRECTORY/FOLDER/FILE.\n"
-        "Each copy is flushed and compared as by the copy command. DIRECTORY/SHA256SUMS gets a line for\n"
+        "Each copy is flushed and compared as with the copy command. DIRECTORY/SHA256SUMS gets a line for\n"
         "each copy, which sha256sum -c can verify. A file that is already there with the same content is\n"
         "not copied again, so an interrupted run can be repeated; if the content differs, both files are\n"
         "kept, and the new one gets a counter. An object is a recording with its thumbnail. Objects that\n"

@@ -159,7 +159,7 @@ void mark(const QString &path, const Request &request)
                 || ::fchmod(file.get(), permissions | ANY_WRITE) == 0);
     require(readLinkStatus(path, status));
     if (isProtectedMode(status.st_mode) != isProtecting)
-        throw FileFailure(path, "the file system cannot store the protection of files");
+        throw FileFailure(path, "the file system does not support the protection of files");
 }
 
 ExitCode markAll(const Request &request, const QList<Storage> &storages)

@@ -40,7 +40,7 @@ void requireSensible(const RecorderSettings &settings, const Request &request)
 {
     const bool isPhoto = settings.type.kind == PHOTO;
     if (settings.isSegmented() && isPhoto)
-        throw UsageError("--segment requires a --type of video or audio");
+        throw UsageError("--segment requires a video or audio type: avi, mkv or wav");
     if (settings.isSegmented() && request.count > 1)
         throw UsageError("--segment excludes --count");
     if (settings.duration <= 0 && !isPhoto && request.count > 1)

@@ -383,7 +383,7 @@ QString deleteEntry(const QByteArray &path, bool isNew)
     if (!isVisible(path))
         return NOT_UTF8;
     if (isNew)
-        return "they were created in the meantime";
+        return "created in the meantime";
     return ::remove(path.constData()) == 0 ? QString() : errorText(errno);
 }
 
@@ -449,8 +449,8 @@ void requireRealFolder(const QString &path, const QString &ifMissing)
         throw Failure(path + ": is not a folder");
 }
 
-/// Throws Failure if the power failed while a command renamed files in @p folder: deleting one of them could
-/// free the content of a file in another folder.
+/// Throws Failure if a leftover in @p folder is not safe to delete: it may be the only copy of a file, or
+/// share its content with a file in another folder.
 void requireNoSharedContent(const QString &folder)
 {
     const Leftovers leftovers = leftoversIn(folder);

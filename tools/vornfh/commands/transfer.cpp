@@ -197,7 +197,7 @@ void addTransfer(CommandLine &line)
     addCommand(
         line, Mode::Move, "move",
         "Moves files into a folder of a storage device. Within a file system, files are renamed. Between\n"
-        "file systems, and on FAT, exFAT and file systems in user space, they are copied as by the copy\n"
+        "file systems, and on FAT, exFAT and file systems in user space, they are copied as with the copy\n"
         "command, and each file whose copy is safe is deleted. The thumbnail of a photo or video is moved\n"
         "with it. If a source is a symbolic link, its target is copied, and only the link is deleted");
 }
