@@ -660,9 +660,10 @@ void VornfhGalleryTest::writesOnlyIntoItsOwnFolder()
     makeLargePhotos(tool, 4);
     tool.make({entry});
     const Tree before = treeWithContents(tool.path());
-    QCOMPARE(tool.runOnStorages(DIVIDED),
-             tool.failure({"@/page-pages: exists and contains '" + name
-                           + "', which is not a page of this gallery; use --force to write into it"}));
+    QCOMPARE(
+        tool.runOnStorages(DIVIDED),
+        tool.failure({"@/page-pages: exists and contains '" + name
+                      + "', which is not a page of this gallery; use --force to write into this folder"}));
     QCOMPARE(treeWithContents(tool.path()), before);
     QCOMPARE(tool.runOnStorages(DIVIDED + QByteArrayList{"--force"}), tool.success(PRINTED));
     QCOMPARE(tree(tool.path() + "/page-pages"), after);

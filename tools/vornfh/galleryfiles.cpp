@@ -92,7 +92,7 @@ void PageFolder::requireOwn() const
     for (const QString &name : QDir(mPath).entryList(everything)) {
         if (!isOwnPage(name))
             throw Failure(QString("%1: exists and contains '%2', which is not a page of this gallery; use "
-                                  "--force to write into it")
+                                  "--force to write into this folder")
                               .arg(mPath, printable(name)));
     }
 }

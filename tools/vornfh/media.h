@@ -23,7 +23,7 @@ struct MediaType {
 /// All types; the thumbnail type comes last.
 const QList<MediaType> &mediaTypes();
 
-/// The type for the extension of @p name; null if there is none. The library distinguishes case.
+/// The type for the extension of @p name; null if there is none. The library's extensions are case-sensitive.
 const MediaType *findType(const QString &name, Qt::CaseSensitivity sensitivity = Qt::CaseSensitive);
 
 /// The type for @p extension, which must be one of extensions().

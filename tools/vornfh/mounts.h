@@ -30,8 +30,8 @@ bool isOnReadOnlyFileSystem(const QString &path);
 /// option errors=remount-ro).
 bool isReadOnlyAfterError(const QString &path);
 
-/// Returns whether the kernel has reported that the FAT or exFAT file system of @p path was not unmounted
-/// properly before. Only root can tell on most systems.
+/// Returns whether, since the system started, the kernel has reported that the FAT or exFAT file system of
+/// @p path was not unmounted properly. Only root can tell on most systems.
 bool wasNotUnmounted(const QString &path);
 
 /// A size that is not known, or that no recording can reach.

@@ -39,7 +39,7 @@ void printError(const QString &message);
 /// Prints the message of a failure on standard error. The failure is passed to the failure observer too.
 void printFailure(const Failure &failure);
 
-/// Sets what printFailure() calls from now on; an empty function for nothing.
+/// Sets the function that printFailure() calls from now on; if it is empty, nothing is called.
 void setFailureObserver(const std::function<void(const Failure &)> &observer);
 
 /// Calls work(item) for each of @p items. Prints each Failure, and goes on with the next item. Returns the

@@ -135,7 +135,7 @@ std::optional<QDate> parsedDay(const QString &text)
 {
     const QString format = "yyyy-MM-dd";
     const QDate day = QDate::fromString(text, format);
-    // QDate accepts other texts too, for example with a sign.
+    // QDate also accepts other strings, for example with a sign.
     return day.isValid() && day.toString(format) == text ? std::optional(day) : std::nullopt;
 }
 

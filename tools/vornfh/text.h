@@ -34,7 +34,7 @@ std::optional<qint64> parsedAge(const QString &text);
 /// "705.6 kbit/s".
 QString bitrateText(qint64 bitsPerSecond);
 
-/// The day that a text such as "2025-02-25" stands for; nullopt for anything else.
+/// The day that a string such as "2025-02-25" stands for; nullopt for anything else.
 std::optional<QDate> parsedDay(const QString &text);
 
 /// "1 file", "2 files".

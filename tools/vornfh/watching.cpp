@@ -30,7 +30,7 @@ constexpr std::uint32_t FOLDER_EVENTS =
 constexpr std::uint32_t LOCATION_EVENTS =
     IN_CREATE | IN_MOVED_TO | IN_DELETE | IN_MOVED_FROM | IN_DELETE_SELF | IN_MOVE_SELF;
 
-/// inotify_init1(2) and inotify_add_watch(2) use these two numbers for limits of the system.
+/// inotify_init1(2) and inotify_add_watch(2) report system limits with these two numbers.
 QString watchFailure(int error)
 {
     switch (error) {

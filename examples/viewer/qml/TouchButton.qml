@@ -2,7 +2,7 @@
 import QtQuick 2.15
 import "."
 
-/// A button with an icon, a text, or both.
+/// A button with an icon, text, or both.
 Item {
     id: button
 

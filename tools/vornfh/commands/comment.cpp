@@ -48,7 +48,7 @@ public:
             throw FileFailure(path, errorText(errno));
         if (!S_ISREG(mStatus.st_mode))
             throw FileFailure(path, "is not a regular file");
-        // Other formats are not given to Exiv2: it may never return from a damaged AVI file.
+        // Other formats are not given to Exiv2: it may hang on a damaged AVI file.
         const QByteArray start = read(0, HEADER);
         const ImageFormat format = imageFormat(start);
         if (format == ImageFormat::Other)

@@ -130,7 +130,7 @@ int modeError(const QString &path, const struct stat &status)
     return ::geteuid() == 0 || ::geteuid() == status.st_uid ? 0 : EPERM;
 }
 
-/// Sets or removes the mark of a file.
+/// Protects or unprotects a file.
 void mark(const QString &path, const Request &request)
 {
     const bool isProtecting = request.isProtecting;

@@ -64,7 +64,7 @@ RecorderSettings settingsFor(const Storage &storage, const Request &request)
 
 /// Prints a line if a file cannot become as large as was requested, if nothing but the largest file size will
 /// end it, or if the file system can end a segment before its time. The WAV format can do so too, but only
-/// after hours, which is not reported.
+/// after several hours; that is not reported.
 void reportLargestSize(const RecorderSettings &settings)
 {
     const QString folder = nearestExisting(settings.storage.location);
@@ -239,7 +239,7 @@ void addRecord(CommandLine &line)
         .showDefault();
     command
         .option("--duration", request->duration,
-                "Length of a video or audio recording; with 0, it ends at SIGINT or SIGTERM, or early\n"
+                "Length of a video or audio recording; with 0, it ends on SIGINT or SIGTERM, or early\n"
                 "if its input ends. Default: 2, or 0 with --segment")
         .zeroOrBetween(0.1, 86400)
         .type("SECONDS");
