@@ -69,6 +69,29 @@ QVector<QByteArrayList> filesThatShareContent(const QString &folder)
     return groups;
 }
 
+MappedFile::MappedFile(const QString &path) : mFile(path)
+{
+    mContent = mFile.open(QIODevice::ReadWrite) ? mFile.map(0, mFile.size()) : nullptr;
+    require(mContent != nullptr, "map " + path.toUtf8());
+}
+
+void MappedFile::assign(const QByteArray &content)
+{
+    constexpr qint64 BLOCK = 4096;
+    require(content.size() == mFile.size(), "size of " + mFile.fileName().toUtf8());
+    for (qint64 offset = 0; offset < content.size(); offset += BLOCK) {
+        const auto size = static_cast<size_t>(std::min(BLOCK, content.size() - offset));
+        if (std::memcmp(mContent + offset, content.constData() + offset, size) != 0)
+            std::memcpy(mContent + offset, content.constData() + offset, size);
+    }
+}
+
+void MappedFile::replace(qint64 offset, const QByteArray &data)
+{
+    require(offset + data.size() <= mFile.size(), "a write beyond " + mFile.fileName().toUtf8());
+    std::memcpy(mContent + offset, data.constData(), static_cast<size_t>(data.size()));
+}
+
 LoopDevice::LoopDevice(const QString &file)
 {
     const int image = ::open(QFile::encodeName(file).constData(), O_RDWR | O_CLOEXEC);

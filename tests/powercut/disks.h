@@ -3,6 +3,7 @@
 #define DISKS_H
 
 #include <QByteArrayList>
+#include <QFile>
 #include <QMap>
 #include <QProcess>
 #include <QString>
@@ -23,6 +24,21 @@ Snapshot snapshotOf(const QString &folder);
 /// Groups of files below @p folder with the same content on the device, not only the same bytes: if one of
 /// them were deleted, the others would lose theirs. Only FAT and exFAT allow that, and reveal it.
 QVector<QByteArrayList> filesThatShareContent(const QString &folder);
+
+/// A file that is changed in memory, so that only the parts that differ have to be written.
+class MappedFile
+{
+public:
+    explicit MappedFile(const QString &path);
+
+    /// Makes @p content, which has the size of the file, its content.
+    void assign(const QByteArray &content);
+    void replace(qint64 offset, const QByteArray &data);
+
+private:
+    QFile mFile;
+    uchar *mContent;
+};
 
 /// A file as a block device, until the end of the scope.
 class LoopDevice

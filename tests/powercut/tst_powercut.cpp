@@ -131,11 +131,15 @@ QString makeImage(const ToolRun &tool, int number = 0)
 }
 
 /// An AVI file whose writer was killed.
-QByteArray unclosedVideo()
+const QByteArray &unclosedVideo()
 {
-    const QTemporaryDir folder;
-    makeVideo(folder.filePath("a.avi"), QSize(64, 48));
-    return contentOf(folder.filePath("a.avi")).replace(4, 4, QByteArray(4, '\xff'));
+    static QByteArray video;
+    if (video.isEmpty()) {
+        const QTemporaryDir folder;
+        makeVideo(folder.filePath("a.avi"), QSize(64, 48));
+        video = contentOf(folder.filePath("a.avi")).replace(4, 4, QByteArray(4, '\xff'));
+    }
+    return video;
 }
 
 /// Creates @p entries. "FILE is a photo", "FILE is a PNG photo", "FILE is a large photo" and "FILE is an
@@ -455,9 +459,10 @@ public:
           mHasLateWrites(scenario.hasLateWrites && fileSystem() != "ext4"), mDurable(recorded.images)
     {
         for (int disk = 0; disk < recorded.images.size(); ++disk) {
-            mImages.append(mTool.path() + "/work/state" + QString::number(disk));
-            writeFile(mImages[disk], recorded.images[disk]);
-            mLoops.push_back(std::make_unique<LoopDevice>(mImages[disk]));
+            const QString path = mTool.path() + "/work/state" + QString::number(disk);
+            writeFile(path, recorded.images[disk]);
+            mImages.push_back(std::make_unique<MappedFile>(path));
+            mLoops.push_back(std::make_unique<LoopDevice>(path));
         }
     }
 
@@ -478,6 +483,7 @@ public:
             if (event.kind != Event::Report)
                 continue;
             mLines += event.data.split('\n');
+            mTried.clear();
             trySubsets();
             tryState(mPending);
             tryState({});
@@ -498,6 +504,7 @@ private:
                 rest.append(write);
         }
         mPending = rest;
+        mTried.clear();
         tryState({});
     }
 
@@ -519,18 +526,24 @@ private:
         tryState(torn);
     }
 
+    /// Tries the state in which the writes @p survived follow the last flush, unless it was tried before.
     void tryState(const QVector<Write> &survived)
     {
-        QVector<QByteArray> state = mDurable;
-        for (const Write &write : survived)
-            apply(state[write.disk], write);
-        for (int disk = 0; disk < mImages.size(); ++disk) {
-            QFile image(mImages[disk]);
-            require(image.open(QIODevice::ReadWrite) && image.write(state[disk]) == state[disk].size(),
-                    "state");
-            image.close();
-            mLoops[static_cast<size_t>(disk)]->dropCache();
+        QCryptographicHash hash(QCryptographicHash::Sha1);
+        for (const Write &write : survived) {
+            const qint64 place = write.offset * mDurable.size() + write.disk;
+            hash.addData(QByteArray::number(place) + " " + QByteArray::number(write.data.size()) + " ");
+            hash.addData(write.data);
         }
+        if (mTried.contains(hash.result()))
+            return;
+        mTried.insert(hash.result());
+        for (size_t disk = 0; disk < mImages.size(); ++disk)
+            mImages[disk]->assign(mDurable[static_cast<int>(disk)]);
+        for (const Write &write : survived)
+            mImages[static_cast<size_t>(write.disk)]->replace(write.offset, write.data);
+        for (const auto &loop : mLoops)
+            loop->dropCache();
         const QByteArray problem = problemOfState();
         ++mCount.states;
         mCount.bad += problem.isEmpty() ? 0 : 1;
@@ -583,7 +596,8 @@ private:
     const Scenario::Rule mRule;
     const bool mHasLateWrites; // on ext4, the journal puts them in order
     QSet<QByteArray> mFound;   // contents
-    QStringList mImages;
+    QSet<QByteArray> mTried;   // hashes of writes, since the last flush or report
+    std::vector<std::unique_ptr<MappedFile>> mImages;
     Loops mLoops;
     QVector<QByteArray> mDurable;
     QVector<Write> mPending;

@@ -40,10 +40,15 @@ void makePicture(const QString &path, QSize size)
 
 QByteArray pictureData(const QString &extension, QSize size)
 {
-    const QTemporaryDir directory;
-    const QString path = directory.filePath("picture." + extension);
-    makePicture(path, size);
-    return contentOf(path);
+    static QHash<QByteArray, QByteArray> pictures; // starting ffmpeg takes seconds in an emulated machine
+    const QByteArray name = sizeText(size) + "." + extension.toUtf8();
+    if (!pictures.contains(name)) {
+        const QTemporaryDir directory;
+        const QString path = directory.filePath(QFile::decodeName(name));
+        makePicture(path, size);
+        pictures[name] = contentOf(path);
+    }
+    return pictures[name];
 }
 
 void makeVideo(const QString &path, QSize size)
@@ -58,10 +63,9 @@ void makeSound(const QString &path)
 
 QByteArray wholeFile(const QByteArray &extension)
 {
+    if (extension == "jpg" || extension == "png" || extension == "thumb")
+        return pictureData(extension, QSize(1280, 960));
     static QHash<QByteArray, QByteArray> files;
-    const bool isPicture = extension == "jpg" || extension == "png" || extension == "thumb";
-    if (!files.contains(extension) && isPicture)
-        files[extension] = pictureData(extension, QSize(1280, 960));
     if (!files.contains(extension)) {
         const QTemporaryDir folder;
         const QString path = folder.filePath("file." + extension);
