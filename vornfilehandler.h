@@ -245,9 +245,9 @@ public:
     /// The files in all folders that @p filter selects: folder by folder in the order of getFolders(), and
     /// in each folder the oldest modification first (QDir::Time | QDir::Reversed; files with equal times in
     /// descending name order). Files in subdirectories of the folders are not listed, nor those in the
-    /// location itself, unless the suffix is empty: "." and ".." are then among the numbered folders. Has
-    /// the side effects and output of getFolders(). For a folder that has disappeared in the meantime,
-    /// prints the line "directory <folder> doesn't exist".
+    /// location itself, except with DIRECTORY_FILTER_DCIM and an empty suffix: "." and ".." are then among
+    /// the numbered folders. Has the side effects and output of getFolders(). For a folder that has
+    /// disappeared in the meantime, prints the line "directory <folder> doesn't exist".
     static QList<QFileInfo> getDirectoryContents(VORN_FILE_HANDLER::eStorageType storage,
                                                  QStringList nameFilters,
                                                  VORN_FILE_HANDLER::eDIRECTORY_FILTER filter);

@@ -549,6 +549,9 @@ void VornfhFamilyTest::refusesAListOfNames_data()
     row("neither-for-repair", QByteArray("repair"), 2, QByteArray("STORAGE|PATH... is required"));
     row("copy-without-a-folder", QByteArray("copy --files-from @/nulls sd"), 2,
         QByteArray("copy needs FILE..., STORAGE and FOLDER"));
+    row("second-name-empty-for-info", QByteArray("info @/sd/DCIM/a ''"), 2, QByteArray("the path is empty"));
+    row("second-storage-not-configured-for-repair", QByteArray("repair sd usb"), 2,
+        QByteArray("storage usb is not configured; use --usb DIR, or usb=DIR in the config file"));
 }
 
 void VornfhFamilyTest::refusesAListOfNames()
@@ -557,7 +560,7 @@ void VornfhFamilyTest::refusesAListOfNames()
     QFETCH(int, exitCode);
     QFETCH(QByteArray, message);
     const ToolRun tool;
-    tool.make(onCard({"a = x"}));
+    tool.make(onCard({"a = x", "100VORN/DCF_0001.thumb = repair would delete it"}));
     writeFile(tool.path() + "/nulls", tool.expand("@/sd/DCIM/a|").replace('|', '\0'));
     const QByteArray command = "'" + ToolRun::toolPath().toUtf8() + "' --sd @/sd/DCIM " + arguments;
     const QByteArrayList before = snapshot(tool);

@@ -507,8 +507,7 @@ void Transfer::forEach(Batch &batch, const std::function<void(Group &)> &step)
     batch = std::move(rest);
 }
 
-/// Reports every file of @p batch as failed, because none is known to be on the device. Those that were
-/// renamed get their old names back.
+/// Reports every file of @p batch as failed. Those that were renamed get their old names back.
 void Transfer::fail(const Batch &batch, const Failure &failure)
 {
     for (const Group &group : batch) {

@@ -10,7 +10,8 @@
 /// Used in place of createFolder(). Throws Failure.
 void requireCreatableFolder(const QString &path);
 
-/// Used in place of createExclusively(), if the folder of @p path exists. Throws FileFailure.
+/// Used in place of createExclusively(). Checks nothing if the folder of @p path does not exist yet. Throws
+/// FileFailure.
 void requireCreatableFile(const QString &path);
 
 /// Used in place of a TemporaryFile in the existing folder @p folder. Throws FileFailure for @p concerning.

@@ -130,7 +130,7 @@ std::optional<std::vector<PlainFile>> listPlainFiles(const QString &folder, cons
         for (PlainFile &file : files)
             file.isProtected = marked.contains(QByteArray::fromStdString(file.name));
     }
-    // Files with the same time are in reverse order of their names: QDir sorts both, then reverses the list.
+    // Files with the same time are in reverse order of their names: QDir reverses the list as a whole.
     std::sort(files.begin(), files.end(), [](const PlainFile &one, const PlainFile &other) {
         return one.modified != other.modified ? one.modified < other.modified : one.name > other.name;
     });

@@ -39,7 +39,7 @@ bool isNumberedName(const QString &name);
 std::optional<int> fileNumber(const QString &name);
 
 /// The number that a player reads from the name of a media file: four characters, four digits and an
-/// extension. It also accepts a prefix other than FILE_PREFIX, and the number 0.
+/// extension. This function also accepts a prefix other than FILE_PREFIX, and the number 0.
 std::optional<int> playersFileNumber(const QString &name);
 
 /// The number in the base name of a file that the library numbers and a player accepts: 7 for "DCF_0007"; 0

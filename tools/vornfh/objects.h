@@ -79,8 +79,8 @@ QStringList objectFolders(const Storage &storage);
 std::vector<NumberedFolder> numberedObjects(const Storage &storage);
 
 /// The storage device in @p storages that contains the numbered folder @p folder, a resolved path. Throws
-/// FileFailure for @p path, which is the folder or a file in it, if there is none, or if the location cannot
-/// be read.
+/// FileFailure: for @p path, which is the folder or a file in it, if no storage device contains the folder;
+/// for the location if that cannot be read.
 const Storage &storageOfNumberedFolder(const QString &folder, const QString &path,
                                        const QList<Storage> &storages);
 

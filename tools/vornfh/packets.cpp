@@ -31,7 +31,7 @@ const QByteArray REFERENCE = QByteArray::fromHex("fb");
 
 constexpr qint64 NANOSECONDS = 1000000000;
 
-/// An element with a size of eight bytes.
+/// An element whose size is encoded in eight bytes.
 QByteArray element(const QByteArray &id, const QByteArray &content)
 {
     constexpr quint64 LONGEST_SIZE = 1ULL << 56;

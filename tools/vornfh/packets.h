@@ -16,9 +16,9 @@
 #include <thread>
 #include <vector>
 
-// While ffmpeg records, it does not write files but a stream of packets, which this process divides: each
-// packet goes to exactly one file, and none is lost between two files. The stream is Matroska, because it can
-// hold any codec and the length of each packet is known.
+// When ffmpeg records in segments, it does not write files but a stream of packets, which this process
+// divides: each packet goes to exactly one file, and none is lost between two files. The stream is Matroska,
+// because it can hold any codec and the length of each packet is known.
 
 /// A packet of the stream, as a Matroska cluster.
 struct Packet {

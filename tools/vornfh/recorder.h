@@ -78,7 +78,7 @@ inline const QString FULL = "the storage device is full";
 QString silenceText(const RecorderSettings &settings);
 
 /// Returns why the recording is incomplete although @p ffmpeg has ended without a failure: the input has
-/// failed, or it has ended although the recording has no duration. Empty if the recording is complete.
+/// failed, or it has ended although no duration was set. Empty if the recording is complete.
 QString whyIncomplete(const RecorderSettings &settings, const Ffmpeg &ffmpeg);
 
 /// Returns whether the signal that interrupted the recording is its normal end.

@@ -41,8 +41,8 @@ namespace {
 
 constexpr auto INTERVAL = std::chrono::milliseconds(100);
 
-/// No segment is begun with less room than this: otherwise, a loop would go on forever with segments of a few
-/// frames, each of which would be deleted to make room for the next.
+/// No segment but the first is begun with less room than this: otherwise, a loop would go on forever with
+/// segments of a few frames, each of which would be deleted to make room for the next.
 constexpr qint64 SMALLEST = 128 << 10;
 
 struct Pipe {

@@ -34,8 +34,8 @@ const QString MARK_EXTENSION = ".renaming";
 /// The names of temporary files and marks, but not their short names on FAT, such as "VORNFH~1". A file has
 /// only its short name if its long name was lost in a power failure or by a device that writes no long names.
 /// It may then be one of the user's own files ("vornfh-notes"), or share its content with a renamed file
-/// whose mark has lost its name too. It is therefore kept, and in a numbered folder check reports it as a
-/// file of another type.
+/// whose mark has lost its name too. It is therefore kept; if it is in a numbered folder, "check" reports it
+/// as a file of another type.
 const QRegularExpression &namePattern()
 {
     static const QRegularExpression PATTERN(R"(^\.vornfh-([0-9]+)-[A-Za-z0-9]{6}(\.renaming)?$)");
@@ -141,7 +141,7 @@ bool isFlushed(const QString &folder)
     return ::syncfs(descriptor.get()) == 0 && (::fsync(descriptor.get()) == 0 || errno == EINVAL);
 }
 
-/// What RenameMark::setReplacement() has recorded in the mark @p path; an empty path if nothing.
+/// What RenameMark::setReplacement() has recorded in a mark. Without a path, it has recorded nothing.
 struct Replacement {
     QString path;
     QStringList files;

@@ -70,7 +70,7 @@ public:
     explicit RenameMark(const QString &folder);
 
     /// Records a replacement on the device: if @p path is missing after an interruption, removeLeftovers()
-    /// gives its name to the first of @p files that exists. All of them are in one folder.
+    /// gives its name to a copy of the first of @p files that exists. All of them are in one folder.
     void setReplacement(const QString &path, const QStringList &files);
 
     /// Returns whether the file system needs a mark.

@@ -178,7 +178,7 @@ QByteArray uriOf(const GalleryItem &item, const QString &path, const QString &li
     return photo.isEmpty() && isPicture(path) ? link.toUtf8() : photo;
 }
 
-/// Invalid if the resolution is not known. A video whose path is not safe in a shell is skipped: the library
+/// Empty if the resolution is not known. A video whose path is not safe in a shell is skipped: the library
 /// passes the path to a shell.
 QSize resolutionOf(Kind kind, const QString &path, bool isProbing)
 {

@@ -53,8 +53,6 @@ void read(const QString &path, Reading &reading)
 {
     const QFileInfo file(fromRoot(path));
     struct stat status = {};
-    if (path.isEmpty()) // it would be the current folder
-        throw UsageError("the path is empty");
     if (!readStatus(file.filePath(), status))
         throw FileFailure(path, errorText(errno));
     if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) // reading a pipe would block
@@ -252,8 +250,11 @@ void addInfo(CommandLine &line)
     const auto request = std::make_shared<Request>();
     const auto run = [request] {
         QStringList paths;
-        for (const std::string &path : namesIn(request->paths, request->list))
+        for (const std::string &path : namesIn(request->paths, request->list)) {
+            if (path.empty()) // it would be the current folder
+                throw UsageError("the path is empty");
             paths.append(fromCommandLine(path, "the path"));
+        }
         return showInfo(paths);
     };
     const Command command = line.addIndependent(

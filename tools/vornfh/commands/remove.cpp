@@ -361,7 +361,7 @@ bool isVisible(const QByteArray &name)
 }
 
 /// Deletes what was counted, in half the time that the library takes, because the library reads all folders
-/// again and resolves each path from the root. The library deletes the rest.
+/// again and resolves each path from the root. What is left is for the library or deleteRest() to delete.
 void deleteCounted(const QString &folder, const Content &content)
 {
     const Descriptor location = openFolder(folder);

@@ -118,7 +118,7 @@ void closeWhole(const QString &path)
     closeRecording(path);
 }
 
-/// Makes the thumbnail of @p recording, in the place of a damaged one.
+/// Makes the thumbnail of @p recording as the file @p path, which may exist but be damaged.
 void replaceThumbnail(const QString &recording, const QString &path)
 {
     TemporaryFile file(QFileInfo(path).path(), path);
@@ -241,6 +241,10 @@ private:
 ExitCode repair(const Request &request, const Storages &storages)
 {
     const std::vector<std::string> targets = namesIn(request.targets, request.list);
+    for (const std::string &target : targets) { // before anything is repaired
+        if (const auto storage = storageNamed(QString::fromStdString(target)))
+            storages.require(*storage);
+    }
     catchStopSignals();
     Repair repair(request.isDryRun);
     const int failures = forEachReporting(targets, [&](const std::string &argument) {
