@@ -115,6 +115,13 @@ Snapshot snapshotOfDisks(const QString &folder)
     return all;
 }
 
+QByteArray readAll(const QString &path)
+{
+    QFile file(path);
+    require(file.open(QIODevice::ReadOnly), path.toUtf8());
+    return file.readAll();
+}
+
 /// Makes the folder work/, which is in memory.
 TmpfsMount workFolder(const ToolRun &tool)
 {
@@ -125,9 +132,15 @@ TmpfsMount workFolder(const ToolRun &tool)
 /// Creates an image of a disk in work/ with an empty file system, and returns its path.
 QString makeImage(const ToolRun &tool, int number = 0)
 {
-    const QString image = tool.path() + "/work/image" + QString::number(number);
-    makeFileSystem(image, fileSystem(), DISK_BYTES);
-    return image;
+    static QMap<int, QByteArray> images; // creating a file system takes a second in an emulated machine
+    const QString path = tool.path() + "/work/image" + QString::number(number);
+    if (images.contains(number)) {
+        writeFile(path, images[number]);
+    } else {
+        makeFileSystem(path, fileSystem(), DISK_BYTES);
+        images[number] = readAll(path);
+    }
+    return path;
 }
 
 /// An AVI file whose writer was killed.
@@ -179,13 +192,6 @@ void setUp(const ToolRun &tool, const Tree &entries)
             tool.make({entry});
         }
     }
-}
-
-QByteArray readAll(const QString &path)
-{
-    QFile file(path);
-    require(file.open(QIODevice::ReadOnly), path.toUtf8());
-    return file.readAll();
 }
 
 /// Kills the program that @p process has started once the file @p path has content.
