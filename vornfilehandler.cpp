@@ -145,7 +145,7 @@ bool existsOrDiagnose(const QDir &directory)
     return false;
 }
 
-/// The location of @p type; null for an unsupported storage.
+/// The location of @p type; null for an unsupported storage type.
 const QDir *findLocation(eStorageType type)
 {
     switch (type) {
@@ -156,7 +156,7 @@ const QDir *findLocation(eStorageType type)
     return nullptr;
 }
 
-/// Prints the diagnostic for an unsupported storage and returns an empty string.
+/// Prints the diagnostic for an unsupported storage type and returns an empty string.
 QString unsupportedStorage()
 {
     diagnose("Unsupported storage type");
@@ -740,8 +740,8 @@ Files filesByTime(const QDir &directory, Seen seen)
 }
 
 /// The files of filesByTime(), as the host gets them. Each entry keeps what it reads here: it describes the
-/// file as it was when it was listed. It reads the status directly after readFacts(), while what the kernel
-/// needs for that is still in the processor's cache: reading it after sorting makes a listing 6 % slower.
+/// file as it was when it was listed. The status is read directly after readFacts(), when the kernel's data
+/// is still in the processor's cache; reading it after sorting makes a listing 6 % slower.
 QFileInfoList infosByTime(const QDir &directory)
 {
     QFileInfoList unsorted;

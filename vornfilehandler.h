@@ -19,8 +19,8 @@
 /// Enumerations and constants of the storage layout.
 namespace VORN_FILE_HANDLER {
 
-/// The camera's storage devices. Any other value is an unsupported storage, for which operations use /tmp
-/// unless documented otherwise.
+/// The camera's storage devices. Any other value is an unsupported storage type, for which operations use
+/// /tmp unless documented otherwise.
 enum eStorageType : int {
     STORAGE_MMC = 0, ///< internal eMMC
     STORAGE_SD = 1,  ///< SD card
@@ -105,15 +105,15 @@ public:
                      QString sdBlk, QString usbLocation, QString usbBlk);
 
     /// Block name of @p type: any of the three storage devices, despite the function's name. For an
-    /// unsupported storage, prints the line "Unsupported storage type" and returns an empty string.
+    /// unsupported storage type, prints the line "Unsupported storage type" and returns an empty string.
     static QString typeToMmcBlk(VORN_FILE_HANDLER::eStorageType type);
 
     /// Mount path of @p type: the absolute path of its location with every "DCIM" removed, so /mnt/sd/DCIM
     /// becomes "/mnt/sd/". Occurrences within other names are removed too; "dcim" is not. For an unsupported
-    /// storage, prints the line "Unsupported storage type" and returns an empty string.
+    /// storage type, prints the line "Unsupported storage type" and returns an empty string.
     static QString typeToMountPath(VORN_FILE_HANDLER::eStorageType type);
 
-    /// Location of @p type, which need not exist; "/tmp" for an unsupported storage.
+    /// Location of @p type, which need not exist; "/tmp" for an unsupported storage type.
     static QDir getStorageDir(VORN_FILE_HANDLER::eStorageType type);
 
     // Paths and names
@@ -287,9 +287,9 @@ public:
     /// files, and the location itself, which the next listing or allocation creates again. Blocks until the
     /// deletion is complete. A failure is not reported; anything that cannot be deleted remains.
     ///
-    /// For an unsupported storage, and for every storage before init(), the location is /tmp, so /tmp is
-    /// deleted. Has the side effects and output of getDCIMFolders(): a missing location is created and then
-    /// deleted. If getDCIMFolders() returns an empty list, nothing is deleted.
+    /// For an unsupported storage type, and for every storage device before init(), the location is /tmp, so
+    /// /tmp is deleted. Has the side effects and output of getDCIMFolders(): a missing location is created
+    /// and then deleted. If getDCIMFolders() returns an empty list, nothing is deleted.
     static void deleteAllFiles(VORN_FILE_HANDLER::eStorageType storage);
 
     // JSON file list
@@ -302,7 +302,7 @@ public:
     ///   "moddate"   despite the key, the local date of the file's creation: "2025-02-25"
     ///   "modtime"   despite the key, the local time of the file's creation: "14:03:59"
     /// If the file system keeps no creation time, both are those of the last status change; for a missing
-    /// file they are empty. For an unsupported storage the array is empty. The files need not be on the
+    /// file they are empty. For an unsupported storage type, the array is empty. The files need not be on the
     /// storage device. Prints nothing.
     static QJsonArray getJsonFileList(VORN_FILE_HANDLER::eStorageType storage, QList<QFileInfo> files);
 
@@ -323,8 +323,8 @@ public:
     // Each query starts processes, waits for them without a time limit, and caches nothing. The block name
     // and the mount path are passed to the shell unquoted: anyone who can choose them can run any command,
     // and a mount path with a space in it is split, which yields 0 or a meaningless value. For an unsupported
-    // storage the queries return false or 0 and print the line "Unsupported storage type" each time they look
-    // up its block name.
+    // storage type, the queries return false or 0 and print the line "Unsupported storage type" each time
+    // they look up its block name.
     //
     // On kernels before 5.4, Qt relies on SIGCHLD to learn that a process has ended. On those kernels the
     // host must not block the signal, nor replace its handler after the first process has been started.
@@ -365,8 +365,8 @@ public:
     /// awk.
     static qint64 getStorageSize(VORN_FILE_HANDLER::eStorageType type);
 
-    /// getRemainingBytes() as a percentage of getStorageSize(), rounded; 0 as above, and if df reports more
-    /// free space than size. Starts five pipelines.
+    /// getRemainingBytes() as a percentage of getStorageSize(), rounded; 0 as above, and also if df reports
+    /// more free space than the size of the file system. Starts five pipelines.
     static int getRemainingPercent(VORN_FILE_HANDLER::eStorageType type);
 
     /// getStorageSize() minus getRemainingBytes() in bytes; space reserved for root counts as used.

@@ -64,7 +64,7 @@ QString createNext()
 //! [exists]
 
 //! [claim]
-/// A number is reserved only by its file, so this lock, which vornfh takes too, is held until it exists.
+/// Only a file reserves its number, so this lock, which vornfh takes too, is held until the file exists.
 QString claim(const QString &location)
 {
     VornFileHandler::createFolder(location);

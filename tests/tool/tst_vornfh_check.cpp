@@ -39,7 +39,7 @@ const QByteArray OTHER_EXTENSION =
 const QByteArray NO_NUMBER_AFTER_THE_PREFIX =
     "does not have four digits after 'DCF_': the numbering and players ignore it";
 const QByteArray NUMBER_ZERO = "has the number 0000: players accept 0001 to 9999";
-const QByteArray EMPTY = "is empty: the recording was never written, or its data was lost";
+const QByteArray EMPTY = "is empty: it was never written, or its content was lost";
 const QByteArray THUMBNAIL_ALONE = "the photo or video of this thumbnail is missing";
 const QByteArray HIDDEN = "the name begins with '.': the library never lists it";
 const QByteArray NOT_A_FILE = "is a link or a special file: the library never lists it";
@@ -57,12 +57,12 @@ const QByteArray LEFTOVER_KEPT =
 /// After a finding that "repair" can fix.
 const QByteArray REPAIRABLE = " [repairable]";
 
-const QByteArray BEGINS_WITH_ZEROS = "begins with zeros: its content was lost, usually in a power failure";
-const QByteArray ENDS_WITH_ZEROS = "ends with zeros: its content was lost, usually in a power failure";
+const QByteArray BEGINS_WITH_ZEROS = "begins with zeros: its content was lost, probably in a power failure";
+const QByteArray ENDS_WITH_ZEROS = "ends with zeros: its content was lost, probably in a power failure";
 const QByteArray CUT_OFF = "does not end like a file of its type: the end is missing or damaged";
 const QByteArray BROKEN_CHUNKS = "its sequence of chunks is broken";
-const QByteArray NO_MOVIE = "contains no movie data";
-const QByteArray NO_AUDIO = "contains no audio data";
+const QByteArray NO_MOVIE = "has no header or no movie data";
+const QByteArray NO_AUDIO = "has no format header or no audio data";
 const QByteArray NO_INDEX = "has no index: a player may reject it or be unable to seek";
 const QByteArray WRONG_INDEX = "its index does not match its content";
 const QByteArray NO_THUMBNAIL = "has no thumbnail, unlike others in this folder";
@@ -120,8 +120,9 @@ QByteArray countsAsFolder(const QByteArray &number)
 
 QByteArray countsAsFile(const QByteArray &number)
 {
-    return "does not have exactly four digits after 'DCF_': the numbering reads it as number " + number
-           + ", and players ignore it";
+    return "does not have exactly four digits between 'DCF_' and the extension: the numbering reads it as "
+           "number "
+           + number + ", and players ignore it";
 }
 
 QByteArray unsafeInAShell(const QByteArray &character)

@@ -14,7 +14,7 @@ const Tree CARD = onCard({"100ABC/DCF_0001.jpg", "100ABC/DCF_0002.wav = two", "1
 const QByteArray PROTECTED = FOLDER + "DCF_0002.wav";
 
 const QByteArray CHECKED = "@/" + FOLDER
-                           + "DCF_0001.jpg: is empty: the recording was never written, or its data was lost "
+                           + "DCF_0001.jpg: is empty: it was never written, or its content was lost "
                              "[repairable]\n"
                              "@/"
                            + FOLDER

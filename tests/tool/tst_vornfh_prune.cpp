@@ -34,7 +34,7 @@ const QByteArray FOLDER = cardLines({"100ABC"});
 
 QByteArray stillTakes(const QByteArray &size, const QByteArray &wanted)
 {
-    return "@/sd/DCIM: the objects take " + size + " instead of " + wanted
+    return "@/sd/DCIM: the objects take up " + size + " instead of at most " + wanted
            + "; no other object may be deleted";
 }
 

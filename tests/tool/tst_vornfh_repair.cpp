@@ -286,11 +286,11 @@ void VornfhRepairTest::leavesProtectedObjectsAlone_data()
     QTest::addColumn<Tree>("entries");
     QTest::addColumn<QByteArray>("isProtected");
     QTest::addColumn<QByteArray>("message");
-    const QByteArray end = "; is protected and is left alone";
+    const QByteArray end = "; the file is protected and is left alone";
     row("recording", Tree{"DCF_0001.avi = " + unclosedFile("avi")}, QByteArray("DCF_0001.avi"),
         "DCF_0001.avi: " + NOT_CLOSED + end);
     row("empty-file", Tree{"DCF_0001.wav"}, QByteArray("DCF_0001.wav"),
-        "DCF_0001.wav: is empty: the recording was never written, or its data was lost" + end);
+        "DCF_0001.wav: is empty: it was never written, or its content was lost" + end);
     row("thumbnail", Tree{"DCF_0001.thumb = x"}, QByteArray("DCF_0001.thumb"),
         "DCF_0001.thumb: the photo or video of this thumbnail is missing" + end);
     row("photo-of-a-damaged-thumbnail", Tree{"DCF_0001.jpg = " + wholeFile("jpg"), "DCF_0001.thumb = x"},

@@ -646,7 +646,7 @@ void VornfhStatusTest::hintsAtRepair()
     makeTree(tool.path() + "/sd", entries);
     const Tree before = treeWithContents(tool.path());
     const Outcome text = tool.runOnStorages({"status", "sd"});
-    const QByteArray count = paths.size() == 1 ? "" : QByteArray::number(paths.size()) + " files, such as ";
+    const QByteArray count = paths.size() == 1 ? "" : QByteArray::number(paths.size()) + " files, including ";
     const QByteArray hint = count + "@/sd/" + paths.value(0) + "; try vornfh repair sd --dry-run";
     QCOMPARE(lineOf(text, "to repair"), paths.isEmpty() ? QByteArray() : tool.expand(hint));
     QCOMPARE(lineOf(text, "verdict"), QByteArray("ok"));

@@ -124,11 +124,11 @@ void checkFileNumber(const Entry &file, Result &result)
     else if (number)
         return;
     else if (const auto seen = fileNumber(file.name))
-        result.add(
-            file.path, "file-number",
-            QString("does not have exactly four digits after 'DCF_': the numbering reads it as number %1, "
-                    "and players ignore it")
-                .arg(*seen));
+        result.add(file.path, "file-number",
+                   QString("does not have exactly four digits between 'DCF_' and the extension: the "
+                           "numbering reads it as number %1, "
+                           "and players ignore it")
+                       .arg(*seen));
     else
         result.add(file.path, "file-number",
                    "does not have four digits after 'DCF_': the numbering and players ignore it");
@@ -231,7 +231,7 @@ void checkFile(const Entry &file, const Folder &folder, Result &result)
     const QString recording = isThumbnail ? folder.recordings.value(base) : QString();
     const bool isAlone = isThumbnail && !folder.pictures.contains(base); // reported by checkGroups()
     if (file.size == 0 && !(result.options.hasContents && isBeingWritten(QFile::decodeName(file.path))))
-        result.add(file.path, "empty-file", "is empty: the recording was never written, or its data was lost",
+        result.add(file.path, "empty-file", "is empty: it was never written, or its content was lost",
                    recording.isEmpty() ? Remedy::Delete : Remedy::MakeThumbnail, recording);
     else if (file.size > 0 && result.options.hasContents && !isAlone)
         checkContent(file, *type, recording, result);

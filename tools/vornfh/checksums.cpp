@@ -38,7 +38,7 @@ QByteArray escaped(const QByteArray &name)
     return result;
 }
 
-/// The reverse of escaped(); nullopt for an escape that is not one of these.
+/// The reverse of escaped(); nullopt if @p text contains an escape that is not in ESCAPES.
 std::optional<QByteArray> unescaped(const QByteArray &text)
 {
     QByteArray name;

@@ -304,7 +304,7 @@ void addFolderArgument(const Command &command, std::string &folder)
 
 Option addNames(const Command &command, const std::string &name, const std::string &description)
 {
-    // Without a limit on their number, the parser would split a value "[a,b]" as a list. A high limit, which
+    // Without a limit on the number of values, the parser would split "[a,b]". A high limit, which
     // need not be reached, avoids that.
     constexpr int LIMIT = 1 << 20;
     command.app().formatter(std::make_shared<NameOnly>());
@@ -359,5 +359,5 @@ void addDryRun(const Command &command, bool &isDryRun)
         isDryRun = true;
         setDryRun();
     };
-    command.flag("-n,--dry-run", set, "Change nothing; print what would be printed or deleted");
+    command.flag("-n,--dry-run", set, "Change nothing; print what would be created, changed or deleted");
 }

@@ -97,7 +97,7 @@ struct DayRange {
 
 /// Adds --since and --until, which select @p what by the day of modification.
 void addDayOptions(const Command &command, DayRange &range, const std::string &what);
-/// Adds --dry-run, with which a command changes nothing and prints what it would print or delete.
+/// Adds --dry-run, with which a command changes nothing and prints what it would create, change or delete.
 void addDryRun(const Command &command, bool &isDryRun);
 
 #endif // COMMANDLINE_H

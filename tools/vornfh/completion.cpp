@@ -51,7 +51,7 @@ std::string withHome(const std::string &path)
     return path.compare(0, 2, "~/") == 0 ? QDir::homePath().toStdString() + path.substr(1) : path;
 }
 
-/// Returns whether the argument @p name, as in "STORAGE" or "FILE...", can be @p word.
+/// Returns whether @p word can be a value of the argument @p name, such as "STORAGE" or "FILE...".
 bool accepts(const QString &name, const std::string &word)
 {
     return name != "STORAGE" || isStorage(word);

@@ -27,7 +27,7 @@ QString homeFolder();
 class ConfigFormat : public CLI::ConfigTOML
 {
 public:
-    /// The values of @p pathNames are paths.
+    /// @p pathNames are the keys whose values are paths.
     explicit ConfigFormat(std::vector<std::string> pathNames) : mPathNames(std::move(pathNames)) {}
 
     /// Throws UsageError if HOME is needed but not set.

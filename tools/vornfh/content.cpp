@@ -65,7 +65,7 @@ Damage cutOff()
 
 Damage zeroFilled(const QString &part, bool isClosable = false)
 {
-    return {"zero-filled", part + " with zeros: its content was lost, usually in a power failure",
+    return {"zero-filled", part + " with zeros: its content was lost, probably in a power failure",
             isClosable};
 }
 
@@ -214,7 +214,7 @@ Verdict damageOfAvi(const Reader &file)
     const Chunk *index = chunks.find("idx1");
     const Chunk *header = chunks.find("hdrl");
     if (!movie || !header)
-        return Damage{"damaged", "contains no movie data"};
+        return Damage{"damaged", "has no header or no movie data"};
     if (!chunks.areComplete())
         return notClosed();
     const auto headerSize = static_cast<int>(std::min<qint64>(header->size, LONGEST_HEADER));
@@ -229,7 +229,7 @@ Verdict damageOfWav(const Reader &file)
 {
     const Chunks chunks(file);
     if (!chunks.find("fmt ") || !chunks.find("data"))
-        return Damage{"damaged", "contains no audio data"};
+        return Damage{"damaged", "has no format header or no audio data"};
     return chunks.areComplete() ? Verdict() : notClosed();
 }
 

@@ -166,8 +166,8 @@ void Transfer::anticipateFolder()
     mMount = mountOf(existing);
 }
 
-/// The path that the library tries for a copy of a file called @p name when @p counter other paths, which it
-/// tries first, are taken.
+/// The path that the library tries for a copy of a file called @p name once the first @p counter paths have
+/// turned out to be taken.
 QString Transfer::candidate(const QString &name, int counter) const
 {
     if (counter == 0)
@@ -182,9 +182,9 @@ bool Transfer::isGiven(const QString &path) const
     return mTaken.contains(path);
 }
 
-/// The first free path that the library would try for a copy of the first file and beside which the paths for
-/// the other files are free too. Throws FileFailure if every name is taken: the library would overwrite an
-/// existing file.
+/// Of the paths that the library would try for a copy of the first file, the first one that is free and
+/// beside which the paths for the other files are free too. Throws FileFailure if every name is taken: the
+/// library would overwrite an existing file.
 QString Transfer::freePath(const Group &group) const
 {
     const auto isTaken = [this](const QString &one) {

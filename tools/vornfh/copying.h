@@ -63,8 +63,8 @@ struct Copy {
 
 /// Copies or moves files into a folder, which is locked against other vornfh processes. The files are written
 /// under hidden names in batches. A second thread flushes a batch, reads it back from the device and compares
-/// it with the sources, gives the copies their names, flushes again, deletes the sources if they are moved,
-/// and then reports the files, while the next batch is written.
+/// it with the sources, gives the copies their names, flushes again, deletes the sources if they are being
+/// moved, and then reports the files, while the next batch is written.
 ///
 /// The files of an object fail together. A power failure or a killed command leaves no thumbnail without its
 /// recording in either folder.

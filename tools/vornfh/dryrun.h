@@ -4,7 +4,7 @@
 
 #include <QString>
 
-// What a command with --dry-run checks and prints instead of changing something. A check fails with the error
+// What a command with --dry-run checks and prints instead of changing anything. A check fails with the error
 // that the operation would cause, as far as that can be known in advance.
 
 /// Used in place of createFolder(). Throws Failure.

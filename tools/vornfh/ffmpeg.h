@@ -46,7 +46,7 @@ public:
     QString failure();
 
     /// The last line that it has printed on standard error; empty if there is none. Without a failure, this
-    /// is an error that did not end it, or an error of the input, which ffmpeg treats as the end of the
+    /// is an error that did not end it, or an input error, which ffmpeg treats as the end of the
     /// input.
     QString lastError() const;
 

@@ -11,7 +11,7 @@
 class FileList
 {
 public:
-    /// The object must exist as long as the command.
+    /// This list must exist for as long as the command does.
     void addOptions(const Command &command);
 
     bool isGiven() const { return mOption.isGiven(); }

@@ -112,7 +112,7 @@ QStringList unreadableEntries(const QString &folder)
 {
     QStringList problems;
     const auto add = [&problems](const QString &path) {
-        // Permissions are not a problem of the medium.
+        // Missing permissions do not mean that the medium is faulty.
         if (errno != ENOENT && errno != ENOTDIR && errno != EACCES)
             problems.append(QString("%1: cannot be read: %2").arg(path, errorText(errno)));
     };

@@ -113,8 +113,8 @@ QByteArray headHtml(const GalleryHeader &header)
         html += linkToIndex(header.links.index);
     html += empty("meta", {{"name", "viewport"}, {"content", "width=device-width, initial-scale=1"}});
     html += empty("meta", {{"name", "color-scheme"}, {"content", "light dark"}});
-    // Browsers fetch only media, and only from where the page is, whatever was injected into it. 'self' does
-    // not match "file:" URLs.
+    // With this policy, a browser fetches only media, and only from where the page is, whatever has been
+    // injected into the page. 'self' does not match "file:" URLs.
     html += empty("meta", {{"http-equiv", "Content-Security-Policy"},
                            {"content", "default-src 'none'; img-src data: 'self' file:; "
                                        "media-src 'self' file:; style-src 'unsafe-inline'"}});
@@ -209,7 +209,7 @@ QByteArray stillHtml(const GalleryItem &item, const QByteArray &uri)
     return item.kind == VIDEO ? html + element("span", iconHtml(VIDEO), "badge") : html;
 }
 
-/// A player for the file @p link. Browsers read nothing of the file until it is played.
+/// A player for the file @p link. Browsers read none of the file until it is played.
 QByteArray playerHtml(const GalleryItem &item, const QByteArray &uri, const QString &link)
 {
     Attributes attributes = {

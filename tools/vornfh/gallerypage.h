@@ -21,10 +21,10 @@ struct GalleryItem {
     bool isProtected = false;
 };
 
-/// The details of an item on a page that can be found only by reading its files.
+/// The details of an item that can be found only by reading its files, as a page shows them.
 struct GalleryPicture {
     QByteArray uri;   // empty if an icon is shown
-    QSize resolution; // invalid if unknown
+    QSize resolution; // empty if unknown
     Playback playback;
 };
 

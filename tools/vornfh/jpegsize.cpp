@@ -105,7 +105,7 @@ bool hasNoEffect(uchar marker)
     return (marker >= APP0 && marker <= APP15) || marker == COM;
 }
 
-/// Returns whether the bytes at @p first and at every @p step bytes from there are component numbers up to @p
+/// Returns whether the byte at @p first and every @p step-th byte after it are component numbers up to @p
 /// largest, in ascending order.
 bool areComponents(const QByteArray &content, int first, int step, int largest)
 {

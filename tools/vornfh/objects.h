@@ -22,7 +22,7 @@
 // An object is what a camera shows and deletes as one: all files in a folder that share a base name, such as
 // a photo and its thumbnail, or the two formats of one shot. Its position in the numbering is its number.
 
-/// The path or name of a file without the extension, which all files of an object share.
+/// The path or name of a file without its extension: the part that all files of an object share.
 QByteArray basePath(const QByteArray &path);
 
 /// A file of an object.
@@ -119,8 +119,8 @@ class ProtectionCheck
 {
 public:
     /// Returns whether the file @p resolved, or another file of its object, is protected. The extensions of
-    /// an object's files may be in any case, as for the numbering of the library. Throws FileFailure if the
-    /// file itself is not protected and its folder cannot be read.
+    /// an object's files may be in upper or lower case, as they may for the numbering of the library. Throws
+    /// FileFailure if the file itself is not protected and its folder cannot be read.
     bool isProtected(const QString &resolved);
 
     /// Throws FileFailure if the file @p resolved, or another file of its object, is protected; the message

@@ -69,7 +69,8 @@ public:
 
     void add(const QStringList &row);
 
-    /// Prints the rows that were added since the last call on standard output; cells are made printable().
+    /// Prints, on standard output, the rows that have been added since the last call. Cells are made
+    /// printable().
     void print();
 
 private:

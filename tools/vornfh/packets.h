@@ -16,8 +16,8 @@
 #include <thread>
 #include <vector>
 
-// When ffmpeg records in segments, it does not write files but a stream of packets, which this process
-// divides: each packet goes to exactly one file, and none is lost between two files. The stream is Matroska,
+// When recording in segments, ffmpeg writes a stream of packets instead of files. This process divides the
+// stream: each packet goes to exactly one file, and none is lost between two files. The stream is Matroska,
 // because it can hold any codec and the length of each packet is known.
 
 /// A packet of the stream, as a Matroska cluster.

@@ -11,8 +11,8 @@
 /// argument in the message, for example "PATH".
 QString fromCommandLine(const std::string &text, const QString &what);
 
-/// The absolute path of the file that @p text names, one of several arguments. Throws FileFailure if @p text
-/// is empty or not valid UTF-8.
+/// The absolute path of the file that @p text names. This is for an argument among several: throws
+/// FileFailure if @p text is empty or not valid UTF-8.
 QString pathArgument(const std::string &text);
 
 /// @p path made absolute, otherwise unchanged: "a/../b" is not "b" if a is a symbolic link.

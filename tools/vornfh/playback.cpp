@@ -42,7 +42,7 @@ QByteArray beginningOf(const QString &path)
     return file.isOpen() && readAt(file.get(), 0, bytes) ? bytes : QByteArray();
 }
 
-/// The content of the element with @p id at the start of @p bytes, as far as it is there; empty if another
+/// The content of the element with @p id at the start of @p bytes, and whatever follows it; empty if another
 /// element is there.
 QByteArray contentOf(const QByteArray &bytes, const char *id)
 {

@@ -30,7 +30,7 @@ double rateOf(qint64 done, double seconds)
     return static_cast<double>(done) / std::max(seconds, 0.001);
 }
 
-/// Files, bytes, stage, rate and time left. More bytes than expected are done if a file has grown.
+/// Files, bytes, stage, rate and time left. If a file has grown, more bytes than expected are copied.
 QStringList partsOf(const ProgressState &state, const QString &of)
 {
     const qint64 done = std::min(state.bytesDone, state.bytes);

@@ -271,7 +271,7 @@ QString unmetPolicies(const Storage &storage, const PrunePolicy &policy, const P
         parts.append(
             QString("%1 free instead of %2").arg(humanSize(result.free), humanSize(*policy.keepFree)));
     if (policy.maxSize && result.left > *policy.maxSize)
-        parts.append(QString("the objects take %1 instead of %2")
+        parts.append(QString("the objects take up %1 instead of at most %2")
                          .arg(humanSize(result.left), humanSize(*policy.maxSize)));
     return QString("%1: %2; no other object may be deleted").arg(storage.location, parts.join(", "));
 }

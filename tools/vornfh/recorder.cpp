@@ -56,7 +56,7 @@ qint64 withoutIndex(qint64 bytes)
     return bytes - RESERVE - bytes / 64;
 }
 
-/// Observes the input of an ffmpeg with the option "-progress".
+/// Observes the input of an ffmpeg process that was started with the option "-progress".
 class InputWatch
 {
 public:
@@ -161,7 +161,8 @@ void SpaceKeeper::makeRoom()
             }
         };
         const PruneResult result = prune(mSettings.storage, policy, report, mIsDryRun);
-        problem = result.isMet ? QString() : unmetPolicies(mSettings.storage, policy, result);
+        if (!result.isMet && !result.isInterrupted)
+            problem = unmetPolicies(mSettings.storage, policy, result);
     } catch (const Failure &failure) {
         problem = QString::fromUtf8(failure.what());
     }

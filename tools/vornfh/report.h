@@ -22,7 +22,7 @@ struct FileFacts {
     std::optional<qint64> created; // if the file system keeps no such time: the last status change
     std::optional<qint64> modified;
     QString thumbnail;               // the path of its thumbnail; empty if it has none
-    std::optional<bool> isProtected; // the file, or another file of its object
+    std::optional<bool> isProtected; // the file, or another file of its object that was read
     bool isFolder = false;
 };
 
@@ -63,7 +63,7 @@ void setFormat(Format format);
 Format format();
 bool isJson();
 
-/// @p object as the next result, preceded by the separator from the previous one. The caller must print it.
+/// @p object as the next result, with the separator that the format needs. The caller must print it.
 QByteArray nextResult(const QByteArray &object);
 
 /// Prints an object as the next result.
@@ -77,11 +77,12 @@ void reportDone(const QString &line, const std::function<QByteArray()> &object);
 /// From now on, a JSON object with an action says that the action is not carried out ("dryRun").
 void setDryRun();
 
-/// Prints an object: the member @p key holds the results so far, the member "errors" the failures; then
-/// follow the members of @p summary. reportDone() and printFailure() only collect them in this format.
+/// Prints an object: the member @p key holds the results so far, the member "errors" the failures, and the
+/// members of @p summary follow. In this format, reportDone() and printFailure() only collect results and
+/// failures.
 void printDocument(const char *key, const QJsonObject &summary);
 
-/// Prints what ends the results, once all are printed.
+/// Prints the end of the output, such as the closing bracket of an array.
 void finishReport();
 
 #endif // REPORT_H

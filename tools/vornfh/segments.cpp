@@ -101,7 +101,7 @@ public:
     Segment &operator=(const Segment &) = delete;
 
     /// Starts a thread that writes the packets up to the one that begins the next segment. @p isAfterGap:
-    /// packets before the first ones have been lost.
+    /// packets that came before these have been lost.
     void start(PacketBuffer &packets, bool isAfterGap = false)
     {
         mPackets = &packets;

@@ -5,8 +5,8 @@
 #include "errors.h"
 #include "recorder.h"
 
-/// Makes a recording in segments: files with successive numbers that follow each other without a gap. Each
-/// gets its thumbnail and is printed when it is on the device, while the next one is being recorded. Throws
+/// Makes a recording in segments: files with successive numbers, without a gap in the recording. Each gets
+/// its thumbnail and is printed when it is on the device, while the next one is being recorded. Throws
 /// Failure.
 ExitCode recordSegments(const RecorderSettings &settings);
 

@@ -35,7 +35,7 @@ struct Row {
 constexpr std::array<Row, STORAGE_COUNT> TABLE = {{
     {STORAGE_MMC, "mmc", "internal eMMC", "Internal memory"},
     {STORAGE_SD, "sd", "SD card", "SD card"},
-    {STORAGE_USB, "usb", "USB storage", "USB storage"},
+    {STORAGE_USB, "usb", "USB storage device", "USB storage"},
 }};
 
 /// The location of a storage device that is not configured: no folder can ever exist there.

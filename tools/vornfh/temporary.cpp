@@ -53,7 +53,7 @@ bool isRunning(pid_t number)
     return programOf(QString::number(number)) == programOf("self");
 }
 
-/// The names that this process has given. An earlier process can have had the same process ID.
+/// The names that this process has given. An earlier process may have had the same process ID.
 class GivenNames
 {
 public:
@@ -126,7 +126,7 @@ Descriptor createHidden(const QString &folder, const QString &extension, const Q
     return file;
 }
 
-/// Returns whether the mark @p path was made since the device of its folder appeared.
+/// Returns whether the mark @p path was made after the device of its folder appeared.
 bool isOfThisSession(const QString &path)
 {
     QFile mark(path);

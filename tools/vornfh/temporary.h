@@ -61,8 +61,8 @@ private:
 /// A hidden file that records, for as long as it exists, that temporary files in its folder are being
 /// renamed. FAT, exFAT and file systems in user space need it: a power failure can leave both names of such a
 /// file, and deleting one would free the content of the other. On other file systems no file is created. The
-/// mark contains sessionOf() its folder: if that is still the same, only the command was killed. Any further
-/// lines are the file names passed to setReplacement().
+/// mark contains the result of sessionOf() for its folder: if that is still the same, only the command was
+/// killed. Any further lines are the file names passed to setReplacement().
 class RenameMark
 {
 public:
@@ -97,7 +97,7 @@ struct Leftovers {
     QStringList paths;            // of temporary files and folders
     QStringList marks;            // see RenameMark
     QStringList missing;          // files whose replacement was interrupted: removeLeftovers() restores them
-    bool mayShareContent = false; // with other files, because the power may have failed during a renaming
+    bool mayShareContent = false; // with other files, because the power may have failed during a rename
 
     bool areSafeToDelete() const { return !mayShareContent && missing.isEmpty(); }
 };

@@ -25,7 +25,7 @@ _vornfh()
         directories) mapfile -t COMPREPLY < <(compgen -d -- "$current") ;;
         *)
             COMPREPLY=()
-            # Names may contain spaces. After an opening quotation mark, bash escapes them itself.
+            # Names may contain spaces. After an opening quotation mark, these need no escape.
             if [[ $current != [\"\']* && ${#candidates[@]} -gt 0 ]]; then
                 mapfile -t candidates < <(printf '%q\n' "${candidates[@]}")
             fi

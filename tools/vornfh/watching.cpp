@@ -34,8 +34,8 @@ constexpr std::uint32_t LOCATION_EVENTS =
 QString watchFailure(int error)
 {
     switch (error) {
-    case EMFILE: return "the limit fs.inotify.max_user_instances is reached";
-    case ENOSPC: return "the limit fs.inotify.max_user_watches is reached";
+    case EMFILE: return "the limit fs.inotify.max_user_instances has been reached";
+    case ENOSPC: return "the limit fs.inotify.max_user_watches has been reached";
     default: return errorText(error);
     }
 }
@@ -231,7 +231,7 @@ void StorageWatch::beginOn(const Mount &mount)
 
 void StorageWatch::changeTo(const Mount &mount)
 {
-    // A mount point further down the path is that of a mount on top of the known one, which is still there.
+    // If the mount point is further down the path now, the known file system is still mounted above it.
     const bool isUnmounted = mIsUnmounted || mount.depth <= mMount.depth;
     const bool isMounted = mount.depth >= mMount.depth;
     // The change is reported only after beginOn(), so that a reader who then lists the files misses no later
@@ -372,7 +372,8 @@ void StorageWatch::finish(const NumberedFolder &folder, const ObjectFile &file, 
     }
 }
 
-/// Finishes files that somebody else had open or locked, if only for a moment, when they were closed.
+/// Finishes files that another process still had open or locked, if only for a moment, when their writer
+/// closed them.
 void StorageWatch::finishReleased()
 {
     for (const QString &path : mUnfinished.keys(true)) {

@@ -14,7 +14,7 @@
 #include <utility>
 #include <vector>
 
-/// An event of a storage device, or of a file of an object.
+/// An event that concerns a storage device, or a file of an object.
 struct WatchEvent {
     QString name; // "finished"
     Storage storage;
@@ -25,15 +25,15 @@ struct WatchEvent {
 };
 
 /// Reports the events of one storage device. Files are those of the objects in its numbered folders. The
-/// state of each is kept, so that a comparison with the storage device replaces events that the kernel has
-/// dropped.
+/// state of each is kept, so that a comparison with the storage device makes up for events that the kernel
+/// has dropped.
 ///
-/// Of a file:
+/// Events of a file:
 ///   added     its name has appeared
 ///   finished  it has content, and nobody has it open for writing; added precedes this for a new file
 ///   changed   a finished file has been replaced, or its attributes have changed
 ///   removed   its name has disappeared
-/// Of the storage device:
+/// Events of the storage device:
 ///   watching              all later events are reported
 ///   mounted, unmounted    the file system of the location; its files are not reported one by one
 ///   read-only, writable   see isOnReadOnlyFileSystem(); writable at first
@@ -111,7 +111,7 @@ private:
     std::pair<dev_t, ino_t> mLocation = {}; // what is watched; zeros if there is no location
     QHash<int, size_t> mFolderWatches;      // indices in mFolders
     std::vector<NumberedFolder> mFolders;
-    QHash<QString, bool> mUnfinished; // paths; true if the file was closed while somebody else had it open
+    QHash<QString, bool> mUnfinished; // paths; true if the file is still open and is checked regularly
 
     Mount mMount;
     QString mBlock; // the block device of the mount; empty if it is unknown

@@ -440,10 +440,11 @@ void addGallery(CommandLine &line)
     };
     const Command command = line.add(
         "gallery",
-        "Writes an HTML page that shows the files in the numbered folders of a storage device. It plays\n"
-        "those that browsers play. More than 10,000 files, or files whose page would be larger than\n"
-        "--page-size, are divided into several pages, at least one for each folder. FILE then becomes\n"
-        "their index, and they are in a folder next to it, sd-pages for sd.html. Nothing else is created",
+        "Writes an HTML page that shows the files in the numbered folders of a storage device. Those that\n"
+        "browsers can play can be played there. If there are more than 10,000 files, or if the page would\n"
+        "be larger than --page-size, there are several pages, at least one for each folder. FILE then\n"
+        "becomes their index, and they are in a folder next to it, sd-pages for sd.html. Nothing else is\n"
+        "created",
         run);
     addStorageArgument(command, request->storage);
     command.option("-o,--output", request->output, "The page; an existing gallery is replaced")

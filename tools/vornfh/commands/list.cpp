@@ -63,8 +63,8 @@ QList<QFileInfo> foldersOf(const Storage &storage, eDIRECTORY_FILTER filter)
 
 // list
 
-/// A list is made in passes over the folders, each given by the extensions that it selects: two for images,
-/// because the library lists all JPEG files before all PNG files, and one for anything else.
+/// A list is made in one or two passes over the folders; a pass is given as the extensions that it selects.
+/// Images need two, because the library lists all JPEG files before all PNG files.
 using Passes = QVector<QStringList>;
 
 Passes passesOf(const Request &request)

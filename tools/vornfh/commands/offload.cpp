@@ -41,7 +41,7 @@ struct Request {
 
 // What is offloaded
 
-/// The numbered folders that contain what is to be offloaded, each with only these objects.
+/// The numbered folders that were read, each with only the objects that are to be offloaded, perhaps none.
 struct Selection {
     std::vector<NumberedFolder> folders;
     QString newest;   // base path of the newest object of the storage device; see newestOf()
@@ -186,8 +186,8 @@ private:
         mBeingWritten += files;
     }
 
-    /// A file that cannot be read does not hold back the others of its object, except for a thumbnail that
-    /// would then be without a recording. Returns whether all files were added.
+    /// A file that cannot be read does not hold back the other files of its object, unless a thumbnail would
+    /// be left without a recording. Returns whether all files were added.
     bool add(Transfer &transfer, const NumberedFolder &folder, const Object &object)
     {
         std::vector<const ObjectFile *> files;
@@ -239,7 +239,7 @@ private:
 
     void complete(const NumberedFolder &folder, std::vector<Copy> &copies)
     {
-        // The kernel reports an error of the device only once, so nothing is reported or deleted after it.
+        // The kernel reports a device error only once, so nothing is reported or deleted after it.
         if (mFailure)
             throw FileFailure(*mFailure);
         try {
@@ -380,8 +380,8 @@ void addOffload(CommandLine &line)
         "Each copy is flushed and compared as with the copy command. DIRECTORY/SHA256SUMS gets a line for\n"
         "each copy, which sha256sum -c can verify. A file that is already there with the same content is\n"
         "not copied again, so an interrupted run can be repeated; if the content differs, both files are\n"
-        "kept, and the new one gets a counter. An object is a recording with its thumbnail. Objects that\n"
-        "are being written are skipped; the exit code is then 3",
+        "kept, and the new one gets a counter. An object is all files of one number in one folder, such as\n"
+        "a recording and its thumbnail. Objects that are being written are skipped; the exit code is then 3",
         [&line, request] { return offloadStorage(line.storages().require(request->storage), *request); });
     addStorageArgument(command, request->storage);
     command.option("DIRECTORY", request->directory, "The directory; it is created if it is missing")

@@ -222,10 +222,11 @@ void addProtect(CommandLine &line)
 {
     addCommand(
         line, true, "protect",
-        "Protects objects from delete, rmdir, wipe, prune and move. An object is a recording with its\n"
-        "thumbnail. Its files lose their write permission; on FAT and exFAT, this sets the read-only\n"
-        "attribute, which cameras use");
-    addCommand(line, false, "unprotect",
-               "Removes the protection of objects. On exFAT before Linux 6.8, the kernel cannot clear the\n"
-               "attribute: each file is then replaced with a copy, which takes time and free space");
+        "Protects objects from delete, rmdir, wipe, prune and move. An object is all files of one number in\n"
+        "one folder, such as a recording and its thumbnail. Its files lose their write permission; on FAT\n"
+        "and exFAT, this sets the read-only attribute, which cameras use");
+    addCommand(
+        line, false, "unprotect",
+        "Removes the protection of objects. On exFAT before Linux 6.8, the kernel cannot clear the\n"
+        "read-only attribute: each file is then replaced with a copy, which takes time and free space");
 }

@@ -79,7 +79,8 @@ ExitCode pruneStorage(const Storage &storage, const Request &request)
     }
     printSummary(toJson(storage, result));
     if (result.isInterrupted)
-        throw Failure("interrupted after deleting " + counted(result.objects, "object"));
+        throw Failure(request.isDryRun ? "interrupted"
+                                       : "interrupted after deleting " + counted(result.objects, "object"));
     if (!result.isMet)
         printError(unmetPolicies(storage, policy, result));
     if (result.failures > 0)
@@ -123,10 +124,11 @@ void addPrune(CommandLine &line)
     const auto request = std::make_shared<Request>();
     const Command command = line.add(
         "prune",
-        "Deletes the oldest objects of a storage device until the policies are met. The oldest object is\n"
-        "the first in the numbering; an object is a recording with its thumbnail. Protected objects, the\n"
-        "newest object and objects that are being written are never deleted. The exit code is 3 if a\n"
-        "policy is still not met",
+        "Deletes the oldest objects of a storage device until the policies are met. An object is all files\n"
+        "of one number in one folder, such as a recording and its thumbnail; the oldest is the first in\n"
+        "the numbering. If neither --keep-free nor --max-size is given, every object that neither\n"
+        "--keep-last nor --keep-within keeps is deleted. Protected objects, the newest object and objects\n"
+        "that are being written are never deleted. The exit code is 3 if a policy is still not met",
         [&line, request] {
             if (!request->hasPolicy())
                 throw UsageError(
@@ -147,9 +149,7 @@ void addPrune(CommandLine &line)
     addPolicy("--max-size", setMaxSize, "SIZE",
               "Delete until all objects together take up no more than this");
     addPolicy("--keep-last", setKeepLast, "N", "Keep the N newest objects");
-    addPolicy("--keep-within", setKeepWithin, "AGE",
-              "Keep objects that were modified within this time. If neither --keep-free nor --max-size "
-              "is given, all others are deleted");
+    addPolicy("--keep-within", setKeepWithin, "AGE", "Keep objects that were modified within this time");
     addDocumentOptions(command, "Print an object with the deleted files");
     addDryRun(command, request->isDryRun);
     command.example("vornfh prune sd --keep-free 10% --keep-within 12h");

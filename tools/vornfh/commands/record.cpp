@@ -62,9 +62,9 @@ RecorderSettings settingsFor(const Storage &storage, const Request &request)
     return settings;
 }
 
-/// Prints a line if a file cannot become as large as was requested, if nothing but the largest file size will
-/// end it, or if the file system can end a segment before its time. The WAV format can do so too, but only
-/// after several hours; that is not reported.
+/// Prints a line if a file cannot become as large as was requested, or if a segment, or a recording without a
+/// duration, can end early because its file has reached the largest size. The limit of the WAV format can
+/// also end a segment early, but only after several hours; that is not reported.
 void reportLargestSize(const RecorderSettings &settings)
 {
     const QString folder = nearestExisting(settings.storage.location);

@@ -332,18 +332,19 @@ QString summary(const Content &content)
 }
 
 /// Reports what will be deleted, and returns only if the user agrees.
-void confirm(const QString &folder, const Content &content, bool isConfirmed)
+void confirm(const QString &folder, const Content &content, const Request &request)
 {
     if (!content.mountPoint.isEmpty())
         throw Failure(QString("%1: another file system is mounted at %2").arg(folder, content.mountPoint));
-    printError(QString("%1: will delete %2").arg(folder, summary(content)));
+    const QString verb = request.isDryRun ? "would delete" : "will delete";
+    printError(QString("%1: %2 %3").arg(folder, verb, summary(content)));
     if (!content.others.isEmpty())
         printError(
             QString("%1: including files that are not media files: %2").arg(folder, listed(content.others)));
     if (content.keptFiles > 0)
         printError(QString("%1: keeps %2 of protected objects; use --force to delete them too")
                        .arg(folder, counted(content.keptFiles, "file")));
-    if (isConfirmed)
+    if (request.isConfirmed || request.isDryRun)
         return;
     if (!::isatty(STDIN_FILENO))
         throw UsageError(folder + ": standard input is not a terminal; use --yes to delete without asking");
@@ -503,7 +504,7 @@ ExitCode removeFolder(const Storage &storage, const QString &name, const Request
     Content content = deletableContent(path, request.isForced);
     if (!areOnOneFileSystem(path, storage.location))
         content.mountPoint = path;
-    confirm(path, content, request.isConfirmed || request.isDryRun);
+    confirm(path, content, request);
     if (request.isDryRun)
         return printPlan(path, content);
     if (content.keptFiles > 0) {
@@ -550,7 +551,7 @@ ExitCode wipe(const Storage &storage, const QList<Storage> &all, const Request &
     requireNothingElseInside(storage, all);
     requireWritable(storage);
     const Content content = deletableContent(storage.location, request.isForced);
-    confirm(storage.location, content, request.isConfirmed || request.isDryRun);
+    confirm(storage.location, content, request);
     if (request.isDryRun)
         return printPlan(storage.location, content);
     if (content.keptFiles > 0) {
@@ -588,7 +589,7 @@ void addRemove(CommandLine &line)
     files.example("vornfh delete /mnt/sd/DCIM/100VORN/DCF_0001.jpg");
 
     const Command folder = line.add(
-        "rmdir", "Deletes a folder of a storage device and everything in it, after asking for confirmation",
+        "rmdir", "Deletes a folder on a storage device and everything in it, after asking for confirmation",
         [&line, request] {
             return removeFolder(line.storages().require(request->storage),
                                 fromCommandLine(request->folder, "FOLDER"), *request);

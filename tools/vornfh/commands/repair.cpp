@@ -189,7 +189,7 @@ private:
         if (isLeftover || finding.remedy == Remedy::Restore)
             return QString();
         if (mProtection.isProtected(path))
-            return finding.text + "; is protected and is left alone";
+            return finding.text + "; the file is protected and is left alone";
         if (isWritten(path) || isWritten(finding.recording))
             return "is being written and is left alone";
         return finding.remedy == Remedy::Close && isWithoutContent(path)

@@ -359,7 +359,7 @@ void printHint(const QList<Finding> &repairable, const QString &storage)
 {
     if (repairable.isEmpty())
         return;
-    const QString count = repairable.size() == 1 ? "" : counted(repairable.size(), "file") + ", such as ";
+    const QString count = repairable.size() == 1 ? "" : counted(repairable.size(), "file") + ", including ";
     print("to repair",
           count + printable(repairable.first().path) + "; try vornfh repair " + storage + " --dry-run");
 }

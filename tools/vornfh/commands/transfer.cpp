@@ -190,13 +190,13 @@ void addTransfer(CommandLine &line)
 {
     addCommand(
         line, Mode::Copy, "copy",
-        "Copies files into a folder of a storage device. Each copy is flushed to the device and compared\n"
+        "Copies files into a folder on a storage device. Each copy is flushed to the device and compared\n"
         "byte for byte. The thumbnail of a photo or video is copied with it. The folder is created if it\n"
-        "is missing. A file that is there already, with the same content, is not copied again; a counter\n"
-        "is added to any other name that is taken");
+        "is missing. A file that is there already, with the same content, is not copied again; if another\n"
+        "file has the name, a counter is added to the name of the copy");
     addCommand(
         line, Mode::Move, "move",
-        "Moves files into a folder of a storage device. Within a file system, files are renamed. Between\n"
+        "Moves files into a folder on a storage device. Within a file system, files are renamed. Between\n"
         "file systems, and on FAT, exFAT and file systems in user space, they are copied as with the copy\n"
         "command, and each file whose copy is safe is deleted. The thumbnail of a photo or video is moved\n"
         "with it. If a source is a symbolic link, its target is copied, and only the link is deleted");

@@ -86,9 +86,9 @@ void addWatch(CommandLine &line)
     };
     const Command command = line.add(
         "watch",
-        "Prints a line for each event on the storage devices until SIGINT, SIGTERM or SIGHUP: added,\n"
-        "finished, changed or removed PATH; watching, mounted, unmounted, read-only, writable, full,\n"
-        "not-full, absent or present STORAGE",
+        "Prints a line for each event on the storage devices until SIGINT, SIGTERM or SIGHUP. For a file,\n"
+        "this is added, finished, changed or removed, and the path; for a storage device, watching,\n"
+        "mounted, unmounted, read-only, writable, full, not-full, absent or present, and its name",
         run);
     const auto parse = [named](const std::vector<std::string> &names) {
         for (const std::string &name : names) {
