@@ -65,6 +65,13 @@ void Catalog::start()
     mDelay->setInterval(DELAY);
     mDelay->setSingleShot(true);
     connect(mDelay, &QTimer::timeout, this, &Catalog::read);
+    // The content of a file, such as the thumbnail of the newest recording, is written after its entry, and
+    // the watcher does not report that.
+    constexpr int LAST = 2000; // ms after the last change
+    mLastRead = new QTimer(this);
+    mLastRead->setInterval(LAST);
+    mLastRead->setSingleShot(true);
+    connect(mLastRead, &QTimer::timeout, this, &Catalog::read);
     mWatcher = new QFileSystemWatcher(this);
     connect(mWatcher, &QFileSystemWatcher::directoryChanged, this, &Catalog::readSoon);
     connect(new MountWatcher(this), &MountWatcher::changed, this, &Catalog::readSoon);
@@ -141,6 +148,7 @@ void Catalog::remove(const QStringList &bases)
 
 void Catalog::readSoon()
 {
+    mLastRead->start();
     if (!mDelay->isActive())
         mDelay->start();
 }

@@ -65,6 +65,7 @@ private:
     QString mFolder;
     QFileSystemWatcher *mWatcher = nullptr;
     QTimer *mDelay = nullptr;
+    QTimer *mLastRead = nullptr;
 };
 
 #endif // CATALOG_H

@@ -17,7 +17,7 @@ QString sizeText(qint64 bytes)
 
 QString tileOf(const MediaObject &object)
 {
-    return imageUrl(TILES, object.picture(), object.modified);
+    return imageUrl(TILES, object.picture(), object.modified + object.size); // FAT keeps times of two seconds
 }
 
 } // namespace

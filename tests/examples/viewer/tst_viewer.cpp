@@ -37,6 +37,11 @@ public:
     Q_INVOKABLE void makePhotos(const QString &folder, int count) const;
     Q_INVOKABLE void makeVideo(const QString &path) const { ::makeVideo(absolute(path), {160, 120}); }
     Q_INVOKABLE void rename(const QString &from, const QString &to) const;
+    /// Changes the content of an existing file.
+    Q_INVOKABLE void copyContent(const QString &from, const QString &to) const
+    {
+        writeFile(absolute(to), contentOf(absolute(from)));
+    }
     Q_INVOKABLE bool mount(const QString &folder) const;
     Q_INVOKABLE void unmount(const QString &folder) const;
     Q_INVOKABLE void setMode(const QString &path, int mode) const;

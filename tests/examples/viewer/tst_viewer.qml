@@ -151,6 +151,18 @@ TestCase {
         tryVerify(() => isRed(pixel(tile, 70, 50)))
     }
 
+    function test_thumbnailIsWrittenLater() {
+        start(["sd/DCIM/"])
+        fixture.makePhotos("sd/DCIM/100ABC", 1)
+        tryVerify(() => item("folders").count === 1)
+        openFolder()
+        fixture.make(["sd/DCIM/100ABC/DCF_0002.avi", "sd/DCIM/100ABC/DCF_0002.thumb"])
+        waitForRecordings(2)
+        tryVerify(() => findChild(entry("grid", 0), "placeholder").visible)
+        fixture.copyContent("sd/DCIM/100ABC/DCF_0001.thumb", "sd/DCIM/100ABC/DCF_0002.thumb")
+        tryVerify(() => !findChild(entry("grid", 0), "placeholder").visible)
+    }
+
     function test_unreadablePictureHasAnIcon() {
         start(["sd/DCIM/"])
         fixture.makePhotos("sd/DCIM/100ABC", 1)
