@@ -66,10 +66,12 @@ const QByteArray NO_AUDIO = "has no format header or no audio data";
 const QByteArray NO_INDEX = "has no index: a player may reject it or be unable to seek";
 const QByteArray WRONG_INDEX = "its index does not match its content";
 const QByteArray NO_THUMBNAIL = "has no thumbnail, unlike others in this folder";
-const QByteArray DCF_FOLDER = "the name does not follow the camera standard (DCF): a number from 100 to 999 "
-                              "and five characters A-Z 0-9 _";
-const QByteArray DCF_FILE = "the name does not follow the camera standard (DCF): four characters A-Z 0-9 _ "
-                            "and a number from 0001 to 9999";
+const QByteArray DCF_FOLDER =
+    "the name does not follow the camera standard (DCF), which requires a number from 100 to 999 "
+    "and five characters A-Z 0-9 _";
+const QByteArray DCF_FILE =
+    "the name does not follow the camera standard (DCF), which requires four characters A-Z 0-9 _ "
+    "and a number from 0001 to 9999";
 
 QByteArray otherType(const QByteArray &extension)
 {
@@ -167,6 +169,7 @@ private slots:
     void reportsNamesThatCamerasReject();
     void readsAndDecodesEverything_data();
     void readsAndDecodesEverything();
+    void reportsTheLastErrorOfFfmpeg();
     void requiresFfmpegToReadEverything();
     void ignoresFilesThatAreBeingWritten_data();
     void ignoresFilesThatAreBeingWritten();
@@ -573,6 +576,17 @@ void VornfhCheckTest::readsAndDecodesEverything()
     QCOMPARE(found.size(), isDamaged ? 1 : 0);
     if (isDamaged)
         QVERIFY2(found[0].startsWith(file + ": cannot be decoded: "), found[0].constData());
+}
+
+void VornfhCheckTest::reportsTheLastErrorOfFfmpeg()
+{
+    StandIns programs;
+    programs.add(
+        "ffmpeg",
+        "printf '[avi @ 0x1] first\\n[avi @ 0x1] second\\n    Last message repeated 9 times\\n' >&2");
+    const ToolRun tool;
+    writeFile(tool.sd() + "/100ABC/DCF_0001.jpg", wholeFile("jpg"));
+    QCOMPARE(findingsIn(tool, {"--read-all"}), QByteArrayList{"DCF_0001.jpg: cannot be decoded: second"});
 }
 
 void VornfhCheckTest::requiresFfmpegToReadEverything()

@@ -374,7 +374,7 @@ void VornfhFaultsTest::survivesEveryFault_data()
                         const QByteArrayList &calls, bool hasMount = false, bool isUnprotecting = false) {
         // In parts, so that they can run at the same time: FAULTS_OF=recordings, transfers or others.
         static const QByteArray part = qgetenv("FAULTS_OF");
-        const QByteArray command = arguments.first();
+        const QByteArray &command = arguments.first();
         const bool isTransfer = command == "copy" || command == "move" || command == "offload";
         const QByteArray own = command == "record" ? "recordings" : isTransfer ? "transfers" : "others";
         if (!part.isEmpty() && part != own)

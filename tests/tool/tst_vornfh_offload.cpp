@@ -746,6 +746,8 @@ void VornfhOffloadTest::refusesStorages_data()
     row("file", {"sd/DCIM"}, {}, "@/sd/DCIM: is not a folder");
     row("absent-device", onCard(CARD), {"--sd-block", "nosuchdevice"},
         "@/sd/DCIM: the block device nosuchdevice of storage sd is not present");
+    row("absent-device-without-the-location", {}, {"--sd-block", "nosuchdevice"},
+        "@/sd/DCIM: the block device nosuchdevice of storage sd is not present");
     for (const QByteArray name : {"102ABC", "0100ABC", "MISC"})
         row("folder-" + name, onCard(CARD + Tree{"0100ABC/", "MISC/"}), {"--folder", name},
             "@/sd/DCIM/" + name + ": is not a numbered folder");

@@ -104,7 +104,7 @@ void VornfhProtectTest::refusesPaths_data()
     row("another-folder", "sd/DCIM/MISC", "@/sd/DCIM/MISC" + outside);
     row("location", "sd/DCIM", "@/sd/DCIM" + outside);
     row("not-an-object", "sd/DCIM/100ABC/IMG_0001.jpg",
-        "@/sd/DCIM/100ABC/IMG_0001.jpg: is not a file of an object");
+        "@/sd/DCIM/100ABC/IMG_0001.jpg: does not belong to an object");
     row("empty", "", "'': is not a file name");
     row("not-utf-8", "sd/\xff", "sd/\\xff: the name is not valid UTF-8");
 }

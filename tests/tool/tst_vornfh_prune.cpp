@@ -342,6 +342,8 @@ void VornfhPruneTest::refusesStorages_data()
     row("file", {"sd/DCIM"}, {"--sd", "@/sd/DCIM"}, "@/sd/DCIM: is not a folder");
     row("absent-device", onCard(FOUR), {"--sd", "@/sd/DCIM", "--sd-block", "nosuchdevice"},
         "@/sd/DCIM: the block device nosuchdevice of storage sd is not present");
+    row("absent-device-without-the-location", {}, {"--sd", "@/sd/DCIM", "--sd-block", "nosuchdevice"},
+        "@/sd/DCIM: the block device nosuchdevice of storage sd is not present");
 }
 
 void VornfhPruneTest::refusesStorages()

@@ -243,6 +243,10 @@ void VornfhRemoveTest::refusesPaths_data()
         {"@/usb/DCIM: does not exist; there is nothing to delete"});
     row("wipe-link", {"x/a.jpg", "usb/", "usb/DCIM -> @/x"}, {"wipe", "usb", "--yes"},
         {isALink("@/usb/DCIM")});
+    const QByteArray notPresent = "@/usb/DCIM: the block device nosuchdevice of storage usb is not present";
+    row("wipe-absent-device", {}, {"wipe", "usb", "--yes", "--usb-block", "nosuchdevice"}, {notPresent});
+    row("rmdir-on-an-absent-device", {}, {"rmdir", "usb", "100ABC", "--yes", "--usb-block", "nosuchdevice"},
+        {notPresent});
 }
 
 void VornfhRemoveTest::refusesPaths()

@@ -473,6 +473,16 @@ void VornfhRepairTest::refusesWrongArguments_data()
     row("location", QByteArrayList{"sd/DCIM"}, "@/sd/DCIM" + outside, false);
     row("folder-that-is-not-numbered", QByteArrayList{"sd/DCIM/MISC"}, "@/sd/DCIM/MISC" + outside, false);
     row("storage-without-a-location", QByteArrayList{"usb"}, QByteArray("@/usb/DCIM: does not exist"), false);
+    const QByteArray notPresent = ": the block device nosuchdevice of storage ";
+    row("absent-device", QByteArrayList{"sd", "--sd-block", "nosuchdevice"},
+        "@/sd/DCIM" + notPresent + "sd is not present", false);
+    row("absent-device-in-a-dry-run", QByteArrayList{"sd", "-n", "--sd-block", "nosuchdevice"},
+        "@/sd/DCIM" + notPresent + "sd is not present", false);
+    row("file-on-an-absent-device-in-a-dry-run",
+        QByteArrayList{"sd/DCIM/100ABC/DCF_0001.jpg", "-n", "--sd-block", "nosuchdevice"},
+        "@/sd/DCIM" + notPresent + "sd is not present", false);
+    row("absent-device-without-the-location", QByteArrayList{"usb", "--usb-block", "nosuchdevice"},
+        "@/usb/DCIM" + notPresent + "usb is not present", false);
 }
 
 void VornfhRepairTest::refusesWrongArguments()

@@ -141,9 +141,8 @@ void checkFolderByDcf(const Entry &folder, Result &result)
     static const QRegularExpression NAME("^[1-9][0-9]{2}[A-Z0-9_]{5}$");
     if (result.options.isDcf && !NAME.match(folder.name.toUpper()).hasMatch())
         result.add(folder.path, "dcf-folder",
-                   "the name does not follow the camera standard (DCF): a number from 100 to 999 and five "
-                   "characters "
-                   "A-Z 0-9 _");
+                   "the name does not follow the camera standard (DCF), which requires a number from 100 to "
+                   "999 and five characters A-Z 0-9 _");
 }
 
 void checkFileByDcf(const Entry &file, Result &result)
@@ -154,10 +153,9 @@ void checkFileByDcf(const Entry &file, Result &result)
     if (!result.options.isDcf)
         return;
     if (!NAME.match(name.completeBaseName().toUpper()).hasMatch())
-        result.add(
-            file.path, "dcf-file",
-            "the name does not follow the camera standard (DCF): four characters A-Z 0-9 _ and a number from "
-            "0001 to 9999");
+        result.add(file.path, "dcf-file",
+                   "the name does not follow the camera standard (DCF), which requires four characters A-Z "
+                   "0-9 _ and a number from 0001 to 9999");
     else if (suffix.size() > 3)
         result.add(file.path, "dcf-short-name",
                    QString("has the short name %1~1.%2 on FAT, which does not follow the camera standard "

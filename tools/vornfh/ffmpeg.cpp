@@ -47,12 +47,13 @@ private:
     const int mOutput;
 };
 
-/// The last line that ffmpeg printed. A final "Conversion failed!" is skipped.
+/// The last line that ffmpeg printed. "Last message repeated 3 times" and a final "Conversion failed!" are
+/// skipped.
 QString lastLine(const QByteArray &text)
 {
     QStringList lines;
     for (const QByteArray &line : QByteArray(text).replace('\r', '\n').split('\n')) {
-        if (!line.isEmpty())
+        if (!line.isEmpty() && !line.trimmed().startsWith("Last message repeated "))
             lines.append(printable(line));
     }
     if (lines.size() > 1 && lines.last() == "Conversion failed!")

@@ -323,7 +323,7 @@ QString resolved(const QString &path)
     return QDir::cleanPath(QFileInfo(existing).canonicalFilePath() + "/" + path.mid(existing.size()));
 }
 
-/// Throws UsageError if both are the same folder or one contains the other: the copies could be on the
+/// Throws UsageError if the two are the same folder, or if one contains the other: the copies could be on the
 /// storage device from which the objects are to be offloaded.
 void requireApart(const QString &directory, const Storage &storage)
 {
@@ -342,7 +342,7 @@ void requireApart(const QString &directory, const Storage &storage)
 void createDirectory(const QString &directory)
 {
     requireWritable(directory);
-    createFolder(directory); // reaches the device with the first copy, before that is reported
+    createFolder(directory); // flushed with the first copy, before the copy is reported
     removeLeftovers(directory);
 }
 
@@ -352,12 +352,12 @@ ExitCode offloadStorage(const Storage &storage, const Request &request)
     if (text.isEmpty())
         throw UsageError("DIRECTORY: the path is empty");
     const QString directory = absolutePath(text);
-    requireReadableFolder(storage.location);
-    requireApart(directory, storage);
     if (request.isMoving)
         requireWritable(storage);
     else
         requireMounted(storage);
+    requireReadableFolder(storage.location);
+    requireApart(directory, storage);
     const Job job = {directory, selectionOf(storage, request), request.isMoving, request.isDryRun};
     if (request.isDryRun) {
         requireWritable(directory);
@@ -380,8 +380,9 @@ void addOffload(CommandLine &line)
         "Each copy is flushed and compared as with the copy command. DIRECTORY/SHA256SUMS gets a line for\n"
         "each copy, which sha256sum -c can verify. A file that is already there with the same content is\n"
         "not copied again, so an interrupted run can be repeated; if the content differs, both files are\n"
-        "kept, and the new one gets a counter. An object is all files of one number in one folder, such as\n"
-        "a recording and its thumbnail. Objects that are being written are skipped; the exit code is then 3",
+        "kept, and a counter is added to the name of the new one. An object is all files of one number in\n"
+        "one folder, such as a recording and its thumbnail. Objects that are being written are skipped;\n"
+        "the exit code is then 3",
         [&line, request] { return offloadStorage(line.storages().require(request->storage), *request); });
     addStorageArgument(command, request->storage);
     command.option("DIRECTORY", request->directory, "The directory; it is created if it is missing")

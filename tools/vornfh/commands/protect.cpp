@@ -66,7 +66,7 @@ public:
             std::lower_bound(folder.objects.begin(), folder.objects.end(), base,
                              [](const Object &one, const QByteArray &name) { return one.base < name; });
         if (object == folder.objects.end() || object->base != base || !findType(path, Qt::CaseInsensitive))
-            throw FileFailure(path, "is not a file of an object");
+            throw FileFailure(path, "does not belong to an object");
         return {folder.path, {*object}};
     }
 
@@ -91,8 +91,8 @@ private:
     std::map<QString, NumberedFolder> mFolders;
 };
 
-/// Clears the read-only attribute of a file on exFAT. Returns false if the driver has no ioctl() for it, as
-/// before Linux 6.8.
+/// Clears the read-only attribute of a file on exFAT. Returns false if the driver has no ioctl() for it,
+/// which it has had since Linux 6.8.
 bool clearAttribute(int file)
 {
     __u32 attributes = 0;

@@ -51,8 +51,8 @@ QJsonObject toJson(const Storage &storage, const PruneResult &result)
 ExitCode pruneStorage(const Storage &storage, const Request &request)
 {
     requireNotRoot(storage);
-    requireReadableFolder(storage.location);
     requireWritable(storage);
+    requireReadableFolder(storage.location);
     const PrunePolicy policy = policyFor(storage, request);
     QStringList deleted;
     PruneResult result;

@@ -498,8 +498,8 @@ ExitCode removeFolder(const Storage &storage, const QString &name, const Request
     requireNotRoot(storage);
     requireFolderName(name);
     const QString path = VornFileHandler::getDirPath(storage.type, name);
-    requireRealFolder(path, "does not exist");
     requireWritable(storage);
+    requireRealFolder(path, "does not exist");
     requireNoSharedContent(path);
     Content content = deletableContent(path, request.isForced);
     if (!areOnOneFileSystem(path, storage.location))
@@ -547,6 +547,7 @@ void requireNothingElseInside(const Storage &storage, const QList<Storage> &all)
 ExitCode wipe(const Storage &storage, const QList<Storage> &all, const Request &request)
 {
     requireNotRoot(storage);
+    requireMounted(storage);
     requireRealFolder(storage.location, "does not exist; there is nothing to delete");
     requireNothingElseInside(storage, all);
     requireWritable(storage);

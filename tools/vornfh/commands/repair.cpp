@@ -40,6 +40,15 @@ struct Request {
 
 // What is to be repaired
 
+/// A dry run may also read a read-only storage device.
+void requireUsable(const Storage &storage, bool isDryRun)
+{
+    if (isDryRun)
+        requireMounted(storage);
+    else
+        requireWritable(storage);
+}
+
 /// The findings about the numbered folder @p path, or about the object of the file @p path.
 QList<Finding> findingsAt(const QString &path, const QList<Storage> &storages, bool isDryRun)
 {
@@ -48,9 +57,7 @@ QList<Finding> findingsAt(const QString &path, const QList<Storage> &storages, b
     if (!isEntry(resolved))
         throw FileFailure(path, errorText(errno));
     const QString folder = isFolder ? resolved : QFileInfo(resolved).path();
-    const Storage &storage = storageOfNumberedFolder(folder, path, storages);
-    if (!isDryRun)
-        requireWritable(storage);
+    requireUsable(storageOfNumberedFolder(folder, path, storages), isDryRun);
     QList<Finding> findings = checkFolder(folder, CheckOptions()).findings;
     const QString base = QFileInfo(resolved).completeBaseName();
     const auto isOther = [&](const Finding &finding) {
@@ -65,9 +72,8 @@ QList<Finding> findingsAt(const QString &path, const QList<Storage> &storages, b
 QList<Finding> findingsOn(const Storage &storage, bool isDryRun)
 {
     requireNotRoot(storage);
+    requireUsable(storage, isDryRun);
     requireReadableFolder(storage.location);
-    if (!isDryRun)
-        requireWritable(storage);
     return checkStorage(storage, CheckOptions()).findings;
 }
 
