@@ -480,9 +480,9 @@ public:
     ///         anything that it cannot read or write; the file is then as Exiv2 left it
     ///
     /// @warning The call may never return for a damaged AVI file: Exiv2 0.27.6 loops if the RIFF size is
-    ///          0xFFFFFFFF, which is what a recording that was killed leaves, or if the file is cut off in
-    ///          its header. Check first that the content is JPEG (FF D8 FF), PNG (89 50 4E 47) or TIFF (49 49
-    ///          2A 00 or 4D 4D 00 2A).
+    ///          0xFFFFFFFF, which is what an interrupted recording leaves behind, or if the file is cut off
+    ///          in its header. Check first that the content is JPEG (FF D8 FF), PNG (89 50 4E 47) or TIFF (49
+    ///          49 2A 00 or 4D 4D 00 2A).
     ///
     /// A result of 0 does not prove that the comment is in the file. For AVI, Matroska, MP4 and WAV files the
     /// result is 0 and the file is unchanged if Exiv2 is built with video support, as Debian's 0.27.6 is.

@@ -5,7 +5,7 @@
 #include <QString>
 
 /// The number of cells that @p text takes on a terminal: two for a wide character, such as a Chinese one, and
-/// for most emoji; none for a combining character. wcwidth() is not used: in the locale C, which may be the
+/// for most emoji; none for a combining character. wcwidth() is not used: in the C locale, which may be the
 /// only one on a device, it knows only ASCII.
 int cellsOf(const QString &text);
 

@@ -24,7 +24,7 @@ namespace {
 const std::string VERSION = "vornfh " VORNFH_VERSION;
 
 /// Help that fits a screen: the descriptions of options are wrapped, and the list of all commands shows only
-/// the beginning of theirs.
+/// the beginning of each description.
 class HelpFormat : public CLI::Formatter
 {
 public:

@@ -50,8 +50,8 @@ size_t batchFiles()
     return std::max<rlim_t>(1, (std::min(limit.rlim_cur, WANTED) - std::min(OTHERS, limit.rlim_cur / 2)) / 6);
 }
 
-/// Copies up to @p length bytes at @p offset within the kernel, or through memory if the file systems cannot
-/// do that. Returns the number of bytes; -1, with errno set, on failure.
+/// Copies up to @p length bytes at @p offset. The kernel copies them or, if the file systems do not support
+/// that, this process does. Returns the number of bytes; -1, with errno set, on failure.
 ssize_t copyPart(int from, int to, off_t offset, size_t length)
 {
     off_t source = offset;

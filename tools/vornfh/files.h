@@ -62,7 +62,7 @@ bool copyContent(int from, int to);
 
 bool isSameFile(const struct stat &one, const struct stat &other);
 
-/// Returns whether both are the same file with the same mode, size and times.
+/// Returns whether the two are the same file, with the same mode, size and times.
 bool isSameState(const struct stat &before, const struct stat &after);
 
 /// @p mode without the bits that the umask of this process clears.

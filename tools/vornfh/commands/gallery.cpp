@@ -392,8 +392,8 @@ void printPlan(const Job &job, const PageFolder &pages)
     std::for_each(old.begin(), old.end(), printWouldBeDeleted);
 }
 
-/// Sets TZ to the time zone that is used anyway. If TZ is unset, glibc calls stat() on the file of the time
-/// zone for each conversion of a time, and there are 15 for each photo.
+/// Sets TZ to the time zone that is used anyway. If TZ is unset, glibc calls stat() on the time zone
+/// file each time it converts a time, which happens 15 times for each photo.
 void nameTimeZone()
 {
     if (!qEnvironmentVariableIsSet("TZ"))

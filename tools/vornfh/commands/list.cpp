@@ -80,7 +80,7 @@ Passes passesOf(const Request &request)
     return {{}};
 }
 
-/// A file of a list.
+/// A file in a list.
 struct ListedFile {
     PlainFile facts;
     bool hasThumbnail = false;
@@ -300,7 +300,7 @@ void forEachFolder(const Storage &storage, const Request &request, Work work)
     }
 }
 
-/// A file of a list that is sorted as a whole. Files with the same keys are in the order of their paths.
+/// A file in a list that is sorted as a whole. Files with the same keys are in the order of their paths.
 struct SortedFile {
     qint64 firstKey;
     qint64 secondKey;

@@ -87,8 +87,9 @@ void addWatch(CommandLine &line)
     const Command command = line.add(
         "watch",
         "Prints a line for each event on the storage devices until SIGINT, SIGTERM or SIGHUP. For a file,\n"
-        "this is added, finished, changed or removed, and the path; for a storage device, watching,\n"
-        "mounted, unmounted, read-only, writable, full, not-full, absent or present, and its name",
+        "the line consists of a word, which is added, finished, changed or removed, and the path; for a\n"
+        "storage device, of watching, mounted, unmounted, read-only, writable, full, not-full, absent or\n"
+        "present, and its name",
         run);
     const auto parse = [named](const std::vector<std::string> &names) {
         for (const std::string &name : names) {
