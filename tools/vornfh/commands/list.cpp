@@ -63,7 +63,7 @@ QList<QFileInfo> foldersOf(const Storage &storage, eDIRECTORY_FILTER filter)
 
 // list
 
-/// A list is made in one or two passes over the folders; a pass is given as the extensions that it selects.
+/// A list is made in one or two passes over the folders, each of which selects files by their extensions.
 /// Images need two, because the library lists all JPEG files before all PNG files.
 using Passes = QVector<QStringList>;
 

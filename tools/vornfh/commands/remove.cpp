@@ -547,10 +547,9 @@ void requireNothingElseInside(const Storage &storage, const QList<Storage> &all)
 ExitCode wipe(const Storage &storage, const QList<Storage> &all, const Request &request)
 {
     requireNotRoot(storage);
-    requireMounted(storage);
+    requireWritable(storage);
     requireRealFolder(storage.location, "does not exist; there is nothing to delete");
     requireNothingElseInside(storage, all);
-    requireWritable(storage);
     const Content content = deletableContent(storage.location, request.isForced);
     confirm(storage.location, content, request);
     if (request.isDryRun)
