@@ -213,7 +213,9 @@ void VornfhFamilyTest::changesNothingInADryRun_data()
     failing("rmdir-with-a-protected-object", {"rmdir", "sd", "100ABC"},
             {CARD + "100ABC: would delete 6 files, 15 B",
              CARD + "100ABC" + notMedia + ".vornfh-4194304-abcdef",
-             CARD + "100ABC: keeps 1 file of protected objects; use --force to delete them too"},
+             CARD
+                 + "100ABC: keeps 1 file of objects that are protected or being written; use --force to "
+                   "delete them too"},
             "*");
     row("wipe", {"wipe", "usb"}, "@/usb/DCIM/.vornfh-4194304-abcdef\n@/usb/DCIM\n",
         {"@/usb/DCIM: would delete 1 file, 4 B", "@/usb/DCIM" + notMedia + ".vornfh-4194304-abcdef"});

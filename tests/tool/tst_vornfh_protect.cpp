@@ -312,7 +312,8 @@ void VornfhProtectTest::leavesProtectedObjectsAlone_data()
     const QByteArray recording = "@/sd/DCIM/100ABC/DCF_0001.jpg";
     const QByteArray thumbnail = "@/sd/DCIM/100ABC/DCF_0001.thumb";
     const QByteArray why = ": is protected; use --force";
-    const QByteArray keeps = ": keeps 2 files of protected objects; use --force to delete them too";
+    const QByteArray keeps =
+        ": keeps 2 files of objects that are protected or being written; use --force to delete them too";
     const Tree others = onCard({"100ABC/DCF_0002.avi", "100ABC/DCF_0002.wav", "100ABC/IMG_0001.jpg"}).mid(2);
     const Tree elsewhere = onCard({"101ABC/", "101ABC/DCF_0001.jpg", "MISC/", "MISC/DCF_0001.jpg"}).mid(2);
     row("delete", {"delete", recording}, {recording + why, "1 of 1 files not deleted"});
@@ -322,10 +323,10 @@ void VornfhProtectTest::leavesProtectedObjectsAlone_data()
     row("move-thumbnail", {"move", thumbnail, "mmc", "MISC"}, {thumbnail + why, "1 of 1 files not moved"});
     row("rmdir", {"rmdir", "sd", "100ABC", "--yes"},
         {"@/sd/DCIM/100ABC: will delete 3 files, 12 B", "@/sd/DCIM/100ABC" + keeps},
-        "@/sd/DCIM/100ABC: deleted 3 files, 12 B; protected objects remain\n", others);
+        "@/sd/DCIM/100ABC: deleted 3 files, 12 B; kept 2 files\n", others);
     row("wipe", {"wipe", "sd", "--yes"},
         {"@/sd/DCIM: will delete 5 files and 2 folders, 21 B", "@/sd/DCIM" + keeps},
-        "@/sd/DCIM: deleted 5 files and 2 folders, 21 B; protected objects remain\n", others + elsewhere);
+        "@/sd/DCIM: deleted 5 files and 2 folders, 21 B; kept 2 files\n", others + elsewhere);
 }
 
 void VornfhProtectTest::leavesProtectedObjectsAlone()

@@ -6,6 +6,10 @@
 
 #include <algorithm>
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
 namespace {
 
 const Tree MEDIA = {"mmc/DCIM/100ABC/DCF_0001.jpg = 1234", "sd/DCIM/100ABC/DCF_0001.jpg = 1234",
@@ -57,6 +61,8 @@ private slots:
     void createsFolders();
     void removesFolders_data();
     void removesFolders();
+    void leavesAloneWhatIsBeingWritten_data();
+    void leavesAloneWhatIsBeingWritten();
     void refusesPaths_data();
     void refusesPaths();
     void refusesWrongCommandLines_data();
@@ -211,6 +217,58 @@ void VornfhRemoveTest::removesFolders()
     QCOMPARE(tool.runOnStorages(arguments + QByteArrayList{"--yes"}),
              tool.success(folder + ": deleted " + contents + "\n", errorLines(messages)));
     QCOMPARE(tree(tool.path()), expected);
+}
+
+void VornfhRemoveTest::leavesAloneWhatIsBeingWritten_data()
+{
+    QTest::addColumn<QByteArrayList>("arguments");
+    QTest::addColumn<int>("flags"); // with which this process has the recording open
+    QTest::addColumn<QByteArrayList>("messages");
+    QTest::addColumn<QByteArray>("out");
+    QTest::addColumn<Tree>("deleted");
+    const auto row = [](const char *name, const QByteArrayList &arguments, int flags,
+                        const QByteArrayList &messages, const QByteArray &out = {},
+                        const Tree &deleted = {}) {
+        QTest::newRow(name) << arguments << flags << messages << out << deleted;
+    };
+    const QByteArray recording = "@/sd/DCIM/100ABC/DCF_0003.mkv";
+    const QByteArray folder = "@/sd/DCIM/100ABC";
+    const QByteArrayList refused = {recording + ": is being written; use --force", notDeleted(1, 1)};
+    const QByteArray keeps =
+        ": keeps 2 files of objects that are protected or being written; use --force to delete them too";
+    const Tree others = onCard({"100ABC/DCF_0001.jpg", "100ABC/DCF_0002.AVI"}).mid(2);
+    const Tree elsewhere = onCard({"101ABC/", "101ABC/DCF_0001.wav"}).mid(2);
+    row("delete-open", {"delete", recording}, O_WRONLY, refused);
+    row("delete-locked", {"delete", recording}, O_RDONLY, refused);
+    row("delete-only", {"delete", "--only", recording}, O_WRONLY, refused);
+    row("delete-dry-run", {"delete", "-n", recording}, O_WRONLY, refused);
+    row("rmdir", {"rmdir", "sd", "100ABC", "--yes"}, O_WRONLY,
+        {toDelete(folder, "2 files, 8 B"), folder + keeps}, folder + ": deleted 2 files, 8 B; kept 2 files\n",
+        others);
+    row("wipe", {"wipe", "sd", "--yes"}, O_RDONLY,
+        {toDelete("@/sd/DCIM", "3 files and 1 folder, 12 B"), "@/sd/DCIM" + keeps},
+        "@/sd/DCIM: deleted 3 files and 1 folder, 12 B; kept 2 files\n", others + elsewhere);
+}
+
+void VornfhRemoveTest::leavesAloneWhatIsBeingWritten()
+{
+    QFETCH(QByteArrayList, arguments);
+    QFETCH(int, flags);
+    QFETCH(QByteArrayList, messages);
+    QFETCH(QByteArray, out);
+    QFETCH(Tree, deleted);
+    const ToolRun tool;
+    tool.make(MEDIA + onCard({"100ABC/DCF_0003.mkv", "100ABC/DCF_0003.thumb"}));
+    const Tree expected = without(tree(tool.path()), deleted);
+    const QByteArray path = QFile::encodeName(tool.sd()) + "/100ABC/DCF_0003.mkv";
+    const int file = ::open(path.constData(), flags | O_CLOEXEC);
+    QVERIFY(file >= 0 && (flags == O_WRONLY || ::flock(file, LOCK_EX) == 0));
+    QCOMPARE(tool.runOnStorages(arguments), tool.failure(messages, out));
+    QCOMPARE(tree(tool.path()), expected);
+    const Outcome forced = tool.runOnStorages(arguments + QByteArrayList{"--force"});
+    ::close(file);
+    QVERIFY2(forced.exitCode == 0, forced.err);
+    QCOMPARE(QFile::exists(path), arguments.contains("-n"));
 }
 
 void VornfhRemoveTest::refusesPaths_data()

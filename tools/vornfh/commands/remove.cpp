@@ -19,6 +19,7 @@
 #include <QFileInfo>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -30,6 +31,7 @@
 #include <fcntl.h>
 #include <fts.h>
 #include <pwd.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 using namespace VORN_FILE_HANDLER;
@@ -104,8 +106,11 @@ Target targetOf(const QString &path, const QList<Storage> &storages, const Reque
             removeLeftovers(folder);
         reportUnreadable(folder);
     }
-    if (!request.isForced)
+    if (!request.isForced) {
         seen.protection.requireUnprotected(path, resolved);
+        if (isBeingWritten(resolved))
+            throw FileFailure(path, "is being written; use --force");
+    }
     const bool hasThumbnail = !request.isOnly && isThumbnailFreed(resolved, seen.planned);
     const QString thumbnail = hasThumbnail ? thumbnailOf(path) : QString();
     return {path, resolved, thumbnail,
@@ -241,7 +246,7 @@ struct Content {
     QByteArrayList others;  // files that are not media files
     qint64 bytes = 0;
     QString mountPoint; // of another file system in it
-    Kept objects;       // that are protected
+    Kept objects;       // that are protected or being written
     int keptFiles = 0;
 
     QByteArrayList names() const { return files + folders; }
@@ -252,25 +257,58 @@ bool isMedia(const QByteArray &name)
     return findType(QString::fromUtf8(name), Qt::CaseInsensitive) != nullptr;
 }
 
+/// The files on the file system @p device that a process has open.
+std::set<ino_t> openFilesOn(dev_t device)
+{
+    std::set<ino_t> files;
+    const auto addFile = [&files, device](int folder, const dirent &entry) {
+        // Without synchronising, this does not wait for the file systems of other files, which may hang.
+        struct statx status = {};
+        const bool isRead = ::statx(folder, entry.d_name, AT_STATX_DONT_SYNC, STATX_INO, &status) == 0;
+        if (isRead && ::makedev(status.stx_dev_major, status.stx_dev_minor) == device)
+            files.insert(status.stx_ino);
+    };
+    forEachEntry("/proc", [&addFile](int, const dirent &process) {
+        if (std::isdigit(static_cast<unsigned char>(process.d_name[0])))
+            forEachEntry(QString("/proc/%1/fd").arg(process.d_name), addFile);
+    });
+    return files;
+}
+
+/// What is known about a folder before its entries are added.
+struct Root {
+    int prefixLength;
+    dev_t device;
+    std::set<ino_t> openFiles; // checking each file for a writer would take as long as deleting it
+
+    bool isBeingWritten(const FTSENT &file) const
+    {
+        return openFiles.count(file.fts_statp->st_ino) > 0
+               && ::isBeingWritten(QFile::decodeName(file.fts_path));
+    }
+};
+
 /// Adds an entry of a folder. Each folder is visited twice, before and after the entries in it.
-void add(const FTSENT &entry, int prefixLength, dev_t device, const Kept &kept, Content &content)
+void add(const FTSENT &entry, const Root &root, const Kept &kept, Content &content)
 {
     const bool isFile = entry.fts_info == FTS_F;
     const bool isFolder = entry.fts_info == FTS_D || entry.fts_info == FTS_DP;
     const bool isLeft = isKept(entry, kept);
-    if ((entry.fts_info == FTS_D || isFile) && entry.fts_statp->st_dev != device
+    if ((entry.fts_info == FTS_D || isFile) && entry.fts_statp->st_dev != root.device
         && content.mountPoint.isEmpty() && !(isFile && isLeft))
         content.mountPoint = printable(QByteArray(entry.fts_path));
     if (isLeft)
         content.keptFiles += isFolder ? 0 : 1;
     if (entry.fts_info == FTS_D || entry.fts_level == 0 || isLeft)
         return;
-    const QByteArray name = entry.fts_path + prefixLength;
+    const QByteArray name = entry.fts_path + root.prefixLength;
     (isFolder ? content.folders : content.files).append(name);
-    if (isFile && isProtectedMode(entry.fts_statp->st_mode))
+    const bool isMediaFile = isFile && isMedia(entry.fts_name);
+    const bool isProtected = isFile && isProtectedMode(entry.fts_statp->st_mode);
+    if (isProtected || (isMediaFile && root.isBeingWritten(entry)))
         content.objects.insert(basePath(entry.fts_path));
     content.bytes += isFile ? entry.fts_statp->st_size : 0;
-    if (!isFolder && !(isFile && isMedia(entry.fts_name)))
+    if (!isFolder && !isMediaFile)
         content.others.append(name);
 }
 
@@ -298,12 +336,15 @@ Content contentOf(const QString &folder, const Kept &kept = {})
     Content content;
     const QByteArray path = QFile::encodeName(folder);
     struct stat status = {};
-    if (::lstat(path.constData(), &status) == 0)
-        walk(path, [&](const FTSENT &entry) { add(entry, path.size() + 1, status.st_dev, kept, content); });
+    if (::lstat(path.constData(), &status) != 0)
+        return content;
+    const Root root = {path.size() + 1, status.st_dev, openFilesOn(status.st_dev)};
+    walk(path, [&](const FTSENT &entry) { add(entry, root, kept, content); });
     return content;
 }
 
-/// What may be deleted in @p folder: everything but the protected objects or, if @p isForced, everything.
+/// What may be deleted in @p folder: everything but the objects that are protected or being written or, if
+/// @p isForced, everything.
 Content deletableContent(const QString &folder, bool isForced)
 {
     Content content = contentOf(folder);
@@ -342,7 +383,8 @@ void confirm(const QString &folder, const Content &content, const Request &reque
         printError(
             QString("%1: including files that are not media files: %2").arg(folder, listed(content.others)));
     if (content.keptFiles > 0)
-        printError(QString("%1: keeps %2 of protected objects; use --force to delete them too")
+        printError(QString("%1: keeps %2 of objects that are protected or being written; use --force to "
+                           "delete them too")
                        .arg(folder, counted(content.keptFiles, "file")));
     if (request.isConfirmed || request.isDryRun)
         return;
@@ -430,13 +472,13 @@ void requireGone(const QString &folder, const Content &before)
     reportDeleted(folder, before, rest);
 }
 
-/// Deletes the content of @p folder. Throws Failure if anything but protected objects is left.
+/// Deletes the content of @p folder. Throws Failure if anything is left but what is kept.
 void deleteAllButKept(const QString &folder, const Content &content)
 {
     deleteCounted(folder, content);
     deleteRest(folder, content);
     flushFileSystem(folder);
-    reportDeleted(folder, content, "; protected objects remain");
+    reportDeleted(folder, content, "; kept " + counted(content.keptFiles, "file"));
 }
 
 void requireRealFolder(const QString &path, const QString &ifMissing)
@@ -460,7 +502,7 @@ void requireNoSharedContent(const QString &folder)
 }
 
 /// Prints what would be deleted in @p folder, and the folder itself if it would be. Throws Failure if
-/// something would be left that is not protected.
+/// something would be left that is not kept.
 ExitCode printPlan(const QString &folder, const Content &content)
 {
     const QByteArray path = QFile::encodeName(folder);
@@ -570,7 +612,7 @@ void addRemove(CommandLine &line)
 {
     const auto request = std::make_shared<Request>();
     const auto addForce = [request](const Command &command) {
-        command.flag("--force", request->isForced, "Delete protected objects too");
+        command.flag("--force", request->isForced, "Delete what is protected or being written, too");
         addDryRun(command, request->isDryRun);
     };
     const auto addConfirmation = [request, addForce](const Command &command) {
