@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <cstring>
 
 #include <fcntl.h>
 #include <sys/eventfd.h>
@@ -114,6 +113,7 @@ public:
         : mSeconds(std::move(seconds)), mKeepFree(keepFree), mInput(std::move(input))
     {
         mFfmpeg.setProcessChannelMode(QProcess::ForwardedChannels);
+        connect(&mFfmpeg, &QProcess::errorOccurred, [&] { show(mFfmpeg.program(), mFfmpeg.errorString()); });
         connect(&mFfmpeg, &QProcess::stateChanged, this, &Recorder::keep);
         connect(&mTimer, &QTimer::timeout, this, &Recorder::check);
         mTimer.start(1000);
@@ -150,7 +150,7 @@ private:
     void begin(qint64 bytes)
     {
         mPath = claim(mLocation);
-        show(mLocation, mPath.isEmpty() ? std::strerror(errno) : "recording " + mPath);
+        show(mLocation, mPath.isEmpty() ? qt_error_string(errno) : "recording " + mPath);
         if (mPath.isEmpty())
             return;
         //! [thumbnail]
