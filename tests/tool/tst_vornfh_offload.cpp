@@ -707,16 +707,16 @@ void VornfhOffloadTest::refusesWrongCommandLines_data()
     row("no-storage", {}, "STORAGE is required");
     row("no-directory", {"sd"}, "DIRECTORY is required");
     row("unknown-storage", {"card", "out"}, messages::unknownStorage("card"));
-    row("since-without-a-value", {"sd", "out", "--since"}, "--since: 1 required DATE missing");
+    row("since-without-a-value", {"sd", "out", "--since"}, "--since needs a value: DATE");
     for (const char *value : {"today", "2025-02-30", "2025-2-3", "25-02-25", "2025-02-25 ", " 2025-02-25",
                               "2025-02-25T00:00", "2025/02/25", "20250225", "-001-02-25"})
         row(QByteArray("since-").append(value), {"sd", "out", QByteArray("--since=") + value},
             QByteArray("--since: '") + value + "' is not a date such as 2025-02-25");
     row("until", {"sd", "out", "--until=2025-02-30"},
         "--until: '2025-02-30' is not a date such as 2025-02-25");
-    row("type-without-a-value", {"sd", "out", "--type"}, "--type: 1 required images|videos|audio missing");
+    row("type-without-a-value", {"sd", "out", "--type"}, "--type needs a value: images|videos|audio");
     row("unknown-type", {"sd", "out", "--type", "jpg"}, "--type: jpg not in {images,videos,audio}");
-    row("folder-without-a-value", {"sd", "out", "--folder"}, "--folder: 1 required NAME missing");
+    row("folder-without-a-value", {"sd", "out", "--folder"}, "--folder needs a value: NAME");
     row("folder-with-a-slash", {"sd", "out", "--folder", "100ABC/"},
         messages::folderNameWithSlash("100ABC/"));
     row("two-dots-as-folder", {"sd", "out", "--folder", ".."}, messages::reservedFolderName(".."));

@@ -301,10 +301,10 @@ void VornfhPruneTest::refusesWrongCommandLines_data()
         "prune needs at least one of --keep-free, --max-size, --keep-last and --keep-within");
     row("no-storage", {"--keep-last", "1"}, "STORAGE is required");
     row("unknown-storage", {"card", "--keep-last", "1"}, messages::unknownStorage("card"));
-    row("policy-without-a-value", {"sd", "--keep-free"}, "--keep-free: 1 required SIZE|PERCENT missing");
-    row("max-size-without-a-value", {"sd", "--max-size"}, "--max-size: 1 required SIZE missing");
-    row("keep-last-without-a-value", {"sd", "--keep-last"}, "--keep-last: 1 required N missing");
-    row("keep-within-without-a-value", {"sd", "--keep-within"}, "--keep-within: 1 required AGE missing");
+    row("policy-without-a-value", {"sd", "--keep-free"}, "--keep-free needs a value: SIZE|PERCENT");
+    row("max-size-without-a-value", {"sd", "--max-size"}, "--max-size needs a value: SIZE");
+    row("keep-last-without-a-value", {"sd", "--keep-last"}, "--keep-last needs a value: N");
+    row("keep-within-without-a-value", {"sd", "--keep-within"}, "--keep-within needs a value: AGE");
     for (const char *value : {"0", "0%", "100%", "101%", "%", "5K%", "2g", "1.5G", "-1", " 1G",
                               "9999999999999T", "99999999999999999999"})
         row(QByteArray("keep-free-").append(value), {"sd", "--keep-free=" + QByteArray(value)},

@@ -846,12 +846,12 @@ void VornfhRecorderTest::refusesWrongCommandLines_data()
     row("size-without-input", {"--size", "640x480"}, "--size requires --input");
     row("rate-without-input", {"--rate", "25"}, "--rate requires --input");
     row("format-without-input", {"--input-format", "v4l2"}, "--input-format requires --input");
-    row("segment-without-a-value", {"--segment"}, "--segment: 1 required SECONDS|SIZE missing");
+    row("segment-without-a-value", {"--segment"}, "--segment needs a value: SECONDS|SIZE");
     row("keep-free-without-a-value", {"--segment", "60", "--loop", "--keep-free"},
-        "--keep-free: 1 required SIZE|PERCENT missing");
-    row("duration-without-a-value", {"--duration"}, "--duration: 1 required SECONDS missing");
-    row("timeout-without-a-value", {"--timeout"}, "--timeout: 1 required SECONDS missing");
-    row("input-without-a-value", {"--input"}, "--input: 1 required INPUT missing");
+        "--keep-free needs a value: SIZE|PERCENT");
+    row("duration-without-a-value", {"--duration"}, "--duration needs a value: SECONDS");
+    row("timeout-without-a-value", {"--timeout"}, "--timeout needs a value: SECONDS");
+    row("input-without-a-value", {"--input"}, "--input needs a value: INPUT");
     row("segment-not-utf-8", {"--segment", "\xff"}, messages::notUtf8("--segment", "\\xff"));
 }
 

@@ -102,7 +102,11 @@ void VornfhStoragesTest::refusesWrongCommandLines_data()
     row("storage-not-configured", {"--sd", "@/sd", "count", "usb"}, messages::notConfigured("usb"));
     row("block-device-without-location", {"--sd-block", "mmcblk1", "count", "sd"},
         "--sd-block requires --sd");
-    row("missing-config-file", {"--config", "@/none", "count", "sd"}, "@/none was not readable (missing?)");
+    row("missing-config-file", {"--config", "@/none", "count", "sd"},
+        "--config: @/none: No such file or directory");
+    row("folder-as-config-file", {"--config", "@/", "count", "sd"}, "--config: @/: is a folder");
+    row("folder-as-config-file-with-a-storage", {"--config", "@/", "--sd", "@/sd", "count", "sd"},
+        "--config: @/: is a folder");
     row("empty-config-file-name", {"--config", "", "count", "sd"}, "--config: the path is empty");
     row("empty-config-file-name-with-a-storage", {"--config", "", "--sd", "@/sd", "count", "sd"},
         "--config: the path is empty");

@@ -2,6 +2,7 @@
 #include "commandline.h"
 
 #include "completion.h"
+#include "config.h"
 #include "files.h"
 #include "output.h"
 #include "paths.h"
@@ -13,6 +14,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QRegularExpression>
 
 #include <algorithm>
 #include <memory>
@@ -222,20 +224,28 @@ bool CommandLine::isHelpRequested() const
 
 ExitCode CommandLine::reportParseError(const CLI::ParseError &error) const
 {
-    const bool isConfigError = dynamic_cast<const CLI::ConfigError *>(&error);
+    const bool isFileError = dynamic_cast<const CLI::FileError *>(&error); // of the config file
+    const bool isConfigError = isFileError || dynamic_cast<const CLI::ConfigError *>(&error);
     // The parser reads the config file before it prints the help or the version.
     if (isConfigError && isHelpRequested())
         return static_cast<ExitCode>(mApp->exit(CLI::CallForHelp()));
     if (isConfigError && mApp->get_version_ptr()->count() > 0)
         return static_cast<ExitCode>(mApp->exit(CLI::CallForVersion(VERSION, DONE)));
     if (isConfigError) {
+        const QString file = QFile::decodeName(mApp->get_config_ptr()->as<std::string>().c_str());
+        if (isFileError)
+            return report(UsageError("--config: " + configFileProblem(file)), WRONG_COMMAND_LINE);
         // The parser's message does not name the file, nor say what is wrong with a key.
-        const QString file = QString::fromStdString(mApp->get_config_ptr()->as<std::string>());
         const QString reason = QString(error.what()).replace("INI was not able to parse ", "unknown key ");
         return report(UsageError(file + ": " + reason), WRONG_COMMAND_LINE);
     }
     if (dynamic_cast<const CLI::RequiredError *>(&error) && mApp->get_subcommands().empty())
         return report(noCommand(), WRONG_COMMAND_LINE);
+    static const QRegularExpression NO_VALUE("^(--.*): 1 required (.*) missing$");
+    const QRegularExpressionMatch match = NO_VALUE.match(error.what());
+    if (match.hasMatch())
+        return report(UsageError(QString("%1 needs a value: %2").arg(match.captured(1), match.captured(2))),
+                      WRONG_COMMAND_LINE);
     return report(error, WRONG_COMMAND_LINE);
 }
 

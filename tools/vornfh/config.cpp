@@ -40,7 +40,9 @@ bool mayExist(const QString &path)
     return readLinkStatus(path, status) || (errno != ENOENT && errno != ENOTDIR);
 }
 
-QString problemOf(const QString &path)
+} // namespace
+
+QString configFileProblem(const QString &path)
 {
     struct stat status = {};
     if (!readStatus(path, status) || ::access(QFile::encodeName(path).constData(), R_OK) != 0)
@@ -48,22 +50,21 @@ QString problemOf(const QString &path)
     return S_ISDIR(status.st_mode) ? path + ": is a folder" : QString();
 }
 
-} // namespace
-
 ConfigFile usualConfigFile()
 {
     if (qEnvironmentVariableIsSet(VARIABLE)) {
         const QString path = QFile::decodeName(qgetenv(VARIABLE));
         if (path.isEmpty())
             return {std::string(), QString("%1 is empty").arg(VARIABLE)};
-        const QString problem = problemOf(path);
+        const QString problem = configFileProblem(path);
         return {QFile::encodeName(path).toStdString(),
                 problem.isEmpty() ? QString() : QString("%1: %2").arg(VARIABLE, problem)};
     }
     const QStringList paths = usualPaths();
     const auto found = std::find_if(paths.begin(), paths.end(), mayExist);
-    return found == paths.end() ? ConfigFile()
-                                : ConfigFile{QFile::encodeName(*found).toStdString(), problemOf(*found)};
+    return found == paths.end()
+               ? ConfigFile()
+               : ConfigFile{QFile::encodeName(*found).toStdString(), configFileProblem(*found)};
 }
 
 QString homeFolder()

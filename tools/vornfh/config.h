@@ -16,6 +16,9 @@ struct ConfigFile {
     QString problem;  // why it cannot be read; empty if it can
 };
 
+/// Why the config file @p path cannot be read; empty if it can.
+QString configFileProblem(const QString &path);
+
 /// The file that VORNFH_CONFIG names or, if that is not set, the first that exists of
 /// $XDG_CONFIG_HOME/vornfh.conf (by default ~/.config/vornfh.conf if HOME is set) and /etc/vornfh.conf.
 ConfigFile usualConfigFile();

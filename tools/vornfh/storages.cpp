@@ -150,8 +150,12 @@ void Storages::requireConfigFile() const
 {
     if (mConfig->empty() && !mConfigProblem.isEmpty())
         throw UsageError(mConfigProblem);
-    if (!mConfig->empty() && configFile().isEmpty())
-        throw UsageError("--config: the path is empty");
+    if (mConfig->empty())
+        return;
+    const QString path = configFile();
+    const QString problem = path.isEmpty() ? "the path is empty" : configFileProblem(path);
+    if (!problem.isEmpty())
+        throw UsageError("--config: " + problem);
 }
 
 void Storages::check() const
