@@ -80,7 +80,7 @@ QByteArray otherType(const QByteArray &extension)
 
 QByteArray shortName(const QByteArray &name)
 {
-    return "has the short name " + name + " on FAT, which does not follow the camera standard (DCF)";
+    return "its short name on FAT, " + name + ", does not follow the camera standard (DCF)";
 }
 
 /// @p content with @p count bytes at @p place replaced by @p byte; a negative place counts from the end.

@@ -158,8 +158,7 @@ void checkFileByDcf(const Entry &file, Result &result)
                    "0-9 _ and a number from 0001 to 9999");
     else if (suffix.size() > 3)
         result.add(file.path, "dcf-short-name",
-                   QString("has the short name %1~1.%2 on FAT, which does not follow the camera standard "
-                           "(DCF)")
+                   QString("its short name on FAT, %1~1.%2, does not follow the camera standard (DCF)")
                        .arg(name.completeBaseName().toUpper().left(6), suffix.left(3)));
 }
 

@@ -35,7 +35,7 @@ void createFolder(const QString &path);
 bool createExclusively(const QString &path);
 
 /// Compares two files byte by byte. The second is read from the device, not from memory, if it has been
-/// flushed; if they are the same, its content has been added to @p hash.
+/// flushed. If the two are the same, the content of the second has been added to @p hash.
 bool hasSameContent(int one, int other, const QString &path, QCryptographicHash *hash = nullptr);
 
 #endif // DURABLE_H

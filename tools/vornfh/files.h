@@ -49,7 +49,7 @@ qint64 creationTime(const struct statx &status);
 /// Returns whether there is an entry with this path; symbolic links are not followed.
 bool isEntry(const QString &path);
 
-/// Calls @p work with the open folder and the entry for each entry of @p folder except "." and "..". Returns
+/// For each entry of @p folder except "." and "..", calls @p work with the open folder and the entry. Returns
 /// false and sets errno if the folder cannot be read to its end.
 bool forEachEntry(const QString &folder, const std::function<void(int folder, const dirent &entry)> &work);
 

@@ -49,9 +49,9 @@ struct PruneResult {
 using PruneReport = std::function<void(const std::vector<FileFacts> &deleted)>;
 
 /// Deletes the oldest objects in the order of the numbering until the space policies are met, and then the
-/// empty numbered folders before the last one. Protected objects, the newest one, objects that are being
-/// written, thumbnails without a recording and all other files are left alone. At whatever moment the power
-/// fails, no thumbnail is left without its recording. Stops early if isStopped(). Throws Failure. If @p
+/// empty numbered folders before the last one. Protected objects, the newest object, objects that are
+/// being written, thumbnails without a recording and all other files are left alone. At whatever moment the
+/// power fails, no thumbnail is left without its recording. Stops early if isStopped(). Throws Failure. If @p
 /// isDryRun, deletes nothing, but returns and reports what a deletion would.
 PruneResult prune(const Storage &storage, const PrunePolicy &policy, const PruneReport &report,
                   bool isDryRun = false);

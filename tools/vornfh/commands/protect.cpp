@@ -91,8 +91,8 @@ private:
     std::map<QString, NumberedFolder> mFolders;
 };
 
-/// Clears the read-only attribute of a file on exFAT. Returns false if the driver has no ioctl() for it,
-/// which it has had since Linux 6.8.
+/// Clears the read-only attribute of a file on exFAT. Returns false if the driver has no ioctl() for
+/// this; it has had one since Linux 6.8.
 bool clearAttribute(int file)
 {
     __u32 attributes = 0;

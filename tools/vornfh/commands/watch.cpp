@@ -86,10 +86,10 @@ void addWatch(CommandLine &line)
     };
     const Command command = line.add(
         "watch",
-        "Prints a line for each event on the storage devices until SIGINT, SIGTERM or SIGHUP. For a file,\n"
-        "the line consists of a word, which is added, finished, changed or removed, and the path; for a\n"
-        "storage device, of watching, mounted, unmounted, read-only, writable, full, not-full, absent or\n"
-        "present, and its name",
+        "Prints a line for each event on the storage devices until SIGINT, SIGTERM or SIGHUP: one of the\n"
+        "words added, finished, changed and removed, followed by the path of the file, or one of the words\n"
+        "watching, mounted, unmounted, read-only, writable, full, not-full, absent and present, followed\n"
+        "by the name of the storage device",
         run);
     const auto parse = [named](const std::vector<std::string> &names) {
         for (const std::string &name : names) {
