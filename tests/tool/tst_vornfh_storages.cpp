@@ -394,6 +394,8 @@ void VornfhStoragesTest::printsHelpDespiteAConfigFileThatCannotBeUsed()
         QCOMPARE(outcome.err, QByteArray());
         QVERIFY2(outcome.out.startsWith(start), outcome.out.constData());
     }
+    const Outcome missing = tool.run(QByteArrayList{"--config", "@/none"} + arguments);
+    QVERIFY2(missing.exitCode == 0 && missing.out.startsWith(start), missing.err.constData());
 }
 
 void VornfhStoragesTest::acceptsThePathOfABlockDevice_data()

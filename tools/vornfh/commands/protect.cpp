@@ -223,8 +223,8 @@ void addProtect(CommandLine &line)
     addCommand(
         line, true, "protect",
         "Protects objects from delete, rmdir, wipe, prune and move. An object is all files of one number in\n"
-        "one folder, such as a recording and its thumbnail. Its files lose their write permission; on FAT\n"
-        "and exFAT, this sets the read-only attribute, which cameras use");
+        "one folder, such as a recording and its thumbnail. Its files lose their write permission, which\n"
+        "unprotect restores. On FAT and exFAT, they get the read-only attribute, which cameras use");
     addCommand(
         line, false, "unprotect",
         "Removes the protection of objects. On exFAT before Linux 6.8, the kernel cannot clear the\n"
