@@ -10,6 +10,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <linux/magic.h>
+#include <sys/eventfd.h>
 #include <sys/file.h>
 #include <sys/vfs.h>
 #include <sys/wait.h>
@@ -113,6 +114,13 @@ int unlink(const char *path) noexcept
     static const auto next = real<int(const char *)>("unlink");
     announce("unlink");
     return next(path);
+}
+
+int eventfd_write(int file, eventfd_t value) noexcept
+{
+    static const auto next = real<int(int, eventfd_t)>("eventfd_write");
+    announce("eventfd_write");
+    return next(file, value);
 }
 
 ssize_t sendfile(int to, int from, off_t *offset, size_t length) noexcept

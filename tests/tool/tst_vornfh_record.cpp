@@ -53,6 +53,7 @@ private slots:
     void aSecondSignalEndsTheToolAtOnce_data();
     void aSecondSignalEndsTheToolAtOnce();
     void aKilledToolEndsFfmpeg();
+    void aToolKilledWhileItStartsFfmpegLeavesNoProcess();
     void removesWhatAnInterruptedCommandLeft_data();
     void removesWhatAnInterruptedCommandLeft();
     void removesWhatAProcessWithTheSameNumberLeft();
@@ -651,6 +652,23 @@ void VornfhRecordTest::aKilledToolEndsFfmpeg()
     QTRY_VERIFY(!isRunning(processIn(tool, "ffmpeg")));
 }
 
+/// A process that holds a recording open would be in the way of unmounting the card.
+void VornfhRecordTest::aToolKilledWhileItStartsFfmpegLeavesNoProcess()
+{
+    ToolRun tool;
+    // QProcess calls eventfd_write() when it has registered the child that it has just created.
+    if (!tool.runBefore("eventfd_write", "cat /proc/$PPID/task/*/children > children; kill -9 $PPID"))
+        QSKIP(CANNOT_PRELOAD);
+    tool.make({"sd/DCIM/"});
+    QProcess process;
+    tool.startOnStorages(process, {"record", "sd", "--type", "wav"});
+    QTRY_COMPARE_WITH_TIMEOUT(process.state(), QProcess::NotRunning, 20000);
+    const QByteArrayList children = tool.content("children").simplified().split(' ');
+    QCOMPARE(children.size(), 2); // one of them is the shell
+    for (const QByteArray &child : children)
+        QTRY_VERIFY(!isRunning(child.toInt()));
+}
+
 void VornfhRecordTest::removesWhatAnInterruptedCommandLeft_data()
 {
     QTest::addColumn<Tree>("left"); // in the last folder
@@ -662,18 +680,19 @@ void VornfhRecordTest::removesWhatAnInterruptedCommandLeft_data()
     row("file", Tree{file + " = x"}, Tree{}, QByteArrayList{start + "; removed"});
     row("folder", Tree{file + "/"}, Tree{}, QByteArrayList{start + "; removed"});
     row("file-that-was-being-renamed", Tree{file + " = x", mark}, Tree{file + " = x", mark},
-        QByteArrayList{start
-                       + " and kept: it may share its content with another file, or be the only copy of one; "
-                         "unmount the storage device and check it with fsck before you delete the leftover"});
+        QByteArrayList{
+            start
+            + " and kept: it may share its content with another file, or be the only copy of a file; "
+              "unmount the storage device and check it with fsck before you delete the leftover"});
     const QByteArray backup = ".vornfh-99999999-backup";
     const QByteArray replacement = mark + " = another session\na.jpg\n" + file + "\n" + backup + "\n";
-    const QByteArray restored =
-        "@/sd/DCIM/101ABC/a.jpg: was being replaced by an interrupted command; restored";
+    const QByteArray restored = "@/sd/DCIM/101ABC/a.jpg: an interrupted command was replacing it; restored";
     const auto kept = [](const QByteArray &name) {
         return "@/sd/DCIM/101ABC/" + name
                + ": left by an interrupted command and kept: it may share its content with another file, or "
                  "be the "
-                 "only copy of one; unmount the storage device and check it with fsck before you delete the "
+                 "only copy of a file; unmount the storage device and check it with fsck before you delete "
+                 "the "
                  "leftover";
     };
     row("replacement-with-the-new-file", Tree{file + " = new", backup + " = old", replacement},

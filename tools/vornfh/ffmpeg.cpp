@@ -12,12 +12,31 @@
 
 #include <csignal>
 
+#include <pthread.h>
 #include <sys/prctl.h>
 #include <unistd.h>
 
 namespace {
 
 const QStringList QUIET = {"-nostdin", "-hide_banner", "-loglevel", "error"};
+
+pid_t parent = 0; // of a child that is being started
+
+void rememberParent()
+{
+    parent = ::getpid();
+}
+
+/// The first thing that a child of this process does: lets the kernel kill it when this process dies. Waiting
+/// for setupChildProcess() would be too late: before that, the child of a class derived from QProcess waits
+/// until its parent has registered it. A parent that is killed never does, and the child would wait forever,
+/// with the recordings of its parent open.
+void dieWithParent()
+{
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (::getppid() != parent) // the parent is already dead
+        ::_exit(1);
+}
 
 /// A program that does not outlive this process, and does not receive the signals that the terminal sends to
 /// this process. The kernel kills it when the thread that started it ends, so that thread must wait for it:
@@ -26,14 +45,16 @@ class Child : public QProcess
 {
 public:
     /// Descriptors for its standard input and output; -1 for those that QProcess sets up.
-    explicit Child(int input = -1, int output = -1) : mInput(input), mOutput(output) {}
+    explicit Child(int input = -1, int output = -1) : mInput(input), mOutput(output)
+    {
+        static const int registered = ::pthread_atfork(rememberParent, nullptr, dieWithParent);
+        if (registered != 0)
+            throw Failure("ffmpeg cannot be started: " + errorText(registered));
+    }
 
 protected:
     void setupChildProcess() override
     {
-        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-        if (::getppid() != mParent) // the parent is already dead
-            ::_exit(1);
         ::setpgid(0, 0);
         if (mInput >= 0)
             ::dup2(mInput, STDIN_FILENO);
@@ -42,7 +63,6 @@ protected:
     }
 
 private:
-    const pid_t mParent = ::getpid();
     const int mInput;
     const int mOutput;
 };
