@@ -5,6 +5,7 @@
 #include <QTest>
 
 #include <algorithm>
+#include <csignal>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -63,6 +64,11 @@ private slots:
     void removesFolders();
     void leavesAloneWhatIsBeingWritten_data();
     void leavesAloneWhatIsBeingWritten();
+    void deletesWhatIsOnlyBeingRead_data();
+    void deletesWhatIsOnlyBeingRead();
+    void keepsARecordingThatBeginsMeanwhile_data();
+    void keepsARecordingThatBeginsMeanwhile();
+    void deletesNothingIfAFileIsOpenedBeforeTheAnswer();
     void refusesPaths_data();
     void refusesPaths();
     void refusesWrongCommandLines_data();
@@ -222,30 +228,39 @@ void VornfhRemoveTest::removesFolders()
 void VornfhRemoveTest::leavesAloneWhatIsBeingWritten_data()
 {
     QTest::addColumn<QByteArrayList>("arguments");
-    QTest::addColumn<int>("flags"); // with which this process has the recording open
+    QTest::addColumn<QByteArray>("opened"); // by this process, for writing unless it is locked
+    QTest::addColumn<bool>("isLocked");
     QTest::addColumn<QByteArrayList>("messages");
     QTest::addColumn<QByteArray>("out");
     QTest::addColumn<Tree>("deleted");
-    const auto row = [](const char *name, const QByteArrayList &arguments, int flags,
-                        const QByteArrayList &messages, const QByteArray &out = {},
-                        const Tree &deleted = {}) {
-        QTest::newRow(name) << arguments << flags << messages << out << deleted;
-    };
-    const QByteArray recording = "@/sd/DCIM/100ABC/DCF_0003.mkv";
     const QByteArray folder = "@/sd/DCIM/100ABC";
-    const QByteArrayList refused = {recording + ": is being written; use --force", notDeleted(1, 1)};
+    const QByteArray recording = folder + "/DCF_0003.mkv";
+    const QByteArray thumbnail = folder + "/DCF_0003.thumb";
     const QByteArray keeps =
         ": keeps 2 files of objects that are protected or being written; use --force to delete them too";
+    const auto row = [](const char *name, const QByteArrayList &arguments, const QByteArray &opened,
+                        bool isLocked, const QByteArrayList &messages, const QByteArray &out = {},
+                        const Tree &deleted = {}) {
+        QTest::newRow(name) << arguments << opened << isLocked << messages << out << deleted;
+    };
+    const auto refused = [](const QByteArray &path) {
+        return QByteArrayList{path + ": is being written; use --force", notDeleted(1, 1)};
+    };
     const Tree others = onCard({"100ABC/DCF_0001.jpg", "100ABC/DCF_0002.AVI"}).mid(2);
     const Tree elsewhere = onCard({"101ABC/", "101ABC/DCF_0001.wav"}).mid(2);
-    row("delete-open", {"delete", recording}, O_WRONLY, refused);
-    row("delete-locked", {"delete", recording}, O_RDONLY, refused);
-    row("delete-only", {"delete", "--only", recording}, O_WRONLY, refused);
-    row("delete-dry-run", {"delete", "-n", recording}, O_WRONLY, refused);
-    row("rmdir", {"rmdir", "sd", "100ABC", "--yes"}, O_WRONLY,
+    row("delete-open", {"delete", recording}, recording, false, refused(recording));
+    row("delete-locked", {"delete", recording}, recording, true, refused(recording));
+    row("delete-only", {"delete", "--only", recording}, recording, false, refused(recording));
+    row("delete-dry-run", {"delete", "-n", recording}, recording, false, refused(recording));
+    row("delete-with-its-open-thumbnail", {"delete", recording}, thumbnail, false, refused(recording));
+    row("delete-thumbnail-of-an-open-recording", {"delete", thumbnail}, recording, false, refused(thumbnail));
+    row("rmdir", {"rmdir", "sd", "100ABC", "--yes"}, recording, false,
         {toDelete(folder, "2 files, 8 B"), folder + keeps}, folder + ": deleted 2 files, 8 B; kept 2 files\n",
         others);
-    row("wipe", {"wipe", "sd", "--yes"}, O_RDONLY,
+    row("rmdir-with-an-open-thumbnail", {"rmdir", "sd", "100ABC", "--yes"}, thumbnail, false,
+        {toDelete(folder, "2 files, 8 B"), folder + keeps}, folder + ": deleted 2 files, 8 B; kept 2 files\n",
+        others);
+    row("wipe", {"wipe", "sd", "--yes"}, recording, true,
         {toDelete("@/sd/DCIM", "3 files and 1 folder, 12 B"), "@/sd/DCIM" + keeps},
         "@/sd/DCIM: deleted 3 files and 1 folder, 12 B; kept 2 files\n", others + elsewhere);
 }
@@ -253,22 +268,81 @@ void VornfhRemoveTest::leavesAloneWhatIsBeingWritten_data()
 void VornfhRemoveTest::leavesAloneWhatIsBeingWritten()
 {
     QFETCH(QByteArrayList, arguments);
-    QFETCH(int, flags);
+    QFETCH(QByteArray, opened);
+    QFETCH(bool, isLocked);
     QFETCH(QByteArrayList, messages);
     QFETCH(QByteArray, out);
     QFETCH(Tree, deleted);
     const ToolRun tool;
     tool.make(MEDIA + onCard({"100ABC/DCF_0003.mkv", "100ABC/DCF_0003.thumb"}));
-    const Tree expected = without(tree(tool.path()), deleted);
-    const QByteArray path = QFile::encodeName(tool.sd()) + "/100ABC/DCF_0003.mkv";
-    const int file = ::open(path.constData(), flags | O_CLOEXEC);
-    QVERIFY(file >= 0 && (flags == O_WRONLY || ::flock(file, LOCK_EX) == 0));
+    const Tree before = tree(tool.path());
+    const int file = ::open(tool.expand(opened).constData(), (isLocked ? O_RDONLY : O_WRONLY) | O_CLOEXEC);
+    QVERIFY(file >= 0 && (!isLocked || ::flock(file, LOCK_EX) == 0));
     QCOMPARE(tool.runOnStorages(arguments), tool.failure(messages, out));
-    QCOMPARE(tree(tool.path()), expected);
+    QCOMPARE(tree(tool.path()), without(before, deleted));
     const Outcome forced = tool.runOnStorages(arguments + QByteArrayList{"--force"});
     ::close(file);
     QVERIFY2(forced.exitCode == 0, forced.err);
-    QCOMPARE(QFile::exists(path), arguments.contains("-n"));
+    QVERIFY(arguments.contains("-n") || tree(tool.path()) != without(before, deleted));
+}
+
+void VornfhRemoveTest::deletesWhatIsOnlyBeingRead_data()
+{
+    QTest::addColumn<QByteArrayList>("arguments");
+    row("delete", QByteArrayList{"delete", "sd/DCIM/100ABC/DCF_0001.jpg"});
+    row("rmdir", QByteArrayList{"rmdir", "sd", "100ABC", "--yes"});
+}
+
+void VornfhRemoveTest::deletesWhatIsOnlyBeingRead()
+{
+    QFETCH(QByteArrayList, arguments);
+    const ToolRun tool;
+    tool.make(MEDIA);
+    QFile file(tool.sd() + "/100ABC/DCF_0001.jpg");
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const Outcome outcome = tool.runOnStorages(arguments);
+    QVERIFY2(outcome.exitCode == 0, outcome.err);
+    QVERIFY(!file.exists());
+}
+
+void VornfhRemoveTest::keepsARecordingThatBeginsMeanwhile_data()
+{
+    QTest::addColumn<QByteArrayList>("arguments");
+    row("rmdir", QByteArrayList{"rmdir", "sd", "100ABC", "--yes"});
+    row("wipe", QByteArrayList{"wipe", "sd", "--yes"});
+}
+
+/// Each file is probed with flock() to find out whether it is being written.
+void VornfhRemoveTest::keepsARecordingThatBeginsMeanwhile()
+{
+    QFETCH(QByteArrayList, arguments);
+    ToolRun tool;
+    tool.make({"sd/DCIM/100ABC/DCF_0001.jpg"});
+    if (!tool.runBefore("flock", "printf new > sd/DCIM/100ABC/DCF_0002.mkv"))
+        QSKIP(CANNOT_PRELOAD);
+    const Outcome outcome = tool.runOnStorages(arguments);
+    QCOMPARE(outcome.exitCode, 1);
+    QVERIFY2(outcome.err.contains("DCF_0002.mkv") && outcome.err.endsWith(": created in the meantime\n"),
+             outcome.err);
+    QCOMPARE(tree(tool.sd()), (Tree{"100ABC/", "100ABC/DCF_0002.mkv"}));
+}
+
+void VornfhRemoveTest::deletesNothingIfAFileIsOpenedBeforeTheAnswer()
+{
+    ToolRun tool;
+    tool.make({"sd/DCIM/100ABC/DCF_0001.jpg", "sd/DCIM/100ABC/DCF_0002.jpg"});
+    const QByteArray openIt =
+        "exec 3>> sd/DCIM/100ABC/DCF_0001.jpg; sleep 60 >&3 2>&1 < /dev/null & echo $! > writer";
+    if (!tool.runBefore("flock", openIt, 3)) // after the two before the question
+        QSKIP(CANNOT_PRELOAD);
+    const Outcome outcome = tool.runOnTerminal({"wipe", "sd"}, "y\n");
+    ::kill(tool.content("writer").trimmed().toInt(), SIGKILL);
+    QCOMPARE(outcome.exitCode, 1);
+    QVERIFY2(
+        outcome.out.endsWith(tool.expand("vornfh: @/sd/DCIM: nothing was deleted, because in the meantime a "
+                                         "file has been protected or opened for writing\r\n")),
+        outcome.out);
+    QCOMPARE(tree(tool.sd()), (Tree{"100ABC/", "100ABC/DCF_0001.jpg", "100ABC/DCF_0002.jpg"}));
 }
 
 void VornfhRemoveTest::refusesPaths_data()

@@ -260,25 +260,38 @@ bool ProtectedObjects::contains(const QByteArray &name) const
     return mNames.contains(name) || mBases.contains(basePath(name));
 }
 
-bool ProtectionCheck::isProtected(const QString &resolved)
+QStringList ProtectionCheck::filesOfObject(const QString &resolved)
 {
-    if (hasMark(resolved))
-        return true;
     const QString folder = resolved.left(resolved.lastIndexOf('/') + 1);
     if (!mFolders.contains(folder) && QFileInfo(folder).isDir())
         mFolders.insert(folder, namesIn(folder));
     const QByteArray name = QFile::encodeName(resolved.mid(folder.size()));
     const Names &found = mFolders[folder];
-    const QByteArrayList names = found.byBase.value(found.key(name));
-    return std::any_of(names.begin(), names.end(), [&folder](const QByteArray &other) {
-        return hasMark(folder + QFile::decodeName(other));
-    });
+    QStringList files;
+    for (const QByteArray &other : found.byBase.value(found.key(name)))
+        files.append(folder + QFile::decodeName(other));
+    return files;
+}
+
+bool ProtectionCheck::isProtected(const QString &resolved)
+{
+    if (hasMark(resolved))
+        return true;
+    const QStringList files = filesOfObject(resolved);
+    return std::any_of(files.begin(), files.end(), hasMark);
 }
 
 void ProtectionCheck::requireUnprotected(const QString &path, const QString &resolved)
 {
     if (isProtected(resolved))
         throw FileFailure(path, "is protected; use --force");
+}
+
+void ProtectionCheck::requireNotBeingWritten(const QString &path, const QString &resolved)
+{
+    const QStringList files = filesOfObject(resolved);
+    if (std::any_of(files.begin(), files.end(), [](const QString &file) { return isBeingWritten(file); }))
+        throw FileFailure(path, "is being written; use --force");
 }
 
 ProtectionCheck::Names ProtectionCheck::namesIn(const QString &folder)

@@ -113,8 +113,9 @@ private:
     QSet<QByteArray> mBases; // of media files
 };
 
-/// Recognises protected files. Reads the names in each folder once: FAT and ext4 search the whole folder for
-/// a name that is not there, and most of the names that an object could have are not.
+/// Recognises objects that are protected or being written. Reads the names in each folder once: FAT and ext4
+/// search the whole folder for a name that is not there, and most of the names that an object could have do
+/// not exist.
 class ProtectionCheck
 {
 public:
@@ -127,6 +128,9 @@ public:
     /// names the path @p path.
     void requireUnprotected(const QString &path, const QString &resolved);
 
+    /// The same if it is being written.
+    void requireNotBeingWritten(const QString &path, const QString &resolved);
+
 private:
     /// The names of the media files in a folder, by their base names, which are in lower case if @p
     /// isCaseless.
@@ -138,6 +142,8 @@ private:
     };
 
     static Names namesIn(const QString &folder);
+    /// The media files of the object to which the file @p resolved belongs.
+    QStringList filesOfObject(const QString &resolved);
 
     QHash<QString, Names> mFolders;
 };

@@ -19,7 +19,6 @@
 #include <QFileInfo>
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -31,7 +30,6 @@
 #include <fcntl.h>
 #include <fts.h>
 #include <pwd.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
 using namespace VORN_FILE_HANDLER;
@@ -108,8 +106,7 @@ Target targetOf(const QString &path, const QList<Storage> &storages, const Reque
     }
     if (!request.isForced) {
         seen.protection.requireUnprotected(path, resolved);
-        if (isBeingWritten(resolved))
-            throw FileFailure(path, "is being written; use --force");
+        seen.protection.requireNotBeingWritten(path, resolved);
     }
     const bool hasThumbnail = !request.isOnly && isThumbnailFreed(resolved, seen.planned);
     const QString thumbnail = hasThumbnail ? thumbnailOf(path) : QString();
@@ -257,35 +254,11 @@ bool isMedia(const QByteArray &name)
     return findType(QString::fromUtf8(name), Qt::CaseInsensitive) != nullptr;
 }
 
-/// The files on the file system @p device that a process has open.
-std::set<ino_t> openFilesOn(dev_t device)
-{
-    std::set<ino_t> files;
-    const auto addFile = [&files, device](int folder, const dirent &entry) {
-        // Without synchronising, this does not wait for the file systems of other files, which may hang.
-        struct statx status = {};
-        const bool isRead = ::statx(folder, entry.d_name, AT_STATX_DONT_SYNC, STATX_INO, &status) == 0;
-        if (isRead && ::makedev(status.stx_dev_major, status.stx_dev_minor) == device)
-            files.insert(status.stx_ino);
-    };
-    forEachEntry("/proc", [&addFile](int, const dirent &process) {
-        if (std::isdigit(static_cast<unsigned char>(process.d_name[0])))
-            forEachEntry(QString("/proc/%1/fd").arg(process.d_name), addFile);
-    });
-    return files;
-}
-
 /// What is known about a folder before its entries are added.
 struct Root {
     int prefixLength;
     dev_t device;
-    std::set<ino_t> openFiles; // checking each file for a writer would take as long as deleting it
-
-    bool isBeingWritten(const FTSENT &file) const
-    {
-        return openFiles.count(file.fts_statp->st_ino) > 0
-               && ::isBeingWritten(QFile::decodeName(file.fts_path));
-    }
+    bool isForced; // to delete protected objects, and those that are being written, too
 };
 
 /// Adds an entry of a folder. Each folder is visited twice, before and after the entries in it.
@@ -304,8 +277,11 @@ void add(const FTSENT &entry, const Root &root, const Kept &kept, Content &conte
     const QByteArray name = entry.fts_path + root.prefixLength;
     (isFolder ? content.folders : content.files).append(name);
     const bool isMediaFile = isFile && isMedia(entry.fts_name);
-    const bool isProtected = isFile && isProtectedMode(entry.fts_statp->st_mode);
-    if (isProtected || (isMediaFile && root.isBeingWritten(entry)))
+    const auto isToBeKept = [&] {
+        return isProtectedMode(entry.fts_statp->st_mode)
+               || (isMediaFile && isBeingWritten(QFile::decodeName(entry.fts_path)));
+    };
+    if (isFile && !root.isForced && isToBeKept())
         content.objects.insert(basePath(entry.fts_path));
     content.bytes += isFile ? entry.fts_statp->st_size : 0;
     if (!isFolder && !isMediaFile)
@@ -330,15 +306,16 @@ void walk(const QByteArray &folder, Work work)
     }
 }
 
-/// What is in @p folder, without what is kept. Throws Failure if a folder cannot be read.
-Content contentOf(const QString &folder, const Kept &kept = {})
+/// What is in @p folder, without what is kept. If @p isForced, the objects are not filled. Throws Failure if
+/// a folder cannot be read.
+Content contentOf(const QString &folder, const Kept &kept, bool isForced)
 {
     Content content;
     const QByteArray path = QFile::encodeName(folder);
     struct stat status = {};
     if (::lstat(path.constData(), &status) != 0)
         return content;
-    const Root root = {path.size() + 1, status.st_dev, openFilesOn(status.st_dev)};
+    const Root root = {path.size() + 1, status.st_dev, isForced};
     walk(path, [&](const FTSENT &entry) { add(entry, root, kept, content); });
     return content;
 }
@@ -347,11 +324,13 @@ Content contentOf(const QString &folder, const Kept &kept = {})
 /// @p isForced, everything.
 Content deletableContent(const QString &folder, bool isForced)
 {
-    Content content = contentOf(folder);
-    const Kept objects = isForced ? Kept() : std::exchange(content.objects, {});
-    if (!objects.empty())
-        content = contentOf(folder, objects);
-    content.objects = objects;
+    Kept kept;
+    Content content = contentOf(folder, kept, isForced);
+    while (!content.objects.empty()) {
+        kept.merge(content.objects);
+        content = contentOf(folder, kept, isForced);
+    }
+    content.objects = kept;
     return content;
 }
 
@@ -372,7 +351,8 @@ QString summary(const Content &content)
     return QString("%1%2, %3").arg(counted(content.files.size(), "file"), folders, humanSize(content.bytes));
 }
 
-/// Reports what will be deleted, and returns only if the user agrees.
+/// Reports what will be deleted, and returns only if the user agrees, and if no other file is to be kept by
+/// then.
 void confirm(const QString &folder, const Content &content, const Request &request)
 {
     if (!content.mountPoint.isEmpty())
@@ -395,6 +375,11 @@ void confirm(const QString &folder, const Content &content, const Request &reque
     std::getline(std::cin, answer);
     if (answer != "y" && answer != "Y" && answer != "yes")
         throw Failure(folder + ": not deleted");
+    const Kept now = deletableContent(folder, request.isForced).objects;
+    if (!std::includes(content.objects.begin(), content.objects.end(), now.begin(), now.end()))
+        throw Failure(folder
+                      + ": nothing was deleted, because in the meantime a file has been protected or opened "
+                        "for writing");
 }
 
 /// Returns whether the library can delete the file @p name.
@@ -403,8 +388,9 @@ bool isVisible(const QByteArray &name)
     return QFile::encodeName(QFile::decodeName(name)) == name;
 }
 
-/// Deletes what was counted, in half the time that the library takes, because the library reads all folders
-/// again and resolves each path from the root. What is left is for the library or deleteRest() to delete.
+/// Deletes what was counted. The library would take twice as long, because it reads all folders again and
+/// resolves each path from the root, and it would delete a recording that has begun in the meantime. What is
+/// left is for deleteRest() to delete.
 void deleteCounted(const QString &folder, const Content &content)
 {
     const Descriptor location = openFolder(folder);
@@ -436,7 +422,7 @@ void deleteRest(const QString &folder, const Content &before)
 {
     const QByteArrayList known = before.names();
     QByteArrayList left;
-    while (!(left = contentOf(folder, before.objects).names()).isEmpty()) {
+    while (!(left = contentOf(folder, before.objects, true).names()).isEmpty()) {
         const QByteArray path = QFile::encodeName(folder) + "/" + left.first();
         const QString reason = deleteEntry(path, !known.contains(left.first()));
         if (!reason.isEmpty())
@@ -472,13 +458,19 @@ void requireGone(const QString &folder, const Content &before)
     reportDeleted(folder, before, rest);
 }
 
-/// Deletes the content of @p folder. Throws Failure if anything is left but what is kept.
-void deleteAllButKept(const QString &folder, const Content &content)
+/// Deletes @p content, and @p folder itself if nothing is kept, and reports it. Throws Failure if anything
+/// else remains.
+ExitCode deleteContent(const QString &folder, const Content &content)
 {
     deleteCounted(folder, content);
+    if (content.keptFiles == 0) {
+        requireGone(folder, content);
+        return DONE;
+    }
     deleteRest(folder, content);
     flushFileSystem(folder);
     reportDeleted(folder, content, "; kept " + counted(content.keptFiles, "file"));
+    return FAILED;
 }
 
 void requireRealFolder(const QString &path, const QString &ifMissing)
@@ -549,14 +541,7 @@ ExitCode removeFolder(const Storage &storage, const QString &name, const Request
     confirm(path, content, request);
     if (request.isDryRun)
         return printPlan(path, content);
-    if (content.keptFiles > 0) {
-        deleteAllButKept(path, content);
-        return FAILED;
-    }
-    deleteCounted(path, content);
-    VornFileHandler::deleteFolder(storage.type, name);
-    requireGone(path, content);
-    return DONE;
+    return deleteContent(path, content);
 }
 
 QStringList homeFolders()
@@ -596,14 +581,7 @@ ExitCode wipe(const Storage &storage, const QList<Storage> &all, const Request &
     confirm(storage.location, content, request);
     if (request.isDryRun)
         return printPlan(storage.location, content);
-    if (content.keptFiles > 0) {
-        deleteAllButKept(storage.location, content);
-        return FAILED;
-    }
-    deleteCounted(storage.location, content);
-    VornFileHandler::deleteAllFiles(storage.type);
-    requireGone(storage.location, content);
-    return DONE;
+    return deleteContent(storage.location, content);
 }
 
 } // namespace
