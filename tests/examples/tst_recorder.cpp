@@ -466,7 +466,8 @@ void RecorderTest::leavesNothingWithoutInput()
     RunningRecorder recorder(location(), 1, 0, {"-f", "v4l2", "-i", "/dev/missing"});
     QTRY_VERIFY_WITH_TIMEOUT(recorder.hasShown(recording(1) + ": missing or incomplete on the card"),
                              TIMEOUT);
-    QTRY_COMPARE(recorder.hasShown("setpriv: execvp: No such file or directory"), !hasFfmpeg);
+    if (!hasFfmpeg)
+        QTRY_VERIFY(recorder.hasShown("setpriv: execvp: No such file or directory"));
     QCOMPARE(recorder.stop(), 0);
     QCOMPARE(recorder.recorded(), QStringList());
     QCOMPARE(tree(location()), Tree{"100ABC/"});

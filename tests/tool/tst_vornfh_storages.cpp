@@ -104,6 +104,9 @@ void VornfhStoragesTest::refusesWrongCommandLines_data()
         "--sd-block requires --sd");
     row("missing-config-file", {"--config", "@/none", "count", "sd"},
         "--config: @/none: No such file or directory");
+    row("config-without-a-value", {"count", "sd", "--config"}, "--config needs a value: FILE");
+    row("block-without-a-value", {"count", "sd", "--sd-block"}, "--sd-block needs a value: NAME");
+    row("location-without-a-value", {"count", "sd", "--sd"}, "--sd needs a value: DIR");
     row("folder-as-config-file", {"--config", "@/", "count", "sd"}, "--config: @/: is a folder");
     row("folder-as-config-file-with-a-storage", {"--config", "@/", "--sd", "@/sd", "count", "sd"},
         "--config: @/: is a folder");

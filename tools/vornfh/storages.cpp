@@ -109,6 +109,7 @@ void Storages::addConfigOption(CLI::App &app)
     mConfigProblem = file.problem;
     mConfig = app.set_config("--config", file.problem.isEmpty() ? file.path : std::string(),
                              "Config file with lines such as sd=/mnt/sd/DCIM; default: see vornfh(1)")
+                  ->type_name("FILE")
                   ->option_text("FILE");
     std::vector<std::string> locations;
     locations.reserve(std::size(TABLE));
@@ -133,7 +134,7 @@ void Storages::addOptions(CLI::App &app)
         options.block =
             app.add_option(option + "-block", options.blockText,
                            "Block device of the " + description + ", as named in /proc/partitions");
-        options.block->option_text("NAME")->needs(options.location);
+        options.block->type_name("NAME")->option_text("NAME")->needs(options.location);
     }
     app.footer(
         "Without a configured storage device, default folders are used. Options may follow the command.\n"
