@@ -464,8 +464,8 @@ public:
     void setDirectoryContent(QFileInfo &folder);
 
     /// mSize = the sum of the sizes of the files directly in @p folder, whatever mType is. If the folder is
-    /// missing, it is 0 and the line "directory <folder> doesn't exist" is printed; if it cannot be read, it
-    /// is 0 and nothing is printed.
+    /// missing, mSize is 0 and the line "directory <folder> doesn't exist" is printed; if the folder cannot
+    /// be read, mSize is 0 and nothing is printed.
     void setDirectorySize(QFileInfo &folder);
 
     /// Writes @p comment into the image @p file as the EXIF tag Exif.Photo.UserComment, replacing an earlier

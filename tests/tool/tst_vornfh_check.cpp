@@ -52,7 +52,7 @@ const QByteArray LEFTOVER =
     "was left by an interrupted command; the next command that writes to this folder removes it";
 const QByteArray LEFTOVER_KEPT =
     "was left by an interrupted command; it may share its content with another file, or be the only copy of "
-    "one; unmount the storage device and check it with fsck before you delete the leftover";
+    "a file; unmount the storage device and check it with fsck before you delete the leftover";
 
 /// After a finding that "repair" can fix.
 const QByteArray REPAIRABLE = " [repairable]";
@@ -294,7 +294,7 @@ void VornfhCheckTest::reportsOddFiles_data()
     row("interrupted-replacement",
         {".vornfh-99999999-ABC123 = old",
          ".vornfh-99999999-ABC124.renaming = another session\nDCF_0001.wav\n.vornfh-99999999-ABC123\n"},
-        {"DCF_0001.wav: was being replaced by an interrupted command; the next command that writes to this "
+        {"DCF_0001.wav: an interrupted command was replacing it; the next command that writes to this "
          "folder restores it"
              + REPAIRABLE,
          ".vornfh-99999999-ABC123: " + LEFTOVER_KEPT});

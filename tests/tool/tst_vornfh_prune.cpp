@@ -35,7 +35,7 @@ const QByteArray FOLDER = cardLines({"100ABC"});
 QByteArray stillTakes(const QByteArray &size, const QByteArray &wanted)
 {
     return "@/sd/DCIM: the objects take up " + size + " instead of at most " + wanted
-           + "; no other object may be deleted";
+           + "; there is no other object that may be deleted";
 }
 
 } // namespace
@@ -172,9 +172,10 @@ void VornfhPruneTest::keepsFreeSpace()
         if (expected.size() < deleted)
             expected.append(file);
     }
-    const QByteArray err = message.isEmpty()
-                               ? message
-                               : errorLines({"@/sd/DCIM: " + message + "; no other object may be deleted"});
+    const QByteArray err =
+        message.isEmpty()
+            ? message
+            : errorLines({"@/sd/DCIM: " + message + "; there is no other object that may be deleted"});
     const Outcome outcome = {message.isEmpty() ? 0 : 3, tool.expand(cardLines(expected)), tool.expand(err)};
     QCOMPARE(tool.runOnStorages({"prune", "sd", "--keep-free", policy}), outcome);
 }

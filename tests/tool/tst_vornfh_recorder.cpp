@@ -733,7 +733,7 @@ void VornfhRecorderTest::aLoopEndsWhenNothingMayBeDeleted()
     QCOMPARE(outcome.err,
              tool.expand(errorLines(
                  {"@/sd/DCIM: " + outcome.err.mid(outcome.err.indexOf("DCIM: ") + 6).split(';').first()
-                      + "; no other object may be deleted",
+                      + "; there is no other object that may be deleted",
                   endedEarly("DCF_0001.avi", "the storage device is full")})));
     QCOMPARE(whyNotPlayable(tool.sd() + "/100ABC/DCF_0001.avi"), QByteArray());
 }

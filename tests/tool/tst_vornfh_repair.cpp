@@ -198,7 +198,7 @@ void VornfhRepairTest::restoresAFileWhoseReplacementWasInterrupted()
                       ".vornfh-99999999-ABC124.renaming = another session\nDCF_0001.jpg\n" + left + "\n"});
     const Tree before = treeWithContents(tool.path());
     const QByteArray mayShare =
-        "it may share its content with another file, or be the only copy of one; unmount "
+        "it may share its content with another file, or be the only copy of a file; unmount "
         "the storage device and check it with fsck before you delete the leftover";
     const QByteArray unrepaired =
         left + ": was left by an interrupted command; " + mayShare + "; cannot be repaired";
@@ -209,7 +209,7 @@ void VornfhRepairTest::restoresAFileWhoseReplacementWasInterrupted()
     QCOMPARE(tool.runOnStorages({"repair", "sd"}),
              (Outcome{3, tool.expand(linesOf({"DCF_0001.jpg: restored"})),
                       tool.expand(errorLines(messagesOf(
-                          {"DCF_0001.jpg: was being replaced by an interrupted command; restored",
+                          {"DCF_0001.jpg: an interrupted command was replacing it; restored",
                            left + ": left by an interrupted command and kept: " + mayShare, unrepaired})))}));
     QCOMPARE(tool.content("sd/DCIM/100ABC/DCF_0001.jpg"), photo);
     QCOMPARE(tool.content("sd/DCIM/100ABC/" + left), photo);
@@ -262,7 +262,7 @@ void VornfhRepairTest::keepsAndNamesWhatCannotBeRepaired_data()
         Tree{".vornfh-99999999-ABC123 = x", ".vornfh-99999999-ABC124.renaming"},
         QByteArray(
             ".vornfh-99999999-ABC123: was left by an interrupted command; it may share its content with "
-            "another file, or be the only copy of one; unmount the storage device and check it with fsck "
+            "another file, or be the only copy of a file; unmount the storage device and check it with fsck "
             "before you "
             "delete the leftover; cannot be repaired"));
 }

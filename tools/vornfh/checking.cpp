@@ -314,11 +314,10 @@ void checkLeftovers(const QByteArray &folder, Result &result)
 {
     const Leftovers leftovers = leftoversIn(QFile::decodeName(folder));
     for (const QString &path : leftovers.missing)
-        result.add(
-            QFile::encodeName(path), "interrupted-replacement",
-            "was being replaced by an interrupted command; the next command that writes to this folder "
-            "restores it",
-            Remedy::Restore);
+        result.add(QFile::encodeName(path), "interrupted-replacement",
+                   "an interrupted command was replacing it; the next command that writes to this folder "
+                   "restores it",
+                   Remedy::Restore);
     const QString remedy = leftovers.mayShareContent
                                ? MAY_SHARE_CONTENT
                                : "the next command that writes to this folder removes it";

@@ -8,7 +8,7 @@
 class ColourFilter
 {
 public:
-    /// @p bytes without colours. The beginning of a sequence at their end is kept for the next call.
+    /// @p bytes without colours. If they end within a sequence, its beginning is kept for the next call.
     QByteArray filtered(const QByteArray &bytes);
 
 private:

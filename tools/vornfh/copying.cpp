@@ -512,7 +512,7 @@ void Transfer::fail(const Batch &batch, const Failure &failure)
 {
     for (const Group &group : batch) {
         for (const Item &item : group) {
-            const QString place = item.putBack() ? QString() : "; it is now " + item.target;
+            const QString place = item.putBack() ? QString() : "; the file is now " + item.target;
             const FileFailure one(item.source->path(), QString::fromUtf8(failure.what()) + place);
             mProgress.print([&one] { printFailure(one); });
         }
@@ -610,7 +610,7 @@ void Transfer::rename(Group &group)
         const Item &thumbnail = group.back();
         if (!thumbnail.putBack())
             throw FileFailure(thumbnail.source->path(),
-                              QString::fromUtf8(failure.what()) + "; it is now " + thumbnail.target);
+                              QString::fromUtf8(failure.what()) + "; the file is now " + thumbnail.target);
         throw;
     }
     if (isLinked)

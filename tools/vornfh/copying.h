@@ -92,10 +92,10 @@ public:
     };
 
     /// Writes copies of @p sources, unless an earlier run has copied them or the files can be renamed. The
-    /// sources are one file, or the files of an object in its order; their copies get names that differ only
-    /// in the extension. Throws FileFailure; the sources are then unchanged, unless the message says
-    /// otherwise. The result is reported later. If @p isShared, the last source stays where it is, even if
-    /// files are moved: it belongs to another recording too.
+    /// sources are one file, or the files of an object in the order of Object::files; their copies get names
+    /// that differ only in the extension. Throws FileFailure; the sources are then unchanged, unless the
+    /// message says otherwise. The result is reported later. If @p isShared, the last source stays where it
+    /// is, even if files are moved: it belongs to another recording too.
     void add(Sources sources, Conflict conflict, bool isShared = false);
 
     /// Waits until everything is reported. Returns the number of files that were copied or moved.

@@ -38,8 +38,8 @@ bool isNumberedName(const QString &name);
 /// "DCF_12345.jpg".
 std::optional<int> fileNumber(const QString &name);
 
-/// The number that a player reads from the name of a media file: four characters, four digits and an
-/// extension. This function also accepts a prefix other than FILE_PREFIX, and the number 0.
+/// The number that a player reads from the name of a media file, which consists of four characters, four
+/// digits and an extension. This function also accepts a prefix other than FILE_PREFIX, and the number 0.
 std::optional<int> playersFileNumber(const QString &name);
 
 /// The number in the base name of a file that the library numbers and a player accepts: 7 for "DCF_0007"; 0

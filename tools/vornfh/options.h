@@ -43,8 +43,8 @@ private:
     CLI::Option *mOption;
 };
 
-/// A command to which options are added. The variables passed to it, and those that functions passed to it
-/// refer to, must exist as long as the command does; a function may throw UsageError.
+/// A command to which options are added. The variables passed to it, and those used by functions passed to
+/// it, must exist as long as the command does; a function may throw UsageError.
 class Command
 {
 public:

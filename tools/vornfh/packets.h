@@ -41,8 +41,8 @@ public:
     PacketBuffer(const PacketBuffer &) = delete;
     PacketBuffer &operator=(const PacketBuffer &) = delete;
 
-    /// Waits until there is a packet or the stream has ended, but not longer than @p time. Returns whether
-    /// that is so.
+    /// Waits until there is a packet or the stream has ended, but not longer than @p time. Returns false
+    /// if the time has run out.
     bool waitForFirst(std::chrono::milliseconds time);
 
     /// Waits for the next packet and returns it; it stays in the buffer. Null at the end of the stream. Only

@@ -273,5 +273,6 @@ QString unmetPolicies(const Storage &storage, const PrunePolicy &policy, const P
     if (policy.maxSize && result.left > *policy.maxSize)
         parts.append(QString("the objects take up %1 instead of at most %2")
                          .arg(humanSize(result.left), humanSize(*policy.maxSize)));
-    return QString("%1: %2; no other object may be deleted").arg(storage.location, parts.join(", "));
+    return QString("%1: %2; there is no other object that may be deleted")
+        .arg(storage.location, parts.join(", "));
 }

@@ -52,7 +52,7 @@ using PruneReport = std::function<void(const std::vector<FileFacts> &deleted)>;
 /// empty numbered folders before the last one. Protected objects, the newest object, objects that are
 /// being written, thumbnails without a recording and all other files are left alone. At whatever moment the
 /// power fails, no thumbnail is left without its recording. Stops early if isStopped(). Throws Failure. If @p
-/// isDryRun, deletes nothing, but returns and reports what a deletion would.
+/// isDryRun, deletes nothing, but returns and reports the same as if it had.
 PruneResult prune(const Storage &storage, const PrunePolicy &policy, const PruneReport &report,
                   bool isDryRun = false);
 

@@ -46,7 +46,7 @@ QByteArray toJson(const FileFacts &file, QJsonObject more = {});
 /// The members of that object that the path of a file determines: path, folder, number and type.
 QJsonObject identityOf(const FileFacts &file);
 
-/// @p text between the quotes of a JSON string.
+/// @p text as it is written between the quotes of a JSON string.
 QByteArray jsonText(const QString &text);
 
 /// How a command prints its results, one after another.

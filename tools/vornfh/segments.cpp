@@ -266,8 +266,8 @@ private:
         return segment;
     }
 
-    /// Begins the segment after @p segment unless that is the last one, because of @p end or for lack of
-    /// space.
+    /// Begins the segment after @p segment, unless @p segment is the last one because of @p end or for lack
+    /// of space.
     std::unique_ptr<Segment> follow(Segment &segment, Segment::End end)
     {
         const bool isFull = end == Segment::SizeIsReached && segment.limit().reason == FULL;

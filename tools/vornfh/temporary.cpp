@@ -53,7 +53,8 @@ bool isRunning(pid_t number)
     return programOf(QString::number(number)) == programOf("self");
 }
 
-/// The names that this process has given. An earlier process may have had the same process ID.
+/// The names that this process has given to temporary files. An earlier process may have had the same process
+/// ID.
 class GivenNames
 {
 public:
@@ -186,7 +187,7 @@ void finish(const Replacement &replacement)
     if (!isCopied || ::fsync(copy.descriptor()) != 0 || !isFlushed(folder)
         || !copy.rename(replacement.path, false) || !isFlushed(folder))
         throw FileFailure(replacement.path, "was being replaced and cannot be restored: " + errorText(errno));
-    printError(replacement.path + ": was being replaced by an interrupted command; restored");
+    printError(replacement.path + ": an interrupted command was replacing it; restored");
 }
 
 void removeLeftover(const QString &path)

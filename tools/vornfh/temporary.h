@@ -61,8 +61,8 @@ private:
 /// A hidden file that records, for as long as it exists, that temporary files in its folder are being
 /// renamed. FAT, exFAT and file systems in user space need it: a power failure can leave both names of such a
 /// file, and deleting one would free the content of the other. On other file systems no file is created. The
-/// mark contains the result of sessionOf() for its folder: if that is still the same, only the command was
-/// killed. Any further lines are the file names passed to setReplacement().
+/// mark contains the result of sessionOf() for its folder: if that is still the same, the command was
+/// killed but the power did not fail. Any further lines are the file names passed to setReplacement().
 class RenameMark
 {
 public:
@@ -89,7 +89,7 @@ private:
 
 /// Why a leftover is kept.
 inline const QString MAY_SHARE_CONTENT = "it may share its content with another file, or be the only copy of "
-                                         "one; unmount the storage device and check it "
+                                         "a file; unmount the storage device and check it "
                                          "with fsck before you delete the leftover";
 
 /// What interrupted commands have left behind in a folder.

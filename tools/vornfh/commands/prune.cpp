@@ -126,8 +126,8 @@ void addPrune(CommandLine &line)
         "prune",
         "Deletes the oldest objects of a storage device until the policies are met. An object is all files\n"
         "of one number in one folder, such as a recording and its thumbnail; the oldest is the first in\n"
-        "the numbering. If neither --keep-free nor --max-size is given, every object that neither\n"
-        "--keep-last nor --keep-within keeps is deleted. Protected objects, the newest object and objects\n"
+        "the numbering. If neither --keep-free nor --max-size is given, all objects are deleted except\n"
+        "those that --keep-last or --keep-within keeps. Protected objects, the newest object and objects\n"
         "that are being written are never deleted. The exit code is 3 if a policy is still not met",
         [&line, request] {
             if (!request->hasPolicy())

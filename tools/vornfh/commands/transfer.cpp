@@ -114,7 +114,7 @@ ExitCode transferAll(const Request &request)
             const QString path = pathArgument(entry.file);
             if (storageOf(entry.resolved, request.protecting))
                 protection.requireUnprotected(path, entry.resolved);
-            // The source of a copy is deleted later: a file that is given twice would be copied twice.
+            // Sources that are copied are deleted later, so one that is given twice would be copied twice.
             if (request.mode == Mode::Move && given.contains(entry.resolved))
                 throw FileFailure(path, "is given twice; a file can be moved only once");
             Transfer::Sources sources;

@@ -86,10 +86,10 @@ void addWatch(CommandLine &line)
     };
     const Command command = line.add(
         "watch",
-        "Prints a line for each event on the storage devices until SIGINT, SIGTERM or SIGHUP: one of the\n"
-        "words added, finished, changed and removed, followed by the path of the file, or one of the words\n"
-        "watching, mounted, unmounted, read-only, writable, full, not-full, absent and present, followed\n"
-        "by the name of the storage device",
+        "Prints a line for each event on the storage devices, until SIGINT, SIGTERM or SIGHUP: the event,\n"
+        "and what it concerns. Events with the path of a file: added, finished, changed, removed. Events\n"
+        "with the name of a storage device: watching, mounted, unmounted, read-only, writable, full,\n"
+        "not-full, absent, present",
         run);
     const auto parse = [named](const std::vector<std::string> &names) {
         for (const std::string &name : names) {
