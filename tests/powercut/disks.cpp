@@ -75,11 +75,13 @@ MappedFile::MappedFile(const QString &path) : mFile(path)
     require(mContent != nullptr, "map " + path.toUtf8());
 }
 
-void MappedFile::assign(const QByteArray &content)
+void MappedFile::restore(const QByteArray &content, bool isWhole)
 {
     constexpr qint64 BLOCK = 4096;
     require(content.size() == mFile.size(), "size of " + mFile.fileName().toUtf8());
-    for (qint64 offset = 0; offset < content.size(); offset += BLOCK) {
+    for (const Range &range : std::exchange(mReplaced, {}))
+        std::memcpy(mContent + range.offset, content.constData() + range.offset, range.size);
+    for (qint64 offset = 0; isWhole && offset < content.size(); offset += BLOCK) {
         const auto size = static_cast<size_t>(std::min(BLOCK, content.size() - offset));
         if (std::memcmp(mContent + offset, content.constData() + offset, size) != 0)
             std::memcpy(mContent + offset, content.constData() + offset, size);
@@ -89,7 +91,9 @@ void MappedFile::assign(const QByteArray &content)
 void MappedFile::replace(qint64 offset, const QByteArray &data)
 {
     require(offset + data.size() <= mFile.size(), "a write beyond " + mFile.fileName().toUtf8());
-    std::memcpy(mContent + offset, data.constData(), static_cast<size_t>(data.size()));
+    const auto size = static_cast<size_t>(data.size());
+    std::memcpy(mContent + offset, data.constData(), size);
+    mReplaced.push_back({offset, size});
 }
 
 LoopDevice::LoopDevice(const QString &file)

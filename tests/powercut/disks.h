@@ -10,6 +10,7 @@
 #include <QVector>
 
 #include <memory>
+#include <vector>
 
 /// The files and folders of a tree, by their paths relative to it; a folder's path ends in "/". The value is
 /// the content of a file.
@@ -31,13 +32,20 @@ class MappedFile
 public:
     explicit MappedFile(const QString &path);
 
-    /// Makes @p content, which has the size of the file, its content.
-    void assign(const QByteArray &content);
     void replace(qint64 offset, const QByteArray &data);
+    /// Makes @p content, which has the size of the file, its content again, where it was replaced. If @p
+    /// isWhole, also where the kernel has written.
+    void restore(const QByteArray &content, bool isWhole);
 
 private:
+    struct Range {
+        qint64 offset;
+        size_t size;
+    };
+
     QFile mFile;
     uchar *mContent;
+    std::vector<Range> mReplaced;
 };
 
 /// A file as a block device, until the end of the scope.

@@ -504,10 +504,12 @@ private:
     {
         QVector<Write> rest;
         for (const Write &write : mPending) {
-            if (write.disk == disk)
+            if (write.disk == disk) {
                 apply(mDurable[disk], write);
-            else
+                mImages[static_cast<size_t>(disk)]->replace(write.offset, write.data);
+            } else {
                 rest.append(write);
+            }
         }
         mPending = rest;
         mTried.clear();
@@ -545,7 +547,7 @@ private:
             return;
         mTried.insert(hash.result());
         for (size_t disk = 0; disk < mImages.size(); ++disk)
-            mImages[disk]->assign(mDurable[static_cast<int>(disk)]);
+            mImages[disk]->restore(mDurable[static_cast<int>(disk)], fileSystem() == "ext4");
         for (const Write &write : survived)
             mImages[static_cast<size_t>(write.disk)]->replace(write.offset, write.data);
         for (const auto &loop : mLoops)
