@@ -56,7 +56,7 @@ Wear wearOf(const QString &block);
 /// card is not mounted, and what is written does not reach it.
 bool isMountMissing(const Storage &storage);
 
-/// Throws Failure if isMountMissing() or the configured block device is not present.
+/// Throws Failure if isMountMissing(), or if the configured block device is not present.
 void requireMounted(const Storage &storage);
 
 /// What is known to be wrong with the file system of @p path, or of the folder that it would be created in,

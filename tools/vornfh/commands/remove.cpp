@@ -306,8 +306,8 @@ void walk(const QByteArray &folder, Work work)
     }
 }
 
-/// What is in @p folder, without what is kept. If @p isForced, the objects are not filled. Throws Failure if
-/// a folder cannot be read.
+/// What is in @p folder, without what is kept. If @p isForced, Content::objects stays empty. Throws Failure
+/// if a folder cannot be read.
 Content contentOf(const QString &folder, const Kept &kept, bool isForced)
 {
     Content content;
@@ -351,8 +351,8 @@ QString summary(const Content &content)
     return QString("%1%2, %3").arg(counted(content.files.size(), "file"), folders, humanSize(content.bytes));
 }
 
-/// Reports what will be deleted, and returns only if the user agrees, and if no other file is to be kept by
-/// then.
+/// Reports what will be deleted. Returns only if the user agrees, and no further file has been protected or
+/// opened for writing in the meantime.
 void confirm(const QString &folder, const Content &content, const Request &request)
 {
     if (!content.mountPoint.isEmpty())
