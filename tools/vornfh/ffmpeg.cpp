@@ -27,10 +27,10 @@ void rememberParent()
     parent = ::getpid();
 }
 
-/// The first thing that a child of this process does: lets the kernel kill it when this process dies. Waiting
-/// for setupChildProcess() would be too late: before that, the child of a class derived from QProcess waits
-/// until its parent has registered it. A parent that is killed never does, and the child would wait forever,
-/// with the recordings of its parent open.
+/// The first thing that a child of this process does: it asks the kernel to kill it when this process dies.
+/// Waiting for setupChildProcess() would be too late: before that, the child of a class derived from QProcess
+/// waits until its parent has registered it. A parent that is killed never does, and the child would wait
+/// forever, with the recordings of its parent open.
 void dieWithParent()
 {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);

@@ -33,7 +33,7 @@ const std::map<std::string, eDIRECTORY_FILTER> FILTERS = {
     {"all", static_cast<eDIRECTORY_FILTER>(0)}, // any other value selects every folder
 };
 
-/// Numbers of files, both ends included.
+/// A range of file numbers, both ends included.
 struct NumberRange {
     int first = 0;
     int last = 0;
