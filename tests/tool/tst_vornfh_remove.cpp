@@ -2,6 +2,7 @@
 #include "toolsupport.h"
 
 #include <QFile>
+#include <QProcess>
 #include <QTest>
 
 #include <algorithm>
@@ -64,6 +65,7 @@ private slots:
     void removesFolders();
     void leavesAloneWhatIsBeingWritten_data();
     void leavesAloneWhatIsBeingWritten();
+    void leavesAloneWhatAnotherUserIsWriting();
     void deletesWhatIsOnlyBeingRead_data();
     void deletesWhatIsOnlyBeingRead();
     void keepsARecordingThatBeginsMeanwhile_data();
@@ -286,6 +288,23 @@ void VornfhRemoveTest::leavesAloneWhatIsBeingWritten()
     QVERIFY(arguments.contains("-n") || tree(tool.path()) != without(before, deleted));
 }
 
+/// The open files of this process are not visible to the tool.
+void VornfhRemoveTest::leavesAloneWhatAnotherUserIsWriting()
+{
+    ToolRun tool;
+    tool.make(MEDIA);
+    const QByteArray recording = QFile::encodeName(tool.sd()) + "/100ABC/DCF_0001.jpg";
+    const int file = ::open(recording.constData(), O_RDONLY | O_CLOEXEC);
+    QVERIFY(file >= 0 && ::flock(file, LOCK_EX) == 0);
+    QCOMPARE(QProcess::execute("chown", {"-R", "65534:65534", tool.path()}), 0);
+    if (!tool.dropPrivileges())
+        QSKIP("the tool cannot be run as another user");
+    const Outcome outcome = tool.runOnStorages({"rmdir", "sd", "100ABC", "--yes"});
+    ::close(file);
+    QCOMPARE(outcome.exitCode, 1);
+    QCOMPARE(tree(tool.sd() + "/100ABC"), Tree{"DCF_0001.jpg"});
+}
+
 void VornfhRemoveTest::deletesWhatIsOnlyBeingRead_data()
 {
     QTest::addColumn<QByteArrayList>("arguments");
@@ -312,12 +331,14 @@ void VornfhRemoveTest::keepsARecordingThatBeginsMeanwhile_data()
     row("wipe", QByteArrayList{"wipe", "sd", "--yes"});
 }
 
-/// Each file is probed with flock() to find out whether it is being written.
+/// Each file that is open is probed with flock() to find out whether it is being written.
 void VornfhRemoveTest::keepsARecordingThatBeginsMeanwhile()
 {
     QFETCH(QByteArrayList, arguments);
     ToolRun tool;
     tool.make({"sd/DCIM/100ABC/DCF_0001.jpg"});
+    QFile file(tool.sd() + "/100ABC/DCF_0001.jpg");
+    QVERIFY(file.open(QIODevice::ReadOnly));
     if (!tool.runBefore("flock", "printf new > sd/DCIM/100ABC/DCF_0002.mkv"))
         QSKIP(CANNOT_PRELOAD);
     const Outcome outcome = tool.runOnStorages(arguments);
@@ -331,6 +352,9 @@ void VornfhRemoveTest::deletesNothingIfAFileIsOpenedBeforeTheAnswer()
 {
     ToolRun tool;
     tool.make({"sd/DCIM/100ABC/DCF_0001.jpg", "sd/DCIM/100ABC/DCF_0002.jpg"});
+    QFile one(tool.sd() + "/100ABC/DCF_0001.jpg");
+    QFile other(tool.sd() + "/100ABC/DCF_0002.jpg");
+    QVERIFY(one.open(QIODevice::ReadOnly) && other.open(QIODevice::ReadOnly));
     const QByteArray openIt =
         "exec 3>> sd/DCIM/100ABC/DCF_0001.jpg; sleep 60 >&3 2>&1 < /dev/null & echo $! > writer";
     if (!tool.runBefore("flock", openIt, 3)) // after the two before the question

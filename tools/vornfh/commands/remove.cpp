@@ -24,12 +24,14 @@
 #include <cstdio>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <set>
 #include <utility>
 
 #include <fcntl.h>
 #include <fts.h>
 #include <pwd.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 using namespace VORN_FILE_HANDLER;
@@ -254,11 +256,43 @@ bool isMedia(const QByteArray &name)
     return findType(QString::fromUtf8(name), Qt::CaseInsensitive) != nullptr;
 }
 
+/// The files on the file system @p device that a process has open. No value if that is not known of every
+/// process: only root in the initial PID namespace sees the files of all of them.
+std::optional<std::set<ino_t>> openFilesOn(dev_t device)
+{
+    if (::geteuid() != 0 || !QFile::symLinkTarget("/proc/self/ns/pid").endsWith("/pid:[4026531836]"))
+        return std::nullopt;
+    std::set<ino_t> files;
+    const auto addFile = [&files, device](int folder, const dirent &entry) {
+        // Without synchronising, this does not wait for the file systems of other files, which may hang.
+        struct statx status = {};
+        const bool isRead = ::statx(folder, entry.d_name, AT_STATX_DONT_SYNC, STATX_INO, &status) == 0;
+        if (isRead && ::makedev(status.stx_dev_major, status.stx_dev_minor) == device)
+            files.insert(status.stx_ino);
+    };
+    bool isComplete = true;
+    const auto addProcess = [&](int, const dirent &process) {
+        const bool isProcess = process.d_name[0] >= '0' && process.d_name[0] <= '9';
+        if (isProcess && !forEachEntry(QString("/proc/%1/fd").arg(process.d_name), addFile))
+            isComplete = isComplete && (errno == ENOENT || errno == ESRCH); // it has ended
+    };
+    isComplete = forEachEntry("/proc", addProcess) && isComplete;
+    return isComplete ? std::make_optional(files) : std::nullopt;
+}
+
 /// What is known about a folder before its entries are added.
 struct Root {
     int prefixLength;
     dev_t device;
     bool isForced; // to delete protected objects, and those that are being written, too
+    std::optional<std::set<ino_t>> openFiles;
+
+    /// Probing each file would take almost as long as deleting it, so only those that are open are probed.
+    bool isBeingWritten(const FTSENT &file) const
+    {
+        return (!openFiles || openFiles->count(file.fts_statp->st_ino) > 0)
+               && ::isBeingWritten(QFile::decodeName(file.fts_path));
+    }
 };
 
 /// Adds an entry of a folder. Each folder is visited twice, before and after the entries in it.
@@ -278,8 +312,7 @@ void add(const FTSENT &entry, const Root &root, const Kept &kept, Content &conte
     (isFolder ? content.folders : content.files).append(name);
     const bool isMediaFile = isFile && isMedia(entry.fts_name);
     const auto isToBeKept = [&] {
-        return isProtectedMode(entry.fts_statp->st_mode)
-               || (isMediaFile && isBeingWritten(QFile::decodeName(entry.fts_path)));
+        return isProtectedMode(entry.fts_statp->st_mode) || (isMediaFile && root.isBeingWritten(entry));
     };
     if (isFile && !root.isForced && isToBeKept())
         content.objects.insert(basePath(entry.fts_path));
@@ -315,7 +348,8 @@ Content contentOf(const QString &folder, const Kept &kept, bool isForced)
     struct stat status = {};
     if (::lstat(path.constData(), &status) != 0)
         return content;
-    const Root root = {path.size() + 1, status.st_dev, isForced};
+    const auto openFiles = isForced ? std::nullopt : openFilesOn(status.st_dev);
+    const Root root = {path.size() + 1, status.st_dev, isForced, openFiles};
     walk(path, [&](const FTSENT &entry) { add(entry, root, kept, content); });
     return content;
 }
