@@ -228,9 +228,7 @@ void VornfhFamilyTest::changesNothingInADryRun_data()
     row("prune", {"prune", "sd", "--keep-last", "2"}, one + ".jpg\n" + one + ".thumb\n");
     row("prune-that-is-not-enough", {"prune", "sd", "--max-size", "1"},
         one + ".jpg\n" + one + ".thumb\n" + two + ".avi\n" + two + ".jpg\n" + two + ".thumb\n",
-        {"@/sd/DCIM: the objects take up 5 B instead of at most 1 B; there is no other object that may be "
-         "deleted"},
-        3);
+        {"@/sd/DCIM: the objects take up 5 B instead of at most 1 B; nothing more can be deleted"}, 3);
 
     row("protect", {"protect", one + ".jpg"}, one + ".jpg\n" + one + ".thumb\n");
     failing("protect-what-is-missing", {"protect", CARD + "100ABC/none"},

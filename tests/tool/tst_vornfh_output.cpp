@@ -138,8 +138,7 @@ void VornfhOutputTest::aChangeThatCannotBePrinted_data()
     row("prune-json", {"prune", "usb", "--keep-last", "1", "--json"}, {"@/" + oldest}, {}, {oldest + " = x"},
         {}, two);
     row("prune-that-is-not-enough", {"prune", "usb", "--max-size", "1", "--json"}, {}, {}, {},
-        {"@/usb/DCIM: the objects take up 2 B instead of at most 1 B; there is no other object that may be "
-         "deleted"},
+        {"@/usb/DCIM: the objects take up 2 B instead of at most 1 B; nothing more can be deleted"},
         {two[1]});
     row("prune-json-lines", {"prune", "usb", "--keep-last", "1", "--jsonl"}, {"@/" + oldest}, {},
         {oldest + " = x"}, {}, two);

@@ -676,25 +676,21 @@ void VornfhRecordTest::removesWhatAnInterruptedCommandLeft_data()
     QTest::addColumn<QByteArrayList>("messages");
     const QByteArray file = ".vornfh-99999999-abcdef";
     const QByteArray mark = ".vornfh-99999999-fedcba.renaming";
-    const QByteArray start = "@/sd/DCIM/101ABC/" + file + ": left by an interrupted command";
-    row("file", Tree{file + " = x"}, Tree{}, QByteArrayList{start + "; removed"});
-    row("folder", Tree{file + "/"}, Tree{}, QByteArrayList{start + "; removed"});
+    const auto left = [](const QByteArray &name) {
+        return "@/sd/DCIM/101ABC/" + name + ": left by an interrupted command";
+    };
+    const auto kept = [&left](const QByteArray &name) {
+        return left(name)
+               + " and kept: it may share its content with another file, or be the only copy of a file; "
+                 "unmount the storage device and check it with fsck before you delete the leftover";
+    };
+    row("file", Tree{file + " = x"}, Tree{}, QByteArrayList{left(file) + "; removed"});
+    row("folder", Tree{file + "/"}, Tree{}, QByteArrayList{left(file) + "; removed"});
     row("file-that-was-being-renamed", Tree{file + " = x", mark}, Tree{file + " = x", mark},
-        QByteArrayList{
-            start
-            + " and kept: it may share its content with another file, or be the only copy of a file; "
-              "unmount the storage device and check it with fsck before you delete the leftover"});
+        QByteArrayList{kept(file)});
     const QByteArray backup = ".vornfh-99999999-backup";
     const QByteArray replacement = mark + " = another session\na.jpg\n" + file + "\n" + backup + "\n";
     const QByteArray restored = "@/sd/DCIM/101ABC/a.jpg: an interrupted command was replacing it; restored";
-    const auto kept = [](const QByteArray &name) {
-        return "@/sd/DCIM/101ABC/" + name
-               + ": left by an interrupted command and kept: it may share its content with another file, or "
-                 "be the "
-                 "only copy of a file; unmount the storage device and check it with fsck before you delete "
-                 "the "
-                 "leftover";
-    };
     row("replacement-with-the-new-file", Tree{file + " = new", backup + " = old", replacement},
         Tree{file + " = new", backup + " = old", replacement, "a.jpg = new"},
         QByteArrayList{restored, kept(file), kept(backup)});

@@ -710,9 +710,9 @@ void VornfhRecorderTest::aLoopWithoutRoomSaysSoOnce()
     fill(tool, "filler", 4 << 20);
     QCOMPARE(tool.runOnStorages({"record", "sd", "--type", "wav", "--segment", "1", "--duration", "4",
                                  "--loop", "--keep-free", "14M"}),
-             tool.success(paths(1, 4, "wav"),
-                          errorLines({"@/sd/DCIM: 12.0 MiB free instead of 14.0 MiB; there is no "
-                                      "other object that may be deleted"})));
+             tool.success(
+                 paths(1, 4, "wav"),
+                 errorLines({"@/sd/DCIM: 12.0 MiB free instead of 14.0 MiB; nothing more can be deleted"})));
     // Each is the newest when the next begins, and is deleted before the one after that.
     QCOMPARE(tree(tool.sd()), (Tree{"100ABC/", "100ABC/DCF_0003.wav", "100ABC/DCF_0004.wav"}));
 }
@@ -734,7 +734,7 @@ void VornfhRecorderTest::aLoopEndsWhenNothingMayBeDeleted()
     QCOMPARE(outcome.err,
              tool.expand(errorLines(
                  {"@/sd/DCIM: " + outcome.err.mid(outcome.err.indexOf("DCIM: ") + 6).split(';').first()
-                      + "; there is no other object that may be deleted",
+                      + "; nothing more can be deleted",
                   endedEarly("DCF_0001.avi", "the storage device is full")})));
     QCOMPARE(whyNotPlayable(tool.sd() + "/100ABC/DCF_0001.avi"), QByteArray());
 }

@@ -273,6 +273,5 @@ QString unmetPolicies(const Storage &storage, const PrunePolicy &policy, const P
     if (policy.maxSize && result.left > *policy.maxSize)
         parts.append(QString("the objects take up %1 instead of at most %2")
                          .arg(humanSize(result.left), humanSize(*policy.maxSize)));
-    return QString("%1: %2; there is no other object that may be deleted")
-        .arg(storage.location, parts.join(", "));
+    return QString("%1: %2; nothing more can be deleted").arg(storage.location, parts.join(", "));
 }

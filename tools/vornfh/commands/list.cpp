@@ -63,8 +63,8 @@ QList<QFileInfo> foldersOf(const Storage &storage, eDIRECTORY_FILTER filter)
 
 // list
 
-/// A list is made in one or two passes over the folders, each of which selects files by their extensions.
-/// Images need two, because the library lists all JPEG files before all PNG files.
+/// Each pass over the folders selects files by their extensions. A list takes one pass; images need two,
+/// because the library lists all JPEG files before all PNG files.
 using Passes = QVector<QStringList>;
 
 Passes passesOf(const Request &request)
