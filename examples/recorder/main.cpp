@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
 // recorder LOCATION SUFFIX SECONDS PERCENT [INPUT...]: makes recordings of SECONDS seconds with ffmpeg until
-// SIGTERM, and keeps PERCENT % of the card free by deleting the oldest files. Prints the path of a recording
-// once it is on the card. INPUT is ffmpeg's input (-f v4l2 -i /dev/video0), by default a test picture.
-// A card can block for seconds, and forever if it hangs. One thread does everything that uses the card, and
-// the event loop of main() stays free. docs/integration.md quotes what is between two lines "//! [name]".
+// SIGTERM, and keeps PERCENT % of the card free by deleting the oldest. Prints the path of each once it is on
+// the card. INPUT is ffmpeg's input (-f v4l2 -i /dev/video0), by default a test picture. Only one thread uses
+// the card, which can block forever. docs/integration.md quotes the parts between "//! [name]".
 #include <vornfilehandler.h>
 
 #include <QtCore>
@@ -86,12 +85,14 @@ void prune(QStorageInfo &card, int percent, const QString &current)
     for (int folder = 100; folder <= last; ++folder)
         files += QDir(VornFileHandler::getDirPath(STORAGE_SD, folder))
                      .entryInfoList({"DCF_[0-9][0-9][0-9][0-9].*"}, QDir::Files, QDir::Name);
+    QString deleted;
     for (const QFileInfo &file : qAsConst(files)) {
+        if (std::exchange(deleted, baseOf(file)) != baseOf(file)) // a recording goes with its thumbnail
+            card.refresh();
         if (isEnough() || baseOf(file) == baseOf(current) || baseOf(file) == baseOf(files.last()))
             return;
         if (file.permission(QFile::WriteOwner))
             VornFileHandler::deleteFile(file.filePath());
-        card.refresh();
     }
 }
 //! [prune]
@@ -121,8 +122,7 @@ public:
 
 private:
     //! [check]
-    /// Called every second. Ends the recording if the card is full, read-only or removed. If none is running,
-    /// begins the next one when the card has space.
+    /// Ends the recording if the card is full, read-only or removed; begins the next when there is space.
     void check()
     {
         constexpr qint64 RESERVE = 1 << 20; // bytes for the end of a recording and its thumbnail

@@ -74,6 +74,13 @@ bool Viewer::isStoragePresent() const
     return isPresentIn(mDevices.entries(), mStorage);
 }
 
+bool Viewer::isStorageReadOnly() const
+{
+    const StorageDevices &devices = mDevices.entries();
+    const auto *const device = find(devices, mStorage);
+    return device != devices.end() && device->isReadOnly;
+}
+
 void Viewer::showStorage(int storage)
 {
     if (storage == mStorage)

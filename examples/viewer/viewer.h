@@ -22,6 +22,7 @@ class Viewer : public QObject
     Q_PROPERTY(int storageRow READ storageRow NOTIFY devicesChanged)
     Q_PROPERTY(QString storageTitle READ storageTitle NOTIFY storageChanged)
     Q_PROPERTY(bool isStoragePresent READ isStoragePresent NOTIFY devicesChanged)
+    Q_PROPERTY(bool isStorageReadOnly READ isStorageReadOnly NOTIFY devicesChanged)
     /// The name of the folder whose objects are listed; empty if none is.
     Q_PROPERTY(QString folder READ folder NOTIFY folderChanged)
     Q_PROPERTY(bool isLoading READ isLoading NOTIFY isLoadingChanged)
@@ -41,6 +42,7 @@ public:
     int storageRow() const;
     QString storageTitle() const;
     bool isStoragePresent() const;
+    bool isStorageReadOnly() const;
     QString folder() const { return mFolder; }
     bool isLoading() const { return mIsLoading; }
     QVariantMap details() const { return mDetails; }

@@ -415,8 +415,9 @@ void RecorderTest::deletesTheOldest()
     for (const char *name : {"100ABC/DCF_0001.mkv", "100ABC/DCF_0002.mkv", "100ABC/DCF_9999.avi",
                              "101ABC/DCF_0001.mkv", "101ABC/DCF_0002.mkv"})
         writeFile(location() + "/" + name, content);
-    makeTree(location(), {"100ABC/DCF_0001.thumb", "100ABC/DCF_0002.thumb", "100ABC/notes.txt = kept",
-                          "100ABC/DCF_00001.jpg = kept", "MISCABC/DCF_0001.jpg = kept"});
+    makeTree(location(),
+             {"100ABC/DCF_0001.thumb", "100ABC/DCF_0002.thumb", "100ABC/DCF_9999.thumb",
+              "100ABC/notes.txt = kept", "100ABC/DCF_00001.jpg = kept", "MISCABC/DCF_0001.jpg = kept"});
     QVERIFY(QFile::setPermissions(location() + "/100ABC/DCF_0001.mkv", QFile::ReadOwner));
     RunningRecorder recorder(location(), 1, 50); // of 16 MiB, of which 4 are free
     QTRY_VERIFY_WITH_TIMEOUT(!recorder.recorded().isEmpty(), TIMEOUT);

@@ -239,6 +239,10 @@
         <source>Protected recordings cannot be deleted</source>
         <translation>Geschützte Aufnahmen können nicht gelöscht werden</translation>
     </message>
+    <message>
+        <source>The storage device is write-protected</source>
+        <translation>Der Speicher ist schreibgeschützt</translation>
+    </message>
 </context>
 <context>
     <name>reason</name>

@@ -18,6 +18,8 @@ FocusScope {
             viewer.setProtected(bases, !isProtected)
         else if (isProtected)
             toast.show(qsTr("Protected recordings cannot be deleted"))
+        else if (viewer.isStorageReadOnly)
+            toast.show(qsTr("The storage device is write-protected"))
         else
             deleteQuestion.ask(bases)
     }

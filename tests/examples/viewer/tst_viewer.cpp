@@ -43,6 +43,7 @@ public:
         writeFile(absolute(to), contentOf(absolute(from)));
     }
     Q_INVOKABLE bool mount(const QString &folder) const;
+    Q_INVOKABLE void remountReadOnly(const QString &folder) const;
     Q_INVOKABLE void unmount(const QString &folder) const;
     Q_INVOKABLE void setMode(const QString &path, int mode) const;
     /// All files and folders, sorted.
@@ -141,6 +142,12 @@ void Fixture::rename(const QString &from, const QString &to) const
 bool Fixture::mount(const QString &folder) const
 {
     return mCanMount && ::mount("none", absolute(folder).toUtf8().constData(), "tmpfs", 0, nullptr) == 0;
+}
+
+void Fixture::remountReadOnly(const QString &folder) const
+{
+    const QByteArray path = absolute(folder).toUtf8();
+    require(::mount(nullptr, path.constData(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) == 0, "remount");
 }
 
 void Fixture::unmount(const QString &folder) const

@@ -368,6 +368,24 @@ TestCase {
         compare(filesIn(""), before)
     }
 
+    function test_nothingIsDeletedOnAWriteProtectedDevice() {
+        start(["mmc/DCIM/", "sd/"])
+        viewer.showStorage(1)
+        if (!fixture.mount("sd"))
+            skip("this user may not mount")
+        fixture.make(media)
+        fixture.remountReadOnly("sd")
+        tryVerify(() => viewer.isStorageReadOnly)
+        const before = filesIn("")
+        viewer.showFolder("100ABC")
+        waitForRecordings(3)
+        keyClick(Qt.Key_Delete)
+        verify(!isOpen("deleteQuestion"))
+        compare(toastText(), "The storage device is write-protected")
+        compare(filesIn(""), before)
+        fixture.unmount("sd")
+    }
+
     function test_protectedWhileTheQuestionIsOpen() {
         start(media)
         const before = filesIn("")
