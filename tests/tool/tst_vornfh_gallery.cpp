@@ -870,6 +870,7 @@ void VornfhGalleryTest::reportsWhatCannotBeWritten_data()
     row("page-size-too-large", {"sd", "--page-size", "1025", "-o", "page.html"}, 2,
         "--page-size: '1025' is not a number from 1 to 1024");
     row("no-output", {"sd"}, 2, "--output is required");
+    row("empty-output", {"sd", "--output", ""}, 2, "--output: the path is empty");
 }
 
 void VornfhGalleryTest::reportsWhatCannotBeWritten()

@@ -44,6 +44,10 @@ private slots:
     void otherProgramsCanReadTheComment_data();
     void otherProgramsCanReadTheComment();
     void aCommentReplacesAnEarlierOne();
+    void infoShowsTheComment_data();
+    void infoShowsTheComment();
+    void infoShowsNoComment_data();
+    void infoShowsNoComment();
     void formatIsReadFromTheContent_data();
     void formatIsReadFromTheContent();
     void aCommentKeepsModeOwnerTimesAndAttributes_data();
@@ -474,6 +478,7 @@ void VornfhInfoTest::refusesWrongCommandLines_data()
     row("info-with-an-empty-path", {"info", ""}, "the path is empty");
     row("info-not-utf-8", {"info", "a\xff"}, messages::notUtf8("the path", "a\\xff"));
     row("comment-without-text", {"comment", "p"}, "TEXT is required");
+    row("comment-with-an-empty-path", {"comment", "", "x"}, "the path is empty");
     row("comment-not-utf-8", {"comment", "p", "\xc3"}, messages::notUtf8("the comment", "\\xc3"));
     row("comment-path-not-utf-8", {"comment", "p\xff", "x"}, messages::notUtf8("the path", "p\\xff"));
 }
@@ -520,6 +525,65 @@ void VornfhInfoTest::aCommentReplacesAnEarlierOne()
     QCOMPARE(tool.run({"comment", "a.jpg", "one"}).exitCode, 0);
     QCOMPARE(tool.run({"comment", "a.jpg", "two"}).exitCode, 0);
     QCOMPARE(readComment(tool.path() + "/a.jpg"), unicode("two"));
+}
+
+void VornfhInfoTest::infoShowsTheComment_data()
+{
+    QTest::addColumn<QByteArray>("file");
+    QTest::addColumn<QByteArray>("comment");
+    QTest::addColumn<QByteArray>("shown");
+    const auto row = [](const char *name, const QByteArray &file, const QByteArray &comment,
+                        const QByteArray &shown) { QTest::newRow(name) << file << comment << shown; };
+    row("jpeg", "a.jpg", "At the lake", "At the lake");
+    row("png", "a.png", "At the lake", "At the lake");
+    row("tiff", "a.tiff", "At the lake", "At the lake");
+    row("other-scripts", "a.jpg", "Gr\u00fc\u00dfe \u4e16", "Gr\u00fc\u00dfe \u4e16");
+    row("control-characters", "a.jpg", "a\nb\x1b[31m", "a\\x0ab\\x1b[31m");
+}
+
+void VornfhInfoTest::infoShowsTheComment()
+{
+    QFETCH(QByteArray, file);
+    QFETCH(QByteArray, comment);
+    QFETCH(QByteArray, shown);
+    const ToolRun tool;
+    makeImage(tool.path() + "/" + file);
+    QCOMPARE(tool.run({"comment", file, comment}), tool.success());
+    const Outcome text = tool.run({"info", file});
+    QVERIFY2(text.out.endsWith("\n  comment   " + shown + "\n"), text.out.constData());
+    QCOMPARE(text.err, QByteArray());
+    const QJsonObject record = tool.run({"info", "--json", file}).json().array()[0].toObject();
+    QCOMPARE(record["comment"].toString().toUtf8(), comment);
+}
+
+void VornfhInfoTest::infoShowsNoComment_data()
+{
+    QTest::addColumn<QByteArray>("file");
+    QTest::addColumn<QByteArray>("content");
+    const auto row = [](const char *name, const QByteArray &file, const QByteArray &content) {
+        QTest::newRow(name) << file << content;
+    };
+    row("none", "a.jpg", jpegHeader(640, 480));
+    row("damaged-exif-data", "a.jpg",
+        QByteArray::fromHex("ffd8ffe10010457869660000494900ff00ff00ff") + jpegHeader(640, 480).mid(2));
+    row("damaged-tiff", "a.tiff", bigEndianTiff().left(20));
+    row("empty-file", "a.jpg", "");
+    row("other-file", "a.txt", "Exif comment");
+}
+
+void VornfhInfoTest::infoShowsNoComment()
+{
+    QFETCH(QByteArray, file);
+    QFETCH(QByteArray, content);
+    const ToolRun tool;
+    writeFile(tool.path() + "/" + file, content);
+    const Outcome text = tool.run({"info", file});
+    QVERIFY2(!text.out.contains("  comment"), text.out.constData());
+    QCOMPARE(text.err, QByteArray());
+    QCOMPARE(text.exitCode, 0);
+    const Outcome json = tool.run({"info", "--json", file});
+    QVERIFY(!json.json().array()[0].toObject().contains("comment"));
+    QCOMPARE(json.err, QByteArray());
 }
 
 void VornfhInfoTest::formatIsReadFromTheContent_data()

@@ -21,6 +21,13 @@ QString fromCommandLine(const std::string &text, const QString &what)
     return *result;
 }
 
+QString requiredPath(const std::string &text, const QString &start)
+{
+    if (text.empty())
+        throw UsageError(start + "the path is empty");
+    return fromCommandLine(text, start + "the path");
+}
+
 QString pathArgument(const std::string &text)
 {
     if (text.empty())

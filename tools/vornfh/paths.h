@@ -11,6 +11,10 @@
 /// argument in the message, for example "PATH".
 QString fromCommandLine(const std::string &text, const QString &what);
 
+/// Decodes the path @p text from the command line. Throws UsageError if it is not valid UTF-8, or is empty,
+/// which would name the current folder; the message begins with @p start.
+QString requiredPath(const std::string &text, const QString &start = QString());
+
 /// The absolute path of the file that @p text names. This is for an argument among several: throws
 /// FileFailure if @p text is empty or not valid UTF-8.
 QString pathArgument(const std::string &text);

@@ -5,6 +5,7 @@
 #include "durable.h"
 #include "files.h"
 #include "folders.h"
+#include "imagecomment.h"
 #include "media.h"
 #include "output.h"
 #include "paths.h"
@@ -141,19 +142,6 @@ private:
     struct stat mStatus = {};
 };
 
-/// The comment as other programs read it; nullopt if there is none.
-std::optional<std::string> readComment(const QString &path)
-{
-    const auto image = Exiv2::ImageFactory::open(path.toStdString());
-    image->readMetadata();
-    const Exiv2::ExifData &exif = image->exifData();
-    const auto found = exif.findKey(Exiv2::ExifKey("Exif.Photo.UserComment"));
-    if (found == exif.end())
-        return std::nullopt;
-    const auto *value = dynamic_cast<const Exiv2::CommentValue *>(&found->value());
-    return value ? value->comment() : found->toString();
-}
-
 /// Writes the comment into @p copy, a copy of the photo at @p path, and reads it back. The copy is
 /// in memory because Exiv2 0.27 does not report that it could not write all of a file. Throws FileFailure.
 void writeCommentTo(const Descriptor &copy, const QString &path, const QString &text)
@@ -210,7 +198,7 @@ void addComment(CommandLine &line)
     };
     const auto request = std::make_shared<Request>();
     const auto run = [request] {
-        const QString path = fromCommandLine(request->path, "the path");
+        const QString path = requiredPath(request->path);
         return writeComment(path, fromCommandLine(request->text, "the comment"), request->isDryRun);
     };
     const Command command = line.addIndependent(

@@ -195,7 +195,7 @@ QSize resolutionOf(Kind kind, const QString &path, bool isProbing)
 
 QString outputPath(const Request &request)
 {
-    const QString path = absolutePath(fromCommandLine(request.output, "--output"));
+    const QString path = absolutePath(requiredPath(request.output, "--output: "));
     if (!path.endsWith(".html") && !path.endsWith(".htm"))
         throw UsageError(QString("--output: '%1' does not end in .html or .htm").arg(path));
     struct stat status = {};

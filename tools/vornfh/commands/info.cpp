@@ -4,6 +4,7 @@
 #include "filelist.h"
 #include "files.h"
 #include "folders.h"
+#include "imagecomment.h"
 #include "media.h"
 #include "objects.h"
 #include "output.h"
@@ -17,11 +18,15 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <exception>
 #include <future>
 #include <memory>
 #include <optional>
+#include <string>
 #include <thread>
 #include <vector>
+
+#include <fcntl.h>
 
 using namespace VORN_FILE_HANDLER;
 
@@ -108,6 +113,20 @@ private:
     std::vector<std::future<void>> mThreads; // last, because its destructor waits for the threads
 };
 
+/// The comment in an image; empty if there is none, or if it cannot be read.
+QString commentIn(const QString &path)
+{
+    QByteArray start(8, '\0');
+    const Descriptor file = openFile(path, O_RDONLY | O_NONBLOCK);
+    if (!file.isOpen() || !readAt(file.get(), 0, start) || imageFormat(start) == ImageFormat::Other)
+        return QString();
+    try {
+        return QString::fromStdString(readComment(path).value_or(std::string()));
+    } catch (const std::exception &) { // the image is damaged
+        return QString();
+    }
+}
+
 std::optional<qint64> msecs(const QDateTime &time)
 {
     return time.isValid() ? std::optional(time.toMSecsSinceEpoch()) : std::nullopt;
@@ -146,6 +165,8 @@ QByteArray toJson(const QString &path, const Reading &reading, bool isMarked)
         object["measuredLength"] = ifMeasured(reading.measured.seconds);
         object["measuredBitrate"] = ifMeasured(static_cast<double>(reading.measured.bitrate));
         object["measuredFramerate"] = ifMeasured(reading.measured.framerate);
+    } else if (const QString comment = commentIn(file.path); !comment.isEmpty()) {
+        object["comment"] = comment;
     }
     return toJson(file, object);
 }
@@ -221,6 +242,8 @@ void print(const QString &path, const Reading &reading, bool isProtected)
         print("picture", pictureText(record));
     if (isTimed(kind))
         printMeasured(reading.measured, kind);
+    else if (const QString comment = commentIn(fromRoot(path)); !comment.isEmpty())
+        print("comment", comment);
 }
 
 ExitCode showInfo(const QStringList &paths)
@@ -250,18 +273,15 @@ void addInfo(CommandLine &line)
     const auto request = std::make_shared<Request>();
     const auto run = [request] {
         QStringList paths;
-        for (const std::string &path : namesIn(request->paths, request->list)) {
-            if (path.empty()) // it would be the current folder
-                throw UsageError("the path is empty");
-            paths.append(fromCommandLine(path, "the path"));
-        }
+        for (const std::string &path : namesIn(request->paths, request->list))
+            paths.append(requiredPath(path));
         return showInfo(paths);
     };
     const Command command = line.addIndependent(
         "info",
-        "Shows what is known about files and folders: type, size, times, picture size and protection; for\n"
-        "videos and audio files also the length and bit rate, and for videos the frame rate, as measured\n"
-        "by ffprobe",
+        "Shows what is known about files and folders: type, size, times, picture size, comment and\n"
+        "protection; for videos and audio files also the length and bit rate, and for videos the frame\n"
+        "rate, as measured by ffprobe",
         run);
     request->paths = addNames(command, "PATH...", "Files and folders").required(false);
     request->list.addOptions(command);
