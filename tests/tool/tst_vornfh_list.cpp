@@ -256,6 +256,7 @@ void VornfhListTest::selectsAndSorts_data()
     row("open-range", {"--number", "3-"}, {"101ABC/DCF_0003.wav"});
     row("no-such-number", {"--number", "9999"}, {});
     row("number-and-type", {"--number", "2", "--videos"}, {"101ABC/DCF_0002.mkv"});
+    row("number-without-an-extension", {"--number", "4", "--filter", "all"}, {"99/DCF_0004"});
     row("since", {"--since", "2025-02-26"}, {"101ABC/DCF_0003.wav", "101ABC/\u00e4.jpg"});
     row("until", {"--until", "2025-02-24"}, {"100ABC/DCF_0001.avi"});
     row("one-day", {"--since", "2025-02-25", "--until", "2025-02-25"},
@@ -296,6 +297,7 @@ void VornfhListTest::selectsAndSorts()
         "101ABC/DCF_0003.wav size 3 at 1740528000", // 2025-02-26 00:00:00
         "101ABC/\u00e4.jpg size 8 at 1740528001",
         "99/DCF_0001.avi size 1 at 1740492002",
+        "99/DCF_0004 size 2 at 1740492003",
     }));
     const QByteArrayList list = QByteArrayList{"list", "sd"} + options;
     const auto pathsIn = [&tool](const QByteArray &text) {

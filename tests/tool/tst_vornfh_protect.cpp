@@ -6,7 +6,9 @@
 
 #include <csignal>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -39,6 +41,7 @@ private slots:
     void refusesPaths_data();
     void refusesPaths();
     void requiresAPath();
+    void requiresAReadableLocation();
     void keepsTheOtherPermissions_data();
     void keepsTheOtherPermissions();
     void isAnErrorIfTheMarkIsNotKept();
@@ -51,7 +54,13 @@ private slots:
     void leavesProtectedObjectsAlone();
     void overridesWithForce_data();
     void overridesWithForce();
+    void deletesTheThumbnailOfTheLastRecording_data();
+    void deletesTheThumbnailOfTheLastRecording();
+    void leavesTheTargetOfALinkAlone();
+    void leavesWhatIsBeingWrittenAlone();
     void showsTheMark();
+    void showsTheMarkOfAnotherFile_data();
+    void showsTheMarkOfAnotherFile();
     void extensionsMayBeInAnyCase_data();
     void extensionsMayBeInAnyCase();
 };
@@ -102,6 +111,8 @@ void VornfhProtectTest::refusesPaths_data()
     row("outside", "DCF_0001.jpg", "@/DCF_0001.jpg" + outside);
     row("in-another-folder", "sd/DCIM/MISC/DCF_0001.jpg", "@/sd/DCIM/MISC/DCF_0001.jpg" + outside);
     row("another-folder", "sd/DCIM/MISC", "@/sd/DCIM/MISC" + outside);
+    row("folder-that-the-numbering-cannot-use", "sd/DCIM/0101ABC", "@/sd/DCIM/0101ABC" + outside);
+    row("folder-in-another-folder", "sd/DCIM/MISC/100ABC", "@/sd/DCIM/MISC/100ABC" + outside);
     row("location", "sd/DCIM", "@/sd/DCIM" + outside);
     row("not-an-object", "sd/DCIM/100ABC/IMG_0001.jpg",
         "@/sd/DCIM/100ABC/IMG_0001.jpg: does not belong to an object");
@@ -114,7 +125,7 @@ void VornfhProtectTest::refusesPaths()
     QFETCH(QByteArray, path);
     QFETCH(QByteArray, message);
     const ToolRun tool;
-    tool.make(CARD + Tree{"DCF_0001.jpg"});
+    tool.make(CARD + Tree{"DCF_0001.jpg"} + onCard({"0101ABC/DCF_0001.jpg", "MISC/100ABC/DCF_0001.jpg"}));
     QCOMPARE(tool.runOnStorages({"protect", path, "sd/DCIM/101ABC/DCF_0001.jpg"}),
              tool.failure({message, "1 of 2 paths not protected"}, cardLines({"101ABC/DCF_0001.jpg"})));
     QCOMPARE(protectedFiles(tool), QByteArrayList{"101ABC/DCF_0001.jpg"});
@@ -128,6 +139,18 @@ void VornfhProtectTest::requiresAPath()
     const ToolRun tool;
     for (const QByteArray command : {"protect", "unprotect"})
         QCOMPARE(tool.runOnStorages({command}), tool.usageError({"PATH... is required"}));
+}
+
+/// The numbered folders cannot be listed.
+void VornfhProtectTest::requiresAReadableLocation()
+{
+    ToolRun tool;
+    if (!tool.dropPrivileges())
+        QSKIP("the tool cannot run as another user");
+    tool.make(CARD);
+    const FolderMode unreadable(tool.sd(), 0311);
+    QCOMPARE(tool.runOnStorages({"protect", "sd/DCIM/101ABC/DCF_0001.jpg"}),
+             tool.failure({"@/sd/DCIM: Permission denied", "1 of 1 paths not protected"}));
 }
 
 void VornfhProtectTest::keepsTheOtherPermissions_data()
@@ -321,6 +344,8 @@ void VornfhProtectTest::leavesProtectedObjectsAlone_data()
     row("delete-only", {"delete", "--only", recording}, {recording + why, "1 of 1 files not deleted"});
     row("move", {"move", recording, "sd", "MISC"}, {recording + why, "2 of 2 files not moved"});
     row("move-thumbnail", {"move", thumbnail, "mmc", "MISC"}, {thumbnail + why, "1 of 1 files not moved"});
+    row("move-from-a-missing-folder", {"move", "@/sd/DCIM/none/a.jpg", "mmc", "MISC"},
+        {"@/sd/DCIM/none/a.jpg: No such file or directory", "1 of 1 files not moved"});
     row("rmdir", {"rmdir", "sd", "100ABC", "--yes"},
         {"@/sd/DCIM/100ABC: will delete 3 files, 12 B", "@/sd/DCIM/100ABC" + keeps},
         "@/sd/DCIM/100ABC: deleted 3 files, 12 B; kept 2 files\n", others);
@@ -368,6 +393,79 @@ void VornfhProtectTest::overridesWithForce()
     QVERIFY(!QFile::exists(tool.sd() + "/100ABC/DCF_0001.jpg"));
 }
 
+void VornfhProtectTest::deletesTheThumbnailOfTheLastRecording_data()
+{
+    QTest::addColumn<Tree>("entries"); // of which the first is protected and deleted
+    QTest::addColumn<Tree>("left");
+    QTest::addColumn<bool>("isLinked"); // the second entry, to the first
+    const auto row = [](const char *name, const Tree &entries, const Tree &left, bool isLinked = false) {
+        QTest::newRow(name) << entries << left << isLinked;
+    };
+    const QByteArray thumbnail = "DCF_0005.thumb";
+    row("photo", {"DCF_0005.jpg", thumbnail}, {});
+    row("video", {"DCF_0005.avi", thumbnail}, {});
+    row("audio-file", {"DCF_0005.wav", thumbnail}, {thumbnail});
+    row("without-a-thumbnail", {"DCF_0005.jpg"}, {});
+    row("folder-in-place-of-the-thumbnail", {"DCF_0005.jpg", "DCF_0005.thumb/"}, {"DCF_0005.thumb/"});
+    row("photo-is-left", {"DCF_0005.avi", "DCF_0005.jpg", thumbnail}, {"DCF_0005.jpg", thumbnail});
+    row("video-is-left", {"DCF_0005.jpg", "DCF_0005.mkv", thumbnail}, {"DCF_0005.mkv", thumbnail});
+    row("video-in-upper-case-is-left", {"DCF_0005.jpg", "DCF_0005.AVI", thumbnail},
+        {"DCF_0005.AVI", thumbnail});
+    row("photo-in-upper-case-is-left", {"DCF_0005.jpg", "DCF_0005.JPG", thumbnail},
+        {"DCF_0005.JPG", thumbnail});
+    row("hard-link-is-left", {"DCF_0005.jpg", "DCF_0005.avi", thumbnail}, {"DCF_0005.avi", thumbnail}, true);
+}
+
+void VornfhProtectTest::deletesTheThumbnailOfTheLastRecording()
+{
+    QFETCH(Tree, entries);
+    QFETCH(Tree, left);
+    QFETCH(bool, isLinked);
+    const ToolRun tool;
+    tool.make(onCard(below("100ABC/", entries)));
+    const QByteArray folder = QFile::encodeName(tool.sd()) + "/100ABC/";
+    const QByteArray first = folder + entries[0];
+    if (isLinked) {
+        const QByteArray second = folder + entries[1];
+        QVERIFY(::unlink(second.constData()) == 0 && ::link(first.constData(), second.constData()) == 0);
+    }
+    setMode(tool, "sd/DCIM/100ABC/" + entries[0], 0444);
+    QByteArrayList deleted = entries;
+    for (const QByteArray &entry : left)
+        deleted.removeOne(entry);
+    QCOMPARE(tool.runOnStorages({"delete", "--force", first}),
+             tool.success(cardLines(below("100ABC/", deleted))));
+    QCOMPARE(tree(tool.sd() + "/100ABC"), left);
+}
+
+/// The target is protected and being written.
+void VornfhProtectTest::leavesTheTargetOfALinkAlone()
+{
+    const ToolRun tool;
+    tool.make(onCard({"100ABC/DCF_0001.jpg -> @/a.jpg"}) + Tree{"a.jpg = a"});
+    const QByteArray target = QFile::encodeName(tool.path()) + "/a.jpg";
+    const int file = ::open(target.constData(), O_WRONLY | O_CLOEXEC);
+    setMode(tool, "a.jpg", 0444);
+    const Outcome outcome = tool.runOnStorages({"delete", "sd/DCIM/100ABC/DCF_0001.jpg"});
+    ::close(file);
+    QCOMPARE(outcome, tool.success(cardLines({"100ABC/DCF_0001.jpg"})));
+    QCOMPARE(tool.content("a.jpg"), QByteArray("a"));
+}
+
+void VornfhProtectTest::leavesWhatIsBeingWrittenAlone()
+{
+    const ToolRun tool;
+    tool.make(CARD);
+    const QByteArray thumbnail = QFile::encodeName(tool.sd()) + "/100ABC/DCF_0001.thumb";
+    const int file = ::open(thumbnail.constData(), O_WRONLY | O_CLOEXEC);
+    const Tree before = tree(tool.path());
+    const Outcome outcome = tool.runOnStorages({"delete", "sd/DCIM/100ABC/DCF_0001.jpg"});
+    ::close(file);
+    QCOMPARE(outcome, tool.failure({"@/sd/DCIM/100ABC/DCF_0001.jpg: is being written; use --force",
+                                    "1 of 1 files not deleted"}));
+    QCOMPARE(tree(tool.path()), before);
+}
+
 void VornfhProtectTest::showsTheMark()
 {
     const ToolRun tool;
@@ -377,6 +475,39 @@ void VornfhProtectTest::showsTheMark()
     QCOMPARE(tool.runOnStorages({"protect", "sd/DCIM/100ABC/DCF_0001.jpg"}).exitCode, 0);
     QVERIFY(tool.runOnStorages(info).out.contains("\n  mark      protected\n"));
     QCOMPARE(tool.runOnStorages(info + QByteArrayList{"--json"}).json()[0]["protected"].toBool(), true);
+}
+
+void VornfhProtectTest::showsTheMarkOfAnotherFile_data()
+{
+    QTest::addColumn<QByteArray>("marked");
+    QTest::addColumn<QByteArray>("other"); // file
+    QTest::addColumn<QByteArray>("fileSystem");
+    QTest::addColumn<bool>("isShown"); // for the other file
+    const auto row = [](const char *name, const QByteArray &marked, const QByteArray &other, bool isShown,
+                        const QByteArray &fileSystem = {}) {
+        QTest::newRow(name) << marked << other << fileSystem << isShown;
+    };
+    row("short-name", "a.thumb", "a.jpg", true);
+    row("hidden", ".a.thumb", ".a.jpg", false);
+    row("name-in-another-case", "DCF_0005.thumb", "dcf_0005.jpg", false);
+    row("name-in-another-case-on-fat", "DCF_0005.thumb", "dcf_0005.jpg", true, "fat");
+    row("name-in-another-case-on-exfat", "DCF_0005.thumb", "dcf_0005.jpg", true, "exfat");
+}
+
+void VornfhProtectTest::showsTheMarkOfAnotherFile()
+{
+    QFETCH(QByteArray, marked);
+    QFETCH(QByteArray, other);
+    QFETCH(QByteArray, fileSystem);
+    QFETCH(bool, isShown);
+    ToolRun tool;
+    if ((fileSystem == "fat" && !tool.pretendFat()) || (fileSystem == "exfat" && !tool.pretendExfat()))
+        QSKIP(CANNOT_PRELOAD);
+    tool.make(onCard(below("100ABC/", {marked + " = x", other + " = x"})));
+    setMode(tool, "sd/DCIM/100ABC/" + marked, 0444);
+    const QByteArray out = tool.runOnStorages({"info", "sd/DCIM/100ABC/" + other}).out;
+    QVERIFY2(out.contains("\n  type      image\n"), out.constData());
+    QCOMPARE(out.contains("\n  mark      protected\n"), isShown);
 }
 
 void VornfhProtectTest::extensionsMayBeInAnyCase_data()

@@ -11,8 +11,10 @@
 #include <QTest>
 
 #include <algorithm>
+#include <atomic>
 #include <numeric>
 #include <optional>
+#include <thread>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -51,9 +53,21 @@ private slots:
     void keepsWhatIsNotAnObject();
     void keepsFreeSpace_data();
     void keepsFreeSpace();
+    void comparesFreeSpaceWithTheFileSystem_data();
+    void comparesFreeSpaceWithTheFileSystem();
+    void comparesAges_data();
+    void comparesAges();
+    void removesLeftovers();
     void keepsWhatIsBeingWritten_data();
     void keepsWhatIsBeingWritten();
     void keepsARecordingBeforeItsFirstByte();
+    void goesOnIfAnotherProgramOpensAFile();
+    void goesOnAfterWhatCannotBeDeleted_data();
+    void goesOnAfterWhatCannotBeDeleted();
+    void reportsAFolderThatCannotBeDeleted();
+    void flushesEachStep();
+    void deletesInBatches_data();
+    void deletesInBatches();
     void stopsAtASignal_data();
     void stopsAtASignal();
     void printsJson();
@@ -92,6 +106,8 @@ void VornfhPruneTest::prunes_data()
     row("all-protected", {"--max-size", "200"}, "",
         {"100ABC/DCF_0001.jpg", "100ABC/DCF_0002.avi", "101ABC/DCF_0001.thumb"},
         stillTakes("400 B", "200 B"));
+    row("newest-stays-although-enough-is-free", {"--max-size", "50", "--keep-free", "1"},
+        FIRST + SECOND + THIRD + FOLDER, {}, stillTakes("100 B", "50 B"));
 }
 
 void VornfhPruneTest::prunes()
@@ -104,13 +120,17 @@ void VornfhPruneTest::prunes()
     tool.make(onCard(FOUR));
     for (const QByteArray &file : isProtected)
         setMode(tool, "sd/DCIM/" + file, 0444);
-    Tree expected = tree(tool.path());
+    const Tree before = tree(tool.path());
+    Tree expected = before;
     for (const QByteArray &line : out.split('\n'))
         expected.removeAll(line.mid(2) + (line.endsWith("ABC") ? "/" : ""));
     Outcome outcome = tool.success(out);
     if (!message.isEmpty())
         outcome = {3, tool.expand(out), tool.expand(errorLines({message}))};
-    QCOMPARE(tool.runOnStorages(QByteArrayList{"prune", "sd"} + policies), outcome);
+    const QByteArrayList prune = QByteArrayList{"prune", "sd"} + policies;
+    QCOMPARE(tool.runOnStorages(prune + QByteArrayList{"--dry-run"}), outcome);
+    QCOMPARE(tree(tool.path()), before);
+    QCOMPARE(tool.runOnStorages(prune), outcome);
     QCOMPARE(tree(tool.path()), expected);
 }
 
@@ -118,11 +138,13 @@ void VornfhPruneTest::keepsWhatIsNotAnObject_data()
 {
     QTest::addColumn<QByteArray>("entry");
     for (const QByteArray entry :
-         {"100ABC/IMG_0001.jpg", "100ABC/DCF_0000.jpg", "100ABC/DCF_001.jpg", "100ABC/DCF_00001.jpg",
-          "100ABC/DCF_0001_1.jpg", "100ABC/dcf_0001.jpg", "100ABC/DCF_0001", "100ABC/DCF_0001.txt",
-          "100ABC/.DCF_0001.jpg", "100ABC/DCF_0001.jpg/x", "100ABC/DCF_0001.jpg -> @/elsewhere",
-          "100ABC/DCF_0001.thumb", "100ABC/notes.txt", "0100ABC/DCF_0001.jpg", "MISC/DCF_0001.jpg",
-          "100abc/DCF_0001.jpg", "DCF_0001.jpg", "ABC/DCF_0001.jpg"})
+         {"100ABC/IMG_0001.jpg",   "100ABC/DCF_0000.jpg",   "100ABC/DCF_001.jpg",
+          "100ABC/DCF_00001.jpg",  "100ABC/DCF_+001.jpg",   "100ABC/DCF_0001_1.jpg",
+          "100ABC/dcf_0001.jpg",   "100ABC/DCF_0001",       "100ABC/DCF_0001.txt",
+          "100ABC/.DCF_0001.jpg",  "100ABC/DCF_0001.jpg/x", "100ABC/DCF_0001.jpg -> @/elsewhere",
+          "100ABC/DCF_0001.thumb", "100ABC/notes.txt",      "100ABC/x\xff",
+          "0100ABC/DCF_0001.jpg",  "MISC/DCF_0001.jpg",     "100abc/DCF_0001.jpg",
+          "DCF_0001.jpg",          "ABC/DCF_0001.jpg",      "102ABC/"})
         QTest::newRow(entry.constData()) << entry;
 }
 
@@ -140,18 +162,26 @@ void VornfhPruneTest::keepsWhatIsNotAnObject()
 
 void VornfhPruneTest::keepsFreeSpace_data()
 {
-    QTest::addColumn<QByteArray>("policy");
+    QTest::addColumn<QByteArrayList>("policies");
     QTest::addColumn<int>("deleted"); // how many objects of 64 KiB, of eight
     QTest::addColumn<QByteArray>("message");
-    const auto row = [](const char *name, const QByteArray &policy, int deleted,
-                        const QByteArray &message = {}) {
-        QTest::newRow(name) << policy << deleted << message;
+    QTest::addColumn<int>("filler"); // KiB of another file
+    const auto row = [](const char *name, const QByteArrayList &policies, int deleted,
+                        const QByteArray &message = {}, int filler = 0) {
+        QTest::newRow(name) << QByteArrayList{"--keep-free"} + policies << deleted << message << filler;
     };
-    row("enough", "512K", 0);
-    row("one-byte-short", "524289", 1);
-    row("three-objects", "700K", 3);
-    row("percentage", "75%", 4);
-    row("not-enough", "99%", 7, "960.0 KiB free instead of 1013.7 KiB");
+    const QByteArray notEnough = "960.0 KiB free instead of 1013.7 KiB";
+    const QByteArray tooLarge = "the objects take up 64.0 KiB instead of at most 32.0 KiB";
+    row("enough", {"512K"}, 0);
+    row("one-byte-short", {"524289"}, 1);
+    row("one-object-and-a-byte", {"589825"}, 2);
+    row("three-objects", {"700K"}, 3);
+    row("percentage", {"75%"}, 4);
+    row("one-percent", {"1%"}, 1, {}, 508);
+    row("not-enough", {"99%"}, 7, notEnough);
+    row("not-enough-but-small-enough", {"99%", "--max-size", "64K"}, 7, notEnough);
+    row("enough-but-too-large", {"960K", "--max-size", "32K"}, 7, tooLarge);
+    row("not-enough-and-too-large", {"99%", "--max-size", "32K"}, 7, notEnough + ", " + tooLarge);
 }
 
 /// On a card of 1 MiB, half of which is used.
@@ -159,12 +189,14 @@ void VornfhPruneTest::keepsFreeSpace()
 {
     if (!hasOwnMounts())
         QSKIP("mounting needs root");
-    QFETCH(QByteArray, policy);
+    QFETCH(QByteArrayList, policies);
     QFETCH(int, deleted);
     QFETCH(QByteArray, message);
+    QFETCH(int, filler);
     const ToolRun tool;
     tool.make({"sd/"});
     const TmpfsMount card(tool.path() + "/sd", "size=1m");
+    tool.make({"sd/filler = " + QByteArray(filler << 10, 'x')});
     QByteArrayList expected;
     for (char number = '1'; number <= '8'; ++number) {
         const QByteArray file = QByteArray("100ABC/DCF_000") + number + ".avi";
@@ -175,7 +207,77 @@ void VornfhPruneTest::keepsFreeSpace()
     const QByteArray err =
         message.isEmpty() ? message : errorLines({"@/sd/DCIM: " + message + "; nothing more can be deleted"});
     const Outcome outcome = {message.isEmpty() ? 0 : 3, tool.expand(cardLines(expected)), tool.expand(err)};
-    QCOMPARE(tool.runOnStorages({"prune", "sd", "--keep-free", policy}), outcome);
+    const QByteArrayList prune = QByteArrayList{"prune", "sd"} + policies;
+    QCOMPARE(tool.runOnStorages(prune + QByteArrayList{"--dry-run"}), outcome);
+    QCOMPARE(tool.runOnStorages(prune), outcome);
+}
+
+void VornfhPruneTest::comparesFreeSpaceWithTheFileSystem_data()
+{
+    QTest::addColumn<QByteArray>("size"); // of the card; the tool cannot know it if there is no limit
+    QTest::addColumn<QByteArray>("policy");
+    QTest::addColumn<QByteArrayList>("messages"); // with exit code 2
+    row("the-whole-card", QByteArray("size=1m"), QByteArray("1M"),
+        QByteArrayList{"--keep-free: 1.0 MiB is not less than the size of the file system, 1.0 MiB"});
+    row("card-without-a-limit", QByteArray("size=0"), QByteArray("1T"), QByteArrayList());
+}
+
+void VornfhPruneTest::comparesFreeSpaceWithTheFileSystem()
+{
+    if (!hasOwnMounts())
+        QSKIP("mounting needs root");
+    QFETCH(QByteArray, size);
+    QFETCH(QByteArray, policy);
+    QFETCH(QByteArrayList, messages);
+    const ToolRun tool;
+    tool.make({"sd/"});
+    const TmpfsMount card(tool.path() + "/sd", size);
+    QVERIFY(card.isMounted());
+    tool.make(onCard(FOUR));
+    const Tree before = tree(tool.path());
+    QCOMPARE(tool.runOnStorages({"prune", "sd", "--keep-free", policy}),
+             messages.isEmpty() ? tool.success() : tool.usageError(messages));
+    QCOMPARE(tree(tool.path()), before);
+    const Outcome dryRun = tool.runOnStorages({"prune", "sd", "--keep-last", "1", "--dry-run", "--json"});
+    QVERIFY(dryRun.json().object()["free"].toDouble() > 0);
+}
+
+void VornfhPruneTest::comparesAges_data()
+{
+    QTest::addColumn<int>("age"); // in seconds, of the older of two objects
+    QTest::addColumn<QByteArrayList>("policies");
+    QTest::addColumn<bool>("isDeleted");
+    row("exactly-the-age", 3600, QByteArrayList{"--keep-within", "1h"}, true);
+    row("in-the-future", -3600, QByteArrayList{"--keep-last", "1"}, true);
+    row("in-the-future-within-a-second", -3600, QByteArrayList{"--keep-within", "1s"}, false);
+}
+
+void VornfhPruneTest::comparesAges()
+{
+    QFETCH(int, age);
+    QFETCH(QByteArrayList, policies);
+    QFETCH(bool, isDeleted);
+    const ToolRun tool;
+    tool.make(onCard({"100ABC/DCF_0001.jpg", "100ABC/DCF_0002.jpg"}));
+    // So early in a second, the tool probably runs in the same one.
+    QTRY_VERIFY(QDateTime::currentMSecsSinceEpoch() % 1000 < 300);
+    setModified(QFile::encodeName(tool.sd()) + "/100ABC/DCF_0001.jpg",
+                (QDateTime::currentSecsSinceEpoch() - age) * 1000);
+    QCOMPARE(tool.runOnStorages(QByteArrayList{"prune", "sd"} + policies),
+             tool.success(isDeleted ? cardLines({"100ABC/DCF_0001.jpg"}) : QByteArray()));
+}
+
+void VornfhPruneTest::removesLeftovers()
+{
+    const QByteArray leftover = "100ABC/.vornfh-4194304-abcdef";
+    const QByteArrayList prune = {"prune", "sd", "--keep-last", "2"};
+    const ToolRun tool;
+    tool.make(onCard(FOUR + QByteArrayList{leftover}));
+    const Tree before = tree(tool.path());
+    QCOMPARE(tool.runOnStorages(prune + QByteArrayList{"--dry-run"}), tool.success(FIRST + SECOND + FOLDER));
+    QCOMPARE(tree(tool.path()), before);
+    QCOMPARE(tool.runOnStorages(prune),
+             tool.success(FIRST + SECOND + FOLDER, errorLines({messages::removed("@/sd/DCIM/" + leftover)})));
 }
 
 void VornfhPruneTest::keepsWhatIsBeingWritten_data()
@@ -211,11 +313,138 @@ void VornfhPruneTest::keepsARecordingBeforeItsFirstByte()
     QProcess process;
     tool.startOnStorages(process, {"record", "sd", "--type", "wav"});
     QTRY_COMPARE_WITH_TIMEOUT(programs.calls("ffmpeg").size(), 1, 10000);
+    const QByteArray path = QFile::encodeName(tool.sd()) + "/100ABC/DCF_0001.wav";
+    const int file = ::open(path.constData(), O_RDONLY | O_CLOEXEC);
+    QVERIFY(::flock(file, LOCK_EX | LOCK_NB) != 0);   // which other users see, too
+    QVERIFY(::fcntl(file, F_SETLEASE, F_RDLCK) != 0); // because it is open for writing
+    ::close(file);
     tool.make(onCard({"100ABC/DCF_0002.jpg"}));
     QCOMPARE(tool.runOnStorages({"prune", "sd", "--keep-last", "1"}), tool.success());
     process.terminate();
     QCOMPARE(ToolRun::finish(process).exitCode, 1);
     QCOMPARE(tree(tool.path()), onCard({"100ABC/", "100ABC/DCF_0002.jpg"}));
+}
+
+/// The kernel sends a signal to the tool if a program opens a file that the tool is just probing.
+void VornfhPruneTest::goesOnIfAnotherProgramOpensAFile()
+{
+    constexpr int LINKS = 500; // to one file, which is probed as often
+    const ToolRun tool;
+    tool.make(onCard({"100ABC/DCF_0001.jpg"}));
+    const QByteArray start = QFile::encodeName(tool.sd()) + "/100ABC/DCF_";
+    const QByteArray path = start + "0001.jpg";
+    for (int number = 2; number <= LINKS; ++number) {
+        const QByteArray other = start + QByteArray::number(number).rightJustified(4, '0') + ".jpg";
+        QCOMPARE(::link(path.constData(), other.constData()), 0);
+    }
+    std::atomic<bool> isDone{false};
+    std::thread program([&] {
+        while (!isDone)
+            ::close(::open(path.constData(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+    });
+    const Outcome outcome = tool.runOnStorages({"prune", "sd", "--keep-last", "1", "--dry-run"});
+    isDone = true;
+    program.join();
+    QCOMPARE(outcome.exitCode, 0);
+    QCOMPARE(outcome.err, QByteArray());
+}
+
+void VornfhPruneTest::goesOnAfterWhatCannotBeDeleted_data()
+{
+    QTest::addColumn<Tree>("entries"); // in 100ABC
+    QTest::addColumn<int>("mode");     // of 100ABC
+    QTest::addColumn<QByteArray>("out");
+    QTest::addColumn<QByteArrayList>("messages");
+    QTest::addColumn<int>("exitCode");
+    const QByteArray path = "@/sd/DCIM/100ABC/DCF_0001.jpg: ";
+    row("status-cannot-be-read", Tree{"DCF_0001.jpg"}, 0444, QByteArray(),
+        QByteArrayList{path + "cannot be read, so its object is kept: Permission denied"}, 0);
+    row("folder-is-read-only", Tree{"DCF_0001.jpg"}, 0555, QByteArray(),
+        QByteArrayList{path + "cannot be deleted: Permission denied", "1 object not deleted"}, 1);
+    row("thumbnail-in-a-read-only-folder", Tree{"DCF_0001.jpg", "DCF_0001.thumb"}, 0555, QByteArray(),
+        QByteArrayList{"@/sd/DCIM/100ABC/DCF_0001.thumb: cannot be deleted: Permission denied",
+                       "1 object not deleted"},
+        1);
+    row("hidden-file-in-the-folder", Tree{".hidden", "DCF_0001.jpg"}, 0777,
+        cardLines({"100ABC/DCF_0001.jpg"}), QByteArrayList(), 0);
+}
+
+/// The user may not delete folders.
+void VornfhPruneTest::goesOnAfterWhatCannotBeDeleted()
+{
+    QFETCH(Tree, entries);
+    QFETCH(int, mode);
+    QFETCH(QByteArray, out);
+    QFETCH(QByteArrayList, messages);
+    QFETCH(int, exitCode);
+    ToolRun tool;
+    if (!tool.dropPrivileges())
+        QSKIP("the tool cannot run as another user");
+    tool.make(onCard(below("100ABC/", entries) + Tree{"101ABC/DCF_0001.jpg", "101ABC/DCF_0002.jpg"}));
+    setMode(tool, "sd/DCIM/101ABC", 0777);
+    const FolderMode location(tool.sd(), 0555);
+    const FolderMode folder(tool.sd() + "/100ABC", static_cast<mode_t>(mode));
+    const Outcome outcome = {exitCode, tool.expand(out + cardLines({"101ABC/DCF_0001.jpg"})),
+                             tool.expand(errorLines(messages))};
+    QCOMPARE(tool.runOnStorages({"prune", "sd", "--keep-last", "1", "--dry-run"}), outcome);
+    QCOMPARE(tool.runOnStorages({"prune", "sd", "--keep-last", "1"}), outcome);
+}
+
+void VornfhPruneTest::reportsAFolderThatCannotBeDeleted()
+{
+    ToolRun tool;
+    if (!tool.dropPrivileges())
+        QSKIP("the tool cannot run as another user");
+    tool.make(onCard({"100ABC/DCF_0001.jpg", "101ABC/DCF_0001.jpg"}));
+    const FolderMode location(tool.sd(), 0555);
+    const FolderMode folder(tool.sd() + "/100ABC", 0777);
+    const Outcome outcome = tool.failure({"@/sd/DCIM/100ABC: cannot be deleted: Permission denied"},
+                                         cardLines({"100ABC/DCF_0001.jpg"}));
+    QCOMPARE(tool.runOnStorages({"prune", "sd", "--keep-last", "1", "--dry-run"}), outcome);
+    QCOMPARE(tool.runOnStorages({"prune", "sd", "--keep-last", "1"}), outcome);
+}
+
+/// After a power failure, no thumbnail is without its recording.
+void VornfhPruneTest::flushesEachStep()
+{
+    ToolRun tool;
+    if (!tool.runBefore("fsync", "echo $(cd sd/DCIM; find 100ABC 2>&- | sort) >> flushed", 0))
+        QSKIP(CANNOT_PRELOAD);
+    const QByteArrayList files = {"100ABC/DCF_0001.jpg", "100ABC/DCF_0001.thumb", "100ABC/DCF_0002.wav"};
+    tool.make(onCard(files + QByteArrayList{"101ABC/DCF_0001.jpg"}));
+    QCOMPARE(tool.runOnStorages({"prune", "sd", "--keep-last", "1"}),
+             tool.success(cardLines(files) + FOLDER));
+    QCOMPARE(tool.content("flushed"),
+             QByteArray("100ABC 100ABC/DCF_0001.jpg 100ABC/DCF_0002.wav\n100ABC\n\n"));
+}
+
+void VornfhPruneTest::deletesInBatches_data()
+{
+    QTest::addColumn<bool>("isStopped"); // by a signal during the first batch
+    row("two-batches", false);
+    row("one-batch", true);
+}
+
+/// A leftover that is kept is reported once.
+void VornfhPruneTest::deletesInBatches()
+{
+    QFETCH(bool, isStopped);
+    ToolRun tool;
+    if (!tool.runBefore("unlink", isStopped ? "kill -TERM $PPID" : ""))
+        QSKIP(CANNOT_PRELOAD);
+    const QByteArray leftover = "100ABC/.vornfh-4194304-abcdef";
+    QByteArrayList files;
+    for (int number = 1; number <= 1002; ++number)
+        files.append("100ABC/DCF_" + QByteArray::number(number).rightJustified(4, '0') + ".jpg");
+    tool.make(onCard(files + QByteArrayList{leftover, "100ABC/.vornfh-4194304-ghijkl.renaming"}));
+    const QByteArray kept = "@/sd/DCIM/" + leftover
+                            + ": left by an interrupted command and kept: it may share its content with "
+                              "another file, or be the only copy of a file; unmount the storage device and "
+                              "check it with fsck before you delete the leftover";
+    QCOMPARE(tool.runOnStorages({"prune", "sd", "--keep-last", "1"}),
+             isStopped ? tool.failure({kept, "interrupted after deleting 1000 objects"},
+                                      cardLines(files.mid(0, 1000)))
+                       : tool.success(cardLines(files.mid(0, 1001)), errorLines({kept})));
 }
 
 void VornfhPruneTest::stopsAtASignal_data()
@@ -260,10 +489,18 @@ void VornfhPruneTest::printsJson()
     const ToolRun tool;
     tool.make(onCard(FOUR));
     const QString sd = tool.sd();
+    const QByteArray path = QFile::encodeName(sd) + "/100ABC/DCF_0001.jpg";
+    QTest::qSleep(20); // so that the last status change is later than the creation
+    setModified(path, 1740492000000);
+    const qint64 created = creationTime(path);
     const Outcome outcome =
         tool.runOnStorages({"prune", "sd", "--max-size", "50", "--keep-last", "2", "--json"});
     QJsonObject object = outcome.json().object();
     QVERIFY(object.take("free").toDouble() > 0);
+    const QJsonObject first = object["deleted"].toArray().first().toObject();
+    QCOMPARE(first["modified"].toString(), QString("2025-02-25T14:00:00.000Z"));
+    QCOMPARE(QDateTime::fromString(first["created"].toString(), Qt::ISODateWithMs).toMSecsSinceEpoch(),
+             created);
     QJsonArray deleted;
     for (const QJsonValue file : object["deleted"].toArray()) {
         QCOMPARE(file["action"].toString(), QString("deleted"));

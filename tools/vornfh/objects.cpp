@@ -25,8 +25,7 @@ namespace {
 /// Reads the status of a file. Returns false if the entry is not a regular file or no longer exists.
 bool readFile(int folder, ObjectFile &file)
 {
-    constexpr unsigned WANTED = STATX_TYPE | STATX_MODE | STATX_SIZE | STATX_BLOCKS | STATX_MTIME
-                                | STATX_CTIME | STATX_BTIME; // no more than is needed
+    constexpr unsigned WANTED = STATX_BASIC_STATS | STATX_BTIME;
     constexpr qint64 BLOCK = 512;
     struct statx status = {};
     if (::statx(folder, file.name.constData(), AT_SYMLINK_NOFOLLOW, WANTED, &status) != 0) {
@@ -350,7 +349,7 @@ bool isThumbnailAlone(const QString &path)
 
 Descriptor holdForWriting(const QString &path)
 {
-    Descriptor file = openFile(path, O_WRONLY | O_NOFOLLOW | O_NONBLOCK);
+    Descriptor file = openFile(path, O_WRONLY | O_NOFOLLOW);
     ::flock(file.get(), LOCK_EX | LOCK_NB);
     return file;
 }

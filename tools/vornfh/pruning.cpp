@@ -117,7 +117,10 @@ public:
 private:
     using Position = std::vector<Candidate>::const_iterator;
 
-    qint64 free() const { return freeBytes(mStorage.location) + mPlannedBytes; }
+    qint64 free() const
+    {
+        return std::min(freeBytes(mStorage.location), UNLIMITED - mPlannedBytes) + mPlannedBytes;
+    }
 
     Excess excess() const
     {
@@ -183,7 +186,8 @@ private:
     {
         Deletion deletion;
         forEachReporting(objects, [&](const Object *object) {
-            requireDeletable(folder.pathOf(object->files.front()));
+            const bool hasThumbnail = object->files.back().isThumbnail(); // it would be deleted first
+            requireDeletable(folder.pathOf(hasThumbnail ? object->files.back() : object->files.front()));
             deletion.objects.push_back(object);
             for (const ObjectFile &file : object->files) {
                 deletion.files.push_back(factsOf(folder, *object, file));
@@ -213,6 +217,7 @@ private:
         if (!isEmpty(folder))
             return;
         if (mIsDryRun) {
+            requireDeletable(folder);
             mReport({folderAt(folder)});
             return;
         }
@@ -243,7 +248,7 @@ KeepFree KeepFree::parsed(const QString &text)
     constexpr qint64 WHOLE = 100;
     const bool isPercent = text.endsWith('%');
     const auto value = isPercent ? parsedSize(text.chopped(1)) : parsedSize(text);
-    if (!value || *value <= 0 || (isPercent && (*value >= WHOLE || !text[text.size() - 2].isDigit())))
+    if (!value || *value <= 0 || (isPercent && *value >= WHOLE))
         throw wrongValue("--keep-free", text, "a size such as 2G or a percentage from 1% to 99%");
     return isPercent ? KeepFree{0, static_cast<int>(*value)} : KeepFree{*value, 0};
 }
