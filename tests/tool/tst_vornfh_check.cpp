@@ -7,6 +7,7 @@
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QTest>
+#include <QtEndian>
 
 #include <functional>
 
@@ -110,6 +111,42 @@ QByteArray matroska(const QByteArray &size)
                                + size);
 }
 
+/// A chunk of an AVI or WAV file, or the file as a whole.
+QByteArray chunkOf(const QByteArray &name, const QByteArray &content)
+{
+    QByteArray size(4, '\0');
+    qToLittleEndian(static_cast<quint32>(content.size()), size.data());
+    return name + size + content;
+}
+
+QByteArray aviOf(const QByteArray &chunks)
+{
+    return chunkOf("RIFF", "AVI " + chunks);
+}
+
+QByteArray wavOf(const QByteArray &chunks)
+{
+    return chunkOf("RIFF", "WAVE" + chunks);
+}
+
+/// The index of an AVI file with one frame, which has four bytes; @p offset is in hexadecimal digits.
+QByteArray indexTo(const QByteArray &offset)
+{
+    return chunkOf("idx1", "00dc" + QByteArray::fromHex("10000000" + offset + "04000000"));
+}
+
+/// A PNG image with @p chunks before the last one.
+QByteArray pngOf(const QByteArray &chunks)
+{
+    return QByteArray::fromHex("89504e470d0a1a0a") + chunks + QByteArray::fromHex("0000000049454e44ae426082");
+}
+
+/// A chunk of a PNG image that has no content but declares @p size bytes.
+QByteArray pngChunk(const QByteArray &type, char size = 0)
+{
+    return QByteArray(3, '\0') + size + type + QByteArray(4, '\0');
+}
+
 QByteArray sameNumber(const QByteArray &other)
 {
     return "has the same number as " + other + ": a player may show only one of them, or neither";
@@ -163,12 +200,17 @@ private slots:
     void reportsHowManyRecordingsAreLeft();
     void reportsDamage_data();
     void reportsDamage();
+    void reportsDamageOfMinimalFiles_data();
+    void reportsDamageOfMinimalFiles() { reportsDamage(); }
     void reportsThumbnails_data();
     void reportsThumbnails();
     void reportsNamesThatCamerasReject_data();
     void reportsNamesThatCamerasReject();
+    void namesTheKindOfEachFinding_data();
+    void namesTheKindOfEachFinding();
     void readsAndDecodesEverything_data();
     void readsAndDecodesEverything();
+    void readsEverythingFromTheDevice();
     void reportsTheLastErrorOfFfmpeg();
     void requiresFfmpegToReadEverything();
     void ignoresFilesThatAreBeingWritten_data();
@@ -209,7 +251,7 @@ void VornfhCheckTest::reportsNothingOnACleanStorage_data()
         "1 folder with 4 files", "numbers left for 8999096 recordings, up to 999ABC/DCF_9999");
     row("third-party-folders-and-files",
         {"MISC/a b.txt", ".loose.jpg", "103CANON/IMG_0001.JPG", "100ABC/DCF_0001.jpg = x", "100ABC/.hidden",
-         "100ABC/.notes.txt", "100ABC/.jpg/", ".101ABC/"},
+         "100ABC/.notes.txt", "100ABC/.jpg/", ".101ABC/", "PHOTOS100/"},
         "1 folder with 1 file", "numbers left for 8999099 recordings, up to 999ABC/DCF_9999");
 }
 
@@ -247,14 +289,16 @@ void VornfhCheckTest::reportsOddFolders_data()
     row("leading-zeros", {"007ABC/", "7ABC/"},
         {"007ABC: " + countsAsFolder("7"), "7ABC: " + sameNumber("007ABC"), "7ABC: " + NOT_THREE_DIGITS});
     row("suffix-in-the-middle", {"1ABC2ABC/", "200ABC/"}, {"1ABC2ABC: " + countsAsFolder("12")});
+    row("number-above-999-that-comes-last", {"999ABC/", "9ABC999ABC/"},
+        {"9999ABC: " + MISSING, "9ABC999ABC: " + countsAsFolder("9999")});
     row("no-folder-for-the-next-recording", {"XABC/"}, {"100ABC: " + MISSING, "XABC: " + NO_NUMBER},
         withoutColours(noFolderNumberLine()));
     row("file-and-link-in-place-of-a-folder", {"100ABC/", "101ABC", "102ABC -> 100ABC"},
         {"101ABC: " + NOT_A_FOLDER, "102ABC: " + NOT_A_FOLDER});
     row("file-and-links-beside-the-folders",
-        {"100ABC/", "loose.jpg", "link -> 100ABC", "dangling -> nowhere", ".hidden"},
-        {"dangling: " + BESIDE_THE_FOLDERS, "link: " + BESIDE_THE_FOLDERS,
-         "loose.jpg: " + BESIDE_THE_FOLDERS});
+        {"100ABC/", "loose.jpg", "101", "XABC", "link -> 100ABC", "dangling -> nowhere", ".hidden"},
+        {"101: " + BESIDE_THE_FOLDERS, "XABC: " + BESIDE_THE_FOLDERS, "dangling: " + BESIDE_THE_FOLDERS,
+         "link: " + BESIDE_THE_FOLDERS, "loose.jpg: " + BESIDE_THE_FOLDERS});
     row("leftovers-beside-and-in-other-folders",
         {".vornfh-99999999-folder/", "100ABC/", "MISC/.vornfh-99999999-ABC123 = x"},
         {".vornfh-99999999-folder: " + LEFTOVER + REPAIRABLE,
@@ -311,9 +355,11 @@ void VornfhCheckTest::reportsOddFiles_data()
         {".DCF_0001.JPG: " + HIDDEN, "._DCF_0002.thumb: " + HIDDEN});
     row("folder-and-link", {"DCF_0001.jpg -> nothing", "sub/"},
         {"DCF_0001.jpg: " + NOT_A_FILE, "sub: " + NESTED_FOLDER});
-    row("unusable-names", {"a\nb.txt = x", "a;b.txt = x", "\u00e4.txt = x", "\xe4.txt = x"},
-        {"a\\x0ab.txt: " + unsafeInAShell("\\x0a"), "a;b.txt: " + unsafeInAShell(";"),
-         "\\xe4.txt: " + NOT_UTF8, "a\\x0ab.txt: " + OTHER_EXTENSION, "a;b.txt: " + OTHER_EXTENSION,
+    row("unusable-names",
+        {"$a.txt = x", "a\nb.txt = x", "a;b.txt = x", "\xc2\x80.txt = x", "\u00e4.txt = x", "\xe4.txt = x"},
+        {"$a.txt: " + unsafeInAShell("$"), "a\\x0ab.txt: " + unsafeInAShell("\\x0a"),
+         "a;b.txt: " + unsafeInAShell(";"), "\\xe4.txt: " + NOT_UTF8, "$a.txt: " + OTHER_EXTENSION,
+         "a\\x0ab.txt: " + OTHER_EXTENSION, "a;b.txt: " + OTHER_EXTENSION, "\\x80.txt: " + OTHER_EXTENSION,
          "\u00e4.txt: " + OTHER_EXTENSION});
 }
 
@@ -357,6 +403,11 @@ void VornfhCheckTest::reportsHowManyRecordingsAreLeft_data()
     row("used-up", {"999ABC/DCF_9999.jpg = x"}, "numbers left for 0 recordings, up to 999ABC/DCF_9999", true);
     row("no-three-digit-folder-sorts-after-99", {"99ABC/DCF_9990.jpg = x"},
         "numbers left for 9 recordings, up to 99ABC/DCF_9999");
+    row("folder-0", {"0ABC/DCF_0009.jpg = x"}, "numbers left for 99981 recordings, up to 9ABC/DCF_9999");
+    row("folder-minus-10", {"-10ABC/DCF_0009.jpg = x"},
+        "numbers left for 19989 recordings, up to -9ABC/DCF_9999");
+    row("folder-minus-2", {"-2ABC/DCF_0009.jpg = x"},
+        "numbers left for 9990 recordings, up to -2ABC/DCF_9999");
 }
 
 void VornfhCheckTest::reportsHowManyRecordingsAreLeft()
@@ -384,6 +435,20 @@ static QByteArrayList findingsIn(const ToolRun &tool, const QByteArrayList &opti
     return findings;
 }
 
+/// The names of the files and folders in which "check sd" with @p options finds something, each with the kind
+/// of the finding.
+static QByteArrayList kindsIn(const ToolRun &tool, const QByteArrayList &options = {})
+{
+    const Outcome outcome = tool.runOnStorages(QByteArrayList{"check", "sd", "--json"} + options);
+    QByteArrayList kinds;
+    for (const QJsonValue value : outcome.json().object()["findings"].toArray()) {
+        const QJsonObject finding = value.toObject();
+        kinds.append(
+            (finding["path"].toString().section('/', -1) + ": " + finding["kind"].toString()).toUtf8());
+    }
+    return kinds;
+}
+
 void VornfhCheckTest::reportsDamage_data()
 {
     QTest::addColumn<QByteArray>("extension");
@@ -406,8 +471,9 @@ void VornfhCheckTest::reportsDamage_data()
     row("cut", "jpg", jpeg.chopped(1), CUT_OFF);
     row("cut-in-half", "jpg", jpeg.left(jpeg.size() / 2), CUT_OFF);
     row("tail-of-zeros", "jpg", overwritten(jpeg, -5000, 5000), ENDS_WITH_ZEROS);
-    row("padded", "jpg", jpeg + QByteArray(100, '\0'));
+    row("padded", "jpg", jpeg + QByteArray(101, '\0'));
     row("only-a-signature", "jpg", "\xff\xd8\xff", CUT_OFF);
+    row("begins-with-16-zeros", "jpg", QByteArray(16, '\0') + "text", BEGINS_WITH_ZEROS);
     const QByteArray png = wholeFile("png");
     row("cut", "png", png.chopped(1), CUT_OFF);
     row("tail-of-zeros", "png", overwritten(png, -5000, 5000), ENDS_WITH_ZEROS);
@@ -418,7 +484,7 @@ void VornfhCheckTest::reportsDamage_data()
             QByteArray(png).replace(png.indexOf("IDAT") - 4, 4, QByteArray::fromHex(length)), BROKEN_CHUNKS);
     row("without-a-header", "png", renamed(png, "IHDR", "IHDX"), BROKEN_CHUNKS);
     row("end-in-the-middle", "png", renamed(png, "IDAT", "IEND"), BROKEN_CHUNKS);
-    row("only-an-end", "png", png.left(8) + png.right(12));
+    row("only-an-end", "png", pngOf(QByteArray()));
 
     const QByteArray notClosed = NOT_CLOSED + REPAIRABLE;
     row("size-is-unknown", "avi", riff("ffffffff") + "AVI ", notClosed);
@@ -444,11 +510,74 @@ void VornfhCheckTest::reportsDamage_data()
     row("index-of-other-content", "avi", overwritten(avi, -8, 1, '\x01'), WRONG_INDEX + REPAIRABLE);
     row("movie-data-beyond-the-end", "avi", overwritten(avi, avi.indexOf("movi") - 1, 1, '\x01'), notClosed);
     const QByteArray wav = wholeFile("wav");
+    row("of-audio", "avi", wav, otherType("avi"));
+    // A long file continues in another RIFF chunk.
+    row("second-part", "avi", avi + chunkOf("RIFF", "AVIX"));
+    row("second-part-of-size-zero", "avi", avi + chunkOf("RIFF", QByteArray()), notClosed);
+    row("other-data-after-its-end", "wav", wav + chunkOf("JUNK", "data"), notClosed);
+    row("without-its-last-byte", "wav", wav.chopped(1), notClosed);
     row("without-audio-data", "wav", riff("04000000") + "WAVE", NO_AUDIO);
     row("audio-data-beyond-the-end", "wav", overwritten(wav, wav.indexOf("data") + 7, 1, '\x01'), notClosed);
     row("silence-at-the-end", "wav", overwritten(wav, -5000, 5000));
     row("without-a-type", "mkv", matroska("81") + "x", otherType("mkv"));
     row("tail-of-zeros", "mkv", overwritten(wholeFile("mkv"), -4096, 4096), ENDS_WITH_ZEROS + REPAIRABLE);
+}
+
+void VornfhCheckTest::reportsDamageOfMinimalFiles_data()
+{
+    QTest::addColumn<QByteArray>("extension");
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<QByteArray>("finding"); // empty if there is none
+    const auto row = [](const QByteArray &name, const QByteArray &extension, const QByteArray &content,
+                        const QByteArray &finding = {}) {
+        QTest::newRow((extension + "-" + name).constData()) << extension << content << finding;
+    };
+    const QByteArray header = pngChunk("IHDR");
+    row("unknown-types", "png", pngOf(header + pngChunk("tEND") + pngChunk(QByteArray("t\0\0\0", 4))));
+    row("type-of-zeros", "png", pngOf(header + pngChunk(QByteArray(4, '\0'))), BROKEN_CHUNKS);
+    row("chunk-beyond-the-end", "png", pngOf(pngChunk("IHDR", 24)), BROKEN_CHUNKS);
+    // Only the first 32 chunks are checked.
+    row("wrong-length-of-chunk-32", "png",
+        pngOf(header + pngChunk("tEXt").repeated(30) + pngChunk("tEXt", 1)), BROKEN_CHUNKS);
+    row("wrong-length-of-chunk-33", "png",
+        pngOf(header + pngChunk("tEXt").repeated(31) + pngChunk("tEXt", 1)));
+
+    const QByteArray notClosed = NOT_CLOSED + REPAIRABLE;
+    const QByteArray headers = chunkOf("LIST", "hdrl");
+    const QByteArray movie = chunkOf("LIST", "movi" + chunkOf("00dc", "data"));
+    row("odd-size-without-padding", "avi", riff("05000000") + "AVI x", NO_MOVIE);
+    row("one-frame", "avi", aviOf(headers + movie + indexTo("04000000")));
+    row("offset-from-the-start-of-the-file", "avi", aviOf(headers + movie + indexTo("24000000")));
+    row("without-frames", "avi", aviOf(headers + chunkOf("LIST", "movi") + chunkOf("idx1", QByteArray())));
+    row("empty-index", "avi", aviOf(headers + movie + chunkOf("idx1", QByteArray())),
+        WRONG_INDEX + REPAIRABLE);
+    row("index-in-the-headers", "avi",
+        aviOf(chunkOf("LIST", "hdrl" + chunkOf("indx", QByteArray())) + movie));
+    // Only the first 64 KiB of the headers are searched.
+    row("index-in-long-headers", "avi",
+        aviOf(chunkOf("LIST", "hdrlandx" + QByteArray(64 << 10, '\0') + "indx") + movie),
+        NO_INDEX + REPAIRABLE);
+
+    const QByteArray format = chunkOf("fmt ", QByteArray(16, '\0'));
+    const QByteArray samples = chunkOf("data", "data");
+    row("without-samples", "wav", wavOf(format + chunkOf("data", QByteArray())));
+    row("without-a-data-chunk", "wav", wavOf(format), NO_AUDIO);
+    row("without-a-format", "wav", wavOf(samples), NO_AUDIO);
+    row("chunk-of-odd-size", "wav", wavOf(format + chunkOf("note", "abc") + QByteArray(1, '\0') + samples));
+    row("chunk-without-a-name", "wav", wavOf(format + chunkOf(QByteArray(4, '\0'), "data") + samples),
+        NO_AUDIO);
+    // Here too, only the first 32 chunks are checked.
+    const QByteArray beyondTheEnd = "note" + QByteArray(4, '\1');
+    const QByteArray note = chunkOf("note", QByteArray());
+    row("chunk-32-beyond-the-end", "wav", wavOf(format + samples + note.repeated(29) + beyondTheEnd),
+        notClosed);
+    row("chunk-33-beyond-the-end", "wav", wavOf(format + samples + note.repeated(30) + beyondTheEnd));
+
+    const QByteArray otherSegment = renamed(matroska("88"), QByteArray::fromHex("18538067"), "none");
+    row("without-a-segment", "mkv", otherSegment + "matroska", notClosed);
+    row("cut-in-the-size", "mkv", matroska("01ffffffffffff"), notClosed);
+    row("webm", "mkv", matroska("84") + "webm");
+    row("type-without-its-first-letter", "mkv", matroska("8b") + "atroska,ebm", otherType("mkv"));
 }
 
 void VornfhCheckTest::reportsDamage()
@@ -488,6 +617,12 @@ void VornfhCheckTest::reportsThumbnails_data()
     row("missing-beside-a-file-that-is-not-a-photo",
         Tree{photo, "DCF_0001.thumb = " + jpeg, "DCF_0002.jpg = text"},
         QByteArrayList{"DCF_0002.jpg: does not begin like a file of type jpg"});
+    row("missing-beside-a-photo-of-zeros",
+        Tree{photo, "DCF_0001.thumb = " + jpeg, "DCF_0002.jpg = " + QByteArray(16, '\0')},
+        QByteArrayList{"DCF_0002.jpg: " + BEGINS_WITH_ZEROS});
+    row("cut-beside-a-file-that-is-not-a-photo",
+        Tree{"DCF_0001.jpg = text", "DCF_0001.thumb = " + jpeg.chopped(1)},
+        QByteArrayList{"DCF_0001.jpg: " + otherType("jpg"), "DCF_0001.thumb: " + CUT_OFF});
     row("none-in-the-folder", Tree{photo, "DCF_0002.png = " + png}, QByteArrayList());
     row("two-formats-of-one-shot", Tree{photo, "DCF_0001.png = " + png, "DCF_0001.thumb = " + jpeg},
         QByteArrayList{"DCF_0001.png: " + sameNumber("DCF_0001.jpg")});
@@ -517,6 +652,10 @@ void VornfhCheckTest::reportsNamesThatCamerasReject_data()
         QByteArrayList{"100VOR-N: " + DCF_FOLDER});
     row("number-below-100", QByteArray("VORN_"), Tree{"99VORN_/DCF_0001.jpg"},
         QByteArrayList{"99VORN_: " + NOT_THREE_DIGITS, "99VORN_: " + DCF_FOLDER});
+    row("number-of-four-digits", QByteArray("VORN_"), Tree{"1100VORN_/DCF_0001.jpg"},
+        QByteArrayList{"1100VORN_: " + NOT_THREE_DIGITS, "1100VORN_: " + DCF_FOLDER});
+    row("nine-characters-before-the-extension", QByteArray("VORN_"), Tree{"100VORN_/XDCF_0001.jpg"},
+        QByteArrayList{"100VORN_/XDCF_0001.jpg: " + OTHER_PREFIX, "100VORN_/XDCF_0001.jpg: " + DCF_FILE});
     row("counter-after-the-number", QByteArray("VORN_"), Tree{"100VORN_/DCF_0001_1.jpg"},
         QByteArrayList{"100VORN_/DCF_0001_1.jpg: " + countsAsFile("1"),
                        "100VORN_/DCF_0001_1.jpg: " + DCF_FILE});
@@ -546,6 +685,71 @@ void VornfhCheckTest::reportsNamesThatCamerasReject()
         expected += "@/sd/DCIM/" + finding + "\n";
     QCOMPARE(outcome.out.left(outcome.out.indexOf("sd: ")), tool.expand(expected));
     QCOMPARE(outcome.exitCode, findings.isEmpty() ? 0 : 3);
+}
+
+void VornfhCheckTest::namesTheKindOfEachFinding_data()
+{
+    QTest::addColumn<Tree>("entries"); // in the location
+    QTest::addColumn<QByteArrayList>("options");
+    QTest::addColumn<QByteArrayList>("kinds");
+    const QByteArrayList names = {"--names"};
+    const QByteArrayList dcf = {"--names", "--dcf"};
+    row("folders",
+        Tree{"0103ABC/", "1000ABC/", "100ABC/", "100XYZ/", "101abc/", "102ABC", "99ABC/", "XABC/",
+             "loose.jpg"},
+        names,
+        QByteArrayList{"0103ABC: folder-number", "1000ABC: folder-unreachable", "100XYZ: folder-duplicate",
+                       "101abc: folder-case", "102ABC: not-a-folder", "99ABC: folder-digits",
+                       "XABC: folder-number", "loose.jpg: loose-file"});
+    row("no-folder-for-the-next-recording", Tree{"XABC/"}, names,
+        QByteArrayList{"100ABC: no-current-folder", "XABC: folder-number"});
+    row("no-number-left", Tree{"999ABC/DCF_9999.jpg = x"}, names, QByteArrayList{"999ABC: numbers-used-up"});
+    row("leftovers",
+        below("100ABC/", {".vornfh-99999999-ABC123 = old",
+                          ".vornfh-99999999-ABC124.renaming = another session\nDCF_0001.wav\n"
+                          ".vornfh-99999999-ABC123\n"}),
+        names, QByteArrayList{"DCF_0001.wav: interrupted-replacement", ".vornfh-99999999-ABC123: leftover"});
+    row("entries", below("100ABC/", {".DCF_0001.jpg = x", "a b.jpg = x", "sub/", "\xff"}), names,
+        QByteArrayList{".DCF_0001.jpg: hidden-file", "a b.jpg: shell-name", "sub: not-a-file",
+                       "\\xff: not-utf8", "a b.jpg: file-number"});
+    row("files",
+        below("100ABC/", {"DCF_0000.jpg = x", "DCF_0001.avi = x", "DCF_0001.jpg = x", "DCF_0002.JPG = x",
+                          "DCF_0003.mp4 = x", "DCF_0004.jpg", "DCF_0005.thumb = x", "DCF_00067.jpg = x",
+                          "DCF_8.jpg = x", "IMG_0009.jpg = x", "dcf_0010.jpg = x"}),
+        names,
+        QByteArrayList{"DCF_0000.jpg: file-number", "DCF_0002.JPG: file-case", "DCF_0003.mp4: file-type",
+                       "DCF_0004.jpg: empty-file", "DCF_00067.jpg: file-number", "DCF_8.jpg: file-number",
+                       "IMG_0009.jpg: file-number", "dcf_0010.jpg: file-case", "DCF_0001.jpg: file-duplicate",
+                       "DCF_0005.thumb: thumb-alone"});
+    row("names-that-cameras-reject",
+        below("100ABC/", {"DCF_0000.jpg = x", "DCF_0001.jpg = x", "DCF_0001.thumb = x"}), dcf,
+        QByteArrayList{"100ABC: dcf-folder", "DCF_0000.jpg: file-number", "DCF_0000.jpg: dcf-file",
+                       "DCF_0001.thumb: dcf-short-name"});
+    const QByteArray streams = chunkOf("LIST", "hdrl") + chunkOf("LIST", "movi" + chunkOf("00dc", "data"));
+    row("contents",
+        below("100ABC/", {"DCF_0001.jpg = \xff\xd8\xff", "DCF_0002.jpg = " + QByteArray(16, '\0'),
+                          "DCF_0003.jpg = text", "DCF_0004.png = " + pngOf(pngChunk("tEXt")),
+                          "DCF_0005.avi = " + aviOf(QByteArray()), "DCF_0006.avi = " + aviOf(streams),
+                          "DCF_0007.avi = " + aviOf(streams + chunkOf("idx1", QByteArray())),
+                          "DCF_0008.wav = " + wavOf(QByteArray()), "DCF_0009.mkv = " + matroska("81")}),
+        QByteArrayList(),
+        QByteArrayList{"DCF_0001.jpg: cut-off", "DCF_0002.jpg: zero-filled", "DCF_0003.jpg: wrong-content",
+                       "DCF_0004.png: damaged", "DCF_0005.avi: damaged", "DCF_0006.avi: no-index",
+                       "DCF_0007.avi: no-index", "DCF_0008.wav: damaged", "DCF_0009.mkv: file-not-closed"});
+    row("missing-thumbnail",
+        below("100ABC/", {"DCF_0001.jpg = " + wholeFile("jpg"), "DCF_0001.thumb = " + wholeFile("jpg"),
+                          "DCF_0002.jpg = " + wholeFile("jpg")}),
+        QByteArrayList(), QByteArrayList{"DCF_0002.jpg: thumb-missing"});
+}
+
+void VornfhCheckTest::namesTheKindOfEachFinding()
+{
+    QFETCH(Tree, entries);
+    QFETCH(QByteArrayList, options);
+    QFETCH(QByteArrayList, kinds);
+    const ToolRun tool;
+    makeTree(tool.sd(), entries);
+    QCOMPARE(kindsIn(tool, options), kinds);
 }
 
 void VornfhCheckTest::readsAndDecodesEverything_data()
@@ -578,6 +782,28 @@ void VornfhCheckTest::readsAndDecodesEverything()
         QVERIFY2(found[0].startsWith(file + ": cannot be decoded: "), found[0].constData());
 }
 
+/// The device returns something other than what the kernel has in memory.
+void VornfhCheckTest::readsEverythingFromTheDevice()
+{
+    const ToolRun tool;
+    LoopCard card(tool);
+    if (card.mount(tool.path() + "/sd").isEmpty())
+        QSKIP(CANNOT_MOUNT);
+    const QByteArray photo = wholeFile("png");
+    writeFile(tool.sd() + "/100ABC/DCF_0001.png", photo);
+    ::sync();
+    QFile device(tool.path() + "/card.img");
+    QVERIFY(device.open(QIODevice::ReadWrite));
+    const QByteArray start = photo.left(512);
+    const int place = device.readAll().indexOf(start);
+    QVERIFY(place >= 0 && device.seek(place) && device.write(QByteArray(start.size(), 'x')) == start.size());
+    device.close();
+    QCOMPARE(findingsIn(tool), QByteArrayList());
+    const QByteArrayList found = findingsIn(tool, {"--read-all"});
+    QCOMPARE(found.size(), 1);
+    QVERIFY2(found[0].startsWith("DCF_0001.png: cannot be decoded: "), found[0].constData());
+}
+
 void VornfhCheckTest::reportsTheLastErrorOfFfmpeg()
 {
     StandIns programs;
@@ -587,6 +813,7 @@ void VornfhCheckTest::reportsTheLastErrorOfFfmpeg()
     const ToolRun tool;
     writeFile(tool.sd() + "/100ABC/DCF_0001.jpg", wholeFile("jpg"));
     QCOMPARE(findingsIn(tool, {"--read-all"}), QByteArrayList{"DCF_0001.jpg: cannot be decoded: second"});
+    QCOMPARE(kindsIn(tool, {"--read-all"}), QByteArrayList{"DCF_0001.jpg: not-decodable"});
 }
 
 void VornfhCheckTest::requiresFfmpegToReadEverything()
@@ -635,6 +862,7 @@ void VornfhCheckTest::reportsAnUnreadableFile()
     tool.make(onCard({"100ABC/DCF_0001.jpg = x"}));
     const FolderMode unreadable(tool.sd() + "/100ABC/DCF_0001.jpg", 0);
     QCOMPARE(findingsIn(tool), QByteArrayList{"DCF_0001.jpg: cannot be read: Permission denied"});
+    QCOMPARE(kindsIn(tool), QByteArrayList{"DCF_0001.jpg: unreadable"});
     QCOMPARE(findingsIn(tool, {"--names"}), QByteArrayList());
 }
 
@@ -732,6 +960,7 @@ void VornfhCheckTest::reportsAnUnreadableFolder()
                            + summary("1 finding in 2 folders with 1 file",
                                      "numbers left for 8989100 recordings, up to 999ABC/DCF_9999");
     QCOMPARE(tool.runOnStorages({"check", "sd", "--names"}), (Outcome{3, tool.expand(out), QByteArray()}));
+    QCOMPARE(kindsIn(tool, {"--names"}), QByteArrayList{"100ABC: unreadable"});
 }
 
 void VornfhCheckTest::requiresALocation()

@@ -6,6 +6,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QJsonObject>
 #include <QRegularExpression>
 #include <QTest>
 
@@ -354,6 +355,7 @@ private slots:
     void reportsAMarkThatIsNotKept();
     void reportsWhereAFileCannotBeRead_data();
     void reportsWhereAFileCannotBeRead();
+    void checkReportsAnEntryThatCannotBeRead();
     void namesAnEntryThatCannotBeRead_data();
     void namesAnEntryThatCannotBeRead();
     void failsIfAFolderCannotBeReadToItsEnd_data();
@@ -640,15 +642,22 @@ void VornfhFaultsTest::reportsAMarkThatIsNotKept()
              (Outcome{1, "", errorLines({"@/" + file + ": " + reason, "1 of 1 paths not protected"})}));
 }
 
+/// The kind of the first finding of "check --jsonl".
+static QString firstKindIn(const Run &run)
+{
+    return QJsonDocument::fromJson(linesOf(run.outcome.out).value(0)).object()["kind"].toString();
+}
+
 void VornfhFaultsTest::reportsWhereAFileCannotBeRead_data()
 {
     QTest::addColumn<QByteArrayList>("options");
     QTest::addColumn<int>("number"); // of the call that fails
     QTest::addColumn<int>("offset");
     row("head", QByteArrayList(), 1, 0);
-    row("tail", QByteArrayList(), 2, 40000 - 4096);
+    row("tail", QByteArrayList(), 2, (2 << 20) - 4096);
     row("first-byte", QByteArrayList{"--read-all"}, 3, 0);
     row("middle", QByteArrayList{"--read-all"}, 5, 2 * 8192); // read in parts of 8 KiB
+    row("second-block", QByteArrayList{"--read-all"}, 3 + 129, 129 * 8192);
 }
 
 void VornfhFaultsTest::reportsWhereAFileCannotBeRead()
@@ -656,14 +665,28 @@ void VornfhFaultsTest::reportsWhereAFileCannotBeRead()
     QFETCH(QByteArrayList, options);
     QFETCH(int, number);
     QFETCH(int, offset);
-    const QByteArray content = "\xff\xd8\xff" + QByteArray(40000 - 5, 'x') + "\xff\xd9";
-    const Situation situation = {
+    const QByteArray content = "\xff\xd8\xff" + QByteArray((2 << 20) - 5, 'x') + "\xff\xd9";
+    Situation situation = {
         {"sd/DCIM/100ABC/DCF_0001.jpg = " + content}, QByteArrayList{"check", "sd"} + options, false};
     const Run run = runWith({"read", number, true, EIO}, situation);
     QCOMPARE(run.outcome.exitCode, 3);
     const QByteArray finding = "@/sd/DCIM/100ABC/DCF_0001.jpg: cannot be read at offset "
                                + QByteArray::number(offset) + ": Input/output error\n";
     QVERIFY2(run.outcome.out.startsWith(finding), run.outcome.out);
+    situation.arguments.append("--jsonl");
+    QCOMPARE(firstKindIn(runWith({"read", number, true, EIO}, situation)), QString("unreadable"));
+}
+
+void VornfhFaultsTest::checkReportsAnEntryThatCannotBeRead()
+{
+    const QByteArray entry = "sd/DCIM/100ABC/DCF_0001.jpg";
+    Situation situation = {{entry + " = x"}, {"check", "sd", "--names"}, false};
+    const Run run = runWith({"fstatat", 1, true, EIO}, situation, entry);
+    QCOMPARE(run.outcome.exitCode, 3);
+    QVERIFY2(run.outcome.out.startsWith("@/" + entry + ": cannot be read: Input/output error\n"),
+             run.outcome.out);
+    situation.arguments.append("--jsonl");
+    QCOMPARE(firstKindIn(runWith({"fstatat", 1, true, EIO}, situation, entry)), QString("unreadable"));
 }
 
 void VornfhFaultsTest::namesAnEntryThatCannotBeRead_data()

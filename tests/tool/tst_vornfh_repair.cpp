@@ -96,6 +96,7 @@ private slots:
     void leavesProtectedObjectsAlone();
     void leavesObjectsBeingWrittenAlone_data();
     void leavesObjectsBeingWrittenAlone();
+    void leavesTheThumbnailOfARecordingBeingWrittenAlone();
     void repairsOnlyWhatIsNamed_data();
     void repairsOnlyWhatIsNamed();
     void changesNothingInADryRun();
@@ -103,6 +104,7 @@ private slots:
     void keepsTheRecordingIfFfmpegFails();
     void requiresFfmpeg();
     void keepsARecordingThatChanges();
+    void keepsALinkInPlaceOfARecording();
     void keepsAnEmptyFileThatIsFilled();
     void refusesWrongArguments_data();
     void refusesWrongArguments();
@@ -343,6 +345,21 @@ void VornfhRepairTest::leavesObjectsBeingWrittenAlone()
     ::close(descriptor);
 }
 
+/// Only the first byte of the recording has been written so far.
+void VornfhRepairTest::leavesTheThumbnailOfARecordingBeingWrittenAlone()
+{
+    const ToolRun tool;
+    makeOnCard(tool, {"DCF_0001.avi = R", "DCF_0001.thumb = x"});
+    const Tree before = treeWithContents(tool.path());
+    QFile recording(tool.sd() + "/100ABC/DCF_0001.avi");
+    QVERIFY(recording.open(QIODevice::ReadOnly) && ::flock(recording.handle(), LOCK_EX) == 0);
+    QCOMPARE(tool.runOnStorages({"repair", "sd"}),
+             (Outcome{3, QByteArray(),
+                      tool.expand(
+                          errorLines(messagesOf({"DCF_0001.thumb: is being written and is left alone"})))}));
+    QCOMPARE(treeWithContents(tool.path()), before);
+}
+
 void VornfhRepairTest::repairsOnlyWhatIsNamed_data()
 {
     QTest::addColumn<QByteArrayList>("arguments");
@@ -381,14 +398,15 @@ void VornfhRepairTest::changesNothingInADryRun()
 {
     const ToolRun tool;
     makeOnCard(tool, {"DCF_0001.avi = " + unclosedFile("avi"), "DCF_0002.jpg = " + wholeFile("jpg"),
-                      "DCF_0002.thumb = x", "DCF_0003.jpg = x", "DCF_0004.wav", "DCF_0005.thumb = x",
-                      "DCF_0006.avi", "DCF_0006.thumb = x", "DCF_0007.png", "DCF_0007.thumb"});
+                      "DCF_0002.thumb = x", "DCF_0003.jpg = x", "DCF_0003.thumb", "DCF_0004.wav",
+                      "DCF_0005.thumb = x", "DCF_0006.avi", "DCF_0006.thumb = x", "DCF_0007.png",
+                      "DCF_0007.thumb"});
     const Tree before = treeWithContents(tool.path());
     const QByteArray out = linesOf({"DCF_0001.avi: would be closed", "DCF_0002.thumb: would be created",
-                                    "DCF_0004.wav: would be deleted", "DCF_0006.thumb: would be deleted",
-                                    "DCF_0006.avi: would be deleted", "DCF_0007.thumb: would be deleted",
-                                    "DCF_0007.png: would be deleted", "DCF_0005.thumb: would be deleted",
-                                    "DCF_0001.thumb: would be created"});
+                                    "DCF_0003.thumb: would be deleted", "DCF_0004.wav: would be deleted",
+                                    "DCF_0006.thumb: would be deleted", "DCF_0006.avi: would be deleted",
+                                    "DCF_0007.thumb: would be deleted", "DCF_0007.png: would be deleted",
+                                    "DCF_0005.thumb: would be deleted", "DCF_0001.thumb: would be created"});
     const QByteArrayList messages =
         messagesOf({"DCF_0003.jpg: does not begin like a file of type jpg; cannot be repaired"});
     QCOMPARE(tool.runOnStorages({"repair", "sd", "--dry-run"}),
@@ -445,6 +463,22 @@ void VornfhRepairTest::keepsARecordingThatChanges()
              tool.failure(messagesOf({"DCF_0001.avi: cannot be closed: it was changed by another program in "
                                       "the meantime"})));
     QCOMPARE(treeWithContents(tool.sd() + "/100ABC"), Tree{"DCF_0001.avi = " + content + "more\n"});
+}
+
+/// After the recording was checked, a program moves it and puts a link in its place.
+void VornfhRepairTest::keepsALinkInPlaceOfARecording()
+{
+    const QByteArray content = unclosedFile("avi");
+    StandIns programs;
+    programs.add("ffprobe", "mv sd/DCIM/100ABC/DCF_0001.avi moved.avi\n"
+                            "ln -s ../../../moved.avi sd/DCIM/100ABC/DCF_0001.avi\n"
+                                + programs.becomes("ffprobe"));
+    const ToolRun tool;
+    makeOnCard(tool, {"DCF_0001.avi = " + content});
+    QCOMPARE(tool.runOnStorages({"repair", "sd"}),
+             tool.failure(messagesOf({"DCF_0001.avi: cannot be read: Too many levels of symbolic links"})));
+    QCOMPARE(namesOnCard(tool), Tree{"DCF_0001.avi -> ../../../moved.avi"});
+    QCOMPARE(tool.content("moved.avi"), content);
 }
 
 /// A program writes to a file after it was found to be empty.

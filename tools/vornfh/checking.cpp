@@ -39,12 +39,21 @@ struct Result : CheckResult {
     void add(const QByteArray &path, const QString &kind, const QString &text,
              Remedy remedy = Remedy::NotNeeded, const QString &recording = QString())
     {
+        if (kind == "wrong-content" || kind == "zero-filled")
+            unsuitable.insert(path);
         findings.append({path, kind, text, remedy, recording});
         if (options.report)
             options.report(findings.last());
     }
 
+    /// Returns whether a thumbnail can be made from the photo or video, as far as is known.
+    bool isSuitable(const QString &recording) const
+    {
+        return !recording.isEmpty() && !unsuitable.contains(QFile::encodeName(recording));
+    }
+
     const CheckOptions options;
+    QSet<QByteArray> unsuitable; // the paths of files without a usable picture
 };
 
 // Reading folders
@@ -206,7 +215,7 @@ void checkContent(const Entry &file, const MediaType &type, const QString &recor
         damage = damageInDepth(path);
     if (!damage || isBeingWritten(path))
         return;
-    const Remedy ofThumbnail = recording.isEmpty() ? Remedy::None : Remedy::MakeThumbnail;
+    const Remedy ofThumbnail = result.isSuitable(recording) ? Remedy::MakeThumbnail : Remedy::None;
     const Remedy ofRecording = damage->isClosable ? Remedy::Close : Remedy::None;
     result.add(file.path, damage->kind, damage->text, type.kind == THUMBNAIL ? ofThumbnail : ofRecording,
                recording);
@@ -229,7 +238,7 @@ void checkFile(const Entry &file, const Folder &folder, Result &result)
     const bool isAlone = isThumbnail && !folder.pictures.contains(base); // reported by checkGroups()
     if (file.size == 0 && !(result.options.hasContents && isBeingWritten(QFile::decodeName(file.path))))
         result.add(file.path, "empty-file", "is empty: it was never written, or its content was lost",
-                   recording.isEmpty() ? Remedy::Delete : Remedy::MakeThumbnail, recording);
+                   result.isSuitable(recording) ? Remedy::MakeThumbnail : Remedy::Delete, recording);
     else if (file.size > 0 && result.options.hasContents && !isAlone)
         checkContent(file, *type, recording, result);
     const QString extension = QFileInfo(file.name).suffix();
@@ -270,8 +279,7 @@ void checkGroups(const Folder &folder, Result &result)
     }
 }
 
-/// Reports photos and videos that have no thumbnail although others in the folder have one. No thumbnail can
-/// be made from a file that has been found to contain something else.
+/// Reports photos and videos that have no thumbnail although others in the folder have one.
 void checkThumbnails(const Folder &folder, Result &result)
 {
     QSet<QString> missing = QSet<QString>(folder.recordings.keyBegin(), folder.recordings.keyEnd());
@@ -279,18 +287,12 @@ void checkThumbnails(const Folder &folder, Result &result)
         if (kindOf(file.name.toLower()) == THUMBNAIL)
             missing.remove(QFileInfo(file.name).completeBaseName());
     }
-    QSet<QByteArray> unsuitable;
-    for (const Finding &finding : qAsConst(result.findings)) {
-        if (finding.kind == "wrong-content")
-            unsuitable.insert(finding.path);
-    }
     for (auto recording = folder.recordings.begin(); recording != folder.recordings.end(); ++recording) {
         const QString &path = recording.value();
-        const QByteArray name = QFile::encodeName(path);
-        if (folder.hasThumbnails && missing.contains(recording.key()) && !unsuitable.contains(name)
+        if (folder.hasThumbnails && missing.contains(recording.key()) && result.isSuitable(path)
             && !isBeingWritten(path))
-            result.add(name, "thumb-missing", "has no thumbnail, unlike others in this folder",
-                       Remedy::MakeThumbnail, path);
+            result.add(QFile::encodeName(path), "thumb-missing",
+                       "has no thumbnail, unlike others in this folder", Remedy::MakeThumbnail, path);
     }
 }
 

@@ -37,7 +37,7 @@ public:
     /// The bytes at @p offset; fewer than @p count at the end of the file.
     QByteArray at(qint64 offset, int count) const
     {
-        QByteArray bytes(count, '\0');
+        QByteArray bytes(count, Qt::Uninitialized);
         if (!readAt(mFile.get(), offset, bytes))
             throw Failure(
                 QString("cannot be read at offset %1: %2").arg(offset + bytes.size()).arg(errorText(errno)));
@@ -131,6 +131,7 @@ constexpr int RIFF_TYPE = 4;
 bool isRiffClosed(const Reader &file)
 {
     qint64 offset = 0;
+    qint64 padding = 0;
     while (offset < file.size()) {
         const QByteArray header = file.at(offset, RIFF_HEADER);
         if (header.size() < RIFF_HEADER || !header.startsWith("RIFF"))
@@ -138,9 +139,10 @@ bool isRiffClosed(const Reader &file)
         const qint64 size = qFromLittleEndian<quint32>(header.constData() + 4);
         if (size == 0 || size == 0xFFFFFFFF)
             return false;
-        offset += RIFF_HEADER + size + size % 2;
+        padding = size % 2;
+        offset += RIFF_HEADER + size + padding;
     }
-    return offset > 0 && offset <= file.size() + 1; // the last byte of padding may be missing
+    return offset <= file.size() + padding; // the padding may be missing at the end
 }
 
 /// A chunk in a RIFF file. The name of a list is its type.
@@ -256,7 +258,7 @@ bool isMatroskaClosed(const Reader &file)
     for (const bool isSegment : {false, true}) {
         const QByteArray start = file.at(offset, ID + LONGEST_SIZE);
         const qint64 size = ebmlSize(start.mid(ID), length);
-        if (size < 0 || size > file.size() || (isSegment && !start.startsWith(segmentId)))
+        if (size < 0 || (isSegment && !start.startsWith(segmentId)))
             return false;
         offset += ID + length + size;
     }
