@@ -231,6 +231,8 @@ using Kept = std::set<QByteArray>;
 
 bool isKept(const FTSENT &entry, const Kept &kept)
 {
+    if (kept.empty())
+        return false;
     const QByteArray path = entry.fts_path;
     if (entry.fts_info != FTS_D && entry.fts_info != FTS_DP)
         return kept.find(basePath(path)) != kept.end();
