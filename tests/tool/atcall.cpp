@@ -116,7 +116,7 @@ int unlink(const char *path) noexcept
     return next(path);
 }
 
-int eventfd_write(int file, eventfd_t value) noexcept
+int eventfd_write(int file, eventfd_t value)
 {
     static const auto next = real<int(int, eventfd_t)>("eventfd_write");
     announce("eventfd_write");
