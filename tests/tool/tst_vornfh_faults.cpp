@@ -356,6 +356,8 @@ private slots:
     void reportsWhereAFileCannotBeRead_data();
     void reportsWhereAFileCannotBeRead();
     void checkReportsAnEntryThatCannotBeRead();
+    void copiesWhatTheKernelDoesNotCopy_data();
+    void copiesWhatTheKernelDoesNotCopy();
     void namesAnEntryThatCannotBeRead_data();
     void namesAnEntryThatCannotBeRead();
     void failsIfAFolderCannotBeReadToItsEnd_data();
@@ -689,6 +691,35 @@ void VornfhFaultsTest::checkReportsAnEntryThatCannotBeRead()
     QCOMPARE(firstKindIn(runWith({"fstatat", 1, true, EIO}, situation, entry)), QString("unreadable"));
 }
 
+void VornfhFaultsTest::copiesWhatTheKernelDoesNotCopy_data()
+{
+    QTest::addColumn<int>("error");
+    QTest::addColumn<int>("number"); // of the write that fails; the first one is copy_file_range()
+    QTest::addColumn<bool>("hasMount");
+    row("EXDEV", EXDEV, 1, false);
+    row("EINVAL", EINVAL, 1, false);
+    row("ENOSYS", ENOSYS, 1, false);
+    row("EOPNOTSUPP", EOPNOTSUPP, 1, false);
+    row("EPERM", EPERM, 1, false);
+    row("EINTR-during-the-copy-by-the-tool", EINTR, 2, true);
+}
+
+void VornfhFaultsTest::copiesWhatTheKernelDoesNotCopy()
+{
+    QFETCH(int, error);
+    QFETCH(int, number);
+    QFETCH(bool, hasMount);
+    if (hasMount && !hasOwnMounts())
+        QSKIP("mounting needs root");
+    const QByteArray content = pattern(10000, 'a');
+    const Run run =
+        runWith({"write", number, false, error},
+                {{"a.jpg = " + content, "sd/DCIM/"}, {"copy", "a.jpg", "sd", "100ABC"}, hasMount});
+    QCOMPARE(run.faults.size(), 1);
+    QCOMPARE(run.outcome, (Outcome{0, "@/a.jpg -> @/sd/DCIM/100ABC/a.jpg\n", ""}));
+    QVERIFY(run.after.contains("sd/DCIM/100ABC/a.jpg = " + content));
+}
+
 void VornfhFaultsTest::namesAnEntryThatCannotBeRead_data()
 {
     QTest::addColumn<QByteArrayList>("arguments");
@@ -709,6 +740,8 @@ void VornfhFaultsTest::namesAnEntryThatCannotBeRead_data()
         errorLines({problem}));
     row("copy", {"copy", "in/a.jpg", "sd", "100ABC"}, "@/in/a.jpg -> @/sd/DCIM/100ABC/a.jpg\n",
         errorLines({problem}));
+    row("copy-dry-run", {"copy", "--dry-run", "in/a.jpg", "sd", "100ABC"},
+        "@/in/a.jpg -> @/sd/DCIM/100ABC/a.jpg\n", errorLines({problem}));
     row("move", {"move", "in/a.jpg", "sd", "100ABC"}, "@/in/a.jpg -> @/sd/DCIM/100ABC/a.jpg\n",
         errorLines({problem}));
     row("comment", {"comment", photo, "text"}, "", errorLines({problem}));

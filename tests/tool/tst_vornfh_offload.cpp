@@ -127,6 +127,7 @@ private slots:
     void leavesOutWhatIsBeingWritten();
     void keepsWhatChangesMeanwhile_data();
     void keepsWhatChangesMeanwhile();
+    void countsWhatChangesMeanwhile();
     void survivesABadCopy();
     void readsAReadOnlyCard();
     void refusesToMoveFromAReadOnlyCard();
@@ -413,6 +414,7 @@ void VornfhOffloadTest::keepsAFileThatWasChangedOnTheComputer()
                  tool.success(lines(targets)));
     QCOMPARE(tool.content("out/100ABC/DCF_0001.jpg"), QByteArray("edited"));
     QCOMPARE(tool.content("out/100ABC/DCF_0001_1.jpg"), QByteArray("photo"));
+    QCOMPARE(tool.content("out/100ABC/DCF_0001_1.thumb"), QByteArray("small photo"));
     // The line of the old content remains, so that the change is detected.
     QCOMPARE(checkedSums(tool).exitCode, 1);
     const QByteArray sums = tool.content("out/SHA256SUMS");
@@ -492,6 +494,20 @@ void VornfhOffloadTest::keepsWhatChangesMeanwhile()
     QCOMPARE(tool.content("out/100ABC/DCF_0001.jpg"), QByteArray("photo"));
 }
 
+/// An object that stays because it has changed is counted in the progress line, too.
+void VornfhOffloadTest::countsWhatChangesMeanwhile()
+{
+    ToolRun tool;
+    const QByteArray script = "echo >> calls; case $(grep -c '' calls) in\n"
+                              "2) touch sd/DCIM/100ABC/DCF_0001.jpg;;\n"
+                              "3) sleep 0.5;;\nesac"; // in the second folder, so that the line is drawn
+    if (!tool.runBefore("syncfs", script, 0))
+        QSKIP(CANNOT_PRELOAD);
+    tool.make(onCard({"100ABC/DCF_0001.jpg = 1", "100ABC/DCF_0002.jpg = 2", "101ABC/DCF_0001.jpg = 3"}));
+    const QByteArray out = tool.runOnTerminal({"offload", "sd", "out", "--move"}).out;
+    QVERIFY2(out.contains("\r2 of 3 files, 3 B of 3 B, flushing, "), out.constData());
+}
+
 void VornfhOffloadTest::survivesABadCopy()
 {
     ToolRun tool;
@@ -517,6 +533,8 @@ void VornfhOffloadTest::readsAReadOnlyCard()
     tool.make(onCard(CARD + Tree{"100ABC/.vornfh-4194304-abcdef = left"}));
     QVERIFY(mount.isMounted() && mount.makeReadOnly());
     const Tree before = treeWithContents(tool.path());
+    QCOMPARE(tool.runOnStorages({"offload", "sd", "out", "-n"}), tool.success(lines(namesOf(CARD))));
+    QCOMPARE(treeWithContents(tool.path()), before);
     QCOMPARE(tool.runOnStorages({"offload", "sd", "out"}), tool.success(lines(namesOf(CARD))));
     QCOMPARE(sorted(treeWithContents(tool.path())), sorted(before + offloaded(CARD)));
 }
@@ -664,7 +682,7 @@ void VornfhOffloadTest::refusesDirectories_data()
     row("folder-above-the-location", "@/sd", "@/sd: contains" + location);
     row("root", "/", "/: contains" + location);
     row("empty", "", "DIRECTORY: the path is empty");
-    row("not-utf-8", "x\xff", messages::notUtf8("DIRECTORY", "x\\xff"));
+    row("not-utf-8", "x\xff", messages::notUtf8("DIRECTORY: the path", "x\\xff"));
     row("file", "file", "@/file: is not a folder", 1, {"file = x"});
     row("below-a-file", "file/a", "@/file/a: cannot be created: Not a directory", 1, {"file = x"});
     row("dangling-link", "link", "@/link: is not a folder", 1, {"link -> gone"});
@@ -819,12 +837,13 @@ QByteArray problemAfterKill(const ToolRun &tool, const Tree &files)
         if (!isOwn && !files.contains(file))
             return "not whole: " + name;
     }
-    const QByteArrayList names = namesOf(card);
-    for (const QByteArray &name : names) {
-        const QByteArray base = name.left(name.lastIndexOf('.'));
-        const auto isOfObject = [&base](const QByteArray &other) { return other.startsWith(base + "."); };
-        if (name.endsWith(".thumb") && std::count_if(names.begin(), names.end(), isOfObject) < 2)
-            return "alone: " + name;
+    for (const QByteArrayList &names : {namesOf(card), namesOf(directory)}) {
+        for (const QByteArray &name : names) {
+            const QByteArray base = name.left(name.lastIndexOf('.'));
+            const auto isOfObject = [&base](const QByteArray &other) { return other.startsWith(base + "."); };
+            if (name.endsWith(".thumb") && std::count_if(names.begin(), names.end(), isOfObject) < 2)
+                return "alone: " + name;
+        }
     }
     if (!tool.content("out/SHA256SUMS").isEmpty() && !(checkedSums(tool) == SUMS_ARE_RIGHT))
         return "wrong sums";

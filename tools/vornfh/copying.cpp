@@ -72,7 +72,7 @@ ssize_t copyPart(int from, int to, off_t offset, size_t length)
         const ssize_t part = ::pwrite(to, buffer.constData() + written,
                                       static_cast<size_t>(buffer.size() - written), offset + written);
         if (part < 0 && errno != EINTR)
-            return -1;
+            return part;
         written += static_cast<int>(std::max<ssize_t>(0, part));
     }
     return written;
@@ -303,9 +303,9 @@ void Transfer::requireCopyable(const Source &source) const
 
 void Transfer::add(Sources sources, Conflict conflict, bool isShared)
 {
-    Group group(sources.size());
-    for (size_t i = 0; i < sources.size(); ++i)
-        group[i].source = std::move(sources[i]);
+    Group group;
+    for (auto &source : sources)
+        group.emplace_back().source = std::move(source);
     group.back().isKept = isShared;
     const Source &first = *group.front().source;
     struct stat folder = {};

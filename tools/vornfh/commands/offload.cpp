@@ -348,10 +348,7 @@ void createDirectory(const QString &directory)
 
 ExitCode offloadStorage(const Storage &storage, const Request &request)
 {
-    const QString text = fromCommandLine(request.directory, "DIRECTORY");
-    if (text.isEmpty())
-        throw UsageError("DIRECTORY: the path is empty");
-    const QString directory = absolutePath(text);
+    const QString directory = absolutePath(requiredPath(request.directory, "DIRECTORY: "));
     if (request.isMoving)
         requireWritable(storage);
     else
