@@ -168,6 +168,8 @@ void ConfigurationTest::initAcceptsAnyString_data()
     row("outside-ascii", "\u00e4\U0001F4F7");
     row("format-characters", "%s%n%1");
     row("pattern-characters", "A[");
+    row("one-character-and-two-slashes", "a//");
+    row("three-slashes", "///");
 }
 
 void ConfigurationTest::initAcceptsAnyString()

@@ -211,6 +211,8 @@ void ListingsTest::nullCharacterInThePath()
     QCOMPARE(VornFileHandler::getDirectoryContents("/none" + NUL + "at/all", {}, QDir::Name),
              QFileInfoList());
     QCOMPARE(capture.take(), missingDirectoryLine("/none")); // the path ends at the null character
+    QCOMPARE(VornFileHandler::getDirectoryContents(NUL + "none", {}, QDir::Name), QFileInfoList());
+    QCOMPARE(capture.take(), missingDirectoryLine(QDir::currentPath()));
 }
 
 void ListingsTest::emptyPathIsTheCurrentDirectory()
