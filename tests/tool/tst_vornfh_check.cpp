@@ -620,6 +620,11 @@ void VornfhCheckTest::reportsThumbnails_data()
     row("missing-beside-a-photo-of-zeros",
         Tree{photo, "DCF_0001.thumb = " + jpeg, "DCF_0002.jpg = " + QByteArray(16, '\0')},
         QByteArrayList{"DCF_0002.jpg: " + BEGINS_WITH_ZEROS});
+    row("missing-beside-a-video-that-can-be-closed",
+        Tree{photo, "DCF_0001.thumb = " + jpeg,
+             "DCF_0002.mkv = " + overwritten(wholeFile("mkv"), -4096, 4096)},
+        QByteArrayList{"DCF_0002.mkv: " + ENDS_WITH_ZEROS + REPAIRABLE,
+                       "DCF_0002.mkv: " + NO_THUMBNAIL + REPAIRABLE});
     row("cut-beside-a-file-that-is-not-a-photo",
         Tree{"DCF_0001.jpg = text", "DCF_0001.thumb = " + jpeg.chopped(1)},
         QByteArrayList{"DCF_0001.jpg: " + otherType("jpg"), "DCF_0001.thumb: " + CUT_OFF});

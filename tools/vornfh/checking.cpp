@@ -39,7 +39,7 @@ struct Result : CheckResult {
     void add(const QByteArray &path, const QString &kind, const QString &text,
              Remedy remedy = Remedy::NotNeeded, const QString &recording = QString())
     {
-        if (kind == "wrong-content" || kind == "zero-filled")
+        if (kind == "wrong-content" || (kind == "zero-filled" && remedy != Remedy::Close))
             unsuitable.insert(path);
         findings.append({path, kind, text, remedy, recording});
         if (options.report)
