@@ -332,9 +332,9 @@ bool TmpfsMount::makeReadOnly() const
     return ::mount("tmpfs", mPath.constData(), "tmpfs", MS_REMOUNT | MS_RDONLY, nullptr) == 0;
 }
 
-LoopCard::LoopCard(const ToolRun &tool, const QStringList &mkfs) : mTool(tool)
+LoopCard::LoopCard(const ToolRun &tool, const QStringList &mkfs, int mebibytes) : mTool(tool)
 {
-    tool.make({"sd/", "card.img size 16777216"});
+    tool.make({"sd/", "card.img size " + QByteArray::number(qint64(mebibytes) << 20)});
     mIsMade = hasOwnMounts()
               && tool.runProgram(mkfs[0], mkfs.mid(1) + QStringList{tool.path() + "/card.img"}).exitCode == 0;
 }

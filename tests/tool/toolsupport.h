@@ -199,7 +199,8 @@ private:
 class LoopCard
 {
 public:
-    explicit LoopCard(const ToolRun &tool, const QStringList &mkfs = {"mkfs.ext4", "-q", "-F"});
+    explicit LoopCard(const ToolRun &tool, const QStringList &mkfs = {"mkfs.ext4", "-q", "-F"},
+                      int mebibytes = 16);
     ~LoopCard() { unmount(); }
     LoopCard(const LoopCard &) = delete;
     LoopCard &operator=(const LoopCard &) = delete;

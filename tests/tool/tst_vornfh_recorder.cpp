@@ -8,9 +8,11 @@
 #include <QFile>
 #include <QRegularExpression>
 #include <QSet>
+#include <QStorageInfo>
 #include <QTest>
 
 #include <csignal>
+#include <optional>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -48,6 +50,7 @@ private slots:
     void lowersTheLimitToTheLargestFile();
     void reportsTheLargestSizeOfAnEndlessRecording_data();
     void reportsTheLargestSizeOfAnEndlessRecording();
+    void endsWhenTheStorageIsFull_data();
     void endsWhenTheStorageIsFull();
     void aLoopDeletesTheOldestObjects();
     void aLoopGoesOnAfterAnotherProgramFilledTheStorage_data();
@@ -590,14 +593,31 @@ void VornfhRecorderTest::reportsTheLargestSizeOfAnEndlessRecording()
         isReported);
 }
 
+void VornfhRecorderTest::endsWhenTheStorageIsFull_data()
+{
+    QTest::addColumn<bool>("isExt4");
+    row("tmpfs", false);
+    row("ext4", true);
+}
+
+/// ext4 reserves 5 % of the device for root, and 2 % for its own data, which not even root can use.
 void VornfhRecorderTest::endsWhenTheStorageIsFull()
 {
     if (!hasOwnMounts())
         QSKIP("mounting needs root");
+    QFETCH(bool, isExt4);
     const ToolRun tool;
     tool.make({"sd/"});
-    const TmpfsMount card(tool.path() + "/sd", "size=5m");
-    QVERIFY(card.isMounted());
+    std::optional<TmpfsMount> memory;
+    std::optional<LoopCard> card;
+    if (isExt4) {
+        card.emplace(tool, QStringList{"mkfs.ext4", "-q", "-F"}, 64);
+        QVERIFY(!card->mount(tool.path() + "/sd").isEmpty());
+        fill(tool, "filler", static_cast<int>(QStorageInfo(tool.path() + "/sd").bytesFree()) - (6 << 20));
+    } else {
+        memory.emplace(tool.path() + "/sd", "size=5m");
+        QVERIFY(memory->isMounted());
+    }
     tool.make({"sd/DCIM/"});
     const Outcome outcome = tool.runOnStorages({"record", "sd", "--segment", "1M", "--duration", "3600"});
     const int count = outcome.out.count('\n');

@@ -144,12 +144,18 @@ qint64 largestFile(const QString &path)
 
 qint64 freeBytes(const QString &path)
 {
-    struct statvfs fileSystem = {};
-    if (::statvfs(QFile::encodeName(path).constData(), &fileSystem) != 0 || fileSystem.f_blocks == 0)
+    struct statfs fileSystem = {};
+    if (::statfs(QFile::encodeName(path).constData(), &fileSystem) != 0 || fileSystem.f_blocks == 0)
         return UNLIMITED;
-    const bool isRoot = ::geteuid() == 0; // root may use the reserved blocks
-    return static_cast<qint64>(isRoot ? fileSystem.f_bfree : fileSystem.f_bavail)
-           * static_cast<qint64>(fileSystem.f_frsize);
+    auto blocks = static_cast<qint64>(fileSystem.f_bavail);
+    if (fileSystem.f_type == EXT4_SUPER_MAGIC && ::geteuid() == 0) {
+        // Root may use the reserved blocks, but not those that ext4 keeps for its own data.
+        constexpr qint64 LARGEST_SHARE = 50; // of all blocks: 2 %
+        constexpr qint64 MOST = 4096;
+        const qint64 kept = std::min(static_cast<qint64>(fileSystem.f_blocks) / LARGEST_SHARE, MOST);
+        blocks = std::max(blocks, static_cast<qint64>(fileSystem.f_bfree) - kept);
+    }
+    return blocks * static_cast<qint64>(fileSystem.f_frsize);
 }
 
 qint64 sizeOfFileSystem(const QString &path)
