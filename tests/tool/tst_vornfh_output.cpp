@@ -144,6 +144,10 @@ void VornfhOutputTest::aChangeThatCannotBePrinted_data()
         {oldest + " = x"}, {}, two);
     row("protect", {"protect", "sd/DCIM/100ABC"}, {"@/" + recordings + "DCF_0001.jpg"}, {});
     row("unprotect", {"unprotect", "sd/DCIM/100ABC"}, {"@/" + recordings + "DCF_0001.jpg"}, {});
+    row("delete-dry-run", {"delete", recordings + "DCF_0001.jpg", "--dry-run"}, {}, {});
+    row("protect-dry-run-json", {"protect", "sd/DCIM/100ABC", "--dry-run", "--json"}, {}, {});
+    row("prune-dry-run-json", {"prune", "usb", "--keep-last", "1", "--dry-run", "--json"}, {}, {}, {}, {},
+        two);
 }
 
 void VornfhOutputTest::aChangeThatCannotBePrinted()

@@ -24,6 +24,9 @@ void printDone(const QString &line);
 /// If isOutputLost(), prints @p lines, which say what was done on a storage device, on standard error.
 void printIfLost(const QStringList &lines);
 
+/// From now on, printIfLost() prints nothing, because this process changes nothing.
+void expectNoChanges();
+
 /// Returns whether something printed on standard output could not be written.
 bool isOutputLost();
 

@@ -224,6 +224,7 @@ void setFormat(Format format)
 void setDryRun()
 {
     theDryRun = true;
+    expectNoChanges();
 }
 
 Format format()
