@@ -449,15 +449,25 @@ static QByteArrayList kindsIn(const ToolRun &tool, const QByteArrayList &options
     return kinds;
 }
 
+/// The rows of reportsDamage().
+struct DamageTable {
+    DamageTable()
+    {
+        QTest::addColumn<QByteArray>("extension");
+        QTest::addColumn<QByteArray>("content");
+        QTest::addColumn<QByteArray>("finding"); // empty if there is none
+    }
+
+    void operator()(const QByteArray &name, const QByteArray &extension, const QByteArray &content,
+                    const QByteArray &finding = {}) const
+    {
+        QTest::newRow((extension + "-" + name).constData()) << extension << content << finding;
+    }
+};
+
 void VornfhCheckTest::reportsDamage_data()
 {
-    QTest::addColumn<QByteArray>("extension");
-    QTest::addColumn<QByteArray>("content");
-    QTest::addColumn<QByteArray>("finding"); // empty if there is none
-    const auto row = [](const QByteArray &name, const QByteArray &extension, const QByteArray &content,
-                        const QByteArray &finding = {}) {
-        QTest::newRow((extension + "-" + name).constData()) << extension << content << finding;
-    };
+    const DamageTable row;
     for (const QByteArray extension : {"jpg", "png", "avi", "mkv", "wav"}) {
         const QByteArray whole = wholeFile(extension);
         row("whole", extension, whole);
@@ -525,13 +535,7 @@ void VornfhCheckTest::reportsDamage_data()
 
 void VornfhCheckTest::reportsDamageOfMinimalFiles_data()
 {
-    QTest::addColumn<QByteArray>("extension");
-    QTest::addColumn<QByteArray>("content");
-    QTest::addColumn<QByteArray>("finding"); // empty if there is none
-    const auto row = [](const QByteArray &name, const QByteArray &extension, const QByteArray &content,
-                        const QByteArray &finding = {}) {
-        QTest::newRow((extension + "-" + name).constData()) << extension << content << finding;
-    };
+    const DamageTable row;
     const QByteArray header = pngChunk("IHDR");
     row("unknown-types", "png", pngOf(header + pngChunk("tEND") + pngChunk(QByteArray("t\0\0\0", 4))));
     row("type-of-zeros", "png", pngOf(header + pngChunk(QByteArray(4, '\0'))), BROKEN_CHUNKS);

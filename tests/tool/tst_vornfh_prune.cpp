@@ -214,7 +214,7 @@ void VornfhPruneTest::keepsFreeSpace()
 
 void VornfhPruneTest::comparesFreeSpaceWithTheFileSystem_data()
 {
-    QTest::addColumn<QByteArray>("size"); // of the card; the tool cannot know it if there is no limit
+    QTest::addColumn<QByteArray>("size"); // of the card; unknown to the tool if it is 0, which means no limit
     QTest::addColumn<QByteArray>("policy");
     QTest::addColumn<QByteArrayList>("messages"); // with exit code 2
     row("the-whole-card", QByteArray("size=1m"), QByteArray("1M"),

@@ -11,4 +11,8 @@
 /// if it cannot read the file, which must be a JPEG, PNG or TIFF image: Exiv2 may hang on a damaged AVI file.
 std::optional<std::string> readComment(const QString &path);
 
+/// The comment in the file @p path, which may be of any kind; empty if there is none, or if it cannot be
+/// read.
+QString commentIn(const QString &path);
+
 #endif // IMAGECOMMENT_H

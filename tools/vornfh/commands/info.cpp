@@ -18,15 +18,11 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <exception>
 #include <future>
 #include <memory>
 #include <optional>
-#include <string>
 #include <thread>
 #include <vector>
-
-#include <fcntl.h>
 
 using namespace VORN_FILE_HANDLER;
 
@@ -112,20 +108,6 @@ private:
     std::atomic<size_t> mNext{0};
     std::vector<std::future<void>> mThreads; // last, because its destructor waits for the threads
 };
-
-/// The comment in an image; empty if there is none, or if it cannot be read.
-QString commentIn(const QString &path)
-{
-    QByteArray start(8, '\0');
-    const Descriptor file = openFile(path, O_RDONLY | O_NONBLOCK);
-    if (!file.isOpen() || !readAt(file.get(), 0, start) || imageFormat(start) == ImageFormat::Other)
-        return QString();
-    try {
-        return QString::fromStdString(readComment(path).value_or(std::string()));
-    } catch (const std::exception &) { // the image is damaged
-        return QString();
-    }
-}
 
 std::optional<qint64> msecs(const QDateTime &time)
 {
