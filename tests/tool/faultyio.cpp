@@ -5,7 +5,9 @@
 //   fchmod, readdir, or any of these but readdir
 // - FAULTY_NUMBER: which of these calls fails, counted from 1; none if it is 0
 // - FAULTY_ONWARDS: if it is set, all later ones fail too
-// - FAULTY_ERROR: the error number; with 0, fchmod reports success and changes nothing
+// - FAULTY_ERROR: the error number; with 0, fchmod reports success and changes nothing; with -1, the tool is
+// killed
+//   instead of making the call
 // - FAULTY_FOLDER: the folder
 // - FAULTY_LOG: a file to which the path of each failed call is written, one per line
 // Each word stands for all functions with that effect. close() counts only for a descriptor to which the tool
@@ -17,6 +19,7 @@
 #include <atomic>
 #include <cerrno>
 #include <climits>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -110,6 +113,8 @@ bool fails(const char *call, File file)
     const int log = ::open(fault.log.c_str(), O_CREAT | O_APPEND | O_WRONLY | O_CLOEXEC, 0666);
     ::dprintf(log, "%s\n", path.substr(0, path.find_last_not_of('/') + 1).c_str());
     ::close(log);
+    if (fault.error < 0)
+        ::kill(::getpid(), SIGKILL);
     errno = fault.error;
     return true;
 }

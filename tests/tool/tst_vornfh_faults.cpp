@@ -7,15 +7,17 @@
 #include <QDir>
 #include <QFile>
 #include <QJsonObject>
-#include <QRegularExpression>
 #include <QTest>
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <memory>
 
 namespace {
+
+constexpr int KILL = -1; // in place of an error: the tool is killed before the call
 
 /// A system call of the tool that fails, as on a faulty device.
 struct Fault {
@@ -25,10 +27,11 @@ struct Fault {
     int error;
 
     bool isFlush() const { return call == "fsync" || call == "syncfs"; }
+    bool isKill() const { return error == KILL; }
     QByteArray text() const
     {
         return call + " " + QByteArray::number(number) + (isLasting ? " and later" : "") + ": "
-               + QByteArray(std::strerror(error));
+               + (isKill() ? "killed" : QByteArray(std::strerror(error)));
     }
 };
 
@@ -47,6 +50,7 @@ struct Run {
     Outcome outcome;       // with "@" for the path of the directory
     Tree before;           // with contents
     Tree after;            // the same
+    Tree afterRepetition;  // the same, if the tool was killed: after the same command without a fault
     QByteArrayList faults; // the paths of the calls that failed
 };
 
@@ -70,12 +74,15 @@ Tree linesOfSums(const QByteArray &entry)
 Tree contents(const ToolRun &tool)
 {
     // The page of a gallery contains times and the free space.
-    static const QRegularExpression NUMBER("[0-9.]+");
+    const auto isOfNumber = [](char character) {
+        return (character >= '0' && character <= '9') || character == '.';
+    };
     Tree entries;
     for (QByteArray entry : treeWithContents(tool.path())) {
-        if (entry.contains("</footer>"))
-            entry =
-                nameOf(entry) + QString::fromUtf8(entry.mid(nameOf(entry).size())).remove(NUMBER).toUtf8();
+        if (entry.contains("</footer>")) {
+            const auto content = entry.begin() + nameOf(entry).size();
+            entry.truncate(int(std::remove_if(content, entry.end(), isOfNumber) - entry.begin()));
+        }
         entry.replace(tool.path().toUtf8(), "@");
         if (nameOf(entry) == SUMS)
             entries += linesOfSums(entry);
@@ -139,6 +146,12 @@ Run runWith(const Fault &fault, const Situation &situation, const QString &path 
         tool.runOnStorages(situation.arguments);
         run.after = contents(tool);
     }
+    if (fault.isKill()) {
+        tool.environment.insert("FAULTY_NUMBER", "0");
+        const bool hasPage = run.command == "gallery";
+        tool.runOnStorages(situation.arguments + (hasPage ? QByteArrayList{"--force"} : QByteArrayList()));
+        run.afterRepetition = contents(tool);
+    }
     const auto shortened = [&tool](QByteArray text) { return text.replace(tool.path().toUtf8(), "@"); };
     run.outcome.out = shortened(run.outcome.out);
     run.outcome.err = shortened(run.outcome.err);
@@ -190,7 +203,7 @@ QByteArray partialFile(const Fault &fault, const Run &good, const Run &bad)
 {
     Tree others = without(without(bad.after, bad.before), good.after);
     // On exFAT, a file that was replaced is kept if the new one may not be on the device.
-    if (fault.call == "any" || bad.command == "unprotect")
+    if (fault.call == "any" || fault.isKill() || bad.command == "unprotect")
         others = without(others, hiddenIn(others));
     return others.isEmpty() ? "" : "partial or left over: " + others.join(", ").left(200);
 }
@@ -318,8 +331,23 @@ QByteArray wrongExitCode(const Fault &fault, const Run &good, const Run &bad)
                : "exit code " + QByteArray::number(bad.outcome.exitCode);
 }
 
+/// The same command again does the rest of what a killed one was to do.
+QByteArray undone(const Run &good, const Run &bad)
+{
+    const Tree others = without(bad.afterRepetition, good.after);
+    const Tree missing = without(good.after, bad.afterRepetition) + without(others, hiddenIn(others));
+    return missing.isEmpty() ? ""
+                             : "missing or left over after a repetition: " + missing.join(", ").left(200);
+}
+
 QByteArray problemOf(const Fault &fault, const Run &good, const Run &bad)
 {
+    if (fault.isKill()) {
+        const QByteArrayList problems = {bad.outcome.exitCode == 128 + SIGKILL ? "" : "not killed",
+                                         partialFile(fault, good, bad), lostFile(good, bad),
+                                         wrongReport(fault, good, bad), undone(good, bad)};
+        return problems.join(" ").trimmed();
+    }
     const QByteArrayList problems = {wrongExitCode(fault, good, bad),
                                      partialFile(fault, good, bad),
                                      lostFile(good, bad),
@@ -330,6 +358,18 @@ QByteArray problemOf(const Fault &fault, const Run &good, const Run &bad)
     const auto found = std::find_if(problems.begin(), problems.end(),
                                     [](const QByteArray &problem) { return !problem.isEmpty(); });
     return found == problems.end() ? "" : *found;
+}
+
+/// The errors with which a call fails in turn.
+QList<int> errorsOf(const QByteArray &call, const QByteArray &command)
+{
+    // Each recording is different, so that nothing can be expected of a repetition; and a gallery has too
+    // many calls for one repetition each.
+    const bool isKilled = command == "gallery" ? call != "any" && call != "write" : call == "any";
+    QList<int> errors = call == "write" ? QList<int>{EIO, ENOSPC} : QList<int>{EIO};
+    if (isKilled && command != "record")
+        errors.append(KILL);
+    return errors;
 }
 
 } // namespace
@@ -376,11 +416,15 @@ void VornfhFaultsTest::survivesEveryFault_data()
     // One row for each of the calls that the command makes.
     const auto row = [](const char *name, const QByteArrayList &arguments, const Tree &entries,
                         const QByteArrayList &calls, bool hasMount = false, bool isUnprotecting = false) {
-        // In parts, so that they can run at the same time: FAULTS_OF=recordings, transfers or others.
+        // In parts, so that they can run at the same time: FAULTS_OF=recordings, transfers, galleries or
+        // others.
         static const QByteArray part = qgetenv("FAULTS_OF");
         const QByteArray &command = arguments.first();
         const bool isTransfer = command == "copy" || command == "move" || command == "offload";
-        const QByteArray own = command == "record" ? "recordings" : isTransfer ? "transfers" : "others";
+        const QByteArray own = command == "record"    ? "recordings"
+                               : isTransfer           ? "transfers"
+                               : command == "gallery" ? "galleries"
+                                                      : "others";
         if (!part.isEmpty() && part != own)
             return;
         for (const QByteArray &call : calls + QByteArrayList{"any"})
@@ -442,7 +486,9 @@ void VornfhFaultsTest::survivesEveryFault_data()
     makeVideo(media.filePath("a.avi"), QSize(64, 48));
     const QByteArray unclosed = contentOf(media.filePath("a.avi")).replace(4, 4, QByteArray(4, '\0'));
     row("repair", {"repair", "sd"},
-        onCard({"100ABC/DCF_0001.avi = " + unclosed, "100ABC/DCF_0002.thumb = alone", "100ABC/DCF_0003.jpg"}),
+        // With the last thumbnail, the others need one even after that of the second is deleted.
+        onCard({"100ABC/DCF_0001.avi = " + unclosed, "100ABC/DCF_0002.thumb = alone", "100ABC/DCF_0003.jpg",
+                "100ABC/DCF_0004.jpg = " + photo, "100ABC/DCF_0004.thumb = " + photo}),
         {"unlink", "fsync", "rename"});
     row("rmdir", {"rmdir", "sd", "100ABC", "--yes"}, card, {"unlink", "fsync"});
     row("wipe", {"wipe", "sd", "--yes"}, card, {"unlink", "fsync"});
@@ -481,8 +527,11 @@ void VornfhFaultsTest::survivesEveryFault()
     const Situation situation = {entries, arguments, hasMount, isUnprotecting};
     const Run good = runWith(NONE, situation);
     QVERIFY2(good.outcome.exitCode == 0, good.outcome.err);
-    for (const int error : call == "write" ? QList<int>{EIO, ENOSPC} : QList<int>{EIO}) {
-        for (const bool isLasting : call == "any" ? QList<bool>{true} : QList<bool>{false, true}) {
+    for (const int error : errorsOf(call, arguments.first())) {
+        const QList<bool> durations = error == KILL   ? QList<bool>{false}
+                                      : call == "any" ? QList<bool>{true}
+                                                      : QList<bool>{false, true};
+        for (const bool isLasting : durations) {
             for (int number = 1;; ++number) {
                 const Fault fault = {call, number, isLasting, error};
                 const Run bad = runWith(fault, situation);

@@ -2,14 +2,11 @@
 #include "toolsupport.h"
 
 #include <QCryptographicHash>
-#include <QElapsedTimer>
 #include <QFile>
-#include <QRandomGenerator>
 #include <QTest>
 
 #include <algorithm>
 #include <csignal>
-#include <optional>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -148,7 +145,6 @@ private slots:
     void stopsAfterTheCurrentObject();
     void continuesAfterBeingKilled_data();
     void continuesAfterBeingKilled();
-    void losesNothingWhenKilled();
 };
 
 void VornfhOffloadTest::copies_data()
@@ -916,47 +912,6 @@ void VornfhOffloadTest::continuesAfterBeingKilled()
     QCOMPARE(sorted(treeWithContents(tool.path())),
              sorted(card(options.isEmpty() ? CARD : CARD.mid(6)) + offloaded(CARD)));
     QCOMPARE(checkedSums(tool), SUMS_ARE_RIGHT);
-}
-
-void VornfhOffloadTest::losesNothingWhenKilled()
-{
-    constexpr int RUNS = 60;
-    constexpr quint32 SEED = 20261122;
-    qInfo("seed %u", SEED);
-    QRandomGenerator random(SEED);
-    Tree files;
-    for (const QByteArray number : {"1", "2", "3", "4"}) {
-        files.append("100ABC/DCF_000" + number + ".avi = " + QByteArray(150000, number[0]));
-        files.append("100ABC/DCF_000" + number + ".thumb = " + number);
-    }
-    quint32 longest = 20000; // microseconds; grows to the duration of a complete run
-    int interrupted = 0;
-    for (int run = 0; run < RUNS; ++run) {
-        const ToolRun tool;
-        tool.make(onCard(files));
-        QElapsedTimer timer;
-        timer.start();
-        QProcess process;
-        tool.startOnStorages(process, {"offload", "sd", "out", "--move"});
-        const quint32 moment = random.bounded(longest);
-        if (run > 0) {
-            ::usleep(moment);
-            process.kill();
-        }
-        QVERIFY(process.waitForFinished());
-        if (run == 0)
-            longest = std::max(longest, static_cast<quint32>(timer.nsecsElapsed() / 1000));
-        const QByteArray when = QString("run %1, after %2 us: ").arg(run).arg(moment).toUtf8();
-        const QByteArray problem = problemAfterKill(tool, files);
-        QVERIFY2(problem.isEmpty(), (when + problem).constData());
-        interrupted += QFile::exists(tool.path() + "/out") && tree(tool.sd()).size() > 3 ? 1 : 0;
-        QCOMPARE(tool.runOnStorages({"offload", "sd", "out", "--move"}).exitCode, 0);
-        QCOMPARE(sorted(treeWithContents(tool.path())),
-                 sorted(onCard(Tree{"100ABC/"} + files.mid(6)) + offloaded(files)));
-    }
-    qInfo("%d of %d runs were killed between the first folder created and the last file deleted", interrupted,
-          RUNS);
-    QVERIFY(interrupted > 0);
 }
 
 QTEST_GUILESS_MAIN(VornfhOffloadTest)

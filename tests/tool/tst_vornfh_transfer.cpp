@@ -3,7 +3,6 @@
 #include "toolsupport.h"
 #include "vornfilehandler.h"
 
-#include <QElapsedTimer>
 #include <QFile>
 #include <QMap>
 #include <QRandomGenerator>
@@ -194,8 +193,6 @@ private slots:
     void reportsFilesBeforeALargeOneIsComplete_data();
     void reportsFilesBeforeALargeOneIsComplete();
     void erasesTheProgressLineBeforeAMessage();
-    void losesNothingWhenKilled_data();
-    void losesNothingWhenKilled();
 };
 
 void VornfhTransferTest::copies_data()
@@ -1848,71 +1845,6 @@ void VornfhTransferTest::erasesTheProgressLineBeforeAMessage()
     const QByteArray out = tool.runOnTerminal({"copy", "a.jpg", "sd", "100ABC"}).out;
     const QByteArray message = tool.expand("vornfh: " + messages::removed("@/" + leftover) + "\r\n");
     QVERIFY2(out.startsWith(message) || out.contains("\r\x1b[K" + message), out);
-}
-
-void VornfhTransferTest::losesNothingWhenKilled_data()
-{
-    QTest::addColumn<bool>("hasOwnFileSystem");
-    row("files-are-copied", true);
-    row("files-are-renamed", false);
-}
-
-void VornfhTransferTest::losesNothingWhenKilled()
-{
-    constexpr int RUNS = 100;
-    constexpr quint32 SEED = 20250225;
-    QFETCH(bool, hasOwnFileSystem);
-    qInfo("seed %u", SEED);
-    QRandomGenerator random(SEED);
-    const QByteArrayList names{"DCF_0001.jpg", "DCF_0002.avi", "DCF_0003.wav"};
-    QByteArrayList contents;
-    for (int i = 0; i < names.size(); ++i)
-        contents.append(pattern(200000 + 70000 * i, static_cast<char>(i)));
-
-    quint32 longest = 20000; // microseconds; grows to the duration of a complete run
-    int interrupted = 0;
-    for (int run = 0; run < RUNS; ++run) {
-        const ToolRun tool;
-        std::optional<Card> card;
-        if (hasOwnFileSystem && !card.emplace(tool).isMounted())
-            QSKIP(CANNOT_MOUNT);
-        tool.make({"sd/DCIM/"});
-        for (int i = 0; i < names.size(); ++i)
-            writeFile(tool.path() + "/card/" + names[i], contents[i]);
-        QElapsedTimer timer;
-        timer.start();
-        QProcess process;
-        tool.startOnStorages(process,
-                             QByteArrayList{"move"} + below("card/", names) + QByteArrayList{"sd", "100ABC"});
-        const quint32 moment = random.bounded(longest);
-        if (run > 0) {
-            ::usleep(moment);
-            process.kill();
-        }
-        QVERIFY(process.waitForFinished());
-        if (run == 0)
-            longest = std::max(longest, static_cast<quint32>(timer.nsecsElapsed() / 1000));
-        const QString when = QString("run %1, after %2 us: ").arg(run).arg(moment);
-        for (int i = 0; i < names.size(); ++i) {
-            const bool isAtSource = tool.content("card/" + names[i]) == contents[i];
-            const bool isAtTarget = tool.content(FOLDER + names[i]) == contents[i];
-            QVERIFY2(isAtSource || isAtTarget, qPrintable(when + names[i] + " is lost"));
-            QVERIFY2(isAtTarget || !QFile::exists(tool.path() + "/" + FOLDER + names[i]),
-                     qPrintable(when + names[i] + " is not complete"));
-        }
-        const QByteArrayList left = tree(tool.path() + "/card");
-        const QByteArrayList arrived = tree(tool.path() + "/" + FOLDER);
-        interrupted += !left.isEmpty() && !arrived.isEmpty() ? 1 : 0;
-        if (left.isEmpty())
-            continue;
-        const QByteArrayList rest = below("card/", left);
-        QCOMPARE(tool.runOnStorages(QByteArrayList{"move"} + rest + QByteArrayList{"sd", "100ABC"}).exitCode,
-                 0);
-        QCOMPARE(tree(tool.path()), Tree{"card/"} + onCard(inFolder("100ABC/", names)));
-    }
-    qInfo("%d of %d runs were killed between the first byte written and the last file deleted", interrupted,
-          RUNS);
-    QVERIFY(interrupted > 0 || !hasOwnFileSystem);
 }
 
 QTEST_GUILESS_MAIN(VornfhTransferTest)
