@@ -673,8 +673,12 @@ void VornfhInfoTest::aRefusedCommentChangesNothing_data()
     const QByteArray unchanged = "; the file is unchanged";
     const QByteArray otherFormat = ": is not a JPEG, PNG or TIFF image";
     row("beyond-the-basic-plane", "a.jpg", "\U0001F600",
-        "@/a.jpg: the comment reads back differently" + unchanged);
-    row("too-long", "a.jpg", QByteArray(40000, 'a'), "@/a.jpg: the comment cannot be read back" + unchanged);
+        "@/a.jpg: the comment reads back differently (characters above U+FFFF, such as emoji, cannot be "
+        "stored)"
+            + unchanged);
+    row("too-long", "a.jpg", QByteArray(40000, 'a'),
+        "@/a.jpg: the comment cannot be read back (40000 characters; a JPEG image has space for about 32000)"
+            + unchanged);
     row("avi", "a.avi", "x", "@/a.avi" + otherFormat);
     row("avi-of-a-killed-recording", "killed.avi", "x", "@/killed.avi" + otherFormat);
     row("avi-of-a-killed-recording-with-the-extension-of-a-photo", "killed.jpg", "x",

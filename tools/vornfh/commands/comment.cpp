@@ -142,6 +142,18 @@ private:
     struct stat mStatus = {};
 };
 
+/// Why a comment is not stored unchanged, as far as its text shows: the tag has two bytes for each character,
+/// and the EXIF data of a JPEG image at most 64 KiB.
+QString causeIn(const QString &text)
+{
+    constexpr int LARGEST = 32000; // characters, with some space for the other tags
+    if (text.size() > LARGEST)
+        return QString(" (%1 characters; a JPEG image has space for about %2)").arg(text.size()).arg(LARGEST);
+    const bool isBeyond =
+        std::any_of(text.begin(), text.end(), [](QChar character) { return character.isSurrogate(); });
+    return isBeyond ? " (characters above U+FFFF, such as emoji, cannot be stored)" : "";
+}
+
 /// Writes the comment into @p copy, a copy of the photo at @p path, and reads it back. The copy is
 /// in memory because Exiv2 0.27 does not report that it could not write all of a file. Throws FileFailure.
 void writeCommentTo(const Descriptor &copy, const QString &path, const QString &text)
@@ -156,9 +168,11 @@ void writeCommentTo(const Descriptor &copy, const QString &path, const QString &
         throw FileFailure(path, "the comment cannot be written: " + reason.replace(name, path));
     }
     if (!stored)
-        throw FileFailure(path, "the comment cannot be read back; the file is unchanged");
+        throw FileFailure(path,
+                          "the comment cannot be read back" + causeIn(text) + "; the file is unchanged");
     if (*stored != text.toStdString())
-        throw FileFailure(path, "the comment reads back differently; the file is unchanged");
+        throw FileFailure(path,
+                          "the comment reads back differently" + causeIn(text) + "; the file is unchanged");
 }
 
 ExitCode writeComment(const QString &given, const QString &text, bool isDryRun)
