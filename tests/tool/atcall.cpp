@@ -4,6 +4,7 @@
 // AT_CALL_SCRIPT. With PRETEND_FILE_SYSTEM, every file system looks like FAT or exFAT.
 #include <atomic>
 #include <cerrno>
+#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 
@@ -81,6 +82,20 @@ int flock(int descriptor, int operation) noexcept
     static const auto next = real<int(int, int)>("flock");
     announce("flock");
     return next(descriptor, operation);
+}
+
+/// A lease is announced when it has been granted.
+int fcntl(int descriptor, int command, ...)
+{
+    static const auto next = real<int(int, int, long)>("fcntl");
+    va_list arguments;
+    va_start(arguments, command);
+    const long argument = va_arg(arguments, long);
+    va_end(arguments);
+    const int result = next(descriptor, command, argument);
+    if (command == F_SETLEASE && result == 0)
+        announce("lease");
+    return result;
 }
 
 int posix_fadvise64(int descriptor, off64_t offset, off64_t length, int advice) noexcept
