@@ -84,6 +84,19 @@ int flock(int descriptor, int operation) noexcept
     return next(descriptor, operation);
 }
 
+/// Announced only if it does not wait, as for a file that may be a pipe.
+int open(const char *path, int flags, ...)
+{
+    static const auto next = real<int(const char *, int, mode_t)>("open");
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    if ((flags & O_NONBLOCK) != 0)
+        announce("open");
+    return next(path, flags, mode);
+}
+
 /// A lease is announced when it has been granted.
 int fcntl(int descriptor, int command, ...)
 {

@@ -2,7 +2,7 @@
 // A device that fails. Preloaded into vornfh, this library makes calls of the C library fail for the files
 // below a folder. The programs that vornfh starts are not affected. Environment variables:
 // - FAULTY_CALL: what fails: read, write, ftruncate, fsync, syncfs, close, rename, unlink, mkdir, fstatat,
-//   fchmod, readdir, or any of these but readdir
+//   fchmod, readdir, lseek (for data and holes only), or any of these but the last two
 // - FAULTY_NUMBER: which of these calls fails, counted from 1; none if it is 0
 // - FAULTY_ONWARDS: if it is set, all later ones fail too
 // - FAULTY_ERROR: the error number; with 0, fchmod reports success and changes nothing; with -1, the tool is
@@ -102,7 +102,8 @@ template <typename File>
 bool fails(const char *call, File file)
 {
     static const Fault fault;
-    if (fault.call != call && (fault.call != "any" || std::strcmp(call, "readdir") == 0))
+    const bool isOfAny = std::strcmp(call, "readdir") != 0 && std::strcmp(call, "lseek") != 0;
+    if (fault.call != call && !(fault.call == "any" && isOfAny))
         return false;
     const std::string path = pathOf(file);
     if (path.compare(0, fault.folder.size(), fault.folder) != 0)
@@ -178,6 +179,13 @@ ssize_t writev(int descriptor, const iovec *parts, int count)
 {
     static const auto next = real<ssize_t(int, const iovec *, int)>("writev");
     return fails("write", descriptor) ? -1 : markWritten(descriptor, next(descriptor, parts, count));
+}
+
+off_t lseek(int descriptor, off_t offset, int whence) noexcept
+{
+    static const auto next = real<off_t(int, off_t, int)>("lseek");
+    const bool isOfData = whence == SEEK_DATA || whence == SEEK_HOLE;
+    return isOfData && fails("lseek", descriptor) ? -1 : next(descriptor, offset, whence);
 }
 
 ssize_t copy_file_range(int from, off64_t *source, int to, off64_t *target, size_t size, unsigned flags)

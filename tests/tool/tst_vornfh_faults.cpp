@@ -398,6 +398,7 @@ private slots:
     void checkReportsAnEntryThatCannotBeRead();
     void copiesWhatTheKernelDoesNotCopy_data();
     void copiesWhatTheKernelDoesNotCopy();
+    void copiesAFileWhoseHolesAreUnknown();
     void namesAnEntryThatCannotBeRead_data();
     void namesAnEntryThatCannotBeRead();
     void failsIfAFolderCannotBeReadToItsEnd_data();
@@ -765,6 +766,16 @@ void VornfhFaultsTest::copiesWhatTheKernelDoesNotCopy()
         runWith({"write", number, false, error},
                 {{"a.jpg = " + content, "sd/DCIM/"}, {"copy", "a.jpg", "sd", "100ABC"}, hasMount});
     QCOMPARE(run.faults.size(), 1);
+    QCOMPARE(run.outcome, (Outcome{0, "@/a.jpg -> @/sd/DCIM/100ABC/a.jpg\n", ""}));
+    QVERIFY(run.after.contains("sd/DCIM/100ABC/a.jpg = " + content));
+}
+
+void VornfhFaultsTest::copiesAFileWhoseHolesAreUnknown()
+{
+    const QByteArray content = pattern(10000, 'a');
+    const Run run = runWith({"lseek", 1, true, EINVAL},
+                            {{"a.jpg = " + content, "sd/DCIM/"}, {"copy", "a.jpg", "sd", "100ABC"}, false});
+    QVERIFY(!run.faults.isEmpty());
     QCOMPARE(run.outcome, (Outcome{0, "@/a.jpg -> @/sd/DCIM/100ABC/a.jpg\n", ""}));
     QVERIFY(run.after.contains("sd/DCIM/100ABC/a.jpg = " + content));
 }

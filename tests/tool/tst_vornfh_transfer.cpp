@@ -137,6 +137,7 @@ private slots:
     void doesNotCopyAgain();
     void keepsASourceThatChanges_data();
     void keepsASourceThatChanges();
+    void reportsASourceThatIsReplacedBeforeItIsOpened();
     void keepsASourceWhoseFolderIsReplaced();
     void givesNoNameToASourceThatChanges();
     void keepsASourceThatIsBeingWritten_data();
@@ -951,6 +952,20 @@ void VornfhTransferTest::keepsASourceThatChanges()
              tool.failure({"@/a.jpg: has changed since it was opened", notDone(command, 1, 1)}));
     QCOMPARE(treeWithContents(tool.path()),
              Tree{content.isEmpty() ? "a.jpg" : "a.jpg = " + content} + onCard(Tree{"100ABC/"} + copies));
+}
+
+void VornfhTransferTest::reportsASourceThatIsReplacedBeforeItIsOpened()
+{
+    for (const QByteArrayList &options : {QByteArrayList(), QByteArrayList{"--dry-run"}}) {
+        ToolRun tool;
+        if (!tool.runBefore("open", "printf new > n; mv n a.jpg"))
+            QSKIP(CANNOT_PRELOAD);
+        tool.make({"a.jpg = old", "sd/DCIM/100ABC/"});
+        QCOMPARE(
+            tool.runOnStorages(QByteArrayList{"copy"} + options + QByteArrayList{"a.jpg", "sd", "100ABC"}),
+            tool.failure({"@/a.jpg: has changed since it was opened", notDone("copy", 1, 1)}));
+        QCOMPARE(treeWithContents(tool.path()), Tree{"a.jpg = new"} + onCard({"100ABC/"}));
+    }
 }
 
 /// The path then leads to another file, although the one that was copied has not changed.
