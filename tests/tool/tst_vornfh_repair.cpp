@@ -6,6 +6,8 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
+#include <QStorageInfo>
 #include <QTest>
 
 #include <fcntl.h>
@@ -108,6 +110,7 @@ private slots:
     void keepsAnEmptyFileThatIsFilled();
     void refusesWrongArguments_data();
     void refusesWrongArguments();
+    void saysHowMuchSpaceItNeeds();
     void reportsAReadOnlyStorage();
 };
 
@@ -530,6 +533,30 @@ void VornfhRepairTest::refusesWrongArguments()
     QCOMPARE(tool.runOnStorages(QByteArrayList{"repair"} + arguments),
              isUsageError ? tool.usageError({message}) : tool.failure({message}));
     QCOMPARE(tree(tool.path()), before);
+}
+
+void VornfhRepairTest::saysHowMuchSpaceItNeeds()
+{
+    if (!hasOwnMounts())
+        QSKIP("mounting needs root");
+    const ToolRun tool;
+    tool.make({"sd/"});
+    const TmpfsMount card(tool.path() + "/sd", "size=1m");
+    QVERIFY(card.isMounted());
+    makeOnCard(tool, {"DCF_0001.avi = " + unclosedFile("avi")});
+    // The device is full but for one page.
+    QFile filler(tool.path() + "/sd/filler");
+    QVERIFY(filler.open(QIODevice::WriteOnly));
+    const QStorageInfo device(tool.path() + "/sd");
+    QCOMPARE(::posix_fallocate(filler.handle(), 0, device.bytesAvailable() - 4096), 0);
+    const Tree before = treeWithContents(tool.sd());
+    const Outcome outcome = tool.runOnStorages({"repair", "sd"});
+    QVERIFY2(outcome.exitCode == 1, outcome.err);
+    const QString message = "/100ABC/DCF_0001.avi: cannot be closed: .*; up to "
+                            + QString::number(unclosedFile("avi").size() / 1024.0, 'f', 1)
+                            + " KiB needed, 4.0 KiB free\n$";
+    QVERIFY2(QRegularExpression(message).match(outcome.err).hasMatch(), outcome.err);
+    QCOMPARE(treeWithContents(tool.sd()), before);
 }
 
 void VornfhRepairTest::reportsAReadOnlyStorage()

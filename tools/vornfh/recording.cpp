@@ -5,6 +5,8 @@
 #include "durable.h"
 #include "errors.h"
 #include "ffmpeg.h"
+#include "mounts.h"
+#include "text.h"
 
 #include <QFileInfo>
 
@@ -34,17 +36,22 @@ void closeRecording(const QString &path)
     struct stat before = {};
     struct stat now = {};
     const bool isRead = readStatus(path, before);
+    const qint64 free = freeBytes(QFileInfo(path).path());
+    const QString room =
+        free < before.st_size
+            ? QString("; up to %1 needed, %2 free").arg(humanSize(before.st_size), humanSize(free))
+            : QString();
     TemporaryFile closed(QFileInfo(path).path(), path);
     const QString reason = runFfmpeg(
         fileInput(path) + QStringList{"-map", "0", "-c", "copy", "-f", containerOf(type)}, closed.path());
     if (!reason.isEmpty())
-        fail(reason);
+        fail(reason + room);
     // ffprobe detects the container by its content, so the temporary file's name does not matter.
     const qint64 packets = packetsIn(path);
     if (packets < 0 || packetsIn(closed.path()) < packets)
-        fail("not all of it can be read");
+        fail("not all of it can be read" + room);
     if (damageOf(closed.path(), type))
-        fail("ffmpeg has not written all of it");
+        fail("ffmpeg has not written all of it" + room);
     if (isRead && !(readStatus(path, now) && isSameState(before, now)))
         fail("it was changed by another program in the meantime");
     if (isRead)
