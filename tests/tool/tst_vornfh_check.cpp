@@ -549,6 +549,7 @@ void VornfhCheckTest::reportsDamageOfMinimalFiles_data()
     const QByteArray notClosed = NOT_CLOSED + REPAIRABLE;
     const QByteArray headers = chunkOf("LIST", "hdrl");
     const QByteArray movie = chunkOf("LIST", "movi" + chunkOf("00dc", "data"));
+    row("odd-size-with-padding", "avi", riff("05000000") + "AVI x" + '\0', NO_MOVIE);
     row("odd-size-without-padding", "avi", riff("05000000") + "AVI x", NO_MOVIE);
     row("one-frame", "avi", aviOf(headers + movie + indexTo("04000000")));
     row("offset-from-the-start-of-the-file", "avi", aviOf(headers + movie + indexTo("24000000")));
