@@ -80,7 +80,7 @@ Tree contents(const ToolRun &tool)
     Tree entries;
     for (QByteArray entry : treeWithContents(tool.path())) {
         if (entry.contains("</footer>")) {
-            const auto content = entry.begin() + nameOf(entry).size();
+            char *const content = entry.begin() + nameOf(entry).size();
             entry.truncate(int(std::remove_if(content, entry.end(), isOfNumber) - entry.begin()));
         }
         entry.replace(tool.path().toUtf8(), "@");
