@@ -2,7 +2,8 @@
 // A device that fails. Preloaded into vornfh, this library makes calls of the C library fail for the files
 // below a folder. The programs that vornfh starts are not affected. Environment variables:
 // - FAULTY_CALL: what fails: read, write, ftruncate, fsync, syncfs, close, rename, unlink, mkdir, fstatat,
-//   fchmod, readdir, lseek (for data and holes only), or any of these but the last two
+//   fchmod, readdir, lseek (for data and holes only); "any" of these but the last two; or "change", those
+//   that change or flush something
 // - FAULTY_NUMBER: which of these calls fails, counted from 1; none if it is 0
 // - FAULTY_ONWARDS: if it is set, all later ones fail too
 // - FAULTY_ERROR: the error number; with 0, fchmod reports success and changes nothing; with -1, the tool is
@@ -102,8 +103,10 @@ template <typename File>
 bool fails(const char *call, File file)
 {
     static const Fault fault;
-    const bool isOfAny = std::strcmp(call, "readdir") != 0 && std::strcmp(call, "lseek") != 0;
-    if (fault.call != call && !(fault.call == "any" && isOfAny))
+    const auto is = [call](const char *name) { return std::strcmp(call, name) == 0; };
+    const bool isOfAny = !is("readdir") && !is("lseek");
+    const bool isChange = isOfAny && !is("read") && !is("fstatat");
+    if (fault.call != call && !(fault.call == "any" && isOfAny) && !(fault.call == "change" && isChange))
         return false;
     const std::string path = pathOf(file);
     if (path.compare(0, fault.folder.size(), fault.folder) != 0)
