@@ -167,12 +167,10 @@ void writeCommentTo(const Descriptor &copy, const QString &path, const QString &
         QString reason = QString::fromUtf8(error.what());
         throw FileFailure(path, "the comment cannot be written: " + reason.replace(name, path));
     }
-    if (!stored)
-        throw FileFailure(path,
-                          "the comment cannot be read back" + causeIn(text) + "; the file is unchanged");
-    if (*stored != text.toStdString())
-        throw FileFailure(path,
-                          "the comment reads back differently" + causeIn(text) + "; the file is unchanged");
+    if (!stored || *stored != text.toStdString()) {
+        const QString problem = stored ? "reads back differently" : "cannot be read back";
+        throw FileFailure(path, "the comment " + problem + causeIn(text) + "; the file is unchanged");
+    }
 }
 
 ExitCode writeComment(const QString &given, const QString &text, bool isDryRun)
