@@ -6,6 +6,9 @@
 #include <algorithm>
 #include <iterator>
 
+#include <sys/ioctl.h>
+#include <unistd.h>
+
 namespace {
 
 struct Range {
@@ -77,4 +80,16 @@ QString elided(const QString &text, int cells)
         beginning += QString::fromUcs4(&character, 1);
     }
     return beginning + end;
+}
+
+std::optional<int> terminalWidth(int descriptor)
+{
+    if (!::isatty(descriptor))
+        return std::nullopt;
+    const int columns = qEnvironmentVariableIntValue("COLUMNS");
+    if (columns > 0)
+        return columns;
+    winsize size = {};
+    return ::ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? std::optional<int>(size.ws_col)
+                                                                          : std::nullopt;
 }

@@ -79,8 +79,6 @@ Capacity capacityOf(const Storage &storage, const Device &device)
     if (device.isPresent) {
         capacity.size = VornFileHandler::getStorageSize(storage.type);
         capacity.free = VornFileHandler::getRemainingBytes(storage.type);
-        capacity.used = VornFileHandler::getUsedBytes(storage.type);
-        capacity.freePercent = VornFileHandler::getRemainingPercent(storage.type);
         capacity.isElsewhere = !areOnOneFileSystem(capacity.path, nearestExisting(storage.location));
     }
     if (!capacity.isKnown())

@@ -23,18 +23,19 @@ struct Device {
 
 Device deviceOf(const Storage &storage);
 
-/// Size and free space as the library reports them, in bytes.
+/// Size and free space as the library reports them, in bytes. The rest is derived from them: each question to
+/// the library starts five programs, and the answers would belong to different moments.
 struct Capacity {
     qint64 size = 0; // 0 if unknown
     qint64 free = 0;
-    qint64 used = 0;
-    int freePercent = 0;
     QString path;             // that was measured
     bool isElsewhere = false; // the path is not on the file system of the location
     QString unknownBecause;
 
     bool isKnown() const { return size > 0; }
-    int usedPercent() const { return 100 - freePercent; }
+    qint64 used() const { return qMax<qint64>(0, size - free); }
+    int freePercent() const { return isKnown() ? qRound(100.0 * double(size - used()) / double(size)) : 0; }
+    int usedPercent() const { return 100 - freePercent(); }
 };
 
 Capacity capacityOf(const Storage &storage, const Device &device);

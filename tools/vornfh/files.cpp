@@ -95,6 +95,13 @@ bool readAt(int descriptor, off_t offset, QByteArray &bytes)
     return count >= 0;
 }
 
+QByteArray beginningOf(const QString &path, int length)
+{
+    QByteArray bytes(length, '\0');
+    const Descriptor file = openFile(path, O_RDONLY | O_NONBLOCK);
+    return file.isOpen() && readAt(file.get(), 0, bytes) ? bytes : QByteArray();
+}
+
 bool copyContent(int from, int to)
 {
     constexpr size_t AT_ONCE = 1 << 24;

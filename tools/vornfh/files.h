@@ -57,6 +57,9 @@ bool forEachEntry(const QString &folder, const std::function<void(int folder, co
 /// false and sets errno on failure; @p bytes then contain what was read before the error.
 bool readAt(int descriptor, off_t offset, QByteArray &bytes);
 
+/// The first @p length bytes of a file, or all if there are fewer; empty if it cannot be read.
+QByteArray beginningOf(const QString &path, int length);
+
 /// Copies a file. Returns false and sets errno on failure.
 bool copyContent(int from, int to);
 

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "gallerypage.h"
 
+#include "files.h"
 #include "gallerystyle.h"
 #include "text.h"
 
-#include <QFile>
 #include <QList>
 #include <QLocale>
 #include <QPair>
@@ -259,12 +259,7 @@ QString sizeText(int count, const QString &noun, qint64 size)
     return counted(count, noun) + QString(" %1 ").arg(QChar(0xb7)) + humanSize(size);
 }
 
-QByteArray beginningOf(const QString &path)
-{
-    constexpr int LENGTH = 2048; // the link to the index may be long
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.read(LENGTH) : QByteArray();
-}
+constexpr int HEAD_SIZE = 2048; // the link to the index may be long
 
 } // namespace
 
@@ -311,12 +306,12 @@ QString GalleryTotals::period() const
 
 bool isGalleryPage(const QString &path)
 {
-    return beginningOf(path).contains(QByteArray(R"(name="generator" content=")") + GENERATOR);
+    return beginningOf(path, HEAD_SIZE).contains(QByteArray(R"(name="generator" content=")") + GENERATOR);
 }
 
 bool isPartOfGallery(const QString &path, const QString &index)
 {
-    return isGalleryPage(path) && beginningOf(path).contains(linkToIndex(index));
+    return isGalleryPage(path) && beginningOf(path, HEAD_SIZE).contains(linkToIndex(index));
 }
 
 QString encodedLink(const QString &path)

@@ -44,9 +44,9 @@ public:
     /// The @p count bytes at @p offset; fewer at the end of the file, or if they cannot be read.
     QByteArray read(qint64 offset, int count)
     {
-        constexpr int BLOCK = 4096;
+        constexpr int AT_ONCE = 4096;
         if (offset < mBegin || offset + count > mBegin + mBlock.size()) {
-            mBlock.resize(std::max(count, BLOCK));
+            mBlock.resize(std::max(count, AT_ONCE));
             readAt(mFile.get(), offset, mBlock);
             mBegin = offset;
         }

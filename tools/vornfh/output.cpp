@@ -9,24 +9,9 @@
 #include <numeric>
 #include <optional>
 
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace {
-
-/// The number of columns of the terminal that is standard output; nullopt if it is not a terminal or does not
-/// know its width.
-std::optional<int> terminalWidth()
-{
-    if (!::isatty(STDOUT_FILENO))
-        return std::nullopt;
-    const int columns = qEnvironmentVariableIntValue("COLUMNS");
-    if (columns > 0)
-        return columns;
-    winsize size = {};
-    return ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? std::optional<int>(size.ws_col)
-                                                                             : std::nullopt;
-}
 
 constexpr int SPACING = 2; // between two columns
 
@@ -130,7 +115,7 @@ void Table::print()
         for (int column = 0; column < row.size(); ++column)
             mWidths[column] = std::max(mWidths[column], cellsOf(row[column]));
     }
-    const std::optional<int> room = terminalWidth();
+    const std::optional<int> room = terminalWidth(STDOUT_FILENO);
     const QVector<int> widths = room ? fitted(mWidths, *room) : mWidths;
     QString text;
     for (const QStringList &row : mRows) {

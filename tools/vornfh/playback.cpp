@@ -10,8 +10,6 @@
 #include <algorithm>
 #include <iterator>
 
-#include <fcntl.h>
-
 using namespace VORN_FILE_HANDLER;
 
 namespace {
@@ -33,14 +31,6 @@ constexpr CodecRow CODECS[] = {
     {"V_MPEGH/ISO/HEVC", "H.265", false},
     {"V_MJPEG", "Motion JPEG", false},
 };
-
-QByteArray beginningOf(const QString &path)
-{
-    constexpr int LENGTH = 16 << 10; // the tracks come first unless a file was edited
-    QByteArray bytes(LENGTH, '\0');
-    const Descriptor file = openFile(path, O_RDONLY | O_NONBLOCK);
-    return file.isOpen() && readAt(file.get(), 0, bytes) ? bytes : QByteArray();
-}
 
 /// The content of the element with @p id at the start of @p bytes, and whatever follows it; empty if another
 /// element is there.
@@ -89,7 +79,8 @@ Playback playbackOf(const QString &path)
         return {false, "AVI"};
     if (type->kind == AUDIO)
         return {true, QString()};
-    const QByteArray codec = videoCodecOf(beginningOf(path));
+    constexpr int LENGTH = 16 << 10; // the tracks come first unless a file was edited
+    const QByteArray codec = videoCodecOf(beginningOf(path, LENGTH));
     const auto *const row = std::find_if(std::begin(CODECS), std::end(CODECS),
                                          [&codec](const CodecRow &one) { return codec.startsWith(one.id); });
     return row == std::end(CODECS) ? Playback() : Playback{row->isPlayed, row->isPlayed ? "" : row->name};

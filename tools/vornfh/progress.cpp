@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "progress.h"
 
+#include "cells.h"
 #include "mounts.h"
 #include "text.h"
 
@@ -11,18 +12,11 @@
 #include <cstdio>
 #include <utility>
 
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace {
 
-/// The number of columns of the terminal.
-int terminalWidth()
-{
-    constexpr int USUAL = 80;
-    winsize size = {};
-    return ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : USUAL;
-}
+constexpr int USUAL_WIDTH = 80; // of a terminal that does not know its own
 
 /// @p done per second.
 double rateOf(qint64 done, double seconds)
@@ -119,7 +113,8 @@ void ProgressLine::drawRepeatedly()
     constexpr auto INTERVAL = std::chrono::milliseconds(200);
     std::unique_lock<std::mutex> lock(mMutex);
     while (!mIsEnding) {
-        std::fprintf(stderr, "\r%s\x1b[K", mLine(terminalWidth()).toUtf8().constData());
+        std::fprintf(stderr, "\r%s\x1b[K",
+                     mLine(terminalWidth(STDERR_FILENO).value_or(USUAL_WIDTH)).toUtf8().constData());
         mIsDrawn = true;
         mEnd.wait_for(lock, INTERVAL);
     }

@@ -259,8 +259,8 @@ QJsonObject toJson(const Status &status)
         {"spaceElsewhere", ifKnown(capacity.isElsewhere)},
         {"size", ifKnown(capacity.size)},
         {"free", ifKnown(capacity.free)},
-        {"used", ifKnown(capacity.used)},
-        {"freePercent", ifKnown(capacity.freePercent)},
+        {"used", ifKnown(capacity.used())},
+        {"freePercent", ifKnown(capacity.freePercent())},
         {"wear", toJson(status.wear)},
         {"problems", QJsonArray::fromStringList(status.problems)},
     };
@@ -293,7 +293,7 @@ QString capacityText(const Capacity &capacity)
     return QString("[%1] %2% used: %3 of %4, %5 free")
         .arg(bar(capacity.usedPercent(), 100))
         .arg(capacity.usedPercent())
-        .arg(humanSize(capacity.used), humanSize(capacity.size), humanSize(capacity.free));
+        .arg(humanSize(capacity.used()), humanSize(capacity.size), humanSize(capacity.free));
 }
 
 /// "10-20%"
