@@ -137,6 +137,7 @@ private slots:
     void doesNotCopyAgain();
     void keepsASourceThatChanges_data();
     void keepsASourceThatChanges();
+    void rejectsASourceThatContainsLessThanItsSize();
     void reportsASourceThatIsReplacedBeforeItIsOpened();
     void keepsASourceWhoseFolderIsReplaced();
     void givesNoNameToASourceThatChanges();
@@ -952,6 +953,18 @@ void VornfhTransferTest::keepsASourceThatChanges()
              tool.failure({"@/a.jpg: has changed since it was opened", notDone(command, 1, 1)}));
     QCOMPARE(treeWithContents(tool.path()),
              Tree{content.isEmpty() ? "a.jpg" : "a.jpg = " + content} + onCard(Tree{"100ABC/"} + copies));
+}
+
+/// A file of the kernel: it ends before its size, its holes are unknown, and it does not change.
+void VornfhTransferTest::rejectsASourceThatContainsLessThanItsSize()
+{
+    const ToolRun tool;
+    const QByteArray path = "/sys/class/net/lo/mtu";
+    QVERIFY(QFileInfo(path).size() > contentOf(path).size());
+    tool.make({"sd/DCIM/100ABC/"});
+    QCOMPARE(tool.runOnStorages({"copy", path, "sd", "100ABC"}),
+             tool.failure({path + ": the copy on the device differs", notDone("copy", 1, 1)}));
+    QCOMPARE(tree(tool.path()), onCard({"100ABC/"}));
 }
 
 void VornfhTransferTest::reportsASourceThatIsReplacedBeforeItIsOpened()
