@@ -15,6 +15,24 @@ QByteArray onlyToRecord(const QByteArray &argument)
            + " '*) ;; *) exec \"$real\" \"$@\";; esac\n" + FIND_TARGET;
 }
 
+QByteArray paths(int first, int last, const QByteArray &extension)
+{
+    QByteArray lines;
+    for (int number = first; number <= last; ++number)
+        lines += FOLDER + "DCF_" + QByteArray::number(number).rightJustified(4, '0') + "." + extension + "\n";
+    return lines;
+}
+
+QByteArray endedEarly(const QByteArray &name, const QByteArray &reason)
+{
+    return FOLDER + name + ": recording ended early: " + reason;
+}
+
+void fill(const ToolRun &tool, const QByteArray &name, int bytes)
+{
+    writeFile(tool.expand("@/sd/" + name), QByteArray(bytes, 'x'));
+}
+
 QByteArray probe(const QString &file, const QString &entries, const QStringList &options)
 {
     return outputOf("ffprobe", QStringList{"-v", "error", "-of", "csv=p=0"} + options

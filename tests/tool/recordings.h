@@ -19,6 +19,25 @@ inline const QByteArray WAIT_FOR_SIGNAL = "trap 'exit 255' INT\nwhile :; do slee
 /// stand-in.
 QByteArray onlyToRecord(const QByteArray &argument = "-fs");
 
+/// Where the first recordings on a card are.
+inline const QByteArray FOLDER = "@/sd/DCIM/100ABC/";
+
+/// A small picture and a tone, as fast as ffmpeg can make them.
+inline const QByteArrayList SMALL = {"--input-format", "lavfi", "--input",
+                                     "testsrc2=size=160x120:rate=25[out0];sine=sample_rate=8000[out1]"};
+
+/// The argument that only an ffmpeg that writes a segment has.
+inline const QByteArray WRITES_SEGMENT = "-copyinkf";
+
+/// "@/sd/DCIM/100ABC/DCF_0001.avi" and so on, each with a line feed.
+QByteArray paths(int first, int last, const QByteArray &extension);
+
+/// A line "PATH: recording ended early: REASON".
+QByteArray endedEarly(const QByteArray &name, const QByteArray &reason);
+
+/// Writes a file of @p bytes bytes to the card.
+void fill(const ToolRun &tool, const QByteArray &name, int bytes);
+
 /// What ffprobe prints about @p entries of a file.
 QByteArray probe(const QString &file, const QString &entries, const QStringList &options = {});
 

@@ -22,14 +22,14 @@ const QByteArrayList STORAGE_OPTIONS = {"--suffix", "ABC",       "--mmc", "@/mmc
 
 [[noreturn]] void becomeTool(const ToolRun &tool, const QByteArrayList &arguments)
 {
-    QByteArrayList words = QByteArrayList{VORNFH_PATH} + tool.expand(arguments);
+    QByteArrayList words = QByteArrayList{ToolRun::toolPath().toUtf8()} + tool.expand(arguments);
     std::vector<char *> pointers(static_cast<size_t>(words.size()) + 1); // the last one is null
     std::transform(words.begin(), words.end(), pointers.begin(),
                    [](QByteArray &word) { return word.data(); });
     for (const QString &name : tool.environment.keys())
         qputenv(name.toUtf8().constData(), tool.environment.value(name).toUtf8());
     if (::chdir(QFile::encodeName(tool.path()).constData()) == 0)
-        ::execv(VORNFH_PATH, pointers.data());
+        ::execv(pointers.front(), pointers.data());
     ::_exit(127);
 }
 
@@ -79,7 +79,7 @@ Outcome ToolRun::finish(QProcess &process)
 void ToolRun::start(QProcess &process, const QByteArrayList &arguments) const
 {
     // QProcess encodes arguments in this process's locale. A shell passes any bytes on.
-    QByteArray line = "exec " + mLauncher + "'" VORNFH_PATH "'";
+    QByteArray line = "exec " + mLauncher + "'" + toolPath().toUtf8() + "'";
     for (const QByteArray &argument : arguments)
         line += " '" + expand(argument).replace('\'', "'\\''") + "'";
     process.setProcessEnvironment(environment);
@@ -182,7 +182,7 @@ bool ToolRun::pretendExfat()
 
 QString ToolRun::toolPath()
 {
-    return VORNFH_PATH;
+    return qEnvironmentVariable("VORNFH", VORNFH_PATH);
 }
 
 QByteArray ToolRun::content(const QString &file) const
@@ -238,6 +238,11 @@ QByteArray cardLines(const QByteArrayList &paths)
     for (const QByteArray &path : paths)
         lines += "@/sd/DCIM/" + path + "\n";
     return lines;
+}
+
+QByteArrayList linesIn(const QByteArray &text)
+{
+    return text.isEmpty() ? QByteArrayList() : text.trimmed().split('\n');
 }
 
 QByteArray errorLines(const QByteArrayList &messages)

@@ -69,6 +69,7 @@ public:
 
     QString path() const { return mDirectory.path(); }
     QString sd() const { return path() + "/sd/DCIM"; }
+    /// The tool of this build, or that of the environment variable VORNFH, for example one with sanitizers.
     static QString toolPath();
     /// The content of @p file, a path relative to the directory; empty if the file cannot be read.
     QByteArray content(const QString &file) const;
@@ -102,6 +103,9 @@ QByteArray pattern(int size, char seed);
 
 /// A line "@/sd/DCIM/PATH" for each path.
 QByteArray cardLines(const QByteArrayList &paths);
+
+/// The lines of @p text, which ends with a line feed unless it is empty.
+QByteArrayList linesIn(const QByteArray &text);
 
 /// A line "vornfh: MESSAGE" for each message.
 QByteArray errorLines(const QByteArrayList &messages);
