@@ -49,6 +49,17 @@ qint64 sizeOf(const ToolRun &tool, const QByteArray &name)
     return QFileInfo(QString::fromUtf8(tool.expand(FOLDER + name))).size();
 }
 
+/// Records with a stand-in that writes its process ID to the file "ffmpeg", and then sends SIGTERM to the
+/// tool.
+void terminateOnceFfmpegRuns(const ToolRun &tool, Outcome &outcome)
+{
+    QProcess process;
+    tool.startOnStorages(process, {"record", "sd", "--segment", "60"});
+    QTRY_VERIFY_WITH_TIMEOUT(tool.content("ffmpeg").endsWith('\n'), 20000);
+    QCOMPARE(::kill(static_cast<pid_t>(process.processId()), SIGTERM), 0);
+    outcome = ToolRun::finish(process);
+}
+
 } // namespace
 
 void VornfhRecordingEndsTest::endsNormallyOnASignal_data()
@@ -97,12 +108,9 @@ void VornfhRecordingEndsTest::reportsAnInterruptionBeforeTheFirstFrame()
     programs.add("ffmpeg", "echo $$ > ffmpeg\n" + WAIT_FOR_SIGNAL);
     const ToolRun tool;
     tool.make({"sd/DCIM/"});
-    QProcess process;
-    tool.startOnStorages(process, {"record", "sd", "--segment", "60"});
-    QTRY_VERIFY_WITH_TIMEOUT(tool.content("ffmpeg").endsWith('\n'), 20000);
-    QCOMPARE(::kill(static_cast<pid_t>(process.processId()), SIGTERM), 0);
-    QCOMPARE(ToolRun::finish(process),
-             tool.failure({FOLDER + "DCF_0001.avi: recording failed: interrupted"}));
+    Outcome outcome;
+    terminateOnceFfmpegRuns(tool, outcome);
+    QCOMPARE(outcome, tool.failure({FOLDER + "DCF_0001.avi: recording failed: interrupted"}));
     QCOMPARE(tree(tool.sd()), Tree{"100ABC/"});
     QVERIFY(!isRunning(processIn(tool, "ffmpeg")));
 }
@@ -173,11 +181,9 @@ void VornfhRecordingEndsTest::endsOnASignalAlthoughFfmpegDoesNot()
                  onlyToRecord(READS_INPUT) + "\"$real\" -t 1 \"$@\"; exec >&-; echo $$ > ffmpeg; sleep 60");
     const ToolRun tool;
     tool.make({"sd/DCIM/"});
-    QProcess process;
-    tool.startOnStorages(process, {"record", "sd", "--segment", "60"});
-    QTRY_VERIFY_WITH_TIMEOUT(tool.content("ffmpeg").endsWith('\n'), 20000);
-    QCOMPARE(::kill(static_cast<pid_t>(process.processId()), SIGTERM), 0);
-    QCOMPARE(ToolRun::finish(process), tool.success(paths(1, 1, "avi")));
+    Outcome outcome;
+    terminateOnceFfmpegRuns(tool, outcome);
+    QCOMPARE(outcome, tool.success(paths(1, 1, "avi")));
     QCOMPARE(whyNotPlayable(tool.sd() + "/100ABC/DCF_0001.avi"), QByteArray());
     QVERIFY(!isRunning(processIn(tool, "ffmpeg")));
 }
